@@ -1,0 +1,182 @@
+# SPDX-License-Identifier: Apache-2.0
+# A target is a room: rooms are object libraries, and each library, program or test names the rooms it is made of.
+#
+# Rooms are not static archives, since an archive may drop an object that nothing calls, such as the one that
+# registers a proxy creator. The price: the objects of a room never pass through another room.
+
+include(GoogleTest)
+
+add_library(veltra_options INTERFACE)
+target_compile_options(veltra_options INTERFACE -Wall -Wextra -Wshadow -Werror)
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    target_compile_options(veltra_options INTERFACE -Wthread-safety)
+endif()
+if(VELTRA_SANITIZE)
+    target_compile_options(veltra_options INTERFACE
+        -fsanitize=${VELTRA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(veltra_options INTERFACE -fsanitize=${VELTRA_SANITIZE})
+endif()
+if(VELTRA_FUZZ)
+    target_compile_options(veltra_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+target_link_libraries(veltra_options INTERFACE Threads::Threads)
+
+# Adds a folder of this project that is there already.
+function(veltra_add dir)
+    if(EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/${dir}/CMakeLists.txt")
+        add_subdirectory(${dir})
+    endif()
+endfunction()
+
+# Sets `out` to those of the named targets that exist.
+function(veltra_existing out)
+    set(found)
+    foreach(name IN LISTS ARGN)
+        if(TARGET ${name})
+            list(APPEND found ${name})
+        endif()
+    endforeach()
+    set(${out} ${found} PARENT_SCOPE)
+endfunction()
+
+# Sets `out` to whether every target of ours among the names exists, and says which one does not.
+function(veltra_ready out user)
+    set(ready TRUE)
+    foreach(name IN LISTS ARGN)
+        if(name MATCHES "^(veltra|tavo)" AND NOT TARGET ${name})
+            message(STATUS "${user} is left out: there is no ${name}")
+            set(ready FALSE)
+        endif()
+    endforeach()
+    set(${out} ${ready} PARENT_SCOPE)
+endfunction()
+
+# The headers that the current folder may see. What the compiler cannot tell apart is left to the test `layering`.
+function(veltra_include_dirs out)
+    set(tavo "${PROJECT_SOURCE_DIR}/platform/include")
+    set(platform "${PROJECT_SOURCE_DIR}/platform")
+    set(interfaces "${PROJECT_SOURCE_DIR}/interfaces")
+    set(src "${PROJECT_SOURCE_DIR}/src")
+    set(service "${PROJECT_SOURCE_DIR}/service")
+    set(tests "${PROJECT_SOURCE_DIR}/tests")
+    file(RELATIVE_PATH here "${PROJECT_SOURCE_DIR}" "${CMAKE_CURRENT_SOURCE_DIR}")
+    if(here MATCHES "^platform(/|$)")
+        set(dirs ${platform} ${tavo})
+    elseif(here MATCHES "^src(/|$)")
+        set(dirs ${src} ${interfaces} ${tavo})
+    elseif(here MATCHES "^service(/|$)")
+        set(dirs ${service} ${src} ${interfaces} ${tavo})
+    elseif(here MATCHES "^(tools|examples)(/|$)")
+        set(dirs ${CMAKE_CURRENT_SOURCE_DIR} ${interfaces} ${tavo})
+    elseif(here MATCHES "^tests/platform(/|$)")  # both src and platform have a folder ipc
+        set(dirs ${tests} ${platform} ${tavo} ${interfaces} ${src} ${service})
+    else()
+        set(dirs ${tests} ${src} ${interfaces} ${service} ${tavo} ${platform})
+    endif()
+    set(${out} ${dirs} PARENT_SCOPE)
+endfunction()
+
+# veltra_room(NAME SOURCES file... [USES room...] [LINK lib...])
+# USES names the rooms whose headers and requirements this one needs; their objects stay where they are.
+function(veltra_room name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;USES;LINK")
+    veltra_include_dirs(dirs)
+    add_library(${name} OBJECT ${arg_SOURCES})
+    set_target_properties(${name} PROPERTIES
+        POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+    target_include_directories(${name} PRIVATE ${dirs})
+    target_link_libraries(${name} PRIVATE veltra_options PUBLIC ${arg_LINK})
+    foreach(room IN LISTS arg_USES)
+        target_link_libraries(${name} PUBLIC $<TARGET_NAME_IF_EXISTS:${room}>)
+    endforeach()
+endfunction()
+
+# veltra_library(NAME ROOMS room... [INCLUDE dir...] [LINK lib...]): the shared library lib<NAME>.so.
+# INCLUDE and LINK reach those who link it.
+function(veltra_library name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "ROOMS;INCLUDE;LINK")
+    veltra_ready(ready ${name} ${arg_ROOMS} ${arg_LINK})
+    if(NOT ready)
+        return()
+    endif()
+    set(map "${PROJECT_SOURCE_DIR}/cmake/exports.map")
+    add_library(${name} SHARED)
+    set_target_properties(${name} PROPERTIES
+        VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} LINKER_LANGUAGE CXX LINK_DEPENDS "${map}")
+    foreach(dir IN LISTS arg_INCLUDE)
+        target_include_directories(${name} INTERFACE $<BUILD_INTERFACE:${dir}>)
+    endforeach()
+    target_link_libraries(${name} PRIVATE ${arg_ROOMS} $<BUILD_INTERFACE:veltra_options> PUBLIC ${arg_LINK})
+    # Deliberate: never unloaded. Threads of the library may still run its code when a caller closes it.
+    target_link_options(${name} PRIVATE -Wl,-z,nodelete "-Wl,--version-script,${map}")
+    if(NOT VELTRA_SANITIZE AND NOT VELTRA_FUZZ)  # the sanitizers' runtime is linked into the program only
+        target_link_options(${name} PRIVATE -Wl,-z,defs)
+    endif()
+endfunction()
+
+# veltra_program(NAME SOURCES file... [USES room...] [LINK lib...]), built as bin/<NAME>
+function(veltra_program name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;USES;LINK")
+    veltra_ready(ready ${name} ${arg_USES} ${arg_LINK})
+    if(NOT ready)
+        return()
+    endif()
+    veltra_include_dirs(dirs)
+    add_executable(${name} ${arg_SOURCES})
+    set_target_properties(${name} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+    target_include_directories(${name} PRIVATE ${dirs})
+    target_link_libraries(${name} PRIVATE veltra_options ${arg_USES} ${arg_LINK})
+endfunction()
+
+# veltra_test(NAME SOURCES file... [USES room...] [LINK lib...] [LABELS label...] [SLOW] [TIMEOUT seconds])
+# A GoogleTest program; each of its tests is a ctest entry NAME.Suite.Test that runs in a process of its own, with
+# the labels NAME, LABELS (asan, tsan: run under these presets too) and, with SLOW, `slow`. VELTRA_BIN_DIR is the
+# folder of the built programs. TAVO_RUNTIME_DIR points into the build folder, so that no test meets a live system.
+function(veltra_test name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "SLOW" "TIMEOUT" "SOURCES;USES;LINK;LABELS")
+    veltra_program(${name} SOURCES ${arg_SOURCES} USES ${arg_USES} LINK ${arg_LINK} GTest::gmock_main)
+    if(NOT TARGET ${name})
+        return()
+    endif()
+    target_compile_definitions(${name} PRIVATE VELTRA_BIN_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")
+    set_target_properties(${name} PROPERTIES CXX_CLANG_TIDY "")  # the test macros drown what it says
+    set(labels ${name} ${arg_LABELS})
+    set(timeout 60)
+    if(arg_SLOW)
+        list(APPEND labels slow)
+        set(timeout 180)
+    endif()
+    if(arg_TIMEOUT)
+        set(timeout ${arg_TIMEOUT})
+    endif()
+    set(runtimeDir "${CMAKE_BINARY_DIR}/run/${name}")
+    file(MAKE_DIRECTORY "${runtimeDir}")
+    file(CHMOD "${runtimeDir}" PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+        TEST_PREFIX "${name}." TEST_LIST ${name}_found
+        PROPERTIES TIMEOUT ${timeout} ENVIRONMENT "TAVO_RUNTIME_DIR=${runtimeDir}")
+    # Discovery takes a single label only; the list is set on what it found.
+    set(labelFile "${CMAKE_CURRENT_BINARY_DIR}/${name}_labels.cmake")
+    file(WRITE "${labelFile}"
+        "if(${name}_found)\n    set_tests_properties(\${${name}_found} PROPERTIES LABELS \"${labels}\")\nendif()\n")
+    set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES "${labelFile}")
+endfunction()
+
+# veltra_fuzz(NAME SOURCES file... [USES room...] [LINK lib...]): a fuzz program and a short run of it, with the
+# seeds of the folder corpus/NAME beside it.
+function(veltra_fuzz name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;USES;LINK")
+    veltra_program(${name} SOURCES ${arg_SOURCES} USES ${arg_USES} LINK ${arg_LINK})
+    if(NOT TARGET ${name})
+        return()
+    endif()
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+    set(corpus "${CMAKE_CURRENT_BINARY_DIR}/corpus/${name}")
+    file(MAKE_DIRECTORY "${corpus}")  # first, since new inputs go to the first folder
+    set(seeds "${CMAKE_CURRENT_SOURCE_DIR}/corpus/${name}")
+    if(NOT EXISTS "${seeds}")
+        set(seeds)
+    endif()
+    add_test(NAME ${name} COMMAND ${name} -runs=100000 -max_total_time=60 -rss_limit_mb=1024 "${corpus}" ${seeds})
+    set_tests_properties(${name} PROPERTIES LABELS fuzz TIMEOUT 180)
+endfunction()
