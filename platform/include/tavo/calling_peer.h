@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: Apache-2.0
+// Who sent the request that the current thread handles, as the kernel vouches for it.
+#ifndef TAVO_CALLING_PEER_H
+#define TAVO_CALLING_PEER_H
+
+#include <sys/types.h>
+
+#include <cstdint>
+
+#include "tavo/export.h"
+
+namespace TAVO {
+
+struct CallingPeer {
+    pid_t pid;         // at the time of connecting; for logs and for a child that one started, never a key
+    uid_t uid;         // the trust boundary
+    uint64_t session;  // names the connection to that process, never used again; 0 for this process itself
+};
+
+// Inside a request handler: its sender. Elsewhere: this process.
+TAVO_EXPORT CallingPeer GetCallingPeer();
+
+}  // namespace TAVO
+
+#endif

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+// A local object that other processes can send requests to.
+#ifndef TAVO_IPC_OBJECT_STUB_H
+#define TAVO_IPC_OBJECT_STUB_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "tavo/export.h"
+#include "tavo/iremote_object.h"
+#include "tavo/message_parcel.h"
+
+namespace TAVO {
+
+namespace Transport {
+class Core;
+class ObjectGate;
+}  // namespace Transport
+
+// Lives as long as anybody here or elsewhere holds a reference. Its requests run on platform workers, several at once
+// (at most 12, or one at a time with `serialInvoke`); further ones wait without a thread.
+class TAVO_EXPORT IPCObjectStub : public IRemoteObject {
+public:
+    // Request codes of the platform, answered by OnRemoteRequest below for every object.
+    static constexpr uint32_t CODE_PING = 0x5f504e47;        // no data, no reply, status 0
+    static constexpr uint32_t CODE_DESCRIPTOR = 0x5f444553;  // reply: String16, the descriptor
+
+    explicit IPCObjectStub(std::u16string descriptor = std::u16string(), bool serialInvoke = false);
+    ~IPCObjectStub() override;
+
+    // Handles one request; the platform calls it on a worker, with all signals blocked. The result is the status that
+    // the sender's SendRequest returns; what was written to `reply` travels with any status. An exception becomes
+    // IPC_EXCEPTION. An override passes codes that it does not know on to this one, which answers the platform's own
+    // codes and IPC_UNKNOWN_CODE for the rest.
+    virtual int OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option);
+
+    // To a local object: handled on a worker all the same, never inside this call; `data` is consumed.
+    int SendRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option) override;
+    bool AddDeathRecipient(const sptr<DeathRecipient>& recipient) override;     // false: local
+    bool RemoveDeathRecipient(const sptr<DeathRecipient>& recipient) override;  // false: local
+    bool IsAlive() const override { return true; }
+    const std::u16string& Descriptor() const override { return descriptor_; }
+
+    // True for the few objects of the platform itself whose one-way requests run on the delivery thread, where death
+    // notices run too, so that no request handler can delay them.
+    virtual bool RunsOnDeliveryThread() const noexcept { return false; }
+
+private:
+    friend class Transport::Core;
+
+    const std::u16string descriptor_;
+    const std::unique_ptr<Transport::ObjectGate> gate_;  // bounds concurrent requests; names the object on the wire
+};
+
+}  // namespace TAVO
+
+#endif

@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: Apache-2.0
+// The pool of worker threads that handle requests in this process.
+#ifndef TAVO_IPC_THREADS_H
+#define TAVO_IPC_THREADS_H
+
+#include <cstddef>
+
+#include "tavo/export.h"
+
+namespace TAVO {
+
+// The platform starts workers when they are first needed; most programs never use this class.
+class TAVO_EXPORT IpcThreads {
+public:
+    static constexpr size_t DEFAULT_WORKERS = 16;
+    static constexpr size_t MAX_THREADS = 64;  // workers inside an outgoing call included
+
+    // Most workers that handle requests at once, 1 to MAX_THREADS; false, and no change, outside that.
+    static bool SetMaxWorkers(size_t workers);
+    // Blocks the calling thread for good: for the main thread of a service that has nothing else to do.
+    [[noreturn]] static void JoinPool();
+
+    // True in a child of fork() whose parent had used the platform: every operation of it fails at once there, because
+    // locks may be held for ever and connections are the parent's. A library above tests this before its own locks.
+    static bool IsForkedChild() noexcept;
+};
+
+}  // namespace TAVO
+
+#endif

@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: Apache-2.0
+// Interfaces over remote objects: the common base, and the registry that makes a proxy for a remote object.
+#ifndef TAVO_IREMOTE_BROKER_H
+#define TAVO_IREMOTE_BROKER_H
+
+#include <map>
+#include <new>
+#include <string>
+
+#include "tavo/export.h"
+#include "tavo/iremote_object.h"
+#include "tavo/mutex.h"
+#include "tavo/ref_base.h"
+
+// Names an interface, inside its class: the token of its requests and the key of its proxy in the registry.
+#define TAVO_DECLARE_DESCRIPTOR(text)                 \
+    static const std::u16string& GetDescriptor()      \
+    {                                                 \
+        static const std::u16string descriptor(text); \
+        return descriptor;                            \
+    }
+
+namespace TAVO {
+
+// Base of every remote interface. The destructor takes the first slots, AsObject the next.
+class TAVO_EXPORT IRemoteBroker : public virtual RefBase {
+public:
+    ~IRemoteBroker() override;
+    // The object behind the interface: the stub itself, or what a proxy sends to (null for a proxy of nothing).
+    virtual sptr<IRemoteObject> AsObject() = 0;
+};
+
+// Makes the proxy of class T for a remote object; null without memory.
+template <typename T>
+struct BrokerCreator {
+    sptr<IRemoteBroker> operator()(const sptr<IRemoteObject>& object) const
+    {
+        return sptr<IRemoteBroker>(new (std::nothrow) T(object));
+    }
+};
+
+// The process's registry: descriptor to proxy creator. Any thread.
+class TAVO_EXPORT BrokerRegistration {
+public:
+    using Creator = sptr<IRemoteBroker> (*)(const sptr<IRemoteObject>& object);
+
+    static BrokerRegistration& Get();
+
+    // The first creator of a descriptor stays; false for another one. `owner` marks whose entry it is.
+    bool Register(const std::u16string& descriptor, Creator creator, const void* owner);
+    // Removes the entry if `owner` made it.
+    void Unregister(const std::u16string& descriptor, const void* owner);
+    // A proxy for `object` by the creator of its descriptor; null when there is none or memory lacks.
+    sptr<IRemoteBroker> NewInstance(const std::u16string& descriptor, const sptr<IRemoteObject>& object);
+
+private:
+    BrokerRegistration() = default;
+
+    struct Entry {
+        Creator creator;
+        const void* owner;
+    };
+    Mutex mutex_;
+    std::map<std::u16string, Entry> entries_ TAVO_GUARDED_BY(mutex_);
+};
+
+// Registers proxy class T for its descriptor while it lives; one static member of each proxy class.
+template <typename T>
+class BrokerDelegator {
+public:
+    BrokerDelegator()
+    {
+        const auto creator = [](const sptr<IRemoteObject>& object) { return BrokerCreator<T>()(object); };
+        if (BrokerRegistration::Get().Register(T::GetDescriptor(), creator, this)) {
+            descriptor_ = T::GetDescriptor();
+        }
+    }
+    ~BrokerDelegator()
+    {
+        if (!descriptor_.empty()) {
+            BrokerRegistration::Get().Unregister(descriptor_, this);
+        }
+    }
+    BrokerDelegator(const BrokerDelegator&) = delete;
+    BrokerDelegator& operator=(const BrokerDelegator&) = delete;
+
+private:
+    std::u16string descriptor_;  // empty when another class had the descriptor first
+};
+
+// `object` as interface T: the local object when it is a T, a new proxy when the object is remote and serves T's
+// descriptor, null otherwise.
+template <typename T>
+sptr<T> iface_cast(const sptr<IRemoteObject>& object)
+{
+    if (object == nullptr) {
+        return nullptr;
+    }
+    sptr<IRemoteBroker> broker = object->AsInterface();
+    if (broker == nullptr && object->Descriptor() == T::GetDescriptor()) {
+        broker = BrokerRegistration::Get().NewInstance(T::GetDescriptor(), object);
+    }
+    return sptr<T>(dynamic_cast<T*>(broker.Get()));
+}
+
+}  // namespace TAVO
+
+#endif

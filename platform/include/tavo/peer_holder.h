@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: Apache-2.0
+// Holds the remote object that a proxy sends to.
+#ifndef TAVO_PEER_HOLDER_H
+#define TAVO_PEER_HOLDER_H
+
+#include "tavo/export.h"
+#include "tavo/iremote_object.h"
+
+namespace TAVO {
+
+class TAVO_EXPORT PeerHolder {
+protected:
+    explicit PeerHolder(const sptr<IRemoteObject>& object) : object_(object) {}
+    virtual ~PeerHolder();
+
+    // A new reference; null for a proxy that was made of nothing.
+    sptr<IRemoteObject> Remote() const { return object_; }
+
+private:
+    const sptr<IRemoteObject> object_;
+};
+
+}  // namespace TAVO
+
+#endif

@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: Apache-2.0
+// Lists of records in a parcel: presence flag, count, then per element a marker and the record's encoding.
+#ifndef TAVO_READ_VECTOR_FROM_PARCEL_H
+#define TAVO_READ_VECTOR_FROM_PARCEL_H
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "tavo/parcel.h"
+
+namespace TAVO {
+
+// Most elements that a list may announce; checked before the vector is touched.
+constexpr int32_t MAX_LIST_ELEMENTS = 524288;
+
+// A record may offer `bool ReadFields(Parcel&)`, which reads its encoding into the object itself; the list reader then
+// builds each element in its place, without an allocation per element. `T::Unmarshalling` is used otherwise.
+template <typename T, typename = void>
+struct ReadsInPlace : std::false_type {
+};
+template <typename T>
+struct ReadsInPlace<T, std::void_t<decltype(std::declval<T&>().ReadFields(std::declval<Parcel&>()))>> : std::true_type {
+};
+
+template <typename T>
+bool ReadElement(Parcel& parcel, std::vector<T>& out)
+{
+    if constexpr (ReadsInPlace<T>::value) {
+        out.emplace_back();
+        if (!out.back().ReadFields(parcel)) {
+            out.pop_back();
+            return false;
+        }
+    } else {
+        std::unique_ptr<T> element(T::Unmarshalling(parcel));
+        if (element == nullptr) {
+            return false;
+        }
+        out.push_back(*element);
+    }
+    return true;
+}
+
+// Reads a list into `out`. True and `out` untouched when no list was sent (flag other than 1); true and `out` empty for
+// a count of 0 or below; false for a count above MAX_LIST_ELEMENTS (`out` untouched), for a zero marker and for an
+// element that does not decode (`out` then holds the elements before it). The vector grows with the bytes that are
+// there, never by the announced count. Throws only std::bad_alloc of the vector.
+template <typename T>
+bool ReadVectorFromParcel(Parcel& parcel, std::vector<T>& out)
+{
+    int32_t flag = -1;
+    if (!parcel.ReadInt32(flag)) {
+        return false;
+    }
+    if (flag != 1) {
+        return true;
+    }
+    int32_t count = 0;
+    if (!parcel.ReadInt32(count) || count > MAX_LIST_ELEMENTS) {
+        return false;
+    }
+    out.clear();
+    for (int32_t i = 0; i < count; ++i) {
+        if (parcel.ReadInt32() == 0 || !ReadElement(parcel, out)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Writes what ReadVectorFromParcel reads; false at the first write that fails or for a list that is too long.
+template <typename T>
+bool WriteVectorToParcel(Parcel& parcel, const std::vector<T>& list)
+{
+    if (list.size() > static_cast<size_t>(MAX_LIST_ELEMENTS) || !parcel.WriteInt32(1) ||
+        !parcel.WriteInt32(static_cast<int32_t>(list.size()))) {
+        return false;
+    }
+    return std::all_of(list.begin(), list.end(),
+                       [&parcel](const T& element) { return parcel.WriteInt32(1) && element.Marshalling(parcel); });
+}
+
+}  // namespace TAVO
+
+#endif
