@@ -1,0 +1,242 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tavo/parcel.h"
+
+#include <algorithm>
+#include <atomic>
+#include <limits>
+#include <utility>
+
+#include "base/parcel_access.h"
+
+namespace TAVO {
+
+namespace {
+
+std::atomic<size_t> g_defaultLimit{Parcel::MAX_DATA_BYTES};
+
+// Bytes of a text's slots behind its length: the units, a NUL, zero fill. No overflow for units up to INT32_MAX.
+template <typename Unit>
+constexpr size_t TextBytes(size_t units)
+{
+    return ((units + 1) * sizeof(Unit) + Parcel::SLOT - 1) / Parcel::SLOT * Parcel::SLOT;
+}
+
+}  // namespace
+
+Parcelable::~Parcelable() = default;
+
+Parcel::~Parcel()
+{
+    Free();
+}
+
+void Parcel::Free() noexcept
+{
+    if (data_ != nullptr) {
+        ParcelBuffer::Free(data_);
+    }
+    data_ = nullptr;
+    size_ = capacity_ = cursor_ = 0;
+}
+
+bool Parcel::Grow(size_t bytes)
+{
+    if (size_ > limit_ || bytes > limit_ - size_) {
+        return false;
+    }
+    return ParcelAccess::Provide(*this, size_ + bytes);
+}
+
+template <typename Unit>
+bool Parcel::WriteText(const Unit* text, size_t units)
+{
+    if (units > static_cast<size_t>(std::numeric_limits<int32_t>::max())) {
+        return false;
+    }
+    const size_t textBytes = TextBytes<Unit>(units);
+    uint8_t* place = Reserve(SLOT + textBytes);
+    if (place == nullptr) {
+        return false;
+    }
+    const auto length = static_cast<int32_t>(units);
+    std::memcpy(place, &length, SLOT);
+    std::memset(place + textBytes, 0, SLOT);  // the last slot: NUL and fill
+    if (units > 0) {
+        std::memcpy(place + SLOT, text, units * sizeof(Unit));
+    }
+    return true;
+}
+
+template <typename Unit, typename Text>
+bool Parcel::ReadText(Text& text)
+{
+    const size_t readable = GetReadableBytes();
+    int32_t length = 0;
+    if (readable < SLOT) {
+        return false;
+    }
+    std::memcpy(&length, data_ + cursor_, SLOT);
+    if (length < 0) {
+        return false;
+    }
+    const auto units = static_cast<size_t>(length);
+    const size_t textBytes = TextBytes<Unit>(units);
+    if (textBytes > readable - SLOT) {
+        return false;
+    }
+    const uint8_t* place = data_ + cursor_ + SLOT;
+    Unit terminator = 0;
+    std::memcpy(&terminator, place + units * sizeof(Unit), sizeof(Unit));
+    if (terminator != 0) {
+        return false;
+    }
+    text.assign(reinterpret_cast<const Unit*>(place), units);
+    cursor_ += SLOT + textBytes;
+    return true;
+}
+
+bool Parcel::WriteString(std::string_view value)
+{
+    return WriteText(value.data(), value.size());
+}
+
+bool Parcel::WriteString16(std::u16string_view value)
+{
+    return WriteText(value.data(), value.size());
+}
+
+bool Parcel::WriteParcelable(const Parcelable* record)
+{
+    if (record == nullptr) {
+        return WriteInt32(0);
+    }
+    return WriteInt32(1) && record->Marshalling(*this);
+}
+
+bool Parcel::ReadString(std::string& value)
+{
+    return ReadText<char>(value);
+}
+
+bool Parcel::ReadString16(std::u16string& value)
+{
+    return ReadText<char16_t>(value);
+}
+
+std::string Parcel::ReadString()
+{
+    std::string value;
+    ReadString(value);
+    return value;
+}
+
+std::u16string Parcel::ReadString16()
+{
+    std::u16string value;
+    ReadString16(value);
+    return value;
+}
+
+bool Parcel::SetReadPosition(size_t position) noexcept
+{
+    if (position > size_ || position % SLOT != 0) {
+        return false;
+    }
+    cursor_ = position;
+    return true;
+}
+
+bool Parcel::SetData(const void* bytes, size_t sizeBytes)
+{
+    if (sizeBytes > MAX_DATA_BYTES || !ParcelAccess::Provide(*this, sizeBytes)) {
+        return false;
+    }
+    if (sizeBytes > 0) {
+        std::memcpy(data_, bytes, sizeBytes);
+    }
+    size_ = sizeBytes;
+    cursor_ = 0;
+    ParcelAccess::FitCapacity(*this);
+    return true;
+}
+
+void Parcel::SetCapacityLimit(size_t limitBytes) noexcept
+{
+    limit_ = std::min(limitBytes, MAX_DATA_BYTES);
+    ParcelAccess::FitCapacity(*this);
+}
+
+void Parcel::SetDefaultCapacityLimit(size_t limitBytes) noexcept
+{
+    g_defaultLimit.store(std::min(limitBytes, MAX_DATA_BYTES), std::memory_order_relaxed);
+}
+
+size_t Parcel::DefaultCapacityLimit() noexcept
+{
+    return g_defaultLimit.load(std::memory_order_relaxed);
+}
+
+bool ParcelAccess::Provide(Parcel& parcel, size_t size) noexcept
+{
+    if (parcel.data_ == nullptr) {
+        parcel.data_ = ParcelBuffer::Allocate(size);
+    } else if (const size_t capacity = ParcelBuffer::Capacity(parcel.data_); capacity < size) {
+        uint8_t* moved = ParcelBuffer::Enlarge(parcel.data_, std::max(size, 2 * capacity));
+        if (moved == nullptr) {
+            return false;
+        }
+        parcel.data_ = moved;
+    }
+    FitCapacity(parcel);
+    return parcel.data_ != nullptr;
+}
+
+void ParcelAccess::FitCapacity(Parcel& parcel) noexcept
+{
+    const size_t room = parcel.data_ == nullptr ? 0 : ParcelBuffer::Capacity(parcel.data_);
+    parcel.capacity_ = std::max(parcel.size_, std::min(room, parcel.limit_));
+}
+
+uint8_t* ParcelAccess::Headroom(Parcel& parcel, size_t bytes) noexcept
+{
+    if (bytes > HEADROOM || (parcel.data_ == nullptr && !Provide(parcel, 0))) {
+        return nullptr;
+    }
+    return parcel.data_ - bytes;
+}
+
+uint8_t* ParcelAccess::Append(Parcel& parcel, size_t bytes) noexcept
+{
+    const size_t size = parcel.size_;
+    if (bytes > std::numeric_limits<size_t>::max() - size || !Provide(parcel, size + bytes)) {
+        return nullptr;
+    }
+    parcel.size_ += bytes;
+    FitCapacity(parcel);
+    return parcel.data_ + size;
+}
+
+void ParcelAccess::Truncate(Parcel& parcel, size_t size) noexcept
+{
+    parcel.size_ = std::min(parcel.size_, size);
+    parcel.cursor_ = std::min(parcel.cursor_, parcel.size_);
+    FitCapacity(parcel);
+}
+
+void ParcelAccess::Swap(MessageParcel& left, MessageParcel& right) noexcept
+{
+    std::swap(left.data_, right.data_);
+    std::swap(left.size_, right.size_);
+    std::swap(left.capacity_, right.capacity_);
+    std::swap(left.cursor_, right.cursor_);
+    std::swap(left.limit_, right.limit_);
+    left.references_.swap(right.references_);
+}
+
+void ParcelAccess::Clear(MessageParcel& parcel) noexcept
+{
+    parcel.references_.clear();
+    parcel.Free();
+}
+
+}  // namespace TAVO

@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "base/parcel_buffer.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace TAVO::ParcelBuffer {
+
+namespace {
+
+struct alignas(std::max_align_t) Block {
+    size_t capacity;
+    alignas(std::max_align_t) uint8_t headroom[HEADROOM];
+
+    uint8_t* Data() noexcept { return headroom + HEADROOM; }
+    static Block* Of(const uint8_t* data) noexcept
+    {
+        return reinterpret_cast<Block*>(const_cast<uint8_t*>(data) - sizeof(Block));
+    }
+};
+static_assert(sizeof(Block) == 16 + HEADROOM, "nothing lies between headroom and data");
+
+// Trivially destructible, so it can be used until the very end of its thread; Closer frees what it holds.
+struct Cache {
+    Block* blocks[MAX_KEPT_BLOCKS];
+    size_t count;
+    size_t bytes;
+    bool isArmed;   // Closer will run when the thread ends
+    bool isClosed;  // it has run
+
+    Block* Take(size_t capacity) noexcept
+    {
+        for (size_t i = count; i-- > 0;) {  // the one used last is the warmest
+            Block* block = blocks[i];
+            if (block->capacity >= capacity) {
+                std::copy(blocks + i + 1, blocks + count, blocks + i);
+                --count;
+                bytes -= block->capacity;
+                return block;
+            }
+        }
+        return nullptr;
+    }
+
+    bool Keep(Block* block) noexcept
+    {
+        if (isClosed || block->capacity > MAX_KEPT_CAPACITY || count == MAX_KEPT_BLOCKS ||
+            bytes + block->capacity > MAX_KEPT_BYTES) {
+            return false;
+        }
+        blocks[count++] = block;
+        bytes += block->capacity;
+        return true;
+    }
+};
+thread_local Cache t_cache{};
+
+struct Closer {
+    // Does nothing but touch the object, which makes its destructor run when the thread ends.
+    void Arm() noexcept { t_cache.isArmed = true; }
+
+    ~Closer()
+    {
+        t_cache.isClosed = true;
+        std::for_each(t_cache.blocks, t_cache.blocks + t_cache.count, std::free);
+        t_cache.count = 0;
+    }
+};
+thread_local Closer t_closer;
+
+Block* Resize(Block* block, size_t capacity) noexcept
+{
+    if (capacity > PTRDIFF_MAX - sizeof(Block)) {
+        return nullptr;
+    }
+    auto* resized = static_cast<Block*>(std::realloc(block, sizeof(Block) + capacity));
+    if (resized != nullptr) {
+        resized->capacity = capacity;
+    }
+    return resized;
+}
+
+}  // namespace
+
+uint8_t* Allocate(size_t capacity) noexcept
+{
+    Block* block = t_cache.Take(capacity);
+    if (block == nullptr) {
+        block = Resize(nullptr, std::max(capacity, FIRST_CAPACITY));
+    }
+    return block == nullptr ? nullptr : block->Data();
+}
+
+uint8_t* Enlarge(uint8_t* data, size_t capacity) noexcept
+{
+    Block* block = Resize(Block::Of(data), capacity);
+    return block == nullptr ? nullptr : block->Data();
+}
+
+void Free(uint8_t* data) noexcept
+{
+    Block* block = Block::Of(data);
+    if (!t_cache.isArmed) {
+        t_closer.Arm();
+    }
+    if (!t_cache.Keep(block)) {
+        std::free(block);
+    }
+}
+
+size_t Capacity(const uint8_t* data) noexcept
+{
+    return Block::Of(data)->capacity;
+}
+
+}  // namespace TAVO::ParcelBuffer

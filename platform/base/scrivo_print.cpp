@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tavo/scrivo_print.h"
+
+#include <stdlib.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdarg>
+
+#include "base/scrivo_format.h"
+#include "base/scrivo_sink.h"
+#include "tavo/mutex.h"
+
+namespace TAVO {
+
+namespace {
+
+// Constant-initialised and trivially destructible, all of it: a log call works in static initialisation, at exit and,
+// since nothing but the test hook has a lock, in a forked child.
+constexpr int NOT_SET_UP = INT_MIN;
+constexpr int EVERYTHING = INT_MIN + 1;
+
+std::atomic<int> g_threshold{NOT_SET_UP};  // lowest level that anybody wants
+std::atomic<ScrivoSink> g_sink{ScrivoSink{SinkKind::UNKNOWN, 0, 0}};
+static_assert(std::atomic<ScrivoSink>::is_always_lock_free);
+std::atomic<uint64_t> g_dropped{0};
+
+struct Hook {
+    ScrivoHook function;
+    void* context;
+};
+Mutex g_hookMutex;
+Hook g_hook TAVO_GUARDED_BY(g_hookMutex){nullptr, nullptr};
+std::atomic<bool> g_hasHook{false};
+
+class ErrnoKeeper {
+public:
+    ErrnoKeeper() noexcept : saved_(errno) {}
+    ~ErrnoKeeper() { errno = saved_; }
+    ErrnoKeeper(const ErrnoKeeper&) = delete;
+    ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
+
+private:
+    const int saved_;
+};
+
+// The process's sink, chosen by the first caller. Two first callers both choose, and one choice stays.
+ScrivoSink Sink() noexcept
+{
+    ScrivoSink sink = g_sink.load(std::memory_order_acquire);
+    if (sink.kind != SinkKind::UNKNOWN) {
+        return sink;
+    }
+    const ScrivoSink opened = OpenScrivoSink(secure_getenv("TAVO_LOG"));
+    if (!g_sink.compare_exchange_strong(sink, opened, std::memory_order_acq_rel, std::memory_order_acquire)) {
+        CloseScrivoSink(opened);
+        return sink;
+    }
+    return opened;
+}
+
+// A threshold that a hook has lowered meanwhile stays.
+void SetUp() noexcept
+{
+    int expected = NOT_SET_UP;
+    g_threshold.compare_exchange_strong(expected, Sink().level, std::memory_order_relaxed);
+}
+
+Hook CurrentHook()
+{
+    if (!g_hasHook.load(std::memory_order_acquire)) {
+        return {nullptr, nullptr};
+    }
+    MutexLock lock(g_hookMutex);
+    return g_hook;
+}
+
+int Write(const ScrivoLine& line) noexcept
+{
+    const ScrivoSink sink = Sink();
+    if (sink.kind == SinkKind::NOWHERE || line.level < sink.level) {
+        return 0;
+    }
+    const int written =
+        sink.kind == SinkKind::JOURNAL ? SendScrivoLine(sink.fd, JOURNAL_SOCKET, line) : WriteScrivoLine(sink.fd, line);
+    if (written < 0) {
+        g_dropped.fetch_add(1, std::memory_order_relaxed);
+    }
+    return written;
+}
+
+}  // namespace
+
+bool ScrivoIsLoggable(int level)
+{
+    if (level < g_threshold.load(std::memory_order_relaxed)) {
+        return false;
+    }
+    if (g_threshold.load(std::memory_order_relaxed) == NOT_SET_UP) {
+        const ErrnoKeeper keeper;
+        SetUp();
+    }
+    return level >= g_threshold.load(std::memory_order_relaxed);
+}
+
+int ScrivoPrint(int type, int level, uint32_t domain, const char* tag, const char* format, ...)
+{
+    if (!ScrivoIsLoggable(level)) {
+        return 0;
+    }
+    const ErrnoKeeper keeper;
+    TextBuffer text;
+    va_list arguments;
+    va_start(arguments, format);
+    FormatLog(text, format, arguments);
+    va_end(arguments);
+
+    if (const Hook hook = CurrentHook(); hook.function != nullptr) {
+        hook.function({type, level, domain, tag, format, text.Text()}, hook.context);
+    }
+    return Write({level, domain, tag, text.Text()});
+}
+
+uint64_t ScrivoDroppedLines()
+{
+    return g_dropped.load(std::memory_order_relaxed);
+}
+
+void SetScrivoHook(ScrivoHook hook, void* context)
+{
+    SetUp();
+    MutexLock lock(g_hookMutex);
+    g_hook = {hook, context};
+    g_hasHook.store(hook != nullptr, std::memory_order_release);
+    g_threshold.store(hook != nullptr ? EVERYTHING : Sink().level, std::memory_order_relaxed);
+}
+
+}  // namespace TAVO

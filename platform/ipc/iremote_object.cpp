@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+// What local objects and proxies share.
+#include "tavo/iremote_object.h"
+
+#include "base/forked_child.h"
+#include "tavo/iremote_broker.h"
+#include "tavo/message_parcel.h"
+#include "transport/core.h"
+#include "transport/threads.h"
+
+namespace TAVO {
+
+IRemoteObject::DeathRecipient::~DeathRecipient() = default;
+
+IRemoteObject::~IRemoteObject() = default;
+
+sptr<IRemoteBroker> IRemoteObject::AsInterface()
+{
+    return nullptr;
+}
+
+bool IRemoteObject::Marshalling(Parcel& parcel) const
+{
+    auto* const message = dynamic_cast<MessageParcel*>(&parcel);
+    return message != nullptr && message->WriteRemoteObject(sptr<IRemoteObject>(const_cast<IRemoteObject*>(this)));
+}
+
+void IRemoteObject::OnLastStrongRef() const noexcept
+{
+    const Transport::ThreadRole role = Transport::CurrentRole();
+    if (role != Transport::ThreadRole::CONTROL && role != Transport::ThreadRole::DELIVERY) {
+        delete this;
+        return;
+    }
+    // These two threads must not run a destructor of the user's; without memory for the hand-over the object leaks.
+    Transport::Core::Get().Workers().Post([this] { delete this; });
+}
+
+}  // namespace TAVO

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+// The lanes that this process opens to call another.
+#ifndef TAVO_TRANSPORT_CALL_LANE_H
+#define TAVO_TRANSPORT_CALL_LANE_H
+
+#include <chrono>
+#include <cstdint>
+#include <vector>
+
+#include "tavo/mutex.h"
+#include "transport/fd.h"
+
+namespace TAVO::Transport {
+
+using Clock = std::chrono::steady_clock;
+
+// A blocking socket with its time-outs set once; used by one call at a time.
+struct CallLane {
+    UniqueFd fd;  // closed with the last reference to the lane, so that nobody shuts down a descriptor of others
+    uint64_t number = 0;
+    uint64_t lastSent = 0;  // message numbers
+    uint64_t lastReplyTaken = 0;
+    std::chrono::milliseconds timeout{0};  // set on the socket, both ways
+    Clock::time_point usedAt;
+};
+
+// The one lane of a session for one-way requests (or for notices). Sending never waits.
+struct OneWayLane {
+    Mutex mutex;
+    UniqueFd fd TAVO_GUARDED_BY(mutex);
+    uint64_t number TAVO_GUARDED_BY(mutex) = 0;
+    uint64_t lastSent TAVO_GUARDED_BY(mutex) = 0;
+    std::vector<uint8_t> rest TAVO_GUARDED_BY(mutex);  // of a message that the socket took in part
+};
+
+}  // namespace TAVO::Transport
+
+#endif

@@ -1,0 +1,185 @@
+// SPDX-License-Identifier: Apache-2.0
+// Reads control connections and hellos, never more than there is.
+#include "transport/control_link.h"
+
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/inotify.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "transport/threads.h"
+
+namespace TAVO::Transport {
+namespace {
+
+constexpr int ACCEPTS_PER_TURN = 64;
+constexpr int READS_PER_TURN = 64;
+
+}  // namespace
+
+ControlLink::ControlLink(ControlThread& control, std::shared_ptr<Session> session, UniqueFd fd,
+                         const PeerIdentity& identity, bool answered)
+    : control_(control), session_(std::move(session)), fd_(std::move(fd)), identity_(identity), answered_(answered)
+{
+}
+
+void ControlLink::BecomeAnswered()
+{
+    answered_ = true;
+    UniqueFd pidFd = OpenPeerPidFd(fd_.Get(), identity_.pid);
+    if (pidFd.IsOpen()) {
+        process_ = std::make_unique<Process>(*this, std::move(pidFd));
+        control_.AddPoll(process_->Fd(), EPOLLIN, process_.get());
+    }
+}
+
+void ControlLink::StopPolling()
+{
+    control_.RemovePoll(fd_.Get(), this);
+    if (process_ != nullptr) {
+        control_.RemovePoll(process_->Fd(), process_.get());
+    }
+}
+
+void ControlLink::OnReady(uint32_t events)
+{
+    if ((events & EPOLLOUT) != 0 && !session_->FlushControl()) {
+        control_.TearDown(*this);
+        return;
+    }
+    if ((events & ~static_cast<uint32_t>(EPOLLOUT)) != 0 && !ReadAll()) {
+        control_.TearDown(*this);
+    }
+}
+
+void ControlLink::OnProcessEnd()
+{
+    ReadAll();
+    control_.TearDown(*this);
+}
+
+bool ControlLink::HasHungUp() const
+{
+    pollfd entry{fd_.Get(), POLLRDHUP, 0};
+    return ::poll(&entry, 1, 0) > 0;
+}
+
+bool ControlLink::ReadAll()
+{
+    for (int turn = 0; turn < READS_PER_TURN; ++turn) {
+        const IoResult got = ReceiveNow(fd_.Get(), buffer_.data() + filled_, buffer_.size() - filled_);
+        if (got.status != IoStatus::OK) {
+            return got.status == IoStatus::WOULD_BLOCK;
+        }
+        filled_ += got.bytes;
+        if (!TakeRecords()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool ControlLink::TakeRecords()
+{
+    size_t used = 0;
+    if (!answered_) {
+        if (filled_ < sizeof(Hello)) {
+            return true;
+        }
+        Hello answer;
+        std::memcpy(&answer, buffer_.data(), sizeof(answer));
+        used = sizeof(answer);
+        if (!answer.IsValid() || answer.kind != ConnectionKind::CONTROL || answer.lane != Hello::ACCEPTED) {
+            if (answer.IsValid()) {
+                control_.OnAnswer(*this, answer);
+            }
+            return false;
+        }
+        control_.OnAnswer(*this, answer);
+        if (session_->GetState() != Session::State::UP) {
+            return false;
+        }
+    }
+    for (; filled_ - used >= sizeof(ControlRecord); used += sizeof(ControlRecord)) {
+        ControlRecord record;
+        std::memcpy(&record, buffer_.data() + used, sizeof(record));
+        if (!session_->OnRecord(record)) {
+            WarnLimited("a peer broke the protocol", "its session was closed");
+            return false;
+        }
+    }
+    std::memmove(buffer_.data(), buffer_.data() + used, filled_ - used);
+    filled_ -= used;
+    return true;
+}
+
+void PendingConnection::OnReady(uint32_t)
+{
+    if (IsComplete()) {
+        control_.OnConnectionSettled(this);  // It waited for its session, and something came or it hung up: too early.
+        return;
+    }
+    const IoResult got = ReceiveNow(fd_.Get(), reinterpret_cast<uint8_t*>(&hello_) + got_, sizeof(hello_) - got_);
+    got_ += got.bytes;
+    if (got.status == IoStatus::CLOSED) {
+        control_.OnConnectionSettled(this);
+        return;
+    }
+    if (!IsComplete()) {
+        return;
+    }
+    if (!hello_.IsValid()) {
+        WarnLimited("a connection began with something else than a hello of this version", "closed");
+        control_.OnConnectionSettled(this);
+        return;
+    }
+    Retry();
+}
+
+void PendingConnection::Retry()
+{
+    if (control_.OnHello(fd_, hello_, identity_)) {
+        control_.OnConnectionSettled(this);
+    } else {
+        epoll_event quiet{};  // Its request may lie there already; it is read when the session is up.
+        quiet.data.ptr = static_cast<Pollable*>(this);
+        ::epoll_ctl(control_.Epoll(), EPOLL_CTL_MOD, fd_.Get(), &quiet);
+    }
+}
+
+void Listener::OnReady(uint32_t)
+{
+    for (int turn = 0; turn < ACCEPTS_PER_TURN; ++turn) {
+        UniqueFd fd(::accept4(fd_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+        if (fd.IsOpen()) {
+            control_.OnAccepted(std::move(fd));
+            continue;
+        }
+        if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS) {
+            control_.RestListener(fd_.Get(), this);
+        }
+        if (errno != EINTR && errno != ECONNABORTED) {
+            return;
+        }
+    }
+}
+
+void ManagerWatch::OnReady(uint32_t)
+{
+    alignas(inotify_event) char buffer[4096];
+    const ssize_t got = ::read(fd_.Get(), buffer, sizeof(buffer));
+    bool isManager = false;
+    for (ssize_t at = 0; at + static_cast<ssize_t>(sizeof(inotify_event)) <= got;) {
+        const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
+        isManager = isManager || (event->len > 0 && std::strcmp(event->name, "manager") == 0);
+        at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+    }
+    if (isManager) {
+        appeared_();
+    }
+}
+
+}  // namespace TAVO::Transport

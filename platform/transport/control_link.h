@@ -1,0 +1,113 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the control thread waits for: control connections, connections that have not said what they are, listeners.
+#ifndef TAVO_TRANSPORT_CONTROL_LINK_H
+#define TAVO_TRANSPORT_CONTROL_LINK_H
+
+#include <array>
+#include <functional>
+#include <memory>
+#include <utility>
+
+#include "transport/control_thread.h"
+
+namespace TAVO::Transport {
+
+// A control connection and the life of the process at its other end.
+class ControlLink final : public Pollable {
+public:
+    // `answered`: the hellos are exchanged. Otherwise the answer is awaited.
+    ControlLink(ControlThread& control, std::shared_ptr<Session> session, UniqueFd fd, const PeerIdentity& identity,
+                bool answered);
+
+    void OnReady(uint32_t events) override;
+    // Reads what lies there, then ends the session: the peer's process is gone.
+    void OnProcessEnd();
+    // Whether the other end has hung up, perhaps not yet noticed.
+    bool HasHungUp() const;
+
+    const std::shared_ptr<Session>& GetSession() const { return session_; }
+    int Fd() const { return fd_.Get(); }
+    const PeerIdentity& Identity() const { return identity_; }
+    bool IsAnswered() const { return answered_; }
+    // The answer came: records follow. Watches the peer's process.
+    void BecomeAnswered();
+    void StopPolling();
+
+private:
+    class Process final : public Pollable {
+    public:
+        Process(ControlLink& link, UniqueFd fd) : link_(link), fd_(std::move(fd)) {}
+        void OnReady(uint32_t) override { link_.OnProcessEnd(); }
+        int Fd() const { return fd_.Get(); }
+
+    private:
+        ControlLink& link_;
+        UniqueFd fd_;
+    };
+
+    // False at the end of the connection or for what breaks the protocol.
+    bool ReadAll();
+    bool TakeRecords();
+
+    ControlThread& control_;
+    const std::shared_ptr<Session> session_;
+    const UniqueFd fd_;
+    const PeerIdentity identity_;
+    bool answered_;
+    std::array<uint8_t, 4096> buffer_;
+    size_t filled_ = 0;
+    std::unique_ptr<Process> process_;
+};
+
+// An accepted connection before its hello is complete, or a lane that waits for its session.
+class PendingConnection final : public Pollable {
+public:
+    static constexpr std::chrono::seconds PATIENCE{2};
+
+    PendingConnection(ControlThread& control, UniqueFd fd, const PeerIdentity& identity)
+        : control_(control), fd_(std::move(fd)), identity_(identity), deadline_(Clock::now() + PATIENCE)
+    {
+    }
+
+    void OnReady(uint32_t events) override;
+    // Offers a complete hello to the control thread again.
+    void Retry();
+    int Fd() const { return fd_.Get(); }
+    bool IsComplete() const { return got_ == sizeof(Hello); }
+    Clock::time_point GetDeadline() const { return deadline_; }
+
+private:
+    ControlThread& control_;
+    UniqueFd fd_;
+    const PeerIdentity identity_;
+    const Clock::time_point deadline_;
+    Hello hello_;
+    size_t got_ = 0;
+};
+
+class Listener final : public Pollable {
+public:
+    Listener(ControlThread& control, UniqueFd fd) : control_(control), fd_(std::move(fd)) {}
+    void OnReady(uint32_t events) override;
+    int Fd() const { return fd_.Get(); }
+
+private:
+    ControlThread& control_;
+    const UniqueFd fd_;
+};
+
+// Tells when a manager's socket is renamed into the runtime directory.
+class ManagerWatch final : public Pollable {
+public:
+    ManagerWatch(UniqueFd fd, std::function<void()> appeared) : fd_(std::move(fd)), appeared_(std::move(appeared)) {}
+    void OnReady(uint32_t events) override;
+    int Fd() const { return fd_.Get(); }
+
+private:
+    const UniqueFd fd_;
+    const std::function<void()> appeared_;
+};
+
+}  // namespace TAVO::Transport
+
+#endif

@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: Apache-2.0
+// The one thread that reads all control connections, accepts all connections, and keeps the time.
+#ifndef TAVO_TRANSPORT_CONTROL_THREAD_H
+#define TAVO_TRANSPORT_CONTROL_THREAD_H
+
+#include <atomic>
+#include <chrono>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include "tavo/mutex.h"
+#include "transport/fd.h"
+#include "transport/session.h"
+#include "transport/wire.h"
+
+namespace TAVO::Transport {
+
+class ControlLink;
+class InLane;
+class PendingConnection;
+
+// Something that the control thread waits for.
+class Pollable {
+public:
+    virtual ~Pollable() = default;
+    virtual void OnReady(uint32_t events) = 0;
+};
+
+// Never runs user code, takes no lock that user code can hold, never blocks. Started at its first use.
+class ControlThread {
+public:
+    ControlThread();
+    ~ControlThread();
+
+    // ---- any thread
+    // Opens the control connection of a session that is CONNECTING; it comes up or dies.
+    void Connect(const std::shared_ptr<Session>& session);
+    // Accepts connections on `fd` from now on; false when the thread cannot be started.
+    bool Listen(UniqueFd fd);
+    // Calls `appeared` (which must do no more than post) whenever a manager's socket is renamed into place.
+    bool WatchManager(int dirFd, std::function<void()> appeared);
+    // Has a lane look at its socket again in a moment, when the byte budget may allow more.
+    void RetryLater(const std::shared_ptr<InLane>& lane);
+    // Ends the lane when its patience is over.
+    void WatchPatience(const std::shared_ptr<InLane>& lane);
+    // Sends the rest of a one-way request as soon as there is room.
+    void FlushLater(const std::shared_ptr<Session>& session, ConnectionKind kind);
+    // Some session has an idle lane, to be closed after a while.
+    void ExpectIdleLanes();
+
+    // ---- the control thread, from its pollables
+    int Epoll() const noexcept { return epoll_.Get(); }
+    // Waits for events on `fd` until RemovePoll, which is called before the pollable goes.
+    void AddPoll(int fd, uint32_t events, Pollable* pollable);
+    void RemovePoll(int fd, Pollable* pollable);
+    // A connection said what it is; takes the descriptor. False: keep it and ask again when a session has come up.
+    bool OnHello(UniqueFd& fd, const Hello& hello, const PeerIdentity& identity);
+    void OnAnswer(ControlLink& link, const Hello& answer);
+    void OnAccepted(UniqueFd fd);
+    // It became what it is, or nothing.
+    void OnConnectionSettled(PendingConnection* connection);
+    // The end of a session.
+    void TearDown(ControlLink& link);
+    // No descriptor or memory for accepting: the listener rests for a moment.
+    void RestListener(int fd, Pollable* listener);
+
+private:
+    friend class ControlLink;
+
+    void Own(std::unique_ptr<Pollable> pollable);
+    void Disown(Pollable* pollable);
+    bool Post(std::function<void()> job);
+    void Run();
+    void RunJobs();
+    int TickMilliseconds() const;
+    void OnTick(Clock::time_point now);
+    void TryConnect(const std::shared_ptr<Session>& session, Clock::time_point giveUp);
+    void Establish(const std::shared_ptr<Session>& session, UniqueFd fd, const PeerIdentity& identity);
+    void AcceptControl(UniqueFd& fd, const Hello& hello, const PeerIdentity& identity);
+    ControlLink* LinkOf(const Session* session) const;
+    void RetryParked();
+
+    UniqueFd epoll_;
+    UniqueFd jobsReady_;
+    Mutex mutex_;
+    bool isRunning_ TAVO_GUARDED_BY(mutex_) = false;
+    std::deque<std::function<void()>> jobs_ TAVO_GUARDED_BY(mutex_);
+    std::atomic<bool> expectsIdleLanes_{false};
+
+    // The rest belongs to the control thread alone.
+    struct Retry {
+        std::shared_ptr<Session> session;
+        Clock::time_point giveUp;
+    };
+    std::unordered_set<const Pollable*> polled_;
+    std::unordered_map<const Pollable*, std::unique_ptr<Pollable>> owned_;
+    std::vector<std::unique_ptr<Pollable>> disowned_;  // until the events in hand are done
+    std::unordered_map<const Session*, ControlLink*> links_;
+    std::vector<PendingConnection*> pending_;  // in the order of acceptance
+    std::vector<Retry> connecting_;            // to try again: the peer's queue was full
+    std::vector<Retry> expected_;              // the peer said that its connection is on its way
+    std::vector<std::weak_ptr<InLane>> impatient_;
+    std::vector<std::shared_ptr<InLane>> stalled_;
+    std::vector<std::pair<std::weak_ptr<Session>, ConnectionKind>> flushing_;
+    std::vector<std::pair<int, Pollable*>> resting_;  // listeners that found no descriptor left
+    Clock::time_point restingUntil_;
+    Clock::time_point nextIdleSweep_;
+};
+
+}  // namespace TAVO::Transport
+
+#endif

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+// The thread that runs death notices and load callbacks, so that no request handler can delay them.
+#ifndef TAVO_TRANSPORT_DELIVERY_THREAD_H
+#define TAVO_TRANSPORT_DELIVERY_THREAD_H
+
+#include <deque>
+#include <functional>
+#include <memory>
+
+#include "tavo/mutex.h"
+#include "transport/fd.h"
+
+namespace TAVO::Transport {
+
+class InLane;
+
+// Started at its first use.
+class DeliveryThread {
+public:
+    DeliveryThread();
+
+    // Runs `job` behind those that wait. False without memory or thread.
+    bool Post(std::function<void()> job) noexcept;
+    // Serves a lane of notices from now on.
+    void AddLane(const std::shared_ptr<InLane>& lane);
+
+private:
+    bool Start() TAVO_REQUIRES(mutex_);
+    void Run();
+    void RunJobs();
+
+    UniqueFd epoll_;
+    UniqueFd jobsReady_;
+    Mutex mutex_;
+    bool isRunning_ TAVO_GUARDED_BY(mutex_) = false;
+    std::deque<std::function<void()>> jobs_ TAVO_GUARDED_BY(mutex_);
+};
+
+}  // namespace TAVO::Transport
+
+#endif

@@ -1,0 +1,205 @@
+// SPDX-License-Identifier: Apache-2.0
+// Socket helpers: interruptions, short transfers and deadlines are dealt with here and nowhere else.
+#include "transport/fd.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#ifndef SO_PEERPIDFD
+#define SO_PEERPIDFD 77
+#endif
+
+namespace TAVO::Transport {
+namespace {
+
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+constexpr size_t SMALL_BYTES = 32 * 1024;
+
+IoResult ReceiveWith(int fd, void* buffer, size_t size, int flags) noexcept
+{
+    for (;;) {
+        const ssize_t got = ::recv(fd, buffer, size, flags);
+        if (got > 0) {
+            return {IoStatus::OK, static_cast<size_t>(got)};
+        }
+        if (got == 0) {
+            return {IoStatus::CLOSED, 0};
+        }
+        if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            return {IoStatus::WOULD_BLOCK, 0};
+        }
+        if (errno == EINTR) {
+            if ((flags & MSG_DONTWAIT) == 0) {
+                return {IoStatus::WOULD_BLOCK,
+                        0};  // The socket's time-out would start anew: the caller looks at the clock.
+            }
+            continue;
+        }
+        return {IoStatus::CLOSED, 0};
+    }
+}
+
+// Sends what fits in one go: with MSG_DONTWAIT all that fits now, else what fits within the socket's send time-out.
+IoResult SendWith(int fd, const void* buffer, size_t size, int flags) noexcept
+{
+    const char* bytes = static_cast<const char*>(buffer);
+    size_t sent = 0;
+    while (sent < size) {
+        const ssize_t put = ::send(fd, bytes + sent, size - sent, flags | MSG_NOSIGNAL);
+        if (put >= 0) {
+            sent += static_cast<size_t>(put);
+        } else if (errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK) {
+            return {IoStatus::CLOSED, sent};
+        } else if (errno != EINTR || (flags & MSG_DONTWAIT) == 0) {
+            return {IoStatus::WOULD_BLOCK, sent};
+        }
+        if (put >= 0 && sent < size && (flags & MSG_DONTWAIT) == 0) {
+            return {IoStatus::WOULD_BLOCK, sent};  // The time-out passed; another blocking send would begin it anew.
+        }
+    }
+    return {IoStatus::OK, sent};
+}
+
+UniqueFd ConnectWith(const std::string& path, int socketFlags, milliseconds timeout)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof(address.sun_path)) {
+        errno = ENAMETOOLONG;
+        return UniqueFd();
+    }
+    std::memcpy(address.sun_path, path.data(), path.size());
+    UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | socketFlags, 0));
+    if (!fd.IsOpen()) {
+        return fd;
+    }
+    if (timeout.count() > 0) {
+        SetTimeouts(fd.Get(), timeout, timeout);  // The send time-out bounds connect too.
+    }
+    int result = 0;
+    do {
+        result = ::connect(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+    } while (result != 0 && errno == EINTR);
+    if (result != 0 && errno != EISCONN) {
+        const int error = errno;
+        fd.Reset();
+        errno = error;
+        return fd;
+    }
+    const PeerIdentity peer = ReadPeerIdentity(fd.Get());
+    if (!peer.known || peer.uid != ::geteuid()) {
+        fd.Reset();
+        errno = EACCES;
+    }
+    return fd;
+}
+
+}  // namespace
+
+IoResult ReceiveNow(int fd, void* buffer, size_t size) noexcept
+{
+    return ReceiveWith(fd, buffer, size, MSG_DONTWAIT);
+}
+
+IoResult ReceiveOnce(int fd, void* buffer, size_t size) noexcept
+{
+    return ReceiveWith(fd, buffer, size, 0);
+}
+
+IoResult ReceiveUntil(int fd, void* buffer, size_t size, Deadline deadline, bool isFirst) noexcept
+{
+    IoResult result = ReceiveWith(fd, buffer, size, isFirst ? 0 : MSG_DONTWAIT);
+    while (result.status == IoStatus::WOULD_BLOCK && PollUntil(fd, POLLIN, deadline)) {
+        result = ReceiveWith(fd, buffer, size, MSG_DONTWAIT);
+    }
+    return result;
+}
+
+IoResult SendNow(int fd, const void* buffer, size_t size) noexcept
+{
+    return SendWith(fd, buffer, size, MSG_DONTWAIT);
+}
+
+IoResult SendUntil(int fd, const void* buffer, size_t size, Deadline deadline) noexcept
+{
+    // A large message is made of many pieces, each with the socket's time-out: poll keeps to the one deadline.
+    IoResult result = SendWith(fd, buffer, size, size > SMALL_BYTES ? MSG_DONTWAIT : 0);
+    while (result.status == IoStatus::WOULD_BLOCK && PollUntil(fd, POLLOUT, deadline)) {
+        const size_t before = result.bytes;
+        result = SendWith(fd, static_cast<const char*>(buffer) + before, size - before, MSG_DONTWAIT);
+        result.bytes += before;
+    }
+    return result;
+}
+
+bool PollUntil(int fd, short events, Deadline deadline) noexcept
+{
+    for (;;) {
+        const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now()).count();
+        if (left <= 0) {
+            return false;
+        }
+        pollfd entry{fd, events, 0};
+        const int ready = ::poll(&entry, 1, static_cast<int>(std::min<int64_t>(left, 1 << 30)));
+        if (ready > 0) {
+            return true;
+        }
+        if (ready < 0 && errno != EINTR) {
+            return false;
+        }
+    }
+}
+
+UniqueFd ConnectStream(const std::string& path, milliseconds timeout)
+{
+    return ConnectWith(path, 0, std::max(timeout, milliseconds(1)));
+}
+
+UniqueFd ConnectStreamNow(const std::string& path)
+{
+    return ConnectWith(path, SOCK_NONBLOCK, milliseconds(0));
+}
+
+void SetTimeouts(int fd, milliseconds receive, milliseconds send) noexcept
+{
+    const auto set = [fd](int option, milliseconds value) {
+        timeval time{};
+        time.tv_sec = value.count() / 1000;
+        time.tv_usec = (value.count() % 1000) * 1000;
+        ::setsockopt(fd, SOL_SOCKET, option, &time, sizeof(time));
+    };
+    set(SO_RCVTIMEO, receive);
+    set(SO_SNDTIMEO, send);
+}
+
+PeerIdentity ReadPeerIdentity(int fd) noexcept
+{
+    ucred credentials{};
+    socklen_t size = sizeof(credentials);
+    if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) {
+        return {};
+    }
+    return {true, credentials.pid, credentials.uid};
+}
+
+UniqueFd OpenPeerPidFd(int fd, int pid) noexcept
+{
+    int pidFd = -1;
+    socklen_t size = sizeof(pidFd);
+    if (::getsockopt(fd, SOL_SOCKET, SO_PEERPIDFD, &pidFd, &size) == 0) {
+        ::fcntl(pidFd, F_SETFD, FD_CLOEXEC);
+        return UniqueFd(pidFd);
+    }
+    return UniqueFd(pid > 0 ? static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)) : -1);  // Close-on-exec by itself.
+}
+
+}  // namespace TAVO::Transport

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: Apache-2.0
+// Descriptors that close themselves, and the few ways in which the transport touches a socket.
+#ifndef TAVO_TRANSPORT_FD_H
+#define TAVO_TRANSPORT_FD_H
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <utility>
+
+namespace TAVO::Transport {
+
+class UniqueFd {
+public:
+    UniqueFd() = default;
+    explicit UniqueFd(int fd) noexcept : fd_(fd) {}
+    UniqueFd(UniqueFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    UniqueFd& operator=(UniqueFd&& other) noexcept
+    {
+        Reset(std::exchange(other.fd_, -1));
+        return *this;
+    }
+    ~UniqueFd() { Reset(); }
+
+    int Get() const noexcept { return fd_; }
+    bool IsOpen() const noexcept { return fd_ >= 0; }
+    int Release() noexcept { return std::exchange(fd_, -1); }
+    void Reset(int fd = -1) noexcept
+    {
+        if (fd_ >= 0) {
+            ::close(fd_);
+        }
+        fd_ = fd;
+    }
+
+private:
+    int fd_ = -1;
+};
+
+using Deadline = std::chrono::steady_clock::time_point;
+
+enum class IoStatus {
+    OK,
+    WOULD_BLOCK,  // nothing now (non-blocking), or the deadline passed
+    CLOSED,       // end of file, reset, or any other error of the connection
+};
+
+// How long an operation may wait: not at all, or until a deadline on a socket whose time-outs are set.
+struct IoResult {
+    IoStatus status = IoStatus::OK;
+    size_t bytes = 0;  // moved, with any status
+};
+
+// Receives at least one byte. No room for control data is offered, so a descriptor that is sent is discarded.
+IoResult ReceiveNow(int fd, void* buffer, size_t size) noexcept;
+// Waits on a blocking socket at most as long as its receive time-out, once; WOULD_BLOCK afterwards.
+IoResult ReceiveOnce(int fd, void* buffer, size_t size) noexcept;
+// Waits until `deadline`; `isFirst` uses the socket's receive time-out, which was set for that deadline, first: a poll
+// less on the usual path.
+IoResult ReceiveUntil(int fd, void* buffer, size_t size, Deadline deadline, bool isFirst) noexcept;
+
+// Sends all or as much as fits now.
+IoResult SendNow(int fd, const void* buffer, size_t size) noexcept;
+// Sends all, waiting until `deadline`.
+IoResult SendUntil(int fd, const void* buffer, size_t size, Deadline deadline) noexcept;
+
+// Waits for poll events until the deadline; false when it passed.
+bool PollUntil(int fd, short events, Deadline deadline) noexcept;
+
+// A stream socket connected to `path` (close-on-exec, blocking, with the given time-outs). On failure not open, errno set;
+// EACCES when the socket belongs to another user. `path` must fit into an address.
+UniqueFd ConnectStream(const std::string& path, std::chrono::milliseconds timeout);
+// The same without ever waiting: errno EAGAIN when the listener's queue is full.
+UniqueFd ConnectStreamNow(const std::string& path);
+void SetTimeouts(int fd, std::chrono::milliseconds receive, std::chrono::milliseconds send) noexcept;
+
+struct PeerIdentity {
+    bool known = false;
+    int pid = 0;
+    unsigned uid = 0;
+};
+PeerIdentity ReadPeerIdentity(int fd) noexcept;
+// A descriptor of the peer's process; not open where the kernel has none to give.
+UniqueFd OpenPeerPidFd(int fd, int pid) noexcept;
+
+}  // namespace TAVO::Transport
+
+#endif

@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: Apache-2.0
+// Puts frames together; every length is checked before anything is done with it.
+#include "transport/frame_reader.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "base/parcel_access.h"
+
+namespace TAVO::Transport {
+namespace {
+
+constexpr size_t FIRST_ROOM_BYTES = 64 * 1024;
+
+}  // namespace
+
+FrameReader::State FrameReader::Consume(const uint8_t*& from, const uint8_t* end)
+{
+    if (!HasHeader()) {
+        const size_t take = std::min(sizeof(FrameHeader) - headerBytes_, static_cast<size_t>(end - from));
+        if (take != 0) {
+            std::memcpy(reinterpret_cast<uint8_t*>(&header_) + headerBytes_, from, take);
+        }
+        headerBytes_ += take;
+        from += take;
+        if (!HasHeader()) {
+            return State::MORE;
+        }
+        if (const State state = AfterHeader(); state != State::MORE) {
+            return state;
+        }
+    }
+    const size_t wanted = std::min(header_.BodyBytes() - bodyBytes_, static_cast<size_t>(end - from));
+    if (wanted == 0) {
+        return AfterBody();
+    }
+    // These bytes have left the socket: they are taken whatever the budget says, which then holds back the next ones.
+    uint8_t* place = ParcelAccess::Append(body_, wanted);
+    if (place == nullptr) {
+        return State::BAD;
+    }
+    std::memcpy(place, from, wanted);
+    bodyBytes_ += wanted;
+    from += wanted;
+    return AfterBody();
+}
+
+FrameReader::Room FrameReader::RoomForBody()
+{
+    if (!HasHeader() || complete_) {
+        return {State::MORE, nullptr, 0};
+    }
+    const size_t size = Charge(std::min(header_.BodyBytes() - bodyBytes_, std::max(FIRST_ROOM_BYTES, bodyBytes_)));
+    if (size == 0) {
+        return {State::STALLED, nullptr, 0};
+    }
+    roomBytes_ = size;
+    uint8_t* place = ParcelAccess::Append(body_, size);
+    return {place != nullptr ? State::MORE : State::BAD, place, size};
+}
+
+FrameReader::State FrameReader::Received(size_t bytes)
+{
+    bodyBytes_ += bytes;
+    ParcelAccess::Truncate(body_, bodyBytes_);
+    roomBytes_ = 0;
+    return AfterBody();
+}
+
+void FrameReader::Next()
+{
+    ParcelAccess::Clear(body_);
+    GiveBack();
+    headerBytes_ = 0;
+    bodyBytes_ = 0;
+    complete_ = false;
+}
+
+FrameReader::State FrameReader::AfterHeader()
+{
+    return header_.IsPossible(oneWay_) ? State::MORE : State::BAD;
+}
+
+FrameReader::State FrameReader::AfterBody()
+{
+    complete_ = bodyBytes_ == header_.BodyBytes();
+    return complete_ ? State::COMPLETE : State::MORE;
+}
+
+size_t FrameReader::Charge(size_t wanted)
+{
+    const size_t total = bodyBytes_ + wanted;
+    if (budget_ == nullptr || total <= SMALL_BYTES || total <= charged_) {
+        return wanted;
+    }
+    if (!budget_->Take(total - charged_)) {
+        return 0;
+    }
+    charged_ = total;
+    return wanted;
+}
+
+void FrameReader::GiveBack() noexcept
+{
+    if (charged_ != 0) {
+        budget_->Give(std::exchange(charged_, size_t{0}));
+    }
+}
+
+}  // namespace TAVO::Transport

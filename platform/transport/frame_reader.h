@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: Apache-2.0
+// Puts frames together from bytes that arrive in any pieces.
+#ifndef TAVO_TRANSPORT_FRAME_READER_H
+#define TAVO_TRANSPORT_FRAME_READER_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "tavo/message_parcel.h"
+#include "transport/byte_budget.h"
+#include "transport/wire.h"
+
+namespace TAVO::Transport {
+
+// One lane's reader, used by one thread at a time. The body's buffer grows with the bytes that are there, to at most
+// twice as much, never by an announced length. Bodies above SMALL_BYTES are charged to the budget while they grow.
+class FrameReader {
+public:
+    enum class State {
+        MORE,      // bytes are missing
+        COMPLETE,  // Header() and Body() are a whole frame; Next() goes on to the following one
+        STALLED,   // the budget is used up: leave the rest in the socket for now
+        BAD,       // no frame can look like this, or no memory: the lane must end
+    };
+
+    static constexpr size_t SMALL_BYTES = 16 * 1024;
+
+    FrameReader(bool oneWay, ByteBudget* budget) : oneWay_(oneWay), budget_(budget) {}
+    ~FrameReader() { GiveBack(); }
+    FrameReader(const FrameReader&) = delete;
+    FrameReader& operator=(const FrameReader&) = delete;
+
+    // Takes bytes from [`from`, `end`) up to the end of the frame and moves `from` behind them.
+    State Consume(const uint8_t*& from, const uint8_t* end);
+
+    // For bodies: room for the next bytes of the body, to receive into; Received says how many came. `room` is null
+    // unless the header is complete, the body is not, and the budget allows it (state tells which).
+    struct Room {
+        State state;
+        uint8_t* place;
+        size_t size;
+    };
+    Room RoomForBody();
+    State Received(size_t bytes);
+
+    // True between the first byte of a frame and its last.
+    bool IsUnderWay() const noexcept { return headerBytes_ != 0 && !complete_; }
+    bool HasHeader() const noexcept { return headerBytes_ == sizeof(FrameHeader); }
+
+    const FrameHeader& Header() const noexcept { return header_; }
+    // Data and table; the receiver of the frame takes the content out.
+    MessageParcel& Body() noexcept { return body_; }
+    // Forgets the complete frame.
+    void Next();
+
+private:
+    State AfterHeader();
+    State AfterBody();
+    // Bytes that the body may grow by now, at most `wanted`; 0 when the budget is used up.
+    size_t Charge(size_t wanted);
+    void GiveBack() noexcept;
+
+    const bool oneWay_;
+    ByteBudget* const budget_;
+    FrameHeader header_;
+    size_t headerBytes_ = 0;  // of the header, received so far
+    MessageParcel body_;
+    size_t bodyBytes_ = 0;  // received so far
+    size_t roomBytes_ = 0;  // handed out by RoomForBody behind them
+    size_t charged_ = 0;
+    bool complete_ = false;
+};
+
+}  // namespace TAVO::Transport
+
+#endif

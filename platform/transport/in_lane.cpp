@@ -1,0 +1,332 @@
+// SPDX-License-Identifier: Apache-2.0
+// Serves a lane. No step here waits for the peer, but for a moment after an answer when another worker is free.
+#include "transport/in_lane.h"
+
+#include <sys/epoll.h>
+#include <sys/socket.h>
+
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include "base/parcel_access.h"
+#include "transport/core.h"
+#include "transport/object_gate.h"
+#include "transport/threads.h"
+
+namespace TAVO::Transport {
+namespace {
+
+constexpr size_t SCRATCH_BYTES = 32 * 1024;
+constexpr int STAY_REQUESTS = 32;             // so that other lanes get their turn
+constexpr std::chrono::milliseconds STAY{1};  // how long a worker waits for a busy lane's next request
+
+// One per serving thread, kept for its life.
+uint8_t* Scratch()
+{
+    thread_local const std::unique_ptr<uint8_t[]> scratch(new uint8_t[SCRATCH_BYTES]);
+    return scratch.get();
+}
+
+}  // namespace
+
+struct InLane::Request {
+    sptr<IPCObjectStub> target;
+    FrameHeader header;
+    MessageParcel data;
+};
+
+InLane::InLane(UniqueFd fd, ConnectionKind kind, uint64_t number, std::shared_ptr<Session> session)
+    : fd_(std::move(fd)),
+      kind_(kind),
+      number_(number),
+      session_(std::move(session)),
+      reader_(kind != ConnectionKind::CALL_LANE, &session_->Budget())
+{
+    SetTimeouts(fd_.Get(), STAY, STAY);
+}
+
+InLane::~InLane() = default;
+
+void InLane::Join(int epoll)
+{
+    epoll_ = epoll;
+    self_ = shared_from_this();
+    epoll_event event{};
+    event.events = EPOLLIN | EPOLLRDHUP | EPOLLONESHOT;
+    event.data.ptr = this;
+    if (::epoll_ctl(epoll_, EPOLL_CTL_ADD, fd_.Get(), &event) != 0) {
+        Close();
+    }
+}
+
+void InLane::ShutDown() noexcept
+{
+    ::shutdown(fd_.Get(), SHUT_RDWR);
+}
+
+void InLane::Serve(uint32_t events)
+{
+    const bool callerGone = (events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0;
+    if (IsCallLane() && callerGone) {
+        Close();  // A request that lies unread has nobody waiting for it: it is not run.
+        return;
+    }
+    try {
+        switch (unsentBytes_ != 0 ? FlushReply() : Next::GO_ON) {
+            case Next::GO_ON:
+                Loop();
+                return;
+            case Next::GONE:
+                return;
+            case Next::CLOSE:
+                Close();
+                return;
+        }
+    } catch (const std::bad_alloc&) {
+        WarnLimited("out of memory", "a lane was closed");
+        Close();
+    }
+}
+
+void InLane::Loop()
+{
+    bool wait = false;
+    for (int served = 0;;) {
+        IoStatus io = IoStatus::OK;
+        switch (NextFrame(wait, io)) {
+            case FrameReader::State::COMPLETE:
+                break;
+            case FrameReader::State::STALLED:
+                Core::Get().Control().RetryLater(shared_from_this());
+                return;
+            case FrameReader::State::BAD:
+                WarnLimited("impossible frame", "a lane was closed");
+                Close();
+                return;
+            case FrameReader::State::MORE:
+                if (io == IoStatus::CLOSED) {
+                    Close();
+                } else {
+                    Await(EPOLLIN, reader_.IsUnderWay());
+                }
+                return;
+        }
+        switch (Handle()) {
+            case Next::GO_ON:
+                break;
+            case Next::GONE:
+                return;
+            case Next::CLOSE:
+                Close();
+                return;
+        }
+        if (stash_.empty()) {
+            wait = CurrentRole() == ThreadRole::WORKER && ++served < STAY_REQUESTS && Core::Get().Workers().HasSpare();
+            if (!wait) {
+                Await(EPOLLIN, reader_.IsUnderWay());
+                return;
+            }
+        }
+    }
+}
+
+FrameReader::State InLane::NextFrame(bool wait, IoStatus& io)
+{
+    const auto receive = [this, wait](void* place, size_t size) {
+        return wait ? ReceiveOnce(fd_.Get(), place, size) : ReceiveNow(fd_.Get(), place, size);
+    };
+    if (!stash_.empty()) {
+        const uint8_t* from = stash_.data() + stashUsed_;
+        const uint8_t* const end = stash_.data() + stash_.size();
+        const FrameReader::State state = reader_.Consume(from, end);
+        stashUsed_ = static_cast<size_t>(from - stash_.data());
+        if (from == end) {
+            std::vector<uint8_t>().swap(stash_);
+            stashUsed_ = 0;
+        }
+        if (state != FrameReader::State::MORE) {
+            return state;
+        }
+    }
+    for (;;) {
+        if (reader_.HasHeader()) {
+            const FrameReader::Room room = reader_.RoomForBody();
+            if (room.place == nullptr) {
+                return room.state;
+            }
+            const IoResult got = receive(room.place, room.size);
+            io = got.status;
+            const FrameReader::State state = reader_.Received(got.bytes);
+            if (io != IoStatus::OK || state != FrameReader::State::MORE) {
+                return state;
+            }
+            continue;
+        }
+        uint8_t* const scratch = Scratch();
+        const IoResult got = receive(scratch, SCRATCH_BYTES);
+        io = got.status;
+        if (io != IoStatus::OK) {
+            return FrameReader::State::MORE;
+        }
+        const uint8_t* from = scratch;
+        const FrameReader::State state = reader_.Consume(from, scratch + got.bytes);
+        if (from != scratch + got.bytes) {
+            stash_.assign(from, static_cast<const uint8_t*>(scratch + got.bytes));
+            stashUsed_ = 0;
+        }
+        if (state != FrameReader::State::MORE) {
+            return state;
+        }
+    }
+}
+
+InLane::Next InLane::Handle()
+{
+    patienceEnds_.store(0, std::memory_order_relaxed);
+    Request request;
+    request.header = reader_.Header();
+    ParcelAccess::Swap(request.data, reader_.Body());
+    reader_.Next();
+    const FrameHeader& header = request.header;
+    if (header.kind != FrameKind::REQUEST || header.number != lastTaken_ + 1) {
+        WarnLimited("frame out of turn", "a lane was closed");
+        return Next::CLOSE;
+    }
+    lastTaken_ = header.number;
+    MessageParcel nothing;
+    if (!session_->TakeReferences({false, number_}, header, request.data)) {
+        WarnLimited("references that do not hold together", "a request was refused");
+        return IsCallLane() ? Reply(header.number, IPC_BAD_MESSAGE, nothing) : Next::GO_ON;
+    }
+    request.target = header.serial == 0 ? Core::Get().Root() : session_->FindHeld(header.serial);
+    if (request.target == nullptr) {
+        return IsCallLane() ? Reply(header.number, IPC_DEAD_OBJECT, nothing) : Next::GO_ON;
+    }
+    if (kind_ == ConnectionKind::NOTICE_LANE) {
+        return request.target->RunsOnDeliveryThread() ? Run(request) : Next::GO_ON;
+    }
+    const bool runs = Core::GateOf(*request.target).EnterOrWait([this, &request] {
+        auto waiting = std::make_shared<Request>();
+        waiting->target = request.target;
+        waiting->header = request.header;
+        ParcelAccess::Swap(waiting->data, request.data);
+        return std::function<void()>([lane = shared_from_this(), waiting] {
+            const Next next = lane->Run(*waiting);
+            if (next == Next::GO_ON) {
+                lane->Loop();
+            } else if (next == Next::CLOSE) {
+                lane->Close();
+            }
+        });
+    });
+    return runs ? Run(request) : Next::GONE;
+}
+
+InLane::Next InLane::Run(Request& request)
+{
+    MessageParcel reply;
+    MessageOption option(IsCallLane() ? MessageOption::FLAG_SYNC : MessageOption::FLAG_ONE_WAY);
+    const int status =
+        Dispatch(*request.target, session_->Identity(), request.header.codeOrStatus, request.data, reply, option);
+    if (kind_ != ConnectionKind::NOTICE_LANE) {
+        LeaveGate(*request.target);
+    }
+    return IsCallLane() ? Reply(request.header.number, status, reply) : Next::GO_ON;
+}
+
+InLane::Next InLane::Reply(uint64_t number, int status, MessageParcel& reply)
+{
+    FrameHeader header;
+    header.kind = FrameKind::REPLY;
+    header.number = number;
+    header.dataBytes = static_cast<uint32_t>(reply.GetDataSize());
+    if (!ParcelAccess::References(reply).empty()) {
+        const int passed = session_->PassReferences({false, number_}, number, reply, header);
+        if (passed == IPC_BAD_MESSAGE) {
+            MessageParcel nothing;
+            return Reply(number, IPC_BAD_MESSAGE, nothing);
+        }
+        if (passed != IPC_OK) {
+            return Next::CLOSE;
+        }
+    }
+    header.codeOrStatus = static_cast<uint32_t>(status);
+    if (!header.IsPossible(false)) {
+        return Next::CLOSE;  // More than a message may carry: the caller sees a broken call.
+    }
+    uint8_t* const frame = ParcelAccess::Headroom(reply, sizeof(header));
+    if (frame == nullptr) {
+        return Next::CLOSE;
+    }
+    std::memcpy(frame, &header, sizeof(header));
+    const size_t size = sizeof(header) + header.BodyBytes();
+    const IoResult sent = SendNow(fd_.Get(), frame, size);
+    if (sent.status != IoStatus::WOULD_BLOCK) {
+        return sent.status == IoStatus::OK ? Next::GO_ON : Next::CLOSE;
+    }
+    ParcelAccess::Swap(unsent_, reply);
+    unsentBytes_ = size;
+    unsentDone_ = sent.bytes;
+    Await(EPOLLOUT, true);
+    return Next::GONE;
+}
+
+InLane::Next InLane::FlushReply()
+{
+    const uint8_t* const frame = unsent_.GetData() - sizeof(FrameHeader);
+    const IoResult sent = SendNow(fd_.Get(), frame + unsentDone_, unsentBytes_ - unsentDone_);
+    unsentDone_ += sent.bytes;
+    if (sent.status == IoStatus::WOULD_BLOCK) {
+        Await(EPOLLOUT, true);
+        return Next::GONE;
+    }
+    ParcelAccess::Clear(unsent_);
+    unsentBytes_ = 0;
+    patienceEnds_.store(0, std::memory_order_relaxed);
+    return sent.status == IoStatus::OK ? Next::GO_ON : Next::CLOSE;
+}
+
+void InLane::Await(uint32_t events, bool impatient)
+{
+    if (impatient && patienceEnds_.load(std::memory_order_relaxed) == 0) {
+        patienceEnds_.store((Clock::now() + PATIENCE).time_since_epoch().count(), std::memory_order_relaxed);
+        if (!isWatched_.exchange(true)) {
+            Core::Get().Control().WatchPatience(shared_from_this());
+        }
+    }
+    epoll_event event{};
+    event.events = events | EPOLLRDHUP | EPOLLONESHOT;
+    event.data.ptr = this;
+    ::epoll_ctl(epoll_, EPOLL_CTL_MOD, fd_.Get(), &event);  // From here on another thread may have the lane.
+}
+
+bool InLane::CheckPatience(Clock::time_point now)
+{
+    const int64_t ends = patienceEnds_.load(std::memory_order_relaxed);
+    if (ends != 0 && now.time_since_epoch().count() < ends) {
+        return true;
+    }
+    if (ends != 0) {
+        ShutDown();
+    }
+    isWatched_.store(false);
+    // It may have begun to wait in between, seen that it is watched, and relied on that.
+    return ends == 0 && patienceEnds_.load() != 0 && !isWatched_.exchange(true);
+}
+
+void InLane::Rearm()
+{
+    Await(EPOLLIN, true);
+}
+
+void InLane::Close()
+{
+    ::epoll_ctl(epoll_, EPOLL_CTL_DEL, fd_.Get(), nullptr);
+    const std::shared_ptr<InLane> last = std::move(self_);
+    patienceEnds_.store(0, std::memory_order_relaxed);
+    session_->RemoveInLane(shared_from_this(), lastTaken_);
+    ShutDown();
+}
+
+}  // namespace TAVO::Transport

@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: Apache-2.0
+// The serving end of a lane that another process opened: reads requests, has them handled, answers.
+#ifndef TAVO_TRANSPORT_IN_LANE_H
+#define TAVO_TRANSPORT_IN_LANE_H
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "tavo/ipc_object_stub.h"
+#include "transport/call_lane.h"
+#include "transport/fd.h"
+#include "transport/frame_reader.h"
+#include "transport/session.h"
+
+namespace TAVO::Transport {
+
+// Belongs to one thread at a time: its one-shot registration in an epoll hands it from one to the next.
+class InLane : public std::enable_shared_from_this<InLane> {
+public:
+    // An incomplete request, or a reply that is not taken, ends the lane after this.
+    static constexpr std::chrono::seconds PATIENCE{8};
+
+    InLane(UniqueFd fd, ConnectionKind kind, uint64_t number, std::shared_ptr<Session> session);
+    ~InLane();
+
+    uint64_t Number() const noexcept { return number_; }
+    ConnectionKind Kind() const noexcept { return kind_; }
+
+    // Begins to wait for requests in `epoll`; the lane keeps itself alive until it is closed.
+    void Join(int epoll);
+    // Handles what there is, after the epoll reported `events`.
+    void Serve(uint32_t events);
+    // Any thread: wakes the lane for its end.
+    void ShutDown() noexcept;
+
+    // Control thread: ends the lane if its patience is over. False when it needs no watching any more.
+    bool CheckPatience(Clock::time_point now);
+    // Control thread: has a lane that waited for the byte budget look again.
+    void Rearm();
+
+private:
+    enum class Next {
+        GO_ON,  // the lane is ready for the next request
+        GONE,   // somebody else goes on with it, or an epoll does
+        CLOSE,  // it must end
+    };
+    struct Request;
+
+    void Loop();
+    FrameReader::State NextFrame(bool wait, IoStatus& io);
+    Next Handle();
+    Next Run(Request& request);
+    Next Reply(uint64_t number, int status, MessageParcel& reply);
+    Next FlushReply();
+    void Await(uint32_t events, bool impatient);
+    void Close();
+    bool IsCallLane() const noexcept { return kind_ == ConnectionKind::CALL_LANE; }
+
+    const UniqueFd fd_;
+    const ConnectionKind kind_;
+    const uint64_t number_;
+    const std::shared_ptr<Session> session_;
+    int epoll_ = -1;
+    std::shared_ptr<InLane> self_;  // while it waits in an epoll or is being served
+
+    FrameReader reader_;
+    std::vector<uint8_t> stash_;  // received behind the frame that is being handled
+    size_t stashUsed_ = 0;
+    uint64_t lastTaken_ = 0;  // message number
+    MessageParcel unsent_;    // a reply that the socket took in part
+    size_t unsentBytes_ = 0;  // of its frame, header included; 0: none
+    size_t unsentDone_ = 0;
+    std::atomic<int64_t> patienceEnds_{0};  // steady clock ticks; 0: not waiting for the peer to finish something
+    std::atomic<bool> isWatched_{false};
+};
+
+}  // namespace TAVO::Transport
+
+#endif

@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: Apache-2.0
+// One-way requests and notices: one lane a session, sent in order, and never waiting for the receiver.
+#include <cstring>
+#include <utility>
+
+#include "base/parcel_access.h"
+#include "transport/core.h"
+#include "transport/session.h"
+
+namespace TAVO::Transport {
+
+int Session::SendOneWay(ConnectionKind kind, uint64_t serial, uint32_t code, MessageParcel& data, Deadline deadline)
+{
+    if (WaitUp(deadline) != State::UP) {  // Waits only before the first contact with the peer.
+        return GetState() == State::DEAD ? IPC_DEAD_OBJECT : IPC_TIMED_OUT;
+    }
+    OneWayLane& lane = kind == ConnectionKind::NOTICE_LANE ? notice_ : oneWay_;
+    MutexLock lock(lane.mutex);
+    if (!lane.rest.empty()) {
+        return IPC_QUEUE_FULL;  // The control thread sends the rest as soon as there is room.
+    }
+    const size_t dataBytes = data.GetDataSize();
+    for (bool isFresh = false;;) {
+        if (!lane.fd.IsOpen()) {
+            if (const int status = OpenOneWay(lane, kind); status != IPC_OK) {
+                return status;
+            }
+            isFresh = true;
+        }
+        FrameHeader header;
+        header.codeOrStatus = code;
+        header.number = lane.lastSent + 1;
+        header.serial = serial;
+        header.dataBytes = static_cast<uint32_t>(dataBytes);
+        if (!ParcelAccess::References(data).empty()) {
+            const int status = PassReferences({true, lane.number}, header.number, data, header);
+            if (status != IPC_OK) {
+                ParcelAccess::Truncate(data, dataBytes);
+                Withdraw({true, lane.number}, header.number);
+                return status;
+            }
+        }
+        uint8_t* const frame = ParcelAccess::Headroom(data, sizeof(header));
+        const size_t size = sizeof(header) + header.BodyBytes();
+        IoResult sent{IoStatus::WOULD_BLOCK, 0};
+        int status = IPC_QUEUE_FULL;
+        if (frame == nullptr || !header.IsPossible(true)) {
+            status = frame == nullptr ? IPC_NO_RESOURCES : IPC_TOO_LARGE;
+        } else {
+            std::memcpy(frame, &header, sizeof(header));
+            sent = SendNow(lane.fd.Get(), frame, size);
+        }
+        if (sent.bytes != 0 && sent.status == IoStatus::WOULD_BLOCK) {
+            lane.rest.assign(frame + sent.bytes, frame + size);
+            Core::Get().Control().FlushLater(shared_from_this(), kind);
+        }
+        ParcelAccess::Truncate(data, dataBytes);
+        if (sent.bytes != 0 && sent.status != IoStatus::CLOSED) {
+            ++lane.lastSent;
+            return IPC_OK;
+        }
+        if (sent.bytes == 0) {
+            Withdraw({true, lane.number}, header.number);
+        }
+        if (sent.status != IoStatus::CLOSED) {
+            return status;
+        }
+        CloseOneWay(lane);
+        if (isFresh || sent.bytes != 0 || GetState() != State::UP) {
+            return TransportError(IoStatus::CLOSED);
+        }
+    }
+}
+
+int Session::OpenOneWay(OneWayLane& lane, ConnectionKind kind)
+{
+    int status = IPC_OK;
+    lane.number = nextLane_.fetch_add(1);
+    lane.lastSent = 0;
+    lane.fd = Connect(kind, lane.number, Clock::duration::zero(), status);
+    return status;
+}
+
+void Session::CloseOneWay(OneWayLane& lane)
+{
+    lane.fd.Reset();
+    lane.rest.clear();
+    CloseOwnLane(lane.number, 0);
+}
+
+bool Session::FlushOneWay(ConnectionKind kind)
+{
+    OneWayLane& lane = kind == ConnectionKind::NOTICE_LANE ? notice_ : oneWay_;
+    MutexLock lock(lane.mutex);
+    if (!lane.fd.IsOpen() || lane.rest.empty()) {
+        return true;
+    }
+    const IoResult sent = SendNow(lane.fd.Get(), lane.rest.data(), lane.rest.size());
+    lane.rest.erase(lane.rest.begin(), lane.rest.begin() + static_cast<std::ptrdiff_t>(sent.bytes));
+    if (sent.status == IoStatus::CLOSED) {
+        CloseOneWay(lane);
+    }
+    return sent.status != IoStatus::WOULD_BLOCK;
+}
+
+}  // namespace TAVO::Transport

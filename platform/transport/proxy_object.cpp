@@ -1,0 +1,180 @@
+// SPDX-License-Identifier: Apache-2.0
+// Sends for the object it stands for, and tells recipients of its death.
+#include "transport/proxy_object.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "base/forked_child.h"
+#include "transport/core.h"
+#include "transport/threads.h"
+
+namespace TAVO::Transport {
+namespace {
+
+// A worker that waits for another process is replaced by another worker meanwhile.
+class OutgoingScope {
+public:
+    OutgoingScope() : isWorker_(CurrentRole() == ThreadRole::WORKER)
+    {
+        allowed_ = !isWorker_ || Core::Get().Workers().BeginOutgoing();
+    }
+    ~OutgoingScope()
+    {
+        if (isWorker_ && allowed_) {
+            Core::Get().Workers().EndOutgoing();
+        }
+    }
+    OutgoingScope(const OutgoingScope&) = delete;
+    OutgoingScope& operator=(const OutgoingScope&) = delete;
+    bool IsAllowed() const { return allowed_; }
+
+private:
+    const bool isWorker_;
+    bool allowed_;
+};
+
+}  // namespace
+
+ProxyObject::ProxyObject(std::shared_ptr<Session> session, uint64_t serial, std::u16string descriptor, Life life)
+    : session_(std::move(session)), serial_(serial), descriptor_(std::move(descriptor)), life_(life)
+{
+}
+
+ProxyObject::~ProxyObject() = default;
+
+int ProxyObject::SendRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option)
+{
+    if (InForkedChild()) {
+        return IPC_UNAVAILABLE;
+    }
+    const Deadline deadline = Clock::now() + std::chrono::seconds(std::max(option.GetWaitTime(), 1));
+    if (const int status = Ready(deadline); status != IPC_OK) {
+        return status;
+    }
+    if (option.IsOneWay()) {
+        return session_->SendOneWay(ConnectionKind::ONE_WAY_LANE, serial_, code, data, deadline);
+    }
+    OutgoingScope outgoing;
+    if (!outgoing.IsAllowed()) {
+        return IPC_NO_RESOURCES;
+    }
+    const bool isManager = serial_ == 0;
+    if (isManager && session_->IsSuspect()) {
+        return IPC_TIMED_OUT;
+    }
+    const int status = session_->Call(serial_, code, data, reply, deadline);
+    if (isManager && status == IPC_TIMED_OUT) {
+        session_->SuspectPeer();
+    }
+    return status;
+}
+
+int ProxyObject::SendNotice(uint32_t code, MessageParcel& data)
+{
+    if (InForkedChild()) {
+        return IPC_UNAVAILABLE;
+    }
+    const Deadline deadline = Clock::now() + std::chrono::seconds(MessageOption::WAIT_TIME_SECONDS);
+    const int status = Ready(deadline);
+    return status != IPC_OK ? status : session_->SendOneWay(ConnectionKind::NOTICE_LANE, serial_, code, data, deadline);
+}
+
+int ProxyObject::Ready(Deadline deadline)
+{
+    if (GetLife() == Life::PENDING) {
+        session_->WaitSettled(*this, deadline);
+    }
+    switch (GetLife()) {
+        case Life::ALIVE:
+            return IPC_OK;
+        case Life::PENDING:
+            return IPC_TIMED_OUT;
+        default:
+            return IPC_DEAD_OBJECT;
+    }
+}
+
+bool ProxyObject::IsAlive() const
+{
+    return !InForkedChild() && GetLife() != Life::DEAD;
+}
+
+bool ProxyObject::AddDeathRecipient(const sptr<DeathRecipient>& recipient)
+{
+    if (recipient == nullptr || InForkedChild()) {
+        return false;
+    }
+    MutexLock lock(mutex_);
+    if (GetLife() == Life::DEAD) {
+        return false;
+    }
+    recipients_.push_back(recipient);
+    return true;
+}
+
+bool ProxyObject::RemoveDeathRecipient(const sptr<DeathRecipient>& recipient)
+{
+    if (InForkedChild()) {
+        return false;
+    }
+    sptr<DeathRecipient> removed;  // its last reference may go: after the lock
+    MutexLock lock(mutex_);
+    const auto found = std::find(recipients_.begin(), recipients_.end(), recipient);
+    if (found == recipients_.end()) {
+        return false;
+    }
+    removed = std::move(*found);
+    recipients_.erase(found);
+    lock.Unlock();
+    return true;
+}
+
+void ProxyObject::MarkAlive() noexcept
+{
+    Life expected = Life::PENDING;
+    life_.compare_exchange_strong(expected, Life::ALIVE);
+}
+
+void ProxyObject::MarkDead()
+{
+    {
+        MutexLock lock(mutex_);
+        if (life_.exchange(Life::DEAD) == Life::DEAD || recipients_.empty()) {
+            return;
+        }
+    }
+    Core::Get().Delivery().Post([self = sptr<ProxyObject>(this)] { self->TellRecipients(); });
+}
+
+void ProxyObject::TellRecipients()
+{
+    const wptr<IRemoteObject> weak(this);
+    for (;;) {
+        sptr<DeathRecipient> recipient;  // taken one by one: a removal before its turn is honoured
+        {
+            MutexLock lock(mutex_);
+            if (recipients_.empty()) {
+                return;
+            }
+            recipient = std::move(recipients_.front());
+            recipients_.erase(recipients_.begin());
+        }
+        try {
+            recipient->OnRemoteDied(weak);
+        } catch (...) {
+            WarnLimited("a death recipient threw", "contained");
+        }
+    }
+}
+
+void ProxyObject::OnLastStrongRef() const noexcept
+{
+    if (InForkedChild()) {
+        return;  // Deliberate: leaked. Any lock may be held for ever here, and the counts are the parent's.
+    }
+    session_->Forget(const_cast<ProxyObject*>(this), serial_);
+    IRemoteObject::OnLastStrongRef();
+}
+
+}  // namespace TAVO::Transport

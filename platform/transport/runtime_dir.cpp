@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: Apache-2.0
+// Finds the runtime directory and checks it through an open descriptor.
+#include "transport/runtime_dir.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+namespace TAVO::Transport {
+
+RuntimeDir::~RuntimeDir()
+{
+    if (fd_ >= 0) {
+        ::close(fd_);
+    }
+}
+
+RuntimeDir::RuntimeDir(RuntimeDir&& other) noexcept : fd_(std::exchange(other.fd_, -1)), path_(std::move(other.path_))
+{
+}
+
+RuntimeDir& RuntimeDir::operator=(RuntimeDir&& other) noexcept
+{
+    std::swap(fd_, other.fd_);
+    std::swap(path_, other.path_);
+    return *this;
+}
+
+std::string RuntimeDir::DefaultPath()
+{
+    const auto variable = [](const char* name) -> std::string {
+        const char* value = std::getenv(name);
+        return value != nullptr ? value : "";
+    };
+    if (const std::string own = variable("TAVO_RUNTIME_DIR"); !own.empty()) {
+        return own;
+    }
+    if (const std::string session = variable("XDG_RUNTIME_DIR"); !session.empty()) {
+        return session + "/tavo";
+    }
+    return "/run/user/" + std::to_string(::geteuid()) + "/tavo";
+}
+
+RuntimeDir RuntimeDir::Open(const std::string& path, bool create, std::string& error)
+{
+    RuntimeDir dir;
+    dir.path_ = path;
+    const auto refuse = [&dir, &error, &path](const std::string& why) {
+        error = "runtime directory " + path + ": " + why;
+        if (dir.fd_ >= 0) {
+            ::close(std::exchange(dir.fd_, -1));
+        }
+        return std::move(dir);
+    };
+    if (create && ::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) {
+        return refuse(std::string("cannot be made: ") + std::strerror(errno));
+    }
+    dir.fd_ = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (dir.fd_ < 0) {
+        const int reason = errno;
+        if (reason == ELOOP || reason == ENOTDIR) {
+            return refuse("is a symbolic link or no directory; give a directory of your own");
+        }
+        return refuse(std::string("cannot be opened: ") + std::strerror(reason));
+    }
+    struct stat status {};
+    if (::fstat(dir.fd_, &status) != 0) {
+        return refuse(std::string("cannot be examined: ") + std::strerror(errno));
+    }
+    if (status.st_uid != ::geteuid()) {
+        return refuse("belongs to another user; give a directory of your own");
+    }
+    if ((status.st_mode & 07777) != 0700) {
+        return refuse("is open to others; set its mode to 0700");
+    }
+    return dir;
+}
+
+std::string RuntimeDir::SocketPath(const std::string& name) const
+{
+    return "/proc/self/fd/" + std::to_string(fd_) + "/" + name;
+}
+
+}  // namespace TAVO::Transport

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+// The runtime directory: where it is, and whether it can be trusted.
+#ifndef TAVO_TRANSPORT_RUNTIME_DIR_H
+#define TAVO_TRANSPORT_RUNTIME_DIR_H
+
+#include <string>
+
+namespace TAVO::Transport {
+
+// An open descriptor of the directory (close-on-exec). Sockets in it are reached through /proc/self/fd, so the length
+// of its path does not matter.
+class RuntimeDir {
+public:
+    RuntimeDir() = default;
+    ~RuntimeDir();
+    RuntimeDir(RuntimeDir&& other) noexcept;
+    RuntimeDir& operator=(RuntimeDir&& other) noexcept;
+
+    // $TAVO_RUNTIME_DIR, else $XDG_RUNTIME_DIR/tavo, else /run/user/UID/tavo.
+    static std::string DefaultPath();
+    // Opens `path` and checks through the descriptor that it is a directory of this user, mode 0700, and no symbolic
+    // link. With `create` a missing one is made (its last component only). On failure the result is not open and
+    // `error` holds one clear line.
+    static RuntimeDir Open(const std::string& path, bool create, std::string& error);
+
+    bool IsOpen() const noexcept { return fd_ >= 0; }
+    int Fd() const noexcept { return fd_; }
+    const std::string& Path() const noexcept { return path_; }
+    // A path for bind and connect that fits into a socket address: "/proc/self/fd/N/<name>".
+    std::string SocketPath(const std::string& name) const;
+
+private:
+    int fd_ = -1;
+    std::string path_;
+};
+
+}  // namespace TAVO::Transport
+
+#endif

@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: Apache-2.0
+// The life of a session, its control records, and the lanes that it knows.
+#include "transport/session.h"
+
+#include <sys/epoll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "transport/core.h"
+#include "transport/in_lane.h"
+#include "transport/proxy_object.h"
+
+namespace TAVO::Transport {
+namespace {
+
+std::atomic<uint64_t> g_nextSession{1};
+
+LaneKey KeyOf(const ControlRecord& record)
+{
+    return {(record.flags & ControlRecord::OWN_LANE) == 0, record.a};
+}
+
+}  // namespace
+
+Session::Session(std::string path)
+    : id_(g_nextSession.fetch_add(1)), path_(std::move(path)), budget_(ByteBudget::PEER_LIMIT, &Core::Get().Budget())
+{
+}
+
+Session::~Session() = default;
+
+void Session::ComeUp(int controlFd, int controlEpoll, void* tag, const PeerIdentity& identity)
+{
+    identity_ = {identity.pid, identity.uid, id_};
+    {
+        MutexLock lock(controlMutex_);
+        controlFd_ = controlFd;
+        controlEpoll_ = controlEpoll;
+        controlTag_ = tag;
+        FlushControlLocked();
+    }
+    suspect_.store(false, std::memory_order_relaxed);
+    MutexLock lock(mutex_);
+    if (state_ == State::CONNECTING) {
+        state_.store(State::UP, std::memory_order_release);
+    }
+    changed_.notify_all();
+}
+
+void Session::Die()
+{
+    {
+        MutexLock lock(controlMutex_);
+        controlFd_ = -1;
+        unsent_.clear();
+    }
+    std::vector<std::shared_ptr<CallLane>> callLanes;
+    std::unordered_map<uint64_t, PeerLane> inLanes;
+    std::unordered_map<uint64_t, Held> held;
+    std::unordered_map<uint64_t, Acquiring> acquiring;
+    std::map<std::pair<LaneKey, uint64_t>, Passed> passed;
+    std::vector<sptr<ProxyObject>> proxies;
+    {
+        MutexLock lock(mutex_);
+        if (state_ == State::DEAD) {
+            return;
+        }
+        state_.store(State::DEAD, std::memory_order_release);
+        callLanes.swap(callLanes_);
+        idleLanes_.clear();
+        ownLanes_.clear();
+        inLanes.swap(inLanes_);
+        held.swap(held_);
+        acquiring.swap(acquiring_);
+        passed.swap(passed_);
+        for (const auto& [serial, proxy] : proxies_) {
+            if (proxy->TryIncStrongRef()) {
+                proxies.emplace_back(proxy);
+                proxy->DecStrongRef();
+            }
+        }
+        proxies_.clear();
+        changed_.notify_all();
+    }
+    // Shut down, not closed: that wakes whoever waits there, and what has arrived can still be read.
+    for (const auto& lane : callLanes) {
+        ::shutdown(lane->fd.Get(), SHUT_RDWR);
+    }
+    for (const auto& [number, lane] : inLanes) {
+        lane.lane->ShutDown();
+    }
+    for (OneWayLane* lane : {&oneWay_, &notice_}) {
+        MutexLock lock(lane->mutex);
+        if (lane->fd.IsOpen()) {
+            ::shutdown(lane->fd.Get(), SHUT_RDWR);
+        }
+    }
+    for (const auto& proxy : proxies) {
+        proxy->MarkDead();
+    }
+}
+
+void Session::WaitSettled(const ProxyObject& proxy, Deadline deadline)
+{
+    MutexLock lock(mutex_);
+    lock.WaitUntil(changed_, deadline, [&proxy] { return proxy.GetLife() != ProxyObject::Life::PENDING; });
+}
+
+Session::State Session::WaitUp(Deadline deadline)
+{
+    if (GetState() == State::CONNECTING) {
+        MutexLock lock(mutex_);
+        lock.WaitUntil(changed_, deadline, [this] { return GetState() != State::CONNECTING; });
+    }
+    return GetState();
+}
+
+void Session::SuspectPeer()
+{
+    if (!suspect_.exchange(true)) {
+        Post({RecordType::PING, 0, id_, 0});
+    }
+}
+
+void Session::Post(const ControlRecord& record)
+{
+    MutexLock lock(controlMutex_);
+    if (GetState() == State::DEAD) {
+        return;
+    }
+    if (unsent_.size() > MAX_UNSENT_BYTES) {  // A peer that has read nothing for so long: the session ends.
+        if (controlFd_ >= 0) {
+            ::shutdown(controlFd_, SHUT_RDWR);
+        }
+        return;
+    }
+    const auto* bytes = reinterpret_cast<const uint8_t*>(&record);
+    unsent_.insert(unsent_.end(), bytes, bytes + sizeof(record));
+    FlushControlLocked();
+}
+
+bool Session::FlushControl()
+{
+    MutexLock lock(controlMutex_);
+    return FlushControlLocked();
+}
+
+bool Session::FlushControlLocked()
+{
+    if (controlFd_ < 0) {
+        return true;
+    }
+    bool alive = true;
+    if (!unsent_.empty()) {
+        const IoResult sent = SendNow(controlFd_, unsent_.data(), unsent_.size());
+        unsent_.erase(unsent_.begin(), unsent_.begin() + static_cast<std::ptrdiff_t>(sent.bytes));
+        if (sent.status == IoStatus::OK) {
+            return true;
+        }
+        alive = sent.status != IoStatus::CLOSED;
+    }
+    epoll_event event{};
+    event.events = EPOLLIN | EPOLLRDHUP | (unsent_.empty() ? 0U : static_cast<uint32_t>(EPOLLOUT));
+    event.data.ptr = controlTag_;
+    ::epoll_ctl(controlEpoll_, EPOLL_CTL_MOD, controlFd_, &event);
+    return alive;
+}
+
+bool Session::OnRecord(const ControlRecord& record)
+{
+    if ((record.flags & ~ControlRecord::OWN_LANE) != 0) {
+        return false;
+    }
+    switch (record.type) {
+        case RecordType::RELEASE:
+            return OnRelease(record.a, record.b);
+        case RecordType::ACQUIRE:
+            OnAcquire(record.a);
+            return true;
+        case RecordType::ACQUIRED:
+            return OnAcquired(record.a, record.b != 0);
+        case RecordType::TAKEN:
+            OnTaken(KeyOf(record), record.b);
+            return true;
+        case RecordType::LANE_CLOSED:
+            OnLaneClosed(KeyOf(record), record.b);
+            return true;
+        case RecordType::PING:
+            Post({RecordType::PONG, 0, record.a, 0});
+            return true;
+        case RecordType::PONG:
+            suspect_.store(false, std::memory_order_relaxed);
+            return true;
+    }
+    return false;
+}
+
+bool Session::AddInLane(const std::shared_ptr<InLane>& lane)
+{
+    {
+        MutexLock lock(mutex_);
+        // Two more than the call lanes, for one-way requests and notices.
+        if (GetState() == State::UP && inLanes_.size() < MAX_LANES + 2 &&
+            inLanes_.emplace(lane->Number(), PeerLane{lane, false}).second) {
+            return true;
+        }
+    }
+    Post({RecordType::LANE_CLOSED, 0, lane->Number(), 0});
+    return false;
+}
+
+void Session::RemoveInLane(const std::shared_ptr<InLane>& lane, uint64_t lastTaken)
+{
+    {
+        MutexLock lock(mutex_);
+        const auto found = inLanes_.find(lane->Number());
+        if (found == inLanes_.end() || found->second.lane != lane) {
+            return;
+        }
+        inLanes_.erase(found);
+    }
+    Post({RecordType::LANE_CLOSED, 0, lane->Number(), lastTaken});
+}
+
+bool Session::AddOwnLane(uint64_t number)
+{
+    MutexLock lock(mutex_);
+    return GetState() == State::UP && ownLanes_.emplace(number, false).second;
+}
+
+void Session::CloseOwnLane(uint64_t number, uint64_t lastReplyTaken)
+{
+    {
+        MutexLock lock(mutex_);
+        ownLanes_.erase(number);
+    }
+    Post({RecordType::LANE_CLOSED, ControlRecord::OWN_LANE, number, lastReplyTaken});
+}
+
+bool Session::IsLaneOpen(LaneKey lane) const
+{
+    if (lane.own) {
+        const auto own = ownLanes_.find(lane.number);
+        return own != ownLanes_.end() && !own->second;
+    }
+    const auto theirs = inLanes_.find(lane.number);
+    return theirs != inLanes_.end() && !theirs->second.peerClosed;
+}
+
+void Session::OnLaneClosed(LaneKey lane, uint64_t lastTaken)
+{
+    Leftovers leftovers;
+    MutexLock lock(mutex_);
+    if (lane.own) {
+        if (const auto own = ownLanes_.find(lane.number); own != ownLanes_.end()) {
+            own->second = true;
+        }
+    } else if (const auto theirs = inLanes_.find(lane.number); theirs != inLanes_.end()) {
+        theirs->second.peerClosed = true;
+    }
+    // Messages up to lastTaken that are not yet acknowledged will be: their references are being acquired.
+    auto next = passed_.upper_bound({lane, lastTaken});
+    while (next != passed_.end() && next->first.first == lane) {
+        TakeBack(next->second, leftovers);
+        next = passed_.erase(next);
+    }
+    lock.Unlock();
+}
+
+}  // namespace TAVO::Transport

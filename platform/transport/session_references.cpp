@@ -1,0 +1,295 @@
+// SPDX-License-Identifier: Apache-2.0
+// Who holds what across a session: counts are raised before a message leaves and given back exactly.
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "base/parcel_access.h"
+#include "transport/core.h"
+#include "transport/proxy_object.h"
+#include "transport/reference_table.h"
+#include "transport/session.h"
+#include "transport/taken_ticket.h"
+
+namespace TAVO::Transport {
+
+sptr<IPCObjectStub> Session::FindHeld(uint64_t serial)
+{
+    MutexLock lock(mutex_);
+    const auto found = held_.find(serial);
+    return found != held_.end() ? found->second.object : nullptr;
+}
+
+int Session::PassReferences(LaneKey lane, uint64_t number, MessageParcel& data, FrameHeader& header)
+{
+    ReferenceTableWriter writer(data);
+    std::vector<std::pair<uint64_t, sptr<IPCObjectStub>>> own;
+    Passed passed;
+    for (const auto& reference : ParcelAccess::References(data)) {
+        TableEntry entry;
+        entry.offset = reference.offset;
+        if (auto* proxy = dynamic_cast<ProxyObject*>(reference.object.Get()); proxy != nullptr) {
+            entry.instance = proxy->Owner()->Peer();
+            entry.serial = proxy->Serial();
+            passed.borrowed.push_back(reference.object);
+        } else if (auto* stub = dynamic_cast<IPCObjectStub*>(reference.object.Get()); stub != nullptr) {
+            if (!Core::Get().EnsureListening()) {
+                return IPC_NO_RESOURCES;
+            }
+            entry.instance = Core::Get().Self();
+            entry.serial = Core::Get().Export(sptr<IPCObjectStub>(stub));
+            passed.raised.push_back(entry.serial);
+            own.emplace_back(entry.serial, stub);
+        }
+        if (entry.serial == 0 || !writer.Add(entry, reference.object->Descriptor())) {
+            return IPC_BAD_MESSAGE;  // An object that is neither ours nor a proxy, or a root object: nobody could call it.
+        }
+    }
+    MutexLock lock(mutex_);
+    if (GetState() == State::DEAD) {
+        return IPC_DEAD_OBJECT;
+    }
+    if (!IsLaneOpen(lane)) {
+        return IPC_BROKEN;
+    }
+    if (held_.size() + own.size() > MAX_OBJECTS) {
+        return IPC_NO_RESOURCES;
+    }
+    for (auto& [serial, stub] : own) {
+        Held& held = held_[serial];
+        held.object = stub;
+        ++held.count;
+    }
+    passed_.emplace(std::make_pair(lane, number), std::move(passed));
+    lock.Unlock();
+    return writer.Finish(header) ? IPC_OK : IPC_NO_RESOURCES;
+}
+
+bool Session::TakeReferences(LaneKey lane, const FrameHeader& header, MessageParcel& data)
+{
+    std::vector<ReferenceTableEntry> entries;
+    if (!ReadReferenceTable(header, data, entries)) {
+        return false;
+    }
+    ParcelAccess::Truncate(data, header.dataBytes);
+    if (entries.empty()) {
+        return true;
+    }
+    const Instance& self = Core::Get().Self();
+    std::vector<sptr<IRemoteObject>> objects(entries.size());
+    for (size_t i = 0; i < entries.size(); ++i) {  // first what can be refused, then what makes something
+        if (entries[i].fixed.instance == self) {
+            objects[i] = FindHeld(entries[i].fixed.serial);
+            if (objects[i] == nullptr) {
+                return false;
+            }
+        }
+    }
+    const auto ticket = std::make_shared<TakenTicket>(shared_from_this(), lane, header.number);
+    for (size_t i = 0; i < entries.size(); ++i) {
+        const TableEntry& entry = entries[i].fixed;
+        if (entry.instance == peer_) {
+            objects[i] = AddReceived(entry.serial, entries[i].descriptor);
+        } else if (entry.instance != self) {
+            objects[i] = Core::Get().SessionTo(entry.instance)->Acquire(entry.serial, entries[i].descriptor, ticket);
+        }
+        if (objects[i] == nullptr) {
+            return false;
+        }
+    }
+    auto& references = ParcelAccess::References(data);
+    for (size_t i = 0; i < entries.size(); ++i) {
+        references.push_back({entries[i].fixed.offset, std::move(objects[i])});
+    }
+    return true;
+}
+
+sptr<ProxyObject> Session::FindProxy(uint64_t serial)
+{
+    const auto found = proxies_.find(serial);
+    if (found == proxies_.end() || !found->second->TryIncStrongRef()) {
+        return nullptr;  // Being destroyed: Forget, which waits for our lock, will leave a successor alone.
+    }
+    sptr<ProxyObject> proxy(found->second);
+    proxy->DecStrongRef();
+    return proxy;
+}
+
+sptr<ProxyObject> Session::MakeProxy(uint64_t serial, const std::u16string& descriptor, bool alive)
+{
+    if (proxies_.size() >= MAX_OBJECTS) {
+        return nullptr;
+    }
+    const auto life = GetState() == State::DEAD ? ProxyObject::Life::DEAD
+                      : alive                   ? ProxyObject::Life::ALIVE
+                                                : ProxyObject::Life::PENDING;
+    auto proxy = MakeRef<ProxyObject>(shared_from_this(), serial, descriptor, life);
+    if (life != ProxyObject::Life::DEAD) {
+        proxies_[serial] = proxy.Get();
+    }
+    return proxy;
+}
+
+sptr<ProxyObject> Session::AddReceived(uint64_t serial, const std::u16string& descriptor)
+{
+    MutexLock lock(mutex_);
+    sptr<ProxyObject> proxy = FindProxy(serial);
+    if (proxy == nullptr) {
+        proxy = MakeProxy(serial, descriptor, true);
+    }
+    if (proxy != nullptr) {
+        ++proxy->received;
+        proxy->MarkAlive();
+        changed_.notify_all();
+    }
+    return proxy;
+}
+
+sptr<ProxyObject> Session::Acquire(uint64_t serial, const std::u16string& descriptor,
+                                   const std::shared_ptr<TakenTicket>& ticket)
+{
+    sptr<ProxyObject> proxy;
+    {
+        MutexLock lock(mutex_);
+        proxy = FindProxy(serial);
+        if (proxy != nullptr && proxy->GetLife() != ProxyObject::Life::PENDING) {
+            return proxy;  // Held already, or known dead.
+        }
+        if (proxy == nullptr) {
+            proxy = MakeProxy(serial, descriptor, false);
+        }
+        if (proxy == nullptr || proxy->GetLife() == ProxyObject::Life::DEAD) {
+            return proxy;
+        }
+        Acquiring& acquiring = acquiring_[serial];
+        acquiring.tickets.push_back(ticket);
+        if (acquiring.proxy != nullptr) {
+            return proxy;
+        }
+        acquiring.proxy = proxy;
+    }
+    Post({RecordType::ACQUIRE, 0, serial, 0});
+    return proxy;
+}
+
+sptr<ProxyObject> Session::RootProxy()
+{
+    MutexLock lock(mutex_);
+    sptr<ProxyObject> proxy = FindProxy(0);
+    return proxy != nullptr ? proxy : MakeProxy(0, std::u16string(), true);
+}
+
+void Session::Forget(ProxyObject* proxy, uint64_t serial)
+{
+    uint64_t received = 0;
+    {
+        MutexLock lock(mutex_);
+        const auto found = proxies_.find(serial);
+        if (found != proxies_.end() && found->second == proxy) {
+            proxies_.erase(found);
+        }
+        received = std::exchange(proxy->received, 0);
+    }
+    if (received != 0) {
+        Post({RecordType::RELEASE, 0, serial, received});
+    }
+}
+
+void Session::Withdraw(LaneKey lane, uint64_t number)
+{
+    Leftovers leftovers;
+    MutexLock lock(mutex_);
+    const auto found = passed_.find({lane, number});
+    if (found != passed_.end()) {
+        TakeBack(found->second, leftovers);
+        passed_.erase(found);
+    }
+    lock.Unlock();
+}
+
+void Session::TakeBack(Passed& passed, Leftovers& leftovers)
+{
+    for (uint64_t serial : passed.raised) {
+        LowerHeld(serial, 1, leftovers);
+    }
+    for (auto& borrowed : passed.borrowed) {
+        leftovers.push_back(std::move(borrowed));
+    }
+}
+
+bool Session::LowerHeld(uint64_t serial, uint64_t count, Leftovers& leftovers)
+{
+    const auto found = held_.find(serial);
+    if (found == held_.end() || found->second.count < count) {
+        return false;
+    }
+    found->second.count -= count;
+    if (found->second.count == 0) {
+        leftovers.emplace_back(found->second.object);
+        held_.erase(found);
+    }
+    return true;
+}
+
+bool Session::OnRelease(uint64_t serial, uint64_t count)
+{
+    Leftovers leftovers;
+    MutexLock lock(mutex_);
+    const bool held = LowerHeld(serial, count, leftovers);
+    lock.Unlock();
+    return held;
+}
+
+void Session::OnAcquire(uint64_t serial)
+{
+    const sptr<IPCObjectStub> object = Core::Get().FindExported(serial);
+    bool raised = false;
+    if (object != nullptr) {
+        MutexLock lock(mutex_);
+        if (GetState() == State::UP && held_.size() < MAX_OBJECTS) {
+            Held& held = held_[serial];
+            held.object = object;
+            ++held.count;
+            raised = true;
+        }
+    }
+    Post({RecordType::ACQUIRED, 0, serial, raised ? 0U : 1U});
+}
+
+bool Session::OnAcquired(uint64_t serial, bool gone)
+{
+    Acquiring settled;
+    MutexLock lock(mutex_);
+    const auto found = acquiring_.find(serial);
+    if (found == acquiring_.end()) {
+        return false;
+    }
+    settled = std::move(found->second);
+    acquiring_.erase(found);
+    if (gone && settled.proxy->received == 0) {
+        proxies_.erase(serial);
+        lock.Unlock();
+        settled.proxy->MarkDead();
+        lock.Lock();
+    } else if (!gone) {
+        ++settled.proxy->received;
+        settled.proxy->MarkAlive();
+    }
+    changed_.notify_all();
+    lock.Unlock();
+    return true;
+}
+
+void Session::OnTaken(LaneKey lane, uint64_t number)
+{
+    Passed taken;
+    MutexLock lock(mutex_);
+    const auto found = passed_.find({lane, number});
+    if (found != passed_.end()) {
+        taken = std::move(found->second);
+        passed_.erase(found);
+    }
+    lock.Unlock();
+}
+
+}  // namespace TAVO::Transport

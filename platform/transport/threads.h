@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+// The platform's own threads: what they are for, and how they are started.
+#ifndef TAVO_TRANSPORT_THREADS_H
+#define TAVO_TRANSPORT_THREADS_H
+
+#include <functional>
+
+#include "tavo/calling_peer.h"
+
+namespace TAVO::Transport {
+
+enum class ThreadRole { OTHER, WORKER, CONTROL, DELIVERY };
+
+ThreadRole CurrentRole() noexcept;
+
+// Starts a detached thread with all signals blocked; false when the system has no thread left.
+bool StartThread(ThreadRole role, const char* name, std::function<void()> body) noexcept;
+
+// Makes `peer` the calling peer of this thread for one request.
+class CallingPeerScope {
+public:
+    explicit CallingPeerScope(const CallingPeer& peer) noexcept;
+    ~CallingPeerScope();
+    CallingPeerScope(const CallingPeerScope&) = delete;
+    CallingPeerScope& operator=(const CallingPeerScope&) = delete;
+
+    static const CallingPeer* Current() noexcept;
+
+private:
+    const CallingPeer peer_;
+    const CallingPeerScope* const outer_;
+};
+
+// A warning about what a peer or the system did, at most ten lines a second in the process.
+void WarnLimited(const char* what, const char* detail) noexcept;
+
+}  // namespace TAVO::Transport
+
+#endif

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+// The transport's face towards the rooms above it.
+#include "transport/transport.h"
+
+#include <utility>
+
+#include "base/forked_child.h"
+#include "transport/core.h"
+#include "transport/proxy_object.h"
+
+namespace TAVO::Transport {
+
+sptr<IRemoteObject> ConnectManager(Clock::time_point deadline)
+{
+    if (InForkedChild()) {
+        return nullptr;
+    }
+    std::shared_ptr<Session> before;
+    for (;;) {
+        const std::shared_ptr<Session> session = Core::Get().ManagerSession();
+        if (session->IsSuspect()) {
+            return nullptr;
+        }
+        switch (session->WaitUp(deadline)) {
+            case Session::State::UP:
+                return session->RootProxy();
+            case Session::State::CONNECTING:
+                session->SuspectPeer();  // Until its answer comes, which makes the session come up.
+                return nullptr;
+            case Session::State::DEAD:
+                break;
+        }
+        // Dead at once: nobody listens. Only a manager that was replaced by a session that stood already is tried again.
+        if (before != nullptr || Core::Get().ManagerSession()->GetState() != Session::State::UP) {
+            return nullptr;
+        }
+        before = session;
+    }
+}
+
+void ServeAsManager(int listenFd, const sptr<IPCObjectStub>& root)
+{
+    Core::Get().SetRoot(root);
+    Core::Get().Control().Listen(UniqueFd(listenFd));
+}
+
+bool WatchManagerSocket(std::function<void()> appeared)
+{
+    Core& core = Core::Get();
+    const int dir = core.RuntimeDirFd();
+    return dir >= 0 && core.Control().WatchManager(
+                           dir, [appeared = std::move(appeared)] { Core::Get().Delivery().Post(appeared); });
+}
+
+bool RunOnDeliveryThread(std::function<void()> job)
+{
+    return !InForkedChild() && Core::Get().Delivery().Post(std::move(job));
+}
+
+int SendNotice(const sptr<IRemoteObject>& object, uint32_t code, MessageParcel& data)
+{
+    auto* const proxy = dynamic_cast<ProxyObject*>(object.Get());
+    return proxy != nullptr ? proxy->SendNotice(code, data) : IPC_DEAD_OBJECT;
+}
+
+bool IsForkedChild() noexcept
+{
+    return InForkedChild();
+}
+
+}  // namespace TAVO::Transport

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the rooms above the transport use of it, beside the public headers.
+#ifndef TAVO_TRANSPORT_TRANSPORT_H
+#define TAVO_TRANSPORT_TRANSPORT_H
+
+#include <chrono>
+#include <functional>
+#include <string>
+
+#include "tavo/ipc_object_stub.h"
+#include "tavo/iremote_object.h"
+
+namespace TAVO::Transport {
+
+using Clock = std::chrono::steady_clock;
+
+// The root object of the manager of this runtime directory (RuntimeDir::DefaultPath), connecting if need
+// be; null when it is not there or did not answer by `deadline`. Once the manager let a call or the first contact time
+// out it counts as absent: null at once, and calls on its root object fail at once, until it answers again. A new
+// object per connection: its death is the end of the session with that manager.
+sptr<IRemoteObject> ConnectManager(Clock::time_point deadline);
+
+// Makes this process the manager: sessions are accepted on `listenFd` (bound and listening, owned by the transport from
+// here on), and any session may call `root` without having been given it.
+void ServeAsManager(int listenFd, const sptr<IPCObjectStub>& root);
+
+// Calls `appeared` on the delivery thread each time a manager's socket comes into being in the runtime directory
+// (renamed into place), for services that register again. One watcher per process; false if it cannot be watched.
+bool WatchManagerSocket(std::function<void()> appeared);
+
+// Runs `job` on the delivery thread, behind what waits there. False in a forked child or without memory.
+bool RunOnDeliveryThread(std::function<void()> job);
+
+// Sends one-way over the lane of urgent notices: the receiver runs them on its delivery thread, and only for objects
+// that say RunsOnDeliveryThread. Same results as SendRequest.
+int SendNotice(const sptr<IRemoteObject>& object, uint32_t code, MessageParcel& data);
+
+// True in a child of fork() whose parent had loaded the platform: nothing works there any more.
+bool IsForkedChild() noexcept;
+
+}  // namespace TAVO::Transport
+
+#endif

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+// The threads that handle requests: they wait in one epoll for lanes and for jobs.
+#ifndef TAVO_TRANSPORT_WORKER_POOL_H
+#define TAVO_TRANSPORT_WORKER_POOL_H
+
+#include <atomic>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "tavo/ipc_threads.h"
+#include "tavo/mutex.h"
+#include "transport/fd.h"
+
+namespace TAVO::Transport {
+
+class InLane;
+
+class WorkerPool {
+public:
+    static constexpr int KEPT = 4;
+
+    WorkerPool();
+
+    // Hands a new lane to the workers.
+    void AddLane(const std::shared_ptr<InLane>& lane);
+    // Runs `job` on a worker. Without memory the job is lost and false returned.
+    bool Post(std::function<void()> job) noexcept;
+
+    // Whether another worker waits for work, so that the calling one may stay with its lane.
+    bool HasSpare() const noexcept { return idle_.load(std::memory_order_relaxed) > 0; }
+    bool SetMax(size_t workers);
+
+    // A worker enters an outgoing call: it is not counted meanwhile, and another takes its place. False when no thread
+    // can be had for that: the call must fail.
+    bool BeginOutgoing();
+    void EndOutgoing();
+
+private:
+    void Run();
+    void EnsureSpare();
+    // Starts one more thread if the limits allow; false when the system refused.
+    bool Spawn() TAVO_REQUIRES(mutex_);
+    bool MaySpawn() const TAVO_REQUIRES(mutex_);
+    bool RetireIdle();
+    void RunOneJob();
+
+    UniqueFd epoll_;
+    UniqueFd jobsReady_;  // semaphore eventfd: one unit a job
+    Mutex mutex_;
+    std::deque<std::function<void()>> jobs_ TAVO_GUARDED_BY(mutex_);
+    int total_ TAVO_GUARDED_BY(mutex_) = 0;
+    int outgoing_ TAVO_GUARDED_BY(mutex_) = 0;
+    int max_ TAVO_GUARDED_BY(mutex_) = static_cast<int>(IpcThreads::DEFAULT_WORKERS);
+    std::atomic<int> idle_{0};  // threads in epoll_wait, or started and on their way there
+};
+
+}  // namespace TAVO::Transport
+
+#endif
