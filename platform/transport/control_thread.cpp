@@ -189,6 +189,9 @@ int ControlThread::TickMilliseconds() const
 
 void ControlThread::OnTick(Clock::time_point now)
 {
+    if (std::exchange(retriesParked_, false)) {
+        RetryParked();
+    }
     std::erase_if(flushing_, [](const auto& entry) {
         const std::shared_ptr<Session> session = entry.first.lock();
         return session == nullptr || session->FlushOneWay(entry.second);
@@ -281,7 +284,7 @@ void ControlThread::OnAnswer(ControlLink& link, const Hello& answer)
     }
     link.BecomeAnswered();
     session->ComeUp(link.Fd(), epoll_.Get(), static_cast<Pollable*>(&link), link.Identity());
-    RetryParked();
+    retriesParked_ = true;
 }
 
 void ControlThread::OnAccepted(UniqueFd fd)
@@ -379,7 +382,7 @@ void ControlThread::Establish(const std::shared_ptr<Session>& session, UniqueFd 
     Own(std::move(link));
     kept.BecomeAnswered();
     session->ComeUp(kept.Fd(), epoll_.Get(), static_cast<Pollable*>(&kept), identity);
-    RetryParked();
+    retriesParked_ = true;
 }
 
 ControlLink* ControlThread::LinkOf(const Session* session) const

@@ -109,6 +109,7 @@ private:
     std::vector<std::pair<std::weak_ptr<Session>, ConnectionKind>> flushing_;
     std::vector<std::pair<int, Pollable*>> resting_;  // listeners that found no descriptor left
     Clock::time_point restingUntil_;
+    bool retriesParked_ = false;  // a session has come up: lanes may have waited for it
     Clock::time_point nextIdleSweep_;
 };
 

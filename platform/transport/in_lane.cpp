@@ -72,8 +72,14 @@ void InLane::Serve(uint32_t events)
         Close();  // A request that lies unread has nobody waiting for it: it is not run.
         return;
     }
+    Proceed([this] { return unsentBytes_ != 0 ? FlushReply() : Next::GO_ON; });
+}
+
+template <typename Step>
+void InLane::Proceed(Step step)
+{
     try {
-        switch (unsentBytes_ != 0 ? FlushReply() : Next::GO_ON) {
+        switch (step()) {
             case Next::GO_ON:
                 Loop();
                 return;
@@ -189,17 +195,21 @@ InLane::Next InLane::Handle()
     ParcelAccess::Swap(request.data, reader_.Body());
     reader_.Next();
     const FrameHeader& header = request.header;
-    if (header.kind != FrameKind::REQUEST || header.number != lastTaken_ + 1) {
+    if (header.kind != FrameKind::REQUEST || header.number != LastTaken() + 1) {
         WarnLimited("frame out of turn", "a lane was closed");
         return Next::CLOSE;
     }
-    lastTaken_ = header.number;
+    if (IsCallLane()) {
+        SetLastTaken(header.number);
+        request.target = header.serial == 0 ? Core::Get().Root() : session_->FindHeld(header.serial);
+    } else {
+        request.target = session_->FindOneWayTarget(*this, header.number, header.serial);
+    }
     MessageParcel nothing;
     if (!session_->TakeReferences({false, number_}, header, request.data)) {
         WarnLimited("references that do not hold together", "a request was refused");
         return IsCallLane() ? Reply(header.number, IPC_BAD_MESSAGE, nothing) : Next::GO_ON;
     }
-    request.target = header.serial == 0 ? Core::Get().Root() : session_->FindHeld(header.serial);
     if (request.target == nullptr) {
         return IsCallLane() ? Reply(header.number, IPC_DEAD_OBJECT, nothing) : Next::GO_ON;
     }
@@ -211,14 +221,8 @@ InLane::Next InLane::Handle()
         waiting->target = request.target;
         waiting->header = request.header;
         ParcelAccess::Swap(waiting->data, request.data);
-        return std::function<void()>([lane = shared_from_this(), waiting] {
-            const Next next = lane->Run(*waiting);
-            if (next == Next::GO_ON) {
-                lane->Loop();
-            } else if (next == Next::CLOSE) {
-                lane->Close();
-            }
-        });
+        return std::function<void()>(
+            [lane = shared_from_this(), waiting] { lane->Proceed([&] { return lane->Run(*waiting); }); });
     });
     return runs ? Run(request) : Next::GONE;
 }
@@ -325,7 +329,7 @@ void InLane::Close()
     ::epoll_ctl(epoll_, EPOLL_CTL_DEL, fd_.Get(), nullptr);
     const std::shared_ptr<InLane> last = std::move(self_);
     patienceEnds_.store(0, std::memory_order_relaxed);
-    session_->RemoveInLane(shared_from_this(), lastTaken_);
+    session_->RemoveInLane(shared_from_this(), LastTaken());
     ShutDown();
 }
 

@@ -27,6 +27,9 @@ public:
 
     uint64_t Number() const noexcept { return number_; }
     ConnectionKind Kind() const noexcept { return kind_; }
+    // The last message that was taken from it.
+    uint64_t LastTaken() const noexcept { return lastTaken_.load(std::memory_order_acquire); }
+    void SetLastTaken(uint64_t number) noexcept { lastTaken_.store(number, std::memory_order_release); }
 
     // Begins to wait for requests in `epoll`; the lane keeps itself alive until it is closed.
     void Join(int epoll);
@@ -48,6 +51,9 @@ private:
     };
     struct Request;
 
+    // Takes a step, then goes on as it says; runs out of memory only at the lane's cost.
+    template <typename Step>
+    void Proceed(Step step);
     void Loop();
     FrameReader::State NextFrame(bool wait, IoStatus& io);
     Next Handle();
@@ -68,9 +74,9 @@ private:
     FrameReader reader_;
     std::vector<uint8_t> stash_;  // received behind the frame that is being handled
     size_t stashUsed_ = 0;
-    uint64_t lastTaken_ = 0;  // message number
-    MessageParcel unsent_;    // a reply that the socket took in part
-    size_t unsentBytes_ = 0;  // of its frame, header included; 0: none
+    std::atomic<uint64_t> lastTaken_{0};  // message number; for one-way lanes written with the target found
+    MessageParcel unsent_;                // a reply that the socket took in part
+    size_t unsentBytes_ = 0;              // of its frame, header included; 0: none
     size_t unsentDone_ = 0;
     std::atomic<int64_t> patienceEnds_{0};  // steady clock ticks; 0: not waiting for the peer to finish something
     std::atomic<bool> isWatched_{false};

@@ -9,7 +9,8 @@
 
 namespace TAVO::Transport {
 
-int Session::SendOneWay(ConnectionKind kind, uint64_t serial, uint32_t code, MessageParcel& data, Deadline deadline)
+int Session::SendOneWay(ConnectionKind kind, uint64_t serial, uint32_t code, MessageParcel& data, Deadline deadline,
+                        LanePlace& place)
 {
     if (WaitUp(deadline) != State::UP) {  // Waits only before the first contact with the peer.
         return GetState() == State::DEAD ? IPC_DEAD_OBJECT : IPC_TIMED_OUT;
@@ -57,6 +58,7 @@ int Session::SendOneWay(ConnectionKind kind, uint64_t serial, uint32_t code, Mes
         ParcelAccess::Truncate(data, dataBytes);
         if (sent.bytes != 0 && sent.status != IoStatus::CLOSED) {
             ++lane.lastSent;
+            place = {lane.number, lane.lastSent};
             return IPC_OK;
         }
         if (sent.bytes == 0) {

@@ -53,7 +53,7 @@ int ProxyObject::SendRequest(uint32_t code, MessageParcel& data, MessageParcel& 
         return status;
     }
     if (option.IsOneWay()) {
-        return session_->SendOneWay(ConnectionKind::ONE_WAY_LANE, serial_, code, data, deadline);
+        return SendOneWay(ConnectionKind::ONE_WAY_LANE, code, data, deadline);
     }
     OutgoingScope outgoing;
     if (!outgoing.IsAllowed()) {
@@ -77,7 +77,17 @@ int ProxyObject::SendNotice(uint32_t code, MessageParcel& data)
     }
     const Deadline deadline = Clock::now() + std::chrono::seconds(MessageOption::WAIT_TIME_SECONDS);
     const int status = Ready(deadline);
-    return status != IPC_OK ? status : session_->SendOneWay(ConnectionKind::NOTICE_LANE, serial_, code, data, deadline);
+    return status != IPC_OK ? status : SendOneWay(ConnectionKind::NOTICE_LANE, code, data, deadline);
+}
+
+int ProxyObject::SendOneWay(ConnectionKind kind, uint32_t code, MessageParcel& data, Deadline deadline)
+{
+    LanePlace sent;
+    const int status = session_->SendOneWay(kind, serial_, code, data, deadline, sent);
+    if (status == IPC_OK) {
+        session_->NoteOneWay(*this, sent);
+    }
+    return status;
 }
 
 int ProxyObject::Ready(Deadline deadline)

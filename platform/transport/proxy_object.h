@@ -41,12 +41,15 @@ public:
     void MarkDead();
     // Counts that this proxy has to give back; guarded by the session's lock.
     uint64_t received = 0;
+    // The last one-way request, likewise guarded; an object gets either one-way requests or notices.
+    LanePlace lastOneWay;
 
 protected:
     void OnLastStrongRef() const noexcept override;
 
 private:
     int Ready(Deadline deadline);
+    int SendOneWay(ConnectionKind kind, uint32_t code, MessageParcel& data, Deadline deadline);
     void TellRecipients();
 
     const std::shared_ptr<Session> session_;

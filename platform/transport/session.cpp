@@ -128,6 +128,11 @@ void Session::SuspectPeer()
 void Session::Post(const ControlRecord& record)
 {
     MutexLock lock(controlMutex_);
+    PostLocked(record);
+}
+
+void Session::PostLocked(const ControlRecord& record)
+{
     if (GetState() == State::DEAD) {
         return;
     }
@@ -188,6 +193,10 @@ bool Session::OnRecord(const ControlRecord& record)
         case RecordType::LANE_CLOSED:
             OnLaneClosed(KeyOf(record), record.b);
             return true;
+        case RecordType::AFTER:
+            releaseAfterLane_ = KeyOf(record);
+            releaseAfterNumber_ = record.b;
+            return !releaseAfterLane_.own && record.b != 0;
         case RecordType::PING:
             Post({RecordType::PONG, 0, record.a, 0});
             return true;
@@ -214,6 +223,7 @@ bool Session::AddInLane(const std::shared_ptr<InLane>& lane)
 
 void Session::RemoveInLane(const std::shared_ptr<InLane>& lane, uint64_t lastTaken)
 {
+    Leftovers leftovers;
     {
         MutexLock lock(mutex_);
         const auto found = inLanes_.find(lane->Number());
@@ -221,6 +231,10 @@ void Session::RemoveInLane(const std::shared_ptr<InLane>& lane, uint64_t lastTak
             return;
         }
         inLanes_.erase(found);
+        if (lane->Kind() != ConnectionKind::CALL_LANE) {
+            lastEndedLane_ = std::max(lastEndedLane_, lane->Number());
+            ApplyDeferred(lane->Number(), UINT64_MAX, leftovers);
+        }
     }
     Post({RecordType::LANE_CLOSED, 0, lane->Number(), lastTaken});
 }

@@ -33,6 +33,12 @@ struct LaneKey {
     auto operator<=>(const LaneKey& other) const = default;
 };
 
+// A message of a lane of ours.
+struct LanePlace {
+    uint64_t lane = 0;  // 0: none
+    uint64_t number = 0;
+};
+
 // Posts the acknowledgement of a message's references when the last of them is settled.
 class TakenTicket;
 
@@ -78,7 +84,9 @@ public:
 
     // Calls (call_lane.cpp, one_way_lane.cpp). The serial is the peer's object's.
     int Call(uint64_t serial, uint32_t code, MessageParcel& data, MessageParcel& reply, Deadline deadline);
-    int SendOneWay(ConnectionKind kind, uint64_t serial, uint32_t code, MessageParcel& data, Deadline deadline);
+    // `sent` becomes the place of the request in its lane when it was sent.
+    int SendOneWay(ConnectionKind kind, uint64_t serial, uint32_t code, MessageParcel& data, Deadline deadline,
+                   LanePlace& sent);
 
     // Lanes that the peer opened. False: too many, or the session is not up.
     bool AddInLane(const std::shared_ptr<InLane>& lane);
@@ -88,6 +96,8 @@ public:
     // ---- references
     // One of our objects that the peer holds; null otherwise.
     sptr<IPCObjectStub> FindHeld(uint64_t serial);
+    // The same for one-way message `number` of the peer's `lane`; counts given back behind it go now.
+    sptr<IPCObjectStub> FindOneWayTarget(InLane& lane, uint64_t number, uint64_t serial);
     // Appends the reference table for message `number` of `lane` to `data` and raises the counts. An IpcStatus.
     int PassReferences(LaneKey lane, uint64_t number, MessageParcel& data, FrameHeader& header);
     // Cuts the table off `data` (a received body) and puts the objects in its place, strong. False: refused whole.
@@ -99,6 +109,8 @@ public:
                               const std::shared_ptr<TakenTicket>& ticket);
     // The root object of a manager: never counted.
     sptr<ProxyObject> RootProxy();
+    // `proxy` sent a one-way request: its counts go back behind that.
+    void NoteOneWay(ProxyObject& proxy, const LanePlace& sent);
     // The last reference of `proxy` is gone: its counts go back.
     void Forget(ProxyObject* proxy, uint64_t serial);
 
@@ -123,6 +135,11 @@ private:
         std::shared_ptr<InLane> lane;
         bool peerClosed = false;
     };
+    struct Deferred {  // a RELEASE that waits for a one-way message
+        uint64_t number;
+        uint64_t serial;
+        uint64_t count;
+    };
     using Leftovers = std::vector<sptr<IRemoteObject>>;  // dropped after the lock
 
     std::shared_ptr<CallLane> TakeLane(Deadline deadline, int& status);
@@ -143,10 +160,13 @@ private:
     void TakeBack(Passed& passed, Leftovers& leftovers) TAVO_REQUIRES(mutex_);
     bool LowerHeld(uint64_t serial, uint64_t count, Leftovers& leftovers) TAVO_REQUIRES(mutex_);
     bool OnRelease(uint64_t serial, uint64_t count);
+    void ApplyDeferred(uint64_t lane, uint64_t lastTaken, Leftovers& leftovers) TAVO_REQUIRES(mutex_);
     void OnAcquire(uint64_t serial);
     bool OnAcquired(uint64_t serial, bool gone);
     void OnTaken(LaneKey lane, uint64_t number);
     void OnLaneClosed(LaneKey lane, uint64_t lastTaken);
+    void PostRelease(uint64_t serial, uint64_t received, const LanePlace& lastOneWay);
+    void PostLocked(const ControlRecord& record) TAVO_REQUIRES(controlMutex_);
     bool FlushControlLocked() TAVO_REQUIRES(controlMutex_);
     bool IsLaneOpen(LaneKey lane) const TAVO_REQUIRES(mutex_);
 
@@ -168,6 +188,8 @@ private:
     std::unordered_map<uint64_t, Held> held_ TAVO_GUARDED_BY(mutex_);             // ours, by serial
     std::unordered_map<uint64_t, ProxyObject*> proxies_ TAVO_GUARDED_BY(mutex_);  // the peer's, by serial
     std::unordered_map<uint64_t, Acquiring> acquiring_ TAVO_GUARDED_BY(mutex_);
+    std::unordered_map<uint64_t, std::vector<Deferred>> deferred_ TAVO_GUARDED_BY(mutex_);  // by the peer's lane
+    uint64_t lastEndedLane_ TAVO_GUARDED_BY(mutex_) = 0;  // of the peer's one-way lanes, the highest number
     std::map<std::pair<LaneKey, uint64_t>, Passed> passed_ TAVO_GUARDED_BY(mutex_);
 
     Mutex controlMutex_;                                    // the sending side of the control connection
@@ -175,6 +197,9 @@ private:
     int controlEpoll_ TAVO_GUARDED_BY(controlMutex_) = -1;  // to ask for writability
     void* controlTag_ TAVO_GUARDED_BY(controlMutex_) = nullptr;
     std::vector<uint8_t> unsent_ TAVO_GUARDED_BY(controlMutex_);
+
+    LaneKey releaseAfterLane_;         // control thread only: from AFTER, for the next RELEASE
+    uint64_t releaseAfterNumber_ = 0;  // 0: none
 
     std::atomic<uint64_t> nextLane_{1};
     OneWayLane oneWay_;

@@ -6,6 +6,7 @@
 
 #include "base/parcel_access.h"
 #include "transport/core.h"
+#include "transport/in_lane.h"
 #include "transport/proxy_object.h"
 #include "transport/reference_table.h"
 #include "transport/session.h"
@@ -18,6 +19,22 @@ sptr<IPCObjectStub> Session::FindHeld(uint64_t serial)
     MutexLock lock(mutex_);
     const auto found = held_.find(serial);
     return found != held_.end() ? found->second.object : nullptr;
+}
+
+sptr<IPCObjectStub> Session::FindOneWayTarget(InLane& lane, uint64_t number, uint64_t serial)
+{
+    Leftovers leftovers;
+    sptr<IPCObjectStub> target;
+    MutexLock lock(mutex_);
+    if (const auto found = held_.find(serial); found != held_.end()) {
+        target = found->second.object;
+    }
+    lane.SetLastTaken(number);
+    if (!deferred_.empty()) {
+        ApplyDeferred(lane.Number(), number, leftovers);
+    }
+    lock.Unlock();
+    return target;
 }
 
 int Session::PassReferences(LaneKey lane, uint64_t number, MessageParcel& data, FrameHeader& header)
@@ -179,9 +196,16 @@ sptr<ProxyObject> Session::RootProxy()
     return proxy != nullptr ? proxy : MakeProxy(0, std::u16string(), true);
 }
 
+void Session::NoteOneWay(ProxyObject& proxy, const LanePlace& sent)
+{
+    MutexLock lock(mutex_);
+    proxy.lastOneWay = sent;
+}
+
 void Session::Forget(ProxyObject* proxy, uint64_t serial)
 {
     uint64_t received = 0;
+    LanePlace lastOneWay;
     {
         MutexLock lock(mutex_);
         const auto found = proxies_.find(serial);
@@ -189,10 +213,21 @@ void Session::Forget(ProxyObject* proxy, uint64_t serial)
             proxies_.erase(found);
         }
         received = std::exchange(proxy->received, 0);
+        lastOneWay = proxy->lastOneWay;
     }
     if (received != 0) {
-        Post({RecordType::RELEASE, 0, serial, received});
+        PostRelease(serial, received, lastOneWay);
     }
+}
+
+void Session::PostRelease(uint64_t serial, uint64_t received, const LanePlace& lastOneWay)
+{
+    // Both under one lock: no other thread's RELEASE may come between.
+    MutexLock lock(controlMutex_);
+    if (lastOneWay.lane != 0) {
+        PostLocked({RecordType::AFTER, ControlRecord::OWN_LANE, lastOneWay.lane, lastOneWay.number});
+    }
+    PostLocked({RecordType::RELEASE, 0, serial, received});
 }
 
 void Session::Withdraw(LaneKey lane, uint64_t number)
@@ -235,9 +270,38 @@ bool Session::OnRelease(uint64_t serial, uint64_t count)
 {
     Leftovers leftovers;
     MutexLock lock(mutex_);
-    const bool held = LowerHeld(serial, count, leftovers);
+    const uint64_t after = std::exchange(releaseAfterNumber_, uint64_t{0});
+    const uint64_t lane = releaseAfterLane_.number;
+    const auto open = inLanes_.find(lane);
+    const bool isTaken = open != inLanes_.end() ? open->second.lane->LastTaken() >= after : lane <= lastEndedLane_;
+    bool held = true;
+    if (after == 0 || isTaken) {
+        held = LowerHeld(serial, count, leftovers);
+    } else {
+        const auto found = held_.find(serial);
+        held = found != held_.end() && found->second.count >= count;
+        deferred_[lane].push_back({after, serial, count});
+    }
     lock.Unlock();
     return held;
+}
+
+void Session::ApplyDeferred(uint64_t lane, uint64_t lastTaken, Leftovers& leftovers)
+{
+    const auto found = deferred_.find(lane);
+    if (found == deferred_.end()) {
+        return;
+    }
+    std::erase_if(found->second, [&](const Deferred& release) TAVO_REQUIRES(mutex_) {
+        if (release.number > lastTaken) {
+            return false;
+        }
+        LowerHeld(release.serial, release.count, leftovers);
+        return true;
+    });
+    if (found->second.empty()) {
+        deferred_.erase(found);
+    }
 }
 
 void Session::OnAcquire(uint64_t serial)

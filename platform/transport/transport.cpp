@@ -2,6 +2,8 @@
 // The transport's face towards the rooms above it.
 #include "transport/transport.h"
 
+#include <fcntl.h>
+
 #include <utility>
 
 #include "base/forked_child.h"
@@ -40,6 +42,7 @@ sptr<IRemoteObject> ConnectManager(Clock::time_point deadline)
 
 void ServeAsManager(int listenFd, const sptr<IPCObjectStub>& root)
 {
+    ::fcntl(listenFd, F_SETFL, O_NONBLOCK);  // The control thread accepts until there is nothing to accept.
     Core::Get().SetRoot(root);
     Core::Get().Control().Listen(UniqueFd(listenFd));
 }

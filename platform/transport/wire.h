@@ -53,6 +53,7 @@ enum class RecordType : uint32_t {
     LANE_CLOSED = 5,
     PING = 6,
     PONG = 7,
+    AFTER = 8,
 };
 
 // One record on a control connection.

@@ -4,6 +4,7 @@
 #define TAVO_READ_VECTOR_FROM_PARCEL_H
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <type_traits>
@@ -25,6 +26,25 @@ struct ReadsInPlace : std::false_type {
 template <typename T>
 struct ReadsInPlace<T, std::void_t<decltype(std::declval<T&>().ReadFields(std::declval<Parcel&>()))>> : std::true_type {
 };
+
+// A record may also name the fewest bytes that its encoding takes, as MIN_PARCEL_BYTES: the vector is then made as large
+// at once as the bytes that are there allow, instead of being copied while it grows.
+template <typename T, typename = void>
+struct FewestBytes : std::integral_constant<size_t, 0> {
+};
+template <typename T>
+struct FewestBytes<T, std::void_t<decltype(T::MIN_PARCEL_BYTES)>>
+    : std::integral_constant<size_t, T::MIN_PARCEL_BYTES> {
+};
+
+template <typename T>
+void MakeRoom(const Parcel& parcel, int32_t count, std::vector<T>& out)
+{
+    if constexpr (FewestBytes<T>::value > 0) {
+        const size_t fitting = parcel.GetReadableBytes() / (Parcel::SLOT + FewestBytes<T>::value);
+        out.reserve(std::min(fitting, static_cast<size_t>(std::max(count, 0))));
+    }
+}
 
 template <typename T>
 bool ReadElement(Parcel& parcel, std::vector<T>& out)
@@ -64,6 +84,7 @@ bool ReadVectorFromParcel(Parcel& parcel, std::vector<T>& out)
         return false;
     }
     out.clear();
+    MakeRoom(parcel, count, out);
     for (int32_t i = 0; i < count; ++i) {
         if (parcel.ReadInt32() == 0 || !ReadElement(parcel, out)) {
             return false;

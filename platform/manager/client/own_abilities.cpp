@@ -1,0 +1,215 @@
+// SPDX-License-Identifier: Apache-2.0
+// The lock first, then the manager: two processes can never both believe that they serve an ability.
+#include "manager/client/own_abilities.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <exception>
+#include <string>
+#include <utility>
+
+#include "manager/client/manager_connection.h"
+#include "manager/client/manager_log.h"
+#include "tavo/ipc_object_stub.h"
+#include "transport/threads.h"
+#include "transport/transport.h"
+
+namespace TAVO::Manager {
+namespace {
+
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+constexpr milliseconds SHORTEST_PAUSE{200};
+constexpr milliseconds LONGEST_PAUSE{5000};
+
+}  // namespace
+
+OwnAbilities& OwnAbilities::GetInstance()
+{
+    static OwnAbilities* const instance = new OwnAbilities;
+    return *instance;
+}
+
+int32_t OwnAbilities::Add(SystemAbilityManagerProxy& manager, int32_t systemAbilityId,
+                          const sptr<IRemoteObject>& object)
+{
+    if (dynamic_cast<IPCObjectStub*>(object.Get()) == nullptr) {  // A process registers its own objects only.
+        return ABILITY_BAD_REQUEST;
+    }
+    sptr<IRemoteObject> earlier;
+    bool isNew = false;
+    {
+        MutexLock lock(mutex_);
+        Ability& ability = abilities_[systemAbilityId];
+        isNew = !ability.lock.IsHeld();
+        const int32_t status = isNew ? TakeLock(systemAbilityId, ability.lock) : ABILITY_OK;
+        if (status != ABILITY_OK) {
+            abilities_.erase(systemAbilityId);
+            return status;
+        }
+        earlier = std::exchange(ability.object, object);
+    }
+    const int32_t status = manager.SendAdd(systemAbilityId, object);
+    {
+        MutexLock lock(mutex_);
+        const auto found = abilities_.find(systemAbilityId);
+        if (found == abilities_.end() || found->second.object != object) {
+            return status;  // Another thread has taken it back or replaced it.
+        }
+        if (status == ABILITY_OK) {
+            found->second.knownTo = manager.AsObject();
+        } else if (isNew) {
+            abilities_.erase(found);
+        } else {
+            found->second.object = earlier;
+        }
+    }
+    if (status == ABILITY_OK) {
+        WatchForManagers();
+    }
+    return status;
+}
+
+int32_t OwnAbilities::Remove(SystemAbilityManagerProxy& manager, int32_t systemAbilityId)
+{
+    {
+        MutexLock lock(mutex_);
+        if (abilities_.count(systemAbilityId) == 0) {
+            return ABILITY_NOT_RUNNING;
+        }
+    }
+    const int32_t status = manager.SendRemove(systemAbilityId);
+    if (status == ABILITY_UNREACHABLE) {
+        return status;  // Still registered, so the lock stays too.
+    }
+    decltype(abilities_)::node_type removed;  // released when the lock is free
+    MutexLock lock(mutex_);
+    removed = abilities_.extract(systemAbilityId);
+    return status;
+}
+
+int32_t OwnAbilities::TakeLock(int32_t systemAbilityId, ProcessLock& lock)
+{
+    std::string error;
+    if (!runtimeDir_.IsOpen()) {
+        runtimeDir_ = Transport::RuntimeDir::Open(Transport::RuntimeDir::DefaultPath(), false, error);
+        if (!runtimeDir_.IsOpen()) {
+            Log(SCRIVO_ERROR, "%{public}s", error.c_str());
+            return ABILITY_UNREACHABLE;
+        }
+    }
+    const std::string name = AbilityLockName(systemAbilityId);
+    if (lock.Take(runtimeDir_.Fd(), name)) {
+        return ABILITY_OK;
+    }
+    if (errno == EAGAIN) {
+        return ABILITY_TAKEN;
+    }
+    Log(SCRIVO_ERROR, "cannot lock %{public}s/%{public}s: %{public}s", runtimeDir_.Path().c_str(), name.c_str(),
+        std::strerror(errno));
+    return ABILITY_REFUSED;
+}
+
+void OwnAbilities::WatchForManagers()
+{
+    {
+        MutexLock lock(mutex_);
+        if (std::exchange(isWatching_, true)) {
+            return;
+        }
+    }
+    if (!Transport::WatchManagerSocket([this] { RegisterAgain(); })) {
+        // What is left: the end of a session, and the attempts after growing pauses that follow it.
+        Log(SCRIVO_WARN, "cannot watch for a new manager");
+    }
+}
+
+void OwnAbilities::RegisterAgain()
+{
+    MutexLock lock(mutex_);
+    if (abilities_.empty()) {
+        return;
+    }
+    isWanted_ = true;
+    wanted_.notify_one();
+    if (!isRegistrarRunning_) {
+        isRegistrarRunning_ =
+            Transport::StartThread(Transport::ThreadRole::OTHER, "tavo-register", [this] { RunRegistrar(); });
+        if (!isRegistrarRunning_) {
+            Log(SCRIVO_ERROR, "no thread left to register again");
+        }
+    }
+}
+
+void OwnAbilities::RunRegistrar()
+{
+    milliseconds pause = SHORTEST_PAUSE;
+    MutexLock lock(mutex_);
+    for (;;) {
+        isWanted_ = false;
+        lock.Unlock();
+        const bool isDone = RegisterUnknown();
+        lock.Lock();
+        if (isDone && !isWanted_) {
+            isRegistrarRunning_ = false;
+            return;
+        }
+        const auto isWanted = [this]() TAVO_REQUIRES(mutex_) { return isWanted_; };
+        const bool wasWoken = lock.WaitUntil(wanted_, Clock::now() + pause, isWanted);
+        pause = wasWoken ? SHORTEST_PAUSE : std::min(2 * pause, LONGEST_PAUSE);
+    }
+}
+
+bool OwnAbilities::RegisterUnknown()
+try {
+    const sptr<SystemAbilityManagerProxy> manager = ManagerConnection::GetInstance().Get();
+    if (manager == nullptr) {
+        return false;
+    }
+    bool isDone = true;
+    for (const Unknown& ability : UnknownTo(manager->AsObject())) {
+        isDone = Register(*manager, ability) && isDone;
+    }
+    return isDone;
+} catch (const std::exception&) {
+    return false;
+}
+
+std::vector<OwnAbilities::Unknown> OwnAbilities::UnknownTo(const sptr<IRemoteObject>& root)
+{
+    std::vector<Unknown> unknown;
+    MutexLock lock(mutex_);
+    for (const auto& [id, ability] : abilities_) {
+        if (ability.knownTo != root) {
+            unknown.push_back({id, ability.object});
+        }
+    }
+    return unknown;
+}
+
+bool OwnAbilities::Register(SystemAbilityManagerProxy& manager, const Unknown& ability)
+{
+    const int32_t status = manager.SendAdd(ability.id, ability.object);
+    if (status == ABILITY_UNREACHABLE) {
+        return false;
+    }
+    Log(status == ABILITY_OK ? SCRIVO_INFO : SCRIVO_ERROR,
+        "ability %{public}d registered again with a new manager: status %{public}d", ability.id, status);
+    {
+        MutexLock lock(mutex_);
+        const auto found = abilities_.find(ability.id);
+        if (found != abilities_.end() && found->second.object != ability.object) {
+            return false;  // Replaced in the meantime: the manager has to hear of the newer one.
+        }
+        if (found != abilities_.end()) {
+            found->second.knownTo = manager.AsObject();
+            return true;
+        }
+    }
+    return manager.SendRemove(ability.id) != ABILITY_UNREACHABLE;  // It was taken back in the meantime.
+}
+
+}  // namespace TAVO::Manager

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+// What this process serves: the locks that make it the only one, and the registrations that outlive a manager.
+#ifndef TAVO_MANAGER_OWN_ABILITIES_H
+#define TAVO_MANAGER_OWN_ABILITIES_H
+
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <vector>
+
+#include "manager/client/process_lock.h"
+#include "manager/client/system_ability_manager_proxy.h"
+#include "tavo/iremote_object.h"
+#include "tavo/mutex.h"
+#include "transport/runtime_dir.h"
+
+namespace TAVO::Manager {
+
+// Any thread. A thread of its own registers again: it exists only while a manager has not heard of an ability yet, so
+// that a manager that hangs holds up neither death notices nor load callbacks.
+class OwnAbilities {
+public:
+    // Never destroyed: the locks live as long as the process.
+    static OwnAbilities& GetInstance();
+
+    // As ISystemAbilityManager::AddAbility and RemoveAbility, by way of `manager`. The same id again replaces the
+    // object; when that fails the earlier one stays.
+    int32_t Add(SystemAbilityManagerProxy& manager, int32_t systemAbilityId, const sptr<IRemoteObject>& object);
+    int32_t Remove(SystemAbilityManagerProxy& manager, int32_t systemAbilityId);
+
+    // A manager came or went: whatever the present one does not know is registered again, now and, while that fails,
+    // after growing pauses. Returns at once.
+    void RegisterAgain();
+
+private:
+    struct Ability {
+        ProcessLock lock;
+        sptr<IRemoteObject> object;
+        sptr<IRemoteObject> knownTo;  // root object of the last manager that answered about it
+    };
+    struct Unknown {
+        int32_t id;
+        sptr<IRemoteObject> object;
+    };
+
+    OwnAbilities() = default;
+
+    int32_t TakeLock(int32_t systemAbilityId, ProcessLock& lock) TAVO_REQUIRES(mutex_);
+    void WatchForManagers();
+    // One attempt; true when the present manager knows every ability of this process.
+    bool RegisterUnknown();
+    std::vector<Unknown> UnknownTo(const sptr<IRemoteObject>& root);
+    bool Register(SystemAbilityManagerProxy& manager, const Unknown& ability);
+    void RunRegistrar();
+
+    Mutex mutex_;                                               // never held during a call to the manager
+    Transport::RuntimeDir runtimeDir_ TAVO_GUARDED_BY(mutex_);  // opened at the first registration
+    std::map<int32_t, Ability> abilities_ TAVO_GUARDED_BY(mutex_);
+    bool isWatching_ TAVO_GUARDED_BY(mutex_) = false;
+    bool isRegistrarRunning_ TAVO_GUARDED_BY(mutex_) = false;
+    bool isWanted_ TAVO_GUARDED_BY(mutex_) = false;  // a manager came or went since the last attempt began
+    std::condition_variable wanted_;                 // notified when isWanted_ becomes true
+};
+
+}  // namespace TAVO::Manager
+
+#endif

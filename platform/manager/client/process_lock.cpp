@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: Apache-2.0
+// Record locks over the whole file, taken without waiting and queried without taking.
+#include "manager/client/process_lock.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <utility>
+
+namespace TAVO::Manager {
+namespace {
+
+using Transport::UniqueFd;
+
+struct flock WholeFile()
+{
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    return lock;
+}
+
+}  // namespace
+
+bool ProcessLock::Take(int dirFd, const std::string& name)
+{
+    UniqueFd file(::openat(dirFd, name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!file.IsOpen()) {
+        return false;
+    }
+    struct flock lock = WholeFile();
+    if (::fcntl(file.Get(), F_SETLK, &lock) != 0) {
+        const int reason = errno == EACCES ? EAGAIN : errno;  // Both mean that it is held.
+        file.Reset();
+        errno = reason;
+        return false;
+    }
+    file_ = std::move(file);
+    return true;
+}
+
+pid_t ProcessLock::Holder(int dirFd, const std::string& name)
+{
+    const UniqueFd file(::openat(dirFd, name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
+    struct flock lock = WholeFile();
+    if (!file.IsOpen() || ::fcntl(file.Get(), F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK) {
+        return NOBODY;
+    }
+    return lock.l_pid > 0 ? lock.l_pid : UNKNOWN_HOLDER;
+}
+
+std::string AbilityLockName(int32_t systemAbilityId)
+{
+    return std::to_string(systemAbilityId) + ".lock";
+}
+
+}  // namespace TAVO::Manager

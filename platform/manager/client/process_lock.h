@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+// A file lock that belongs to a process: held until it ends, seen by others without being touched.
+#ifndef TAVO_MANAGER_PROCESS_LOCK_H
+#define TAVO_MANAGER_PROCESS_LOCK_H
+
+#include <sys/types.h>
+
+#include <string>
+
+#include "transport/fd.h"
+
+namespace TAVO::Manager {
+
+// Deliberate: a record lock of the process and not flock. A child that a service forks would share its parent's flock
+// and keep a dead service's place taken; and to ask whether a flock is held one has to take it, which could make a
+// service that registers at that moment fail. The price: the process must open the file of a lock that it holds
+// nowhere else, since any close of that file would drop the lock.
+class ProcessLock {
+public:
+    ProcessLock() = default;
+
+    // Takes the lock on the file `name` in `dirFd`, making the file if need be. False with errno set: EAGAIN when
+    // another process holds it.
+    bool Take(int dirFd, const std::string& name);
+    bool IsHeld() const noexcept { return file_.IsOpen(); }
+
+    static constexpr pid_t NOBODY = 0;
+    static constexpr pid_t UNKNOWN_HOLDER = -1;  // a process that has no pid here
+    // Who holds the lock, not counting this process. Never call it for a lock of one's own: that would drop it.
+    static pid_t Holder(int dirFd, const std::string& name);
+
+private:
+    Transport::UniqueFd file_;  // open while the lock is held
+};
+
+// The lock file of an ability, taken by the process that serves it.
+std::string AbilityLockName(int32_t systemAbilityId);
+
+}  // namespace TAVO::Manager
+
+#endif

@@ -1,0 +1,258 @@
+// SPDX-License-Identifier: Apache-2.0
+// Registrations and what clients ask about them.
+#include "manager/daemon/ability_registry.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "manager/client/manager_log.h"
+#include "manager/client/process_lock.h"
+#include "manager/daemon/start_record.h"
+
+namespace TAVO::Manager {
+namespace {
+
+// Callbacks of one client that may wait for one ability; more are refused.
+constexpr int MAX_WAITERS_PER_CLIENT = 256;
+// How long a registration waits for the start of a program to return, which takes a millisecond.
+constexpr std::chrono::seconds SPAWN_TIME{1};
+
+class ServiceEnd : public IRemoteObject::DeathRecipient {
+public:
+    ServiceEnd(AbilityRegistry& registry, int32_t systemAbilityId, int64_t number)
+        : registry_(registry), systemAbilityId_(systemAbilityId), number_(number)
+    {
+    }
+    void OnRemoteDied(const wptr<IRemoteObject>&) override { registry_.ServiceGone(systemAbilityId_, number_); }
+
+private:
+    AbilityRegistry& registry_;
+    const int32_t systemAbilityId_;
+    const int64_t number_;
+};
+
+class ClientEnd : public IRemoteObject::DeathRecipient {
+public:
+    ClientEnd(AbilityRegistry& registry, uint64_t session) : registry_(registry), session_(session) {}
+    void OnRemoteDied(const wptr<IRemoteObject>&) override { registry_.ClientGone(session_); }
+
+private:
+    AbilityRegistry& registry_;
+    const uint64_t session_;
+};
+
+}  // namespace
+
+AbilityRegistry::AbilityRegistry(const Transport::RuntimeDir& dir, AbilityFiles files) : dir_(dir)
+{
+    for (auto& [id, file] : files) {
+        abilities_[id].file = std::move(file);
+    }
+}
+
+AbilityRegistry::Ability* AbilityRegistry::Find(int32_t systemAbilityId)
+{
+    const auto found = abilities_.find(systemAbilityId);
+    return found == abilities_.end() ? nullptr : &found->second;
+}
+
+// As Find, once a service whose death notice is still under way has been taken out.
+AbilityRegistry::Ability* AbilityRegistry::FindLiving(int32_t systemAbilityId, Aftermath& after)
+{
+    Ability* ability = Find(systemAbilityId);
+    if (ability != nullptr && ability->object != nullptr && !ability->object->IsAlive()) {
+        Unregister(*ability, after);
+    }
+    return ability;
+}
+
+void AbilityRegistry::Finish(Aftermath& after)
+{
+    after.outbox.Send();
+    for (const auto& [id, serial] : after.starts) {
+        Start(id, serial);
+    }
+}
+
+AbilityRegistry::Found AbilityRegistry::Check(int32_t systemAbilityId, const sptr<IRemoteObject>& observer,
+                                              uint64_t session)
+{
+    Aftermath after;
+    Found found;
+    bool isNewClient = false;
+    {
+        MutexLock lock(mutex_);
+        if (const Ability* ability = FindLiving(systemAbilityId, after)) {
+            found = {ability->number, ability->object};
+            // "Not running" is never remembered by clients, so there is nothing to tell them later.
+            isNewClient = found.object != nullptr && observers_.Remember(session, observer, systemAbilityId);
+        }
+    }
+    if (isNewClient && !observer->AddDeathRecipient(new ClientEnd(*this, session))) {
+        ClientGone(session);
+    }
+    Finish(after);
+    return found;
+}
+
+int32_t AbilityRegistry::Load(int32_t systemAbilityId, const sptr<IRemoteObject>& callback, uint64_t session)
+{
+    Aftermath after;
+    {
+        MutexLock lock(mutex_);
+        Ability* ability = FindLiving(systemAbilityId, after);
+        if (ability == nullptr) {
+            return ABILITY_UNKNOWN;
+        }
+        const auto isOfClient = [session](const Waiter& waiter) { return waiter.session == session; };
+        if (isStopping_ ||
+            std::count_if(ability->waiters.begin(), ability->waiters.end(), isOfClient) >= MAX_WAITERS_PER_CLIENT) {
+            return ABILITY_REFUSED;
+        }
+        if (ability->object != nullptr) {
+            after.outbox.TellLoaded(callback, systemAbilityId, ability->object);
+        } else {
+            ability->waiters.push_back({callback, session});
+            if (ability->phase == Phase::IDLE) {
+                Want(*ability, after);
+            }
+        }
+    }
+    Finish(after);
+    return ABILITY_OK;
+}
+
+int32_t AbilityRegistry::Add(int32_t systemAbilityId, const sptr<IRemoteObject>& object, const CallingPeer& peer)
+{
+    Aftermath after;
+    int32_t status = ABILITY_REFUSED;
+    int64_t number = 0;
+    {
+        MutexLock lock(mutex_);
+        if (Ability* ability = FindLiving(systemAbilityId, after)) {
+            // The process that is being started may be faster than the return of its start.
+            lock.WaitUntil(spawned_, Clock::now() + SPAWN_TIME, [ability] { return ability->spawning == 0; });
+            status = Register(*ability, object, peer, after);
+            number = ability->number;
+        }
+    }
+    if (status == ABILITY_OK && !object->AddDeathRecipient(new ServiceEnd(*this, systemAbilityId, number))) {
+        ServiceGone(systemAbilityId, number);
+        status = ABILITY_BAD_REQUEST;
+    }
+    Finish(after);
+    Log(status == ABILITY_OK ? SCRIVO_INFO : SCRIVO_WARN,
+        "registration of ability %{public}d by process %{public}d of user %{public}u: status %{public}d",
+        systemAbilityId, peer.pid, peer.uid, status);
+    return status;
+}
+
+int32_t AbilityRegistry::Register(Ability& ability, const sptr<IRemoteObject>& object, const CallingPeer& peer,
+                                  Aftermath& after)
+{
+    if (isStopping_ || !MayServe(ability, peer.pid)) {
+        return ABILITY_REFUSED;
+    }
+    if (IsServedByAnother(ability, peer)) {
+        return ABILITY_TAKEN;
+    }
+    if (ability.object != nullptr) {
+        Unregister(ability, after);
+    }
+    ability.object = object;
+    ability.pid = peer.pid;
+    ability.session = peer.session;
+    ++ability.number;
+    ability.pause = std::chrono::milliseconds{0};
+    ability.notBefore = Clock::time_point();
+    for (const Waiter& waiter : ability.waiters) {
+        after.outbox.TellLoaded(waiter.callback, ability.file.id, object);
+    }
+    ability.waiters.clear();
+    ability.phase = Phase::IDLE;
+    return ABILITY_OK;
+}
+
+void AbilityRegistry::Unregister(Ability& ability, Aftermath& after)
+{
+    after.outbox.Drop(ability.object);
+    ability.object = nullptr;
+    ability.pid = 0;
+    ability.session = 0;
+    ++ability.number;
+    for (const sptr<IRemoteObject>& observer : observers_.TakeObserversOf(ability.file.id)) {
+        after.outbox.TellChanged(observer, ability.file.id, ability.number);
+    }
+}
+
+// The process that was started for the id, by this manager or one before it; any other only if the file allows it.
+bool AbilityRegistry::MayServe(const Ability& ability, pid_t pid)
+{
+    for (const auto& [serial, process] : processes_) {
+        if (process.id == ability.file.id && process.pid == pid && process.isStarted) {
+            return !process.isGivenUp;
+        }
+    }
+    const bool isRecorded = pid > 0 && RecordedProcess(dir_, ability.file.id) == pid;
+    return (isRecorded && Adopt(ability.file.id, pid, true) != 0) || ability.file.external;
+}
+
+bool AbilityRegistry::IsServedByAnother(const Ability& ability, const CallingPeer& peer)
+{
+    // A caller that holds the ability's lock outlived the registered process, whose end is not known here yet.
+    return ability.object != nullptr && ability.session != peer.session &&
+           ProcessLock::Holder(dir_.Fd(), AbilityLockName(ability.file.id)) != peer.pid;
+}
+
+int32_t AbilityRegistry::Remove(int32_t systemAbilityId, uint64_t session)
+{
+    Aftermath after;
+    {
+        MutexLock lock(mutex_);
+        Ability* ability = FindLiving(systemAbilityId, after);
+        if (ability == nullptr || ability->object == nullptr || ability->session != session) {
+            return ABILITY_NOT_RUNNING;
+        }
+        Unregister(*ability, after);
+    }
+    Finish(after);
+    return ABILITY_OK;
+}
+
+std::vector<AbilityDescription> AbilityRegistry::Describe()
+{
+    std::vector<AbilityDescription> descriptions;
+    MutexLock lock(mutex_);
+    for (const auto& [id, ability] : abilities_) {
+        const bool isRunning = ability.object != nullptr && ability.object->IsAlive();
+        descriptions.push_back(
+            {id, isRunning, true, isRunning ? ability.pid : 0, ability.starts, ability.file.program});
+    }
+    return descriptions;
+}
+
+void AbilityRegistry::ServiceGone(int32_t systemAbilityId, int64_t number)
+{
+    Aftermath after;
+    {
+        MutexLock lock(mutex_);
+        SweepSoon();
+        Ability* ability = Find(systemAbilityId);
+        if (ability == nullptr || ability->object == nullptr || ability->number != number) {
+            return;  // A notice about an earlier registration.
+        }
+        Unregister(*ability, after);
+    }
+    Log(SCRIVO_INFO, "ability %{public}d is gone", systemAbilityId);
+    Finish(after);
+}
+
+void AbilityRegistry::ClientGone(uint64_t session)
+{
+    sptr<IRemoteObject> observer;  // released when the lock is free
+    MutexLock lock(mutex_);
+    observer = observers_.Forget(session);
+    SweepSoon();
+}
+
+}  // namespace TAVO::Manager

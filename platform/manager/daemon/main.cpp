@@ -1,0 +1,166 @@
+// SPDX-License-Identifier: Apache-2.0
+// tavo_manager: finds services by number, starts them on demand, takes their registrations.
+#include <getopt.h>
+#include <signal.h>
+#include <sys/resource.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "manager/client/manager_log.h"
+#include "manager/daemon/ability_file.h"
+#include "manager/daemon/ability_registry.h"
+#include "manager/daemon/manager_socket.h"
+#include "manager/daemon/manager_stub.h"
+#include "transport/runtime_dir.h"
+#include "transport/transport.h"
+
+namespace {
+
+using namespace TAVO;
+using namespace TAVO::Manager;
+
+constexpr int EXIT_CANNOT_START = 2;
+constexpr const char* USAGE =
+    "usage: tavo_manager [--runtime-dir DIR] [--abilities DIR]...\n"
+    "Runs in the foreground until SIGTERM or SIGINT, which also end the services that it started.\n"
+    "  --runtime-dir DIR  where its socket is; default $TAVO_RUNTIME_DIR, else $XDG_RUNTIME_DIR/tavo,\n"
+    "                     else /run/user/UID/tavo; made if need be, must be yours with mode 0700\n"
+    "  --abilities DIR    a folder of ability files (*.json); default " TAVO_ABILITIES_DIR "\n";
+
+struct Options {
+    std::string runtimeDir = Transport::RuntimeDir::DefaultPath();
+    std::vector<std::string> abilityDirs;
+};
+
+// Ends the process where the command line says so or makes no sense.
+Options ReadOptions(int argc, char** argv)
+{
+    const option known[] = {{"runtime-dir", required_argument, nullptr, 'r'},
+                            {"abilities", required_argument, nullptr, 'a'},
+                            {"help", no_argument, nullptr, 'h'},
+                            {"version", no_argument, nullptr, 'v'},
+                            {nullptr, 0, nullptr, 0}};
+    Options options;
+    for (int choice = 0; (choice = ::getopt_long(argc, argv, "", known, nullptr)) != -1;) {
+        switch (choice) {
+            case 'r':
+                options.runtimeDir = optarg;
+                break;
+            case 'a':
+                options.abilityDirs.emplace_back(optarg);
+                break;
+            case 'h':
+                std::fputs(USAGE, stdout);
+                std::exit(0);
+            case 'v':
+                std::puts("tavo_manager " TAVO_VERSION);
+                std::exit(0);
+            default:
+                std::fputs(USAGE, stderr);
+                std::exit(EXIT_CANNOT_START);
+        }
+    }
+    if (optind < argc) {
+        std::fprintf(stderr, "tavo_manager: unexpected argument %s\n%s", argv[optind], USAGE);
+        std::exit(EXIT_CANNOT_START);
+    }
+    options.runtimeDir = std::filesystem::absolute(options.runtimeDir).string();
+    return options;
+}
+
+int Refuse(const std::string& why)
+{
+    std::fprintf(stderr, "tavo_manager: %s\n", why.c_str());
+    return EXIT_CANNOT_START;
+}
+
+bool ReadAbilities(const Options& options, AbilityFiles& files, std::string& error)
+{
+    std::vector<std::string> folders = options.abilityDirs;
+    if (folders.empty() && std::filesystem::exists(TAVO_ABILITIES_DIR)) {
+        folders.emplace_back(TAVO_ABILITIES_DIR);
+    }
+    for (const std::string& folder : folders) {
+        if (!ReadAbilityFolder(folder, files, error)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Each client costs the manager a few descriptors.
+void RaiseDescriptorLimit()
+{
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = limit.rlim_max;
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
+// Blocked in every thread, so that only main takes them.
+sigset_t BlockEndSignals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        sigaddset(&signals, signal);
+    }
+    ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    ::signal(SIGPIPE, SIG_IGN);  // Whoever read stderr may be gone.
+    return signals;
+}
+
+int Run(const Options& options)
+{
+    const sigset_t endSignals = BlockEndSignals();
+    RaiseDescriptorLimit();
+    // For the platform in this process and for every service that is started.
+    ::setenv("TAVO_RUNTIME_DIR", options.runtimeDir.c_str(), 1);
+
+    std::string error;
+    AbilityFiles files;
+    if (!ReadAbilities(options, files, error)) {
+        return Refuse(error);
+    }
+    // Deliberate: never destroyed. Threads of the platform may still use them while the process exits.
+    static auto& dir = *new Transport::RuntimeDir(Transport::RuntimeDir::Open(options.runtimeDir, true, error));
+    if (!dir.IsOpen()) {
+        return Refuse(error);
+    }
+    static auto& socket = *new ManagerSocket(dir);
+    if (!socket.Claim(error)) {
+        return Refuse(error);
+    }
+    static auto& registry = *new AbilityRegistry(dir, std::move(files));
+    if (!registry.Begin()) {
+        return Refuse("the system has no thread left");
+    }
+    Transport::ServeAsManager(socket.ReleaseListener(), new ManagerStub(registry));
+    if (!socket.Publish(error)) {
+        return Refuse(error);
+    }
+    Log(SCRIVO_INFO, "manager of %{public}s", options.runtimeDir.c_str());
+
+    int signal = 0;
+    ::sigwait(&endSignals, &signal);
+    Log(SCRIVO_INFO, "signal %{public}d: the manager ends, and its services with it", signal);
+    socket.Remove();
+    registry.StopServices();
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+try {
+    return Run(ReadOptions(argc, argv));
+} catch (const std::exception& fault) {
+    return Refuse(fault.what());
+}

@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: Apache-2.0
+// Sockets are bound, replaced and removed only by who holds the manager's lock.
+#include "manager/daemon/manager_socket.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <string_view>
+
+namespace TAVO::Manager {
+namespace {
+
+using Transport::UniqueFd;
+
+constexpr const char* LOCK_NAME = "manager.lock";
+constexpr const char* SOCKET_NAME = "manager";
+constexpr const char* UNPUBLISHED_NAME = "manager.new";
+constexpr const char* PEER_FOLDER = "p";
+
+UniqueFd ListenAt(const std::string& path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof(address.sun_path)) {
+        errno = ENAMETOOLONG;
+        return UniqueFd();
+    }
+    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    UniqueFd listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!listener.IsOpen() || ::bind(listener.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
+        ::listen(listener.Get(), SOMAXCONN) != 0) {
+        return UniqueFd();
+    }
+    return listener;
+}
+
+bool IsInstanceName(std::string_view name)
+{
+    constexpr size_t INSTANCE_DIGITS = 32;
+    return name.size() == INSTANCE_DIGITS && name.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+}
+
+bool IsStale(const Transport::RuntimeDir& dir, const std::string& name)
+{
+    struct stat status {};
+    if (::fstatat(dir.Fd(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISSOCK(status.st_mode)) {
+        return false;
+    }
+    const UniqueFd connection = Transport::ConnectStreamNow(dir.SocketPath(name));
+    return !connection.IsOpen() && errno == ECONNREFUSED;
+}
+
+struct DirCloser {
+    void operator()(DIR* dir) const { ::closedir(dir); }
+};
+
+}  // namespace
+
+bool ManagerSocket::Claim(std::string& error)
+{
+    if (!lock_.Take(dir_.Fd(), LOCK_NAME)) {
+        error = "runtime directory " + dir_.Path() + ": ";
+        error += errno == EAGAIN ? "another manager is running there (process " +
+                                       std::to_string(ProcessLock::Holder(dir_.Fd(), LOCK_NAME)) + ")"
+                                 : std::string("cannot write manager.lock: ") + std::strerror(errno);
+        return false;
+    }
+    ::unlinkat(dir_.Fd(), UNPUBLISHED_NAME, 0);
+    listener_ = ListenAt(dir_.SocketPath(UNPUBLISHED_NAME));
+    if (!listener_.IsOpen()) {
+        error = "runtime directory " + dir_.Path() + ": cannot make a socket: " + std::strerror(errno);
+        return false;
+    }
+    return true;
+}
+
+bool ManagerSocket::Publish(std::string& error)
+{
+    if (::renameat(dir_.Fd(), UNPUBLISHED_NAME, dir_.Fd(), SOCKET_NAME) != 0) {
+        error = "runtime directory " + dir_.Path() + ": cannot put the socket in place: " + std::strerror(errno);
+        return false;
+    }
+    return true;
+}
+
+void ManagerSocket::Remove()
+{
+    ::unlinkat(dir_.Fd(), SOCKET_NAME, 0);
+}
+
+void RemoveStaleSockets(const Transport::RuntimeDir& dir)
+{
+    const int folder = ::openat(dir.Fd(), PEER_FOLDER, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (folder < 0) {
+        return;
+    }
+    const std::unique_ptr<DIR, DirCloser> entries(::fdopendir(folder));
+    if (entries == nullptr) {
+        ::close(folder);
+        return;
+    }
+    while (const dirent* entry = ::readdir(entries.get())) {
+        const std::string name = std::string(PEER_FOLDER) + "/" + entry->d_name;
+        if (IsInstanceName(entry->d_name) && IsStale(dir, name)) {
+            ::unlinkat(dir.Fd(), name.c_str(), 0);
+        }
+    }
+}
+
+}  // namespace TAVO::Manager

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+// The manager's place in the runtime directory: the lock that makes it the only one, and its socket.
+#ifndef TAVO_MANAGER_MANAGER_SOCKET_H
+#define TAVO_MANAGER_MANAGER_SOCKET_H
+
+#include <string>
+
+#include "manager/client/process_lock.h"
+#include "transport/fd.h"
+#include "transport/runtime_dir.h"
+
+namespace TAVO::Manager {
+
+// Claim, hand the listener over, then Publish: whoever sees the socket is answered.
+class ManagerSocket {
+public:
+    // `dir` must outlive the object.
+    explicit ManagerSocket(const Transport::RuntimeDir& dir) : dir_(dir) {}
+
+    // Becomes the manager of the directory and listens under a temporary name. False with one clear line when another
+    // manager lives or the directory cannot be written.
+    bool Claim(std::string& error);
+    int ReleaseListener() { return listener_.Release(); }
+    // Puts the socket in its place in one step; what a dead manager left there is replaced.
+    bool Publish(std::string& error);
+    // Takes the socket away. The lock stays with the process.
+    void Remove();
+
+private:
+    const Transport::RuntimeDir& dir_;
+    ProcessLock lock_;
+    Transport::UniqueFd listener_;
+};
+
+// Removes the sockets in <runtime>/p that belong to nobody any more.
+void RemoveStaleSockets(const Transport::RuntimeDir& dir);
+
+}  // namespace TAVO::Manager
+
+#endif

@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+// Encodes and sends the manager's notices.
+#include "manager/daemon/outbox.h"
+
+#include "manager/client/ability_cache.h"
+#include "manager/client/manager_log.h"
+#include "tavo/isystem_ability_load_callback.h"
+#include "tavo/message_parcel.h"
+#include "transport/transport.h"
+
+namespace TAVO::Manager {
+
+void Outbox::TellLoaded(const sptr<IRemoteObject>& callback, int32_t systemAbilityId,
+                        const sptr<IRemoteObject>& service)
+{
+    notices_.push_back({Kind::LOADED, callback, systemAbilityId, 0, service});
+}
+
+void Outbox::TellFailed(const sptr<IRemoteObject>& callback, int32_t systemAbilityId)
+{
+    notices_.push_back({Kind::FAILED, callback, systemAbilityId, 0, nullptr});
+}
+
+void Outbox::TellChanged(const sptr<IRemoteObject>& observer, int32_t systemAbilityId, int64_t number)
+{
+    notices_.push_back({Kind::CHANGED, observer, systemAbilityId, number, nullptr});
+}
+
+void Outbox::Drop(const sptr<IRemoteObject>& object)
+{
+    dropped_.push_back(object);
+}
+
+void Outbox::Send()
+{
+    for (const Notice& notice : notices_) {
+        if (!SendOne(notice) && notice.receiver->IsAlive()) {
+            Log(SCRIVO_WARN, "a notice about ability %{public}d was lost: its receiver does not keep up", notice.id);
+        }
+    }
+    notices_.clear();
+}
+
+bool Outbox::SendOne(const Notice& notice)
+{
+    MessageParcel data;
+    switch (notice.kind) {
+        case Kind::LOADED:
+            return data.WriteInterfaceToken(ISystemAbilityLoadCallback::GetDescriptor()) &&
+                   data.WriteInt32(notice.id) && data.WriteRemoteObject(notice.service) &&
+                   Transport::SendNotice(notice.receiver, ISystemAbilityLoadCallback::ON_LOAD_SUCCESS, data) == IPC_OK;
+        case Kind::FAILED:
+            return data.WriteInterfaceToken(ISystemAbilityLoadCallback::GetDescriptor()) &&
+                   data.WriteInt32(notice.id) &&
+                   Transport::SendNotice(notice.receiver, ISystemAbilityLoadCallback::ON_LOAD_FAIL, data) == IPC_OK;
+        case Kind::CHANGED:
+            return data.WriteInterfaceToken(AbilityObserver::Token()) && data.WriteInt32(notice.id) &&
+                   data.WriteInt64(notice.number) &&
+                   Transport::SendNotice(notice.receiver, AbilityObserver::ABILITY_CHANGED, data) == IPC_OK;
+    }
+    return false;
+}
+
+}  // namespace TAVO::Manager

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the manager has to say once its lock is free: one-way notices, and references to let go of.
+#ifndef TAVO_MANAGER_OUTBOX_H
+#define TAVO_MANAGER_OUTBOX_H
+
+#include <cstdint>
+#include <vector>
+
+#include "tavo/iremote_object.h"
+
+namespace TAVO::Manager {
+
+// Filled under the lock, sent without it. One thread.
+class Outbox {
+public:
+    void TellLoaded(const sptr<IRemoteObject>& callback, int32_t systemAbilityId, const sptr<IRemoteObject>& service);
+    void TellFailed(const sptr<IRemoteObject>& callback, int32_t systemAbilityId);
+    void TellChanged(const sptr<IRemoteObject>& observer, int32_t systemAbilityId, int64_t number);
+    // Keeps the reference until the outbox goes.
+    void Drop(const sptr<IRemoteObject>& object);
+
+    // Never waits: a receiver that does not take its notices loses them, with a line in the log.
+    void Send();
+
+private:
+    enum class Kind { LOADED, FAILED, CHANGED };
+    struct Notice {
+        Kind kind;
+        sptr<IRemoteObject> receiver;
+        int32_t id;
+        int64_t number;
+        sptr<IRemoteObject> service;
+    };
+
+    static bool SendOne(const Notice& notice);
+
+    std::vector<Notice> notices_;
+    std::vector<sptr<IRemoteObject>> dropped_;
+};
+
+}  // namespace TAVO::Manager
+
+#endif

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+// The manager's one thread beside the platform's: sees services end, reaps them, and keeps time.
+#ifndef TAVO_MANAGER_PROCESS_WATCH_H
+#define TAVO_MANAGER_PROCESS_WATCH_H
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <vector>
+
+#include "tavo/mutex.h"
+#include "transport/fd.h"
+
+namespace TAVO::Manager {
+
+// Any thread. Lives as long as the process, like its thread.
+class ProcessWatch {
+public:
+    using Clock = std::chrono::steady_clock;
+    using Ended = std::function<void(uint64_t serial)>;
+    using Timer = std::function<Clock::time_point()>;
+
+    ProcessWatch();
+    ProcessWatch(const ProcessWatch&) = delete;
+    ProcessWatch& operator=(const ProcessWatch&) = delete;
+
+    // Starts the thread: it calls `timer`, which does what is due and says when to be called again, and `ended` once
+    // for each process that has ended, children reaped. It holds no lock then. False when there is no thread to have.
+    bool Begin(Ended ended, Timer timer);
+    // `serial` names the process from here on; never used again.
+    void Add(uint64_t serial, pid_t pid, Transport::UniqueFd pidFd, bool isChild);
+    // To the whole process group of a child, to an adopted process alone. Nothing when it has ended.
+    void Signal(uint64_t serial, int signal);
+    // The timer has something to do earlier than it said.
+    void Wake();
+
+private:
+    struct Process {
+        pid_t pid;
+        Transport::UniqueFd pidFd;
+        bool isChild;
+    };
+
+    [[noreturn]] void Run();
+    void WaitForEvents(Clock::time_point until, std::vector<uint64_t>& ended);
+    bool HasEnded(const Process& process);
+
+    Ended ended_;
+    Timer timer_;
+    Transport::UniqueFd wakeUp_;  // an event descriptor
+    Mutex mutex_;
+    std::map<uint64_t, Process> processes_ TAVO_GUARDED_BY(mutex_);  // only the thread removes
+};
+
+}  // namespace TAVO::Manager
+
+#endif

@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: Apache-2.0
+// posix_spawn, so that starting a service costs the same whatever memory the manager has.
+#include "manager/daemon/spawn.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <vector>
+
+#include "manager/daemon/pidfd.h"
+
+namespace TAVO::Manager {
+namespace {
+
+class SpawnAttributes {
+public:
+    SpawnAttributes()
+    {
+        posix_spawnattr_init(&attributes_);
+        posix_spawn_file_actions_init(&actions_);
+        sigset_t signals;
+        sigemptyset(&signals);
+        posix_spawnattr_setsigmask(&attributes_, &signals);
+        sigfillset(&signals);
+        posix_spawnattr_setsigdefault(&attributes_, &signals);
+        posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID);
+        posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    }
+    ~SpawnAttributes()
+    {
+        posix_spawn_file_actions_destroy(&actions_);
+        posix_spawnattr_destroy(&attributes_);
+    }
+    SpawnAttributes(const SpawnAttributes&) = delete;
+    SpawnAttributes& operator=(const SpawnAttributes&) = delete;
+
+    const posix_spawnattr_t* Attributes() const { return &attributes_; }
+    const posix_spawn_file_actions_t* Actions() const { return &actions_; }
+
+private:
+    posix_spawnattr_t attributes_;
+    posix_spawn_file_actions_t actions_;
+};
+
+std::vector<std::string> MergedEnvironment(const AbilityFile& ability)
+{
+    std::vector<std::string> merged;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        const std::string text = *entry;
+        if (ability.environment.count(text.substr(0, text.find('='))) == 0) {
+            merged.push_back(text);
+        }
+    }
+    for (const auto& [name, value] : ability.environment) {
+        merged.push_back(name + "=" + value);
+    }
+    return merged;
+}
+
+std::vector<char*> Pointers(std::vector<std::string>& texts)
+{
+    std::vector<char*> pointers;
+    for (std::string& text : texts) {
+        pointers.push_back(text.data());
+    }
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+}  // namespace
+
+StartedProcess Spawn(const AbilityFile& ability)
+{
+    std::vector<std::string> command{ability.program};
+    command.insert(command.end(), ability.arguments.begin(), ability.arguments.end());
+    std::vector<std::string> environment = MergedEnvironment(ability);
+    const SpawnAttributes how;
+    StartedProcess started;
+    started.error = ::posix_spawn(&started.pid, ability.program.c_str(), how.Actions(), how.Attributes(),
+                                  Pointers(command).data(), Pointers(environment).data());
+    if (started.error != 0) {
+        return started;
+    }
+    started.pidFd = OpenPidFd(started.pid);  // Surely this child: nobody has reaped it.
+    if (!started.pidFd.IsOpen()) {
+        started.error = errno;
+        ::kill(started.pid, SIGKILL);
+        ::waitpid(started.pid, nullptr, 0);
+    }
+    return started;
+}
+
+}  // namespace TAVO::Manager

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: Apache-2.0
+// A process is recorded by its pid and the tick at which it started: together they are not used twice.
+#include "manager/daemon/start_record.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <sstream>
+#include <string>
+
+#include "transport/fd.h"
+
+namespace TAVO::Manager {
+namespace {
+
+using Transport::UniqueFd;
+
+std::string RecordName(int32_t systemAbilityId)
+{
+    return std::to_string(systemAbilityId) + ".started";
+}
+
+std::string ReadSmallFile(int dirFd, const std::string& name)
+{
+    const UniqueFd file(::openat(dirFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    char buffer[4096];
+    const ssize_t size = file.IsOpen() ? ::read(file.Get(), buffer, sizeof(buffer)) : -1;
+    return size > 0 ? std::string(buffer, static_cast<size_t>(size)) : std::string();
+}
+
+// In clock ticks since the machine started; 0 when there is no such process, or only what is left of it.
+unsigned long long StartTick(pid_t pid)
+{
+    const std::string text = ReadSmallFile(AT_FDCWD, "/proc/" + std::to_string(pid) + "/stat");
+    const size_t nameEnd = text.rfind(')');  // The name before it may hold anything.
+    if (nameEnd == std::string::npos) {
+        return 0;
+    }
+    constexpr int FIELDS_BETWEEN = 18;  // the state has been read, the start is the 20th behind the name
+    std::istringstream fields(text.substr(nameEnd + 1));
+    std::string field;
+    fields >> field;
+    if (field == "Z" || field == "X") {
+        return 0;
+    }
+    for (int i = 0; i < FIELDS_BETWEEN; ++i) {
+        fields >> field;
+    }
+    unsigned long long tick = 0;
+    fields >> tick;
+    return tick;
+}
+
+}  // namespace
+
+bool WriteStartRecord(const Transport::RuntimeDir& dir, int32_t systemAbilityId, pid_t pid)
+{
+    const std::string name = RecordName(systemAbilityId);
+    const std::string text = std::to_string(pid) + " " + std::to_string(StartTick(pid)) + "\n";
+    const UniqueFd file(::openat(dir.Fd(), name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+    return file.IsOpen() && ::write(file.Get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
+pid_t RecordedProcess(const Transport::RuntimeDir& dir, int32_t systemAbilityId)
+{
+    std::istringstream fields(ReadSmallFile(dir.Fd(), RecordName(systemAbilityId)));
+    pid_t pid = 0;
+    unsigned long long tick = 0;
+    return fields >> pid >> tick && pid > 0 && tick > 0 && StartTick(pid) == tick ? pid : 0;
+}
+
+}  // namespace TAVO::Manager

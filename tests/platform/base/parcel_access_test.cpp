@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the transport does with parcels: headroom, receiving past the limit, moving; and buffers that are used again.
+#include "base/parcel_access.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace TAVO {
+namespace {
+
+size_t CapacityOf(const Parcel& parcel)
+{
+    return ParcelBuffer::Capacity(parcel.GetData());
+}
+
+// A parcel with a buffer for `capacity` bytes, just so many on a thread that keeps none yet; known again by that.
+std::unique_ptr<Parcel> ParcelWith(size_t capacity)
+{
+    auto parcel = std::make_unique<Parcel>();
+    EXPECT_NE(ParcelAccess::Append(*parcel, capacity), nullptr);
+    EXPECT_GE(CapacityOf(*parcel), capacity);
+    return parcel;
+}
+
+TEST(ParcelAccess, HeadroomEndsWhereTheDataBeginsAndMovesWithIt)
+{
+    Parcel parcel;
+    uint8_t* header = ParcelAccess::Headroom(parcel, ParcelAccess::HEADROOM);
+    ASSERT_NE(header, nullptr);
+    std::memset(header, 0x5a, ParcelAccess::HEADROOM);
+    ASSERT_TRUE(parcel.WriteString(std::string(100'000, 'x')));
+    for (size_t i = 1; i <= ParcelAccess::HEADROOM; ++i) {
+        ASSERT_EQ(parcel.GetData()[-static_cast<ptrdiff_t>(i)], 0x5a);
+    }
+    EXPECT_EQ(ParcelAccess::Headroom(parcel, 20) + 20, parcel.GetData());
+    EXPECT_EQ(ParcelAccess::Headroom(parcel, ParcelAccess::HEADROOM + 1), nullptr);
+}
+
+TEST(ParcelAccess, ReceivedDataKnowsNoLimitButWritesDo)
+{
+    Parcel parcel;
+    parcel.SetCapacityLimit(8);
+    ASSERT_TRUE(parcel.WriteInt32(1));
+    uint8_t* place = ParcelAccess::Append(parcel, 3000);
+    ASSERT_EQ(place, parcel.GetData() + 4);
+    std::memset(place, 2, 3000);
+    EXPECT_EQ(parcel.GetDataSize(), 3004u);
+    EXPECT_EQ(parcel.ReadInt32(), 1);
+    EXPECT_FALSE(parcel.WriteInt32(1));
+
+    ParcelAccess::Truncate(parcel, 4);
+    EXPECT_EQ(parcel.GetReadableBytes(), 0u);
+    EXPECT_TRUE(parcel.WriteInt32(1));
+    EXPECT_FALSE(parcel.WriteInt32(1));
+    ParcelAccess::ResetRead(parcel);
+    EXPECT_EQ(parcel.GetReadableBytes(), 8u);
+}
+
+TEST(ParcelAccess, BufferAtMostDoublesWithTheBytesThatArrive)
+{
+    Parcel parcel;
+    while (parcel.GetDataSize() < 1'000'000) {
+        ASSERT_NE(ParcelAccess::Append(parcel, 1000), nullptr);
+        ASSERT_LE(CapacityOf(parcel), std::max(2 * parcel.GetDataSize(), ParcelBuffer::MAX_KEPT_CAPACITY));
+    }
+}
+
+TEST(ParcelAccess, ImpossibleSizesAreRefusedAndChangeNothing)
+{
+    Parcel parcel;
+    ASSERT_TRUE(parcel.WriteInt32(5));
+    for (const size_t impossible : {std::numeric_limits<size_t>::max(), std::numeric_limits<size_t>::max() / 2}) {
+        EXPECT_EQ(ParcelAccess::Append(parcel, impossible), nullptr);
+    }
+    EXPECT_EQ(parcel.GetDataSize(), 4u);
+    EXPECT_EQ(parcel.ReadInt32(), 5);
+}
+
+TEST(ParcelAccess, SwapMovesEverythingAndClearKeepsTheLimit)
+{
+    MessageParcel left;
+    MessageParcel right;
+    left.SetCapacityLimit(12);
+    ASSERT_TRUE(left.WriteInt64(1) && left.WriteInt32(2));
+    left.ReadInt64();
+    ParcelAccess::Swap(left, right);
+    EXPECT_EQ(left.GetDataSize(), 0u);
+    EXPECT_TRUE(left.WriteString("longer than twelve bytes"));
+    EXPECT_EQ(right.ReadInt32(), 2);
+    EXPECT_FALSE(right.WriteInt32(3));
+
+    ParcelAccess::Clear(right);
+    EXPECT_EQ(right.GetData(), nullptr);
+    EXPECT_TRUE(right.WriteInt64(1) && right.WriteInt32(2));
+    EXPECT_FALSE(right.WriteInt32(3));
+}
+
+TEST(ParcelBuffer, SmallBuffersAreUsedAgainUpToABound)
+{
+    constexpr size_t PARCELS = 12;
+    const struct {
+        size_t capacity;
+        size_t kept;
+    } rows[] = {{2000, 8}, {ParcelBuffer::MAX_KEPT_CAPACITY, 8}, {ParcelBuffer::MAX_KEPT_CAPACITY + 1, 0}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.capacity);
+        std::thread fresh([&row] {
+            std::vector<std::unique_ptr<Parcel>> parcels;
+            for (size_t i = 0; i < PARCELS; ++i) {
+                parcels.push_back(ParcelWith(row.capacity));
+            }
+            parcels.clear();
+            size_t known = 0;
+            for (size_t i = 0; i < PARCELS; ++i) {
+                parcels.push_back(std::make_unique<Parcel>());
+                EXPECT_TRUE(parcels.back()->WriteInt32(1));
+                known += CapacityOf(*parcels.back()) == row.capacity ? 1 : 0;
+            }
+            EXPECT_EQ(known, row.kept);
+        });
+        fresh.join();
+    }
+}
+
+TEST(ParcelBuffer, KeptBufferTooSmallIsPassedOver)
+{
+    std::thread fresh([] {
+        ParcelWith(1500);
+        Parcel larger;
+        EXPECT_NE(ParcelAccess::Append(larger, 1501), nullptr);
+        EXPECT_EQ(CapacityOf(larger), 1501u);
+        Parcel smaller;
+        EXPECT_NE(ParcelAccess::Append(smaller, 1500), nullptr);
+        EXPECT_EQ(CapacityOf(smaller), 1500u);
+    });
+    fresh.join();
+}
+
+// Destroyed after the thread's kept buffers, since it was there before them.
+struct LateParcel {
+    ~LateParcel()
+    {
+        parcel.reset();
+        Parcel after;
+        EXPECT_TRUE(after.WriteInt32(1));
+        EXPECT_NE(CapacityOf(after), 2000u) << "nothing may be kept any more: nobody would free it";
+    }
+    std::unique_ptr<Parcel> parcel;
+};
+
+TEST(ParcelBuffer, ParcelsMayOutliveTheCacheOfTheirThread)
+{
+    std::thread ending([] {
+        static thread_local LateParcel late;
+        late.parcel = ParcelWith(2000);
+        ParcelWith(3000);  // the first to be freed: from here on the thread keeps buffers
+    });
+    ending.join();
+    static LateParcel atExit;
+    atExit.parcel = ParcelWith(2000);
+}
+
+}  // namespace
+}  // namespace TAVO

@@ -1,0 +1,233 @@
+// SPDX-License-Identifier: Apache-2.0
+// Byte by byte what a parcel writes, and what it refuses to read and to write.
+#include "tavo/parcel.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <limits>
+#include <string>
+#include <vector>
+
+using namespace std::string_literals;
+using namespace std::string_view_literals;
+
+namespace TAVO {
+namespace {
+
+struct Pair : public Parcelable {
+    bool Marshalling(Parcel& parcel) const override { return parcel.WriteInt32(first) && parcel.WriteInt64(second); }
+    static Pair* Unmarshalling(Parcel& parcel)
+    {
+        auto pair = std::make_unique<Pair>();
+        return parcel.ReadInt32(pair->first) && parcel.ReadInt64(pair->second) ? pair.release() : nullptr;
+    }
+    int32_t first = 7;
+    int64_t second = -2;
+};
+
+std::string Bytes(const Parcel& parcel)
+{
+    return {reinterpret_cast<const char*>(parcel.GetData()), parcel.GetDataSize()};
+}
+
+struct Item {
+    const char* name;
+    std::function<bool(Parcel&)> write;
+    std::string bytes;
+    std::function<bool(Parcel&)> readsBack;
+};
+
+const Item ITEMS[] = {
+    {"true", [](Parcel& p) { return p.WriteBool(true); }, "\1\0\0\0"s, [](Parcel& p) { return p.ReadBool(); }},
+    {"false", [](Parcel& p) { return p.WriteBool(false); }, "\0\0\0\0"s,
+     [](Parcel& p) {
+         bool value = true;
+         return p.ReadBool(value) && !value;
+     }},
+    {"int32", [](Parcel& p) { return p.WriteInt32(-2); }, "\xfe\xff\xff\xff"s,
+     [](Parcel& p) { return p.ReadInt32() == -2; }},
+    {"uint32", [](Parcel& p) { return p.WriteUint32(0x81020304); }, "\x04\x03\x02\x81"s,
+     [](Parcel& p) { return p.ReadUint32() == 0x81020304; }},
+    {"int64", [](Parcel& p) { return p.WriteInt64(std::numeric_limits<int64_t>::min()); }, "\0\0\0\0\0\0\0\x80"s,
+     [](Parcel& p) { return p.ReadInt64() == std::numeric_limits<int64_t>::min(); }},
+    {"uint64", [](Parcel& p) { return p.WriteUint64(0x0102030405060708); }, "\x08\x07\x06\x05\x04\x03\x02\x01"s,
+     [](Parcel& p) { return p.ReadUint64() == 0x0102030405060708; }},
+    {"empty string", [](Parcel& p) { return p.WriteString(""); }, "\0\0\0\0\0\0\0\0"s,
+     [](Parcel& p) {
+         std::string text = "x";
+         return p.ReadString(text) && text.empty();
+     }},
+    {"3 bytes", [](Parcel& p) { return p.WriteString("abc"); }, "\3\0\0\0abc\0"s,
+     [](Parcel& p) { return p.ReadString() == "abc"; }},
+    {"4 bytes", [](Parcel& p) { return p.WriteString("abcd"); }, "\4\0\0\0abcd\0\0\0\0"s,
+     [](Parcel& p) { return p.ReadString() == "abcd"; }},
+    {"NUL inside", [](Parcel& p) { return p.WriteString("a\0b"sv); }, "\3\0\0\0a\0b\0"s,
+     [](Parcel& p) { return p.ReadString() == "a\0b"s; }},
+    {"empty string16", [](Parcel& p) { return p.WriteString16(u""); }, "\0\0\0\0\0\0\0\0"s,
+     [](Parcel& p) {
+         std::u16string text = u"x";
+         return p.ReadString16(text) && text.empty();
+     }},
+    {"1 unit", [](Parcel& p) { return p.WriteString16(u"\uff0c"); }, "\1\0\0\0\x0c\xff\0\0"s,
+     [](Parcel& p) { return p.ReadString16() == u"\uff0c"; }},
+    {"2 units", [](Parcel& p) { return p.WriteString16(u"ab"); }, "\2\0\0\0a\0b\0\0\0\0\0"s,
+     [](Parcel& p) { return p.ReadString16() == u"ab"; }},
+    {"no record", [](Parcel& p) { return p.WriteParcelable(nullptr); }, "\0\0\0\0"s,
+     [](Parcel& p) { return p.ReadParcelable<Pair>() == nullptr; }},
+    {"record",
+     [](Parcel& p) {
+         const Pair pair;
+         return p.WriteParcelable(&pair);
+     },
+     "\1\0\0\0\7\0\0\0\xfe\xff\xff\xff\xff\xff\xff\xff"s,
+     [](Parcel& p) {
+         const auto pair = p.ReadParcelable<Pair>();
+         return pair != nullptr && pair->first == 7 && pair->second == -2;
+     }},
+};
+
+TEST(ParcelLayout, EachItemHasItsBytesAndReadsBack)
+{
+    for (const Item& item : ITEMS) {
+        SCOPED_TRACE(item.name);
+        Parcel parcel;
+        ASSERT_TRUE(parcel.WriteInt32(-1));  // not first, to see that nothing aligns
+        ASSERT_TRUE(item.write(parcel));
+        EXPECT_EQ(Bytes(parcel), "\xff\xff\xff\xff"s + item.bytes);
+        EXPECT_EQ(parcel.ReadInt32(), -1);
+        EXPECT_TRUE(item.readsBack(parcel));
+        EXPECT_EQ(parcel.GetReadableBytes(), 0u);
+    }
+}
+
+TEST(ParcelLimit, EachWriteFitsExactlyOrAddsNothing)
+{
+    for (const Item& item : ITEMS) {
+        SCOPED_TRACE(item.name);
+        for (const size_t filler : {size_t{4}, size_t{2000}}) {  // within the first buffer, and where it has to grow
+            for (const bool fits : {true, false}) {
+                Parcel parcel;
+                while (parcel.GetDataSize() < filler) {
+                    ASSERT_TRUE(parcel.WriteInt32(0));
+                }
+                parcel.SetCapacityLimit(filler + item.bytes.size() - (fits ? 0 : 1));
+                EXPECT_EQ(item.write(parcel), fits);
+                if (std::string(item.name) != "record") {  // a record keeps what was written before the failure
+                    EXPECT_EQ(parcel.GetDataSize(), filler + (fits ? item.bytes.size() : 0));
+                }
+                parcel.SetCapacityLimit(Parcel::MAX_DATA_BYTES);
+                EXPECT_TRUE(parcel.WriteInt32(1)) << "a raised limit counts at once";
+            }
+        }
+    }
+}
+
+TEST(ParcelLimit, DefaultOfTheProcessHoldsForNewParcels)
+{
+    Parcel before;
+    Parcel::SetDefaultCapacityLimit(3);
+    Parcel after;
+    Parcel::SetDefaultCapacityLimit(std::numeric_limits<size_t>::max());
+    EXPECT_EQ(Parcel::DefaultCapacityLimit(), Parcel::MAX_DATA_BYTES);
+    EXPECT_TRUE(before.WriteInt32(1));
+    EXPECT_FALSE(after.WriteInt32(1));
+}
+
+TEST(ParcelLimit, LowerThanTheDataStopsEveryWrite)
+{
+    Parcel parcel;
+    ASSERT_TRUE(parcel.WriteString("more than four"));
+    parcel.SetCapacityLimit(4);
+    EXPECT_FALSE(parcel.WriteInt32(1));
+    EXPECT_EQ(parcel.ReadString(), "more than four");
+}
+
+TEST(ParcelLimit, LargestParcelIsWholeAndNoByteMore)
+{
+    Parcel parcel;
+    const std::string text(Parcel::MAX_DATA_BYTES - 8, 'x');
+    EXPECT_FALSE(parcel.WriteString(text + "yyyy"));
+    EXPECT_TRUE(parcel.WriteString(text));
+    EXPECT_EQ(parcel.GetDataSize(), Parcel::MAX_DATA_BYTES);
+    EXPECT_FALSE(parcel.WriteInt32(0));
+    EXPECT_EQ(parcel.ReadString(), text);
+}
+
+TEST(ParcelLimit, TextsBeyondTheLengthFieldAreRefusedUnread)
+{
+    const size_t units = size_t{std::numeric_limits<int32_t>::max()} + 1;
+    Parcel parcel;  // the texts are not there: only their lengths may be looked at
+    EXPECT_FALSE(parcel.WriteString({"", units}));
+    EXPECT_FALSE(parcel.WriteString({"", units - 1}));
+    EXPECT_FALSE(parcel.WriteString16({u"", units}));
+    EXPECT_FALSE(parcel.WriteString16({u"", units - 1}));
+    EXPECT_EQ(parcel.GetDataSize(), 0u);
+}
+
+// Texts that lie about their length read as nothing, and the cursor stays where it was.
+TEST(ParcelHostile, BadTextsAreRefusedInPlace)
+{
+    const struct {
+        const char* name;
+        std::string bytes;
+        bool isString;    // whether it is good as a String
+        bool isString16;  // and as a String16
+    } rows[] = {
+        {"nothing", "", false, false},
+        {"part of a length", "\1\0\0"s, false, false},
+        {"length only", "\0\0\0\0"s, false, false},
+        {"length -1", "\xff\xff\xff\xff\0\0\0\0\0\0\0\0"s, false, false},
+        {"length INT_MIN", "\0\0\0\x80\0\0\0\0\0\0\0\0"s, false, false},
+        {"length INT_MAX", "\xff\xff\xff\x7f\0\0\0\0\0\0\0\0"s, false, false},
+        {"length 2^30 - 1, whose bytes are 2^31", "\xff\xff\xff\x3f\0\0\0\0\0\0\0\0"s, false, false},
+        {"no room for the NUL", "\4\0\0\0abcd"s, false, false},
+        {"no NUL", "\3\0\0\0abcdefgh"s, false, false},
+        {"NUL is the low byte only", "\3\0\0\0abc\0ef\0h"s, true, false},
+        {"fill cut off", "\4\0\0\0abcd\0\0\0"s, false, false},
+        {"odd end of a String16", "\2\0\0\0ab\0\0\0\0\0"s, true, false},
+        {"both", "\1\0\0\0a\0\0\0"s, true, true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        Parcel parcel;
+        ASSERT_TRUE(parcel.SetData(row.bytes.data(), row.bytes.size()));
+        std::string text = "kept";
+        EXPECT_EQ(parcel.ReadString(text), row.isString);
+        EXPECT_EQ(parcel.GetReadPosition() == 0, !row.isString);
+        EXPECT_EQ(text == "kept", !row.isString);
+        ASSERT_TRUE(parcel.SetReadPosition(0));
+        std::u16string text16 = u"kept";
+        EXPECT_EQ(parcel.ReadString16(text16), row.isString16);
+        EXPECT_EQ(parcel.GetReadPosition() == 0, !row.isString16);
+        EXPECT_EQ(text16 == u"kept", !row.isString16);
+    }
+}
+
+TEST(ParcelHostile, ShortScalarsAreRefusedInPlace)
+{
+    Parcel parcel;
+    ASSERT_TRUE(parcel.SetData("\1\2\3\4\5\6\7", 7));
+    int64_t wide = 9;
+    EXPECT_FALSE(parcel.ReadInt64(wide));
+    EXPECT_EQ(wide, 9);
+    EXPECT_EQ(parcel.ReadUint64(), 0u);
+    EXPECT_EQ(parcel.ReadInt32(), 0x04030201);
+    EXPECT_EQ(parcel.ReadInt32(), 0);
+    EXPECT_FALSE(parcel.ReadBool());
+    EXPECT_EQ(parcel.GetReadPosition(), 4u);
+}
+
+TEST(ParcelHostile, CursorStaysOnSlotsWithinTheData)
+{
+    Parcel parcel;
+    ASSERT_TRUE(parcel.WriteInt64(1));
+    EXPECT_TRUE(parcel.SetReadPosition(8));
+    for (const size_t wrong : {size_t{2}, size_t{9}, size_t{12}, std::numeric_limits<size_t>::max() - 3}) {
+        EXPECT_FALSE(parcel.SetReadPosition(wrong));
+        EXPECT_EQ(parcel.GetReadPosition(), 8u);
+    }
+}
+
+}  // namespace
+}  // namespace TAVO
