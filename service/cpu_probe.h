@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the kernel tells about its processors: time spent, clocks, and how long work waits for one.
+#ifndef VELTRA_SERVICE_CPU_PROBE_H
+#define VELTRA_SERVICE_CPU_PROBE_H
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "measured.h"
+#include "root_files.h"
+
+namespace TAVO::Veltra {
+
+// Clock ticks since the machine started, all processors together.
+struct CpuTimes {
+    uint64_t total = 0;
+    uint64_t idle = 0;  // waiting for input and output counts as idle
+};
+
+// From proc/stat.
+std::optional<CpuTimes> ReadCpuTimes(const RootFiles& files);
+
+// MHz by cpufreq policy ("policy0"); empty on machines without frequency control.
+std::map<std::string, int32_t> ReadCpuFrequencies(const RootFiles& files);
+
+// From proc/pressure/cpu: the share of the last 10 s in which some work waited for a processor, in hundredths of a
+// percent, 0 to 10000.
+std::optional<Measured> ReadCpuPressure(const RootFiles& files);
+
+// 0 below 5 percent, 1 below 15, 2 below 30, 3 below 50, 4 below 75, else 5.
+int32_t PressureLevel(int32_t hundredths);
+
+}  // namespace TAVO::Veltra
+
+#endif

@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "game_table.h"
+
+#include <poll.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <vector>
+
+namespace TAVO::Veltra {
+
+bool GameTable::Report(const CallingPeer& caller, int32_t state, const std::string& bundleName)
+{
+    MutexLock lock(mutex_);
+    if (state == STATE_NO_GAME) {
+        games_.erase(caller.session);
+        return true;
+    }
+    auto place = games_.find(caller.session);
+    if (place == games_.end()) {
+        // The caller waits for us or has only just sent this, so the number is still its own.
+        UniqueFd process(static_cast<int>(syscall(SYS_pidfd_open, caller.pid, 0)));
+        if (!process.IsOpen()) {
+            return false;
+        }
+        DropEnded();
+        if (games_.size() >= MAX_GAMES) {
+            games_.erase(LeastRecent());
+        }
+        place = games_.emplace(caller.session, Game{std::move(process), {}, 0}).first;
+    }
+    Game& game = place->second;
+    game.state.state = state;
+    if (!bundleName.empty()) {
+        game.state.bundleName = bundleName;
+    }
+    game.order = ++reports_;
+    return true;
+}
+
+GameState GameTable::Query(const CallingPeer& caller)
+{
+    MutexLock lock(mutex_);
+    DropEnded();
+    const auto own = games_.find(caller.session);
+    if (own != games_.end()) {
+        return own->second.state;
+    }
+    const auto last = std::max_element(games_.begin(), games_.end(), [](const auto& left, const auto& right) {
+        return left.second.order < right.second.order;
+    });
+    return last != games_.end() ? last->second.state : GameState{STATE_NO_GAME, {}};
+}
+
+std::set<std::string> GameTable::BundleNames()
+{
+    MutexLock lock(mutex_);
+    DropEnded();
+    std::set<std::string> names;
+    for (const auto& [session, game] : games_) {
+        names.insert(game.state.bundleName);
+    }
+    names.erase(std::string());
+    return names;
+}
+
+void GameTable::DropEnded()
+{
+    std::vector<pollfd> processes;
+    processes.reserve(games_.size());
+    for (const auto& [session, game] : games_) {
+        processes.push_back({game.process.Get(), POLLIN, 0});
+    }
+    if (poll(processes.data(), processes.size(), 0) <= 0) {
+        return;
+    }
+    auto game = games_.begin();
+    for (const pollfd& process : processes) {
+        game = process.revents != 0 ? games_.erase(game) : std::next(game);
+    }
+}
+
+GameTable::Games::iterator GameTable::LeastRecent()
+{
+    return std::min_element(games_.begin(), games_.end(),
+                            [](const auto& left, const auto& right) { return left.second.order < right.second.order; });
+}
+
+}  // namespace TAVO::Veltra

@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: Apache-2.0
+// veltra_server: registers the service with the ability manager and serves until it is told to end.
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+#include <string>
+
+#include <tavo/system_ability_manager_client.h>
+
+#include "ipc/server_codes.h"
+#include "service_log.h"
+#include "service_options.h"
+#include "veltra_service.h"
+
+namespace TAVO::Veltra {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds MANAGER_WAIT{5};
+constexpr timespec ATTEMPT_PAUSE{0, 50000000};  // 50 ms
+
+// The signals that end the process. Blocked before the first thread starts, so that only main takes them.
+sigset_t EndSignals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    return signals;
+}
+
+// Each client costs a few descriptors; the soft limit is often 1024.
+void RaiseDescriptorLimit()
+{
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
+bool IsFolder(const std::string& path)
+{
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+int32_t TryRegister(const sptr<IRemoteObject>& service)
+{
+    const sptr<ISystemAbilityManager> manager = SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
+    return manager == nullptr ? static_cast<int32_t>(ABILITY_UNREACHABLE)
+                              : manager->AddAbility(VELTRA_SERVER_SA_ID, service);
+}
+
+const char* Explain(int32_t status)
+{
+    switch (status) {
+        case ABILITY_UNKNOWN:
+            return "the ability manager has no ability file for it";
+        case ABILITY_REFUSED:
+            return "the ability manager does not let this process serve it";
+        case ABILITY_TAKEN:
+            return "another process serves it already";
+        case ABILITY_UNREACHABLE:
+            return "the ability manager cannot be reached";
+        default:
+            return "the ability manager refused it";
+    }
+}
+
+// Registers, waiting a while for a manager that is not there yet. Empty when an end signal came meanwhile.
+std::optional<int32_t> Register(const sptr<IRemoteObject>& service, const sigset_t& endSignals)
+{
+    const Clock::time_point deadline = Clock::now() + MANAGER_WAIT;
+    for (;;) {
+        const int32_t status = TryRegister(service);
+        if (status != ABILITY_UNREACHABLE || Clock::now() >= deadline) {
+            return status;
+        }
+        if (sigtimedwait(&endSignals, nullptr, &ATTEMPT_PAUSE) > 0) {
+            return std::nullopt;
+        }
+    }
+}
+
+int Serve(const ServiceOptions& options)
+{
+    const sigset_t endSignals = EndSignals();
+    sigprocmask(SIG_BLOCK, &endSignals, nullptr);
+    RaiseDescriptorLimit();
+    if (!options.runtimeDir.empty()) {
+        setenv("TAVO_RUNTIME_DIR", options.runtimeDir.c_str(), 1);
+    }
+    if (!IsFolder(options.rootDir)) {
+        std::fprintf(stderr, "veltra_server: %s is no folder\n", options.rootDir.c_str());
+        return ServiceOptions::EXIT_REFUSED;
+    }
+    const sptr<VeltraService> service(new VeltraService(options.rootDir));
+    const std::optional<int32_t> status = Register(service->AsObject(), endSignals);
+    if (!status) {
+        return ServiceOptions::EXIT_DONE;
+    }
+    if (*status != ABILITY_OK) {
+        std::fprintf(stderr, "veltra_server: cannot register ability %d: %s\n", VELTRA_SERVER_SA_ID, Explain(*status));
+        return ServiceOptions::EXIT_REFUSED;
+    }
+    VELTRA_SERVICE_LOGI("serving ability %d", VELTRA_SERVER_SA_ID);
+    int signal = 0;
+    sigwait(&endSignals, &signal);
+    VELTRA_SERVICE_LOGI("ended by signal %d", signal);
+    // Deliberate: workers may still run requests, which must not see the service or static objects go.
+    std::_Exit(ServiceOptions::EXIT_DONE);
+}
+
+}  // namespace
+
+}  // namespace TAVO::Veltra
+
+int main(int argc, char** argv)
+{
+    using TAVO::Veltra::ServiceOptions;
+    int exitCode = 0;
+    const std::optional<ServiceOptions> options = ServiceOptions::Parse(argc, argv, exitCode);
+    return options ? TAVO::Veltra::Serve(*options) : exitCode;
+}

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "request_reader.h"
+
+#include <utility>
+
+namespace TAVO::Veltra {
+
+int32_t RequestReader::Int32()
+{
+    int32_t value = 0;
+    isBad_ = isBad_ || !data_.ReadInt32(value);
+    return value;
+}
+
+int64_t RequestReader::Int64()
+{
+    int64_t value = 0;
+    isBad_ = isBad_ || !data_.ReadInt64(value);
+    return value;
+}
+
+std::string RequestReader::Text()
+{
+    std::string text;
+    isBad_ = isBad_ || !data_.ReadString(text) || text.size() > MAX_REQUEST_TEXT_BYTES;
+    return isBad_ ? std::string() : text;
+}
+
+int32_t RequestReader::Count(int32_t least, int32_t most)
+{
+    const int32_t count = Int32();
+    isBad_ = isBad_ || count < least || count > most;
+    return isBad_ ? 0 : count;
+}
+
+std::vector<std::string> RequestReader::Texts(int32_t least, int32_t most)
+{
+    std::vector<std::string> texts;
+    const int32_t count = Count(least, most);
+    for (int32_t i = 0; i < count && !isBad_; ++i) {
+        texts.push_back(Text());
+    }
+    return texts;
+}
+
+std::map<std::string, std::string> RequestReader::TextMap(int32_t most)
+{
+    std::map<std::string, std::string> pairs;
+    const int32_t count = Count(0, most);
+    for (int32_t i = 0; i < count && !isBad_; ++i) {
+        std::string key = Text();
+        std::string value = Text();
+        isBad_ = isBad_ || (!pairs.empty() && key <= pairs.rbegin()->first);
+        pairs.emplace_hint(pairs.end(), std::move(key), std::move(value));
+    }
+    return pairs;
+}
+
+sptr<IRemoteObject> RequestReader::Object(const std::u16string& descriptor)
+{
+    const sptr<IRemoteObject> object = isBad_ ? nullptr : data_.ReadRemoteObject();
+    isBad_ = object == nullptr || object->Descriptor() != descriptor;
+    return isBad_ ? nullptr : object;
+}
+
+}  // namespace TAVO::Veltra

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
+// The log of the service process. Lines hold numbers and names of our own only: texts of clients stay out of them.
+#ifndef VELTRA_SERVICE_LOG_H
+#define VELTRA_SERVICE_LOG_H
+
+#include <tavo/scrivo_print.h>
+
+#define VELTRA_SERVICE_LOG(level, ...) ::TAVO::ScrivoPrint(3, level, 0xD00470A, "VeltraServer", __VA_ARGS__)
+#define VELTRA_SERVICE_LOGD(...) VELTRA_SERVICE_LOG(::TAVO::SCRIVO_DEBUG, __VA_ARGS__)
+#define VELTRA_SERVICE_LOGI(...) VELTRA_SERVICE_LOG(::TAVO::SCRIVO_INFO, __VA_ARGS__)
+
+#endif

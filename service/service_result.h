@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: Apache-2.0
+// The service's own result codes, beside 0 and those that the client library knows.
+#ifndef VELTRA_SERVICE_RESULT_H
+#define VELTRA_SERVICE_RESULT_H
+
+#include <cstdint>
+
+namespace TAVO::Veltra {
+
+// The request is short, or a count, a text or a record in it is beyond its bounds. Nothing was done.
+constexpr int32_t SERVICE_BAD_REQUEST = 1010310101;
+// This service does not offer the operation. Nothing was kept: no callback object, no query.
+constexpr int32_t SERVICE_NOT_SUPPORTED = 1010310102;
+// The machine has neither a temperature sensor nor CPU pressure figures, so there is no level to tell.
+constexpr int32_t SERVICE_NO_SENSOR = 1010310103;
+// The caller is not of the user that runs the service.
+constexpr int32_t SERVICE_DENIED = 1010310104;
+// No descriptor or memory was left for what the request needs. Nothing was done.
+constexpr int32_t SERVICE_NO_RESOURCES = 1010310105;
+
+}  // namespace TAVO::Veltra
+
+#endif

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+// The receiving end of IVeltraServerInterface: takes requests apart, calls the operation, writes its reply.
+#ifndef VELTRA_SERVICE_VELTRA_SERVER_STUB_H
+#define VELTRA_SERVICE_VELTRA_SERVER_STUB_H
+
+#include <cstdint>
+
+#include <tavo/iremote_stub.h>
+
+#include "ipc/iveltra_server_interface.h"
+
+namespace TAVO::Veltra {
+
+// A request is decoded whole before its operation is called; one that is short or out of bounds calls nothing and is
+// answered with SERVICE_BAD_REQUEST. Data behind the last item is ignored. Refusals travel as the reply's Int32 where
+// the reply begins with a code, else as the status that the sender's SendRequest returns.
+class VeltraServerStub : public IRemoteStub<IVeltraServerInterface> {
+public:
+    // Statuses: 0; RESULT_TOKEN_REFUSED for a token of another interface; a refusal as above; RESULT_BAD_PARCEL when
+    // the reply does not take what belongs in it; the platform's for codes that are no request of the interface. An
+    // operation that ends in an exception counts as a refusal with SERVICE_NO_RESOURCES.
+    int OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option) override;
+
+private:
+    // A handler returns 0, a refusal, or RESULT_BAD_PARCEL after it began its reply. The frame writes the value as the
+    // code of a reply that is still empty, and returns it as the status where it is no part of the reply.
+    using Handler = int32_t (VeltraServerStub::*)(MessageParcel& data, MessageParcel& reply);
+    struct Request {
+        ServerCode code;
+        Handler handler;
+        bool leadsWithCode;  // the reply begins with an Int32 result
+    };
+    static const Request* Find(uint32_t code);
+    int Answer(const Request& request, MessageParcel& data, MessageParcel& reply);
+
+    int32_t HandleReportGameEvent(MessageParcel& data, MessageParcel& reply);
+    int32_t HandleNotifyGameEvent(MessageParcel& data, MessageParcel& reply);
+    int32_t HandleSyncAppType(MessageParcel& data, MessageParcel& reply);
+    int32_t HandleReportRenderThread(MessageParcel& data, MessageParcel& reply);
+    int32_t HandleRegisterCallBack(MessageParcel& data, MessageParcel& reply);
+    int32_t HandleUnRegisterCallBack(MessageParcel& data, MessageParcel& reply);
+    int32_t HandleUpdateGameInfo(MessageParcel& data, MessageParcel& reply);
+    int32_t HandleCallAuth(MessageParcel& data, MessageParcel& reply);
+    int32_t HandleStartGetGpuPerfInfo(MessageParcel& data, MessageParcel& reply);
+    int32_t HandleStopGetGpuPerfInfo(MessageParcel& data, MessageParcel& reply);
+    int32_t HandleRegisterCallbackForGraphic(MessageParcel& data, MessageParcel& reply);
+
+    // Requests and replies with lists: veltra_server_stub_collections.cpp.
+    int32_t HandleGetDeviceInfo(MessageParcel& data, MessageParcel& reply);
+    int32_t HandleGetAppPrioritys(MessageParcel& data, MessageParcel& reply);
+    int32_t HandleQueryAppResourceInfos(MessageParcel& data, MessageParcel& reply);
+    int32_t HandleNotifyAppResourceDownLoadResults(MessageParcel& data, MessageParcel& reply);
+    int32_t HandleGetSystemFunctionStatus(MessageParcel& data, MessageParcel& reply);
+    int32_t HandleQueryGameState(MessageParcel& data, MessageParcel& reply);
+};
+
+}  // namespace TAVO::Veltra
+
+#endif
