@@ -2,7 +2,6 @@
 // Reads control connections and hellos, never more than there is.
 #include "transport/control_link.h"
 
-#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
@@ -59,12 +58,6 @@ void ControlLink::OnProcessEnd()
 {
     ReadAll();
     control_.TearDown(*this);
-}
-
-bool ControlLink::HasHungUp() const
-{
-    pollfd entry{fd_.Get(), POLLRDHUP, 0};
-    return ::poll(&entry, 1, 0) > 0;
 }
 
 bool ControlLink::ReadAll()

@@ -22,9 +22,6 @@ public:
     void OnReady(uint32_t events) override;
     // Reads what lies there, then ends the session: the peer's process is gone.
     void OnProcessEnd();
-    // Whether the other end has hung up, perhaps not yet noticed.
-    bool HasHungUp() const;
-
     const std::shared_ptr<Session>& GetSession() const { return session_; }
     int Fd() const { return fd_.Get(); }
     const PeerIdentity& Identity() const { return identity_; }

@@ -349,7 +349,7 @@ void ControlThread::AcceptControl(UniqueFd& fd, const Hello& hello, const PeerId
         return;
     }
     ControlLink* const link = session != nullptr ? LinkOf(session.get()) : nullptr;
-    if (session != nullptr && session->GetState() == Session::State::UP && link != nullptr && link->HasHungUp()) {
+    if (session != nullptr && session->GetState() == Session::State::UP && link != nullptr && session->HasHungUp()) {
         TearDown(*link);
         session = nullptr;
     }

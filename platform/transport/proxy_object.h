@@ -34,6 +34,8 @@ public:
     const std::shared_ptr<Session>& Owner() const noexcept { return session_; }
     uint64_t Serial() const noexcept { return serial_; }
     int SendNotice(uint32_t code, MessageParcel& data);
+    // IPC_OK once the owner is known to have the object; waits for that at most until `deadline`.
+    int Ready(Deadline deadline);
 
     // For the session. Marking never calls anybody: recipients are told on the delivery thread.
     Life GetLife() const noexcept { return life_.load(std::memory_order_acquire); }
@@ -48,7 +50,6 @@ protected:
     void OnLastStrongRef() const noexcept override;
 
 private:
-    int Ready(Deadline deadline);
     int SendOneWay(ConnectionKind kind, uint32_t code, MessageParcel& data, Deadline deadline);
     void TellRecipients();
 

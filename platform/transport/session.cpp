@@ -2,6 +2,7 @@
 // The life of a session, its control records, and the lanes that it knows.
 #include "transport/session.h"
 
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
@@ -101,6 +102,8 @@ void Session::Die()
     for (const auto& proxy : proxies) {
         proxy->MarkDead();
     }
+    MutexLock lock(mutex_);
+    changed_.notify_all();  // for those who wait to learn about a pending proxy
 }
 
 void Session::WaitSettled(const ProxyObject& proxy, Deadline deadline)
@@ -116,6 +119,13 @@ Session::State Session::WaitUp(Deadline deadline)
         lock.WaitUntil(changed_, deadline, [this] { return GetState() != State::CONNECTING; });
     }
     return GetState();
+}
+
+bool Session::HasHungUp()
+{
+    MutexLock lock(controlMutex_);
+    pollfd entry{controlFd_, POLLRDHUP, 0};
+    return controlFd_ < 0 || ::poll(&entry, 1, 0) > 0;
 }
 
 void Session::SuspectPeer()

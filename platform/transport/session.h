@@ -116,6 +116,8 @@ public:
 
     // The manager let a call, or the first contact, time out: it counts as absent until it answers.
     void SuspectPeer();
+    // Whether the kernel says that the connection has ended, noticed or not.
+    bool HasHungUp();
     bool IsSuspect() const noexcept { return suspect_.load(std::memory_order_relaxed); }
 
 private:

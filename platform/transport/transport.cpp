@@ -66,6 +66,15 @@ int SendNotice(const sptr<IRemoteObject>& object, uint32_t code, MessageParcel& 
     return proxy != nullptr ? proxy->SendNotice(code, data) : IPC_DEAD_OBJECT;
 }
 
+bool IsStillThere(const sptr<IRemoteObject>& object, Clock::time_point deadline)
+{
+    auto* const proxy = dynamic_cast<ProxyObject*>(object.Get());
+    if (proxy == nullptr || InForkedChild()) {
+        return proxy == nullptr && object != nullptr && object->IsAlive();
+    }
+    return proxy->Ready(deadline) == IPC_OK && !proxy->Owner()->HasHungUp();
+}
+
 bool IsForkedChild() noexcept
 {
     return InForkedChild();

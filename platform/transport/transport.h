@@ -28,6 +28,10 @@ void ServeAsManager(int listenFd, const sptr<IPCObjectStub>& root);
 // (renamed into place), for services that register again. One watcher per process; false if it cannot be watched.
 bool WatchManagerSocket(std::function<void()> appeared);
 
+// Whether the object's process is there, looked at now: waits until `deadline` for an object that a third process named,
+// and asks the kernel whether the connection has ended, though its end may not have been noticed yet.
+bool IsStillThere(const sptr<IRemoteObject>& object, Clock::time_point deadline);
+
 // Runs `job` on the delivery thread, behind what waits there. False in a forked child or without memory.
 bool RunOnDeliveryThread(std::function<void()> job);
 

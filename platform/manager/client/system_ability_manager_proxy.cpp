@@ -2,11 +2,13 @@
 // The manager's operations as requests; what the manager answers is checked before it is believed.
 #include "manager/client/system_ability_manager_proxy.h"
 
+#include <chrono>
 #include <exception>
 
 #include "base/forked_child.h"
 #include "manager/client/own_abilities.h"
 #include "tavo/message_parcel.h"
+#include "transport/transport.h"
 
 namespace TAVO::Manager {
 namespace {
@@ -42,7 +44,8 @@ try {
         return nullptr;
     }
     sptr<IRemoteObject> object = reply.ReadRemoteObject();
-    if (object != nullptr && !object->IsAlive()) {
+    // The manager may not have noticed yet that the service died.
+    if (!Transport::IsStillThere(object, Transport::Clock::now() + std::chrono::seconds(WAIT_TIME_SECONDS))) {
         return nullptr;
     }
     cache_->KeepAnswer(systemAbilityId, number, object);

@@ -8,6 +8,7 @@
 #include "manager/client/manager_log.h"
 #include "manager/client/process_lock.h"
 #include "manager/daemon/start_record.h"
+#include "transport/transport.h"
 
 namespace TAVO::Manager {
 namespace {
@@ -60,7 +61,8 @@ AbilityRegistry::Ability* AbilityRegistry::Find(int32_t systemAbilityId)
 AbilityRegistry::Ability* AbilityRegistry::FindLiving(int32_t systemAbilityId, Aftermath& after)
 {
     Ability* ability = Find(systemAbilityId);
-    if (ability != nullptr && ability->object != nullptr && !ability->object->IsAlive()) {
+    if (ability != nullptr && ability->object != nullptr &&
+        !Transport::IsStillThere(ability->object, Clock::time_point())) {
         Unregister(*ability, after);
     }
     return ability;

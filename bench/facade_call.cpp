@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: Apache-2.0
+// What a blocking call of the facade costs beside the bare round trip between the same two processors.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "platform.h"
+#include "raw_peer.h"
+#include "row.h"
+#include "veltra_server_client.h"
+
+namespace {
+
+constexpr int CALLS = 4000;  // a round
+constexpr int ROUNDS = 25;
+constexpr size_t TEXT_BYTES = 64;
+constexpr size_t REQUEST_BYTES = 32 + 80 + 72;  // header, token, text: what the call puts on its lane
+constexpr size_t REPLY_BYTES = 32 + 4;          // header, result
+
+double MicrosecondsPerCall(double start)
+{
+    return (Bench::Now() - start) / CALLS * 1e6;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    const bool isOneCpu = argc > 1 && std::strcmp(argv[1], "--one-cpu") == 0;
+    const int otherProcessor = isOneCpu ? 0 : 1;
+    Bench::RawPeer raw(otherProcessor, REQUEST_BYTES, REPLY_BYTES);
+    Bench::Platform platform(otherProcessor, 0);
+    TAVO::Veltra::VeltraClient client;
+    const std::string text(TEXT_BYTES, 'x');
+    if (client.CallAuth(text) == TAVO::Veltra::RESULT_NO_SERVICE) {
+        std::fprintf(stderr, "bench: the service cannot be reached\n");
+        return 1;
+    }
+    const Bench::Row row =
+        isOneCpu ? Bench::Row{"facade_call_one_cpu", "us", 1.5} : Bench::Row{"facade_call", "us", 1.25};
+    bool isBroken = false;
+    Bench::MeasureAndPrint(
+        row, ROUNDS,
+        [&] {
+            const double start = Bench::Now();
+            for (int i = 0; i < CALLS; ++i) {
+                isBroken = client.CallAuth(text) == TAVO::Veltra::RESULT_NO_SERVICE || isBroken;
+            }
+            return MicrosecondsPerCall(start);
+        },
+        [&] {
+            const double start = Bench::Now();
+            for (int i = 0; i < CALLS; ++i) {
+                raw.Call();
+            }
+            return MicrosecondsPerCall(start);
+        });
+    return isBroken ? 1 : 0;
+}

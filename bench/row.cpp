@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+// Takes medians and prints them.
+#include "row.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <vector>
+
+namespace Bench {
+namespace {
+
+double Median(std::vector<double> figures)
+{
+    const auto middle = figures.begin() + static_cast<std::ptrdiff_t>(figures.size() / 2);
+    std::nth_element(figures.begin(), middle, figures.end());
+    return *middle;
+}
+
+}  // namespace
+
+void MeasureAndPrint(const Row& row, int rounds, const std::function<double()>& value,
+                     const std::function<double()>& raw)
+{
+    raw();
+    value();
+    std::vector<double> values;
+    std::vector<double> raws;
+    std::vector<double> ratios;
+    for (int round = 0; round < rounds; ++round) {
+        raws.push_back(raw());
+        values.push_back(value());
+        ratios.push_back(values.back() / raws.back());
+    }
+    const double ratio = Median(ratios);
+    std::printf(R"({"name": "%s", "value": %.3f, "unit": "%s", "raw": %.3f, "ratio": %.3f, "bar": %.2f, "holds": %s})"
+                "\n",
+                row.name.c_str(), Median(values), row.unit.c_str(), Median(raws), ratio, row.bar,
+                ratio <= row.bar ? "true" : "false");
+    std::fflush(stdout);
+}
+
+double Now()
+{
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+}  // namespace Bench

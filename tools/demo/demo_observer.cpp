@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: Apache-2.0
+// The observer of the demo: kills the service and measures how soon its death is told to another process.
+#include <signal.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+
+#include "tavo/tavo.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int32_t ABILITY = 66006;
+constexpr std::chrono::seconds PATIENCE{5};
+
+class Recipient : public TAVO::IRemoteObject::DeathRecipient {
+public:
+    void OnRemoteDied(const TAVO::wptr<TAVO::IRemoteObject>&) override
+    {
+        const auto now = Clock::now();
+        TAVO::MutexLock lock(mutex_);
+        toldAt_ = now;
+        told_.notify_all();
+    }
+
+    // When the notice came; the epoch if it did not.
+    Clock::time_point Wait()
+    {
+        TAVO::MutexLock lock(mutex_);
+        lock.WaitUntil(told_, Clock::now() + PATIENCE,
+                       [this]() TAVO_REQUIRES(mutex_) { return toldAt_ != Clock::time_point(); });
+        return toldAt_;
+    }
+
+private:
+    TAVO::Mutex mutex_;
+    std::condition_variable told_;
+    Clock::time_point toldAt_ TAVO_GUARDED_BY(mutex_);
+};
+
+int Fail(const char* why)
+{
+    std::printf("  observer: %s\n", why);
+    return 1;
+}
+
+}  // namespace
+
+int main()
+{
+    const auto manager = TAVO::SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
+    const auto service = manager != nullptr ? manager->CheckAbility(ABILITY) : nullptr;
+    if (service == nullptr) {
+        return Fail("the service is not running");
+    }
+    pid_t process = 0;
+    for (const auto& ability : manager->DescribeAbilities()) {
+        process = ability.id == ABILITY ? ability.pid : process;
+    }
+    const auto recipient = TAVO::MakeRef<Recipient>();
+    if (process <= 0 || !service->AddDeathRecipient(recipient)) {
+        return Fail("the service cannot be watched");
+    }
+    const auto start = Clock::now();
+    if (::kill(process, SIGKILL) != 0) {
+        return Fail("the service cannot be killed");
+    }
+    const auto toldAt = recipient->Wait();
+    if (toldAt == Clock::time_point()) {
+        return Fail("no death notice came");
+    }
+    std::printf("  kill -9 of process %d: death notice after %.3f ms\n", process,
+                std::chrono::duration<double, std::milli>(toldAt - start).count());
+    return 0;
+}
