@@ -30,7 +30,8 @@ int32_t VeltraService::UpdateGameInfo(int32_t first, const std::string& text, in
 
 int32_t VeltraService::CallAuth(const std::string&)
 {
-    return GetCallingPeer().uid == geteuid() ? 0 : SERVICE_DENIED;
+    static const uid_t ownUser = geteuid();  // a system call less on the most frequent request
+    return GetCallingPeer().uid == ownUser ? 0 : SERVICE_DENIED;
 }
 
 void VeltraService::ReportGameEvent(GameInfo& info)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tavo/iremote_broker.h"
 
+#include <algorithm>
 #include <new>
 
 #include "base/forked_child.h"
@@ -17,13 +18,23 @@ BrokerRegistration& BrokerRegistration::Get()
     return *registry;
 }
 
+std::vector<BrokerRegistration::Entry>::iterator BrokerRegistration::Find(const std::u16string& descriptor)
+{
+    return std::find_if(entries_.begin(), entries_.end(),
+                        [&descriptor](const Entry& entry) { return IsSameDescriptor(entry.descriptor, descriptor); });
+}
+
 bool BrokerRegistration::Register(const std::u16string& descriptor, Creator creator, const void* owner)
 {
     if (creator == nullptr || InForkedChild()) {
         return false;
     }
     MutexLock lock(mutex_);
-    return entries_.try_emplace(descriptor, Entry{creator, owner}).second;
+    if (Find(descriptor) != entries_.end()) {
+        return false;
+    }
+    entries_.push_back({descriptor, creator, owner});
+    return true;
 }
 
 void BrokerRegistration::Unregister(const std::u16string& descriptor, const void* owner)
@@ -32,8 +43,8 @@ void BrokerRegistration::Unregister(const std::u16string& descriptor, const void
         return;
     }
     MutexLock lock(mutex_);
-    const auto found = entries_.find(descriptor);
-    if (found != entries_.end() && found->second.owner == owner) {
+    const auto found = Find(descriptor);
+    if (found != entries_.end() && found->owner == owner) {
         entries_.erase(found);
     }
 }
@@ -46,11 +57,11 @@ sptr<IRemoteBroker> BrokerRegistration::NewInstance(const std::u16string& descri
     Creator creator = nullptr;
     {
         MutexLock lock(mutex_);
-        const auto found = entries_.find(descriptor);
+        const auto found = Find(descriptor);
         if (found == entries_.end()) {
             return nullptr;
         }
-        creator = found->second.creator;
+        creator = found->creator;
     }
     try {
         return creator(object);

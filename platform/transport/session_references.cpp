@@ -84,14 +84,14 @@ int Session::PassReferences(LaneKey lane, uint64_t number, MessageParcel& data, 
 
 bool Session::TakeReferences(LaneKey lane, const FrameHeader& header, MessageParcel& data)
 {
+    if (header.references == 0) {
+        return true;  // Then the header allows no table either.
+    }
     std::vector<ReferenceTableEntry> entries;
     if (!ReadReferenceTable(header, data, entries)) {
         return false;
     }
     ParcelAccess::Truncate(data, header.dataBytes);
-    if (entries.empty()) {
-        return true;
-    }
     const Instance& self = Core::Get().Self();
     std::vector<sptr<IRemoteObject>> objects(entries.size());
     for (size_t i = 0; i < entries.size(); ++i) {  // first what can be refused, then what makes something

@@ -3,9 +3,10 @@
 #ifndef TAVO_IREMOTE_BROKER_H
 #define TAVO_IREMOTE_BROKER_H
 
-#include <map>
+#include <cstring>
 #include <new>
 #include <string>
+#include <vector>
 
 #include "tavo/export.h"
 #include "tavo/iremote_object.h"
@@ -13,11 +14,12 @@
 #include "tavo/ref_base.h"
 
 // Names an interface, inside its class: the token of its requests and the key of its proxy in the registry.
-#define TAVO_DECLARE_DESCRIPTOR(text)                 \
-    static const std::u16string& GetDescriptor()      \
-    {                                                 \
-        static const std::u16string descriptor(text); \
-        return descriptor;                            \
+// Never destroyed: platform threads may still read it while the process exits.
+#define TAVO_DECLARE_DESCRIPTOR(text)                                             \
+    static const std::u16string& GetDescriptor()                                  \
+    {                                                                             \
+        static const std::u16string* const descriptor = new std::u16string(text); \
+        return *descriptor;                                                       \
     }
 
 namespace TAVO {
@@ -39,6 +41,12 @@ struct BrokerCreator {
     }
 };
 
+// Equality of two descriptors by memory, which costs a fraction of the character traits' comparison.
+inline bool IsSameDescriptor(const std::u16string& left, const std::u16string& right) noexcept
+{
+    return left.size() == right.size() && std::memcmp(left.data(), right.data(), left.size() * sizeof(char16_t)) == 0;
+}
+
 // The process's registry: descriptor to proxy creator. Any thread.
 class TAVO_EXPORT BrokerRegistration {
 public:
@@ -57,11 +65,14 @@ private:
     BrokerRegistration() = default;
 
     struct Entry {
+        std::u16string descriptor;
         Creator creator;
         const void* owner;
     };
+    std::vector<Entry>::iterator Find(const std::u16string& descriptor) TAVO_REQUIRES(mutex_);
+
     Mutex mutex_;
-    std::map<std::u16string, Entry> entries_ TAVO_GUARDED_BY(mutex_);
+    std::vector<Entry> entries_ TAVO_GUARDED_BY(mutex_);  // a handful: looked through on every interface cast
 };
 
 // Registers proxy class T for its descriptor while it lives; one static member of each proxy class.
@@ -97,7 +108,7 @@ sptr<T> iface_cast(const sptr<IRemoteObject>& object)
         return nullptr;
     }
     sptr<IRemoteBroker> broker = object->AsInterface();
-    if (broker == nullptr && object->Descriptor() == T::GetDescriptor()) {
+    if (broker == nullptr && IsSameDescriptor(object->Descriptor(), T::GetDescriptor())) {
         broker = BrokerRegistration::Get().NewInstance(T::GetDescriptor(), object);
     }
     return sptr<T>(dynamic_cast<T*>(broker.Get()));

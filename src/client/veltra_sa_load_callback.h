@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: Apache-2.0
+// Told by the manager how a load of the service ended; one for each attempt.
+#ifndef VELTRA_CLIENT_VELTRA_SA_LOAD_CALLBACK_H
+#define VELTRA_CLIENT_VELTRA_SA_LOAD_CALLBACK_H
+
+#include "tavo/isystem_ability_load_callback.h"
+#include "veltra_export.h"
+
+namespace TAVO::Veltra {
+
+// On the delivery thread, both pass what they are told to the client proxy. A report about another id is only logged.
+class VELTRA_EXPORT VeltraSaLoadCallback : public SystemAbilityLoadCallbackStub {
+public:
+    ~VeltraSaLoadCallback() override;
+    void OnLoadSystemAbilitySuccess(int32_t systemAbilityId, const sptr<IRemoteObject>& remoteObject) override;
+    void OnLoadSystemAbilityFail(int32_t systemAbilityId) override;
+};
+
+}  // namespace TAVO::Veltra
+
+#endif

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "veltra_server_client.h"
+
+#include <utility>
+
+#include "client/veltra_server_client_proxy.h"
+#include "tavo/delayed_ref_singleton.h"
+
+namespace TAVO::Veltra {
+namespace {
+
+VeltraClientProxy& Client()
+{
+    return DelayedRefSingleton<VeltraClientProxy>::GetInstance();
+}
+
+}  // namespace
+
+VeltraClient::~VeltraClient() = default;
+
+int32_t VeltraClient::CallAuth(const std::string& text)
+{
+    return Client().CallAuth(text);
+}
+
+int32_t VeltraClient::UpdateGameInfo(int32_t first, const std::string& text, int32_t second)
+{
+    return Client().UpdateGameInfo(first, text, second);
+}
+
+void VeltraClient::ReportGameEvent(GameInfo& info)
+{
+    Client().ReportGameEvent(info);
+}
+
+std::map<std::string, bool> VeltraClient::SyncAppType(const std::string& text, int32_t value)
+{
+    return Client().SyncAppType(text, value);
+}
+
+int32_t VeltraClient::ReportRenderThread(std::string first, std::string second, int32_t value)
+{
+    return Client().ReportRenderThread(std::move(first), std::move(second), value);
+}
+
+GameCallbackEventInfo VeltraClient::GetDeviceInfo(std::vector<QueryDeviceStateDetail> details)
+{
+    return Client().GetDeviceInfo(std::move(details));
+}
+
+int32_t VeltraClient::NotifyGameEvent(GameSceneBundle& bundle)
+{
+    return Client().NotifyGameEvent(bundle);
+}
+
+int32_t VeltraClient::NotifyAppResourceDownLoadResults(std::vector<AppResourceDownLoadResult>& results)
+{
+    return Client().NotifyAppResourceDownLoadResults(results);
+}
+
+std::map<std::string, std::string> VeltraClient::GetSystemFunctionStatus(std::map<std::string, std::string>& query)
+{
+    return Client().GetSystemFunctionStatus(query);
+}
+
+}  // namespace TAVO::Veltra

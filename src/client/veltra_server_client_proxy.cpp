@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: Apache-2.0
+// The connection: how the service is found, loaded on demand, and dropped when it dies.
+#include "client/veltra_server_client_proxy.h"
+
+#include <chrono>
+
+#include "client/veltra_sa_load_callback.h"
+#include "tavo/ipc_threads.h"
+#include "tavo/system_ability_manager_client.h"
+#include "utils/veltra_log.h"
+
+namespace TAVO::Veltra {
+namespace {
+
+constexpr std::chrono::seconds LOAD_WAIT{10};
+
+}  // namespace
+
+VeltraClientProxy::VeltraClientProxy() : deathRecipient_(MakeRef<VeltraSaDeathRecipient>()) {}
+
+VeltraClientProxy::~VeltraClientProxy()
+{
+    MutexLock lock(proxyMutex_);
+    ReleaseServiceProxy();
+}
+
+sptr<IVeltraServerInterface> VeltraClientProxy::GetServiceProxy()
+{
+    if (IpcThreads::IsForkedChild()) {  // Before the lock: a thread that did not come along may hold it for ever.
+        VELTRA_LOGE("Get SystemAbilityManager failed.");
+        return nullptr;
+    }
+    MutexLock lock(proxyMutex_);
+    const sptr<ISystemAbilityManager> manager = SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
+    if (manager == nullptr) {
+        VELTRA_LOGE("Get SystemAbilityManager failed.");
+        return nullptr;
+    }
+    const sptr<IRemoteObject> running = manager->CheckAbility(VELTRA_SERVER_SA_ID);
+    if (running != nullptr) {
+        // Deliberate: no death recipient on this path. The next check finds out anyway, and every call makes one.
+        serviceProxy_ = iface_cast<IVeltraServerInterface>(running);
+        return serviceProxy_;
+    }
+    VELTRA_LOGW("Check systemAbility not exist and try to release veltra_server proxy.");
+    ReleaseServiceProxy();
+    VELTRA_LOGI("Try load systemAbility.");
+    const sptr<VeltraSaLoadCallback> callback = MakeRef<VeltraSaLoadCallback>();
+    if (manager->LoadAbility(VELTRA_SERVER_SA_ID, callback) != ABILITY_OK) {
+        VELTRA_LOGW("Failed to load systemAbility.");
+    } else if (WaitForServiceProxy(lock)) {
+        VELTRA_LOGI("Load systemAbility succeeded.");
+    } else {
+        VELTRA_LOGW("Load systemAbility timeout.");
+    }
+    return serviceProxy_;
+}
+
+// Deliberate: only a proxy ends the wait. A failed load may be followed by a success of the same start, and callers
+// would otherwise ask again at once, in a loop.
+bool VeltraClientProxy::WaitForServiceProxy(MutexLock& lock)
+{
+    const auto deadline = std::chrono::steady_clock::now() + LOAD_WAIT;
+    return lock.WaitUntil(proxyCondition_, deadline,
+                          [this]() TAVO_REQUIRES(proxyMutex_) { return serviceProxy_ != nullptr; });
+}
+
+void VeltraClientProxy::ReleaseServiceProxy()
+{
+    if (serviceProxy_ == nullptr) {
+        return;
+    }
+    const sptr<IRemoteObject> object = serviceProxy_->AsObject();
+    if (object != nullptr) {
+        object->RemoveDeathRecipient(deathRecipient_);
+    }
+    serviceProxy_ = nullptr;
+}
+
+void VeltraClientProxy::LoadSystemAbilitySuccess(const sptr<IRemoteObject>& remoteObject)
+{
+    MutexLock lock(proxyMutex_);
+    if (remoteObject == nullptr) {
+        // Deliberate: the comma is the full-width one, and the waiter is not woken.
+        VELTRA_LOGI("Load systemAbility success， but remoteObject is null.");
+        return;
+    }
+    remoteObject->AddDeathRecipient(deathRecipient_);
+    serviceProxy_ = iface_cast<IVeltraServerInterface>(remoteObject);
+    proxyCondition_.notify_all();
+}
+
+void VeltraClientProxy::LoadSystemAbilityFail()
+{
+    MutexLock lock(proxyMutex_);
+    serviceProxy_ = nullptr;
+    proxyCondition_.notify_all();
+}
+
+// Deliberate: subscriptions are not touched. The next operation connects again.
+void VeltraClientProxy::OnRemoteSaDead(const wptr<IRemoteObject>& /*object*/)
+{
+    VELTRA_LOGI("OnRemoteSaDead");
+    MutexLock lock(proxyMutex_);
+    ReleaseServiceProxy();
+}
+
+sptr<IVeltraServerInterface> VeltraClientProxy::FindService()
+{
+    sptr<IVeltraServerInterface> service = GetServiceProxy();
+    return HasServiceProxy() ? service : nullptr;
+}
+
+}  // namespace TAVO::Veltra

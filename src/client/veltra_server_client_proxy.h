@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: Apache-2.0
+// The process's one connection to the service, and the operations that go through it.
+#ifndef VELTRA_CLIENT_VELTRA_SERVER_CLIENT_PROXY_H
+#define VELTRA_CLIENT_VELTRA_SERVER_CLIENT_PROXY_H
+
+#include <condition_variable>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "client/veltra_sa_death_recipient.h"
+#include "ipc/iveltra_server_interface.h"
+#include "tavo/mutex.h"
+#include "veltra_export.h"
+
+namespace TAVO::Veltra {
+
+// Three ideas in a file each: the connection, the operations, the device state. Any thread. Used through
+// DelayedRefSingleton, so it lives to the end of the process; an operation throws nothing, whatever happens below it.
+class VELTRA_EXPORT VeltraClientProxy {
+public:
+    VeltraClientProxy();
+    virtual ~VeltraClientProxy();
+    VeltraClientProxy(const VeltraClientProxy&) = delete;
+    VeltraClientProxy& operator=(const VeltraClientProxy&) = delete;
+
+    // Connection.
+
+    // The service, looked up anew by each call and loaded if it is not running: up to 10 s under proxyMutex_, so that
+    // callers queue up and only one of them loads. Null when there is none; without a manager the field stays as it was.
+    sptr<IVeltraServerInterface> GetServiceProxy();
+    // Drops the connection and its death notice.
+    void ReleaseServiceProxy() TAVO_REQUIRES(proxyMutex_);
+    // From the load callback and the death recipient, on a platform thread.
+    void LoadSystemAbilitySuccess(const sptr<IRemoteObject>& remoteObject);
+    void LoadSystemAbilityFail();
+    void OnRemoteSaDead(const wptr<IRemoteObject>& object);
+
+    // Operations: the contracts of VeltraClient.
+
+    int32_t UpdateGameInfo(int32_t first, const std::string& text, int32_t second);
+    int32_t CallAuth(const std::string& text);
+    void ReportGameEvent(GameInfo& info);
+    std::map<std::string, bool> SyncAppType(const std::string& text, int32_t value);
+    int32_t ReportRenderThread(std::string first, std::string second, int32_t value);
+    int32_t NotifyGameEvent(GameSceneBundle& bundle);
+    int32_t NotifyAppResourceDownLoadResults(std::vector<AppResourceDownLoadResult>& results);
+    std::map<std::string, std::string> GetSystemFunctionStatus(std::map<std::string, std::string>& query);
+
+    // Device state.
+
+    GameCallbackEventInfo GetDeviceInfo(std::vector<QueryDeviceStateDetail> details);
+    // Fills `info` from the service's JSON text; resultCode becomes RESULT_BAD_DEVICE_STATE, and nothing else changes,
+    // for a text that is no object, has no usable "tempLevel" or is longer than 1 MiB.
+    void AssembleDeviceStateResponse(std::string response, GameCallbackEventInfo& info);
+
+private:
+    // Reads the field without the lock, on purpose: a null test of an sptr is no data race, and the field may be
+    // replaced at any time all the same. Calls go through the reference that GetServiceProxy returned.
+    bool HasServiceProxy() const TAVO_NO_THREAD_ANALYSIS { return serviceProxy_ != nullptr; }
+    // The service for one operation: null when the field is null or GetServiceProxy returned no reference.
+    sptr<IVeltraServerInterface> FindService();
+    bool WaitForServiceProxy(MutexLock& lock) TAVO_REQUIRES(proxyMutex_);
+
+    Mutex proxyMutex_;                        // released while GetServiceProxy waits for a load
+    std::condition_variable proxyCondition_;  // notified when a load succeeded with an object, or failed
+    sptr<IVeltraServerInterface> serviceProxy_ TAVO_GUARDED_BY(proxyMutex_);  // null: not connected
+    const sptr<VeltraSaDeathRecipient> deathRecipient_;                       // never null
+};
+
+}  // namespace TAVO::Veltra
+
+#endif

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ipc/server_request.h"
+
+#include <cstdio>
+
+#include "ipc/iveltra_server_interface.h"
+#include "utils/veltra_log.h"
+
+namespace TAVO::Veltra {
+namespace {
+
+constexpr size_t MAX_FORMAT_BYTES = 256;
+
+}  // namespace
+
+bool ServerRequest::WriteToken(const char* failedText, int line)
+{
+    if (!data.WriteInterfaceToken(IVeltraServerInterface::GetDescriptor())) {
+        LogError(line, failedText);
+        return false;
+    }
+    return true;
+}
+
+bool ServerRequest::Send(const sptr<IRemoteObject>& remote, const char* nullText, const char* failedText, int line)
+{
+    if (remote == nullptr) {
+        LogError(line, nullText);
+        return false;
+    }
+    return SendUntested(remote, failedText, line);
+}
+
+bool ServerRequest::SendUntested(const sptr<IRemoteObject>& remote, const char* failedText, int line)
+{
+    status_ = remote != nullptr ? Transact(*remote) : static_cast<int>(IPC_DEAD_OBJECT);
+    if (status_ != IPC_OK) {
+        LogError(line, failedText, status_);
+        return false;
+    }
+    return true;
+}
+
+int ServerRequest::Transact(IRemoteObject& remote)
+{
+    MessageOption option(flags_, MessageOption::WAIT_TIME_SECONDS);
+    status_ = remote.SendRequest(static_cast<uint32_t>(code_), data, reply, option);
+    return status_;
+}
+
+void ServerRequest::LogError(int line, const char* text, int value) const
+{
+    char format[MAX_FORMAT_BYTES];
+    std::snprintf(format, sizeof(format), "%s%s", VELTRA_LOG_PREFIX, text);
+    // A text without a conversion of its own leaves the value unused.
+    ScrivoPrint(LOG_TYPE, SCRIVO_ERROR, LOG_DOMAIN, LOG_TAG, format, "", operation_, line, value);
+}
+
+}  // namespace TAVO::Veltra

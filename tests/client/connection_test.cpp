@@ -1,0 +1,181 @@
+// SPDX-License-Identifier: Apache-2.0
+// How the service is found, loaded and let go.
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "client/client_test.h"
+#include "client/veltra_sa_load_callback.h"
+#include "ipc/server_codes.h"
+
+namespace TAVO::Veltra {
+namespace {
+
+const std::vector<int32_t> ONCE = {66006};
+
+class ConnectionTest : public ClientTest {};
+
+TEST_F(ConnectionTest, RunningServiceIsTakenWithoutLoadOrDeathNotice)
+{
+    const auto service = RunService();
+    const sptr<IVeltraServerInterface> found = proxy_.GetServiceProxy();
+    ASSERT_TRUE(found != nullptr);
+    EXPECT_TRUE(found->AsObject() == service);
+    EXPECT_EQ(manager_->Checks(), ONCE);
+    EXPECT_TRUE(manager_->Loads().empty());
+    EXPECT_EQ(service->DeathRecipients(), 0u);
+}
+
+TEST_F(ConnectionTest, EachCallChecksAgain)
+{
+    RunService();
+    proxy_.GetServiceProxy();
+    const auto successor = RunService();
+    EXPECT_TRUE(proxy_.GetServiceProxy()->AsObject() == successor);
+    EXPECT_EQ(manager_->Checks().size(), 2u);
+}
+
+TEST_F(ConnectionTest, ServiceThatIsNotRunningIsLoadedAndWatched)
+{
+    const auto service = MakeRef<FakeRemoteObject>();
+    ReportSuccessOnLoad(66006, service);
+    const sptr<IVeltraServerInterface> loaded = proxy_.GetServiceProxy();
+    ASSERT_TRUE(loaded != nullptr);
+    EXPECT_TRUE(loaded->AsObject() == service);
+    EXPECT_EQ(manager_->Loads(), ONCE);
+    EXPECT_EQ(service->DeathRecipients(), 1u);
+}
+
+TEST_F(ConnectionTest, DeathReleasesTheConnectionAndTheNextCallLoads)
+{
+    const auto service = MakeRef<FakeRemoteObject>();
+    ReportSuccessOnLoad(66006, service);
+    proxy_.GetServiceProxy();
+    const int32_t references = service->GetStrongCount();
+    service->Die();
+    EXPECT_LT(service->GetStrongCount(), references);  // the field's proxy is gone
+
+    const auto successor = MakeRef<FakeRemoteObject>();
+    ReportSuccessOnLoad(66006, successor);
+    const sptr<IVeltraServerInterface> loaded = proxy_.GetServiceProxy();
+    ASSERT_TRUE(loaded != nullptr);
+    EXPECT_TRUE(loaded->AsObject() == successor);
+    EXPECT_EQ(manager_->Loads().size(), 2u);
+}
+
+TEST_F(ConnectionTest, FailedCheckReleasesWhatTheFieldHeld)
+{
+    const auto service = MakeRef<FakeRemoteObject>();
+    ReportSuccessOnLoad(66006, service);
+    proxy_.GetServiceProxy();
+    manager_->ScriptLoad(ABILITY_UNKNOWN);
+    EXPECT_TRUE(proxy_.GetServiceProxy() == nullptr);
+    EXPECT_EQ(service->DeathRecipients(), 0u);
+}
+
+TEST_F(ConnectionTest, RefusedLoadIsNotWaitedFor)
+{
+    for (const int32_t status : std::vector<int32_t>{ABILITY_UNKNOWN, ABILITY_UNREACHABLE, -1}) {
+        manager_->ScriptLoad(status);
+        EXPECT_TRUE(proxy_.GetServiceProxy() == nullptr);  // the test's time limit is below one wait a row
+    }
+    EXPECT_EQ(manager_->Loads().size(), 3u);
+}
+
+// Without a manager the field keeps its proxy, but no operation may call through it.
+TEST_F(ConnectionTest, MissingManagerMeansNoServiceThoughTheFieldIsSet)
+{
+    const auto service = RunService();
+    ASSERT_TRUE(proxy_.GetServiceProxy() != nullptr);
+    FakeAbilityManager::Remove();
+    EXPECT_TRUE(proxy_.GetServiceProxy() == nullptr);
+    EXPECT_EQ(service->GetStrongCount(), 3);  // the test, the manager and the field's proxy
+    EXPECT_EQ(proxy_.CallAuth(""), 1010310014);
+    EXPECT_EQ(proxy_.ReportRenderThread("", "", 0), -1);
+    EXPECT_TRUE(proxy_.SyncAppType("", 0).empty());
+    EXPECT_TRUE(service->Requests().empty());
+    EXPECT_TRUE(manager_->Loads().empty());
+}
+
+TEST_F(ConnectionTest, ObjectOfAnotherInterfaceIsNoService)
+{
+    manager_->SetRunning(MakeRef<FakeRemoteObject>(nullptr, u"some.other.Interface"));
+    EXPECT_EQ(proxy_.CallAuth(""), 1010310014);
+}
+
+// A report about another ability, in either direction, neither connects nor disconnects.
+TEST_F(ConnectionTest, ReportsAboutOtherAbilitiesChangeNothing)
+{
+    const auto service = RunService();
+    proxy_.GetServiceProxy();
+    const auto stranger = MakeRef<FakeRemoteObject>();
+    VeltraSaLoadCallback callback;
+    callback.OnLoadSystemAbilityFail(66005);
+    callback.OnLoadSystemAbilitySuccess(66005, stranger);
+    EXPECT_EQ(stranger->DeathRecipients(), 0u);
+    EXPECT_EQ(service->GetStrongCount(), 3);  // the test, the manager and the field's proxy
+    callback.OnLoadSystemAbilityFail(66006);
+    EXPECT_EQ(service->GetStrongCount(), 2);
+}
+
+TEST(ConnectionEnd, DestructorTakesTheDeathRecipientBackAndSendsNothing)
+{
+    const auto service = MakeRef<FakeRemoteObject>();
+    {
+        VeltraClientProxy proxy;
+        proxy.LoadSystemAbilitySuccess(service);
+        EXPECT_EQ(service->DeathRecipients(), 1u);
+    }
+    EXPECT_EQ(service->DeathRecipients(), 0u);
+    EXPECT_EQ(service->GetStrongCount(), 1);
+    EXPECT_TRUE(service->Requests().empty());
+}
+
+TEST(ConnectionStart, FirstCallsOfManyThreadsMakeOneProxy)
+{
+    FakeAbilityManager::Remove();
+    std::vector<VeltraClientProxy*> seen(8);
+    std::vector<std::thread> threads;
+    for (VeltraClientProxy*& mine : seen) {
+        threads.emplace_back([&mine] {
+            mine = &DelayedRefSingleton<VeltraClientProxy>::GetInstance();
+            mine->CallAuth("");
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    for (const VeltraClientProxy* proxy : seen) {
+        EXPECT_EQ(proxy, seen.front());
+    }
+}
+
+// Calls, deaths and reconnections at once: every call ends with a code of its own, nothing is called after its end.
+TEST_F(ConnectionTest, CallsRaceWithDeathsAndLoads)
+{
+    constexpr int ROUNDS = 200;
+    std::atomic<bool> isOver{false};
+    RunService();
+    std::vector<std::thread> callers;
+    for (int i = 0; i < 4; ++i) {
+        callers.emplace_back([this, &isOver] {
+            while (!isOver) {
+                const int32_t result = proxy_.CallAuth("race");
+                EXPECT_TRUE(result == 0 || result == 1010310014) << result;
+            }
+        });
+    }
+    for (int i = 0; i < ROUNDS; ++i) {
+        const auto service = MakeRef<FakeRemoteObject>();
+        proxy_.LoadSystemAbilitySuccess(service);
+        manager_->SetRunning(service);
+        service->Die();
+    }
+    isOver = true;
+    for (std::thread& caller : callers) {
+        caller.join();
+    }
+}
+
+}  // namespace
+}  // namespace TAVO::Veltra

@@ -1,0 +1,287 @@
+// SPDX-License-Identifier: Apache-2.0
+// Every line that the library logs, word for word: watchers of the log search for these texts.
+#include <algorithm>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "client/client_test.h"
+#include "client/veltra_sa_load_callback.h"
+#include "ipc/server_operations.h"
+#include "support/log_capture.h"
+
+namespace TAVO::Veltra {
+namespace {
+
+const std::string PREFIX = "[%{public}s(%{public}s:%{public}d)]";
+
+struct Line {
+    int level;
+    std::string text;  // the format without the prefix
+    std::string said;  // the values in their places; empty: the text has none
+};
+
+Line Info(const char* text, const char* said = "")
+{
+    return {SCRIVO_INFO, text, said};
+}
+Line Warn(const char* text, const char* said = "")
+{
+    return {SCRIVO_WARN, text, said};
+}
+Line Error(const char* text, const char* said = "")
+{
+    return {SCRIVO_ERROR, text, said};
+}
+
+// With a status in the place of the only conversion.
+Line ErrorWith(const std::string& text, int status)
+{
+    const std::string conversion = "%{public}d";
+    std::string said = text;
+    const size_t place = said.find(conversion);
+    EXPECT_NE(place, std::string::npos);
+    return {SCRIVO_ERROR, text, said.replace(place, conversion.size(), std::to_string(status))};
+}
+
+// Runs `job` and compares all that it logs; `operations` names those that speak, the last one for the rest of the lines.
+void ExpectLines(const std::vector<std::string>& operations, const std::vector<Line>& expected,
+                 const std::function<void()>& job)
+{
+    const LogCapture log;
+    job();
+    const std::vector<LogLine> lines = log.Lines();
+    for (size_t i = 0; i < std::min(lines.size(), expected.size()); ++i) {
+        EXPECT_EQ(lines[i].type, 3);
+        EXPECT_EQ(lines[i].domain, 0xD00470Au);
+        EXPECT_EQ(lines[i].tag, "VeltraPerf");
+        EXPECT_EQ(lines[i].level, expected[i].level) << lines[i].text;
+        EXPECT_EQ(lines[i].format, PREFIX + expected[i].text);
+        const std::string begin = "[(" + operations[std::min(i, operations.size() - 1)] + ":";
+        EXPECT_EQ(lines[i].text.substr(0, begin.size()), begin);
+        const size_t numberEnd = lines[i].text.find_first_not_of("0123456789", begin.size());
+        ASSERT_NE(numberEnd, begin.size()) << lines[i].text;
+        EXPECT_EQ(lines[i].text.substr(numberEnd),
+                  ")]" + (expected[i].said.empty() ? expected[i].text : expected[i].said));
+    }
+    EXPECT_EQ(lines.size(), expected.size());
+}
+
+struct RequestTexts {
+    const char* operation;
+    const char* remoteNull;  // null: not tested, a dead object to the sending
+    const char* sendFailed;  // null: no line of its own
+    const char* tokenRefused = "write descriptor fail";
+};
+
+const RequestTexts REQUEST_TEXTS[] = {
+    {"RegisterCallBack", "UnRegisterCallBack Remote is null",
+     "function RegisterCallBack call failed! errCode:%{public}d"},
+    {"UnRegisterCallBack", "UnRegisterCallBack Remote is null",
+     "function UnRegisterCallBack call failed! errCode:%{public}d"},
+    {"UpdateGameInfo", "Remote is null", "function UpdateGameInfo call failed! errCode:%{public}d"},
+    {"CallAuth", "Remote is null", "function CallAuth call failed! errCode:%{public}d"},
+    {"ReportGameEvent", nullptr, "Veltra ReportGameEvent call remote failed. ret[%{public}d]"},
+    {"SyncAppType", nullptr, "Veltra SyncAppType call remote failed. ret[%{public}d]"},
+    {"ReportRenderThread", nullptr, "Veltra ReportGameRenderThread call remote failed. ret[%{public}d]"},
+    {"RegisterCallbackForGraphic", "RegisterCallBackForGraphic Remote is null",
+     "function RegisterCallBackForGraphic call failed! errCode:%{public}d"},
+    {"StartGetGpuPerfInfo", "StartGetGpuPerfInfo Remote is null",
+     "function StartGetGpuPerfInfo call failed! errCode:%{public}d"},
+    {"StopGetGpuPerfInfo", "StopGetGpuPerfInfo Remote is null",
+     "function StopGetGpuPerfInfo call failed! errCode:%{public}d"},
+    {"GetSystemFunctionStatus", "GetSystemFunctionStatus Remote is null",
+     "function GetSystemFunctionStatus call failed! errCode:%{public}d"},
+    {"QueryGameState", "[Proxy] Remote is null", "[Proxy] send request failed! errCode:%{public}d",
+     "[Proxy]write descriptor fail"},
+    {"NotifyGameEvent", "StopGetGpuPerfInfo Remote is null", nullptr, "Write interface token error!"},
+    {"GetDeviceInfo", "GetDeviceInfo Remote is null", "function GetDeviceInfo call failed! errCode:%{public}d"},
+    {"QueryAppResourceInfos", "QueryAppResourceInfos Remote is null",
+     "function QueryAppResourceInfos call failed! errCode:%{public}d"},
+    {"GetAppPrioritys", "GetAppPrioritys Remote is null", "function GetAppPrioritys call failed! errCode:%{public}d",
+     "GetAppPrioritys write descriptor fail"},
+    {"NotifyAppResourceDownLoadResults", "NotifyAppResourceDownLoadResults Remote is null",
+     "function NotifyAppResourceDownLoadResults call failed! errCode:%{public}d",
+     "NotifyAppResourceDownLoadResults write descriptor fail"},
+};
+
+struct ReplyTexts {
+    const char* operation;
+    Items reply;
+    int status;
+    std::vector<Line> lines;
+};
+
+// What is not named here says nothing.
+const ReplyTexts REPLY_TEXTS[] = {
+    {"RegisterCallBack", {1}, 0, {}},
+    {"UnRegisterCallBack", {1}, 0, {Info("UnRegisterCallBack success!")}},
+    {"UpdateGameInfo",
+     {5},
+     0,
+     {Info("function UpdateGameInfo call reply:%{public}d", "function UpdateGameInfo call reply:5")}},
+    {"CallAuth", {5}, 0, {Info("function callAuth reply:%{public}d", "function callAuth reply:5")}},
+    {"SyncAppType", {1000}, 0, {}},
+    {"SyncAppType",
+     {1001},
+     0,
+     {Warn("[SyncTask]sync app type count over max. count[%{public}d] will be set max[%{public}d]",
+           "[SyncTask]sync app type count over max. count[1001] will be set max[1000]")}},
+    {"GetSystemFunctionStatus", {150}, 0, {}},
+    {"StartGetGpuPerfInfo", {1}, 0, {}},
+    {"StopGetGpuPerfInfo", {1}, 0, {Info("StopGetGpuPerfInfo success!")}},
+    {"QueryGameState",
+     {0, 3, std::string("com.game")},
+     0,
+     {Info("[Proxy] state:%{public}d, bundleName:%{public}s", "[Proxy] state:3, bundleName:com.game")}},
+    {"QueryGameState",
+     {9},
+     0,
+     {Error("[Proxy] call sa failed! retCode:%{public}d", "[Proxy] call sa failed! retCode:0")}},
+    {"NotifyGameEvent", {5}, 0, {Info("ret is %{public}d, result is %{public}d", "ret is 0, result is 5")}},
+    {"NotifyGameEvent", {5}, -32, {Info("ret is %{public}d, result is %{public}d", "ret is -32, result is 5")}},
+    {"GetDeviceInfo",
+     {0, std::string("{}")},
+     0,
+     {Info("GetDeviceInfo success, result=%{public}s", "GetDeviceInfo success, result={}")}},
+    {"GetDeviceInfo",
+     {5},
+     0,
+     {Error("proxy GetDeviceInfo failed! retCode:%{public}d", "proxy GetDeviceInfo failed! retCode:5")}},
+    {"QueryAppResourceInfos", {5}, 0, {}},
+    {"GetAppPrioritys", {5}, 0, {}},
+    {"NotifyAppResourceDownLoadResults", {5}, 0, {}},
+};
+
+void Call(const std::string& operation, VeltraServerProxy& proxy)
+{
+    const auto& operations = ServerOperations();
+    const auto found = std::find_if(operations.begin(), operations.end(),
+                                    [&](const ServerOperation& candidate) { return candidate.name == operation; });
+    ASSERT_NE(found, operations.end());
+    found->call(proxy);
+}
+
+TEST(LogTexts, RequestsThatCannotBeSent)
+{
+    ASSERT_EQ(std::size(REQUEST_TEXTS), ServerOperations().size());
+    const size_t limit = Parcel::DefaultCapacityLimit();
+    for (const RequestTexts& texts : REQUEST_TEXTS) {
+        SCOPED_TRACE(texts.operation);
+        VeltraServerProxy unplugged(nullptr);
+        VeltraServerProxy failing(FakeRemoteObject::FailingWith(-32));
+        ExpectLines(
+            {texts.operation},
+            {texts.remoteNull != nullptr ? Error(texts.remoteNull) : ErrorWith(texts.sendFailed, IPC_DEAD_OBJECT)},
+            [&] { Call(texts.operation, unplugged); });
+        if (texts.sendFailed != nullptr) {
+            ExpectLines({texts.operation}, {ErrorWith(texts.sendFailed, -32)}, [&] { Call(texts.operation, failing); });
+        }
+        ExpectLines({texts.operation}, {Error(texts.tokenRefused)}, [&] {
+            Parcel::SetDefaultCapacityLimit(0);
+            Call(texts.operation, failing);
+            Parcel::SetDefaultCapacityLimit(limit);
+        });
+    }
+    VeltraServerProxy working(MakeRef<FakeRemoteObject>());
+    ExpectLines({"QueryAppResourceInfos"}, {Error("bundleNames size cannot be 0")},
+                [&] { working.QueryAppResourceInfos({}, nullptr); });
+}
+
+TEST(LogTexts, Replies)
+{
+    for (const ReplyTexts& texts : REPLY_TEXTS) {
+        SCOPED_TRACE(texts.operation);
+        VeltraServerProxy proxy(MakeRef<FakeRemoteObject>([&](uint32_t, MessageParcel&, MessageParcel& reply) {
+            WriteItems(reply, texts.reply);
+            return texts.status;
+        }));
+        ExpectLines({texts.operation}, texts.lines, [&] { Call(texts.operation, proxy); });
+    }
+}
+
+class LogTextsTest : public ClientTest {
+protected:
+    const Line checkFailed_ = Warn("Check systemAbility not exist and try to release veltra_server proxy.");
+    const Line tryLoad_ = Info("Try load systemAbility.");
+};
+
+TEST_F(LogTextsTest, Connection)
+{
+    ExpectLines({"GetServiceProxy"}, {checkFailed_, tryLoad_, Warn("Failed to load systemAbility.")},
+                [this] { proxy_.GetServiceProxy(); });
+
+    const auto service = MakeRef<FakeRemoteObject>();
+    VeltraSaLoadCallback callback;
+    ExpectLines({"LoadSystemAbilitySuccess", "OnLoadSystemAbilitySuccess"},
+                {Info("Load systemAbility success\xef\xbc\x8c but remoteObject is null."),
+                 Info("Load system ability successed!")},
+                [&] { callback.OnLoadSystemAbilitySuccess(66006, nullptr); });
+    ExpectLines({"OnLoadSystemAbilitySuccess"}, {Info("Load system ability successed!")},
+                [&] { callback.OnLoadSystemAbilitySuccess(66006, service); });
+    ExpectLines({"OnLoadSystemAbilitySuccess"},
+                {Info("system ability is not veltra_server:%d", "system ability is not veltra_server:7")},
+                [&] { callback.OnLoadSystemAbilitySuccess(7, service); });
+    ExpectLines({"OnRemoteDied", "OnRemoteSaDead"}, {Info("Remote systemAbility dead."), Info("OnRemoteSaDead")},
+                [&] { service->Die(); });
+    ExpectLines({"OnLoadSystemAbilityFail"}, {Info("Load system ability failed!")},
+                [&] { callback.OnLoadSystemAbilityFail(66006); });
+    ExpectLines({"OnLoadSystemAbilityFail"},
+                {Warn("system ability is not veltra_server:%d", "system ability is not veltra_server:7")},
+                [&] { callback.OnLoadSystemAbilityFail(7); });
+
+    FakeAbilityManager::Remove();
+    ExpectLines({"GetServiceProxy"}, {Error("Get SystemAbilityManager failed.")}, [this] { proxy_.GetServiceProxy(); });
+}
+
+// The time-out line stands with the tests of the wait. The report's own line may come before or after the waiter's.
+TEST_F(LogTextsTest, LoadThatSucceeds)
+{
+    ReportSuccessOnLoad(66006, MakeRef<FakeRemoteObject>());
+    const LogCapture log;
+    proxy_.GetServiceProxy();
+    manager_->WaitForReports();
+    const std::vector<LogLine> lines = log.Lines();
+    const auto said = [&lines](int level, const std::string& text) {
+        return std::count_if(lines.begin(), lines.end(),
+                             [&](const LogLine& line) { return line.level == level && line.format == PREFIX + text; });
+    };
+    EXPECT_EQ(said(SCRIVO_WARN, checkFailed_.text), 1);
+    EXPECT_EQ(said(SCRIVO_INFO, tryLoad_.text), 1);
+    EXPECT_EQ(said(SCRIVO_INFO, "Load systemAbility succeeded."), 1);
+}
+
+TEST_F(LogTextsTest, Operations)
+{
+    RunService([](uint32_t, MessageParcel&, MessageParcel& reply) {
+        reply.WriteInt32(5);
+        return 0;
+    });
+    GameSceneBundle bundle;
+    ExpectLines(
+        {"NotifyGameEvent"},
+        {Info("ret is %{public}d, result is %{public}d", "ret is 0, result is 5"),
+         {SCRIVO_DEBUG, "serviceProxy NotifyGameEvent ret=[%{public}d]", "serviceProxy NotifyGameEvent ret=[5]"}},
+        [&] { proxy_.NotifyGameEvent(bundle); });
+    std::vector<AppResourceDownLoadResult> results;
+    ExpectLines({"NotifyAppResourceDownLoadResults"},
+                {Error("NotifyAppResourceDownLoadResults failed! [%{public}d] ret!",
+                       "NotifyAppResourceDownLoadResults failed! [5] ret!")},
+                [&] { proxy_.NotifyAppResourceDownLoadResults(results); });
+    FakeAbilityManager::Remove();
+    const Line noManager = Error("Get SystemAbilityManager failed.");
+    ExpectLines({"GetServiceProxy", "NotifyAppResourceDownLoadResults"},
+                {noManager, Error("get veltraServerProxy failed!")},
+                [&] { proxy_.NotifyAppResourceDownLoadResults(results); });
+    // The others say nothing of their own about a missing service, nor about a document.
+    ExpectLines({"GetServiceProxy"}, {noManager, noManager, noManager}, [&] {
+        proxy_.CallAuth("");
+        proxy_.ReportRenderThread("", "", 0);
+        proxy_.GetDeviceInfo({});
+    });
+    GameCallbackEventInfo info;
+    ExpectLines({""}, {}, [&] { proxy_.AssembleDeviceStateResponse("[", info); });
+}
+
+}  // namespace
+}  // namespace TAVO::Veltra

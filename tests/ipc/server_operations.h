@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+// The seventeen operations of the service with one set of arguments each, for tables.
+#ifndef VELTRA_TESTS_IPC_SERVER_OPERATIONS_H
+#define VELTRA_TESTS_IPC_SERVER_OPERATIONS_H
+
+#include <functional>
+#include <vector>
+
+#include "ipc/veltra_server_proxy.h"
+#include "support/parcel_items.h"
+
+namespace TAVO::Veltra {
+
+// How an operation reports what went wrong.
+enum class Report {
+    CODE,       // by its result
+    STATUS,     // by its result; a failed sending gives the platform's status
+    REPLY,      // by its result, which is the reply's even after a failed sending
+    EMPTY_MAP,  // by an empty map; the call then yields 0, else 1
+    NOTHING,    // not at all; the call yields 0
+};
+
+struct ServerOperation {
+    const char* name;
+    uint32_t code;
+    Report report;
+    Items payload;  // behind the interface token
+    std::function<int32_t(VeltraServerProxy&)> call;
+};
+
+const std::vector<ServerOperation>& ServerOperations();
+
+}  // namespace TAVO::Veltra
+
+#endif

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+// A system-ability manager that does what the test wrote down.
+#ifndef VELTRA_TESTS_SUPPORT_FAKE_ABILITY_MANAGER_H
+#define VELTRA_TESTS_SUPPORT_FAKE_ABILITY_MANAGER_H
+
+#include <functional>
+#include <thread>
+#include <vector>
+
+#include "tavo/isystem_ability_manager.h"
+#include "tavo/mutex.h"
+
+namespace TAVO::Veltra {
+
+class FakeAbilityManager : public ISystemAbilityManager {
+public:
+    // Runs on a thread of the fake, as a delivery does, once LoadAbility has returned to its caller or is about to.
+    using LoadReport = std::function<void(ISystemAbilityLoadCallback& callback)>;
+
+    // Puts a new one in the place of the process's manager; Remove puts back one that cannot be reached.
+    static sptr<FakeAbilityManager> Install();
+    static void Remove();
+
+    ~FakeAbilityManager() override;  // waits for the reports
+    void WaitForReports();
+
+    void SetRunning(const sptr<IRemoteObject>& object);
+    // What loads do from now on: give `status`, and after 0 tell `report`, if there is one.
+    void ScriptLoad(int32_t status, LoadReport report = nullptr);
+
+    sptr<IRemoteObject> AsObject() override { return nullptr; }
+    sptr<IRemoteObject> CheckAbility(int32_t systemAbilityId) override;
+    int32_t LoadAbility(int32_t systemAbilityId, const sptr<ISystemAbilityLoadCallback>& callback) override;
+    int32_t AddAbility(int32_t, const sptr<IRemoteObject>&) override { return ABILITY_REFUSED; }
+    int32_t RemoveAbility(int32_t) override { return ABILITY_NOT_RUNNING; }
+    std::vector<AbilityDescription> DescribeAbilities() override { return {}; }
+
+    std::vector<int32_t> Checks() const;  // the ids asked for
+    std::vector<int32_t> Loads() const;
+
+private:
+    mutable Mutex mutex_;
+    sptr<IRemoteObject> running_ TAVO_GUARDED_BY(mutex_);
+    int32_t loadStatus_ TAVO_GUARDED_BY(mutex_) = ABILITY_UNKNOWN;
+    LoadReport report_ TAVO_GUARDED_BY(mutex_);
+    std::vector<int32_t> checks_ TAVO_GUARDED_BY(mutex_);
+    std::vector<int32_t> loads_ TAVO_GUARDED_BY(mutex_);
+    std::vector<std::thread> deliveries_ TAVO_GUARDED_BY(mutex_);
+};
+
+}  // namespace TAVO::Veltra
+
+#endif

@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: Apache-2.0
+// Other processes for tests: programs or forked functions, lines over pipes as barriers, and what /proc says of them.
+#ifndef VELTRA_TESTS_SUPPORT_PROCESS_H
+#define VELTRA_TESTS_SUPPORT_PROCESS_H
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace TestSupport {
+
+using Clock = std::chrono::steady_clock;
+
+// How long a test waits for what must happen: only a hang takes as long, also under a sanitizer on a busy machine.
+constexpr std::chrono::seconds PATIENCE{30};
+
+// Whether `condition` comes to hold in time; for what can only be looked at, such as a count in /proc.
+template <typename Condition>
+bool WaitFor(Condition condition, Clock::duration patience = PATIENCE)
+{
+    const Clock::time_point deadline = Clock::now() + patience;
+    while (!condition()) {
+        if (Clock::now() >= deadline) {
+            return condition();
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+// Lines to and from the other end of two pipes. Owns both descriptors.
+class LinePipe {
+public:
+    LinePipe() = default;
+    LinePipe(int readFd, int writeFd) : readFd_(readFd), writeFd_(writeFd) {}
+    LinePipe(LinePipe&& other) noexcept;
+    LinePipe& operator=(LinePipe&& other) noexcept;
+    ~LinePipe() { Close(); }
+
+    // False when the other end is gone. SIGPIPE is not raised in a program that left its disposition alone.
+    bool Say(const std::string& line);
+    // The next line without its end; nothing at the end of the pipe or when none came in time.
+    std::optional<std::string> Hear(Clock::duration patience = PATIENCE);
+    // The other end hears the end of the pipe.
+    void CloseWriting();
+    void Close();
+
+private:
+    int readFd_ = -1;
+    int writeFd_ = -1;
+    std::string pending_;  // received, not yet asked for
+};
+
+// A child process, killed and reaped with the object, and by the kernel when the thread that started it ends. What
+// it writes to stderr is seen. Not copyable.
+class Child {
+public:
+    Child() = default;
+    // Runs `command` (a program of the build by its bare name, or a path) with its stdin and stdout as the pipe.
+    static Child Start(std::vector<std::string> command, const std::vector<std::string>& environment = {});
+    // Runs `body` in a fork of this process; its result is the exit status. The fork of a process that has used the
+    // platform can use it no more: fork first, and let the child wait for a line.
+    static Child Fork(const std::function<int(LinePipe& parent)>& body);
+
+    Child(Child&& other) noexcept;
+    Child& operator=(Child&& other) noexcept;
+    ~Child() { End(); }
+
+    pid_t Pid() const { return pid_; }
+    LinePipe& Pipe() { return pipe_; }
+    // Says `line` and hears the answer; empty when the child is gone or silent.
+    std::string Ask(const std::string& line);
+
+    void Kill();
+    // Returns once the process really stands still.
+    void Stop();
+    void Continue();
+    // "exit 0", "signal 9", or "running" when it did not end in time.
+    std::string WaitForExit(Clock::duration patience = PATIENCE);
+
+private:
+    void End();
+
+    pid_t pid_ = -1;     // -1: none, or reaped
+    std::string ended_;  // how, once reaped
+    LinePipe pipe_;
+};
+
+// Where the build put the program of this bare name.
+std::string ProgramPath(const std::string& name);
+
+// An empty directory of mode 0700 in the build folder, the runtime directory of this process and the children started
+// after it; removed with all it holds. Make it before the first use of the platform.
+class PrivateRuntimeDir {
+public:
+    PrivateRuntimeDir();
+    ~PrivateRuntimeDir();
+    PrivateRuntimeDir(const PrivateRuntimeDir&) = delete;
+    PrivateRuntimeDir& operator=(const PrivateRuntimeDir&) = delete;
+
+    const std::string& Path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+// What /proc says of a process; 0 when it is gone.
+size_t CountDescriptors(pid_t pid);
+size_t CountThreads(pid_t pid);
+size_t ResidentBytes(pid_t pid);
+
+}  // namespace TestSupport
+
+#endif
