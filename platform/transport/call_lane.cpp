@@ -102,7 +102,7 @@ int Session::Call(uint64_t serial, uint32_t code, MessageParcel& data, MessagePa
         FrameReader reader(false, &budget_);
         const IoStatus received = ReadReply(lane->fd.Get(), reader, deadline, extra);
         const FrameHeader& answer = reader.Header();
-        if (received != IoStatus::OK || extra || answer.kind != FrameKind::REPLY || answer.number != number) {
+        if (received != IoStatus::OK || answer.kind != FrameKind::REPLY || answer.number != number) {
             DropLane(lane);
             return received == IoStatus::WOULD_BLOCK ? IPC_TIMED_OUT : TransportError(IoStatus::CLOSED);
         }
@@ -112,7 +112,11 @@ int Session::Call(uint64_t serial, uint32_t code, MessageParcel& data, MessagePa
             return IPC_BROKEN;
         }
         ParcelAccess::Swap(reply, reader.Body());
-        ReturnLane(lane, start);
+        if (extra) {
+            DropLane(lane);  // The peer said more than it was asked: none of that may meet the next call.
+        } else {
+            ReturnLane(lane, start);
+        }
         return static_cast<int>(answer.codeOrStatus);
     }
 }

@@ -268,8 +268,8 @@ void ControlThread::OnAnswer(ControlLink& link, const Hello& answer)
         if (isManager && other != nullptr) {
             Core::Get().ReplaceManagerSession(other);
         }
-        if (isManager) {
-            session->Die();  // Whoever waits for it asks for the manager's session again.
+        if (isManager || (other != nullptr && other != session)) {
+            session->Die();  // Whoever waits for it asks for the session again.
         } else {
             expected_.push_back({session, Clock::now() + EXPECT_PATIENCE});
         }
@@ -343,30 +343,32 @@ bool ControlThread::OnHello(UniqueFd& fd, const Hello& hello, const PeerIdentity
 void ControlThread::AcceptControl(UniqueFd& fd, const Hello& hello, const PeerIdentity& identity)
 {
     const Instance& self = Core::Get().Self();
-    std::shared_ptr<Session> session = Core::Get().FindSession(hello.instance);
     if (hello.instance == self || hello.instance == Instance{}) {
         fd.Reset();
         return;
     }
-    ControlLink* const link = session != nullptr ? LinkOf(session.get()) : nullptr;
-    if (session != nullptr && session->GetState() == Session::State::UP && link != nullptr && session->HasHungUp()) {
+    bool isNew = false;
+    std::shared_ptr<Session> session = Core::Get().EnsureSession(hello.instance, isNew);
+    ControlLink* link = LinkOf(session.get());
+    if (session->GetState() == Session::State::UP && link != nullptr && session->HasHungUp()) {
         TearDown(*link);
-        session = nullptr;
+        link = nullptr;
+        session = Core::Get().EnsureSession(hello.instance, isNew);
     }
-    const bool isUp = session != nullptr && session->GetState() == Session::State::UP;
-    const bool oursStays = session != nullptr && link != nullptr && self < hello.instance;
+    const bool isUp = session->GetState() == Session::State::UP;
+    const bool oursStays = link != nullptr && self < hello.instance;
     Hello answer;
     answer.instance = self;
     answer.lane = isUp || oursStays ? Hello::USE_OTHER : Hello::ACCEPTED;
     if (SendNow(fd.Get(), &answer, sizeof(answer)).status != IoStatus::OK || answer.lane == Hello::USE_OTHER) {
         fd.Reset();
+        if (isNew) {  // The peer is gone again; somebody may have found the session meanwhile.
+            session->Die();
+            Core::Get().RemoveSession(session);
+        }
         return;
     }
-    if (session == nullptr) {
-        session = std::make_shared<Session>("p/" + hello.instance.ToHex());
-        session->SetPeer(hello.instance);
-        Core::Get().AddSession(session);
-    } else if (link != nullptr) {  // Ours was on its way too: the lower instance's stays.
+    if (link != nullptr) {  // Ours was on its way too: the lower instance's stays.
         links_.erase(session.get());
         TearDown(*link);
     }

@@ -78,18 +78,26 @@ std::string Core::SocketPath(const std::string& name)
 
 std::shared_ptr<Session> Core::SessionTo(const Instance& peer)
 {
-    std::shared_ptr<Session> session;
-    {
-        MutexLock lock(sessionsMutex_);
-        std::shared_ptr<Session>& place = sessions_[peer];
-        if (place != nullptr && place->GetState() != Session::State::DEAD) {
-            return place;
-        }
-        session = std::make_shared<Session>(ListeningName(peer));
-        session->SetPeer(peer);
-        place = session;
+    bool isNew = false;
+    std::shared_ptr<Session> session = EnsureSession(peer, isNew);
+    if (isNew) {
+        control_.Connect(session);
     }
-    control_.Connect(session);
+    return session;
+}
+
+std::shared_ptr<Session> Core::EnsureSession(const Instance& peer, bool& isNew)
+{
+    std::shared_ptr<Session> replaced;  // a dead one, dropped after the lock
+    MutexLock lock(sessionsMutex_);
+    std::shared_ptr<Session>& place = sessions_[peer];
+    isNew = place == nullptr || place->GetState() == Session::State::DEAD;
+    if (isNew) {
+        replaced = std::exchange(place, std::make_shared<Session>(ListeningName(peer)));
+        place->SetPeer(peer);
+    }
+    std::shared_ptr<Session> session = place;
+    lock.Unlock();
     return session;
 }
 

@@ -201,9 +201,12 @@ InLane::Next InLane::Handle()
     }
     if (IsCallLane()) {
         SetLastTaken(header.number);
-        request.target = header.serial == 0 ? Core::Get().Root() : session_->FindHeld(header.serial);
+        request.target = session_->FindHeld(header.serial);
     } else {
         request.target = session_->FindOneWayTarget(*this, header.number, header.serial);
+    }
+    if (header.serial == 0) {
+        request.target = Core::Get().Root();
     }
     MessageParcel nothing;
     if (!session_->TakeReferences({false, number_}, header, request.data)) {

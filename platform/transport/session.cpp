@@ -59,7 +59,7 @@ void Session::Die()
         unsent_.clear();
     }
     std::vector<std::shared_ptr<CallLane>> callLanes;
-    std::unordered_map<uint64_t, PeerLane> inLanes;
+    std::vector<std::shared_ptr<InLane>> inLanes;
     std::unordered_map<uint64_t, Held> held;
     std::unordered_map<uint64_t, Acquiring> acquiring;
     std::map<std::pair<LaneKey, uint64_t>, Passed> passed;
@@ -73,8 +73,12 @@ void Session::Die()
         callLanes.swap(callLanes_);
         idleLanes_.clear();
         ownLanes_.clear();
-        inLanes.swap(inLanes_);
-        held.swap(held_);
+        for (const auto& [number, lane] : inLanes_) {
+            inLanes.push_back(lane.lane);  // They take themselves out as they end.
+        }
+        if (!HasOneWayInLane()) {  // What was sent one-way before the death is still run, and needs its targets.
+            held.swap(held_);
+        }
         acquiring.swap(acquiring_);
         passed.swap(passed_);
         for (const auto& [serial, proxy] : proxies_) {
@@ -90,8 +94,8 @@ void Session::Die()
     for (const auto& lane : callLanes) {
         ::shutdown(lane->fd.Get(), SHUT_RDWR);
     }
-    for (const auto& [number, lane] : inLanes) {
-        lane.lane->ShutDown();
+    for (const auto& lane : inLanes) {
+        lane->ShutDown();
     }
     for (OneWayLane* lane : {&oneWay_, &notice_}) {
         MutexLock lock(lane->mutex);
@@ -234,6 +238,7 @@ bool Session::AddInLane(const std::shared_ptr<InLane>& lane)
 void Session::RemoveInLane(const std::shared_ptr<InLane>& lane, uint64_t lastTaken)
 {
     Leftovers leftovers;
+    std::unordered_map<uint64_t, Held> held;  // both dropped after the lock
     {
         MutexLock lock(mutex_);
         const auto found = inLanes_.find(lane->Number());
@@ -245,8 +250,17 @@ void Session::RemoveInLane(const std::shared_ptr<InLane>& lane, uint64_t lastTak
             lastEndedLane_ = std::max(lastEndedLane_, lane->Number());
             ApplyDeferred(lane->Number(), UINT64_MAX, leftovers);
         }
+        if (GetState() == State::DEAD && !HasOneWayInLane()) {
+            held.swap(held_);
+        }
     }
     Post({RecordType::LANE_CLOSED, 0, lane->Number(), lastTaken});
+}
+
+bool Session::HasOneWayInLane() const
+{
+    return std::any_of(inLanes_.begin(), inLanes_.end(),
+                       [](const auto& entry) { return entry.second.lane->Kind() != ConnectionKind::CALL_LANE; });
 }
 
 bool Session::AddOwnLane(uint64_t number)
