@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+// What a client of the manager sees, as short texts that tests compare; used by the tests and by their programs.
+#ifndef VELTRA_TESTS_PLATFORM_MANAGER_ABILITY_CLIENT_H
+#define VELTRA_TESTS_PLATFORM_MANAGER_ABILITY_CLIENT_H
+
+#include <cstdint>
+#include <string>
+
+#include "tavo/ipc_object_stub.h"
+#include "tavo/isystem_ability_manager.h"
+
+namespace ManagerTest {
+
+// The object of the test services: tells the pid of its process.
+class PidService : public TAVO::IPCObjectStub {
+public:
+    static constexpr uint32_t GET_PID = 1;
+
+    PidService() : IPCObjectStub(u"tavo.test.IPidService") {}
+    int OnRemoteRequest(uint32_t code, TAVO::MessageParcel& data, TAVO::MessageParcel& reply,
+                        TAVO::MessageOption& option) override;
+};
+
+TAVO::sptr<TAVO::ISystemAbilityManager> Manager();
+
+// "object PID", "object silent" when it does not answer, "null", or "no manager".
+std::string Check(int32_t systemAbilityId);
+// "loaded PID", "failed", "status N" when the load was not accepted, "silence", or "no manager".
+std::string Load(int32_t systemAbilityId);
+// "status N", or "no manager".
+std::string Add(int32_t systemAbilityId);
+std::string Remove(int32_t systemAbilityId);
+
+// PID of "object PID" and "loaded PID"; 0 in any other text.
+int PidIn(const std::string& text);
+
+}  // namespace ManagerTest
+
+#endif

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: Apache-2.0
+// Ability files, notes and the fifo of the test services lie in the runtime directory, and go with it.
+#include "platform/manager/manager_fixture.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "platform/manager/ability_client.h"
+
+namespace ManagerTest {
+
+using TestSupport::Child;
+
+ManagerFixture::ManagerFixture()
+    : abilityPath_(runtimeDir_.Path() + "/abilities"),
+      notesPath_(runtimeDir_.Path() + "/notes"),
+      fifoPath_(runtimeDir_.Path() + "/fifo")
+{
+    std::filesystem::create_directory(abilityPath_);
+    ::mkfifo(fifoPath_.c_str(), 0600);
+    ::setenv("TEST_NOTES", notesPath_.c_str(), 1);
+    ::setenv("TEST_FIFO", fifoPath_.c_str(), 1);
+}
+
+ManagerFixture::~ManagerFixture()
+{
+    for (const pid_t pid : Started()) {
+        ::kill(pid, SIGKILL);
+    }
+}
+
+void ManagerFixture::WriteAbility(int id, const std::string& how, bool isExternal)
+{
+    const std::string text = std::to_string(id);
+    WriteAbilityFile(text + ".json", R"({"id": )" + text + R"(, "program": ")" +
+                                         TestSupport::ProgramPath("manager_test_service") + R"(", "arguments": [")" +
+                                         how + R"(", ")" + text + R"("], "external": )" +
+                                         (isExternal ? "true" : "false") + "}");
+}
+
+void ManagerFixture::WriteAbilityFile(const std::string& name, const std::string& json)
+{
+    std::ofstream(abilityPath_ + "/" + name) << json;
+}
+
+Child ManagerFixture::StartManager()
+{
+    Child manager = Child::Start({"tavo_manager", "--abilities", abilityPath_});
+    const TAVO::sptr<TAVO::ISystemAbilityManager> before = lastManager_;
+    const auto isNew = [this, &before] {
+        lastManager_ = Manager();
+        return lastManager_ != nullptr && lastManager_ != before;
+    };
+    EXPECT_TRUE(TestSupport::WaitFor(isNew)) << "no manager came up";
+    return manager;
+}
+
+Child ManagerFixture::LaunchManager(const std::vector<std::string>& arguments)
+{
+    std::vector<std::string> command{"/bin/sh", "-c", "exec \"$@\" 2>&1", "sh",
+                                     TestSupport::ProgramPath("tavo_manager")};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return Child::Start(command);
+}
+
+std::vector<pid_t> ManagerFixture::Started() const
+{
+    std::vector<pid_t> pids;
+    std::ifstream notes(notesPath_);
+    for (pid_t pid = 0; notes >> pid;) {
+        pids.push_back(pid);
+    }
+    return pids;
+}
+
+void ManagerFixture::TellServices()
+{
+    const int fifo = ::open(fifoPath_.c_str(), O_WRONLY | O_CLOEXEC);  // Waits until a service listens.
+    ::close(fifo);
+}
+
+bool IsAlive(pid_t pid)
+{
+    // A zombie has ended, whoever is late to reap it.
+    std::ifstream status("/proc/" + std::to_string(pid) + "/stat");
+    std::string text;
+    std::getline(status, text);
+    const size_t nameEnd = text.rfind(") ");
+    return nameEnd != std::string::npos && text[nameEnd + 2] != 'Z';
+}
+
+bool WaitUntilDead(pid_t pid)
+{
+    return TestSupport::WaitFor([pid] { return !IsAlive(pid); });
+}
+
+}  // namespace ManagerTest

@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: Apache-2.0
+// A runtime directory with ability files, and managers in it.
+#ifndef VELTRA_TESTS_PLATFORM_MANAGER_MANAGER_FIXTURE_H
+#define VELTRA_TESTS_PLATFORM_MANAGER_MANAGER_FIXTURE_H
+
+#include <gtest/gtest.h>
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "support/process.h"
+#include "tavo/isystem_ability_manager.h"
+
+namespace ManagerTest {
+
+// Each test is a process of its own, so its platform first meets this directory. Services that a test leaves running
+// are killed at its end.
+class ManagerFixture : public ::testing::Test {
+protected:
+    static constexpr int ID = 4711;
+
+    ManagerFixture();
+    ~ManagerFixture() override;
+
+    // Says how `id` is started: as the test service that behaves like `how`, or by any program.
+    void WriteAbility(int id, const std::string& how, bool isExternal = false);
+    void WriteAbilityFile(const std::string& name, const std::string& json);
+
+    // Starts a manager and returns once this process has a session with it; fails the test when it cannot.
+    TestSupport::Child StartManager();
+    // The same without waiting, its stderr in its pipe.
+    TestSupport::Child LaunchManager(const std::vector<std::string>& arguments = {});
+    TestSupport::Child StartClient() { return TestSupport::Child::Start({"manager_test_client"}); }
+
+    // The processes that test services noted, in the order of their starts.
+    std::vector<pid_t> Started() const;
+    // Lets the services that wait for it go on.
+    void TellServices();
+
+    const std::string& RuntimePath() const { return runtimeDir_.Path(); }
+    const std::string& AbilityPath() const { return abilityPath_; }
+
+private:
+    TestSupport::PrivateRuntimeDir runtimeDir_;
+    const std::string abilityPath_;
+    const std::string notesPath_;
+    const std::string fifoPath_;
+    TAVO::sptr<TAVO::ISystemAbilityManager> lastManager_;  // of the session with the manager started last
+};
+
+bool IsAlive(pid_t pid);
+bool WaitUntilDead(pid_t pid);
+
+}  // namespace ManagerTest
+
+#endif

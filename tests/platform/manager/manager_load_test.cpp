@@ -1,0 +1,184 @@
+// SPDX-License-Identifier: Apache-2.0
+// A load starts the service once, however many ask, and every asker gets one answer.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/manager/ability_client.h"
+#include "platform/manager/manager_fixture.h"
+#include "tavo/system_ability_manager_client.h"
+
+namespace ManagerTest {
+namespace {
+
+using TestSupport::Child;
+
+class ManagerLoad : public ManagerFixture {};
+
+TEST_F(ManagerLoad, StartsTheServiceOnceForAllAskersInThreadsAndProcesses)
+{
+    constexpr int THREADS = 100;
+    constexpr int PROCESSES = 10;
+    WriteAbility(ID, "when-told");
+    Child manager = StartManager();
+    std::vector<std::string> answers(THREADS);
+    std::vector<std::thread> askers;
+    for (std::string& answer : answers) {
+        askers.emplace_back([&answer] { answer = Load(ID); });
+    }
+    std::vector<Child> clients;
+    for (int i = 0; i < PROCESSES; ++i) {
+        clients.push_back(StartClient());
+        clients.back().Pipe().Say("load 4711");
+    }
+    TellServices();
+    for (std::thread& asker : askers) {
+        asker.join();
+    }
+    ASSERT_EQ(Started().size(), 1u);
+    const std::string expected = "loaded " + std::to_string(Started()[0]);
+    for (const std::string& answer : answers) {
+        EXPECT_EQ(answer, expected);
+    }
+    for (Child& client : clients) {
+        EXPECT_EQ(client.Pipe().Hear(), expected);
+    }
+    EXPECT_EQ(Load(ID), expected) << "a running service is the answer at once";
+    EXPECT_EQ(Started().size(), 1u);
+}
+
+TEST_F(ManagerLoad, AStartThatFailsIsToldToAllAndTriedAgain)
+{
+    WriteAbilityFile("1.json", R"({"id": 1, "program": "missing"})");
+    WriteAbilityFile("2.json", R"({"id": 2, "program": "2.json"})");  // not executable
+    WriteAbility(3, "exit");
+    WriteAbility(4, "exit-after-fork");
+    Child manager = StartManager();
+    for (const int id : {1, 2, 3, 4}) {
+        SCOPED_TRACE(id);
+        std::string second;
+        std::thread asker([&second, id] { second = Load(id); });
+        EXPECT_EQ(Load(id), "failed");
+        asker.join();
+        EXPECT_EQ(second, "failed");
+        EXPECT_EQ(Check(id), "null");
+    }
+    const auto startsOf3 = [] { return Manager()->DescribeAbilities().at(2).starts; };
+    const int before = startsOf3();
+    EXPECT_EQ(Load(3), "failed");  // waits out the pause, then is started again
+    EXPECT_EQ(startsOf3(), before + 1);
+    EXPECT_EQ(Load(99), "status " + std::to_string(TAVO::ABILITY_UNKNOWN));
+}
+
+TEST_F(ManagerLoad, AServiceThatRegisteredAndDiedIsGoneAndStartedAgain)
+{
+    WriteAbility(ID, "serve");
+    Child manager = StartManager();
+    Child client = StartClient();
+    for (size_t round = 0; round < 5; ++round) {
+        SCOPED_TRACE(round);
+        const std::string loaded = Load(ID);
+        ASSERT_EQ(Started().size(), round + 1);
+        ASSERT_EQ(PidIn(loaded), Started().back()) << loaded;
+        EXPECT_EQ(PidIn(Check(ID)), Started().back());
+        EXPECT_EQ(PidIn(client.Ask("check 4711")), Started().back());
+        ::kill(Started().back(), SIGKILL);
+        EXPECT_TRUE(TestSupport::WaitFor([&client] { return client.Ask("check 4711") == "null"; }));
+        EXPECT_TRUE(TestSupport::WaitFor([] { return Check(ID) == "null"; }));
+        EXPECT_TRUE(WaitUntilDead(Started().back()));
+    }
+}
+
+TEST_F(ManagerLoad, AChangeReachesAClientThatRemembersTheService)
+{
+    WriteAbility(ID, "serve", true);
+    Child manager = StartManager();
+    Child service = StartClient();
+    EXPECT_EQ(service.Ask("add 4711"), "status 0");
+    EXPECT_EQ(Check(ID), "object " + std::to_string(service.Pid()));
+    EXPECT_EQ(service.Ask("remove 4711"), "status 0");
+    // The service lives on, so only the manager's notice can tell.
+    EXPECT_TRUE(TestSupport::WaitFor([] { return Check(ID) == "null"; }));
+    EXPECT_EQ(service.Ask("remove 4711"), "status " + std::to_string(TAVO::ABILITY_NOT_RUNNING));
+    EXPECT_EQ(service.Ask("add 4711"), "status 0");
+    EXPECT_EQ(Check(ID), "object " + std::to_string(service.Pid()));
+}
+
+TEST_F(ManagerLoad, DescribesEveryAbilityByAscendingId)
+{
+    WriteAbility(20, "serve");
+    WriteAbility(10, "exit");
+    Child manager = StartManager();
+    EXPECT_EQ(Load(10), "failed");
+    const int pid = PidIn(Load(20));
+    const std::vector<TAVO::AbilityDescription> abilities = Manager()->DescribeAbilities();
+    ASSERT_EQ(abilities.size(), 2u);
+    EXPECT_EQ(abilities[0].id, 10);
+    EXPECT_FALSE(abilities[0].running);
+    EXPECT_EQ(abilities[0].pid, 0);
+    EXPECT_EQ(abilities[0].starts, 1);
+    EXPECT_EQ(abilities[1].id, 20);
+    EXPECT_TRUE(abilities[1].running);
+    EXPECT_TRUE(abilities[1].startable);
+    EXPECT_EQ(abilities[1].pid, pid);
+    EXPECT_EQ(abilities[1].starts, 1);
+    EXPECT_EQ(abilities[1].program, TestSupport::ProgramPath("manager_test_service"));
+}
+
+TEST_F(ManagerLoad, BadRequestsAreRefused)
+{
+    WriteAbility(ID, "serve", true);
+    Child manager = StartManager();
+    EXPECT_EQ(Manager()->LoadAbility(ID, nullptr), TAVO::ABILITY_BAD_REQUEST);
+    EXPECT_EQ(Manager()->AddAbility(ID, nullptr), TAVO::ABILITY_BAD_REQUEST);
+    Child service = StartClient();
+    EXPECT_EQ(service.Ask("add 4711"), "status 0");
+    // Another process's object cannot be registered as one's own.
+    EXPECT_EQ(Manager()->AddAbility(ID, Manager()->CheckAbility(ID)), TAVO::ABILITY_BAD_REQUEST);
+    EXPECT_EQ(Add(ID), "status " + std::to_string(TAVO::ABILITY_TAKEN));
+    EXPECT_EQ(PidIn(Check(ID)), service.Pid());
+}
+
+TEST_F(ManagerLoad, AnImpostorIsRefusedAndLeavesThePlaceFree)
+{
+    WriteAbility(ID, "serve");
+    Child manager = StartManager();
+    Child impostor = StartClient();
+    EXPECT_EQ(impostor.Ask("add 4711"), "status " + std::to_string(TAVO::ABILITY_REFUSED));
+    EXPECT_EQ(impostor.Ask("add 99"), "status " + std::to_string(TAVO::ABILITY_REFUSED));
+    const int pid = PidIn(Load(ID));
+    EXPECT_EQ(std::vector<pid_t>{pid}, Started());
+    EXPECT_EQ(impostor.Ask("add 4711"), "status " + std::to_string(TAVO::ABILITY_TAKEN));
+    EXPECT_EQ(PidIn(Check(ID)), pid);
+}
+
+TEST_F(ManagerLoad, AnotherUserCannotReachTheManager)
+{
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "needs root";
+    }
+    WriteAbility(ID, "serve", true);
+    Child manager = StartManager();
+    Child stranger = Child::Start({"/usr/bin/setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups",
+                                   TestSupport::ProgramPath("manager_test_client")});
+    EXPECT_EQ(stranger.Ask("check 4711"), "no manager");
+    EXPECT_EQ(stranger.Ask("add 4711"), "no manager");
+}
+
+TEST_F(ManagerLoad, TheTestManagerStandsInUntilItIsTakenAway)
+{
+    TAVO::SystemAbilityManagerClient& client = TAVO::SystemAbilityManagerClient::GetInstance();
+    Child manager = StartManager();
+    const TAVO::sptr<TAVO::ISystemAbilityManager> real = Manager();
+    client.SetTestManager(nullptr);
+    EXPECT_EQ(Manager(), nullptr);
+    client.ClearTestManager();
+    EXPECT_EQ(Manager(), real) << "one object for one session";
+}
+
+}  // namespace
+}  // namespace ManagerTest

@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: Apache-2.0
+// The manager may die, hang or be told to end: there is never a second service, and nothing waits for long.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/manager/ability_client.h"
+#include "platform/manager/manager_fixture.h"
+
+namespace ManagerTest {
+namespace {
+
+using TestSupport::Child;
+using TestSupport::WaitFor;
+
+class ManagerRestart : public ManagerFixture {
+protected:
+    void Crash(Child& manager)
+    {
+        manager.Kill();
+        EXPECT_EQ(manager.WaitForExit(), "signal 9");
+    }
+};
+
+TEST_F(ManagerRestart, AServiceOutlivesTheManagerAndIsLoadedFromTheNextOne)
+{
+    WriteAbility(ID, "serve");
+    Child manager = StartManager();
+    const int pid = PidIn(Load(ID));
+    ASSERT_EQ(pid, Started().at(0));
+    for (int round = 0; round < 20; ++round) {
+        SCOPED_TRACE(round);
+        Crash(manager);
+        EXPECT_TRUE(IsAlive(pid));
+        manager = StartManager();
+        // Whether it has registered again yet or not: the load gives the living one.
+        ASSERT_EQ(Load(ID), "loaded " + std::to_string(pid));
+        ASSERT_EQ(Check(ID), "object " + std::to_string(pid));
+    }
+    EXPECT_EQ(Started().size(), 1u);
+    // The last manager did not start it, but the service is the managers' all the same.
+    ::kill(manager.Pid(), SIGTERM);
+    EXPECT_EQ(manager.WaitForExit(), "exit 0");
+    EXPECT_TRUE(WaitUntilDead(pid));
+}
+
+TEST_F(ManagerRestart, AServiceRegistersAgainUnasked)
+{
+    WriteAbility(ID, "serve");
+    Child manager = StartManager();
+    const int pid = PidIn(Load(ID));
+    Crash(manager);
+    manager = StartManager();
+    EXPECT_TRUE(WaitFor([pid] { return Check(ID) == "object " + std::to_string(pid); }));
+    EXPECT_EQ(Started().size(), 1u);
+}
+
+TEST_F(ManagerRestart, AnAdoptedServiceThatDiesIsStartedAgain)
+{
+    WriteAbility(ID, "serve");
+    Child manager = StartManager();
+    const int pid = PidIn(Load(ID));
+    Crash(manager);
+    ::kill(pid, SIGSTOP);  // It cannot register, but it holds its place.
+    manager = StartManager();
+    std::string answer;
+    std::thread asker([&answer] { answer = Load(ID); });
+    // The load must not start a second one: nothing shows that but the description after the load was taken in.
+    EXPECT_TRUE(WaitFor([] { return Check(ID) == "null"; }));
+    EXPECT_EQ(Manager()->DescribeAbilities().at(0).starts, 0);
+    ::kill(pid, SIGKILL);
+    asker.join();
+    ASSERT_EQ(Started().size(), 2u);
+    EXPECT_EQ(answer, "loaded " + std::to_string(Started()[1]));
+}
+
+TEST_F(ManagerRestart, AStartUnderWayIsAwaitedByTheNextManager)
+{
+    WriteAbility(ID, "when-told");
+    Child manager = StartManager();
+    std::thread asker([] { Load(ID); });  // Never answered: its manager dies.
+    asker.detach();
+    ASSERT_TRUE(WaitFor([this] { return Started().size() == 1; }));
+    Crash(manager);
+    manager = StartManager();
+    std::string answer;
+    std::thread second([&answer] { answer = Load(ID); });
+    TellServices();
+    second.join();
+    EXPECT_EQ(Started().size(), 1u);
+    EXPECT_EQ(answer, "loaded " + std::to_string(Started().at(0)));
+}
+
+TEST_F(ManagerRestart, AnExternalServiceRegistersAgainAndAnImpostorStillCannot)
+{
+    WriteAbility(ID, "serve", true);
+    WriteAbility(ID + 1, "serve");
+    Child manager = StartManager();
+    Child service = StartClient();
+    EXPECT_EQ(service.Ask("add 4711"), "status 0");
+    Crash(manager);
+    manager = StartManager();
+    EXPECT_TRUE(WaitFor([&service] { return Check(ID) == "object " + std::to_string(service.Pid()); }));
+    EXPECT_EQ(service.Ask("add 4712"), "status " + std::to_string(TAVO::ABILITY_REFUSED));
+}
+
+TEST_F(ManagerRestart, EndingTheManagerEndsItsServicesEvenStubbornOnes)
+{
+    WriteAbility(1, "serve");
+    WriteAbility(2, "ignore-term");
+    WriteAbility(3, "exit-after-fork");
+    WriteAbility(4, "when-told");
+    Child manager = StartManager();
+    EXPECT_NE(PidIn(Load(1)), 0);
+    EXPECT_NE(PidIn(Load(2)), 0);
+    std::thread asker([] { Load(4); });  // still starting
+    asker.detach();
+    ASSERT_TRUE(WaitFor([this] { return Started().size() == 3; }));
+    ::kill(manager.Pid(), SIGTERM);
+    EXPECT_EQ(manager.WaitForExit(), "exit 0");
+    for (const pid_t pid : Started()) {
+        EXPECT_TRUE(WaitUntilDead(pid));
+    }
+}
+
+TEST_F(ManagerRestart, AHangingManagerHoldsNobodyUpForLong)
+{
+    WriteAbility(ID, "serve");
+    WriteAbility(ID + 1, "serve");
+    Child manager = StartManager();
+    const int pid = PidIn(Load(ID));
+    EXPECT_EQ(PidIn(Check(ID)), pid);
+    manager.Stop();
+    const auto begin = TestSupport::Clock::now();
+    std::vector<std::thread> callers;
+    for (int i = 0; i < 4; ++i) {
+        callers.emplace_back([pid] {
+            for (int call = 0; call < 50; ++call) {
+                EXPECT_EQ(PidIn(Check(ID)), pid) << "a remembered service needs no manager";
+                const std::string unknown = Check(ID + 1);
+                EXPECT_TRUE(unknown == "null" || unknown == "no manager") << unknown;
+            }
+        });
+    }
+    for (std::thread& caller : callers) {
+        caller.join();
+    }
+    EXPECT_LT(TestSupport::Clock::now() - begin,
+              std::chrono::seconds(10));  // 200 calls of 2 s in turn would take 100 s
+    manager.Continue();
+    EXPECT_TRUE(WaitFor([] { return PidIn(Load(ID + 1)) != 0; }));
+}
+
+TEST_F(ManagerRestart, AServiceWhoseManagerHangsAtItsReturnRegistersLater)
+{
+    WriteAbility(ID, "serve");
+    Child manager = StartManager();
+    const int pid = PidIn(Load(ID));
+    ::kill(pid, SIGSTOP);
+    Crash(manager);
+    manager = StartManager();
+    manager.Stop();
+    ::kill(pid, SIGCONT);
+    // Its attempts fail while this process waits in vain too, and nothing appears afterwards that could wake it.
+    EXPECT_EQ(Manager()->CheckAbility(ID), nullptr);
+    manager.Continue();
+    EXPECT_TRUE(WaitFor([pid] { return Check(ID) == "object " + std::to_string(pid); }));
+}
+
+}  // namespace
+}  // namespace ManagerTest

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: Apache-2.0
+// What takes as long as the manager waits for a service.
+#include <gtest/gtest.h>
+
+#include "platform/manager/ability_client.h"
+#include "platform/manager/manager_fixture.h"
+
+namespace ManagerTest {
+namespace {
+
+class ManagerSlow : public ManagerFixture {};
+
+TEST_F(ManagerSlow, AServiceThatNeverRegistersFailsItsAskersAndIsEnded)
+{
+    WriteAbility(ID, "when-told");
+    TestSupport::Child manager = StartManager();
+    const auto begin = TestSupport::Clock::now();
+    EXPECT_EQ(Load(ID), "failed");
+    EXPECT_GE(TestSupport::Clock::now() - begin, std::chrono::seconds(20));
+    ASSERT_EQ(Started().size(), 1u);
+    EXPECT_TRUE(WaitUntilDead(Started()[0]));
+}
+
+}  // namespace
+}  // namespace ManagerTest

@@ -1,0 +1,183 @@
+// SPDX-License-Identifier: Apache-2.0
+// A manager starts in a place that it can trust and that is free, or says in one line why it does not.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+
+#include "platform/manager/ability_client.h"
+#include "platform/manager/manager_fixture.h"
+
+namespace ManagerTest {
+namespace {
+
+namespace fs = std::filesystem;
+using TestSupport::Child;
+
+class ManagerStart : public ManagerFixture {
+protected:
+    // Its only line of stderr, when it refuses to start as it should.
+    std::string Refusal(Child manager)
+    {
+        const std::string line = manager.Pipe().Hear().value_or("");
+        EXPECT_EQ(manager.Pipe().Hear(), std::nullopt) << "a second line";
+        EXPECT_EQ(manager.WaitForExit(), "exit 2");
+        return line;
+    }
+};
+
+TEST_F(ManagerStart, RefusesADirectoryThatItCannotTrust)
+{
+    const std::string base = RuntimePath() + "/";
+    const struct {
+        const char* name;
+        std::function<void(const std::string&)> make;
+        const char* why;
+    } places[] = {
+        {"open", [](const std::string& path) { fs::create_directory(path); }, "mode"},
+        {"file", [](const std::string& path) { std::ofstream{path}; }, "no directory"},
+        {"link", [this](const std::string& path) { fs::create_directory_symlink(RuntimePath(), path); }, "link"},
+        {"none/below", [](const std::string&) {}, "No such file"},
+    };
+    for (const auto& place : places) {
+        SCOPED_TRACE(place.name);
+        place.make(base + place.name);
+        const std::string line = Refusal(LaunchManager({"--runtime-dir", base + place.name}));
+        EXPECT_NE(line.find(base + place.name), std::string::npos) << line;
+        EXPECT_NE(line.find(place.why), std::string::npos) << line;
+    }
+}
+
+TEST_F(ManagerStart, RefusesTheDirectoryOfAnotherUser)
+{
+    const std::string path = RuntimePath() + "/theirs";
+    fs::create_directory(path);
+    fs::permissions(path, fs::perms::owner_all);
+    if (::chown(path.c_str(), 65534, 65534) != 0) {
+        GTEST_SKIP() << "needs root";
+    }
+    EXPECT_NE(Refusal(LaunchManager({"--runtime-dir", path})).find("another user"), std::string::npos);
+}
+
+TEST_F(ManagerStart, RefusesAFullFileSystemWithOneLine)
+{
+    const std::string path = RuntimePath() + "/full";
+    fs::create_directory(path);
+    Child manager = Child::Start({"/bin/sh", "-c",
+                                  "unshare -rm sh -c 'mount -t tmpfs -o mode=0700,nr_inodes=1 none \"$1\" || exit 99; "
+                                  "exec \"$0\" --runtime-dir \"$1\" 2>&1' \"$1\" \"$2\"",
+                                  "sh", TestSupport::ProgramPath("tavo_manager"), path});
+    const std::string line = manager.Pipe().Hear().value_or("");
+    const std::string end = manager.WaitForExit();
+    if (end != "exit 2" && end != "exit 0") {
+        GTEST_SKIP() << "needs a mount of its own: " << end;
+    }
+    EXPECT_EQ(end, "exit 2");
+    EXPECT_NE(line.find("No space left"), std::string::npos) << line;
+}
+
+TEST_F(ManagerStart, RefusesABadAbilityFileAndABadCommandLine)
+{
+    WriteAbilityFile("bad.json", "{");
+    EXPECT_NE(Refusal(LaunchManager({"--abilities", AbilityPath()})).find("bad.json"), std::string::npos);
+    for (const char* argument : {"--abilites", "there"}) {
+        Child manager = LaunchManager({argument});
+        EXPECT_NE(manager.Pipe().Hear().value_or("").find(argument), std::string::npos);
+        EXPECT_EQ(manager.WaitForExit(), "exit 2");
+    }
+}
+
+TEST_F(ManagerStart, RefusesBesideALivingManagerAndReplacesADeadOne)
+{
+    Child first = StartManager();
+    EXPECT_NE(
+        Refusal(LaunchManager()).find("another manager is running there (process " + std::to_string(first.Pid()) + ")"),
+        std::string::npos);
+    EXPECT_NE(Manager(), nullptr) << "the second one disturbed the first";
+    first.Kill();
+    EXPECT_EQ(first.WaitForExit(), "signal 9");
+    Child second = StartManager();
+    EXPECT_NE(Manager(), nullptr);
+}
+
+TEST_F(ManagerStart, AnAbsentOrDeadManagerIsNullAtOnce)
+{
+    EXPECT_EQ(Manager(), nullptr);  // no socket
+    Child manager = StartManager();
+    manager.Kill();
+    EXPECT_EQ(manager.WaitForExit(), "signal 9");
+    EXPECT_TRUE(TestSupport::WaitFor([] { return Manager() == nullptr; }));  // a socket that nobody listens on
+    EXPECT_EQ(Check(ID), "no manager");
+}
+
+TEST(ManagerStartLong, WorksWhereThePathIsLongerThanASocketAddress)
+{
+    const char* parent = std::getenv("TAVO_RUNTIME_DIR");
+    const std::string deep = std::string(parent != nullptr ? parent : "/tmp") + "/" + std::string(120, 'd');
+    ::setenv("TAVO_RUNTIME_DIR", deep.c_str(), 1);
+    const TestSupport::PrivateRuntimeDir dir;
+    Child manager = Child::Start({"tavo_manager"});
+    EXPECT_TRUE(TestSupport::WaitFor([] { return Manager() != nullptr; }));
+    EXPECT_EQ(Check(1), "null");
+}
+
+TEST_F(ManagerStart, ASigtermEndsItAndItsSocket)
+{
+    for (const int signal : {SIGTERM, SIGINT}) {
+        Child manager = StartManager();
+        EXPECT_TRUE(fs::exists(RuntimePath() + "/manager"));
+        ::kill(manager.Pid(), signal);
+        EXPECT_EQ(manager.WaitForExit(), "exit 0");
+        EXPECT_FALSE(fs::exists(RuntimePath() + "/manager"));
+    }
+}
+
+// A socket as a process leaves it that was killed.
+void LeaveSocket(const std::string& path)
+{
+    fs::create_directories(fs::path(path).parent_path());
+    fs::permissions(fs::path(path).parent_path(), fs::perms::owner_all);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string name = fs::relative(path);  // short enough
+    name.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(::bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    ::close(socket);
+}
+
+TEST_F(ManagerStart, RemovesTheSocketsOfTheDeadAndNothingElse)
+{
+    fs::current_path(RuntimePath());
+    const std::string stale = RuntimePath() + "/p/0123456789abcdef0123456789abcdef";
+    const std::string foreign = RuntimePath() + "/p/0123456789abcdef0123456789abcde";
+    const std::string file = RuntimePath() + "/p/0123456789abcdef0123456789abcdee";
+    LeaveSocket(stale);
+    LeaveSocket(foreign);
+    std::ofstream{file};
+    WriteAbility(ID, "serve");
+    Child manager = StartManager();
+    EXPECT_FALSE(fs::exists(stale));
+    EXPECT_TRUE(fs::exists(foreign));
+    EXPECT_TRUE(fs::exists(file));
+
+    // The end of a client makes it look again; the living keep theirs.
+    Child client = StartClient();
+    const int pid = PidIn(client.Ask("load 4711"));
+    EXPECT_EQ(std::vector<pid_t>{pid}, Started());
+    EXPECT_EQ(PidIn(client.Ask("check 4711")), pid);
+    LeaveSocket(stale);
+    client.Kill();
+    EXPECT_TRUE(TestSupport::WaitFor([&stale] { return !fs::exists(stale); }));
+    EXPECT_EQ(PidIn(Check(ID)), pid);
+}
+
+}  // namespace
+}  // namespace ManagerTest

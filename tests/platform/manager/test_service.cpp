@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+// A service that starts well or badly. Usage: manager_test_service HOW ID; it appends its pid to the file $TEST_NOTES.
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "platform/manager/ability_client.h"
+#include "tavo/ipc_threads.h"
+
+namespace {
+
+void NoteStart()
+{
+    const int notes = ::open(std::getenv("TEST_NOTES"), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    ::dprintf(notes, "%d\n", ::getpid());
+    ::close(notes);
+}
+
+int Serve(int id)
+{
+    const std::string status = ManagerTest::Add(id);
+    if (status != "status 0") {
+        std::fprintf(stderr, "test service %d: %s\n", id, status.c_str());
+        return 3;
+    }
+    TAVO::IpcThreads::JoinPool();
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc != 3) {
+        return 2;
+    }
+    const std::string how = argv[1];
+    const int id = std::atoi(argv[2]);
+    NoteStart();
+    if (how == "exit") {
+        return 1;
+    }
+    if (how == "exit-after-fork") {
+        if (::fork() == 0) {
+            ::alarm(60);  // Not for ever, whatever becomes of the test.
+            NoteStart();
+            ::pause();
+        }
+        return 0;
+    }
+    if (how == "when-told") {  // Waits until somebody opens the fifo for writing.
+        ::open(std::getenv("TEST_FIFO"), O_RDONLY | O_CLOEXEC);
+    }
+    if (how == "ignore-term") {
+        ::signal(SIGTERM, SIG_IGN);
+    }
+    return Serve(id);
+}

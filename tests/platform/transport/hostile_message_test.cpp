@@ -1,0 +1,261 @@
+// SPDX-License-Identifier: Apache-2.0
+// Messages in any pieces and with any reference table: whole ones are handled, others refused before they make anything.
+#include <gtest/gtest.h>
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
+
+#include "platform/transport/hub_fixture.h"
+
+namespace TransportTest {
+namespace {
+
+using namespace std::chrono_literals;
+using TestSupport::Clock;
+using TestSupport::RawInstance;
+using TestSupport::WaitFor;
+
+// All that was sent has been read at the other end.
+bool AwaitRead(const RawSocket& socket)
+{
+    return WaitFor([&socket] {
+        int unread = -1;
+        return ::ioctl(socket.Fd(), SIOCOUTQ, &unread) == 0 && unread == 0;
+    });
+}
+
+Bytes operator+(Bytes left, const Bytes& right)
+{
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
+class HostileMessage : public HubFixture {
+protected:
+    // A request that keeps two objects of this peer, so that the table has an order.
+    RawFrame KeepTwo() const
+    {
+        RawFrame frame = RequestFor(TestCode::KEEP);
+        frame.String("two")
+            .Reference(raw_->Instance(), 21, u"raw.First")
+            .Reference(raw_->Instance(), 22, u"raw.Second");
+        return frame;
+    }
+
+    std::vector<int32_t> Notes()
+    {
+        const auto answer = raw_->CallOnce(RequestFor(TestCode::NOTES));
+        std::vector<int32_t> notes;
+        for (size_t at = 0; answer && at + 4 <= answer->data.size(); at += 4) {
+            notes.push_back(TestSupport::ReadAt<int32_t>(answer->data, at));
+        }
+        return notes;
+    }
+
+    int32_t EchoKept(const std::string& name)
+    {
+        const auto answer = raw_->CallOnce(RequestFor(TestCode::ECHO_KEPT).String(name));
+        return answer && answer->data.size() == 4 ? TestSupport::ReadAt<int32_t>(answer->data, 0) : 1;
+    }
+};
+
+TEST_F(HostileMessage, AWholeConversationByteByByteIsUnderstood)
+{
+    RawPeer slow(dir_.Path());
+    RawSocket control = slow.Connect("manager");
+    RawHello hello;
+    hello.instance = slow.Instance();
+    ASSERT_TRUE(control.SendByteByByte(hello.Encode()));
+    ASSERT_TRUE(control.ReceiveHello());
+    ASSERT_TRUE(control.SendByteByByte(RawRecord{RawRecord::PING, 0, 99, 0}.Encode()));
+    const auto pong = control.ReceiveRecord();
+    ASSERT_TRUE(pong);
+    EXPECT_EQ(pong->type, RawRecord::PONG);
+    EXPECT_EQ(pong->a, 99u);
+    RawSocket lane = slow.Connect("manager");
+    hello.kind = RawHello::CALL;
+    hello.lane = 1;
+    ASSERT_TRUE(lane.SendByteByByte(hello.Encode()));
+    for (uint64_t number = 1; number <= 3; ++number) {
+        RawFrame keep = RequestFor(TestCode::KEEP, 0, number);
+        keep.String("slow").Reference(slow.Instance(), number, u"raw.Object");
+        ASSERT_TRUE(lane.SendByteByByte(keep.Encode()));
+        EXPECT_EQ(StatusOf(lane.ReceiveFrame()), TAVO::IPC_OK);
+        const auto taken = control.ReceiveRecord();
+        ASSERT_TRUE(taken);
+        EXPECT_EQ(taken->a, 1u) << "the lane";
+    }
+}
+
+TEST_F(HostileMessage, ThreeMessagesAreReassembledFromAnyTwoPieces)
+{
+    RawSocket lane = raw_->OpenLane(RawHello::ONE_WAY);
+    std::vector<int32_t> expected;
+    uint64_t number = 0;
+    size_t size = 0;
+    for (size_t cutAt = 0; cutAt <= size; ++cutAt) {
+        Bytes messages;
+        for (int count = 0; count < 3; ++count) {
+            expected.push_back(static_cast<int32_t>(expected.size()));
+            // A text behind the number, so that the messages have different lengths.
+            RawFrame note = RequestFor(TestCode::NOTE, 0, ++number).Int32(expected.back());
+            messages = messages + note.String(std::string(static_cast<size_t>(count) * 5, 'n')).Encode();
+        }
+        size = messages.size();
+        const auto middle = messages.begin() + static_cast<ptrdiff_t>(cutAt);
+        ASSERT_TRUE(lane.Send(Bytes(messages.begin(), middle)));
+        ASSERT_TRUE(AwaitRead(lane));
+        ASSERT_TRUE(lane.Send(Bytes(middle, messages.end())));
+        ASSERT_TRUE(AwaitRead(lane));
+    }
+    EXPECT_TRUE(WaitFor([this, &expected] { return Notes().size() >= expected.size(); }));
+    EXPECT_EQ(Notes(), expected);
+}
+
+struct Table {
+    const char* name;
+    std::function<void(RawFrame& frame)> spoil;  // of the request of KeepTwo
+};
+
+const std::vector<Table> TABLES_THAT_DO_NOT_HOLD = {
+    {"offset off a slot by 1", [](RawFrame& frame) { frame.references[0].offset += 1; }},
+    {"offset off a slot by 2", [](RawFrame& frame) { frame.references[1].offset += 2; }},
+    {"offset at the end",
+     [](RawFrame& frame) { frame.references[1].offset = static_cast<uint32_t>(frame.data.size()); }},
+    {"offset a slot before the end",
+     [](RawFrame& frame) { frame.references[1].offset = static_cast<uint32_t>(frame.data.size()) - 4; }},
+    {"offset past the end", [](RawFrame& frame) { frame.references[1].offset = 1 << 20; }},
+    {"largest offset", [](RawFrame& frame) { frame.references[1].offset = 0xfffffffc; }},
+    {"the same place twice", [](RawFrame& frame) { frame.references[1].offset = frame.references[0].offset; }},
+    {"places that overlap", [](RawFrame& frame) { frame.references[1].offset = frame.references[0].offset + 4; }},
+    {"not in order", [](RawFrame& frame) { std::swap(frame.references[0], frame.references[1]); }},
+    {"place of a string", [](RawFrame& frame) { frame.references[0].offset = 0; }},
+    {"other magic in the data", [](RawFrame& frame) { frame.data[frame.references[0].offset] ^= 1; }},
+    {"other index in the data", [](RawFrame& frame) { frame.data[frame.references[0].offset + 4] ^= 1; }},
+    {"one entry more than announced", [](RawFrame& frame) { frame.referenceCount = 1; }},
+    {"one entry less than announced",
+     [](RawFrame& frame) {
+         frame.references[1].descriptor.assign(100, u'd');
+         frame.referenceCount = 3;
+     }},
+    {"descriptor shorter than its place", [](RawFrame& frame) { frame.references[1].announcedUnits = 2; }},
+    {"descriptor past the end of the table", [](RawFrame& frame) { frame.references[1].announcedUnits = 200; }},
+    {"descriptor of 257 units", [](RawFrame& frame) { frame.references[1].descriptor.assign(257, u'd'); }},
+    {"descriptor of 2 billion units", [](RawFrame& frame) { frame.references[0].announcedUnits = 0x7fffffff; }},
+    {"descriptor of 4 billion units", [](RawFrame& frame) { frame.references[1].announcedUnits = 0xffffffff; }},
+    {"serial 0", [](RawFrame& frame) { frame.references[1].serial = 0; }},
+};
+
+TEST_F(HostileMessage, TableThatDoesNotHoldTogetherRefusesThatRequestOnly)
+{
+    RawSocket lane = raw_->OpenLane();
+    uint64_t number = 0;
+    for (const Table& row : TABLES_THAT_DO_NOT_HOLD) {
+        SCOPED_TRACE(row.name);
+        RawFrame keep = KeepTwo();
+        row.spoil(keep);
+        keep.number = ++number;
+        ASSERT_TRUE(lane.Send(keep.Encode()));
+        EXPECT_EQ(StatusOf(lane.ReceiveFrame()), TAVO::IPC_BAD_MESSAGE);
+        ASSERT_TRUE(lane.Send(RequestFor(TestCode::ECHO, 0, ++number).Int32(1).Encode()));
+        EXPECT_EQ(StatusOf(lane.ReceiveFrame()), TAVO::IPC_OK);
+    }
+    EXPECT_EQ(EchoKept("two"), 1) << "something was kept";
+    // No object was made: the first one that is taken and given back is of the message that holds together.
+    RawFrame keep = KeepTwo();
+    keep.number = ++number;
+    ASSERT_TRUE(lane.Send(keep.Encode()));
+    EXPECT_EQ(StatusOf(lane.ReceiveFrame()), TAVO::IPC_OK);
+    EXPECT_TRUE(WaitFor([&] {  // KEEP reads the first one only
+        const auto record = raw_->Control().ReceiveRecord();
+        EXPECT_TRUE(record);
+        EXPECT_TRUE(!record || record->type != RawRecord::TAKEN || record->b == number);
+        EXPECT_TRUE(!record || record->type != RawRecord::RELEASE || (record->a == 22 && record->b == 1));
+        return !record || record->type == RawRecord::RELEASE;
+    }));
+}
+
+TEST_F(HostileMessage, ReferenceToTheReceiversObjectMustBeHeldByTheSender)
+{
+    const uint64_t held = MakeObject(*raw_);
+    RawPeer other(dir_.Path());
+    ASSERT_TRUE(other.OpenSession());
+    const auto keep = [this](RawPeer& peer, uint64_t serial) {
+        return StatusOf(peer.CallOnce(RequestFor(TestCode::KEEP).String("it").Reference(raw_->Target(), serial)));
+    };
+    EXPECT_EQ(keep(other, held), TAVO::IPC_BAD_MESSAGE);
+    EXPECT_EQ(keep(*raw_, held + 1000), TAVO::IPC_BAD_MESSAGE);
+    EXPECT_EQ(keep(*raw_, UINT64_MAX), TAVO::IPC_BAD_MESSAGE);
+    EXPECT_EQ(keep(*raw_, held), TAVO::IPC_OK);
+    EXPECT_EQ(EchoKept("it"), TAVO::IPC_OK) << "it came home";
+}
+
+// The same message is fine on one session and nothing on another.
+TEST_F(HostileMessage, MessageReplayedOnAnotherSessionIsRefused)
+{
+    const uint64_t held = MakeObject(*raw_);
+    const RawFrame number = RequestFor(TestCode::NUMBER, held);
+    EXPECT_EQ(StatusOf(raw_->CallOnce(number)), TAVO::IPC_OK);
+    RawPeer other(dir_.Path());
+    ASSERT_TRUE(other.OpenSession());
+    EXPECT_EQ(StatusOf(other.CallOnce(number)), TAVO::IPC_DEAD_OBJECT);
+    const RawInstance self = raw_->Instance();
+    raw_ = std::make_unique<RawPeer>(dir_.Path());  // the same process after its session ended
+    raw_->SetInstance(self);
+    ASSERT_TRUE(WaitFor([this] { return raw_->OpenSession(); }));
+    EXPECT_EQ(StatusOf(raw_->CallOnce(number)), TAVO::IPC_DEAD_OBJECT);
+}
+
+// The message waits for nobody, and what it names is dead.
+TEST_F(HostileMessage, ReferenceToAProcessThatIsNotThereIsADeadObject)
+{
+    RawInstance nobody{};
+    nobody.fill(0x42);
+    RawFrame keep = RequestFor(TestCode::KEEP);
+    keep.String("nobody's").Reference(nobody, 5, u"raw.Object");
+    EXPECT_EQ(StatusOf(raw_->CallOnce(keep)), TAVO::IPC_OK);
+    EXPECT_TRUE(raw_->AwaitRecord(RawRecord::TAKEN)) << "known dead is as good as acquired";
+    EXPECT_EQ(EchoKept("nobody's"), TAVO::IPC_DEAD_OBJECT);
+}
+
+TEST_F(HostileMessage, ReferenceToAnObjectThatItsOwnerDoesNotKnowIsADeadObject)
+{
+    RawPeer owner(dir_.Path());
+    owner.Listen();
+    RawFrame keep = RequestFor(TestCode::KEEP);
+    keep.String("unknown").Reference(owner.Instance(), 5, u"raw.Object");
+    EXPECT_EQ(StatusOf(raw_->CallOnce(keep)), TAVO::IPC_OK);
+    RawHello hello;
+    RawSocket control = owner.Accept(hello);
+    ASSERT_EQ(hello.kind, RawHello::CONTROL);
+    RawHello answer;
+    answer.instance = owner.Instance();
+    ASSERT_TRUE(control.Send(answer.Encode()));
+    const auto acquire = control.ReceiveRecord();
+    ASSERT_TRUE(acquire);
+    EXPECT_EQ(acquire->type, RawRecord::ACQUIRE);
+    EXPECT_EQ(acquire->a, 5u);
+    ASSERT_TRUE(control.Send(RawRecord{RawRecord::ACQUIRED, 0, 5, 1}.Encode()));
+    EXPECT_TRUE(raw_->AwaitRecord(RawRecord::TAKEN));
+    EXPECT_EQ(EchoKept("unknown"), TAVO::IPC_DEAD_OBJECT);
+}
+
+// An owner that answers nothing holds up the acknowledgement and the call to it, and nobody else.
+TEST_F(HostileMessage, OwnerThatDoesNotAnswerHoldsUpNobodyElse)
+{
+    RawPeer owner(dir_.Path());
+    owner.Listen();
+    RawFrame keep = RequestFor(TestCode::KEEP);
+    keep.String("silent").Reference(owner.Instance(), 5, u"raw.Object");
+    EXPECT_EQ(StatusOf(raw_->CallOnce(keep)), TAVO::IPC_OK);
+    EXPECT_TRUE(raw_->Ping());
+    ExpectServes();
+    RawHello hello;
+    RawSocket control = owner.Accept(hello);
+    ASSERT_TRUE(control.IsOpen());
+    ExpectServes();
+    control.Close();  // it died before it answered
+    EXPECT_TRUE(raw_->AwaitRecord(RawRecord::TAKEN));
+}
+
+}  // namespace
+}  // namespace TransportTest

@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: Apache-2.0
+// A hub in a process of its own, and this process, which does not use the platform, as a raw peer of it.
+#ifndef VELTRA_TESTS_TRANSPORT_HUB_FIXTURE_H
+#define VELTRA_TESTS_TRANSPORT_HUB_FIXTURE_H
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "platform/transport/raw_callee.h"
+
+namespace TransportTest {
+
+// The status of an answer; 1 when there was none.
+inline int StatusOf(const std::optional<RawFrame>& answer)
+{
+    return answer ? answer->Status() : 1;
+}
+
+// At the end the hub lives, serves, and holds as many descriptors as before the first peer.
+class HubFixture : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        hub_ = StartHub();
+        {
+            RawPeer first(dir_.Path());  // whatever the hub opens once is open after it
+            ASSERT_TRUE(first.OpenSession());
+            MakeObject(first);
+        }
+        ExpectServes();
+        descriptors_ = TestSupport::CountDescriptors(hub_.Pid());
+        ASSERT_TRUE(TestSupport::WaitFor([this] {
+            const size_t before = descriptors_;
+            descriptors_ = TestSupport::CountDescriptors(hub_.Pid());
+            return before == descriptors_;
+        }));
+        raw_ = std::make_unique<RawPeer>(dir_.Path());
+        ASSERT_TRUE(raw_->OpenSession());
+    }
+
+    void TearDown() override
+    {
+        ExpectServes();
+        raw_.reset();
+        EXPECT_TRUE(TestSupport::WaitFor([this] { return TestSupport::CountDescriptors(hub_.Pid()) <= descriptors_; }))
+            << TestSupport::CountDescriptors(hub_.Pid()) << " descriptors in the hub, " << descriptors_ << " before";
+        EXPECT_LE(TestSupport::CountThreads(hub_.Pid()), 1u + 2 + 16) << "main, control, delivery, workers";
+    }
+
+    // An honest peer is served.
+    void ExpectServes()
+    {
+        RawPeer honest(dir_.Path());
+        ASSERT_TRUE(honest.OpenSession());
+        const RawFrame echo = RequestFor(TestCode::ECHO).Int32(4711);
+        const auto answer = honest.CallOnce(echo);
+        ASSERT_TRUE(answer);
+        EXPECT_EQ(answer->Status(), TAVO::IPC_OK);
+        EXPECT_EQ(answer->data, echo.data);
+        EXPECT_EQ(answer->number, 1u);
+    }
+
+    // The serial of a new object that only `peer` holds.
+    static uint64_t MakeObject(RawPeer& peer)
+    {
+        RawSocket lane = peer.OpenLane();
+        lane.Send(RequestFor(TestCode::MAKE).Int32(0).Encode());
+        const auto answer = lane.ReceiveFrame();
+        if (!answer || answer->references.size() != 1) {
+            ADD_FAILURE() << "no object was made";
+            return 0;
+        }
+        EXPECT_EQ(answer->references[0].instance, peer.Target());
+        EXPECT_EQ(answer->references[0].descriptor, u"test.Object");
+        peer.Control().Send(RawRecord{RawRecord::TAKEN, RawRecord::OWN_LANE, peer.LastLane(), 1}.Encode());
+        EXPECT_TRUE(peer.Ping());  // the lane may end: its message is known to be taken
+        return answer->references[0].serial;
+    }
+
+    int32_t LiveObjects()
+    {
+        const auto answer = raw_->CallOnce(RequestFor(TestCode::LIVE));
+        return answer && answer->data.size() == 4 ? TestSupport::ReadAt<int32_t>(answer->data, 0) : -1;
+    }
+
+    TestSupport::PrivateRuntimeDir dir_;
+    Child hub_;
+    std::unique_ptr<RawPeer> raw_;
+    size_t descriptors_ = 0;
+};
+
+}  // namespace TransportTest
+
+#endif

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+// A peer that stands still costs its callers 8 s and nobody anything else.
+#include <gtest/gtest.h>
+
+#include "platform/transport/raw_callee.h"
+#include "platform/transport/test_object.h"
+
+namespace TransportTest {
+namespace {
+
+using namespace std::chrono_literals;
+using TestSupport::Clock;
+using TestSupport::PrivateRuntimeDir;
+
+TEST(HungPeer, CallTimesOutAndItsLateReplyMeetsNoOtherCall)
+{
+    PrivateRuntimeDir dir;
+    ServeAsHub();
+    Child callee = StartPeer("peer");
+    const sptr<IRemoteObject> object = World::Get().Kept("peer");
+    ASSERT_EQ(Echo(object), TAVO::IPC_OK);
+    callee.Stop();
+    const Clock::time_point start = Clock::now();
+    EXPECT_EQ(Echo(object, -1), TAVO::IPC_TIMED_OUT);
+    EXPECT_GE(Clock::now() - start, 8s);
+    EXPECT_LT(Clock::now() - start, 12s);
+    EXPECT_TRUE(object->IsAlive());
+    callee.Continue();
+    for (int32_t value = 0; value < 1000; ++value) {
+        ASSERT_EQ(Echo(object, value), TAVO::IPC_OK);
+    }
+}
+
+TEST(HungPeer, ReplyThatStopsHalfwayTimesOutTheSame)
+{
+    PrivateRuntimeDir dir;
+    Child callee = ForkCallee(dir.Path(), "raw", [](RawPeer& raw) {
+        RawHello hello;
+        RawSocket lane = raw.Accept(hello);
+        const auto request = lane.ReceiveFrame();
+        RawFrame reply = EchoReply(*request);
+        reply.dataBytes = 1 << 20;  // far more than comes
+        lane.Send(reply.Encode());
+        lane.WaitForEnd();
+        ServeLanes(raw, [](RawSocket& next, const RawFrame& frame) { next.Send(EchoReply(frame).Encode()); });
+    });
+    ServeAsHub();
+    ASSERT_TRUE(StartCallee(callee));
+    const sptr<IRemoteObject> object = World::Get().Kept("raw");
+    const Clock::time_point start = Clock::now();
+    EXPECT_EQ(Echo(object), TAVO::IPC_TIMED_OUT);
+    EXPECT_GE(Clock::now() - start, 8s);
+    EXPECT_LT(Clock::now() - start, 12s);
+    EXPECT_EQ(Echo(object), TAVO::IPC_OK);
+}
+
+}  // namespace
+}  // namespace TransportTest

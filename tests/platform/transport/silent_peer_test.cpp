@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: Apache-2.0
+// Peers that announce much, send little and read nothing: they get 8 s, a little memory and no thread.
+#include <gtest/gtest.h>
+
+#include "platform/transport/hub_fixture.h"
+
+namespace TransportTest {
+namespace {
+
+using namespace std::chrono_literals;
+using TestSupport::Clock;
+
+constexpr int LANES = 40;  // more than there are workers
+
+class SilentPeer : public HubFixture {
+protected:
+    // Others are served at once while `lanes` wait; then all of them end after 8 s.
+    void ExpectTheyEndInTime(std::vector<RawSocket>& lanes, Clock::time_point start)
+    {
+        for (int round = 0; round < 20; ++round) {
+            ExpectServes();
+        }
+        EXPECT_LT(Clock::now() - start, 6s) << "others waited";
+        for (RawSocket& lane : lanes) {
+            EXPECT_TRUE(lane.WaitForEnd());
+        }
+        EXPECT_GE(Clock::now() - start, 7s) << "they were given up too early";
+        EXPECT_TRUE(raw_->Ping()) << "the session was to stay";
+    }
+};
+
+TEST_F(SilentPeer, AnAnnounced64MebibytesCostNoMemoryAndNoWorker)
+{
+    const size_t before = TestSupport::ResidentBytes(hub_.Pid());
+    RawFrame large = RequestFor(TestCode::ECHO);
+    large.dataBytes = (64 << 20) - RawFrame::HEADER_SIZE;
+    large.data.resize(10);
+    std::vector<RawSocket> lanes;
+    const Clock::time_point start = Clock::now();
+    for (int lane = 0; lane < LANES; ++lane) {
+        lanes.push_back(raw_->OpenLane());
+        ASSERT_TRUE(lanes.back().Send(large.Encode()));
+    }
+    ExpectServes();
+    EXPECT_LT(TestSupport::ResidentBytes(hub_.Pid()), before + LANES * (size_t{256} << 10) + (size_t{4} << 20));
+    ExpectTheyEndInTime(lanes, start);
+}
+
+TEST_F(SilentPeer, LargeRepliesThatNobodyReadsHoldNoWorker)
+{
+    RawFrame request = RequestFor(TestCode::SIZED_REPLY);
+    request.Int32(1 << 20);
+    std::vector<RawSocket> lanes;
+    const Clock::time_point start = Clock::now();
+    for (int lane = 0; lane < LANES; ++lane) {
+        lanes.push_back(raw_->OpenLane());
+        ASSERT_TRUE(lanes.back().Send(request.Encode()));
+    }
+    for (int round = 0; round < 20; ++round) {
+        ExpectServes();
+    }
+    EXPECT_LT(Clock::now() - start, 6s) << "others waited";
+    ASSERT_TRUE(TestSupport::WaitFor([this] { return TestSupport::CountDescriptors(hub_.Pid()) <= descriptors_ + 2; }))
+        << "the lanes were to end, all but the session's control connection";
+    EXPECT_GE(Clock::now() - start, 7s);
+    EXPECT_TRUE(raw_->Ping());
+}
+
+TEST_F(SilentPeer, HelloThatIsNotCompleteIn2SecondsClosesTheConnection)
+{
+    const Bytes hello = RawHello().Encode();
+    std::vector<RawSocket> connections;
+    for (const size_t size : {size_t{0}, size_t{1}, size_t{31}}) {
+        connections.push_back(raw_->Connect("manager"));
+        connections.back().Send(Bytes(hello.begin(), hello.begin() + static_cast<ptrdiff_t>(size)));
+    }
+    const Clock::time_point start = Clock::now();
+    for (RawSocket& connection : connections) {
+        EXPECT_TRUE(connection.WaitForEnd());
+    }
+    EXPECT_LT(Clock::now() - start, 6s);
+}
+
+}  // namespace
+}  // namespace TransportTest

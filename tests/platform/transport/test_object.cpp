@@ -1,0 +1,383 @@
+// SPDX-License-Identifier: Apache-2.0
+// What a test process does when it is told to.
+#include "platform/transport/test_object.h"
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+#include "transport/runtime_dir.h"
+#include "transport/transport.h"
+
+namespace TransportTest {
+namespace {
+
+using TestSupport::Child;
+using TestSupport::Clock;
+using TestSupport::PATIENCE;
+
+constexpr char PEER_PROGRAM[] = "transport_peer";
+
+class NoticeCounter : public IRemoteObject::DeathRecipient {
+public:
+    void OnRemoteDied(const TAVO::wptr<IRemoteObject>&) override { ++World::Get().notices; }
+};
+
+Child StartReady(const std::string& name)
+{
+    Child child = Child::Start({PEER_PROGRAM, name});
+    if (child.Pipe().Hear() != "ready") {
+        throw std::runtime_error("process " + name + " does not get ready");
+    }
+    return child;
+}
+
+}  // namespace
+
+World& World::Get()
+{
+    static World& world = *new World;  // never destroyed: platform threads run to the end
+    return world;
+}
+
+void World::Keep(const std::string& name, const sptr<IRemoteObject>& object)
+{
+    sptr<IRemoteObject> before = object;
+    TAVO::MutexLock lock(mutex_);
+    std::swap(kept_[name], before);
+    lock.Unlock();  // `before` goes without the lock
+}
+
+sptr<IRemoteObject> World::Kept(const std::string& name)
+{
+    TAVO::MutexLock lock(mutex_);
+    const auto found = kept_.find(name);
+    return found != kept_.end() ? found->second : nullptr;
+}
+
+void World::Forget(const std::string& name)
+{
+    Keep(name, nullptr);
+}
+
+void World::WaitAtGate()
+{
+    TAVO::MutexLock lock(mutex_);
+    const int before = opened_;
+    ++waiting_;
+    changed_.notify_all();
+    lock.Wait(changed_, [this, before]() TAVO_REQUIRES(mutex_) { return opened_ != before; });
+}
+
+void World::OpenGate()
+{
+    TAVO::MutexLock lock(mutex_);
+    ++opened_;
+    waiting_ = 0;  // at once, so that nobody takes one who is about to leave for one who waits
+    changed_.notify_all();
+}
+
+bool World::AwaitWaiting(int handlers)
+{
+    TAVO::MutexLock lock(mutex_);
+    return lock.WaitUntil(changed_, Clock::now() + PATIENCE,
+                          [this, handlers]() TAVO_REQUIRES(mutex_) { return waiting_ >= handlers; });
+}
+
+int World::Waiting()
+{
+    TAVO::MutexLock lock(mutex_);
+    return waiting_;
+}
+
+void World::AddNote(int32_t note)
+{
+    TAVO::MutexLock lock(mutex_);
+    notes_.push_back(note);
+}
+
+std::vector<int32_t> World::Notes()
+{
+    TAVO::MutexLock lock(mutex_);
+    return notes_;
+}
+
+void World::ClearNotes()
+{
+    TAVO::MutexLock lock(mutex_);
+    notes_.clear();
+}
+
+TestObject::TestObject(bool serialInvoke)
+    : IPCObjectStub(u"test.Object", serialInvoke), number_([] {
+          static std::atomic<int32_t> last{0};
+          return ++last;
+      }())
+{
+    ++World::Get().liveObjects;
+}
+
+TestObject::~TestObject()
+{
+    if (farewell_) {
+        farewell_();
+    }
+    --World::Get().liveObjects;
+}
+
+int TestObject::OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option)
+{
+    if (code == 0 || code > static_cast<uint32_t>(TestCode::DIE)) {
+        return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
+    }
+    const int32_t now = ++atOnce_;
+    int32_t most = mostAtOnce_;
+    while (most < now && !mostAtOnce_.compare_exchange_weak(most, now)) {}
+    const int status = Handle(static_cast<TestCode>(code), data, reply);
+    --atOnce_;
+    return status;
+}
+
+int TestObject::Handle(TestCode code, MessageParcel& data, MessageParcel& reply)
+{
+    switch (code) {
+        case TestCode::ECHO:
+            reply.SetData(data.GetData(), data.GetDataSize());
+            return TAVO::IPC_OK;
+        case TestCode::SIZED_REPLY:
+            return reply.WriteString(std::string(static_cast<size_t>(data.ReadInt32()), 'r')) ? TAVO::IPC_OK : 1;
+        case TestCode::NEST:
+            return HandleNest(data, reply);
+        case TestCode::SEND_NOTES:
+            return HandleSendNotes(data);
+        case TestCode::WAIT:
+            World::Get().WaitAtGate();
+            return TAVO::IPC_OK;
+        case TestCode::OPEN:
+            World::Get().OpenGate();
+            return TAVO::IPC_OK;
+        case TestCode::DIE:
+            ::raise(SIGKILL);
+            return TAVO::IPC_OK;
+        case TestCode::KEEP:
+        case TestCode::FETCH:
+        case TestCode::FORGET:
+        case TestCode::ECHO_KEPT:
+        case TestCode::START_WAIT:
+        case TestCode::WATCH:
+            return HandleStore(code, data, reply);
+        default:
+            return HandleState(code, data, reply);
+    }
+}
+
+int TestObject::HandleStore(TestCode code, MessageParcel& data, MessageParcel& reply)
+{
+    World& world = World::Get();
+    std::string name;
+    if (!data.ReadString(name)) {
+        return 1;
+    }
+    switch (code) {
+        case TestCode::KEEP:
+            world.Keep(name, data.ReadRemoteObject());
+            return TAVO::IPC_OK;
+        case TestCode::FETCH:
+            return reply.WriteRemoteObject(world.Kept(name)) ? TAVO::IPC_OK : 1;
+        case TestCode::FORGET:
+            world.Forget(name);
+            return TAVO::IPC_OK;
+        case TestCode::ECHO_KEPT:
+            reply.WriteInt32(Echo(world.Kept(name)));
+            return TAVO::IPC_OK;
+        case TestCode::START_WAIT:
+            std::thread([object = world.Kept(name)] {
+                Call(object, TestCode::WAIT).Send(60);
+                ++World::Get().waitsOver;
+            }).detach();
+            return TAVO::IPC_OK;
+        default:
+            reply.WriteBool(world.Kept(name)->AddDeathRecipient(TAVO::MakeRef<NoticeCounter>()));
+            return TAVO::IPC_OK;
+    }
+}
+
+int TestObject::HandleState(TestCode code, MessageParcel& data, MessageParcel& reply)
+{
+    World& world = World::Get();
+    switch (code) {
+        case TestCode::MAKE:
+            return reply.WriteRemoteObject(TAVO::MakeRef<TestObject>(data.ReadBool())) ? TAVO::IPC_OK : 1;
+        case TestCode::NUMBER:
+            reply.WriteInt32(number_);
+            return TAVO::IPC_OK;
+        case TestCode::LIVE:
+            reply.WriteInt32(world.liveObjects);
+            return TAVO::IPC_OK;
+        case TestCode::NOTICES:
+            reply.WriteInt32(world.notices);
+            return TAVO::IPC_OK;
+        case TestCode::WAITS_OVER:
+            reply.WriteInt32(world.waitsOver);
+            return TAVO::IPC_OK;
+        case TestCode::NOTE:
+            world.AddNote(data.ReadInt32());
+            return TAVO::IPC_OK;
+        case TestCode::NOTES:
+            for (const int32_t note : world.Notes()) {
+                reply.WriteInt32(note);
+            }
+            return TAVO::IPC_OK;
+        case TestCode::MOST_AT_ONCE:
+            reply.WriteInt32(mostAtOnce_);
+            return TAVO::IPC_OK;
+        case TestCode::CALLER_PID:
+            reply.WriteInt32(TAVO::GetCallingPeer().pid);
+            return TAVO::IPC_OK;
+        default: {  // ADOPT, ABANDON
+            sptr<IRemoteObject> object = code == TestCode::ADOPT ? data.ReadRemoteObject() : nullptr;
+            TAVO::MutexLock lock(mutex_);
+            std::swap(adopted_, object);
+            lock.Unlock();  // what was held before goes without the lock
+            return TAVO::IPC_OK;
+        }
+    }
+}
+
+int TestObject::HandleSendNotes(MessageParcel& data)
+{
+    const int32_t count = data.ReadInt32();
+    const sptr<IRemoteObject> target = data.ReadRemoteObject();
+    int status = Call(target, TestCode::WAIT).SendOneWay();
+    for (int32_t note = 0; note < count && status == TAVO::IPC_OK; ++note) {
+        status = Call(target, TestCode::NOTE).Int(note).SendOneWay();
+    }
+    return status;
+}
+
+int TestObject::HandleNest(MessageParcel& data, MessageParcel& reply)
+{
+    const int32_t depth = data.ReadInt32();
+    const sptr<IRemoteObject> partner = data.ReadRemoteObject();
+    if (depth == 0) {
+        reply.WriteInt32(0);
+        return TAVO::IPC_OK;
+    }
+    Call below(partner, TestCode::NEST);
+    below.Int(depth - 1).Object(this);
+    const int status = below.Send();
+    reply.WriteInt32(below.reply.ReadInt32() + 1);
+    return status;
+}
+
+Call& Call::Int(int32_t value)
+{
+    data.WriteInt32(value);
+    return *this;
+}
+
+Call& Call::Text(const std::string& text)
+{
+    data.WriteString(text);
+    return *this;
+}
+
+Call& Call::Object(const sptr<IRemoteObject>& object)
+{
+    data.WriteRemoteObject(object);
+    return *this;
+}
+
+int Call::Send(int waitSeconds)
+{
+    MessageOption option(MessageOption::FLAG_SYNC, waitSeconds);
+    return target_->SendRequest(code_, data, reply, option);
+}
+
+int Call::SendOneWay()
+{
+    MessageOption option(MessageOption::FLAG_ONE_WAY);
+    return target_->SendRequest(code_, data, reply, option);
+}
+
+int32_t Call::SendForInt()
+{
+    int32_t value = -1;
+    return Send() == TAVO::IPC_OK && reply.ReadInt32(value) ? value : -1;
+}
+
+sptr<IRemoteObject> Call::SendForObject()
+{
+    return Send() == TAVO::IPC_OK ? reply.ReadRemoteObject() : nullptr;
+}
+
+int Echo(const sptr<IRemoteObject>& target, int32_t value)
+{
+    if (target == nullptr) {
+        return 1;
+    }
+    Call echo(target, TestCode::ECHO);
+    echo.Int(value).Int(~value);
+    const int status = echo.Send();
+    if (status != TAVO::IPC_OK) {
+        return status;
+    }
+    const bool isSame =
+        echo.reply.GetDataSize() == 8 && echo.reply.ReadInt32() == value && echo.reply.ReadInt32() == ~value;
+    return isSame ? TAVO::IPC_OK : 1;
+}
+
+sptr<IRemoteObject> MakeIn(const sptr<IRemoteObject>& world, bool serialInvoke)
+{
+    return Call(world, TestCode::MAKE).Int(serialInvoke ? 1 : 0).SendForObject();
+}
+
+bool IsConnectionError(int status)
+{
+    return status == TAVO::IPC_DEAD_OBJECT || status == TAVO::IPC_BROKEN;
+}
+
+sptr<TestObject> ServeAsHub()
+{
+    using TAVO::Transport::RuntimeDir;
+    std::string error;
+    const RuntimeDir dir = RuntimeDir::Open(RuntimeDir::DefaultPath(), false, error);
+    if (!dir.IsOpen()) {
+        throw std::runtime_error(error);
+    }
+    ::mkdirat(dir.Fd(), "p", 0700);
+    const int listenFd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    dir.SocketPath("manager.new").copy(address.sun_path, sizeof(address.sun_path) - 1);
+    if (::bind(listenFd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
+        ::listen(listenFd, SOMAXCONN) != 0 || ::renameat(dir.Fd(), "manager.new", dir.Fd(), "manager") != 0) {
+        throw std::runtime_error("cannot listen in " + dir.Path());
+    }
+    sptr<TestObject> root = TAVO::MakeRef<TestObject>();
+    TAVO::Transport::ServeAsManager(listenFd, root);
+    return root;
+}
+
+sptr<IRemoteObject> ConnectToHub()
+{
+    return TAVO::Transport::ConnectManager(Clock::now() + PATIENCE);
+}
+
+Child StartHub()
+{
+    return StartReady("hub");
+}
+
+Child StartPeer(const std::string& name)
+{
+    return StartReady(name);
+}
+
+}  // namespace TransportTest
