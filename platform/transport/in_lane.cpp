@@ -52,12 +52,18 @@ void InLane::Join(int epoll)
 {
     epoll_ = epoll;
     self_ = shared_from_this();
-    epoll_event event{};
-    event.events = EPOLLIN | EPOLLRDHUP | EPOLLONESHOT;
-    event.data.ptr = this;
-    if (::epoll_ctl(epoll_, EPOLL_CTL_ADD, fd_.Get(), &event) != 0) {
+    if (!Arm(EPOLL_CTL_ADD, EPOLLIN)) {
         Close();
     }
+}
+
+bool InLane::Arm(int operation, uint32_t events)
+{
+    epoll_event event{};
+    event.events = events | EPOLLRDHUP | EPOLLONESHOT;
+    event.data.ptr = this;
+    MutexLock lock(handOver_);
+    return ::epoll_ctl(epoll_, operation, fd_.Get(), &event) == 0;
 }
 
 void InLane::ShutDown() noexcept
@@ -67,6 +73,9 @@ void InLane::ShutDown() noexcept
 
 void InLane::Serve(uint32_t events)
 {
+    {
+        MutexLock lock(handOver_);  // What the thread before did with the lane is done.
+    }
     const bool callerGone = (events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0;
     if (IsCallLane() && callerGone) {
         Close();  // A request that lies unread has nobody waiting for it: it is not run.
@@ -302,10 +311,7 @@ void InLane::Await(uint32_t events, bool impatient)
             Core::Get().Control().WatchPatience(shared_from_this());
         }
     }
-    epoll_event event{};
-    event.events = events | EPOLLRDHUP | EPOLLONESHOT;
-    event.data.ptr = this;
-    ::epoll_ctl(epoll_, EPOLL_CTL_MOD, fd_.Get(), &event);  // From here on another thread may have the lane.
+    Arm(EPOLL_CTL_MOD, events);
 }
 
 bool InLane::CheckPatience(Clock::time_point now)

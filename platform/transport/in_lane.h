@@ -61,6 +61,8 @@ private:
     Next Reply(uint64_t number, int status, MessageParcel& reply);
     Next FlushReply();
     void Await(uint32_t events, bool impatient);
+    // Asks the epoll for `events` once; from the return on another thread may have the lane.
+    bool Arm(int operation, uint32_t events);
     void Close();
     bool IsCallLane() const noexcept { return kind_ == ConnectionKind::CALL_LANE; }
 
@@ -68,6 +70,7 @@ private:
     const ConnectionKind kind_;
     const uint64_t number_;
     const std::shared_ptr<Session> session_;
+    Mutex handOver_;  // held while the lane is armed: the next thread begins after that
     int epoll_ = -1;
     std::shared_ptr<InLane> self_;  // while it waits in an epoll or is being served
 
