@@ -57,7 +57,8 @@ AbilityRegistry::Ability* AbilityRegistry::Find(int32_t systemAbilityId)
     return found == abilities_.end() ? nullptr : &found->second;
 }
 
-// As Find, once a service whose death notice is still under way has been taken out.
+// As Find, once a service whose death notice is still under way has been taken out. The lock often tells earlier than the
+// connection, so that a client that saw the end first is not given the dead service once more.
 AbilityRegistry::Ability* AbilityRegistry::FindLiving(int32_t systemAbilityId, Aftermath& after)
 {
     Ability* ability = Find(systemAbilityId);
@@ -152,14 +153,11 @@ int32_t AbilityRegistry::Add(int32_t systemAbilityId, const sptr<IRemoteObject>&
 int32_t AbilityRegistry::Register(Ability& ability, const sptr<IRemoteObject>& object, const CallingPeer& peer,
                                   Aftermath& after)
 {
-    if (isStopping_ || !MayServe(ability, peer.pid)) {
+    if (isStopping_ || !MayServe(ability, peer.pid) || !HoldsLock(ability, peer.pid)) {
         return ABILITY_REFUSED;
     }
-    if (IsServedByAnother(ability, peer)) {
-        return ABILITY_TAKEN;
-    }
     if (ability.object != nullptr) {
-        Unregister(ability, after);
+        Unregister(ability, after);  // An earlier one of the same process: nobody else can hold the lock.
     }
     ability.object = object;
     ability.pid = peer.pid;
@@ -199,11 +197,11 @@ bool AbilityRegistry::MayServe(const Ability& ability, pid_t pid)
     return (isRecorded && Adopt(ability.file.id, pid, true) != 0) || ability.file.external;
 }
 
-bool AbilityRegistry::IsServedByAnother(const Ability& ability, const CallingPeer& peer)
+// Whether the process has the place of the ability, as far as can be seen from here.
+bool AbilityRegistry::HoldsLock(const Ability& ability, pid_t pid) const
 {
-    // A caller that holds the ability's lock outlived the registered process, whose end is not known here yet.
-    return ability.object != nullptr && ability.session != peer.session &&
-           ProcessLock::Holder(dir_.Fd(), AbilityLockName(ability.file.id)) != peer.pid;
+    const pid_t holder = ProcessLock::Holder(dir_.Fd(), AbilityLockName(ability.file.id));
+    return holder == pid || holder == ProcessLock::UNKNOWN_HOLDER;
 }
 
 int32_t AbilityRegistry::Remove(int32_t systemAbilityId, uint64_t session)

@@ -100,7 +100,7 @@ private:
         TAVO_REQUIRES(mutex_);
     void Unregister(Ability& ability, Aftermath& after) TAVO_REQUIRES(mutex_);
     bool MayServe(const Ability& ability, pid_t pid) TAVO_REQUIRES(mutex_);
-    bool IsServedByAnother(const Ability& ability, const CallingPeer& peer) TAVO_REQUIRES(mutex_);
+    bool HoldsLock(const Ability& ability, pid_t pid) const;
 
     // Starts (ability_starts.cpp).
     void Want(Ability& ability, Aftermath& after) TAVO_REQUIRES(mutex_);

@@ -85,19 +85,46 @@ void ManagerFixture::TellServices()
     ::close(fifo);
 }
 
+namespace {
+
+// 'R', 'S', 'T', 'Z' and so on; 0 when there is no such process or thread.
+char StateIn(const std::string& statPath)
+{
+    std::ifstream file(statPath);
+    std::string text;
+    std::getline(file, text);
+    const size_t nameEnd = text.rfind(") ");
+    return nameEnd == std::string::npos ? '\0' : text[nameEnd + 2];
+}
+
+bool IsStopped(pid_t pid)
+{
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
+        if (StateIn(thread.path() / "stat") != 'T') {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
 bool IsAlive(pid_t pid)
 {
     // A zombie has ended, whoever is late to reap it.
-    std::ifstream status("/proc/" + std::to_string(pid) + "/stat");
-    std::string text;
-    std::getline(status, text);
-    const size_t nameEnd = text.rfind(") ");
-    return nameEnd != std::string::npos && text[nameEnd + 2] != 'Z';
+    const char state = StateIn("/proc/" + std::to_string(pid) + "/stat");
+    return state != '\0' && state != 'Z';
 }
 
 bool WaitUntilDead(pid_t pid)
 {
     return TestSupport::WaitFor([pid] { return !IsAlive(pid); });
+}
+
+bool StopAndWait(pid_t pid)
+{
+    ::kill(pid, SIGSTOP);
+    return TestSupport::WaitFor([pid] { return IsStopped(pid); });
 }
 
 }  // namespace ManagerTest

@@ -51,6 +51,8 @@ private:
 
 bool IsAlive(pid_t pid);
 bool WaitUntilDead(pid_t pid);
+// Stops a process that is no child; true once none of its threads runs any more.
+bool StopAndWait(pid_t pid);
 
 }  // namespace ManagerTest
 

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstdio>
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -63,8 +65,8 @@ TEST_F(ManagerRestart, AnAdoptedServiceThatDiesIsStartedAgain)
     WriteAbility(ID, "serve");
     Child manager = StartManager();
     const int pid = PidIn(Load(ID));
+    ASSERT_TRUE(StopAndWait(pid));  // It cannot register again, but it holds its place.
     Crash(manager);
-    ::kill(pid, SIGSTOP);  // It cannot register, but it holds its place.
     manager = StartManager();
     std::string answer;
     std::thread asker([&answer] { answer = Load(ID); });
@@ -73,7 +75,7 @@ TEST_F(ManagerRestart, AnAdoptedServiceThatDiesIsStartedAgain)
     EXPECT_EQ(Manager()->DescribeAbilities().at(0).starts, 0);
     ::kill(pid, SIGKILL);
     asker.join();
-    ASSERT_EQ(Started().size(), 2u);
+    ASSERT_EQ(Started().size(), 2u) << answer;
     EXPECT_EQ(answer, "loaded " + std::to_string(Started()[1]));
 }
 
@@ -83,7 +85,8 @@ TEST_F(ManagerRestart, AStartUnderWayIsAwaitedByTheNextManager)
     Child manager = StartManager();
     std::thread asker([] { Load(ID); });  // Never answered: its manager dies.
     asker.detach();
-    ASSERT_TRUE(WaitFor([this] { return Started().size() == 1; }));
+    const std::string record = RuntimePath() + "/4711.started";  // written when the start has returned
+    ASSERT_TRUE(WaitFor([this, &record] { return std::ifstream(record).peek() != EOF && Started().size() == 1; }));
     Crash(manager);
     manager = StartManager();
     std::string answer;
@@ -159,7 +162,7 @@ TEST_F(ManagerRestart, AServiceWhoseManagerHangsAtItsReturnRegistersLater)
     WriteAbility(ID, "serve");
     Child manager = StartManager();
     const int pid = PidIn(Load(ID));
-    ::kill(pid, SIGSTOP);
+    ASSERT_TRUE(StopAndWait(pid));
     Crash(manager);
     manager = StartManager();
     manager.Stop();

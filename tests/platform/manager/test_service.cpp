@@ -13,6 +13,9 @@
 
 namespace {
 
+// A test that is itself killed cannot end its services.
+constexpr unsigned LONGEST_LIFE_SECONDS = 170;
+
 void NoteStart()
 {
     const int notes = ::open(std::getenv("TEST_NOTES"), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
@@ -39,13 +42,14 @@ int main(int argc, char** argv)
     }
     const std::string how = argv[1];
     const int id = std::atoi(argv[2]);
+    ::alarm(LONGEST_LIFE_SECONDS);
     NoteStart();
     if (how == "exit") {
         return 1;
     }
     if (how == "exit-after-fork") {
         if (::fork() == 0) {
-            ::alarm(60);  // Not for ever, whatever becomes of the test.
+            ::alarm(LONGEST_LIFE_SECONDS);  // A fork does not inherit it.
             NoteStart();
             ::pause();
         }
