@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -172,8 +173,10 @@ bool Core::EnsureListening()
     if (isListening_) {
         return true;
     }
+    // Named only once it listens: the manager removes sockets that refuse connections.
     const std::string name = ListeningName(self_);
-    const std::string path = dir_.SocketPath(name);
+    const std::string firstName = name + ".new";
+    const std::string path = dir_.SocketPath(firstName);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
@@ -183,7 +186,7 @@ bool Core::EnsureListening()
     std::memcpy(address.sun_path, path.data(), path.size());
     if ((::mkdirat(dir, "p", 0700) != 0 && errno != EEXIST) ||
         ::bind(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
-        ::listen(fd.Get(), BACKLOG) != 0) {
+        ::listen(fd.Get(), BACKLOG) != 0 || ::renameat(dir, firstName.c_str(), dir, name.c_str()) != 0) {
         WarnLimited("cannot listen in the runtime directory", std::strerror(errno));
         return false;
     }

@@ -17,7 +17,7 @@ inline int StatusOf(const std::optional<RawFrame>& answer)
     return answer ? answer->Status() : 1;
 }
 
-// At the end the hub lives, serves, and holds as many descriptors as before the first peer.
+// At the end the hub lives, serves, holds as many descriptors as before the test's peers, and ends in good order.
 class HubFixture : public ::testing::Test {
 protected:
     void SetUp() override
@@ -28,7 +28,11 @@ protected:
             ASSERT_TRUE(first.OpenSession());
             MakeObject(first);
         }
-        ExpectServes();
+        {
+            RawPeer second(dir_.Path());
+            ASSERT_TRUE(second.OpenSession());
+            ASSERT_TRUE(TestSupport::WaitFor([&second] { return LiveObjects(second) == 1; })) << "the root alone";
+        }
         descriptors_ = TestSupport::CountDescriptors(hub_.Pid());
         ASSERT_TRUE(TestSupport::WaitFor([this] {
             const size_t before = descriptors_;
@@ -46,6 +50,8 @@ protected:
         EXPECT_TRUE(TestSupport::WaitFor([this] { return TestSupport::CountDescriptors(hub_.Pid()) <= descriptors_; }))
             << TestSupport::CountDescriptors(hub_.Pid()) << " descriptors in the hub, " << descriptors_ << " before";
         EXPECT_LE(TestSupport::CountThreads(hub_.Pid()), 1u + 2 + 16) << "main, control, delivery, workers";
+        hub_.Pipe().CloseWriting();
+        EXPECT_EQ(hub_.WaitForExit(), "exit 0");  // a sanitizer there has its say, on leaks too
     }
 
     // An honest peer is served.
@@ -78,9 +84,10 @@ protected:
         return answer->references[0].serial;
     }
 
-    int32_t LiveObjects()
+    int32_t LiveObjects() { return LiveObjects(*raw_); }
+    static int32_t LiveObjects(RawPeer& peer)
     {
-        const auto answer = raw_->CallOnce(RequestFor(TestCode::LIVE));
+        const auto answer = peer.CallOnce(RequestFor(TestCode::LIVE));
         return answer && answer->data.size() == 4 ? TestSupport::ReadAt<int32_t>(answer->data, 0) : -1;
     }
 
