@@ -1,0 +1,149 @@
+// SPDX-License-Identifier: Apache-2.0
+// A manager that hangs, dies or was never there: calls end soon, and work again when it is back.
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "support/log_capture.h"
+#include "system/system_fixture.h"
+
+namespace SystemTest {
+namespace {
+
+using namespace TAVO::Veltra;
+
+std::chrono::nanoseconds ProcessorTime()
+{
+    timespec used{};
+    ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
+    return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
+}
+
+class ManagerFault : public SystemFixture {
+protected:
+    // Calls of every kind, none of which may find a service or wait for one.
+    void ExpectNoServiceAtOnce()
+    {
+        constexpr int ROUNDS = 10;
+        const Clock::time_point begin = Clock::now();
+        for (int round = 0; round < ROUNDS; ++round) {
+            EXPECT_EQ(client_.CallAuth("absent"), RESULT_NO_SERVICE);
+            EXPECT_EQ(client_.ReportRenderThread("a", "b", 1), RESULT_RENDER_NO_SERVICE);
+            EXPECT_EQ(client_.SyncAppType("a", 0).size(), 0u);
+            const GameCallbackEventInfo info = client_.GetDeviceInfo({});
+            EXPECT_EQ(info.resultCode, RESULT_NO_SERVICE);
+            EXPECT_EQ(info.tempLevel, -1);
+            GameInfo event;
+            client_.ReportGameEvent(event);
+        }
+        EXPECT_LT(Clock::now() - begin, SOON) << "50 calls that wait 2 s each would take 100 s";
+    }
+};
+
+TEST_F(ManagerFault, WithoutAManagerThereIsNoServiceAndNothingSpins)
+{
+    const LogCapture log;
+    ExpectNoServiceAtOnce();
+    for (const LogLine& line : log.Lines()) {
+        EXPECT_EQ(line.text.find("Try load systemAbility."), std::string::npos);
+    }
+    StartManager();
+    EXPECT_TRUE(IsServedAgain());
+}
+
+TEST_F(ManagerFault, AStaleSocketIsNoManagerAndIsReplaced)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const int here = ::open(PathOf("").c_str(), O_PATH | O_CLOEXEC);
+    const std::string path = "/proc/self/fd/" + std::to_string(here) + "/manager";  // however long the path is
+    std::strcpy(address.sun_path, path.c_str());
+    const int stale = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(::bind(stale, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0) << std::strerror(errno);
+    ::close(stale);
+    ::close(here);
+    ExpectNoServiceAtOnce();
+    Child manager = Child::Start({"tavo_manager", "--abilities", PathOf("abilities")});
+    EXPECT_TRUE(IsServedAgain());
+    ::kill(manager.Pid(), SIGTERM);  // and its service with it
+    EXPECT_EQ(manager.WaitForExit(), "exit 0");
+}
+
+TEST_F(ManagerFault, FirstContactWithAHangingManagerEndsSoonAndTheNextCallsAtOnce)
+{
+    StartManager();
+    Manager().Stop();
+    const Clock::time_point begin = Clock::now();
+    const std::chrono::nanoseconds used = ProcessorTime();
+    EXPECT_EQ(client_.CallAuth("first"), RESULT_NO_SERVICE);
+    EXPECT_LT(Clock::now() - begin, SOON);
+    EXPECT_LT(ProcessorTime() - used, std::chrono::seconds(1)) << "a wait that spins";
+    ExpectNoServiceAtOnce();
+    Manager().Continue();
+    EXPECT_TRUE(IsServedAgain());
+    EXPECT_EQ(Starts(), 1);
+}
+
+TEST_F(ManagerFault, AHangingManagerHoldsUpNoCallToARunningService)
+{
+    StartManager();
+    ASSERT_EQ(client_.CallAuth("loads"), 0);
+    ASSERT_EQ(client_.CallAuth("checks"), 0);  // what a check found is remembered, and what a load found is not
+    const pid_t pid = ServicePid();
+    ASSERT_GT(pid, 0);
+    Manager().Stop();
+    const Clock::time_point begin = Clock::now();
+    std::vector<std::thread> callers;
+    for (int caller = 0; caller < 4; ++caller) {
+        callers.emplace_back([] {
+            VeltraClient client;
+            for (int call = 0; call < 50; ++call) {
+                EXPECT_EQ(client.CallAuth("cached"), 0);
+            }
+        });
+    }
+    for (std::thread& caller : callers) {
+        caller.join();
+    }
+    EXPECT_LT(Clock::now() - begin, SOON);
+
+    // Now that the service is gone as well, the manager is asked once, and then counts as absent.
+    ::kill(pid, SIGKILL);
+    EXPECT_TRUE(WaitFor([pid] { return !IsAlive(pid); }));
+    // Until the death is noticed, a call fails on its way to the dead, which has another code.
+    EXPECT_TRUE(WaitFor([this] { return client_.ReportRenderThread("a", "b", 1) == RESULT_RENDER_NO_SERVICE; }));
+    ExpectNoServiceAtOnce();
+    Manager().Continue();
+    EXPECT_TRUE(IsServedAgain());
+    EXPECT_EQ(Starts(), 2);
+}
+
+TEST_F(ManagerFault, WhileTheManagerIsDeadThereIsNoServiceAndAfterwardsTheSameOne)
+{
+    StartManager();
+    ASSERT_EQ(client_.CallAuth("first"), 0);
+    ASSERT_EQ(client_.UpdateGameInfo(1, "game.kept", 0), 0);
+    const pid_t pid = ServicePid();
+    for (int round = 0; round < 5; ++round) {
+        SCOPED_TRACE(round);
+        KillManager();
+        // Until the death is noticed, calls still reach the service.
+        EXPECT_TRUE(WaitFor([this] { return client_.CallAuth("orphan") == RESULT_NO_SERVICE; }));
+        ExpectNoServiceAtOnce();
+        StartManager();
+        EXPECT_TRUE(IsServedAgain());
+        EXPECT_EQ(ServicePid(), pid);
+        EXPECT_EQ(Starts(), 0);
+        EXPECT_EQ(client_.SyncAppType("", 0), (std::map<std::string, bool>{{"game.kept", true}}));
+    }
+}
+
+}  // namespace
+}  // namespace SystemTest

@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+// A runtime directory of its own with a manager and the service; the test process is the client.
+#ifndef VELTRA_TESTS_SYSTEM_SYSTEM_FIXTURE_H
+#define VELTRA_TESTS_SYSTEM_SYSTEM_FIXTURE_H
+
+#include <gtest/gtest.h>
+#include <sys/types.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "support/process.h"
+#include "veltra_server_client.h"
+
+namespace SystemTest {
+
+using TAVO::Veltra::VeltraClient;
+using TestSupport::Child;
+using TestSupport::Clock;
+using TestSupport::WaitFor;
+
+// Well below the 8 s that a call waits for an answer and the 10 s that it waits for a load: whoever ends within it has
+// waited for neither.
+constexpr std::chrono::seconds SOON{6};
+
+// Each test is a process of its own, so its platform first meets this directory. The manager, and with it the service,
+// ends with the test.
+class SystemFixture : public ::testing::Test {
+protected:
+    SystemFixture();
+    ~SystemFixture() override;
+
+    // What the manager starts as the service. Any process may serve it without having been started.
+    void WriteAbility(const std::string& program, const std::vector<std::string>& arguments = {});
+    // The real service, on the machine as recorded under this name.
+    void WriteRealAbility(const std::string& machine);
+
+    // Returns once its socket is there; this process has made no contact with it then.
+    void StartManager();
+    void KillManager();
+    Child& Manager() { return manager_; }
+    // A process of its own that serves in place of the real service, as test_service.cpp says; already registered.
+    Child StartTestService();
+
+    // The process that serves now, and how many this manager has started; 0 when nobody can tell.
+    pid_t ServicePid() const;
+    int Starts() const;
+    // Kills the service, and returns once the kernel has closed all that it held and the manager knows.
+    void KillService();
+    // Whether the service answers again, however many calls fail before.
+    bool IsServedAgain();
+
+    std::string PathOf(const std::string& name) const { return runtimeDir_.Path() + "/" + name; }
+
+    VeltraClient client_;
+
+private:
+    TestSupport::PrivateRuntimeDir runtimeDir_;
+    const std::string abilityPath_;
+    Child manager_;
+};
+
+// False once all its threads have ended, whoever is late to reap it.
+bool IsAlive(pid_t pid);
+
+}  // namespace SystemTest
+
+#endif

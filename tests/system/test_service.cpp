@@ -1,0 +1,190 @@
+// SPDX-License-Identifier: Apache-2.0
+// A service in place of the real one that hangs, dies and answers as its caller wants it to.
+//
+//     system_test_service serve               registers, says "serving", then does what its stdin says
+//     system_test_service second HOW FILE     the first start marks FILE and then fails by HOW; the next ones serve
+#include <signal.h>
+#include <unistd.h>
+
+#include <condition_variable>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
+
+#include "ipc/server_codes.h"
+#include "support/process.h"
+#include "tavo/ipc_object_stub.h"
+#include "tavo/ipc_threads.h"
+#include "tavo/mutex.h"
+#include "tavo/system_ability_manager_client.h"
+
+namespace {
+
+using namespace TAVO;
+using TAVO::Veltra::ServerCode;
+
+TestSupport::LinePipe& Parent()
+{
+    static auto& parent = *new TestSupport::LinePipe(STDIN_FILENO, STDOUT_FILENO);
+    return parent;
+}
+
+class TestService : public IPCObjectStub {
+public:
+    TestService() : IPCObjectStub(u"zem.game.perf.iVeltraServerInterface") {}
+
+    int OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option) override
+    {
+        switch (static_cast<ServerCode>(code)) {
+            case ServerCode::CALL_AUTH:
+                data.ReadInterfaceToken();
+                return CallAuth(data.ReadString(), reply);
+            case ServerCode::SYNC_APP_TYPE: {
+                data.ReadInterfaceToken();
+                const std::string sent = data.ReadString();
+                return SyncAppType(std::stoi(sent), data.ReadInt32(), reply);
+            }
+            case ServerCode::GET_SYSTEM_FUNCTION_STATUS:
+                data.ReadInterfaceToken();
+                return GetSystemFunctionStatus(ReadPairs(data), reply);
+            case ServerCode::GET_DEVICE_INFO:
+                data.ReadInterfaceToken();
+                data.ReadInt32();  // one detail is expected
+                data.ReadInt32();  // and its type does not matter
+                return GetDeviceInfo(ReadPairs(data), reply);
+            case ServerCode::REPORT_RENDER_THREAD:
+            case ServerCode::NOTIFY_GAME_EVENT:
+            case ServerCode::NOTIFY_APP_RESOURCE_DOWN_LOAD_RESULTS:
+            case ServerCode::UPDATE_GAME_INFO:
+                return 0;  // with an empty reply
+            default:
+                return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
+        }
+    }
+
+    void Release()
+    {
+        MutexLock lock(mutex_);
+        isReleased_ = true;
+        released_.notify_all();
+    }
+
+private:
+    static std::map<std::string, std::string> ReadPairs(MessageParcel& data)
+    {
+        std::map<std::string, std::string> pairs;
+        for (int32_t left = data.ReadInt32(); left > 0; --left) {
+            std::string key = data.ReadString();
+            pairs[std::move(key)] = data.ReadString();
+        }
+        return pairs;
+    }
+
+    // A number is the status of the request, without a reply.
+    int CallAuth(const std::string& text, MessageParcel& reply)
+    {
+        if (text == "die") {
+            ::raise(SIGKILL);
+        }
+        if (text == "hang") {
+            Hang();
+        }
+        if (text == "pid") {
+            reply.WriteInt32(::getpid());
+        } else if (!text.empty() && text.find_first_not_of("-0123456789") == std::string::npos) {
+            return std::stoi(text);
+        }
+        return 0;
+    }
+
+    static int SyncAppType(int32_t sent, int32_t announced, MessageParcel& reply)
+    {
+        reply.WriteInt32(announced);
+        for (int32_t i = 0; i < sent; ++i) {
+            reply.WriteString("app" + std::to_string(i));
+            reply.WriteBool(true);
+        }
+        return 0;
+    }
+
+    static int GetSystemFunctionStatus(const std::map<std::string, std::string>& query, MessageParcel& reply)
+    {
+        reply.WriteInt32(std::stoi(query.at("announced")));
+        for (int i = 0; i < std::stoi(query.at("sent")); ++i) {
+            reply.WriteString("function" + std::to_string(i));
+            reply.WriteString("here");
+        }
+        return 0;
+    }
+
+    // Code and text are sent as given, or left away.
+    static int GetDeviceInfo(const std::map<std::string, std::string>& wanted, MessageParcel& reply)
+    {
+        if (const auto code = wanted.find("code"); code != wanted.end()) {
+            reply.WriteInt32(std::stoi(code->second));
+        }
+        if (const auto text = wanted.find("text"); text != wanted.end()) {
+            reply.WriteString(text->second);
+        }
+        return 0;
+    }
+
+    void Hang()
+    {
+        MutexLock lock(mutex_);
+        Parent().Say("hanging");
+        lock.WaitUntil(released_, TestSupport::Clock::time_point::max(),
+                       [this]() TAVO_REQUIRES(mutex_) { return isReleased_; });
+    }
+
+    Mutex mutex_;
+    std::condition_variable released_;
+    bool isReleased_ TAVO_GUARDED_BY(mutex_) = false;
+};
+
+int Serve()
+{
+    const sptr<TestService> service(new TestService);
+    const auto manager = SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
+    if (manager == nullptr || manager->AddAbility(Veltra::VELTRA_SERVER_SA_ID, service) != ABILITY_OK) {
+        std::fprintf(stderr, "the test service cannot register\n");
+        return 3;
+    }
+    Parent().Say("serving");
+    while (const auto line = Parent().Hear(std::chrono::hours(1))) {
+        if (*line == "release") {
+            service->Release();
+        }
+        if (*line == "fork") {
+            const pid_t child = ::fork();
+            if (child == 0) {
+                ::alarm(60);  // Not for ever, whatever becomes of the test.
+                ::pause();
+            }
+            Parent().Say(std::to_string(child));
+        }
+    }
+    IpcThreads::JoinPool();  // Started by the manager: nobody speaks.
+}
+
+int FailBy(const std::string& how)
+{
+    if (how == "silence") {
+        ::pause();
+    }
+    return 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    const std::string mode = argc > 1 ? argv[1] : "";
+    if (mode == "second" && argc == 4 && !std::filesystem::exists(argv[3])) {
+        std::ofstream{argv[3]};
+        return FailBy(argv[2]);
+    }
+    return mode == "serve" || mode == "second" ? Serve() : 2;
+}
