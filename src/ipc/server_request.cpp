@@ -33,7 +33,11 @@ bool ServerRequest::Send(const sptr<IRemoteObject>& remote, const char* nullText
 
 bool ServerRequest::SendUntested(const sptr<IRemoteObject>& remote, const char* failedText, int line)
 {
-    status_ = remote != nullptr ? Transact(*remote) : static_cast<int>(IPC_DEAD_OBJECT);
+    try {
+        status_ = remote != nullptr ? Transact(*remote) : static_cast<int>(IPC_DEAD_OBJECT);
+    } catch (...) {  // no memory on the way
+        status_ = IPC_BROKEN;
+    }
     if (status_ != IPC_OK) {
         LogError(line, failedText, status_);
         return false;

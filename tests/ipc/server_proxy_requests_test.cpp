@@ -2,6 +2,7 @@
 // What each request looks like on the wire, and what becomes of one that cannot be sent.
 #include <gtest/gtest.h>
 
+#include <new>
 #include <stdexcept>
 
 #include "ipc/server_operations.h"
@@ -87,6 +88,19 @@ TEST(ServerProxyFailure, MissingRemoteAndFailedSendYieldNoService)
         const bool hasCode = operation.report != Report::EMPTY_MAP && operation.report != Report::NOTHING;
         const int32_t expected = isRenderThread ? IPC_DEAD_OBJECT : hasCode ? 1010310014 : 0;
         EXPECT_EQ(operation.call(unplugged), expected);
+    }
+}
+
+// Memory that runs out on the way is no reason to leave the caller's bookkeeping half done.
+TEST(ServerProxyFailure, RequestThatThrowsOnItsWayHasFailed)
+{
+    for (const ServerOperation& operation : ServerOperations()) {
+        SCOPED_TRACE(operation.name);
+        VeltraServerProxy proxy(
+            MakeRef<FakeRemoteObject>([](uint32_t, MessageParcel&, MessageParcel&) -> int { throw std::bad_alloc(); }));
+        const int32_t expected =
+            operation.report == Report::REPLY ? 1010310014 : ExpectedAfter(operation.report, 1010310014, IPC_BROKEN);
+        EXPECT_EQ(operation.call(proxy), expected);
     }
 }
 
