@@ -9,63 +9,10 @@
 #include "client/veltra_sa_load_callback.h"
 #include "ipc/server_operations.h"
 #include "support/log_capture.h"
+#include "support/log_lines.h"
 
 namespace TAVO::Veltra {
 namespace {
-
-const std::string PREFIX = "[%{public}s(%{public}s:%{public}d)]";
-
-struct Line {
-    int level;
-    std::string text;  // the format without the prefix
-    std::string said;  // the values in their places; empty: the text has none
-};
-
-Line Info(const char* text, const char* said = "")
-{
-    return {SCRIVO_INFO, text, said};
-}
-Line Warn(const char* text, const char* said = "")
-{
-    return {SCRIVO_WARN, text, said};
-}
-Line Error(const char* text, const char* said = "")
-{
-    return {SCRIVO_ERROR, text, said};
-}
-
-// With a status in the place of the only conversion.
-Line ErrorWith(const std::string& text, int status)
-{
-    const std::string conversion = "%{public}d";
-    std::string said = text;
-    const size_t place = said.find(conversion);
-    EXPECT_NE(place, std::string::npos);
-    return {SCRIVO_ERROR, text, said.replace(place, conversion.size(), std::to_string(status))};
-}
-
-// Runs `job` and compares all that it logs; `operations` names those that speak, the last one for the rest of the lines.
-void ExpectLines(const std::vector<std::string>& operations, const std::vector<Line>& expected,
-                 const std::function<void()>& job)
-{
-    const LogCapture log;
-    job();
-    const std::vector<LogLine> lines = log.Lines();
-    for (size_t i = 0; i < std::min(lines.size(), expected.size()); ++i) {
-        EXPECT_EQ(lines[i].type, 3);
-        EXPECT_EQ(lines[i].domain, 0xD00470Au);
-        EXPECT_EQ(lines[i].tag, "VeltraPerf");
-        EXPECT_EQ(lines[i].level, expected[i].level) << lines[i].text;
-        EXPECT_EQ(lines[i].format, PREFIX + expected[i].text);
-        const std::string begin = "[(" + operations[std::min(i, operations.size() - 1)] + ":";
-        EXPECT_EQ(lines[i].text.substr(0, begin.size()), begin);
-        const size_t numberEnd = lines[i].text.find_first_not_of("0123456789", begin.size());
-        ASSERT_NE(numberEnd, begin.size()) << lines[i].text;
-        EXPECT_EQ(lines[i].text.substr(numberEnd),
-                  ")]" + (expected[i].said.empty() ? expected[i].text : expected[i].said));
-    }
-    EXPECT_EQ(lines.size(), expected.size());
-}
 
 struct RequestTexts {
     const char* operation;
