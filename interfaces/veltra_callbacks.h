@@ -12,17 +12,20 @@
 
 namespace TAVO::Veltra {
 
-// Rules for all four. The library owns the object from the call that was given it, and destroys it when it is replaced,
-// when its subscription ends, or at once if that call failed. The operation runs on a platform thread, with all
-// signals blocked and under a lock of the library: calls of one object never overlap, and the object is not
-// destroyed while it runs. So it must not register, unregister, start or stop the same kind of subscription (that would
-// never return), and it should be quick, since the next delivery waits for it. Other operations of the library may be
-// called. Arguments live until it returns. An exception counts as a failure and goes no further.
+// Rules for all four. The library owns the object from the call that was given it. It destroys it when it is replaced,
+// when its subscription ends or when that call fails; where the service still holds the way to it, or a delivery is
+// running, as soon as that is over, on a platform thread perhaps. The operation runs on a platform thread, with all
+// signals blocked and under a lock of the library: calls of one object never overlap, and the object is not destroyed
+// while it runs. So it must not register, unregister, start or stop the same kind of subscription, and neither must a
+// destructor: for game events that would never return. It should be quick, since the next delivery waits for it. Other
+// operations of the library may be called. Arguments live until it returns. An exception counts as a failure and goes
+// no further.
 
 class VELTRA_EXPORT GameEventCallbackBase {
 public:
     virtual ~GameEventCallbackBase() = default;
-    // One game event. Every registered callback gets each event, by ascending key; a non-zero result is only logged.
+    // One game event. Every registered callback gets each event, by ascending key, one after the other; a non-zero
+    // result is only logged.
     virtual int32_t OnGameCallbackEvent(const GameCallbackEventInfo& info) = 0;
 };
 

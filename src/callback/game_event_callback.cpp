@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "callback/game_event_callback.h"
+
+#include <utility>
+
+namespace TAVO::Veltra {
+namespace {
+
+constexpr int32_t CALLBACK_THREW = -1;
+
+int32_t Deliver(GameEventCallbackBase& callback, const GameCallbackEventInfo& info)
+try {
+    return callback.OnGameCallbackEvent(info);
+} catch (...) {
+    return CALLBACK_THREW;
+}
+
+}  // namespace
+
+GameEventCallback::~GameEventCallback() = default;
+
+int32_t GameEventCallback::AddCallback(std::unique_ptr<GameEventCallbackBase> callback, int32_t key)
+{
+    MutexLock lock(mutex_);
+    if (callback == nullptr) {
+        VELTRA_LOGW("the callback from framework is nullptr");
+        return RESULT_OK;
+    }
+    callbacks_[key] = std::move(callback);
+    return RESULT_OK;
+}
+
+int32_t GameEventCallback::RemoveCallback(int32_t key)
+{
+    MutexLock lock(mutex_);
+    callbacks_.erase(key);
+    return RESULT_OK;
+}
+
+bool GameEventCallback::HasCallBacks()
+{
+    MutexLock lock(mutex_);
+    return !callbacks_.empty();
+}
+
+int32_t GameEventCallback::OnGameCallbackEvent(const GameCallbackEventInfo& info)
+{
+    VELTRA_LOGD("OnGameCallbackEvent");
+    MutexLock lock(mutex_);
+    for (const auto& [key, callback] : callbacks_) {
+        const int32_t result = Deliver(*callback, info);
+        if (result != RESULT_OK) {
+            VELTRA_LOGW("callback failed, result code = %{public}d", result);
+        }
+    }
+    return RESULT_OK;
+}
+
+}  // namespace TAVO::Veltra
