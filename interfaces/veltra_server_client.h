@@ -5,10 +5,12 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "game_scene_bundle.h"
+#include "veltra_callbacks.h"
 #include "veltra_export.h"
 #include "veltra_records.h"
 #include "veltra_result.h"
@@ -16,7 +18,7 @@
 namespace TAVO::Veltra {
 
 // Stateless: any number of instances share one connection, which is made by the first operation and made again after
-// the service died; there is nothing to open or close. Call from any thread, in any order.
+// the service died; there is nothing to open or close. Call from any thread, in any order; subscriptions take turns.
 //
 // Time: each operation may block up to 10 s while the service is loaded (callers that come meanwhile queue up behind
 // it, each with 10 s of its own), up to 2 s for a manager that does not answer, then up to 8 s for the service's
@@ -28,11 +30,50 @@ namespace TAVO::Veltra {
 // A request carries at most 64 MiB, ReportGameEvent 64 KiB; a longer one is not sent whole and fails. In a child of
 // fork() every operation reports that there is no service.
 //
-// Arguments are read during the call only; those taken by non-const reference are not changed.
+// Arguments are read during the call only; those taken by non-const reference are not changed, a GameState excepted.
+//
+// Callbacks belong to the library from the call on, when it fails too, and run on its threads: veltra_callbacks.h has
+// the rules.
 class VELTRA_EXPORT VeltraClient {
 public:
     VeltraClient() = default;
     virtual ~VeltraClient();
+
+    // Subscriptions. The library does not lock what it keeps for them: the game sees to it that no two operations on one
+    // matter (game events, GPU samples, resource information) run at the same time, those called in callbacks
+    // included; GetAppPrioritys alone keeps nothing. Without a service all return RESULT_NO_SERVICE; a request that
+    // failed on its way counts as refused.
+
+    // Delivers game events to `callback` until `key` is unregistered; the same key again replaces, and destroys, the
+    // earlier callback. Only the first key asks the service, others join without asking. RESULT_NOT_REGISTERED if the
+    // service refused. Waits for an event that is being delivered. A service that died and came again does not know of
+    // the registration: unregister every key, whatever that returns, and register again.
+    int32_t RegisterGameCallback(std::unique_ptr<GameEventCallbackBase> callback, int32_t key);
+
+    // Destroys the callback of `key`; a key that is not there counts as removed. Waits for an event that is being
+    // delivered. The last key tells the service: RESULT_NO_SERVICE then leaves the registration standing with no keys,
+    // RESULT_UNREGISTER_REFUSED ends it all the same. RESULT_NOT_REGISTERED when nothing is registered.
+    int32_t UnRegisterGameCallback(int32_t key);
+
+    // Starts the stream of GPU counter samples; `value` is the service's. One stream at a time: the one before ends,
+    // also if the service refuses the new one (RESULT_GPU_REFUSED). `callback` sees nothing that comes before this
+    // returns 0.
+    int32_t StartGetGpuPerfInfo(int32_t value, std::unique_ptr<GpuCounterCallBackBase> callback);
+
+    // Ends the stream. RESULT_GPU_REFUSED if the service refused; the callback stays then.
+    int32_t StopGetGpuPerfInfo();
+
+    // Asks about the resources of applications; the answer comes to `callback`, also before this returns. A refusal is
+    // returned as the service's own code; RESULT_NO_BUNDLE_NAMES for an empty list.
+    int32_t QueryAppResourceInfos(const std::vector<std::string>& bundleNames,
+                                  std::unique_ptr<QueryAppResourceInfoCallbackBase> callback);
+
+    // Asks for the priorities of applications; an empty list is sent as well. The answer comes to `callback`, also
+    // before this returns. RESULT_PRIORITIES_REFUSED stands for every refusal.
+    int32_t GetAppPrioritys(std::vector<std::string>& bundleNames,
+                            std::unique_ptr<GetAppPrioritysCallbackBase> callback);
+
+    // Reports and questions.
 
     // Passes a text to the service for it to decide whether this process may use it. 0: yes.
     int32_t CallAuth(const std::string& text);
@@ -61,6 +102,11 @@ public:
     // Reports how downloads of resources ended. RESULT_DOWNLOAD_RESULTS_REFUSED stands for every refusal of the service
     // and for a request that failed on its way.
     int32_t NotifyAppResourceDownLoadResults(std::vector<AppResourceDownLoadResult>& results);
+
+    // The state of the game as the service sees it, into `state`. Never starts the service: while it does not run, or
+    // no manager answers, the result is 0 with `state.state` 2 (no game) and its bundleName as it was. A request that
+    // failed on its way gives the platform's negative status.
+    int32_t QueryGameState(GameState& state);
 
     // The service's answers to named questions about system functions: at most 100 pairs. Empty when there is no
     // service.

@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "client/veltra_custom_proxy.h"
 #include "client/veltra_server_client_proxy.h"
 #include "tavo/delayed_ref_singleton.h"
 
@@ -17,6 +18,38 @@ VeltraClientProxy& Client()
 }  // namespace
 
 VeltraClient::~VeltraClient() = default;
+
+int32_t VeltraClient::RegisterGameCallback(std::unique_ptr<GameEventCallbackBase> callback, int32_t key)
+{
+    return Client().RegisterGameCallback(std::move(callback), key);
+}
+
+int32_t VeltraClient::UnRegisterGameCallback(int32_t key)
+{
+    return Client().UnRegisterGameCallback(key);
+}
+
+int32_t VeltraClient::StartGetGpuPerfInfo(int32_t value, std::unique_ptr<GpuCounterCallBackBase> callback)
+{
+    return Client().StartGetGpuPerfInfo(value, std::move(callback));
+}
+
+int32_t VeltraClient::StopGetGpuPerfInfo()
+{
+    return Client().StopGetGpuPerfInfo();
+}
+
+int32_t VeltraClient::QueryAppResourceInfos(const std::vector<std::string>& bundleNames,
+                                            std::unique_ptr<QueryAppResourceInfoCallbackBase> callback)
+{
+    return Client().QueryAppResourceInfos(bundleNames, std::move(callback));
+}
+
+int32_t VeltraClient::GetAppPrioritys(std::vector<std::string>& bundleNames,
+                                      std::unique_ptr<GetAppPrioritysCallbackBase> callback)
+{
+    return Client().GetAppPrioritys(bundleNames, std::move(callback));
+}
 
 int32_t VeltraClient::CallAuth(const std::string& text)
 {
@@ -56,6 +89,12 @@ int32_t VeltraClient::NotifyGameEvent(GameSceneBundle& bundle)
 int32_t VeltraClient::NotifyAppResourceDownLoadResults(std::vector<AppResourceDownLoadResult>& results)
 {
     return Client().NotifyAppResourceDownLoadResults(results);
+}
+
+int32_t VeltraClient::QueryGameState(GameState& state)
+{
+    // Deliberate: a proxy of its own, which never starts the service; the client proxy need not even exist.
+    return DelayedRefSingleton<VeltraCustomProxy>::GetInstance().QueryGameState(state);
 }
 
 std::map<std::string, std::string> VeltraClient::GetSystemFunctionStatus(std::map<std::string, std::string>& query)

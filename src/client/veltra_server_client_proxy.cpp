@@ -4,6 +4,9 @@
 
 #include <chrono>
 
+#include "callback/game_event_callback.h"
+#include "callback/gpu_counter_call_back.h"
+#include "callback/resource_pre_download_callback.h"
 #include "client/veltra_sa_load_callback.h"
 #include "tavo/ipc_threads.h"
 #include "tavo/system_ability_manager_client.h"
@@ -18,6 +21,7 @@ constexpr std::chrono::seconds LOAD_WAIT{10};
 
 VeltraClientProxy::VeltraClientProxy() : deathRecipient_(MakeRef<VeltraSaDeathRecipient>()) {}
 
+// Tells the service nothing. The members go in the reverse of their order: the callback objects before the rest.
 VeltraClientProxy::~VeltraClientProxy()
 {
     MutexLock lock(proxyMutex_);

@@ -5,18 +5,25 @@
 
 #include <condition_variable>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "client/veltra_sa_death_recipient.h"
 #include "ipc/iveltra_server_interface.h"
 #include "tavo/mutex.h"
+#include "veltra_callbacks.h"
 #include "veltra_export.h"
 
 namespace TAVO::Veltra {
 
-// Three ideas in a file each: the connection, the operations, the device state. Any thread. Used through
-// DelayedRefSingleton, so it lives to the end of the process; an operation throws nothing, whatever happens below it.
+class GameEventCallback;
+class GpuCounterCallBack;
+class ResourcePreDownloadCallback;
+
+// Four ideas in a file each: the connection, the operations, the subscriptions, the device state. Any thread, but
+// subscriptions one at a time. Used through DelayedRefSingleton, so it lives to the end of the process; an operation
+// throws nothing, whatever happens below it.
 class VELTRA_EXPORT VeltraClientProxy {
 public:
     VeltraClientProxy();
@@ -47,6 +54,19 @@ public:
     int32_t NotifyAppResourceDownLoadResults(std::vector<AppResourceDownLoadResult>& results);
     std::map<std::string, std::string> GetSystemFunctionStatus(std::map<std::string, std::string>& query);
 
+    // Subscriptions: the contracts of VeltraClient.
+
+    // Asks the service by the first key only, later ones join its object; the service's death changes nothing here.
+    int32_t RegisterGameCallback(std::unique_ptr<GameEventCallbackBase> callback, int32_t key);
+    // Asks the service when the last key is gone. Without a service the registration stays, with no keys.
+    int32_t UnRegisterGameCallback(int32_t key);
+    int32_t StartGetGpuPerfInfo(int32_t value, std::unique_ptr<GpuCounterCallBackBase> callback);
+    int32_t StopGetGpuPerfInfo();
+    int32_t QueryAppResourceInfos(const std::vector<std::string>& bundleNames,
+                                  std::unique_ptr<QueryAppResourceInfoCallbackBase> callback);
+    int32_t GetAppPrioritys(std::vector<std::string>& bundleNames,
+                            std::unique_ptr<GetAppPrioritysCallbackBase> callback);
+
     // Device state.
 
     GameCallbackEventInfo GetDeviceInfo(std::vector<QueryDeviceStateDetail> details);
@@ -66,6 +86,11 @@ private:
     std::condition_variable proxyCondition_;  // notified when a load succeeded with an object, or failed
     sptr<IVeltraServerInterface> serviceProxy_ TAVO_GUARDED_BY(proxyMutex_);  // null: not connected
     const sptr<VeltraSaDeathRecipient> deathRecipient_;                       // never null
+    // No lock: callers serialise subscriptions. The service holds references of its own to these objects.
+    sptr<GameEventCallback> callbackPtr_;                    // null: nothing registered
+    sptr<GpuCounterCallBack> gpuCallbackPtr_;                // null: no stream
+    sptr<ResourcePreDownloadCallback> resourceCallbackPtr_;  // of the latest QueryAppResourceInfos, null if refused
+    bool isRegistered_ = false;                              // the service has taken callbackPtr_
 };
 
 }  // namespace TAVO::Veltra

@@ -6,8 +6,10 @@
 #include <vector>
 
 #include "client/client_test.h"
+#include "client/veltra_custom_proxy.h"
 #include "client/veltra_sa_load_callback.h"
 #include "ipc/server_operations.h"
+#include "support/game_callbacks.h"
 #include "support/log_capture.h"
 #include "support/log_lines.h"
 
@@ -149,6 +151,14 @@ TEST(LogTexts, Replies)
 
 class LogTextsTest : public ClientTest {
 protected:
+    void RunAnswering(int32_t result)
+    {
+        RunService([result](uint32_t, MessageParcel&, MessageParcel& reply) {
+            reply.WriteInt32(result);
+            return 0;
+        });
+    }
+
     const Line checkFailed_ = Warn("Check systemAbility not exist and try to release veltra_server proxy.");
     const Line tryLoad_ = Info("Try load systemAbility.");
 };
@@ -200,10 +210,7 @@ TEST_F(LogTextsTest, LoadThatSucceeds)
 
 TEST_F(LogTextsTest, Operations)
 {
-    RunService([](uint32_t, MessageParcel&, MessageParcel& reply) {
-        reply.WriteInt32(5);
-        return 0;
-    });
+    RunAnswering(5);
     GameSceneBundle bundle;
     ExpectLines(
         {"NotifyGameEvent"},
@@ -228,6 +235,91 @@ TEST_F(LogTextsTest, Operations)
     });
     GameCallbackEventInfo info;
     ExpectLines({""}, {}, [&] { proxy_.AssembleDeviceStateResponse("[", info); });
+}
+
+// The service proxy says that it unregistered and stopped before it knows; the client speaks afterwards.
+TEST_F(LogTextsTest, GameEventRegistration)
+{
+    const auto callback = [] { return std::make_unique<EventFunction>([](auto&) { return 0; }); };
+    const Line unregistered = Info("UnRegisterCallBack success!");
+    RunAnswering(0);
+    ExpectLines({"UnRegisterGameCallback"}, {Warn("not register!")}, [this] { proxy_.UnRegisterGameCallback(1); });
+    ExpectLines({"RegisterGameCallback"}, {Info("register callback success!")},
+                [&] { proxy_.RegisterGameCallback(callback(), 1); });
+    ExpectLines({"RegisterGameCallback"}, {Warn("already register to SA, try to add callback list")},
+                [&] { proxy_.RegisterGameCallback(callback(), 2); });
+    ExpectLines(
+        {"RegisterGameCallback", "AddCallback"},
+        {Warn("already register to SA, try to add callback list"), Warn("the callback from framework is nullptr")},
+        [this] { proxy_.RegisterGameCallback(nullptr, 3); });
+    ExpectLines({""}, {}, [this] { proxy_.UnRegisterGameCallback(1); });
+    ExpectLines({"UnRegisterCallBack", "UnRegisterGameCallback"}, {unregistered, unregistered},
+                [this] { proxy_.UnRegisterGameCallback(2); });
+
+    proxy_.RegisterGameCallback(callback(), 1);
+    RunAnswering(9);
+    ExpectLines({"UnRegisterCallBack", "UnRegisterGameCallback"}, {unregistered, Warn("unregister failed!")},
+                [this] { proxy_.UnRegisterGameCallback(1); });
+    ExpectLines({""}, {}, [&] { proxy_.RegisterGameCallback(callback(), 1); });
+
+    RunService([&](uint32_t, MessageParcel&, MessageParcel& reply) {  // the game registers twice at once
+        RunAnswering(0);
+        proxy_.RegisterGameCallback(callback(), 2);
+        reply.WriteInt32(9);
+        return 0;
+    });
+    proxy_.RegisterGameCallback(callback(), 1);
+    ExpectLines({"UnRegisterGameCallback"}, {Warn("callbackPtr_ is nullptr!")},
+                [this] { proxy_.UnRegisterGameCallback(1); });
+}
+
+TEST_F(LogTextsTest, OtherSubscriptions)
+{
+    std::vector<std::string> names = {"app"};
+    RunAnswering(0);
+    ExpectLines({"StopGetGpuPerfInfo"}, {Info("StopGetGpuPerfInfo success!")}, [&] {
+        proxy_.StartGetGpuPerfInfo(1, nullptr);
+        proxy_.StopGetGpuPerfInfo();
+        proxy_.QueryAppResourceInfos(names, nullptr);
+        proxy_.GetAppPrioritys(names, nullptr);
+    });
+    RunAnswering(9);
+    ExpectLines({"StartGetGpuPerfInfo"},
+                {Info("serviceProxy StartGetGpuPerfInfo[%{public}d] ret!", "serviceProxy StartGetGpuPerfInfo[9] ret!")},
+                [this] { proxy_.StartGetGpuPerfInfo(1, nullptr); });
+    ExpectLines({"StopGetGpuPerfInfo"},
+                {Info("StopGetGpuPerfInfo success!"),
+                 Info("serviceProxy StopGetGpuPerfInfo[%{public}d] ret!", "serviceProxy StopGetGpuPerfInfo[9] ret!")},
+                [this] { proxy_.StopGetGpuPerfInfo(); });
+    ExpectLines(
+        {"QueryAppResourceInfos"},
+        {Error("serviceProxy QueryAppResourceInfos ret=[%{public}d]", "serviceProxy QueryAppResourceInfos ret=[9]")},
+        [&] { proxy_.QueryAppResourceInfos(names, nullptr); });
+    ExpectLines({"GetAppPrioritys"},
+                {Error("GetAppPrioritys failed! [%{public}d] ret!", "GetAppPrioritys failed! [9] ret!")},
+                [&] { proxy_.GetAppPrioritys(names, nullptr); });
+
+    FakeAbilityManager::Remove();
+    const Line noManager = Error("Get SystemAbilityManager failed.");
+    ExpectLines({"GetServiceProxy", "GetAppPrioritys"}, {noManager, Error("get veltraServerProxy failed!")},
+                [&] { proxy_.GetAppPrioritys(names, nullptr); });
+    ExpectLines({"GetServiceProxy"}, {noManager, noManager, noManager, noManager}, [&] {
+        proxy_.RegisterGameCallback(nullptr, 1);
+        proxy_.StartGetGpuPerfInfo(1, nullptr);
+        proxy_.StopGetGpuPerfInfo();
+        proxy_.QueryAppResourceInfos(names, nullptr);
+    });
+}
+
+TEST_F(LogTextsTest, GameState)
+{
+    VeltraCustomProxy custom;
+    GameState state;
+    const Line noGame = Info("No games exists.");
+    ExpectLines({"GetServiceProxy", "QueryGameState"}, {checkFailed_, noGame}, [&] { custom.QueryGameState(state); });
+    FakeAbilityManager::Remove();
+    ExpectLines({"GetServiceProxy", "QueryGameState"}, {Error("Get SystemAbilityManager failed."), noGame},
+                [&] { custom.QueryGameState(state); });
 }
 
 }  // namespace

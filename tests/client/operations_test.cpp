@@ -35,6 +35,17 @@ const ClientOperation OPERATIONS[] = {
          return client.NotifyAppResourceDownLoadResults(results);
      }},
     {"GetDeviceInfo", 13, 1010310014, 7, [](VeltraClient& client) { return client.GetDeviceInfo({}).resultCode; }},
+    {"StartGetGpuPerfInfo", 10, 1010310014, 1010310019,
+     [](VeltraClient& client) { return client.StartGetGpuPerfInfo(1, nullptr); }},
+    {"StopGetGpuPerfInfo", 11, 1010310014, 1010310019,
+     [](VeltraClient& client) { return client.StopGetGpuPerfInfo(); }},
+    {"QueryAppResourceInfos", 17, 1010310014, 7,
+     [](VeltraClient& client) { return client.QueryAppResourceInfos({"app"}, nullptr); }},
+    {"GetAppPrioritys", 15, 1010310014, 1010310024,
+     [](VeltraClient& client) {
+         std::vector<std::string> all;
+         return client.GetAppPrioritys(all, nullptr);
+     }},
     {"ReportGameEvent", 1, 0, 0,
      [](VeltraClient& client) {
          GameInfo info;

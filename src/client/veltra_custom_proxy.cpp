@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "client/veltra_custom_proxy.h"
+
+#include "tavo/system_ability_manager_client.h"
+#include "utils/veltra_log.h"
+#include "veltra_result.h"
+
+namespace TAVO::Veltra {
+namespace {
+
+constexpr int32_t STATE_NO_GAME = 2;
+
+}  // namespace
+
+VeltraCustomProxy::~VeltraCustomProxy() = default;
+
+sptr<IVeltraServerInterface> VeltraCustomProxy::GetServiceProxy()
+{
+    const sptr<ISystemAbilityManager> manager = SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
+    if (manager == nullptr) {
+        VELTRA_LOGE("Get SystemAbilityManager failed.");
+        return nullptr;
+    }
+    const sptr<IRemoteObject> running = manager->CheckAbility(VELTRA_SERVER_SA_ID);
+    if (running == nullptr) {
+        VELTRA_LOGW("Check systemAbility not exist and try to release veltra_server proxy.");
+        serviceProxy_ = nullptr;
+        return nullptr;
+    }
+    sptr<IVeltraServerInterface> service = iface_cast<IVeltraServerInterface>(running);
+    serviceProxy_ = service;
+    return service;
+}
+
+int32_t VeltraCustomProxy::QueryGameState(GameState& state)
+try {
+    const sptr<IVeltraServerInterface> service = GetServiceProxy();
+    if (service == nullptr) {
+        // Deliberate: a success. No game can be running without the service, and asking must not start it.
+        state.state = STATE_NO_GAME;
+        VELTRA_LOGI("No games exists.");
+        return RESULT_OK;
+    }
+    return service->QueryGameState(state);
+} catch (...) {
+    return RESULT_NO_SERVICE;
+}
+
+}  // namespace TAVO::Veltra

@@ -1,0 +1,334 @@
+// SPDX-License-Identifier: Apache-2.0
+// Subscriptions through the facade: what the service is asked, what becomes of refusals, who destroys which callback.
+#include <new>
+
+#include "client/client_test.h"
+#include "support/game_callbacks.h"
+#include "support/parcel_items.h"
+#include "tavo/ipc_object_stub.h"
+#include "veltra_server_client.h"
+
+namespace TAVO::Veltra {
+namespace {
+
+constexpr int32_t NO_SERVICE = 1010310014;
+constexpr int32_t NOT_REGISTERED = 1010310016;
+constexpr int32_t GPU_REFUSED = 1010310019;
+constexpr int32_t PRIORITIES_REFUSED = 1010310024;
+
+class SubscriptionsTest : public ClientTest {
+protected:
+    // Answers every request with `result`, and keeps the object that came with the last one as a real service does.
+    // `during` runs inside the request.
+    sptr<FakeRemoteObject> RunAnswering(int32_t result, std::function<void()> during = nullptr)
+    {
+        return RunService([this, result, during](uint32_t code, MessageParcel& data, MessageParcel& reply) {
+            if (sptr<IRemoteObject> object = ReadCallback(code, data); object != nullptr) {
+                kept_ = object;
+            }
+            if (during) {
+                during();
+            }
+            reply.WriteInt32(result);
+            return 0;
+        });
+    }
+
+    sptr<IRemoteObject> ReadCallback(uint32_t code, MessageParcel& data)
+    {
+        data.ReadInterfaceToken();
+        if (code == 10) {
+            sentValue_ = data.ReadInt32();
+        } else if (code == 15 || code == 17) {
+            for (int32_t names = data.ReadInt32(); names > 0; --names) {
+                sentNames_.push_back(data.ReadString());
+            }
+        }
+        return data.ReadRemoteObject();
+    }
+
+    // What the platform does with a request of the service, on this thread; the reply's result.
+    int32_t CallBack(uint32_t code, const Items& payload)
+    {
+        MessageParcel data;
+        MessageParcel reply;
+        MessageOption option;
+        data.WriteInterfaceToken(kept_->Descriptor());
+        WriteItems(data, payload);
+        const sptr<IRemoteObject> called = kept_;
+        EXPECT_EQ(dynamic_cast<IPCObjectStub&>(*called).OnRemoteRequest(code, data, reply, option), 0);
+        int32_t result = -1;
+        EXPECT_TRUE(reply.ReadInt32(result));
+        return result;
+    }
+
+    // A callback that counts itself while it lives, and its calls in `calls_`.
+    template <typename Callback>
+    std::unique_ptr<Callback> Counted(int32_t result = 0)
+    {
+        ++living_;
+        const std::shared_ptr<void> life(nullptr, [this](void*) { --living_; });
+        return std::make_unique<Callback>([this, life, result](auto&) {
+            ++calls_;
+            return result;
+        });
+    }
+
+    int32_t Register(int32_t key) { return client_.RegisterGameCallback(Counted<EventFunction>(), key); }
+    int32_t StartGpu() { return client_.StartGetGpuPerfInfo(42, Counted<GpuFunction>(3)); }
+    int32_t QueryInfos(const std::vector<std::string>& names = {"app"})
+    {
+        return client_.QueryAppResourceInfos(names, Counted<ResourceInfoFunction>(4));
+    }
+    int32_t QueryPrioritys() { return client_.GetAppPrioritys(names_, Counted<PrioritysFunction>(5)); }
+
+    VeltraClient client_;
+    std::vector<std::string> names_ = {"z", "a"};
+    int32_t sentValue_ = 0;
+    std::vector<std::string> sentNames_;
+    sptr<IRemoteObject> kept_;  // by the service
+    int living_ = 0;            // callbacks that exist
+    int calls_ = 0;             // of callbacks
+};
+
+// What is made of a service that takes the object, refuses with 9, or is not there.
+enum class Service { TAKES, REFUSES, ABSENT };
+enum class Step { REGISTER, UNREGISTER };
+
+// The whole life of a registration, each way out of each state once. `requests` are the codes the service saw.
+TEST_F(SubscriptionsTest, RegistrationGoesThroughItsStates)
+{
+    struct Row {
+        Step step;
+        int32_t key;
+        Service service;
+        int32_t result;
+        std::vector<uint32_t> requests;
+        int living;
+    };
+    const Row rows[] = {
+        {Step::UNREGISTER, 1, Service::TAKES, NOT_REGISTERED, {}, 0},
+        {Step::REGISTER, 1, Service::ABSENT, NO_SERVICE, {}, 0},
+        {Step::REGISTER, 1, Service::REFUSES, NOT_REGISTERED, {5}, 0},
+        {Step::UNREGISTER, 1, Service::TAKES, NOT_REGISTERED, {}, 0},
+        {Step::REGISTER, 1, Service::TAKES, 0, {5}, 1},
+        {Step::REGISTER, 2, Service::TAKES, 0, {}, 2},
+        {Step::REGISTER, 3, Service::ABSENT, 0, {}, 3},
+        {Step::REGISTER, 3, Service::REFUSES, 0, {}, 3},  // replaces
+        {Step::UNREGISTER, 7, Service::TAKES, 0, {}, 3},  // an unknown key
+        {Step::UNREGISTER, 1, Service::TAKES, 0, {}, 2},
+        {Step::UNREGISTER, 3, Service::ABSENT, 0, {}, 1},
+        {Step::UNREGISTER, 2, Service::ABSENT, NO_SERVICE, {}, 0},  // registered, no keys
+        {Step::REGISTER, 4, Service::TAKES, 0, {}, 1},              // joins without a request
+        {Step::UNREGISTER, 4, Service::ABSENT, NO_SERVICE, {}, 0},
+        {Step::UNREGISTER, 4, Service::TAKES, 0, {6}, 0},
+        {Step::UNREGISTER, 4, Service::TAKES, NOT_REGISTERED, {}, 0},
+        {Step::REGISTER, 5, Service::TAKES, 0, {5}, 1},
+        {Step::UNREGISTER, 5, Service::REFUSES, 1010310018, {6}, 0},
+        {Step::UNREGISTER, 5, Service::TAKES, NOT_REGISTERED, {}, 0},
+        {Step::REGISTER, 6, Service::ABSENT, NO_SERVICE, {}, 0},
+        {Step::REGISTER, 6, Service::TAKES, 0, {5}, 1},
+        {Step::UNREGISTER, 6, Service::TAKES, 0, {6}, 0},
+    };
+    for (size_t i = 0; i < std::size(rows); ++i) {
+        const Row& row = rows[i];
+        SCOPED_TRACE("row " + std::to_string(i + 1));
+        const auto service = RunAnswering(row.service == Service::REFUSES ? 9 : 0);
+        if (row.service == Service::ABSENT) {
+            manager_->SetRunning(nullptr);
+        }
+        EXPECT_EQ(row.step == Step::REGISTER ? Register(row.key) : client_.UnRegisterGameCallback(row.key), row.result);
+        std::vector<uint32_t> requests;
+        for (const FakeRemoteObject::Request& request : service->Requests()) {
+            requests.push_back(request.code);
+        }
+        EXPECT_EQ(requests, row.requests);
+        if (row.service == Service::REFUSES && !row.requests.empty()) {
+            kept_ = nullptr;  // a service that refused lets go
+        }
+        EXPECT_EQ(living_, row.living);
+    }
+}
+
+TEST_F(SubscriptionsTest, LaterKeysAreReachedThroughTheObjectOfTheFirst)
+{
+    RunAnswering(0);
+    Register(1);
+    Register(2);
+    EXPECT_EQ(CallBack(7, {}), 0);
+    EXPECT_EQ(calls_, 2);
+    client_.UnRegisterGameCallback(1);
+    CallBack(7, {});
+    EXPECT_EQ(calls_, 3);
+}
+
+// A refused end leaves an object that nobody fills again; the next registration makes one of its own.
+TEST_F(SubscriptionsTest, RefusedUnregistrationIsFollowedByAFreshObject)
+{
+    RunAnswering(0);
+    Register(1);
+    const sptr<IRemoteObject> first = kept_;
+    RunAnswering(9);
+    EXPECT_EQ(client_.UnRegisterGameCallback(1), 1010310018);
+    EXPECT_EQ(first->GetStrongCount(), 3);  // here, in kept_ and in the proxy
+    RunAnswering(0);
+    EXPECT_EQ(Register(1), 0);
+    EXPECT_TRUE(kept_ != first);
+    EXPECT_EQ(first->GetStrongCount(), 1);
+}
+
+// The death of the service leaves the registration as it is: keys come and go here, and its successor is not told.
+TEST_F(SubscriptionsTest, RegistrationOutlivesTheService)
+{
+    const auto service = RunAnswering(0);
+    proxy_.LoadSystemAbilitySuccess(service);
+    Register(1);
+    service->Die();
+    const auto successor = RunAnswering(0);
+    EXPECT_EQ(Register(2), 0);
+    EXPECT_EQ(client_.UnRegisterGameCallback(1), 0);
+    EXPECT_TRUE(successor->Requests().empty());
+    EXPECT_EQ(living_, 1);
+}
+
+// A game that does not take turns: the failure of one registration takes the object of the other away.
+TEST_F(SubscriptionsTest, RegisteredWithoutAnObjectIsReportedOnceAndMended)
+{
+    RunService([this](uint32_t, MessageParcel&, MessageParcel& reply) {
+        RunAnswering(0);
+        EXPECT_EQ(Register(2), 0);
+        kept_ = nullptr;
+        reply.WriteInt32(9);
+        return 0;
+    });
+    EXPECT_EQ(Register(1), NOT_REGISTERED);
+    EXPECT_EQ(living_, 0);
+    EXPECT_EQ(client_.UnRegisterGameCallback(2), 1010310008);
+    EXPECT_EQ(client_.UnRegisterGameCallback(2), NOT_REGISTERED);
+}
+
+TEST_F(SubscriptionsTest, RegistrationOfNoCallbackReachesTheServiceAllTheSame)
+{
+    const auto service = RunAnswering(0);
+    EXPECT_EQ(client_.RegisterGameCallback(nullptr, 1), 0);
+    EXPECT_EQ(CallBack(7, {}), 0);
+    EXPECT_EQ(client_.UnRegisterGameCallback(1), 0);
+    EXPECT_EQ(service->Requests().size(), 2u);
+}
+
+// The callback is there from the moment at which the start has succeeded, not before.
+TEST_F(SubscriptionsTest, SamplesReachTheCallbackOnceTheStreamHasStarted)
+{
+    RunAnswering(0, [this] { EXPECT_EQ(CallBack(12, {0}), 0); });
+    EXPECT_EQ(StartGpu(), 0);
+    EXPECT_EQ(sentValue_, 42);
+    EXPECT_EQ(calls_, 0);
+    EXPECT_EQ(CallBack(12, {0}), 3);
+    EXPECT_EQ(calls_, 1);
+
+    RunAnswering(9);
+    EXPECT_EQ(client_.StopGetGpuPerfInfo(), GPU_REFUSED);
+    EXPECT_EQ(CallBack(12, {0}), 3);
+
+    RunAnswering(0);
+    EXPECT_EQ(client_.StopGetGpuPerfInfo(), 0);
+    kept_ = nullptr;
+    EXPECT_EQ(living_, 0);
+}
+
+TEST_F(SubscriptionsTest, NewStreamEndsTheOneBeforeEvenIfItIsRefused)
+{
+    RunAnswering(0);
+    StartGpu();
+    for (const int32_t result : {0, 9}) {
+        RunAnswering(result, [this] { EXPECT_EQ(living_, 1); });  // the new one
+        EXPECT_EQ(StartGpu(), result == 0 ? 0 : GPU_REFUSED);
+        EXPECT_EQ(living_, result == 0 ? 1 : 0);
+        EXPECT_EQ(kept_->GetStrongCount(), result == 0 ? 2 : 1);
+    }
+}
+
+// The latest query's object is kept here as well, so that its answer finds the callback whatever the service holds.
+TEST_F(SubscriptionsTest, ResourceQueryKeepsItsObjectUntilTheNext)
+{
+    RunAnswering(0);
+    EXPECT_EQ(QueryInfos(), 0);
+    EXPECT_EQ(sentNames_, std::vector<std::string>{"app"});
+    EXPECT_EQ(CallBack(18, {0}), 4);
+    kept_ = nullptr;
+    EXPECT_EQ(living_, 1);
+    EXPECT_EQ(QueryInfos(), 0);
+    EXPECT_EQ(living_, 1);
+
+    RunAnswering(9);
+    EXPECT_EQ(QueryInfos(), 9);
+    EXPECT_EQ(kept_->GetStrongCount(), 1);
+    kept_ = nullptr;
+    EXPECT_EQ(living_, 0);
+    EXPECT_EQ(QueryInfos({}), 1010310001);
+    EXPECT_EQ(living_, 0);
+}
+
+// The priorities' object lives as long as the service wants; several queries may be under way.
+TEST_F(SubscriptionsTest, PrioritiesObjectIsTheServicesAlone)
+{
+    RunAnswering(0, [this] { EXPECT_EQ(CallBack(16, {1, std::string("now")}), 5); });
+    EXPECT_EQ(QueryPrioritys(), 0);
+    EXPECT_EQ(sentNames_, names_);
+    EXPECT_EQ(calls_, 1);
+    const sptr<IRemoteObject> first = kept_;
+    EXPECT_EQ(QueryPrioritys(), 0);
+    EXPECT_EQ(first->GetStrongCount(), 1);
+    EXPECT_EQ(living_, 2);
+    kept_ = first;
+    EXPECT_EQ(living_, 1);
+    EXPECT_EQ(CallBack(16, {0}), 5);
+
+    RunAnswering(9);
+    EXPECT_EQ(QueryPrioritys(), PRIORITIES_REFUSED);
+    EXPECT_EQ(living_, 2);  // the service has let go of the first only
+}
+
+// Nobody but the library destroys a callback that came to nothing, and not later than the call.
+TEST_F(SubscriptionsTest, CallbackOfAFailedCallIsDestroyedBeforeItReturns)
+{
+    const auto expectAll = [this](int32_t registered, int32_t started, int32_t queried, int32_t asked) {
+        EXPECT_EQ(Register(1), registered);
+        EXPECT_EQ(StartGpu(), started);
+        EXPECT_EQ(QueryInfos(), queried);
+        EXPECT_EQ(QueryPrioritys(), asked);
+        EXPECT_EQ(living_, 0);
+    };
+    expectAll(NO_SERVICE, NO_SERVICE, NO_SERVICE, NO_SERVICE);
+    manager_->SetRunning(FakeRemoteObject::FailingWith(IPC_BROKEN));
+    expectAll(NOT_REGISTERED, GPU_REFUSED, NO_SERVICE, PRIORITIES_REFUSED);
+    RunService([](uint32_t, MessageParcel&, MessageParcel&) -> int { throw std::bad_alloc(); });
+    expectAll(NOT_REGISTERED, GPU_REFUSED, NO_SERVICE, PRIORITIES_REFUSED);
+    EXPECT_EQ(client_.UnRegisterGameCallback(1), NOT_REGISTERED);
+    FakeAbilityManager::Remove();
+    expectAll(NO_SERVICE, NO_SERVICE, NO_SERVICE, NO_SERVICE);
+}
+
+TEST(SubscriptionsEnd, DestructorLetsTheObjectsGoAndTellsNobody)
+{
+    const sptr<FakeAbilityManager> manager = FakeAbilityManager::Install();
+    const auto service = MakeRef<FakeRemoteObject>();
+    manager->SetRunning(service);
+    std::vector<std::string> gone;
+    const auto noting = [&gone](const char* name) {
+        const std::shared_ptr<void> life(nullptr, [&gone, name](void*) { gone.emplace_back(name); });
+        return [life](auto&) { return 0; };
+    };
+    {
+        VeltraClientProxy proxy;
+        proxy.RegisterGameCallback(std::make_unique<EventFunction>(noting("event")), 1);
+        proxy.StartGetGpuPerfInfo(0, std::make_unique<GpuFunction>(noting("gpu")));
+        proxy.QueryAppResourceInfos({"app"}, std::make_unique<ResourceInfoFunction>(noting("resource")));
+    }
+    EXPECT_EQ(gone, (std::vector<std::string>{"resource", "gpu", "event"}));
+    EXPECT_EQ(service->Requests().size(), 3u);
+    FakeAbilityManager::Remove();
+}
+
+}  // namespace
+}  // namespace TAVO::Veltra

@@ -1,0 +1,42 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The client library exports the documented classes and no name that is not ours.
+
+Usage: exports.py NM LIBRARY
+"""
+import re
+import subprocess
+import sys
+
+OPERATIONS = """RegisterGameCallback UnRegisterGameCallback CallAuth UpdateGameInfo ReportGameEvent SyncAppType
+    ReportRenderThread StartGetGpuPerfInfo StopGetGpuPerfInfo GetDeviceInfo NotifyGameEvent QueryAppResourceInfos
+    GetAppPrioritys NotifyAppResourceDownLoadResults QueryGameState GetSystemFunctionStatus""".split()
+# What a program has to link to: one member of each class that is not inline.
+MEMBERS = [f"VeltraClient::{operation}" for operation in OPERATIONS] + """
+    VeltraClientProxy::GetServiceProxy VeltraClientProxy::RegisterGameCallback VeltraCustomProxy::QueryGameState
+    VeltraServerProxy::RegisterCallBack VeltraSaLoadCallback::OnLoadSystemAbilitySuccess
+    VeltraSaDeathRecipient::OnRemoteDied GameEventCallbackStub::OnRemoteRequest GameEventCallback::AddCallback
+    GpuCounterCallBackStub::OnRemoteRequest GpuCounterCallBack::SetProcessCallback
+    ResourcePreDownloadCallbackStub::OnRemoteRequest ResourcePreDownloadCallback::SetGetAppPrioritysCallback
+    AppResourceInfo::Unmarshalling GpuPerfInfo::Unmarshalling GameSceneBundle::Marshalling
+    JsonUtils::StringToJson""".split()
+OURS = re.compile(r"((construction )?vtable for |VTT for |typeinfo (name )?for |guard variable for |"
+                  r"(non-)?virtual thunk to )?TAVO::")
+
+
+def main():
+    nm, library = sys.argv[1:]
+    lines = subprocess.run([nm, "-DC", "--defined-only", library], check=True, capture_output=True,
+                           text=True).stdout.splitlines()
+    names = [line.split(maxsplit=2)[2] for line in lines]
+    missing = [member for member in MEMBERS if not any(f"TAVO::Veltra::{member}(" in name or
+                                                       f"TAVO::Veltra::{member}[abi" in name for name in names)]
+    strangers = [name for name in names if not OURS.match(name)]
+    for name in missing:
+        print(f"not exported: {name}")
+    for name in strangers:
+        print(f"exported, and not ours: {name}")
+    return 1 if missing or strangers else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
