@@ -9,6 +9,7 @@
 #include "callback/gpu_counter_call_back.h"
 #include "callback/resource_pre_download_callback.h"
 #include "client/veltra_server_client_proxy.h"
+#include "tavo/ipc_threads.h"
 #include "utils/veltra_log.h"
 #include "veltra_result.h"
 
@@ -18,6 +19,9 @@ namespace TAVO::Veltra {
 // heard by the new one unregisters first.
 int32_t VeltraClientProxy::RegisterGameCallback(std::unique_ptr<GameEventCallbackBase> callback, int32_t key)
 try {
+    if (IpcThreads::IsForkedChild()) {  // Before the endpoint's lock, which a thread that did not come along may hold.
+        return RESULT_NO_SERVICE;
+    }
     if (isRegistered_ && callbackPtr_ != nullptr) {
         VELTRA_LOGW("already register to SA, try to add callback list");
         return callbackPtr_->AddCallback(std::move(callback), key);
@@ -42,6 +46,9 @@ try {
 
 int32_t VeltraClientProxy::UnRegisterGameCallback(int32_t key)
 try {
+    if (IpcThreads::IsForkedChild()) {
+        return RESULT_NO_SERVICE;
+    }
     if (!isRegistered_) {
         VELTRA_LOGW("not register!");
         return RESULT_NOT_REGISTERED;

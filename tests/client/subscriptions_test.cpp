@@ -1,6 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // Subscriptions through the facade: what the service is asked, what becomes of refusals, who destroys which callback.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <future>
 #include <new>
+#include <thread>
 
 #include "client/client_test.h"
 #include "support/game_callbacks.h"
@@ -307,6 +312,34 @@ TEST_F(SubscriptionsTest, CallbackOfAFailedCallIsDestroyedBeforeItReturns)
     EXPECT_EQ(client_.UnRegisterGameCallback(1), NOT_REGISTERED);
     FakeAbilityManager::Remove();
     expectAll(NO_SERVICE, NO_SERVICE, NO_SERVICE, NO_SERVICE);
+}
+
+// An event is being delivered at the fork, by a thread that the child does not have.
+TEST_F(SubscriptionsTest, ForkedChildWaitsForNoDelivery)
+{
+    RunAnswering(0);
+    std::promise<void> entered;
+    std::promise<void> leave;
+    client_.RegisterGameCallback(std::make_unique<EventFunction>([&](auto&) {
+                                     entered.set_value();
+                                     leave.get_future().wait();
+                                     return 0;
+                                 }),
+                                 1);
+    std::thread delivery([this] { CallBack(7, {}); });
+    entered.get_future().wait();
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::alarm(20);
+        const bool isRefused =
+            client_.RegisterGameCallback(nullptr, 2) == NO_SERVICE && client_.UnRegisterGameCallback(1) == NO_SERVICE;
+        ::_exit(isRefused ? 0 : 1);
+    }
+    int status = -1;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    leave.set_value();
+    delivery.join();
 }
 
 TEST(SubscriptionsEnd, DestructorLetsTheObjectsGoAndTellsNobody)
