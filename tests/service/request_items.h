@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include <tavo/ipc_object_stub.h>
 #include <tavo/message_parcel.h>
 
 #include "ipc/iveltra_server_interface.h"
