@@ -9,6 +9,7 @@
 
 #include <tavo/mutex.h>
 
+#include "device_fields.h"
 #include "ipc/iveltra_server_interface.h"
 #include "reading_history.h"
 #include "root_files.h"
@@ -16,14 +17,6 @@
 #include "veltra_records.h"
 
 namespace TAVO::Veltra {
-
-// Meaning of QueryDeviceStateDetail::queryType; other numbers ask for nothing. "tempLevel" is always there.
-enum class QueryType : int32_t {
-    EVERYTHING = 0,
-    THERMAL = 1,  // thermalInfo, temperature
-    GPU = 2,      // gpuInfo
-    CPU = 3,      // cpuLoadPercent, cpuFrequencies
-};
 
 // Any thread, several at once. Throws std::bad_alloc only.
 class DeviceState {

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+// A JSON file that somebody wrote by hand, read strictly: every mistake is reported with the place where it stands.
+#ifndef VELTRA_SERVICE_CONFIG_NODE_H
+#define VELTRA_SERVICE_CONFIG_NODE_H
+
+#include <json/value.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace TAVO::Veltra {
+
+// The text names file and place: "warm.json: curves.tempLevel: 9 is not from 0 to 5".
+class ConfigError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// One value of the file. Everything but the tests throws ConfigError where the value is not what is asked for.
+class ConfigNode {
+public:
+    static constexpr size_t MAX_FILE_BYTES = size_t{1} << 20;  // a parsed value takes 50 times the text
+
+    static ConfigNode Load(const std::string& file);
+
+    bool IsNumber() const { return value_->isNumeric(); }
+    bool Has(const char* key) const { return value_->isObject() && value_->isMember(key); }
+
+    // Refuses keys other than these: a misspelt one must not be overlooked.
+    void ExpectKeys(std::initializer_list<const char*> keys) const;
+    ConfigNode Member(const std::string& key) const;
+    std::vector<std::pair<std::string, ConfigNode>> Members() const;
+    std::vector<ConfigNode> Items(size_t most) const;
+
+    double Number(double least, double most) const;
+    int64_t Integer(int64_t least, int64_t most) const;
+    std::string Text(size_t mostBytes) const;
+    bool Flag() const;
+
+    // The member `key`, or `other` when there is none.
+    double NumberOr(const char* key, double other, double least, double most) const;
+    int64_t IntegerOr(const char* key, int64_t other, int64_t least, int64_t most) const;
+    std::string TextOr(const char* key, const std::string& other, size_t mostBytes) const;
+
+    [[noreturn]] void Fail(const std::string& why) const;
+
+private:
+    ConfigNode(std::shared_ptr<const Json::Value> root, const Json::Value* value, std::string place)
+        : root_(std::move(root)), value_(value), place_(std::move(place))
+    {
+    }
+
+    std::shared_ptr<const Json::Value> root_;
+    const Json::Value* value_;
+    std::string place_;
+};
+
+}  // namespace TAVO::Veltra
+
+#endif
