@@ -2,142 +2,84 @@
 #include "device_state.h"
 
 #include <algorithm>
-#include <chrono>
-#include <optional>
+#include <string>
 
 #include <json/json.h>
 
-#include "cpu_probe.h"
-#include "gpu_probe.h"
 #include "service_result.h"
 
 namespace TAVO::Veltra {
 
-// A JSON object in the making, with the source of each of its values.
-class DeviceState::Document {
-public:
-    Document() : root_(Json::objectValue) {}
-
-    void Put(const char* key, const Json::Value& value, const std::string& source)
-    {
-        root_[key] = value;
-        root_["sources"][key] = source;
-    }
-    void PutInto(const char* section, const char* key, const Json::Value& value, const std::string& source)
-    {
-        root_[section][key] = value;
-        root_["sources"][key] = source;
-    }
-    void PutRemark(const char* key, const char* text) { root_[key] = text; }
-
-    std::string Text() const
-    {
-        Json::StreamWriterBuilder builder;
-        builder["indentation"] = "";
-        return Json::writeString(builder, root_);
-    }
-
-private:
-    Json::Value root_;
-};
-
 namespace {
 
-bool IsAskedFor(const std::vector<QueryDeviceStateDetail>& details, QueryType type)
+WantedState WantedBy(const std::vector<QueryDeviceStateDetail>& details)
 {
-    return details.empty() || std::any_of(details.begin(), details.end(), [type](const QueryDeviceStateDetail& detail) {
-               return detail.queryType == static_cast<int32_t>(QueryType::EVERYTHING) ||
-                      detail.queryType == static_cast<int32_t>(type);
-           });
+    const auto asksFor = [&details](QueryType type) {
+        return details.empty() || std::any_of(details.begin(), details.end(), [type](const auto& detail) {
+                   return detail.queryType == static_cast<int32_t>(QueryType::EVERYTHING) ||
+                          detail.queryType == static_cast<int32_t>(type);
+               });
+    };
+    return {asksFor(QueryType::THERMAL), asksFor(QueryType::GPU), asksFor(QueryType::CPU)};
+}
+
+std::string Document(const DeviceReading& reading, const WantedState& wanted)
+{
+    Json::Value root(Json::objectValue);
+    root["tempLevelFrom"] = reading.levelFrom;
+    for (const DeviceField& field : DeviceFields()) {
+        const auto found = reading.values.find(field.key);
+        if (found != reading.values.end() && wanted.Includes(field.type)) {
+            (field.section == nullptr ? root : root[field.section])[field.key] = found->second.value;
+            root["sources"][field.key] = found->second.source;
+        }
+    }
+    for (const auto& [policy, mhz] : reading.cpuFrequencies) {
+        root["cpuFrequencies"][policy] = mhz;
+        root["sources"]["cpuFrequencies"] = "cpufreq scaling_cur_freq";
+    }
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    return Json::writeString(builder, root);
 }
 
 }  // namespace
 
-DeviceInfoResult DeviceState::Describe(const std::vector<QueryDeviceStateDetail>& details)
+DeviceInfoResult DeviceState::Describe(const std::vector<QueryDeviceStateDetail>& details) const
 {
-    Document document;
-    if (const std::optional<Temperature> hottest = ReadHottest(files_)) {
-        document.Put("tempLevel", TemperatureLevel(*hottest), hottest->source);
-        document.PutRemark("tempLevelFrom", "sensor");
-        if (IsAskedFor(details, QueryType::THERMAL)) {
-            AddThermalInfo(document, *hottest);
-        }
-    } else if (const std::optional<Measured> pressure = ReadCpuPressure(files_)) {
-        document.Put("tempLevel", PressureLevel(pressure->value), pressure->source);
-        document.PutRemark("tempLevelFrom", "cpuPressure");
-    } else {
+    const WantedState wanted = WantedBy(details);
+    const DeviceReading reading = source_->Read(wanted);
+    if (!reading.HasLevel()) {
         return {SERVICE_NO_SENSOR, {}};
     }
-    if (IsAskedFor(details, QueryType::GPU)) {
-        AddGpuInfo(document);
+    return {0, Document(reading, wanted)};
+}
+
+GameCallbackEventInfo DeviceState::Event() const
+{
+    const DeviceReading reading = source_->Read({true, true, false});
+    GameCallbackEventInfo info;
+    for (const auto& [key, measured] : reading.values) {
+        const DeviceField* field = FindDeviceField(key);
+        if (field != nullptr && field->inEvent != nullptr) {
+            info.*field->inEvent = measured.value;
+        }
     }
-    if (IsAskedFor(details, QueryType::CPU)) {
-        AddCpuInfo(document);
-    }
-    return {0, document.Text()};
+    return info;
 }
 
 bool DeviceState::TellsLevel() const
 {
-    return ReadHottest(files_).has_value() || ReadCpuPressure(files_).has_value();
+    return source_->Read({false, false, false}).HasLevel();
 }
 
 bool DeviceState::TellsGpu() const
 {
-    return !ReadGpu(files_).IsEmpty();
-}
-
-void DeviceState::AddThermalInfo(Document& document, const Temperature& temperature)
-{
-    document.Put("temperature", static_cast<int32_t>(temperature.current / 1000), temperature.source);
-    if (const std::optional<int32_t> margin = TemperatureMargin(temperature)) {
-        document.PutInto("thermalInfo", "thermalMargin", *margin, temperature.source);
-    }
-    std::optional<int32_t> trend;
-    {
-        MutexLock lock(mutex_);
-        trend = thermalTrend_.Update(temperature.source, temperature.current, std::chrono::steady_clock::now());
-    }
-    if (trend) {
-        document.PutInto("thermalInfo", "thermalTrend", *trend, temperature.source);
-    }
-}
-
-void DeviceState::AddGpuInfo(Document& document) const
-{
-    const GpuReading gpu = ReadGpu(files_);
-    if (gpu.loadPercent) {
-        document.PutInto("gpuInfo", "gpuLoadLevel", LoadLevel(gpu.loadPercent->value), gpu.loadPercent->source);
-        document.PutInto("gpuInfo", "gpuLoadPercent", gpu.loadPercent->value, gpu.loadPercent->source);
-    }
-    if (gpu.memoryLoadPercent) {
-        document.PutInto("gpuInfo", "bandwidthLoadLevel", LoadLevel(gpu.memoryLoadPercent->value),
-                         gpu.memoryLoadPercent->source);
-    }
-    if (gpu.frequencyMhz) {
-        document.PutInto("gpuInfo", "currentFrequency", gpu.frequencyMhz->value, gpu.frequencyMhz->source);
-    }
-}
-
-void DeviceState::AddCpuInfo(Document& document)
-{
-    if (const std::optional<CpuTimes> times = ReadCpuTimes(files_)) {
-        std::optional<int32_t> percent;
-        {
-            MutexLock lock(mutex_);
-            percent = cpuLoad_.Update(*times);
-        }
-        if (percent) {
-            document.Put("cpuLoadPercent", *percent, "proc/stat");
-        }
-    }
-    Json::Value frequencies(Json::objectValue);
-    for (const auto& [policy, mhz] : ReadCpuFrequencies(files_)) {
-        frequencies[policy] = mhz;
-    }
-    if (!frequencies.empty()) {
-        document.Put("cpuFrequencies", frequencies, "cpufreq scaling_cur_freq");
-    }
+    const DeviceReading reading = source_->Read({false, true, false});
+    return std::any_of(reading.values.begin(), reading.values.end(), [](const auto& value) {
+        const DeviceField* field = FindDeviceField(value.first);
+        return field != nullptr && field->type == QueryType::GPU;
+    });
 }
 
 }  // namespace TAVO::Veltra

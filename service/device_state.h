@@ -1,19 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// The device state that GetDeviceInfo returns: what the probes found, as a JSON text.
+// The device state as clients get it: the text that GetDeviceInfo returns, the record that events carry.
 #ifndef VELTRA_SERVICE_DEVICE_STATE_H
 #define VELTRA_SERVICE_DEVICE_STATE_H
 
-#include <cstdint>
-#include <string>
+#include <memory>
+#include <utility>
 #include <vector>
-
-#include <tavo/mutex.h>
 
 #include "device_fields.h"
 #include "ipc/iveltra_server_interface.h"
-#include "reading_history.h"
-#include "root_files.h"
-#include "thermal_probe.h"
 #include "veltra_records.h"
 
 namespace TAVO::Veltra {
@@ -21,26 +16,20 @@ namespace TAVO::Veltra {
 // Any thread, several at once. Throws std::bad_alloc only.
 class DeviceState {
 public:
-    explicit DeviceState(const std::string& rootDir) : files_(rootDir) {}
+    explicit DeviceState(std::unique_ptr<DeviceSource> source) : source_(std::move(source)) {}
 
-    // Code 0 and the document, or SERVICE_NO_SENSOR. No details ask for everything. What the machine does not tell has
-    // no key; "sources" names the file or sensor behind each value.
-    DeviceInfoResult Describe(const std::vector<QueryDeviceStateDetail>& details);
+    // Code 0 and the document, or SERVICE_NO_SENSOR. No details ask for everything. What is not known has no key;
+    // "sources" names the file or sensor behind each value.
+    DeviceInfoResult Describe(const std::vector<QueryDeviceStateDetail>& details) const;
+
+    // What an event tells of the device. What is not known keeps the record's default; eventText stays empty.
+    GameCallbackEventInfo Event() const;
 
     bool TellsLevel() const;  // whether Describe would succeed now
     bool TellsGpu() const;
 
 private:
-    class Document;
-
-    void AddThermalInfo(Document& document, const Temperature& temperature);
-    void AddGpuInfo(Document& document) const;
-    void AddCpuInfo(Document& document);
-
-    const RootFiles files_;
-    Mutex mutex_;  // never held while a file is read
-    CpuLoad cpuLoad_ TAVO_GUARDED_BY(mutex_);
-    ThermalTrend thermalTrend_ TAVO_GUARDED_BY(mutex_);
+    const std::unique_ptr<DeviceSource> source_;
 };
 
 }  // namespace TAVO::Veltra

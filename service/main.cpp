@@ -7,8 +7,11 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
+#include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include <tavo/system_ability_manager_client.h>
 
@@ -90,6 +93,26 @@ std::optional<int32_t> Register(const sptr<IRemoteObject>& service, const sigset
     }
 }
 
+// Reads the files that the options name; empty, and said why, when one of them is no good.
+std::optional<ServiceSetup> SetUp(const ServiceOptions& options)
+{
+    ServiceSetup setup;
+    setup.rootDir = options.rootDir;
+    setup.speed = options.scenarioFile.empty() ? 1 : options.speed;
+    try {
+        if (!options.scenarioFile.empty()) {
+            setup.scenario = std::make_shared<Scenario>(Scenario::Load(options.scenarioFile, options.seed));
+        }
+        if (!options.catalogueFile.empty()) {
+            setup.catalogue = Catalogue::Load(options.catalogueFile);
+        }
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "veltra_server: %s\n", error.what());
+        return std::nullopt;
+    }
+    return setup;
+}
+
 int Serve(const ServiceOptions& options)
 {
     const sigset_t endSignals = EndSignals();
@@ -102,7 +125,11 @@ int Serve(const ServiceOptions& options)
         std::fprintf(stderr, "veltra_server: %s is no folder\n", options.rootDir.c_str());
         return ServiceOptions::EXIT_REFUSED;
     }
-    const sptr<VeltraService> service(new VeltraService(options.rootDir));
+    std::optional<ServiceSetup> setup = SetUp(options);
+    if (!setup) {
+        return ServiceOptions::EXIT_REFUSED;
+    }
+    const sptr<VeltraService> service(new VeltraService(std::move(*setup)));
     const std::optional<int32_t> status = Register(service->AsObject(), endSignals);
     if (!status) {
         return ServiceOptions::EXIT_DONE;

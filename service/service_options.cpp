@@ -3,19 +3,45 @@
 
 #include <getopt.h>
 
+#include <charconv>
 #include <cstdio>
+#include <cstring>
+#include <system_error>
+
+#include "service_clock.h"
 
 namespace TAVO::Veltra {
 
 namespace {
 
 constexpr char USAGE[] =
-    "usage: veltra_server [--runtime-dir DIR] [--root DIR]\n"
+    "usage: veltra_server [--runtime-dir DIR] [--root DIR] [--catalogue FILE]\n"
+    "                     [--scenario FILE [--speed N] [--seed N]]\n"
     "The game-support service. The ability manager starts it on demand; by hand it serves until SIGTERM or SIGINT.\n"
     "  --runtime-dir DIR  where the manager is found (default $TAVO_RUNTIME_DIR, else $XDG_RUNTIME_DIR/tavo)\n"
     "  --root DIR         read the machine's state from DIR/sys and DIR/proc (default /)\n"
+    "  --catalogue FILE   the applications that are known (JSON); without it queries about them are refused\n"
+    "  --scenario FILE    play a script (JSON) instead of reading the machine\n"
+    "  --speed N          of the scenario, 0.01 to 100 (default 1)\n"
+    "  --seed N           of its noise, a whole number (default 0)\n"
     "  --help, --version\n"
     "exit codes: 0 ended by a signal, 2 bad usage or no way to serve\n";
+
+// The whole of `text` as a number.
+template <typename Number>
+bool ParseNumber(const char* text, Number& number)
+{
+    const char* end = text + std::strlen(text);
+    const std::from_chars_result result = std::from_chars(text, end, number);
+    return result.ec == std::errc() && result.ptr == end;
+}
+
+std::nullopt_t Refuse(int& exitCode, const char* why, const char* what)
+{
+    std::fprintf(stderr, "veltra_server: %s '%s'\n%s", why, what, USAGE);
+    exitCode = ServiceOptions::EXIT_REFUSED;
+    return std::nullopt;
+}
 
 }  // namespace
 
@@ -24,6 +50,10 @@ std::optional<ServiceOptions> ServiceOptions::Parse(int argc, char** argv, int& 
     static const option OPTIONS[] = {
         {"runtime-dir", required_argument, nullptr, 'd'},
         {"root", required_argument, nullptr, 'r'},
+        {"catalogue", required_argument, nullptr, 'c'},
+        {"scenario", required_argument, nullptr, 's'},
+        {"speed", required_argument, nullptr, 'p'},
+        {"seed", required_argument, nullptr, 'e'},
         {"help", no_argument, nullptr, 'h'},
         {"version", no_argument, nullptr, 'v'},
         {nullptr, 0, nullptr, 0},
@@ -38,6 +68,23 @@ std::optional<ServiceOptions> ServiceOptions::Parse(int argc, char** argv, int& 
             case 'r':
                 options.rootDir = optarg;
                 break;
+            case 'c':
+                options.catalogueFile = optarg;
+                break;
+            case 's':
+                options.scenarioFile = optarg;
+                break;
+            case 'p':
+                if (!ParseNumber(optarg, options.speed) || !(options.speed >= ServiceClock::LEAST_SPEED) ||
+                    !(options.speed <= ServiceClock::MOST_SPEED)) {
+                    return Refuse(exitCode, "not a speed from 0.01 to 100:", optarg);
+                }
+                break;
+            case 'e':
+                if (!ParseNumber(optarg, options.seed)) {
+                    return Refuse(exitCode, "not a whole number:", optarg);
+                }
+                break;
             case 'h':
                 std::fputs(USAGE, stdout);
                 return std::nullopt;
@@ -51,9 +98,7 @@ std::optional<ServiceOptions> ServiceOptions::Parse(int argc, char** argv, int& 
         }
     }
     if (optind < argc) {
-        std::fprintf(stderr, "veltra_server: unexpected argument '%s'\n%s", argv[optind], USAGE);
-        exitCode = EXIT_REFUSED;
-        return std::nullopt;
+        return Refuse(exitCode, "unexpected argument", argv[optind]);
     }
     return options;
 }

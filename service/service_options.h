@@ -3,6 +3,7 @@
 #ifndef VELTRA_SERVICE_OPTIONS_H
 #define VELTRA_SERVICE_OPTIONS_H
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -11,6 +12,10 @@ namespace TAVO::Veltra {
 struct ServiceOptions {
     std::string runtimeDir;     // empty: the platform's default
     std::string rootDir = "/";  // where sys/ and proc/ are looked for
+    std::string catalogueFile;  // empty: none
+    std::string scenarioFile;   // empty: none
+    double speed = 1;           // of the scenario
+    uint64_t seed = 0;          // of the scenario
 
     static constexpr int EXIT_DONE = 0;
     static constexpr int EXIT_REFUSED = 2;  // bad usage, or no way to serve

@@ -15,8 +15,13 @@ constexpr int32_t SERVICE_NOT_SUPPORTED = 1010310102;
 constexpr int32_t SERVICE_NO_SENSOR = 1010310103;
 // The caller is not of the user that runs the service.
 constexpr int32_t SERVICE_DENIED = 1010310104;
-// No descriptor or memory was left for what the request needs. Nothing was done.
+// No descriptor, memory or thread was left for what the request needs, too many answers wait for the caller, or the
+// caller has ended. Nothing was done.
 constexpr int32_t SERVICE_NO_RESOURCES = 1010310105;
+// There is no subscription to end.
+constexpr int32_t SERVICE_NOT_SUBSCRIBED = 1010310106;
+// The machine has no GPU whose counters can be read. Nothing was kept.
+constexpr int32_t SERVICE_NO_GPU_COUNTERS = 1010310107;
 
 }  // namespace TAVO::Veltra
 

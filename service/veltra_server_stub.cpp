@@ -60,9 +60,17 @@ int VeltraServerStub::OnRemoteRequest(uint32_t code, MessageParcel& data, Messag
 
 int VeltraServerStub::Answer(const Request& request, MessageParcel& data, MessageParcel& reply)
 {
+    const int status = Perform(request, data, reply);
+    AfterReply(request.code, reply);
+    return status;
+}
+
+int VeltraServerStub::Perform(const Request& request, MessageParcel& data, MessageParcel& reply)
+{
     int32_t result = SERVICE_NO_RESOURCES;
     try {
-        result = (this->*request.handler)(data, reply);
+        const int32_t refusal = BeforeRequest(request.code);
+        result = refusal != 0 ? refusal : (this->*request.handler)(data, reply);
     } catch (...) {  // memory; handlers write nothing before their operation has returned
     }
     if (!request.leadsWithCode || reply.GetDataSize() > 0) {

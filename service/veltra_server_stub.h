@@ -21,6 +21,11 @@ public:
     // operation that ends in an exception counts as a refusal with SERVICE_NO_RESOURCES.
     int OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option) override;
 
+protected:
+    // Around each request that carries the right token. BeforeRequest gives 0, or a refusal: the request is not read.
+    virtual int32_t BeforeRequest(ServerCode) { return 0; }
+    virtual void AfterReply(ServerCode, MessageParcel&) {}
+
 private:
     // A handler returns 0, a refusal, or RESULT_BAD_PARCEL after it began its reply. The frame writes the value as the
     // code of a reply that is still empty, and returns it as the status where it is no part of the reply.
@@ -32,6 +37,7 @@ private:
     };
     static const Request* Find(uint32_t code);
     int Answer(const Request& request, MessageParcel& data, MessageParcel& reply);
+    int Perform(const Request& request, MessageParcel& data, MessageParcel& reply);
 
     int32_t HandleReportGameEvent(MessageParcel& data, MessageParcel& reply);
     int32_t HandleNotifyGameEvent(MessageParcel& data, MessageParcel& reply);

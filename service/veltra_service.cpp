@@ -4,11 +4,16 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <limits>
 #include <set>
 #include <string_view>
+#include <utility>
 
 #include <tavo/calling_peer.h>
 
+#include "callback_proxies.h"
+#include "machine_source.h"
+#include "nvml_counters.h"
 #include "service_log.h"
 #include "service_result.h"
 
@@ -21,7 +26,60 @@ const char* SupportedIf(bool isThere)
     return isThere ? "supported" : "unsupported";
 }
 
+std::unique_ptr<DeviceSource> DeviceOf(const ServiceSetup& setup, const ServiceClock& clock)
+{
+    if (setup.scenario != nullptr) {
+        return std::make_unique<ScenarioSource>(setup.scenario, clock);
+    }
+    return std::make_unique<MachineSource>(setup.rootDir);
+}
+
+std::unique_ptr<GpuCounterSource> GpuOf(const ServiceSetup& setup)
+{
+    if (setup.scenario != nullptr) {
+        return setup.scenario->Gpu() ? std::make_unique<ScenarioCounters>(*setup.scenario->Gpu()) : nullptr;
+    }
+    return setup.rootDir == "/" ? OpenNvmlCounters() : nullptr;  // another root is another machine
+}
+
 }  // namespace
+
+VeltraService::VeltraService(ServiceSetup setup)
+    : setup_(std::move(setup)),
+      clock_(setup_.speed),
+      deviceState_(DeviceOf(setup_, clock_)),
+      subscriptions_(new Subscriptions()),
+      pusher_(
+          deviceState_, [this] { return GpuCounters(); }, setup_.scenario.get(), *subscriptions_, pool_),
+      ticker_(clock_, [this](double now) { return Tick(now); })
+{
+    if (setup_.scenario != nullptr) {
+        ticker_.Wake();  // a scenario may end the process before anybody subscribes
+    }
+}
+
+double VeltraService::Tick(double now)
+{
+    const double death =
+        setup_.scenario != nullptr ? setup_.scenario->Faults().DeathTime() : std::numeric_limits<double>::infinity();
+    if (now >= death) {
+        FaultPlan::Die();
+    }
+    return std::min(pusher_.Tick(now), death);
+}
+
+int32_t VeltraService::BeforeRequest(ServerCode code)
+{
+    pool_.Heard(GetCallingPeer().session);
+    return setup_.scenario != nullptr ? setup_.scenario->Faults().Before(code, clock_) : 0;
+}
+
+void VeltraService::AfterReply(ServerCode code, MessageParcel& reply)
+{
+    if (setup_.scenario != nullptr) {
+        setup_.scenario->Faults().After(code, reply, clock_.Now());
+    }
+}
 
 int32_t VeltraService::UpdateGameInfo(int32_t first, const std::string& text, int32_t)
 {
@@ -92,10 +150,10 @@ std::map<std::string, std::string> VeltraService::GetSystemFunctionStatus(std::m
         {"deviceState", SupportedIf(deviceState_.TellsLevel())},
         {"gpuState", SupportedIf(deviceState_.TellsGpu())},
         {"gameState", SupportedIf(true)},
-        {"gameEvents", SupportedIf(false)},
-        {"gpuCounters", SupportedIf(false)},
+        {"gameEvents", SupportedIf(true)},
+        {"gpuCounters", SupportedIf(GpuCounters() != nullptr)},
         {"graphicSettings", SupportedIf(false)},
-        {"resourcePreDownload", SupportedIf(false)},
+        {"resourcePreDownload", SupportedIf(setup_.catalogue.has_value())},
     };
     if (query.empty()) {
         return all;
@@ -115,40 +173,55 @@ DeviceInfoResult VeltraService::GetDeviceInfo(std::vector<QueryDeviceStateDetail
     return deviceState_.Describe(details);
 }
 
-int32_t VeltraService::RegisterCallBack(const sptr<IGpNapiEventCallback>&)
+int32_t VeltraService::RegisterCallBack(const sptr<IGpNapiEventCallback>& callback)
 {
-    return SERVICE_NOT_SUPPORTED;
+    return Subscribe(Subject::EVENTS, callback, 0);
 }
 
 int32_t VeltraService::UnRegisterCallBack()
 {
-    return SERVICE_NOT_SUPPORTED;
+    return Unsubscribe(Subject::EVENTS);
+}
+
+int32_t VeltraService::StartGetGpuPerfInfo(int32_t value, const sptr<IGpuCounterNativeCallback>& callback)
+{
+    const GpuCounterSource* counters = GpuCounters();
+    if (counters == nullptr) {
+        return SERVICE_NO_GPU_COUNTERS;
+    }
+    return Subscribe(Subject::GPU_COUNTERS, callback, counters->Interval(value));
+}
+
+int32_t VeltraService::StopGetGpuPerfInfo()
+{
+    return Unsubscribe(Subject::GPU_COUNTERS);
+}
+
+int32_t VeltraService::QueryAppResourceInfos(const std::vector<std::string>& bundleNames,
+                                             const sptr<IResourcePreDownloadNativeCallback>& callback)
+{
+    if (!setup_.catalogue) {
+        return SERVICE_NOT_SUPPORTED;
+    }
+    return Answer(callback, [callback, infos = setup_.catalogue->Resources(bundleNames)](uint32_t) {
+        return callback->OnQueryAppResourceInfos(infos);
+    });
+}
+
+int32_t VeltraService::GetAppPrioritys(std::vector<std::string>& bundleNames,
+                                       const sptr<IResourcePreDownloadNativeCallback>& callback)
+{
+    if (!setup_.catalogue) {
+        return SERVICE_NOT_SUPPORTED;
+    }
+    return Answer(callback, [callback, names = setup_.catalogue->Priorities(bundleNames)](uint32_t) mutable {
+        return callback->OnGetAppPrioritys(names);
+    });
 }
 
 void VeltraService::RegisterCallbackForGraphic(std::string, int32_t, const sptr<IGameGraphicCallback>&)
 {
     // The stub tells the sender that nothing was kept.
-}
-
-int32_t VeltraService::StartGetGpuPerfInfo(int32_t, const sptr<IGpuCounterNativeCallback>&)
-{
-    return SERVICE_NOT_SUPPORTED;
-}
-
-int32_t VeltraService::StopGetGpuPerfInfo()
-{
-    return SERVICE_NOT_SUPPORTED;
-}
-
-int32_t VeltraService::QueryAppResourceInfos(const std::vector<std::string>&,
-                                             const sptr<IResourcePreDownloadNativeCallback>&)
-{
-    return SERVICE_NOT_SUPPORTED;
-}
-
-int32_t VeltraService::GetAppPrioritys(std::vector<std::string>&, const sptr<IResourcePreDownloadNativeCallback>&)
-{
-    return SERVICE_NOT_SUPPORTED;
 }
 
 int32_t VeltraService::ReportState(int32_t state, const std::string& bundleName)
@@ -157,6 +230,54 @@ int32_t VeltraService::ReportState(int32_t state, const std::string& bundleName)
         return SERVICE_BAD_REQUEST;
     }
     return games_.Report(GetCallingPeer(), state, bundleName) ? 0 : SERVICE_NO_RESOURCES;
+}
+
+int32_t VeltraService::Subscribe(Subject subject, const sptr<IRemoteBroker>& callback, double interval)
+{
+    if (callback == nullptr) {
+        return SERVICE_NO_RESOURCES;
+    }
+    Subscription subscription;
+    subscription.client = GetCallingPeer().session;
+    subscription.object = callback->AsObject();
+    subscription.interval = interval;
+    // Counters come after the first interval: clients set their callback once the request has returned.
+    subscription.due = clock_.Now() + interval;
+    sptr<IRemoteObject> replaced;
+    const bool isKept = subscriptions_->Add(subject, subscription, replaced);
+    if (replaced != nullptr) {
+        pool_.Drop(replaced);
+    }
+    if (isKept && !ticker_.Wake()) {
+        Unsubscribe(subject);
+        return SERVICE_NO_RESOURCES;
+    }
+    return isKept ? 0 : SERVICE_NO_RESOURCES;
+}
+
+int32_t VeltraService::Unsubscribe(Subject subject)
+{
+    const sptr<IRemoteObject> object = subscriptions_->Remove(subject, GetCallingPeer().session);
+    if (object == nullptr) {
+        return SERVICE_NOT_SUBSCRIBED;
+    }
+    pool_.Drop(object);
+    return 0;
+}
+
+int32_t VeltraService::Answer(const sptr<IRemoteBroker>& callback, DeliveryPool::Delivery delivery)
+{
+    if (callback == nullptr) {
+        return SERVICE_NO_RESOURCES;
+    }
+    const bool isKept = pool_.PushAnswer(GetCallingPeer().session, callback->AsObject(), std::move(delivery));
+    return isKept ? 0 : SERVICE_NO_RESOURCES;
+}
+
+GpuCounterSource* VeltraService::GpuCounters()
+{
+    std::call_once(gpuOpened_, [this] { gpuCounters_ = GpuOf(setup_); });
+    return gpuCounters_.get();
 }
 
 }  // namespace TAVO::Veltra

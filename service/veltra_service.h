@@ -5,21 +5,41 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "catalogue.h"
+#include "delivery_pool.h"
 #include "device_state.h"
 #include "game_table.h"
+#include "gpu_counters.h"
+#include "pusher.h"
+#include "scenario.h"
+#include "service_clock.h"
+#include "subscriptions.h"
+#include "ticker.h"
 #include "veltra_server_stub.h"
 
 namespace TAVO::Veltra {
 
-// Operations run on platform workers, several at once, and wait for nobody.
+// What a service has to go by.
+struct ServiceSetup {
+    std::string rootDir = "/";
+    std::shared_ptr<const Scenario> scenario;  // in place of the machine; may be null
+    double speed = 1;                          // of the scenario
+    std::optional<Catalogue> catalogue;
+};
+
+// Operations run on platform workers, several at once, and wait for nobody, but for the first that asks after GPU
+// counters: it loads the driver's library. What is pushed goes out on threads of the service, never from a request.
 class VeltraService final : public VeltraServerStub {
 public:
     static constexpr size_t MAX_BUNDLE_NAME_BYTES = 256;  // of a name that is kept
 
-    explicit VeltraService(const std::string& rootDir) : deviceState_(rootDir) {}
+    explicit VeltraService(ServiceSetup setup);
 
     int32_t UpdateGameInfo(int32_t first, const std::string& text, int32_t second) override;
     int32_t CallAuth(const std::string& text) override;
@@ -32,23 +52,44 @@ public:
     std::map<std::string, std::string> GetSystemFunctionStatus(std::map<std::string, std::string>& query) override;
     DeviceInfoResult GetDeviceInfo(std::vector<QueryDeviceStateDetail> details) override;
 
-    // What calls back into a client: SERVICE_NOT_SUPPORTED, and the callback is not kept.
+    // One subscription of each kind for each process, the latest replacing.
     int32_t RegisterCallBack(const sptr<IGpNapiEventCallback>& callback) override;
     int32_t UnRegisterCallBack() override;
-    void RegisterCallbackForGraphic(std::string text, int32_t value,
-                                    const sptr<IGameGraphicCallback>& callback) override;
     int32_t StartGetGpuPerfInfo(int32_t value, const sptr<IGpuCounterNativeCallback>& callback) override;
     int32_t StopGetGpuPerfInfo() override;
+
+    // The answers follow the result: to each query one, if the client takes it.
     int32_t QueryAppResourceInfos(const std::vector<std::string>& bundleNames,
                                   const sptr<IResourcePreDownloadNativeCallback>& callback) override;
     int32_t GetAppPrioritys(std::vector<std::string>& bundleNames,
                             const sptr<IResourcePreDownloadNativeCallback>& callback) override;
 
+    // Not offered: the stub refuses it.
+    void RegisterCallbackForGraphic(std::string text, int32_t value,
+                                    const sptr<IGameGraphicCallback>& callback) override;
+
+protected:
+    int32_t BeforeRequest(ServerCode code) override;
+    void AfterReply(ServerCode code, MessageParcel& reply) override;
+
 private:
     int32_t ReportState(int32_t state, const std::string& bundleName);
+    int32_t Subscribe(Subject subject, const sptr<IRemoteBroker>& callback, double interval);
+    int32_t Unsubscribe(Subject subject);
+    int32_t Answer(const sptr<IRemoteBroker>& callback, DeliveryPool::Delivery delivery);
+    GpuCounterSource* GpuCounters();
+    double Tick(double now);
 
-    DeviceState deviceState_;
+    const ServiceSetup setup_;
+    const ServiceClock clock_;
+    const DeviceState deviceState_;
     GameTable games_;
+    std::once_flag gpuOpened_;
+    std::unique_ptr<GpuCounterSource> gpuCounters_;  // null: none; set once, used by the ticker's thread
+    const sptr<Subscriptions> subscriptions_;
+    DeliveryPool pool_;
+    Pusher pusher_;
+    Ticker ticker_;  // last: its thread uses the others
 };
 
 }  // namespace TAVO::Veltra

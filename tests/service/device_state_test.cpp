@@ -2,6 +2,7 @@
 // Each machine gets the answer that its own files give, and nothing that they do not.
 #include "device_state.h"
 
+#include <memory>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -10,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <json/json.h>
 
+#include "machine_source.h"
 #include "service/scratch_root.h"
 #include "service_result.h"
 
@@ -23,6 +25,11 @@ Json::Value ParseJson(const std::string& text)
     std::istringstream stream(text);
     EXPECT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), stream, &value, &errors)) << errors << text;
     return value;
+}
+
+DeviceState StateOf(const std::string& rootDir)
+{
+    return DeviceState(std::make_unique<MachineSource>(rootDir));
 }
 
 Json::Value Describe(DeviceState& state, std::vector<int32_t> queryTypes = {})
@@ -71,7 +78,7 @@ TEST(DeviceState, RecordedMachinesGetAnswersOfTheirOwn)
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.machine);
-        DeviceState state(RecordedRoot(row.machine));
+        DeviceState state = StateOf(RecordedRoot(row.machine));
         EXPECT_EQ(Describe(state), ParseJson(row.document));
     }
 }
@@ -88,7 +95,7 @@ TEST(DeviceState, OnlyWhatIsAskedForIsAnswered)
         {{-1, 4}, {"sources", "tempLevel", "tempLevelFrom"}},
     };
     for (const auto& row : rows) {
-        DeviceState state(RecordedRoot("laptop"));
+        DeviceState state = StateOf(RecordedRoot("laptop"));
         EXPECT_EQ(Describe(state, row.queryTypes).getMemberNames(), row.keys);
     }
 }
@@ -98,7 +105,7 @@ TEST(DeviceState, AMachineThatTellsNothingGetsACodeAndNoText)
     const ScratchRoot root;
     root.Write("proc/pressure/cpu", "some avg10=nan avg60=0.00\n");
     root.Write("sys/class/thermal/thermal_zone0/temp", "255000\n");
-    DeviceState state(root.Path());
+    DeviceState state = StateOf(root.Path());
     const DeviceInfoResult info = state.Describe({});
     EXPECT_EQ(info.retCode, SERVICE_NO_SENSOR);
     EXPECT_EQ(info.result, "");
@@ -138,7 +145,7 @@ TEST(DeviceState, LevelAndMarginFollowTheTripPoints)
         root.Write(zone + "trip_point_0_temp", row.critical);
         root.Write(zone + "trip_point_3_type", "passive\n");
         root.Write(zone + "trip_point_3_temp", row.passive);
-        DeviceState state(root.Path());
+        DeviceState state = StateOf(root.Path());
         const Json::Value document = Describe(state);
         EXPECT_EQ(document["tempLevel"], row.level);
         EXPECT_EQ(document["thermalInfo"]["thermalMargin"], row.margin ? Json::Value(*row.margin) : Json::Value());
@@ -172,7 +179,7 @@ TEST(DeviceState, PressureStandsInWhereThereIsNoSensor)
         SCOPED_TRACE(row.avg10);
         const ScratchRoot root;
         root.Write("proc/pressure/cpu", std::string("some avg10=") + row.avg10 + " avg60=0.00 avg300=0.00 total=1\n");
-        DeviceState state(root.Path());
+        DeviceState state = StateOf(root.Path());
         EXPECT_EQ(state.TellsLevel(), row.level.has_value());
         if (row.level) {
             EXPECT_EQ(Describe(state)["tempLevel"], *row.level);
@@ -183,7 +190,7 @@ TEST(DeviceState, PressureStandsInWhereThereIsNoSensor)
 TEST(DeviceState, TheSecondReadingTellsCpuLoadAndTrend)
 {
     const ScratchRoot root;
-    DeviceState state(root.Path());
+    DeviceState state = StateOf(root.Path());
     root.Write("sys/class/hwmon/hwmon0/temp1_input", "50000");
     root.Write("proc/stat", "cpu  100 0 100 700 100 0 0 0 5 5\n");
     const Json::Value first = Describe(state);
@@ -206,7 +213,7 @@ TEST(DeviceState, TheSecondReadingTellsCpuLoadAndTrend)
 
 TEST(DeviceState, ManyAskAtOnce)
 {
-    DeviceState state(RecordedRoot("desktop"));
+    DeviceState state = StateOf(RecordedRoot("desktop"));
     std::vector<std::thread> askers;
     for (int i = 0; i < 4; ++i) {
         askers.emplace_back([&state] {

@@ -267,5 +267,30 @@ TEST(Scenario, TheExampleTellsItsStory)
     EXPECT_TRUE(scenario.Gpu());
 }
 
+// A wrong file or option ends the program before it serves anybody.
+TEST(VeltraServerProgram, BadFilesAndOptionsAreUsageErrors)
+{
+    const ScratchRoot root;
+    root.Write("bad.json", "{\"curves\": {\"tempLevel\": 9}}");
+    const std::string bad = root.Path() + "/bad.json";
+    const std::string good = VELTRA_SHARE "/scenarios/warm-up.json";
+    const std::vector<std::string> rows[] = {
+        {"--scenario", bad},
+        {"--scenario", root.Path() + "/missing.json"},
+        {"--catalogue", bad},
+        {"--scenario", good, "--speed", "0"},
+        {"--scenario", good, "--speed", "nan"},
+        {"--scenario", good, "--speed", "1x"},
+        {"--scenario", good, "--seed", "-1"},
+        {"--scenario", good, "--seed", ""},
+    };
+    for (const std::vector<std::string>& arguments : rows) {
+        SCOPED_TRACE(testing::PrintToString(arguments));
+        std::vector<std::string> command = {"veltra_server"};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        EXPECT_EQ(TestSupport::Child::Start(command).WaitForExit(), "exit 2");
+    }
+}
+
 }  // namespace
 }  // namespace TAVO::Veltra

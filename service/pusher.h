@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: Apache-2.0
+// Decides what subscribers are told and when: events as the device changes and by a timer, GPU counters in batches.
+#ifndef VELTRA_SERVICE_PUSHER_H
+#define VELTRA_SERVICE_PUSHER_H
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "delivery_pool.h"
+#include "device_state.h"
+#include "gpu_counters.h"
+#include "scenario.h"
+#include "subscriptions.h"
+
+namespace TAVO::Veltra {
+
+// One thread at a time: the ticker's. Sends nothing itself, the pool does.
+class Pusher {
+public:
+    static constexpr double READ_PERIOD = 1;    // seconds between looks at the device while anybody is subscribed
+    static constexpr double EVENT_PERIOD = 10;  // seconds after which a subscriber is told though nothing changed
+    static constexpr char STATE_EVENT[] = "deviceState";  // the text of such an event
+
+    // Called while somebody has subscribed to GPU counters only; null: there are none.
+    using GpuCounters = std::function<GpuCounterSource*()>;
+
+    // All that is referred to outlives the pusher; `scenario` may be null.
+    Pusher(const DeviceState& device, GpuCounters gpu, const Scenario* scenario, Subscriptions& subscriptions,
+           DeliveryPool& pool)
+        : device_(device), gpu_(std::move(gpu)), scenario_(scenario), subscriptions_(subscriptions), pool_(pool)
+    {
+    }
+
+    // Pushes what is due at `now` (seconds of service time); gives when there will be more, infinity while nobody is
+    // subscribed. Does not throw: without memory a push is left out.
+    double Tick(double now);
+
+private:
+    double TickEvents(double now);
+    double TickGpu(double now);
+    std::vector<std::string> TextsSince(double now);
+    void PushEvents(const Subscription& subscription, const std::vector<std::string>& texts);
+    void PushBatch(const Subscription& subscription, std::vector<GpuPerfInfo> batch);
+
+    const DeviceState& device_;
+    const GpuCounters gpu_;
+    const Scenario* const scenario_;
+    Subscriptions& subscriptions_;
+    DeliveryPool& pool_;
+    GameCallbackEventInfo state_;  // as last read
+    double readAgain_ = 0;         // when to read it again
+    double lastTick_ = 0;
+    bool isListening_ = false;  // somebody was subscribed to events at the last tick
+};
+
+}  // namespace TAVO::Veltra
+
+#endif

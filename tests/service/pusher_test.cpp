@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: Apache-2.0
+// Subscribers are told what changed, when it is due, and nothing else.
+#include "pusher.h"
+
+#include <limits>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "ipc/igpu_counter_native_callback.h"
+#include "machine_source.h"
+#include "scenario.h"
+#include "service/push_receiver.h"
+#include "service/scratch_root.h"
+#include "support/process.h"
+
+namespace TAVO::Veltra {
+namespace {
+
+constexpr double NEVER = std::numeric_limits<double>::infinity();
+
+std::string Event(const std::string& text, int32_t level, int32_t margin, int32_t replaced = 0)
+{
+    return Push(IGpNapiEventCallback::GetDescriptor(), {Str(text), I32(level), I32(0), I32(0), I32(0), I32(0), I32(0),
+                                                        I32(0), I32(margin), I32(0), I32(replaced)});
+}
+
+// A machine with one sensor, and what a pusher makes of it.
+class PusherTest : public testing::Test {
+protected:
+    PusherTest() { SetTemperature(60); }
+
+    void SetTemperature(int degrees)
+    {
+        root_.Write("sys/class/hwmon/hwmon0/temp1_max", "80000");
+        root_.Write("sys/class/hwmon/hwmon0/temp1_input", std::to_string(degrees) + "000");
+    }
+    void Play(const std::string& scenario)
+    {
+        root_.Write("scenario.json", scenario);
+        scenario_ = std::make_unique<Scenario>(Scenario::Load(root_.Path() + "/scenario.json", 0));
+        if (scenario_->Gpu()) {
+            gpu_ = std::make_unique<ScenarioCounters>(*scenario_->Gpu());
+        }
+        pusher_ = std::make_unique<Pusher>(
+            device_, [this] { return gpu_.get(); }, scenario_.get(), *subscriptions_, pool_);
+    }
+    void Subscribe(Subject subject, uint64_t client, const PushReceiver& receiver, double interval = 0, double due = 0)
+    {
+        sptr<IRemoteObject> replaced;
+        EXPECT_TRUE(subscriptions_->Add(subject, {client, receiver.Object(), interval, due, 0}, replaced));
+    }
+    // What the receiver has got once everything has gone out.
+    std::vector<std::string> Tick(double now, const PushReceiver& receiver)
+    {
+        pusher_->Tick(now);
+        EXPECT_TRUE(TestSupport::WaitFor([this] { return pool_.IsIdle(); }));
+        return receiver.WaitFor(0);
+    }
+
+    const ScratchRoot root_;
+    const DeviceState device_{std::make_unique<MachineSource>(root_.Path())};
+    const sptr<Subscriptions> subscriptions_{new Subscriptions()};
+    DeliveryPool pool_;
+    std::unique_ptr<Scenario> scenario_;
+    std::unique_ptr<GpuCounterSource> gpu_;
+    std::unique_ptr<Pusher> pusher_ = std::make_unique<Pusher>(
+        device_, [this] { return gpu_.get(); }, nullptr, *subscriptions_, pool_);
+};
+
+TEST_F(PusherTest, ANewSubscriberIsToldAtOnceThenWhatChangesAndByTheTimer)
+{
+    PushReceiver receiver;
+    EXPECT_EQ(pusher_->Tick(0), NEVER);
+    Subscribe(Subject::EVENTS, 1, receiver);
+    std::vector<std::string> expected = {Event("deviceState", 2, 20)};
+    EXPECT_EQ(Tick(0.5, receiver), expected);
+    EXPECT_EQ(Tick(1.5, receiver), expected) << "nothing has changed";
+    SetTemperature(75);
+    EXPECT_EQ(Tick(2.0, receiver), expected) << "the device is looked at too often";
+    EXPECT_EQ(pusher_->Tick(2.4), 2.5);
+    // The trend is new as well: the temperature has risen.
+    expected.push_back(Push(IGpNapiEventCallback::GetDescriptor(), {Str("deviceState"), I32(3), I32(0), I32(0), I32(0),
+                                                                    I32(0), I32(0), I32(0), I32(5), I32(1), I32(0)}));
+    EXPECT_EQ(Tick(2.5, receiver), expected);
+    EXPECT_EQ(Tick(12.4, receiver), expected);
+    EXPECT_EQ(Tick(12.5, receiver).size(), 3U) << "ten seconds without a word";
+    EXPECT_EQ(Tick(13, receiver).size(), 3U);
+
+    subscriptions_->Remove(Subject::EVENTS, 1);
+    EXPECT_EQ(pusher_->Tick(30), NEVER);
+    EXPECT_TRUE(pool_.IsIdle());
+}
+
+TEST_F(PusherTest, ALateSubscriberIsToldWithoutTheOthers)
+{
+    PushReceiver first;
+    PushReceiver late;
+    Subscribe(Subject::EVENTS, 1, first);
+    EXPECT_EQ(Tick(1, first).size(), 1U);
+    Subscribe(Subject::EVENTS, 2, late);
+    EXPECT_EQ(Tick(1.2, late), std::vector<std::string>{Event("deviceState", 2, 20)});
+    EXPECT_EQ(first.Count(), 1U);
+}
+
+TEST_F(PusherTest, AnUnknownDeviceIsToldAsUnknown)
+{
+    PushReceiver receiver;
+    std::filesystem::remove_all(root_.Place("sys"));
+    Subscribe(Subject::EVENTS, 1, receiver);
+    EXPECT_EQ(Tick(0, receiver),
+              std::vector<std::string>{Event("deviceState", -1, std::numeric_limits<int32_t>::min())});
+}
+
+TEST_F(PusherTest, WhatASlowSubscriberMissesIsCounted)
+{
+    PushReceiver receiver;
+    receiver.Block();
+    Subscribe(Subject::EVENTS, 1, receiver);
+    pusher_->Tick(0);
+    ASSERT_EQ(receiver.WaitFor(1).size(), 1U);
+    for (const double now : {10.0, 20.0, 30.0}) {
+        pusher_->Tick(now);
+    }
+    receiver.Unblock();
+    ASSERT_TRUE(TestSupport::WaitFor([this] { return pool_.IsIdle(); }));
+    ASSERT_EQ(receiver.Count(), 2U);
+    // The temperature has stayed for a while by then or it has not: the trend is left out of the comparison.
+    EXPECT_EQ(receiver.WaitFor(2)[1].substr(receiver.WaitFor(2)[1].size() - 4), Bytes(Items{I32(2)}));
+}
+
+TEST_F(PusherTest, ScenarioEventsReachThoseWhoListenWhenTheyHappen)
+{
+    Play(R"({"events": [{"at": 1, "text": "early"}, {"at": 7, "text": "late"}, {"at": 7.25, "text": "later"}]})");
+    PushReceiver receiver;
+    EXPECT_EQ(pusher_->Tick(0), NEVER);
+    Subscribe(Subject::EVENTS, 1, receiver);
+    const std::vector<std::string> state = {Event("deviceState", 2, 20)};
+    EXPECT_EQ(Tick(2, receiver), state) << "told what happened before it listened";
+    EXPECT_EQ(Tick(6, receiver), state);
+    EXPECT_EQ(pusher_->Tick(6.5), 7);
+    EXPECT_EQ(Tick(7, receiver).back(), Event("late", 2, 20));
+    EXPECT_EQ(Tick(7.1, receiver).size(), 2U) << "told twice";
+    EXPECT_EQ(Tick(8, receiver).back(), Event("later", 2, 20));
+}
+
+TEST_F(PusherTest, GpuBatchesComeInTheirTimeUntilTheTotalIsReached)
+{
+    Play(R"({"gpu": {"count": 3, "intervalSeconds": 0.5, "total": 5, "counters": {"powerMilliwatts": 7000}}})");
+    PushReceiver receiver(IGpuCounterNativeCallback::GetDescriptor());
+    Subscribe(Subject::GPU_COUNTERS, 1, receiver, gpu_->Interval(16), 2);
+    const auto sample = [](int64_t time, int64_t number) {
+        return Items{I32(1), I64(time), I64(number), I32(0), I32(0),    I32(0), I64(0), I64(0),     I64(0),
+                     I32(0), I32(0),    I32(0),      I32(0), I32(7000), I32(0), I32(0), I32(1 << 9)};
+    };
+    const auto batch = [](const Items& samples, int32_t count) {
+        return Push(IGpuCounterNativeCallback::GetDescriptor(), Items{I32(1), I32(count)} + samples);
+    };
+    std::vector<std::string> expected;
+    EXPECT_EQ(pusher_->Tick(1.9), 2);
+    EXPECT_TRUE(pool_.IsIdle());
+    const int64_t second = 1000000000;
+    expected.push_back(batch(sample(2 * second, 0) + sample(2 * second, 1) + sample(2 * second, 2), 3));
+    EXPECT_EQ(Tick(2, receiver), expected);
+    EXPECT_EQ(Tick(2.25, receiver), expected);
+    expected.push_back(batch(sample(3 * second, 3) + sample(3 * second, 4), 2));
+    EXPECT_EQ(Tick(3, receiver), expected);
+    EXPECT_EQ(Tick(4, receiver), expected) << "more than the total";
+}
+
+}  // namespace
+}  // namespace TAVO::Veltra
