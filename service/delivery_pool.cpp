@@ -226,6 +226,10 @@ void DeliveryPool::Silence(Client& client, const sptr<IRemoteObject>& object, ui
     client.isSilent = true;
     client.isSlow = true;
     client.blocked = object;
+    VELTRA_SERVICE_LOGI(
+        "a push timed out: connection %llu is told nothing until it calls (time-outs %llu, replaced %llu)",
+        static_cast<unsigned long long>(id), static_cast<unsigned long long>(counts_.timedOut),
+        static_cast<unsigned long long>(counts_.replaced));
     for (auto& [other, line] : lines_) {
         if (line.client == id) {
             counts_.dropped += line.waiting.size();
