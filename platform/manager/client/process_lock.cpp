@@ -20,6 +20,14 @@ struct flock WholeFile()
     return lock;
 }
 
+// Tells the lock that stands in the way, F_UNLCK when none does. False when the file cannot be looked at.
+bool Look(int dirFd, const std::string& name, struct flock& lock)
+{
+    const UniqueFd file(::openat(dirFd, name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
+    lock = WholeFile();
+    return file.IsOpen() && ::fcntl(file.Get(), F_GETLK, &lock) == 0;
+}
+
 }  // namespace
 
 bool ProcessLock::Take(int dirFd, const std::string& name)
@@ -41,12 +49,17 @@ bool ProcessLock::Take(int dirFd, const std::string& name)
 
 pid_t ProcessLock::Holder(int dirFd, const std::string& name)
 {
-    const UniqueFd file(::openat(dirFd, name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
-    struct flock lock = WholeFile();
-    if (!file.IsOpen() || ::fcntl(file.Get(), F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK) {
+    struct flock lock {};
+    if (!Look(dirFd, name, lock) || lock.l_type == F_UNLCK) {
         return NOBODY;
     }
     return lock.l_pid > 0 ? lock.l_pid : UNKNOWN_HOLDER;
+}
+
+bool ProcessLock::IsFree(int dirFd, const std::string& name)
+{
+    struct flock lock {};
+    return Look(dirFd, name, lock) && lock.l_type == F_UNLCK;
 }
 
 std::string AbilityLockName(int32_t systemAbilityId)

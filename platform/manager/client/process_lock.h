@@ -28,6 +28,9 @@ public:
     static constexpr pid_t UNKNOWN_HOLDER = -1;  // a process that has no pid here
     // Who holds the lock, not counting this process. Never call it for a lock of one's own: that would drop it.
     static pid_t Holder(int dirFd, const std::string& name);
+    // Whether it is certain that no process holds the lock: false also when the file cannot be looked at. As Holder,
+    // never for a lock of one's own.
+    static bool IsFree(int dirFd, const std::string& name);
 
 private:
     Transport::UniqueFd file_;  // open while the lock is held

@@ -57,13 +57,15 @@ AbilityRegistry::Ability* AbilityRegistry::Find(int32_t systemAbilityId)
     return found == abilities_.end() ? nullptr : &found->second;
 }
 
-// As Find, once a service whose death notice is still under way has been taken out. The lock often tells earlier than the
-// connection, so that a client that saw the end first is not given the dead service once more.
+// As Find, once a service whose death notice is still under way has been taken out, so that a client that saw the end
+// first is not given the dead service once more. A process that ends lets go of its locks first and then closes its
+// sockets one by one, the one to here perhaps last: whoever saw any of them close finds the lock free.
 AbilityRegistry::Ability* AbilityRegistry::FindLiving(int32_t systemAbilityId, Aftermath& after)
 {
     Ability* ability = Find(systemAbilityId);
     if (ability != nullptr && ability->object != nullptr &&
-        !Transport::IsStillThere(ability->object, Clock::time_point())) {
+        (!Transport::IsStillThere(ability->object, Clock::time_point()) ||
+         ProcessLock::IsFree(dir_.Fd(), AbilityLockName(systemAbilityId)))) {
         Unregister(*ability, after);
     }
     return ability;

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -72,6 +73,30 @@ TEST_F(ManagerLoad, AStartThatFailsIsToldToAllAndTriedAgain)
     EXPECT_EQ(Load(3), "failed");  // waits out the pause, then is started again
     EXPECT_EQ(startsOf3(), before + 1);
     EXPECT_EQ(Load(99), "status " + std::to_string(TAVO::ABILITY_UNKNOWN));
+}
+
+// The manager may hear of a death milliseconds after its client. It must not answer with the dead service then.
+TEST_F(ManagerLoad, AServiceThatIsStillEndingIsNotHandedOutAgain)
+{
+    class Notice : public TAVO::IRemoteObject::DeathRecipient {
+    public:
+        void OnRemoteDied(const TAVO::wptr<TAVO::IRemoteObject>&) override { died.set_value(); }
+        std::promise<void> died;
+    };
+    WriteAbility(ID, "end-slowly");
+    Child manager = StartManager();
+    Child client = StartClient();
+    const int first = PidIn(client.Ask("load 4711"));
+    ASSERT_TRUE(TestSupport::WaitFor([this] { return Started().size() == 2; }));
+    const auto object = Manager()->CheckAbility(ID);
+    ASSERT_NE(object, nullptr);
+    const TAVO::sptr<Notice> notice(new Notice);
+    ASSERT_TRUE(object->AddDeathRecipient(notice));
+    ::kill(first, SIGKILL);
+    notice->died.get_future().wait();
+    const int second = PidIn(Load(ID));
+    EXPECT_NE(second, 0);
+    EXPECT_NE(second, first);
 }
 
 TEST_F(ManagerLoad, AServiceThatRegisteredAndDiedIsGoneAndStartedAgain)

@@ -44,7 +44,9 @@ TEST_F(ProcessLockTest, OneProcessHoldsItUntilItEndsAndAskingTakesNothing)
     Child holder = StartHolder();
     EXPECT_EQ(holder.Ask("take"), "taken");
     EXPECT_EQ(ProcessLock::Holder(dir.Fd(), "7.lock"), holder.Pid());
+    EXPECT_FALSE(ProcessLock::IsFree(dir.Fd(), "7.lock"));
     EXPECT_EQ(ProcessLock::Holder(dir.Fd(), "8.lock"), ProcessLock::NOBODY);
+    EXPECT_FALSE(ProcessLock::IsFree(dir.Fd(), "8.lock")) << "what cannot be looked at is not known to be free";
 
     ProcessLock lock;
     EXPECT_FALSE(lock.Take(dir.Fd(), "7.lock"));
@@ -54,6 +56,7 @@ TEST_F(ProcessLockTest, OneProcessHoldsItUntilItEndsAndAskingTakesNothing)
     holder.Kill();
     EXPECT_EQ(holder.WaitForExit(), "signal 9");
     EXPECT_EQ(ProcessLock::Holder(dir.Fd(), "7.lock"), ProcessLock::NOBODY);
+    EXPECT_TRUE(ProcessLock::IsFree(dir.Fd(), "7.lock"));
     EXPECT_TRUE(lock.Take(dir.Fd(), "7.lock"));
 }
 

@@ -2,8 +2,11 @@
 // A service that starts well or badly. Usage: manager_test_service HOW ID; it appends its pid to the file $TEST_NOTES.
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -23,12 +26,31 @@ void NoteStart()
     ::close(notes);
 }
 
-int Serve(int id)
+// Connections made after this are closed before those made earlier when the process ends, and milliseconds apart: the
+// kernel closes the last descriptor first. Notes once more when it is so.
+void EndSlowly()
+{
+    constexpr int DESCRIPTORS = 10000;
+    struct rlimit limit {};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 4 * DESCRIPTORS);
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+    const int count = std::min<int>(DESCRIPTORS, static_cast<int>(limit.rlim_cur / 2));
+    for (int i = 0; i < count; ++i) {
+        ::eventfd(0, EFD_CLOEXEC);
+    }
+    NoteStart();
+}
+
+int Serve(int id, bool endsSlowly)
 {
     const std::string status = ManagerTest::Add(id);
     if (status != "status 0") {
         std::fprintf(stderr, "test service %d: %s\n", id, status.c_str());
         return 3;
+    }
+    if (endsSlowly) {
+        EndSlowly();
     }
     TAVO::IpcThreads::JoinPool();
 }
@@ -61,5 +83,5 @@ int main(int argc, char** argv)
     if (how == "ignore-term") {
         ::signal(SIGTERM, SIG_IGN);
     }
-    return Serve(id);
+    return Serve(id, how == "end-slowly");
 }
