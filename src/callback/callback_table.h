@@ -52,7 +52,8 @@ public:
         return found != handlers_.end() ? (stub.*found->second)(data, reply)
                                         : stub.IPCObjectStub::OnRemoteRequest(code, data, reply, option);
     } catch (...) {
-        VELTRA_LOGE("request ended in an exception, cmd = %{public}u", code);
+        // Deliberate: only debug. The status tells the service, and the callback is the game's own to watch.
+        VELTRA_LOGD("request ended in an exception, cmd = %{public}u", code);
         return IPC_EXCEPTION;
     }
 
