@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "demo_steps.h"
+
+#include <cstdio>
+
+namespace Demo {
+
+using TAVO::Veltra::VeltraClient;
+
+double MillisecondsSince(Clock::time_point start)
+{
+    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+bool Step(const char* what, int32_t result, double milliseconds)
+{
+    std::printf("  %-38s %s (%d), %.2f ms\n", what, result == 0 ? "done" : "FAILED", result, milliseconds);
+    return result == 0;
+}
+
+bool Auth(VeltraClient& client, const char* what)
+{
+    return TimedStep(what, [&client] { return client.CallAuth("demo"); });
+}
+
+bool AuthAgain(VeltraClient& client)
+{
+    constexpr double PATIENCE_MILLISECONDS = 20000;
+    const auto start = Clock::now();
+    int failed = 0;
+    while (client.CallAuth("demo") != 0) {
+        ++failed;
+        if (MillisecondsSince(start) > PATIENCE_MILLISECONDS) {
+            return Step("no call works after the kill", -1, MillisecondsSince(start));
+        }
+    }
+    std::printf("  %-38s %d\n", "calls that met the dying service", failed);
+    return Step("next call that works", 0, MillisecondsSince(start));
+}
+
+bool Pause(bool isReady)
+{
+    std::printf("%s\n", isReady ? "ready" : "failed");
+    return isReady && std::getchar() != EOF;
+}
+
+}  // namespace Demo
