@@ -82,9 +82,10 @@ const char* Explain(int32_t status)
 std::optional<int32_t> Register(const sptr<IRemoteObject>& service, const sigset_t& endSignals)
 {
     const Clock::time_point deadline = Clock::now() + MANAGER_WAIT;
-    for (;;) {
+    for (bool isFirst = true;; isFirst = false) {
+        // Never only once: a process that was suspended in its first attempt has no time left and was not refused.
         const int32_t status = TryRegister(service);
-        if (status != ABILITY_UNREACHABLE || Clock::now() >= deadline) {
+        if (status != ABILITY_UNREACHABLE || (!isFirst && Clock::now() >= deadline)) {
             return status;
         }
         if (sigtimedwait(&endSignals, nullptr, &ATTEMPT_PAUSE) > 0) {
