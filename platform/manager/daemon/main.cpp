@@ -31,7 +31,8 @@ constexpr const char* USAGE =
     "Runs in the foreground until SIGTERM or SIGINT, which also end the services that it started.\n"
     "  --runtime-dir DIR  where its socket is; default $TAVO_RUNTIME_DIR, else $XDG_RUNTIME_DIR/tavo,\n"
     "                     else /run/user/UID/tavo; made if need be, must be yours with mode 0700\n"
-    "  --abilities DIR    a folder of ability files (*.json); default " TAVO_ABILITIES_DIR "\n";
+    "  --abilities DIR    a folder of ability files (*.json); default, from the program's folder,\n"
+    "                     " TAVO_ABILITIES_DIR "\n";
 
 struct Options {
     std::string runtimeDir = Transport::RuntimeDir::DefaultPath();
@@ -80,11 +81,18 @@ int Refuse(const std::string& why)
     return EXIT_CANNOT_START;
 }
 
+// Found from where the program lies, so that an installation may be moved as a whole.
+std::filesystem::path InstalledAbilities()
+{
+    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe");
+    return (program.parent_path() / TAVO_ABILITIES_DIR).lexically_normal();
+}
+
 bool ReadAbilities(const Options& options, AbilityFiles& files, std::string& error)
 {
     std::vector<std::string> folders = options.abilityDirs;
-    if (folders.empty() && std::filesystem::exists(TAVO_ABILITIES_DIR)) {
-        folders.emplace_back(TAVO_ABILITIES_DIR);
+    if (folders.empty() && std::filesystem::exists(InstalledAbilities())) {
+        folders.push_back(InstalledAbilities().string());
     }
     for (const std::string& folder : folders) {
         if (!ReadAbilityFolder(folder, files, error)) {
