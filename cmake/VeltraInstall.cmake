@@ -3,6 +3,7 @@
 # any prefix and an installation may be moved.
 
 include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)  # for the version files
 
 # veltra_way(OUT FROM TO [PATH]): the relative path from the installed folder FROM to TO, or to PATH in TO; both are
 # names of GNUInstallDirs, such as BINDIR, or absolute.
@@ -22,4 +23,27 @@ function(veltra_install_program name)
     veltra_way(lib BINDIR LIBDIR)
     set_target_properties(${name} PROPERTIES INSTALL_RPATH "\$ORIGIN/${lib}")
     install(TARGETS ${name} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+endfunction()
+
+# veltra_install_package(PACKAGE TARGET NAME INCLUDE): the library TARGET, and what others find it by: the CMake target
+# PACKAGE::NAME and pkg-config's PACKAGE. INCLUDE is the installed folder that its users search for headers.
+function(veltra_install_package package target name include)
+    set_target_properties(${target} PROPERTIES EXPORT_NAME ${name} INSTALL_RPATH "\$ORIGIN")
+    target_compile_features(${target} INTERFACE cxx_std_17)
+    add_library(${package}::${name} ALIAS ${target})  # the same name for those who use the source tree
+    install(TARGETS ${target} EXPORT ${package}
+        LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" INCLUDES DESTINATION "${include}")
+
+    set(folder "${CMAKE_INSTALL_LIBDIR}/cmake/${package}")
+    set(made "${CMAKE_CURRENT_BINARY_DIR}/package")
+    install(EXPORT ${package} FILE ${package}-targets.cmake NAMESPACE ${package}:: DESTINATION "${folder}")
+    configure_file("${PROJECT_SOURCE_DIR}/cmake/${package}-config.cmake.in" "${made}/${package}-config.cmake" @ONLY)
+    # Before 1.0 any minor version may break its users.
+    write_basic_package_version_file("${made}/${package}-config-version.cmake" COMPATIBILITY SameMinorVersion)
+    install(FILES "${made}/${package}-config.cmake" "${made}/${package}-config-version.cmake" DESTINATION "${folder}")
+
+    cmake_path(ABSOLUTE_PATH include BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}")
+    veltra_way(wayToInclude "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${include}")
+    configure_file("${PROJECT_SOURCE_DIR}/cmake/${package}.pc.in" "${made}/${package}.pc" @ONLY)
+    install(FILES "${made}/${package}.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 endfunction()
