@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <optional>
 #include <utility>
 
 #include "base/forked_child.h"
@@ -12,6 +13,7 @@
 #include "tavo/calling_peer.h"
 #include "transport/core.h"
 #include "transport/object_gate.h"
+#include "transport/outgoing_call.h"
 
 namespace TAVO {
 namespace {
@@ -34,8 +36,7 @@ struct LocalRequest {
     void Run()
     {
         const CallingPeer self = {::getpid(), ::geteuid(), 0};
-        status = Transport::Dispatch(*target, self, code, data, reply, option);
-        Transport::LeaveGate(*target);
+        status = Transport::DispatchInGate(*target, self, code, data, reply, option);
         MutexLock lock(mutex);
         isDone = true;
         done.notify_all();
@@ -74,6 +75,10 @@ int IPCObjectStub::SendRequest(uint32_t code, MessageParcel& data, MessageParcel
         return IPC_UNAVAILABLE;
     }
     const auto deadline = Clock::now() + std::chrono::seconds(std::max(option.GetWaitTime(), 1));
+    std::optional<Transport::OutgoingCall> outgoing;
+    if (!option.IsOneWay() && !outgoing.emplace().IsAllowed()) {
+        return IPC_NO_RESOURCES;
+    }
     const auto request = std::make_shared<LocalRequest>();
     request->target = this;
     request->code = code;

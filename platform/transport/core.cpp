@@ -17,6 +17,7 @@
 
 #include "base/forked_child.h"
 #include "transport/object_gate.h"
+#include "transport/outgoing_call.h"
 #include "transport/threads.h"
 
 namespace TAVO::Transport {
@@ -250,6 +251,18 @@ int Dispatch(IPCObjectStub& target, const CallingPeer& peer, uint32_t code, Mess
         WarnLimited("a request handler threw", "no std::exception");
     }
     return IPC_EXCEPTION;
+}
+
+int DispatchInGate(IPCObjectStub& target, const CallingPeer& peer, uint32_t code, MessageParcel& data,
+                   MessageParcel& reply, MessageOption& option)
+{
+    int status = IPC_OK;
+    {
+        const HandlerScope scope(Core::GateOf(target));
+        status = Dispatch(target, peer, code, data, reply, option);
+    }
+    LeaveGate(target);
+    return status;
 }
 
 void LeaveGate(IPCObjectStub& target)

@@ -92,6 +92,9 @@ private:
 // Runs a handler for a request of `peer`; an exception becomes IPC_EXCEPTION.
 int Dispatch(IPCObjectStub& target, const CallingPeer& peer, uint32_t code, MessageParcel& data, MessageParcel& reply,
              MessageOption& option);
+// The same for a request that has entered the object's gate, which it leaves.
+int DispatchInGate(IPCObjectStub& target, const CallingPeer& peer, uint32_t code, MessageParcel& data,
+                   MessageParcel& reply, MessageOption& option);
 // Ends a request that had entered the object's gate; one that waited goes to a worker.
 void LeaveGate(IPCObjectStub& target);
 

@@ -243,11 +243,9 @@ InLane::Next InLane::Run(Request& request)
 {
     MessageParcel reply;
     MessageOption option(IsCallLane() ? MessageOption::FLAG_SYNC : MessageOption::FLAG_ONE_WAY);
+    const auto dispatch = kind_ == ConnectionKind::NOTICE_LANE ? Dispatch : DispatchInGate;
     const int status =
-        Dispatch(*request.target, session_->Identity(), request.header.codeOrStatus, request.data, reply, option);
-    if (kind_ != ConnectionKind::NOTICE_LANE) {
-        LeaveGate(*request.target);
-    }
+        dispatch(*request.target, session_->Identity(), request.header.codeOrStatus, request.data, reply, option);
     return IsCallLane() ? Reply(request.header.number, status, reply) : Next::GO_ON;
 }
 

@@ -33,13 +33,22 @@ public:
     std::function<void()> Leave()
     {
         MutexLock lock(mutex_);
-        if (waiting_.empty()) {
-            --running_;
+        --running_;
+        if (waiting_.empty() || running_ >= limit_) {
             return nullptr;
         }
+        ++running_;
         std::function<void()> next = std::move(waiting_.front());
         waiting_.pop_front();
         return next;
+    }
+    // A request waits for an answer to a call of its own and leaves its place, except where one at a time was asked
+    // for. It comes back without waiting, so that more than the limit may run for a while.
+    std::function<void()> StepOut() { return limit_ == 1 ? nullptr : Leave(); }
+    void StepBack()
+    {
+        MutexLock lock(mutex_);
+        running_ += limit_ == 1 ? 0 : 1;
     }
 
     // The object's name in this process, drawn at its first export; guarded by the table of exported objects.

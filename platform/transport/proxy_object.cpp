@@ -7,34 +7,10 @@
 
 #include "base/forked_child.h"
 #include "transport/core.h"
+#include "transport/outgoing_call.h"
 #include "transport/threads.h"
 
 namespace TAVO::Transport {
-namespace {
-
-// A worker that waits for another process is replaced by another worker meanwhile.
-class OutgoingScope {
-public:
-    OutgoingScope() : isWorker_(CurrentRole() == ThreadRole::WORKER)
-    {
-        allowed_ = !isWorker_ || Core::Get().Workers().BeginOutgoing();
-    }
-    ~OutgoingScope()
-    {
-        if (isWorker_ && allowed_) {
-            Core::Get().Workers().EndOutgoing();
-        }
-    }
-    OutgoingScope(const OutgoingScope&) = delete;
-    OutgoingScope& operator=(const OutgoingScope&) = delete;
-    bool IsAllowed() const { return allowed_; }
-
-private:
-    const bool isWorker_;
-    bool allowed_;
-};
-
-}  // namespace
 
 ProxyObject::ProxyObject(std::shared_ptr<Session> session, uint64_t serial, std::u16string descriptor, Life life)
     : session_(std::move(session)), serial_(serial), descriptor_(std::move(descriptor)), life_(life)
@@ -55,7 +31,7 @@ int ProxyObject::SendRequest(uint32_t code, MessageParcel& data, MessageParcel& 
     if (option.IsOneWay()) {
         return SendOneWay(ConnectionKind::ONE_WAY_LANE, code, data, deadline);
     }
-    OutgoingScope outgoing;
+    const OutgoingCall outgoing;
     if (!outgoing.IsAllowed()) {
         return IPC_NO_RESOURCES;
     }

@@ -19,7 +19,8 @@ class ObjectGate;
 }  // namespace Transport
 
 // Lives as long as anybody here or elsewhere holds a reference. Its requests run on platform workers, several at once
-// (at most 12, or one at a time with `serialInvoke`); further ones wait without a thread.
+// (at most 12, or one at a time with `serialInvoke`); further ones wait without a thread. Unless they run one at a
+// time, those that wait for the answer to a call of their own are not counted: whom they call may call the object back.
 class TAVO_EXPORT IPCObjectStub : public IRemoteObject {
 public:
     // Request codes of the platform, answered by OnRemoteRequest below for every object.

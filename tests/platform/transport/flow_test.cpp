@@ -1,50 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
-// How requests run side by side: order, nesting, one at a time, twelve at once, large ones, and none left behind.
+// How requests run side by side: order, one at a time, twelve at once, large ones, and none left behind.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <numeric>
 #include <thread>
 
-#include "platform/transport/test_object.h"
-#include "transport/transport.h"
+#include "platform/transport/peer_fixture.h"
 
 namespace TransportTest {
 namespace {
 
 using TestSupport::Child;
-using TestSupport::PrivateRuntimeDir;
 using TestSupport::WaitFor;
 
-std::vector<int32_t> Counting(int32_t from, int32_t count)
-{
-    std::vector<int32_t> numbers(static_cast<size_t>(count));
-    std::iota(numbers.begin(), numbers.end(), from);
-    return numbers;
-}
-
-// This process is the hub and calls the peer.
-class Flow : public ::testing::Test {
+class Flow : public PeerFixture {
 protected:
-    void SetUp() override
-    {
-        root_ = ServeAsHub();
-        peer_ = StartPeer("peer");
-        object_ = World::Get().Kept("peer");
-    }
-
-    std::vector<int32_t> NotesThere()
-    {
-        Call call(object_, TestCode::NOTES);
-        EXPECT_EQ(call.Send(), TAVO::IPC_OK);
-        std::vector<int32_t> notes;
-        for (int32_t note = 0; call.reply.ReadInt32(note);) {
-            notes.push_back(note);
-        }
-        return notes;
-    }
-
     // Starts `count` threads that call `code` of `target`; the statuses are there after Join.
     void CallOften(int count, const sptr<IRemoteObject>& target, TestCode code)
     {
@@ -64,10 +35,6 @@ protected:
         callers_.clear();
     }
 
-    PrivateRuntimeDir dir_;
-    sptr<TestObject> root_;
-    Child peer_;
-    sptr<IRemoteObject> object_;
     std::vector<std::thread> callers_;
     std::atomic<int> succeeded_{0};
 };
@@ -123,27 +90,6 @@ TEST_F(Flow, OneWayRequestsOfADeadSenderStillRun)
     World::Get().OpenGate();
     EXPECT_TRUE(WaitFor([] { return World::Get().Notes().size() >= COUNT; }));
     EXPECT_EQ(World::Get().Notes(), Counting(0, COUNT));
-}
-
-TEST_F(Flow, CallsNestFourDeepFromSixteenThreads)
-{
-    constexpr int THREADS = 16;
-    constexpr int32_t DEPTH = 4;
-    std::vector<std::thread> threads;
-    std::atomic<int> right{0};
-    for (int thread = 0; thread < THREADS; ++thread) {
-        threads.emplace_back([this, &right] {
-            const sptr<TestObject> ours = TAVO::MakeRef<TestObject>();
-            const sptr<IRemoteObject> theirs = MakeIn(object_);
-            for (int round = 0; round < 10; ++round) {
-                right += Call(theirs, TestCode::NEST).Int(DEPTH).Object(ours).SendForInt() == DEPTH;
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(right, THREADS * 10);
 }
 
 TEST_F(Flow, ASerialObjectHandlesOneRequestAtATime)
