@@ -3,7 +3,6 @@
 #include "transport/control_thread.h"
 
 #include <sys/epoll.h>
-#include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
 
@@ -32,29 +31,27 @@ constexpr seconds IDLE_SWEEP_PERIOD{2};
 
 }  // namespace
 
-ControlThread::ControlThread()
-    : epoll_(::epoll_create1(EPOLL_CLOEXEC)), jobsReady_(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
-{
-    epoll_event event{};
-    event.events = EPOLLIN;
-    event.data.ptr = nullptr;  // null: jobs
-    ::epoll_ctl(epoll_.Get(), EPOLL_CTL_ADD, jobsReady_.Get(), &event);
-}
-
+ControlThread::ControlThread() = default;
 ControlThread::~ControlThread() = default;
+
+bool ControlThread::Start()
+{
+    // The others' too, before there is any connection: a request or a death must not find that no descriptor is left.
+    isRunning_ = isRunning_ || (wait_.Open() && Core::Get().Workers().Open() && Core::Get().Delivery().Open() &&
+                                StartThread(ThreadRole::CONTROL, "tavo-control", [this] { Run(); }));
+    return isRunning_;
+}
 
 bool ControlThread::Post(std::function<void()> job)
 {
     {
         MutexLock lock(mutex_);
-        isRunning_ = isRunning_ || StartThread(ThreadRole::CONTROL, "tavo-control", [this] { Run(); });
-        if (!isRunning_) {
+        if (!Start()) {
             return false;
         }
         jobs_.push_back(std::move(job));
     }
-    const uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = ::write(jobsReady_.Get(), &one, sizeof(one));
+    wait_.Signal();
     return true;
 }
 
@@ -132,20 +129,20 @@ void ControlThread::AddPoll(int fd, uint32_t events, Pollable* pollable)
     event.events = events;
     event.data.ptr = pollable;
     polled_.insert(pollable);
-    ::epoll_ctl(epoll_.Get(), EPOLL_CTL_ADD, fd, &event);
+    ::epoll_ctl(wait_.Epoll(), EPOLL_CTL_ADD, fd, &event);
 }
 
 void ControlThread::RemovePoll(int fd, Pollable* pollable)
 {
     polled_.erase(pollable);
-    ::epoll_ctl(epoll_.Get(), EPOLL_CTL_DEL, fd, nullptr);
+    ::epoll_ctl(wait_.Epoll(), EPOLL_CTL_DEL, fd, nullptr);
 }
 
 void ControlThread::Run()
 {
     epoll_event events[EVENTS_PER_TURN];
     for (;;) {
-        const int ready = ::epoll_wait(epoll_.Get(), events, EVENTS_PER_TURN, TickMilliseconds());
+        const int ready = ::epoll_wait(wait_.Epoll(), events, EVENTS_PER_TURN, TickMilliseconds());
         for (int i = 0; i < ready; ++i) {
             auto* const pollable = static_cast<Pollable*>(events[i].data.ptr);
             if (pollable == nullptr) {
@@ -161,8 +158,7 @@ void ControlThread::Run()
 
 void ControlThread::RunJobs()
 {
-    uint64_t units = 0;
-    [[maybe_unused]] const ssize_t got = ::read(jobsReady_.Get(), &units, sizeof(units));
+    wait_.Take();
     std::deque<std::function<void()>> jobs;
     {
         MutexLock lock(mutex_);
@@ -283,7 +279,7 @@ void ControlThread::OnAnswer(ControlLink& link, const Hello& answer)
         Core::Get().AddSession(session);
     }
     link.BecomeAnswered();
-    session->ComeUp(link.Fd(), epoll_.Get(), static_cast<Pollable*>(&link), link.Identity());
+    session->ComeUp(link.Fd(), wait_.Epoll(), static_cast<Pollable*>(&link), link.Identity());
     retriesParked_ = true;
 }
 
@@ -316,7 +312,7 @@ void ControlThread::OnConnectionSettled(PendingConnection* connection)
 bool ControlThread::OnHello(UniqueFd& fd, const Hello& hello, const PeerIdentity& identity)
 {
     if (hello.kind == ConnectionKind::CONTROL) {
-        ::epoll_ctl(epoll_.Get(), EPOLL_CTL_DEL, fd.Get(), nullptr);
+        ::epoll_ctl(wait_.Epoll(), EPOLL_CTL_DEL, fd.Get(), nullptr);
         AcceptControl(fd, hello, identity);
         return true;
     }
@@ -327,7 +323,7 @@ bool ControlThread::OnHello(UniqueFd& fd, const Hello& hello, const PeerIdentity
             std::any_of(links_.begin(), links_.end(), [](const auto& entry) { return !entry.second->IsAnswered(); });
         return !mayComeUp;
     }
-    ::epoll_ctl(epoll_.Get(), EPOLL_CTL_DEL, fd.Get(), nullptr);
+    ::epoll_ctl(wait_.Epoll(), EPOLL_CTL_DEL, fd.Get(), nullptr);
     const auto lane = std::make_shared<InLane>(std::move(fd), hello.kind, hello.lane, session);
     if (!session->AddInLane(lane)) {
         return true;
@@ -383,7 +379,7 @@ void ControlThread::Establish(const std::shared_ptr<Session>& session, UniqueFd 
     AddPoll(kept.Fd(), EPOLLIN | EPOLLRDHUP, &kept);
     Own(std::move(link));
     kept.BecomeAnswered();
-    session->ComeUp(kept.Fd(), epoll_.Get(), static_cast<Pollable*>(&kept), identity);
+    session->ComeUp(kept.Fd(), wait_.Epoll(), static_cast<Pollable*>(&kept), identity);
     retriesParked_ = true;
 }
 

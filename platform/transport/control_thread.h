@@ -16,6 +16,7 @@
 #include "tavo/mutex.h"
 #include "transport/fd.h"
 #include "transport/session.h"
+#include "transport/wait_set.h"
 #include "transport/wire.h"
 
 namespace TAVO::Transport {
@@ -54,7 +55,7 @@ public:
     void ExpectIdleLanes();
 
     // ---- the control thread, from its pollables
-    int Epoll() const noexcept { return epoll_.Get(); }
+    int Epoll() const noexcept { return wait_.Epoll(); }
     // Waits for events on `fd` until RemovePoll, which is called before the pollable goes.
     void AddPoll(int fd, uint32_t events, Pollable* pollable);
     void RemovePoll(int fd, Pollable* pollable);
@@ -74,6 +75,7 @@ private:
 
     void Own(std::unique_ptr<Pollable> pollable);
     void Disown(Pollable* pollable);
+    bool Start() TAVO_REQUIRES(mutex_);
     bool Post(std::function<void()> job);
     void Run();
     void RunJobs();
@@ -85,8 +87,7 @@ private:
     ControlLink* LinkOf(const Session* session) const;
     void RetryParked();
 
-    UniqueFd epoll_;
-    UniqueFd jobsReady_;
+    WaitSet wait_{WaitSet::Jobs::ALL};
     Mutex mutex_;
     bool isRunning_ TAVO_GUARDED_BY(mutex_) = false;
     std::deque<std::function<void()>> jobs_ TAVO_GUARDED_BY(mutex_);

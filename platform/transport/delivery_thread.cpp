@@ -3,7 +3,6 @@
 #include "transport/delivery_thread.h"
 
 #include <sys/epoll.h>
-#include <sys/eventfd.h>
 
 #include <exception>
 #include <new>
@@ -14,18 +13,15 @@
 
 namespace TAVO::Transport {
 
-DeliveryThread::DeliveryThread()
-    : epoll_(::epoll_create1(EPOLL_CLOEXEC)), jobsReady_(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
+bool DeliveryThread::Open()
 {
-    epoll_event event{};
-    event.events = EPOLLIN;
-    event.data.ptr = nullptr;  // null: jobs; anything else is a lane
-    ::epoll_ctl(epoll_.Get(), EPOLL_CTL_ADD, jobsReady_.Get(), &event);
+    MutexLock lock(mutex_);
+    return wait_.Open();
 }
 
 bool DeliveryThread::Start()
 {
-    isRunning_ = isRunning_ || StartThread(ThreadRole::DELIVERY, "tavo-delivery", [this] { Run(); });
+    isRunning_ = isRunning_ || (wait_.Open() && StartThread(ThreadRole::DELIVERY, "tavo-delivery", [this] { Run(); }));
     return isRunning_;
 }
 
@@ -40,8 +36,7 @@ bool DeliveryThread::Post(std::function<void()> job) noexcept
     } catch (const std::bad_alloc&) {
         return false;
     }
-    const uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = ::write(jobsReady_.Get(), &one, sizeof(one));
+    wait_.Signal();
     return true;
 }
 
@@ -51,17 +46,17 @@ void DeliveryThread::AddLane(const std::shared_ptr<InLane>& lane)
         MutexLock lock(mutex_);
         Start();
     }
-    lane->Join(epoll_.Get());
+    lane->Join(wait_.Epoll());
 }
 
 void DeliveryThread::Run()
 {
     for (;;) {
         epoll_event event{};
-        if (::epoll_wait(epoll_.Get(), &event, 1, -1) <= 0) {
+        if (::epoll_wait(wait_.Epoll(), &event, 1, -1) <= 0) {
             continue;
         }
-        if (event.data.ptr == nullptr) {
+        if (event.data.ptr == nullptr) {  // anything else is a lane
             RunJobs();
         } else {
             static_cast<InLane*>(event.data.ptr)->Serve(event.events);
@@ -71,8 +66,7 @@ void DeliveryThread::Run()
 
 void DeliveryThread::RunJobs()
 {
-    uint64_t units = 0;
-    [[maybe_unused]] const ssize_t got = ::read(jobsReady_.Get(), &units, sizeof(units));
+    wait_.Take();
     for (;;) {
         std::function<void()> job;
         {

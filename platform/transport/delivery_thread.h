@@ -8,7 +8,7 @@
 #include <memory>
 
 #include "tavo/mutex.h"
-#include "transport/fd.h"
+#include "transport/wait_set.h"
 
 namespace TAVO::Transport {
 
@@ -17,9 +17,9 @@ class InLane;
 // Started at its first use.
 class DeliveryThread {
 public:
-    DeliveryThread();
-
-    // Runs `job` behind those that wait. False without memory or thread.
+    // Opens what the thread waits with; false when no descriptor is left.
+    bool Open();
+    // Runs `job` behind those that wait. False without memory, thread or descriptor.
     bool Post(std::function<void()> job) noexcept;
     // Serves a lane of notices from now on.
     void AddLane(const std::shared_ptr<InLane>& lane);
@@ -29,8 +29,7 @@ private:
     void Run();
     void RunJobs();
 
-    UniqueFd epoll_;
-    UniqueFd jobsReady_;
+    WaitSet wait_{WaitSet::Jobs::ALL};
     Mutex mutex_;
     bool isRunning_ TAVO_GUARDED_BY(mutex_) = false;
     std::deque<std::function<void()>> jobs_ TAVO_GUARDED_BY(mutex_);

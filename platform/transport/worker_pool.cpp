@@ -3,7 +3,6 @@
 #include "transport/worker_pool.h"
 
 #include <sys/epoll.h>
-#include <sys/eventfd.h>
 
 #include <cerrno>
 #include <new>
@@ -19,31 +18,30 @@ constexpr int IDLE_MILLISECONDS = 5000;
 
 }  // namespace
 
-WorkerPool::WorkerPool()
-    : epoll_(::epoll_create1(EPOLL_CLOEXEC)), jobsReady_(::eventfd(0, EFD_SEMAPHORE | EFD_NONBLOCK | EFD_CLOEXEC))
+bool WorkerPool::Open()
 {
-    epoll_event event{};
-    event.events = EPOLLIN;
-    event.data.ptr = nullptr;  // null: jobs; anything else is a lane
-    ::epoll_ctl(epoll_.Get(), EPOLL_CTL_ADD, jobsReady_.Get(), &event);
+    MutexLock lock(mutex_);
+    return wait_.Open();
 }
 
 void WorkerPool::AddLane(const std::shared_ptr<InLane>& lane)
 {
     EnsureSpare();
-    lane->Join(epoll_.Get());
+    lane->Join(wait_.Epoll());
 }
 
 bool WorkerPool::Post(std::function<void()> job) noexcept
 {
     try {
         MutexLock lock(mutex_);
+        if (!wait_.Open()) {
+            return false;
+        }
         jobs_.push_back(std::move(job));
     } catch (const std::bad_alloc&) {
         return false;
     }
-    const uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = ::write(jobsReady_.Get(), &one, sizeof(one));
+    wait_.Signal();
     EnsureSpare();
     return true;
 }
@@ -123,7 +121,7 @@ void WorkerPool::Run()
 {
     for (;;) {
         epoll_event event{};
-        const int ready = ::epoll_wait(epoll_.Get(), &event, 1, IDLE_MILLISECONDS);
+        const int ready = ::epoll_wait(wait_.Epoll(), &event, 1, IDLE_MILLISECONDS);
         if (ready == 0 && RetireIdle()) {
             return;
         }
@@ -132,7 +130,7 @@ void WorkerPool::Run()
         }
         idle_.fetch_sub(1, std::memory_order_relaxed);
         EnsureSpare();
-        if (event.data.ptr == nullptr) {
+        if (event.data.ptr == nullptr) {  // anything else is a lane
             RunOneJob();
         } else {
             static_cast<InLane*>(event.data.ptr)->Serve(event.events);
@@ -143,11 +141,10 @@ void WorkerPool::Run()
 
 void WorkerPool::RunOneJob()
 {
-    uint64_t unit = 0;
     std::function<void()> job;
     {
         MutexLock lock(mutex_);
-        if (jobs_.empty() || ::read(jobsReady_.Get(), &unit, sizeof(unit)) != sizeof(unit)) {
+        if (jobs_.empty() || !wait_.Take()) {
             return;  // Another worker was quicker.
         }
         job = std::move(jobs_.front());

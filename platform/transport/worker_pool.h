@@ -11,7 +11,7 @@
 
 #include "tavo/ipc_threads.h"
 #include "tavo/mutex.h"
-#include "transport/fd.h"
+#include "transport/wait_set.h"
 
 namespace TAVO::Transport {
 
@@ -21,11 +21,11 @@ class WorkerPool {
 public:
     static constexpr int KEPT = 4;
 
-    WorkerPool();
-
-    // Hands a new lane to the workers.
+    // Opens what the workers wait with; false when no descriptor is left.
+    bool Open();
+    // Hands a new lane to the workers. The pool is open.
     void AddLane(const std::shared_ptr<InLane>& lane);
-    // Runs `job` on a worker. Without memory the job is lost and false returned.
+    // Runs `job` on a worker. Without memory or a descriptor the job is lost and false returned.
     bool Post(std::function<void()> job) noexcept;
 
     // Whether another worker waits for work, so that the calling one may stay with its lane.
@@ -46,8 +46,7 @@ private:
     bool RetireIdle();
     void RunOneJob();
 
-    UniqueFd epoll_;
-    UniqueFd jobsReady_;  // semaphore eventfd: one unit a job
+    WaitSet wait_{WaitSet::Jobs::ONE};
     Mutex mutex_;
     std::deque<std::function<void()>> jobs_ TAVO_GUARDED_BY(mutex_);
     int total_ TAVO_GUARDED_BY(mutex_) = 0;

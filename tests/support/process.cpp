@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -336,6 +337,16 @@ size_t CountThreads(pid_t pid)
 size_t ResidentBytes(pid_t pid)
 {
     return std::stoul(StatusField(pid, "VmRSS:")) * 1024;
+}
+
+Clock::duration ProcessorTime(pid_t pid)
+{
+    clockid_t clock{};
+    timespec used{};
+    if (::clock_getcpuclockid(pid, &clock) == 0) {
+        ::clock_gettime(clock, &used);
+    }
+    return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
 }
 
 }  // namespace TestSupport

@@ -1,0 +1,184 @@
+// SPDX-License-Identifier: Apache-2.0
+// A process without a descriptor left gets or gives errors, does not spin, and is well again once some are free.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <thread>
+
+#include "platform/transport/raw_callee.h"
+
+namespace TransportTest {
+namespace {
+
+using namespace std::chrono_literals;
+using TestSupport::Child;
+using TestSupport::Clock;
+using TestSupport::PrivateRuntimeDir;
+using TestSupport::WaitFor;
+
+constexpr rlim_t FEW = 64;
+constexpr auto SOON = 6s;  // well below the 8 s that a call waits for its answer
+
+void LimitDescriptors(pid_t pid, rlim_t count)
+{
+    rlimit limit{};
+    ASSERT_EQ(::prlimit(pid, RLIMIT_NOFILE, nullptr, &limit), 0);
+    limit.rlim_cur = std::min(count, limit.rlim_max);
+    ASSERT_EQ(::prlimit(pid, RLIMIT_NOFILE, &limit, nullptr), 0);
+}
+
+// While it lives, this process can open nothing.
+class NoDescriptorLeft {
+public:
+    NoDescriptorLeft()
+    {
+        LimitDescriptors(::getpid(), FEW);
+        for (int fd = 0; (fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) {
+            taken_.push_back(fd);
+        }
+    }
+    ~NoDescriptorLeft()
+    {
+        for (const int fd : taken_) {
+            ::close(fd);
+        }
+        LimitDescriptors(::getpid(), RLIM_INFINITY);
+    }
+    NoDescriptorLeft(const NoDescriptorLeft&) = delete;
+    NoDescriptorLeft& operator=(const NoDescriptorLeft&) = delete;
+
+private:
+    std::vector<int> taken_;
+};
+
+// The processor time that a process used up, held against the time that passed: spinning takes all of a processor, and
+// a good part of one on a machine that is busy.
+class Idleness {
+public:
+    explicit Idleness(pid_t pid) : pid_(pid), start_(Clock::now()), used_(TestSupport::ProcessorTime(pid)) {}
+    void Expect() const
+    {
+        const auto passed = Clock::now() - start_;
+        ASSERT_GE(passed, 1s) << "too short to tell";
+        EXPECT_LT(TestSupport::ProcessorTime(pid_) - used_, passed / 5) << "it spins";
+    }
+
+private:
+    const pid_t pid_;
+    const Clock::time_point start_;
+    const Clock::duration used_;
+};
+
+// The hub and a peer are other processes; this one calls both, and has met neither before the test.
+class DescriptorLimit : public ::testing::Test {
+protected:
+    // Starts a call that takes the lane that is idle, so that the next one needs another.
+    std::thread TakeIdleLane(const sptr<IRemoteObject>& object, Child& callee)
+    {
+        std::thread caller([object] { EXPECT_EQ(Call(object, TestCode::WAIT).Send(2), TAVO::IPC_TIMED_OUT); });
+        EXPECT_EQ(callee.Ask("await-waiting 1"), "waiting");
+        return caller;
+    }
+
+    static void ExpectWell(const sptr<IRemoteObject>& object)
+    {
+        EXPECT_EQ(Echo(object), TAVO::IPC_OK);
+        EXPECT_EQ(Call(object, TestCode::NEST).Int(4).Object(TAVO::MakeRef<TestObject>()).SendForInt(), 4);
+        EXPECT_EQ(Call(object, TestCode::NOTE).Int(1).SendOneWay(), TAVO::IPC_OK);
+    }
+
+    PrivateRuntimeDir dir_;
+    Child hub_ = StartHub();
+    Child peer_ = StartPeer("peer");
+};
+
+TEST_F(DescriptorLimit, AtTheFirstUseFailsAtOnceAndTheNextSucceeds)
+{
+    {
+        const NoDescriptorLeft full;
+        const Clock::time_point start = Clock::now();
+        EXPECT_EQ(ConnectToHub(), nullptr);
+        const sptr<TestObject> local = TAVO::MakeRef<TestObject>();
+        EXPECT_EQ(Call(local, TestCode::NUMBER).Send(), TAVO::IPC_NO_RESOURCES);
+        EXPECT_LT(Clock::now() - start, SOON);
+    }
+    const sptr<IRemoteObject> root = ConnectToHub();
+    ASSERT_NE(root, nullptr);
+    ExpectWell(root);
+    EXPECT_EQ(Echo(TAVO::MakeRef<TestObject>()), TAVO::IPC_OK);
+}
+
+TEST_F(DescriptorLimit, InTheCallerFailsWhatNeedsAnotherAndNothingElse)
+{
+    const sptr<IRemoteObject> root = ConnectToHub();
+    ASSERT_EQ(Echo(root), TAVO::IPC_OK);
+    const sptr<TestObject> ours = TAVO::MakeRef<TestObject>();
+    {
+        const NoDescriptorLeft full;
+        EXPECT_EQ(Echo(root), TAVO::IPC_OK) << "there is a lane";
+        const sptr<IRemoteObject> unmet = Call(root, TestCode::FETCH).Text("peer").SendForObject();
+        EXPECT_PRED1(IsConnectionError, Echo(unmet));
+        const Idleness idleness(::getpid());
+        std::thread caller = TakeIdleLane(root, hub_);
+        EXPECT_EQ(Echo(root), TAVO::IPC_NO_RESOURCES);
+        EXPECT_EQ(Call(root, TestCode::NOTE).Int(1).SendOneWay(), TAVO::IPC_NO_RESOURCES);
+        EXPECT_EQ(Call(root, TestCode::KEEP).Text("ours").Object(ours).Send(), TAVO::IPC_NO_RESOURCES);
+        caller.join();
+        idleness.Expect();
+    }
+    ExpectWell(root);
+    ExpectWell(Call(root, TestCode::FETCH).Text("peer").SendForObject());
+    EXPECT_EQ(Call(root, TestCode::KEEP).Text("ours").Object(ours).Send(), TAVO::IPC_OK);
+}
+
+TEST_F(DescriptorLimit, InTheCalleeTimesOutNewLanesUntilSomeAreFree)
+{
+    const sptr<IRemoteObject> root = ConnectToHub();
+    RawPeer asking(dir_.Path());
+    ASSERT_TRUE(asking.OpenSession());
+    const auto fetched = asking.CallOnce(RequestFor(TestCode::FETCH).String("peer"));
+    ASSERT_TRUE(fetched && fetched->references.size() == 1);
+    struct Callee {
+        const char* name;
+        Child& process;
+        sptr<IRemoteObject> object;
+        std::string path;
+    };
+    for (const Callee& callee : {Callee{"manager", hub_, root, "manager"},
+                                 Callee{"peer", peer_, Call(root, TestCode::FETCH).Text("peer").SendForObject(),
+                                        "p/" + TestSupport::ToHex(fetched->references[0].instance)}}) {
+        SCOPED_TRACE(callee.name);
+        const pid_t pid = callee.process.Pid();
+        ASSERT_EQ(Echo(callee.object), TAVO::IPC_OK);
+        LimitDescriptors(pid, FEW);
+        {
+            RawPeer greedy(dir_.Path());
+            ASSERT_TRUE(greedy.OpenSession(callee.path));
+            std::vector<RawSocket> lanes;
+            for (rlim_t count = 0; count < FEW; ++count) {
+                lanes.push_back(greedy.OpenLane());
+            }
+            ASSERT_TRUE(WaitFor([pid] { return TestSupport::CountDescriptors(pid) >= FEW; }));
+            EXPECT_EQ(Echo(callee.object), TAVO::IPC_OK) << "there is a lane";
+            const Idleness idleness(pid);
+            std::thread caller = TakeIdleLane(callee.object, callee.process);
+            EXPECT_EQ(Call(callee.object, TestCode::NOTE).Int(-1).Send(2), TAVO::IPC_TIMED_OUT);
+            caller.join();
+            idleness.Expect();
+        }
+        ExpectWell(callee.object);
+        Call notes(callee.object, TestCode::NOTES);
+        EXPECT_EQ(notes.Send(), TAVO::IPC_OK);
+        EXPECT_NE(notes.reply.ReadInt32(), -1) << "a request was run that its caller had given up";
+        EXPECT_EQ(Call(callee.object, TestCode::OPEN).Send(), TAVO::IPC_OK);
+    }
+    for (Child* process : {&peer_, &hub_}) {
+        process->Pipe().CloseWriting();
+        EXPECT_EQ(process->WaitForExit(), "exit 0");
+    }
+}
+
+}  // namespace
+}  // namespace TransportTest
