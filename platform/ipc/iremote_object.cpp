@@ -28,6 +28,10 @@ bool IRemoteObject::Marshalling(Parcel& parcel) const
 void IRemoteObject::OnLastStrongRef() const noexcept
 {
     const Transport::ThreadRole role = Transport::CurrentRole();
+    if (InForkedChild()) {  // No worker came along, and the parent's are not to be woken.
+        delete this;
+        return;
+    }
     if (role != Transport::ThreadRole::CONTROL && role != Transport::ThreadRole::DELIVERY) {
         delete this;
         return;

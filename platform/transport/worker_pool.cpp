@@ -112,8 +112,11 @@ bool WorkerPool::RetireIdle()
     if (total_ <= KEPT) {
         return false;
     }
+    if (idle_.fetch_sub(1, std::memory_order_relaxed) == 1) {  // The last free one, whatever the others wait for.
+        idle_.fetch_add(1, std::memory_order_relaxed);
+        return false;
+    }
     --total_;
-    idle_.fetch_sub(1, std::memory_order_relaxed);
     return true;
 }
 
