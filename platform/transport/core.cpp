@@ -92,13 +92,14 @@ std::shared_ptr<Session> Core::EnsureSession(const Instance& peer, bool& isNew)
 {
     std::shared_ptr<Session> replaced;  // a dead one, dropped after the lock
     MutexLock lock(sessionsMutex_);
-    std::shared_ptr<Session>& place = sessions_[peer];
-    isNew = place == nullptr || place->GetState() == Session::State::DEAD;
-    if (isNew) {
-        replaced = std::exchange(place, std::make_shared<Session>(ListeningName(peer)));
-        place->SetPeer(peer);
+    const auto found = sessions_.find(peer);
+    isNew = found == sessions_.end() || found->second->GetState() == Session::State::DEAD;
+    if (!isNew) {
+        return found->second;
     }
-    std::shared_ptr<Session> session = place;
+    auto session = std::make_shared<Session>(ListeningName(peer));
+    session->SetPeer(peer);
+    replaced = std::exchange(sessions_[peer], session);
     lock.Unlock();
     return session;
 }
@@ -188,7 +189,9 @@ bool Core::EnsureListening()
     if ((::mkdirat(dir, "p", 0700) != 0 && errno != EEXIST) ||
         ::bind(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
         ::listen(fd.Get(), BACKLOG) != 0 || ::renameat(dir, firstName.c_str(), dir, name.c_str()) != 0) {
-        WarnLimited("cannot listen in the runtime directory", std::strerror(errno));
+        const int reason = errno;
+        ::unlinkat(dir, firstName.c_str(), 0);  // Or it would be in the way of the next attempt.
+        WarnLimited("cannot listen in the runtime directory", std::strerror(reason));
         return false;
     }
     isListening_ = control_.Listen(std::move(fd));
@@ -267,8 +270,11 @@ int DispatchInGate(IPCObjectStub& target, const CallingPeer& peer, uint32_t code
 
 void LeaveGate(IPCObjectStub& target)
 {
-    if (std::function<void()> next = Core::GateOf(target).Leave(); next != nullptr) {
-        Core::Get().Workers().Post(std::move(next));
+    while (std::function<void()> next = Core::GateOf(target).Leave()) {
+        if (Core::Get().Workers().Post(std::move(next))) {
+            return;
+        }
+        // Without memory that request is lost, but not the place that it had been given.
     }
 }
 

@@ -69,6 +69,10 @@ int ProxyObject::SendOneWay(ConnectionKind kind, uint32_t code, MessageParcel& d
 int ProxyObject::Ready(Deadline deadline)
 {
     if (GetLife() == Life::PENDING) {
+        const OutgoingCall outgoing;
+        if (!outgoing.IsAllowed()) {
+            return IPC_NO_RESOURCES;
+        }
         session_->WaitSettled(*this, deadline);
     }
     switch (GetLife()) {

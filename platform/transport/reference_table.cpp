@@ -43,7 +43,7 @@ bool ReadReferenceTable(const FrameHeader& header, const MessageParcel& body, st
         }
         firstFree = offset + sizeof(ReferenceSlots);
         const uint32_t units = entry.fixed.descriptorUnits;
-        if (entry.fixed.serial == 0 || units > MAX_DESCRIPTOR_UNITS ||
+        if (entry.fixed.serial == 0 || entry.fixed.instance == Instance{} || units > MAX_DESCRIPTOR_UNITS ||
             body.GetDataSize() - position < TableEntry::PaddedDescriptorBytes(units)) {
             return false;
         }

@@ -2,12 +2,12 @@
 // The life of a session, its control records, and the lanes that it knows.
 #include "transport/session.h"
 
-#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "transport/core.h"
@@ -128,8 +128,7 @@ Session::State Session::WaitUp(Deadline deadline)
 bool Session::HasHungUp()
 {
     MutexLock lock(controlMutex_);
-    pollfd entry{controlFd_, POLLRDHUP, 0};
-    return controlFd_ < 0 || ::poll(&entry, 1, 0) > 0;
+    return controlFd_ < 0 || Transport::HasHungUp(controlFd_);
 }
 
 void Session::SuspectPeer()
@@ -145,19 +144,30 @@ void Session::Post(const ControlRecord& record)
     PostLocked(record);
 }
 
+// Ends the session, by way of the control thread.
+void Session::EndControlLocked()
+{
+    if (controlFd_ >= 0) {
+        ::shutdown(controlFd_, SHUT_RDWR);
+    }
+}
+
 void Session::PostLocked(const ControlRecord& record)
 {
     if (GetState() == State::DEAD) {
         return;
     }
-    if (unsent_.size() > MAX_UNSENT_BYTES) {  // A peer that has read nothing for so long: the session ends.
-        if (controlFd_ >= 0) {
-            ::shutdown(controlFd_, SHUT_RDWR);
-        }
+    if (unsent_.size() > MAX_UNSENT_BYTES) {  // A peer that has read nothing for so long.
+        EndControlLocked();
         return;
     }
     const auto* bytes = reinterpret_cast<const uint8_t*>(&record);
-    unsent_.insert(unsent_.end(), bytes, bytes + sizeof(record));
+    try {
+        unsent_.insert(unsent_.end(), bytes, bytes + sizeof(record));
+    } catch (const std::bad_alloc&) {  // What is not said would be missed for ever.
+        EndControlLocked();
+        return;
+    }
     FlushControlLocked();
 }
 

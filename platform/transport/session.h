@@ -169,6 +169,7 @@ private:
     void OnLaneClosed(LaneKey lane, uint64_t lastTaken);
     void PostRelease(uint64_t serial, uint64_t received, const LanePlace& lastOneWay);
     void PostLocked(const ControlRecord& record) TAVO_REQUIRES(controlMutex_);
+    void EndControlLocked() TAVO_REQUIRES(controlMutex_);
     bool FlushControlLocked() TAVO_REQUIRES(controlMutex_);
     bool HasOneWayInLane() const TAVO_REQUIRES(mutex_);
     bool IsLaneOpen(LaneKey lane) const TAVO_REQUIRES(mutex_);

@@ -2,6 +2,8 @@
 // Who holds what across a session: counts are raised before a message leaves and given back exactly.
 #include <algorithm>
 #include <cstring>
+#include <new>
+#include <tuple>
 #include <utility>
 
 #include "base/parcel_access.h"
@@ -38,7 +40,7 @@ sptr<IPCObjectStub> Session::FindOneWayTarget(InLane& lane, uint64_t number, uin
 }
 
 int Session::PassReferences(LaneKey lane, uint64_t number, MessageParcel& data, FrameHeader& header)
-{
+try {
     ReferenceTableWriter writer(data);
     std::vector<std::pair<uint64_t, sptr<IPCObjectStub>>> own;
     Passed passed;
@@ -80,10 +82,12 @@ int Session::PassReferences(LaneKey lane, uint64_t number, MessageParcel& data, 
     passed_.emplace(std::make_pair(lane, number), std::move(passed));
     lock.Unlock();
     return writer.Finish(header) ? IPC_OK : IPC_NO_RESOURCES;
+} catch (const std::bad_alloc&) {
+    return IPC_NO_RESOURCES;
 }
 
 bool Session::TakeReferences(LaneKey lane, const FrameHeader& header, MessageParcel& data)
-{
+try {
     if (header.references == 0) {
         return true;  // Then the header allows no table either.
     }
@@ -94,31 +98,39 @@ bool Session::TakeReferences(LaneKey lane, const FrameHeader& header, MessagePar
     ParcelAccess::Truncate(data, header.dataBytes);
     const Instance& self = Core::Get().Self();
     std::vector<sptr<IRemoteObject>> objects(entries.size());
-    for (size_t i = 0; i < entries.size(); ++i) {  // first what can be refused, then what makes something
+    const auto ticket = std::make_shared<TakenTicket>(shared_from_this(), lane, header.number);
+    bool isWhole = true;
+    for (size_t i = 0; i < entries.size() && isWhole; ++i) {  // first what can be refused, then what makes something
         if (entries[i].fixed.instance == self) {
-            objects[i] = FindHeld(entries[i].fixed.serial);
-            if (objects[i] == nullptr) {
-                return false;
-            }
+            // The sender may have been given it by a third process: its ACQUIRE may be read behind this message.
+            objects[i] = Core::Get().FindExported(entries[i].fixed.serial);
+            isWhole = objects[i] != nullptr;
         }
     }
-    const auto ticket = std::make_shared<TakenTicket>(shared_from_this(), lane, header.number);
-    for (size_t i = 0; i < entries.size(); ++i) {
+    for (size_t i = 0; i < entries.size() && isWhole; ++i) {
         const TableEntry& entry = entries[i].fixed;
         if (entry.instance == peer_) {
             objects[i] = AddReceived(entry.serial, entries[i].descriptor);
         } else if (entry.instance != self) {
             objects[i] = Core::Get().SessionTo(entry.instance)->Acquire(entry.serial, entries[i].descriptor, ticket);
         }
-        if (objects[i] == nullptr) {
-            return false;
+        isWhole = objects[i] != nullptr;
+    }
+    if (!isWhole) {  // The sender has counted them: what became no proxy is given back here.
+        for (size_t i = 0; i < entries.size(); ++i) {
+            if (objects[i] == nullptr && entries[i].fixed.instance == peer_) {
+                PostRelease(entries[i].fixed.serial, 1, {});
+            }
         }
+        return false;
     }
     auto& references = ParcelAccess::References(data);
     for (size_t i = 0; i < entries.size(); ++i) {
         references.push_back({entries[i].fixed.offset, std::move(objects[i])});
     }
     return true;
+} catch (const std::bad_alloc&) {
+    return false;
 }
 
 sptr<ProxyObject> Session::FindProxy(uint64_t serial)
@@ -140,11 +152,19 @@ sptr<ProxyObject> Session::MakeProxy(uint64_t serial, const std::u16string& desc
     const auto life = GetState() == State::DEAD ? ProxyObject::Life::DEAD
                       : alive                   ? ProxyObject::Life::ALIVE
                                                 : ProxyObject::Life::PENDING;
-    auto proxy = MakeRef<ProxyObject>(shared_from_this(), serial, descriptor, life);
-    if (life != ProxyObject::Life::DEAD) {
-        proxies_[serial] = proxy.Get();
+    if (life == ProxyObject::Life::DEAD) {
+        return MakeRef<ProxyObject>(shared_from_this(), serial, descriptor, life);
     }
-    return proxy;
+    // The place first: a proxy that went again for want of memory would take our lock once more.
+    const auto place = proxies_.try_emplace(serial, nullptr).first;
+    try {
+        auto proxy = MakeRef<ProxyObject>(shared_from_this(), serial, descriptor, life);
+        place->second = proxy.Get();
+        return proxy;
+    } catch (...) {
+        proxies_.erase(place);
+        throw;
+    }
 }
 
 sptr<ProxyObject> Session::AddReceived(uint64_t serial, const std::u16string& descriptor)
@@ -199,7 +219,10 @@ sptr<ProxyObject> Session::RootProxy()
 void Session::NoteOneWay(ProxyObject& proxy, const LanePlace& sent)
 {
     MutexLock lock(mutex_);
-    proxy.lastOneWay = sent;
+    // Two threads may note in another order than they sent.
+    if (std::tie(sent.lane, sent.number) > std::tie(proxy.lastOneWay.lane, proxy.lastOneWay.number)) {
+        proxy.lastOneWay = sent;
+    }
 }
 
 void Session::Forget(ProxyObject* proxy, uint64_t serial)
