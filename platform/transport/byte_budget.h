@@ -26,11 +26,29 @@ public:
         }
         return true;
     }
-    void Give(size_t bytes) noexcept
+    // One message of the process at a time may go beyond, so that unfinished ones cannot wait for each other for ever:
+    // takes them in any case when `message` is the one, or becomes it.
+    bool TakeBeyond(size_t bytes, const void* message) noexcept
+    {
+        ByteBudget& whole = parent_ != nullptr ? *parent_ : *this;
+        const void* known = nullptr;
+        if (!whole.beyond_.compare_exchange_strong(known, message) && known != message) {
+            return false;
+        }
+        used_.fetch_add(bytes, std::memory_order_relaxed);
+        if (parent_ != nullptr) {
+            parent_->used_.fetch_add(bytes, std::memory_order_relaxed);
+        }
+        return true;
+    }
+    // All that `message` took.
+    void Give(size_t bytes, const void* message) noexcept
     {
         used_.fetch_sub(bytes, std::memory_order_relaxed);
         if (parent_ != nullptr) {
-            parent_->Give(bytes);
+            parent_->Give(bytes, message);
+        } else if (beyond_.load() == message) {
+            beyond_.store(nullptr);
         }
     }
     size_t Used() const noexcept { return used_.load(std::memory_order_relaxed); }
@@ -39,6 +57,7 @@ private:
     const size_t limit_;
     ByteBudget* const parent_;
     std::atomic<size_t> used_{0};
+    std::atomic<const void*> beyond_{nullptr};  // of the whole only
 };
 
 }  // namespace TAVO::Transport

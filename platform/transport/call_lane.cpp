@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
+#include <thread>
 #include <utility>
 
 #include "base/parcel_access.h"
@@ -16,6 +18,14 @@ namespace TAVO::Transport {
 namespace {
 
 constexpr size_t FIRST_READ_BYTES = 4096;  // header and body of nearly every reply
+
+// Other large messages are on their way: the rest of this one stays in the socket. False when the deadline has passed.
+bool WaitForBudget(Deadline deadline)
+{
+    constexpr std::chrono::milliseconds STEP{5};
+    std::this_thread::sleep_until(std::min(deadline, Clock::now() + STEP));
+    return Clock::now() < deadline;
+}
 
 // Reads one whole reply; OK only with a complete frame.
 IoStatus ReadReply(int fd, FrameReader& reader, Deadline deadline, bool& extra)
@@ -31,8 +41,14 @@ IoStatus ReadReply(int fd, FrameReader& reader, Deadline deadline, bool& extra)
             extra = got.status == IoStatus::OK && from != first + got.bytes;
         } else {
             const FrameReader::Room room = reader.RoomForBody();
+            if (room.state == FrameReader::State::STALLED) {
+                if (WaitForBudget(deadline)) {
+                    continue;
+                }
+                return IoStatus::WOULD_BLOCK;
+            }
             if (room.place == nullptr) {
-                return IoStatus::CLOSED;  // No memory, or too much of it in unfinished messages.
+                return IoStatus::CLOSED;  // no memory
             }
             got = ReceiveUntil(fd, room.place, room.size, deadline, isFirst);
             state = reader.Received(got.bytes);
@@ -153,6 +169,8 @@ std::shared_ptr<CallLane> Session::TakeLane(Deadline deadline, int& status)
             idleLanes_.pop_back();
             return lane;
         }
+        callLanes_.reserve(MAX_LANES);
+        idleLanes_.reserve(MAX_LANES);
         ++openingLanes_;
     }
     std::shared_ptr<CallLane> lane = OpenLane(deadline, status);
@@ -170,11 +188,14 @@ std::shared_ptr<CallLane> Session::TakeLane(Deadline deadline, int& status)
 }
 
 std::shared_ptr<CallLane> Session::OpenLane(Deadline deadline, int& status)
-{
+try {
     const auto lane = std::make_shared<CallLane>();
     lane->number = nextLane_.fetch_add(1);
     lane->fd = Connect(ConnectionKind::CALL_LANE, lane->number, CoarseTimeout(deadline - Clock::now()), status);
     return lane->fd.IsOpen() ? lane : nullptr;
+} catch (const std::bad_alloc&) {
+    status = IPC_NO_RESOURCES;
+    return nullptr;
 }
 
 UniqueFd Session::Connect(ConnectionKind kind, uint64_t number, Clock::duration timeout, int& status)

@@ -14,7 +14,7 @@
 namespace TAVO::Transport {
 namespace {
 
-constexpr int ACCEPTS_PER_TURN = 64;
+constexpr size_t ACCEPTS_PER_TURN = 64;
 constexpr int READS_PER_TURN = 64;
 
 }  // namespace
@@ -145,7 +145,12 @@ void PendingConnection::Retry()
 
 void Listener::OnReady(uint32_t)
 {
-    for (int turn = 0; turn < ACCEPTS_PER_TURN; ++turn) {
+    Accept(ACCEPTS_PER_TURN);
+}
+
+void Listener::Accept(size_t most)
+{
+    for (size_t turn = 0; turn < most; ++turn) {
         UniqueFd fd(::accept4(fd_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
         if (fd.IsOpen()) {
             control_.OnAccepted(std::move(fd));

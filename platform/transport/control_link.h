@@ -86,6 +86,8 @@ class Listener final : public Pollable {
 public:
     Listener(ControlThread& control, UniqueFd fd) : control_(control), fd_(std::move(fd)) {}
     void OnReady(uint32_t events) override;
+    // Takes connections that wait, at most so many.
+    void Accept(size_t most);
     int Fd() const { return fd_.Get(); }
 
 private:

@@ -68,6 +68,7 @@ bool ControlThread::Listen(UniqueFd fd)
     return Post([this, shared] {
         auto listener = std::make_unique<Listener>(*this, std::move(*shared));
         AddPoll(listener->Fd(), EPOLLIN, listener.get());
+        listeners_.push_back(listener.get());
         Own(std::move(listener));
     });
 }
@@ -392,6 +393,9 @@ ControlLink* ControlThread::LinkOf(const Session* session) const
 void ControlThread::TearDown(ControlLink& link)
 {
     const std::shared_ptr<Session> session = link.GetSession();
+    if (session->GetState() == Session::State::UP) {
+        TakeInWhatWaits();
+    }
     link.StopPolling();
     if (LinkOf(session.get()) == &link) {
         links_.erase(session.get());
@@ -399,6 +403,24 @@ void ControlThread::TearDown(ControlLink& link)
         Core::Get().RemoveSession(session);
     }
     Disown(&link);
+}
+
+void ControlThread::TakeInWhatWaits()
+{
+    if (std::exchange(isTakingIn_, true)) {  // A connection that is taken in may be a sign of an end itself.
+        return;
+    }
+    for (Listener* listener : listeners_) {
+        if (polled_.count(listener) != 0) {
+            listener->Accept(MAX_PENDING);
+        }
+    }
+    for (PendingConnection* connection : std::vector<PendingConnection*>(pending_)) {
+        if (polled_.count(connection) != 0 && !connection->IsComplete()) {
+            connection->OnReady(0);
+        }
+    }
+    isTakingIn_ = false;
 }
 
 void ControlThread::RetryParked()

@@ -23,6 +23,7 @@ namespace TAVO::Transport {
 
 class ControlLink;
 class InLane;
+class Listener;
 class PendingConnection;
 
 // Something that the control thread waits for.
@@ -67,6 +68,8 @@ public:
     void OnConnectionSettled(PendingConnection* connection);
     // The end of a session.
     void TearDown(ControlLink& link);
+    // What connected before its process ended is taken in before the end is acted on: what was sent one-way is run.
+    void TakeInWhatWaits();
     // No descriptor or memory for accepting: the listener rests for a moment.
     void RestListener(int fd, Pollable* listener);
 
@@ -101,6 +104,8 @@ private:
     std::unordered_set<const Pollable*> polled_;
     std::unordered_map<const Pollable*, std::unique_ptr<Pollable>> owned_;
     std::vector<std::unique_ptr<Pollable>> disowned_;  // until the events in hand are done
+    std::vector<Listener*> listeners_;
+    bool isTakingIn_ = false;
     std::unordered_map<const Session*, ControlLink*> links_;
     std::vector<PendingConnection*> pending_;  // in the order of acceptance
     std::vector<Retry> connecting_;            // to try again: the peer's queue was full

@@ -85,10 +85,22 @@ UniqueFd ConnectWith(const std::string& path, int socketFlags, milliseconds time
     if (timeout.count() > 0) {
         SetTimeouts(fd.Get(), timeout, timeout);  // The send time-out bounds connect too.
     }
+    const Clock::time_point end = Clock::now() + timeout;
     int result = 0;
-    do {
+    for (;;) {
         result = ::connect(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-    } while (result != 0 && errno == EINTR);
+        if (result == 0 || errno != EINTR) {
+            break;
+        }
+        const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
+        if (timeout.count() > 0 && left.count() <= 0) {
+            errno = EAGAIN;
+            break;
+        }
+        if (timeout.count() > 0) {  // It would begin anew with each signal.
+            SetTimeouts(fd.Get(), left, left);
+        }
+    }
     if (result != 0 && errno != EISCONN) {
         const int error = errno;
         fd.Reset();
@@ -157,6 +169,12 @@ bool PollUntil(int fd, short events, Deadline deadline) noexcept
             return false;
         }
     }
+}
+
+bool HasHungUp(int fd) noexcept
+{
+    pollfd entry{fd, POLLRDHUP, 0};
+    return ::poll(&entry, 1, 0) > 0;
 }
 
 UniqueFd ConnectStream(const std::string& path, milliseconds timeout)

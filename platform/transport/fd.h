@@ -48,7 +48,7 @@ enum class IoStatus {
     CLOSED,       // end of file, reset, or any other error of the connection
 };
 
-// How long an operation may wait: not at all, or until a deadline on a socket whose time-outs are set.
+// What an operation came to.
 struct IoResult {
     IoStatus status = IoStatus::OK;
     size_t bytes = 0;  // moved, with any status
@@ -69,6 +69,9 @@ IoResult SendUntil(int fd, const void* buffer, size_t size, Deadline deadline) n
 
 // Waits for poll events until the deadline; false when it passed.
 bool PollUntil(int fd, short events, Deadline deadline) noexcept;
+
+// Whether the kernel says that the other end is gone or says no more.
+bool HasHungUp(int fd) noexcept;
 
 // A stream socket connected to `path` (close-on-exec, blocking, with the given time-outs). On failure not open, errno set;
 // EACCES when the socket belongs to another user. `path` must fit into an address.

@@ -55,7 +55,6 @@ FrameReader::Room FrameReader::RoomForBody()
     if (size == 0) {
         return {State::STALLED, nullptr, 0};
     }
-    roomBytes_ = size;
     uint8_t* place = ParcelAccess::Append(body_, size);
     return {place != nullptr ? State::MORE : State::BAD, place, size};
 }
@@ -64,7 +63,6 @@ FrameReader::State FrameReader::Received(size_t bytes)
 {
     bodyBytes_ += bytes;
     ParcelAccess::Truncate(body_, bodyBytes_);
-    roomBytes_ = 0;
     return AfterBody();
 }
 
@@ -94,7 +92,7 @@ size_t FrameReader::Charge(size_t wanted)
     if (budget_ == nullptr || total <= SMALL_BYTES || total <= charged_) {
         return wanted;
     }
-    if (!budget_->Take(total - charged_)) {
+    if (!budget_->Take(total - charged_) && !budget_->TakeBeyond(total - charged_, this)) {
         return 0;
     }
     charged_ = total;
@@ -104,7 +102,7 @@ size_t FrameReader::Charge(size_t wanted)
 void FrameReader::GiveBack() noexcept
 {
     if (charged_ != 0) {
-        budget_->Give(std::exchange(charged_, size_t{0}));
+        budget_->Give(std::exchange(charged_, size_t{0}), this);
     }
 }
 

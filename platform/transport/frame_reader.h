@@ -66,7 +66,6 @@ private:
     size_t headerBytes_ = 0;  // of the header, received so far
     MessageParcel body_;
     size_t bodyBytes_ = 0;  // received so far
-    size_t roomBytes_ = 0;  // handed out by RoomForBody behind them
     size_t charged_ = 0;
     bool complete_ = false;
 };

@@ -234,9 +234,19 @@ InLane::Next InLane::Handle()
         waiting->header = request.header;
         ParcelAccess::Swap(waiting->data, request.data);
         return std::function<void()>(
-            [lane = shared_from_this(), waiting] { lane->Proceed([&] { return lane->Run(*waiting); }); });
+            [lane = shared_from_this(), waiting] { lane->Proceed([&] { return lane->RunWaited(*waiting); }); });
     });
     return runs ? Run(request) : Next::GONE;
+}
+
+// A request that has waited for its object: its caller may have given up meanwhile.
+InLane::Next InLane::RunWaited(Request& request)
+{
+    if (IsCallLane() && HasHungUp(fd_.Get())) {
+        LeaveGate(*request.target);
+        return Next::CLOSE;
+    }
+    return Run(request);
 }
 
 InLane::Next InLane::Run(Request& request)

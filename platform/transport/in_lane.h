@@ -57,6 +57,7 @@ private:
     void Loop();
     FrameReader::State NextFrame(bool wait, IoStatus& io);
     Next Handle();
+    Next RunWaited(Request& request);
     Next Run(Request& request);
     Next Reply(uint64_t number, int status, MessageParcel& reply);
     Next FlushReply();

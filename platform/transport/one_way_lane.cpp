@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // One-way requests and notices: one lane a session, sent in order, and never waiting for the receiver.
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "base/parcel_access.h"
@@ -52,8 +53,12 @@ int Session::SendOneWay(ConnectionKind kind, uint64_t serial, uint32_t code, Mes
             sent = SendNow(lane.fd.Get(), frame, size);
         }
         if (sent.bytes != 0 && sent.status == IoStatus::WOULD_BLOCK) {
-            lane.rest.assign(frame + sent.bytes, frame + size);
-            Core::Get().Control().FlushLater(shared_from_this(), kind);
+            try {
+                lane.rest.assign(frame + sent.bytes, frame + size);
+                Core::Get().Control().FlushLater(shared_from_this(), kind);
+            } catch (const std::bad_alloc&) {  // Half a request: the lane cannot go on.
+                sent.status = IoStatus::CLOSED;
+            }
         }
         ParcelAccess::Truncate(data, dataBytes);
         if (sent.bytes != 0 && sent.status != IoStatus::CLOSED) {

@@ -60,7 +60,11 @@ RuntimeDir RuntimeDir::Open(const std::string& path, bool create, std::string& e
     if (create && ::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) {
         return refuse(std::string("cannot be made: ") + std::strerror(errno));
     }
-    dir.fd_ = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    std::string name = path;
+    while (name.size() > 1 && name.back() == '/') {  // With one behind it a link would be followed.
+        name.pop_back();
+    }
+    dir.fd_ = ::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (dir.fd_ < 0) {
         const int reason = errno;
         if (reason == ELOOP || reason == ENOTDIR) {

@@ -155,8 +155,7 @@ bool WatchGpu(VeltraClient& client)
 {
     return TimedStep("GPU counters begin",
                      [&client] { return client.StartGetGpuPerfInfo(0, std::make_unique<GpuSamples>()); }) &&
-           Ears().WaitForBatches(3) &&
-           TimedStep("GPU counters end", [&client] { return client.StopGetGpuPerfInfo(); });
+           Ears().WaitForBatches(3) && TimedStep("GPU counters end", [&client] { return client.StopGetGpuPerfInfo(); });
 }
 
 bool Ask(VeltraClient& client)
@@ -168,9 +167,7 @@ bool Ask(VeltraClient& client)
                   [&] { return client.GetAppPrioritys(names, std::make_unique<Priorities>()); }) &&
         Ears().WaitForAnswer() &&
         TimedStep("resources of an application",
-                  [&] {
-                      return client.QueryAppResourceInfos({"com.example.racer"}, std::make_unique<Resources>());
-                  }) &&
+                  [&] { return client.QueryAppResourceInfos({"com.example.racer"}, std::make_unique<Resources>()); }) &&
         Ears().WaitForAnswer() &&
         TimedStep("this game's info", [&client] { return client.UpdateGameInfo(1, "com.example.racer", 0); }) &&
         TimedStep("game state", [&] { return client.QueryGameState(state); });
@@ -182,8 +179,7 @@ bool Ask(VeltraClient& client)
 bool Unsubscribe(VeltraClient& client)
 {
     return TimedStep("key 1 leaves", [&client] { return client.UnRegisterGameCallback(1); }) &&
-           TimedStep("key 2, the last one, tells the service",
-                     [&client] { return client.UnRegisterGameCallback(2); });
+           TimedStep("key 2, the last one, tells the service", [&client] { return client.UnRegisterGameCallback(2); });
 }
 
 // The client still counts as registered, so a new key is not told to the service, which knows nothing of it.
@@ -195,10 +191,11 @@ bool ShowTheSilence(VeltraClient& client)
     }
     Ears().TakeKeys(0);
     const size_t heard = Ears().TakeKeys(1, SILENCE).size();
-    std::printf("    events within 2 s: %zu. The client stays registered across the restart, and the\n"
-                "    new service does not know of it. The remedy: unregister every key, ignore 1010310018\n"
-                "    from the last one, register again.\n",
-                heard);
+    std::printf(
+        "    events within 2 s: %zu. The client stays registered across the restart, and the\n"
+        "    new service does not know of it. The remedy: unregister every key, ignore 1010310018\n"
+        "    from the last one, register again.\n",
+        heard);
     return heard == 0;
 }
 
@@ -206,8 +203,7 @@ bool Remedy(VeltraClient& client)
 {
     const bool isLeft = client.UnRegisterGameCallback(1) == RESULT_OK && client.UnRegisterGameCallback(2) == RESULT_OK;
     const int32_t last = client.UnRegisterGameCallback(3);
-    std::printf("  %-38s %d, as it should be\n", "the last key leaves",
-                last);
+    std::printf("  %-38s %d, as it should be\n", "the last key leaves", last);
     return isLeft && last == RESULT_UNREGISTER_REFUSED && Subscribe(client) && Unsubscribe(client);
 }
 
