@@ -79,6 +79,41 @@ TEST_F(Flow, OneWayToAStoppedReceiverIsRefusedWithoutWaitingAndTheAcceptedOnesRu
     EXPECT_EQ(NotesThere(), Counting(0, accepted + 1));
 }
 
+// The flood never ends, and its receiver has still time for others.
+TEST_F(Flow, OneWayFloodDelaysNoCallOfAnotherClient)
+{
+    constexpr int CALLS = 500;
+    const Child other = StartPeer("other");
+    const sptr<IRemoteObject> client = World::Get().Kept("other");
+    ASSERT_EQ(Call(client, TestCode::KEEP).Text("flooded").Object(object_).Send(), TAVO::IPC_OK);
+    std::atomic<bool> isOver{false};
+    std::atomic<int> refused{0};
+    std::thread flood([this, &isOver, &refused] {
+        const std::string large(32 << 10, 'f');
+        while (!isOver) {
+            refused += Call(object_, TestCode::ECHO).Text(large).SendOneWay() == TAVO::IPC_QUEUE_FULL;
+        }
+    });
+    EXPECT_TRUE(WaitFor([&refused] { return refused > 0; }));
+    const auto servedCalls = [&client] {
+        int served = 0;
+        for (int call = 0; call < CALLS; ++call) {
+            served += Call(client, TestCode::ECHO_KEPT).Text("flooded").SendForInt() == TAVO::IPC_OK;
+        }
+        return served;
+    };
+    const auto start = TestSupport::Clock::now();
+    EXPECT_EQ(servedCalls(), CALLS);
+    EXPECT_LT(TestSupport::Clock::now() - start, std::chrono::seconds(20));
+    // The same with a handler that stands still: the requests behind it wait, and no one else does.
+    EXPECT_TRUE(WaitFor([this] { return Call(object_, TestCode::WAIT).SendOneWay() == TAVO::IPC_OK; }));
+    EXPECT_EQ(peer_.Ask("await-waiting 1"), "waiting");
+    EXPECT_EQ(servedCalls(), CALLS);
+    isOver = true;
+    flood.join();
+    EXPECT_EQ(Call(object_, TestCode::OPEN).Send(), TAVO::IPC_OK);
+}
+
 TEST_F(Flow, OneWayRequestsOfADeadSenderStillRun)
 {
     constexpr int32_t COUNT = 50;
