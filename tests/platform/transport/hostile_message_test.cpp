@@ -50,12 +50,6 @@ protected:
         }
         return notes;
     }
-
-    int32_t EchoKept(const std::string& name)
-    {
-        const auto answer = raw_->CallOnce(RequestFor(TestCode::ECHO_KEPT).String(name));
-        return answer && answer->data.size() == 4 ? TestSupport::ReadAt<int32_t>(answer->data, 0) : 1;
-    }
 };
 
 TEST_F(HostileMessage, AWholeConversationByteByByteIsUnderstood)
@@ -172,37 +166,6 @@ TEST_F(HostileMessage, TableThatDoesNotHoldTogetherRefusesThatRequestOnly)
         EXPECT_TRUE(!record || record->type != RawRecord::RELEASE || (record->a == 22 && record->b == 1));
         return !record || record->type == RawRecord::RELEASE;
     }));
-}
-
-TEST_F(HostileMessage, ReferenceToTheReceiversObjectMustBeHeldByTheSender)
-{
-    const uint64_t held = MakeObject(*raw_);
-    RawPeer other(dir_.Path());
-    ASSERT_TRUE(other.OpenSession());
-    const auto keep = [this](RawPeer& peer, uint64_t serial) {
-        return StatusOf(peer.CallOnce(RequestFor(TestCode::KEEP).String("it").Reference(raw_->Target(), serial)));
-    };
-    EXPECT_EQ(keep(other, held), TAVO::IPC_BAD_MESSAGE);
-    EXPECT_EQ(keep(*raw_, held + 1000), TAVO::IPC_BAD_MESSAGE);
-    EXPECT_EQ(keep(*raw_, UINT64_MAX), TAVO::IPC_BAD_MESSAGE);
-    EXPECT_EQ(keep(*raw_, held), TAVO::IPC_OK);
-    EXPECT_EQ(EchoKept("it"), TAVO::IPC_OK) << "it came home";
-}
-
-// The same message is fine on one session and nothing on another.
-TEST_F(HostileMessage, MessageReplayedOnAnotherSessionIsRefused)
-{
-    const uint64_t held = MakeObject(*raw_);
-    const RawFrame number = RequestFor(TestCode::NUMBER, held);
-    EXPECT_EQ(StatusOf(raw_->CallOnce(number)), TAVO::IPC_OK);
-    RawPeer other(dir_.Path());
-    ASSERT_TRUE(other.OpenSession());
-    EXPECT_EQ(StatusOf(other.CallOnce(number)), TAVO::IPC_DEAD_OBJECT);
-    const RawInstance self = raw_->Instance();
-    raw_ = std::make_unique<RawPeer>(dir_.Path());  // the same process after its session ended
-    raw_->SetInstance(self);
-    ASSERT_TRUE(WaitFor([this] { return raw_->OpenSession(); }));
-    EXPECT_EQ(StatusOf(raw_->CallOnce(number)), TAVO::IPC_DEAD_OBJECT);
 }
 
 // The message waits for nobody, and what it names is dead.

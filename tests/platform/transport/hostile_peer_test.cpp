@@ -164,59 +164,6 @@ TEST_F(HostilePeer, AcknowledgementsOfNothingAreHarmless)
     }
 }
 
-// Nobody can release what another holds, and an unknown or released serial is a dead object.
-TEST_F(HostilePeer, OverReleaseEndsTheSessionAndMovesNobodyElsesCount)
-{
-    const uint64_t serial = MakeObject(*raw_);
-    const int32_t live = LiveObjects();
-    RawPeer thief(dir_.Path());
-    ASSERT_TRUE(thief.OpenSession());
-    EXPECT_EQ(StatusOf(thief.CallOnce(RequestFor(TestCode::NUMBER, serial))), TAVO::IPC_DEAD_OBJECT)
-        << "a serial that was never given to this peer";
-    const uint64_t own = MakeObject(thief);
-    EXPECT_EQ(StatusOf(thief.CallOnce(RequestFor(TestCode::NUMBER, own))), TAVO::IPC_OK);
-    EXPECT_EQ(LiveObjects(), live + 1);
-    ASSERT_TRUE(thief.Control().Send(RawRecord{RawRecord::RELEASE, 0, serial, 1}.Encode()));
-    EXPECT_TRUE(thief.Control().WaitForEnd());
-    EXPECT_TRUE(WaitFor([this, live] { return LiveObjects() == live; })) << "what the thief held is to be freed";
-    EXPECT_EQ(StatusOf(raw_->CallOnce(RequestFor(TestCode::NUMBER, serial))), TAVO::IPC_OK);
-
-    RawPeer greedy(dir_.Path());
-    ASSERT_TRUE(greedy.OpenSession());
-    const uint64_t one = MakeObject(greedy);
-    ASSERT_TRUE(greedy.Control().Send(RawRecord{RawRecord::RELEASE, 0, one, 2}.Encode()));
-    EXPECT_TRUE(greedy.Control().WaitForEnd());
-    EXPECT_EQ(StatusOf(raw_->CallOnce(RequestFor(TestCode::NUMBER, serial))), TAVO::IPC_OK);
-}
-
-TEST_F(HostilePeer, ReleasedSerialIsADeadObject)
-{
-    const uint64_t serial = MakeObject(*raw_);
-    const int32_t live = LiveObjects();
-    EXPECT_EQ(StatusOf(raw_->CallOnce(RequestFor(TestCode::NUMBER, serial))), TAVO::IPC_OK);
-    ASSERT_TRUE(raw_->Control().Send(RawRecord{RawRecord::RELEASE, 0, serial, 1}.Encode()));
-    ASSERT_TRUE(raw_->Ping());  // the release was handled before
-    EXPECT_EQ(StatusOf(raw_->CallOnce(RequestFor(TestCode::NUMBER, serial))), TAVO::IPC_DEAD_OBJECT);
-    EXPECT_TRUE(WaitFor([this, live] { return LiveObjects() == live - 1; }));
-    EXPECT_NE(MakeObject(*raw_), serial);
-}
-
-// What a session passed stays the sender's until it is acknowledged, and comes back with the lane's end.
-TEST_F(HostilePeer, PassedReferenceIsTakenBackWhenItsLaneEndsUnacknowledged)
-{
-    const int32_t live = LiveObjects();
-    RawSocket lane = raw_->OpenLane();
-    ASSERT_TRUE(lane.Send(RequestFor(TestCode::MAKE).Int32(0).Encode()));
-    const auto reply = lane.ReceiveFrame();
-    ASSERT_TRUE(reply && reply->references.size() == 1);
-    EXPECT_EQ(LiveObjects(), live + 1);
-    RawRecord closed{RawRecord::LANE_CLOSED, RawRecord::OWN_LANE, raw_->LastLane() - 1,
-                     0};  // LiveObjects took one more
-    ASSERT_TRUE(raw_->Control().Send(closed.Encode()));
-    lane.Close();
-    EXPECT_TRUE(WaitFor([this, live] { return LiveObjects() == live; }));
-}
-
 TEST_F(HostilePeer, UninvitedDescriptorsAreNeverOpenInTheReceiver)
 {
     const pid_t target = hub_.Pid();

@@ -91,6 +91,13 @@ protected:
         return answer && answer->data.size() == 4 ? TestSupport::ReadAt<int32_t>(answer->data, 0) : -1;
     }
 
+    // What the hub's call to the object that it keeps under that name came to.
+    int32_t EchoKept(const std::string& name)
+    {
+        const auto answer = raw_->CallOnce(RequestFor(TestCode::ECHO_KEPT).String(name));
+        return answer && answer->data.size() == 4 ? TestSupport::ReadAt<int32_t>(answer->data, 0) : 1;
+    }
+
     TestSupport::PrivateRuntimeDir dir_;
     Child hub_;
     std::unique_ptr<RawPeer> raw_;
