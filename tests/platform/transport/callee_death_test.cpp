@@ -2,6 +2,7 @@
 // Whatever becomes of the callee, each caller gets one answer, in time, and never somebody else's.
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <optional>
@@ -242,6 +243,25 @@ TEST(CalleeMisbehaves, WrongReplyEndsItsLaneAndNothingElse)
     }
     EXPECT_TRUE(object->IsAlive());
     EXPECT_LT(Clock::now() - start, 8s * WRONG_REPLIES.size()) << "calls ran into their time-out";
+}
+
+TEST(CalleeMisbehaves, DescriptorsWithRepliesAreNeverOpenInTheCaller)
+{
+    PrivateRuntimeDir dir;
+    Child callee = ForkCallee(dir.Path(), "raw", [](RawPeer& raw) {
+        ServeLanes(raw, [](RawSocket& lane, const RawFrame& request) {
+            lane.SendWithDescriptors(EchoReply(request).Encode(), 1 + request.number % 253);
+        });
+    });
+    ServeAsHub();
+    ASSERT_TRUE(StartCallee(callee));
+    const sptr<IRemoteObject> object = World::Get().Kept("raw");
+    EXPECT_EQ(Echo(object), TAVO::IPC_OK);
+    const size_t before = TestSupport::CountDescriptors(::getpid());
+    for (int32_t round = 0; round < 1000; ++round) {
+        ASSERT_EQ(Echo(object, round), TAVO::IPC_OK);
+        ASSERT_LE(TestSupport::CountDescriptors(::getpid()), before);
+    }
 }
 
 // A connection that breaks under a large request must not raise SIGPIPE, which ends a program that left it alone.

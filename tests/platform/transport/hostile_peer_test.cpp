@@ -170,7 +170,7 @@ TEST_F(HostilePeer, UninvitedDescriptorsAreNeverOpenInTheReceiver)
     RawSocket lane = raw_->OpenLane();
     ASSERT_TRUE(lane.Send(RequestFor(TestCode::ECHO).Encode()) && lane.ReceiveFrame());
     const size_t before = TestSupport::CountDescriptors(target);
-    for (uint64_t number = 2; number < 200; ++number) {
+    for (uint64_t number = 2; number < 2000; ++number) {  // two sets with each request, one with each ping
         const size_t count = number % 2 == 0 ? 1 : 253;
         const RawRecord ping{RawRecord::PING, 0, number, 0};
         const Bytes request = RequestFor(TestCode::ECHO, 0, number).Int32(1).Encode();

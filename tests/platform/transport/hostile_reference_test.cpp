@@ -80,20 +80,71 @@ TEST_F(HostileReference, ReferenceToTheReceiversObjectMustBeHeldByTheSender)
     EXPECT_EQ(EchoKept("it"), TAVO::IPC_OK) << "it came home";
 }
 
-// The same message is fine on one session and nothing on another.
-TEST_F(HostileReference, MessageReplayedOnAnotherSessionIsRefused)
+TEST_F(HostileReference, NoSerialIsUsedTwice)
 {
+    constexpr uint64_t OBJECTS = 5000;
+    const int32_t live = LiveObjects();
+    RawSocket lane = raw_->OpenLane();
+    const uint64_t laneNumber = raw_->LastLane();
+    uint64_t last = 0;
+    for (uint64_t number = 1; number <= OBJECTS; ++number) {
+        ASSERT_TRUE(lane.Send(RequestFor(TestCode::MAKE, 0, number).Int32(0).Encode()));
+        const auto made = lane.ReceiveFrame();
+        ASSERT_TRUE(made && made->references.size() == 1);
+        ASSERT_GT(made->references[0].serial, last);
+        last = made->references[0].serial;
+        ASSERT_TRUE(
+            raw_->Control().Send(RawRecord{RawRecord::TAKEN, RawRecord::OWN_LANE, laneNumber, number}.Encode()));
+        ASSERT_TRUE(raw_->Control().Send(RawRecord{RawRecord::RELEASE, 0, last, 1}.Encode()));
+    }
+    EXPECT_TRUE(WaitFor([this, live] { return LiveObjects() == live; }));
+}
+
+struct Replayed {
+    const char* name;
+    RawFrame frame;
+    int elsewhere;  // its status on a session other than the one that it was made for, where it is fine
+};
+
+// Another process, or the same one after its session ended.
+TEST_F(HostileReference, MessageReplayedOnAnotherSessionReachesNothingThatIsNotItsOwn)
+{
+    const int32_t live = LiveObjects();
     const uint64_t held = MakeObject(*raw_);
-    const RawFrame number = RequestFor(TestCode::NUMBER, held);
-    EXPECT_EQ(StatusOf(raw_->CallOnce(number)), TAVO::IPC_OK);
+    const RawInstance self = raw_->Instance();
+    const auto keep = [](const RawInstance& owner, uint64_t serial) {
+        return RequestFor(TestCode::KEEP).String("kept").Reference(owner, serial, u"raw.Object");
+    };
+    const std::vector<Replayed> rows = {
+        {"call of an object that is held", RequestFor(TestCode::NUMBER, held), TAVO::IPC_DEAD_OBJECT},
+        {"reference that goes home", keep(raw_->Target(), held), TAVO::IPC_BAD_MESSAGE},
+        {"reference to the sender's own object", keep(self, 21), TAVO::IPC_OK},
+    };
     RawPeer other(dir_.Path());
     ASSERT_TRUE(other.OpenSession());
-    EXPECT_EQ(StatusOf(other.CallOnce(number)), TAVO::IPC_DEAD_OBJECT);
-    const RawInstance self = raw_->Instance();
-    raw_ = std::make_unique<RawPeer>(dir_.Path());  // the same process after its session ended
+    for (const Replayed& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(StatusOf(raw_->CallOnce(row.frame)), TAVO::IPC_OK);
+        EXPECT_EQ(StatusOf(other.CallOnce(row.frame)), row.elsewhere);
+    }
+    EXPECT_EQ(LiveObjects(), live + 1);
+    const Bytes release = RawRecord{RawRecord::RELEASE, 0, held, 1}.Encode();
+    ASSERT_TRUE(other.Control().Send(release));
+    EXPECT_TRUE(other.Control().WaitForEnd());
+    EXPECT_EQ(StatusOf(raw_->CallOnce(rows[0].frame)), TAVO::IPC_OK) << "it is still held here";
+
+    raw_ = std::make_unique<RawPeer>(dir_.Path());
     raw_->SetInstance(self);
     ASSERT_TRUE(WaitFor([this] { return raw_->OpenSession(); }));
-    EXPECT_EQ(StatusOf(raw_->CallOnce(number)), TAVO::IPC_DEAD_OBJECT);
+    EXPECT_TRUE(WaitFor([this, live] { return LiveObjects() == live; })) << "freed with the session";
+    for (const Replayed& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(StatusOf(raw_->CallOnce(row.frame)), row.elsewhere);
+    }
+    ASSERT_TRUE(raw_->Control().Send(release));
+    EXPECT_TRUE(raw_->Control().WaitForEnd());
+    ASSERT_TRUE(WaitFor([this] { return raw_->OpenSession(); }));
+    EXPECT_EQ(LiveObjects(), live);
 }
 
 }  // namespace

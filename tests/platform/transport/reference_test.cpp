@@ -188,6 +188,37 @@ TEST_F(References, ReleaseRacingWithCallsNeverReachesAnotherObject)
     EXPECT_TRUE(WaitFor([&world, liveThere] { return Call(world, TestCode::LIVE).SendForInt() == liveThere; }));
 }
 
+// References of all kinds, so often that a count which is off by one in a thousand shows.
+TEST_F(References, ObjectsPassedAndReleasedCountlessTimesAreFreedInTheEnd)
+{
+    constexpr int ROUNDS = 100000;
+    constexpr std::chrono::seconds LONGEST{20};  // a sanitizer gets through fewer
+    const Child peer = StartPeer("peer");
+    const sptr<IRemoteObject> world = Kept("peer");
+    const int32_t liveThere = Call(world, TestCode::LIVE).SendForInt();
+    sptr<TestObject> ours = TAVO::MakeRef<TestObject>();
+    ASSERT_EQ(Call(world, TestCode::KEEP).Text("theirs").Object(MakeIn(world)).Send(), TAVO::IPC_OK);
+    const int32_t number =
+        Call(Call(world, TestCode::FETCH).Text("theirs").SendForObject(), TestCode::NUMBER).SendForInt();
+    const TestSupport::Clock::time_point end = TestSupport::Clock::now() + LONGEST;
+    for (int round = 0; round < ROUNDS && TestSupport::Clock::now() < end; ++round) {
+        ASSERT_EQ(Call(world, TestCode::ADOPT).Object(ours).Send(), TAVO::IPC_OK);
+        const sptr<IRemoteObject> theirs = Call(world, TestCode::FETCH).Text("theirs").SendForObject();
+        if (round % 100 == 0) {
+            ASSERT_EQ(Call(theirs, TestCode::NUMBER).SendForInt(), number);
+            ASSERT_EQ(Call(theirs, TestCode::NOTE).Int(round).SendOneWay(), TAVO::IPC_OK);
+        }
+        if (round % 3 == 0) {  // it goes at once, or with all that were received since
+            ASSERT_EQ(Call(world, TestCode::ABANDON).Send(), TAVO::IPC_OK);
+        }
+    }
+    EXPECT_EQ(Call(world, TestCode::ABANDON).Send(), TAVO::IPC_OK);
+    ours = nullptr;
+    EXPECT_EQ(Call(world, TestCode::FORGET).Text("theirs").Send(), TAVO::IPC_OK);
+    EXPECT_TRUE(WaitFor([this] { return World::Get().liveObjects == baseObjects_; }));
+    EXPECT_TRUE(WaitFor([&world, liveThere] { return Call(world, TestCode::LIVE).SendForInt() == liveThere; }));
+}
+
 TEST_F(References, OwnerThatDiedBeforeTheParcelIsReadYieldsADeadProxy)
 {
     Child owner = StartPeer("owner");
