@@ -124,6 +124,7 @@ private:
     struct Held {
         sptr<IPCObjectStub> object;
         uint64_t count = 0;
+        uint64_t deferred = 0;  // of them, what the peer has released after messages to come
     };
     struct Passed {                                 // one message's references until it is taken
         std::vector<uint64_t> raised;               // our serials, one count each

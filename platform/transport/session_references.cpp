@@ -297,16 +297,20 @@ bool Session::OnRelease(uint64_t serial, uint64_t count)
     const uint64_t lane = releaseAfterLane_.number;
     const auto open = inLanes_.find(lane);
     const bool isTaken = open != inLanes_.end() ? open->second.lane->LastTaken() >= after : lane <= lastEndedLane_;
-    bool held = true;
+    const auto found = held_.find(serial);
+    const bool isHeld = found != held_.end() && found->second.deferred <= found->second.count &&
+                        count <= found->second.count - found->second.deferred;
+    if (count == 0 || !isHeld) {
+        return false;
+    }
     if (after == 0 || isTaken) {
-        held = LowerHeld(serial, count, leftovers);
+        LowerHeld(serial, count, leftovers);
     } else {
-        const auto found = held_.find(serial);
-        held = found != held_.end() && found->second.count >= count;
+        found->second.deferred += count;
         deferred_[lane].push_back({after, serial, count});
     }
     lock.Unlock();
-    return held;
+    return true;
 }
 
 void Session::ApplyDeferred(uint64_t lane, uint64_t lastTaken, Leftovers& leftovers)
@@ -319,7 +323,10 @@ void Session::ApplyDeferred(uint64_t lane, uint64_t lastTaken, Leftovers& leftov
         if (release.number > lastTaken) {
             return false;
         }
-        LowerHeld(release.serial, release.count, leftovers);
+        if (const auto held = held_.find(release.serial); held != held_.end()) {
+            held->second.deferred -= std::min(held->second.deferred, release.count);
+            LowerHeld(release.serial, release.count, leftovers);
+        }
         return true;
     });
     if (found->second.empty()) {

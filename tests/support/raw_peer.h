@@ -49,7 +49,16 @@ struct RawHello {
 };
 
 struct RawRecord {
-    enum Type : uint32_t { RELEASE = 1, ACQUIRE = 2, ACQUIRED = 3, TAKEN = 4, LANE_CLOSED = 5, PING = 6, PONG = 7 };
+    enum Type : uint32_t {
+        RELEASE = 1,
+        ACQUIRE = 2,
+        ACQUIRED = 3,
+        TAKEN = 4,
+        LANE_CLOSED = 5,
+        PING = 6,
+        PONG = 7,
+        AFTER = 8
+    };
     static constexpr size_t SIZE = 24;
     static constexpr uint32_t OWN_LANE = 1;
 

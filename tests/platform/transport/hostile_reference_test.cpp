@@ -13,7 +13,7 @@ using TestSupport::WaitFor;
 class HostileReference : public HubFixture {};
 
 // Nobody can release what another holds, and an unknown or released serial is a dead object.
-TEST_F(HostileReference, OverReleaseEndsTheSessionAndMovesNobodyElsesCount)
+TEST_F(HostileReference, NobodyReleasesWhatAnotherHolds)
 {
     const uint64_t serial = MakeObject(*raw_);
     const int32_t live = LiveObjects();
@@ -28,13 +28,60 @@ TEST_F(HostileReference, OverReleaseEndsTheSessionAndMovesNobodyElsesCount)
     EXPECT_TRUE(thief.Control().WaitForEnd());
     EXPECT_TRUE(WaitFor([this, live] { return LiveObjects() == live; })) << "what the thief held is to be freed";
     EXPECT_EQ(StatusOf(raw_->CallOnce(RequestFor(TestCode::NUMBER, serial))), TAVO::IPC_OK);
+}
 
-    RawPeer greedy(dir_.Path());
-    ASSERT_TRUE(greedy.OpenSession());
-    const uint64_t one = MakeObject(greedy);
-    ASSERT_TRUE(greedy.Control().Send(RawRecord{RawRecord::RELEASE, 0, one, 2}.Encode()));
-    EXPECT_TRUE(greedy.Control().WaitForEnd());
+struct OverRelease {
+    const char* name;
+    std::vector<RawRecord> records;  // a RELEASE is of the one object that the peer holds, once
+};
+
+TEST_F(HostileReference, ReleaseOfMoreThanIsHeldEndsTheSession)
+{
+    constexpr uint64_t UNOPENED_LANE = 1000;
+    const RawRecord release{RawRecord::RELEASE, 0, 0, 1};
+    const RawRecord after{RawRecord::AFTER, RawRecord::OWN_LANE, UNOPENED_LANE, 1};
+    const std::vector<OverRelease> rows = {
+        {"two of one", {{RawRecord::RELEASE, 0, 0, 2}}},
+        {"all there are", {{RawRecord::RELEASE, 0, 0, UINT64_MAX}}},
+        {"none", {{RawRecord::RELEASE, 0, 0, 0}}},
+        {"one, twice", {release, release}},
+        {"after a message to come, two of one", {after, {RawRecord::RELEASE, 0, 0, 2}}},
+        {"after a message to come, none", {after, {RawRecord::RELEASE, 0, 0, 0}}},
+        {"after a message to come, twice", {after, release, after, release}},
+        {"after a message to come, and at once", {after, release, release}},
+    };
+    const uint64_t serial = MakeObject(*raw_);
+    const int32_t live = LiveObjects();
+    for (const OverRelease& row : rows) {
+        SCOPED_TRACE(row.name);
+        RawPeer greedy(dir_.Path());
+        ASSERT_TRUE(greedy.OpenSession());
+        const uint64_t one = MakeObject(greedy);
+        for (RawRecord record : row.records) {
+            record.a = record.type == RawRecord::RELEASE ? one : record.a;
+            greedy.Control().Send(record.Encode());
+        }
+        ASSERT_TRUE(greedy.Control().WaitForEnd());
+        EXPECT_TRUE(WaitFor([this, live] { return LiveObjects() == live; }));
+        EXPECT_EQ(StatusOf(raw_->CallOnce(RequestFor(TestCode::NUMBER, serial))), TAVO::IPC_OK);
+    }
+}
+
+TEST_F(HostileReference, ReleaseAfterAMessageWaitsForItAndNoLonger)
+{
+    const uint64_t serial = MakeObject(*raw_);
+    RawSocket lane = raw_->OpenLane(RawHello::ONE_WAY);
+    const RawRecord after{RawRecord::AFTER, RawRecord::OWN_LANE, raw_->LastLane(), 1};
+    ASSERT_TRUE(raw_->Control().Send(after.Encode()));
+    ASSERT_TRUE(raw_->Control().Send(RawRecord{RawRecord::RELEASE, 0, serial, 1}.Encode()));
+    ASSERT_TRUE(raw_->Ping());
     EXPECT_EQ(StatusOf(raw_->CallOnce(RequestFor(TestCode::NUMBER, serial))), TAVO::IPC_OK);
+    ASSERT_TRUE(lane.Send(RequestFor(TestCode::NOTE, serial).Int32(5).Encode()));
+    EXPECT_TRUE(WaitFor([this, serial] {
+        return StatusOf(raw_->CallOnce(RequestFor(TestCode::NUMBER, serial))) == TAVO::IPC_DEAD_OBJECT;
+    }));
+    const auto notes = raw_->CallOnce(RequestFor(TestCode::NOTES));
+    EXPECT_TRUE(notes && notes->data == RequestFor(TestCode::NOTE).Int32(5).data) << "the message was run";
 }
 
 TEST_F(HostileReference, ReleasedSerialIsADeadObject)
