@@ -1,0 +1,180 @@
+// SPDX-License-Identifier: Apache-2.0
+// Which proxy an interface cast makes, of which object, and who may say so.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <new>
+#include <optional>
+#include <thread>
+#include <vector>
+
+#include "tavo/tavo.h"
+
+namespace TAVO {
+namespace {
+
+class IGreeter : public IRemoteBroker {
+public:
+    TAVO_DECLARE_DESCRIPTOR(u"test.IGreeter")
+};
+
+class IStranger : public IRemoteBroker {
+public:
+    TAVO_DECLARE_DESCRIPTOR(u"test.IStranger")
+};
+
+// Its name is the greeter's.
+class IImpostor : public IRemoteBroker {
+public:
+    TAVO_DECLARE_DESCRIPTOR(u"test.IGreeter")
+};
+
+template <typename T>
+class Proxy : public IRemoteProxy<T> {
+public:
+    using IRemoteProxy<T>::IRemoteProxy;
+};
+
+template <typename T>
+class Stub : public IRemoteStub<T> {
+};
+
+// An object that serves no interface in this process, as a proxy of one elsewhere.
+sptr<IRemoteObject> ObjectNamed(const std::u16string& descriptor)
+{
+    return MakeRef<IPCObjectStub>(descriptor);
+}
+
+template <typename T>
+sptr<IRemoteBroker> MakeProxy(const sptr<IRemoteObject>& object)
+{
+    return BrokerCreator<Proxy<T>>()(object);
+}
+
+TEST(BrokerRegistration, TheFirstCreatorOfADescriptorStaysUntilItsOwnerTakesItBack)
+{
+    BrokerRegistration& registry = BrokerRegistration::Get();
+    const std::u16string& name = IGreeter::GetDescriptor();
+    const sptr<IRemoteObject> object = ObjectNamed(name);
+    const int first = 0;
+    const int second = 0;
+    const auto isMadeAs = [&](const auto* kind) {
+        const sptr<IRemoteBroker> made = registry.NewInstance(name, object);
+        return dynamic_cast<decltype(kind)>(made.Get()) != nullptr;
+    };
+    const Proxy<IGreeter>* const greeter = nullptr;
+    const Proxy<IImpostor>* const impostor = nullptr;
+
+    EXPECT_EQ(registry.NewInstance(name, object), nullptr) << "nobody registered";
+    EXPECT_FALSE(registry.Register(name, nullptr, &first));
+    EXPECT_TRUE(registry.Register(name, MakeProxy<IGreeter>, &first));
+    EXPECT_FALSE(registry.Register(name, MakeProxy<IGreeter>, &first)) << "twice";
+    EXPECT_FALSE(registry.Register(name, MakeProxy<IImpostor>, &second));
+    EXPECT_TRUE(isMadeAs(greeter));
+    registry.Unregister(name, &second);
+    registry.Unregister(IStranger::GetDescriptor(), &first);
+    EXPECT_TRUE(isMadeAs(greeter));
+    registry.Unregister(name, &first);
+    EXPECT_EQ(registry.NewInstance(name, object), nullptr);
+    EXPECT_TRUE(registry.Register(name, MakeProxy<IImpostor>, &second));
+    EXPECT_TRUE(isMadeAs(impostor));
+    registry.Unregister(name, &second);
+    EXPECT_TRUE(registry.Register(
+        name, [](const auto&) -> sptr<IRemoteBroker> { throw std::bad_alloc(); }, &first));
+    EXPECT_EQ(registry.NewInstance(name, object), nullptr) << "no memory";
+    registry.Unregister(name, &first);
+}
+
+TEST(BrokerRegistration, ADelegatorThatCameSecondTakesNothingWithIt)
+{
+    const sptr<IRemoteObject> object = ObjectNamed(IGreeter::GetDescriptor());
+    std::optional<BrokerDelegator<Proxy<IGreeter>>> first(std::in_place);
+    {
+        const BrokerDelegator<Proxy<IImpostor>> second;
+        EXPECT_NE(iface_cast<IGreeter>(object), nullptr);
+        EXPECT_EQ(iface_cast<IImpostor>(object), nullptr);
+    }
+    EXPECT_NE(iface_cast<IGreeter>(object), nullptr);
+    first.reset();
+    EXPECT_EQ(iface_cast<IGreeter>(object), nullptr);
+}
+
+TEST(InterfaceCast, OfALocalObjectIsThatObject)
+{
+    const BrokerDelegator<Proxy<IGreeter>> delegator;
+    const sptr<Stub<IGreeter>> local = MakeRef<Stub<IGreeter>>();
+    const sptr<IGreeter> cast = iface_cast<IGreeter>(local);
+    EXPECT_EQ(cast.Get(), static_cast<IGreeter*>(local.Get()));
+    EXPECT_EQ(cast->AsObject(), local);
+}
+
+TEST(InterfaceCast, OfAProxyHoldsTheObjectAndNoLonger)
+{
+    const BrokerDelegator<Proxy<IGreeter>> delegator;
+    const sptr<IRemoteObject> object = ObjectNamed(u"test.IGreeter");
+    const auto before = object->GetStrongCount();
+    {
+        const sptr<IGreeter> cast = iface_cast<IGreeter>(object);
+        ASSERT_NE(dynamic_cast<Proxy<IGreeter>*>(cast.Get()), nullptr);
+        EXPECT_EQ(cast->AsObject(), object);
+        EXPECT_NE(iface_cast<IGreeter>(object), cast) << "a proxy of its own each time";
+    }
+    EXPECT_EQ(object->GetStrongCount(), before);
+}
+
+struct Refused {
+    const char* name;
+    sptr<IRemoteObject> object;
+};
+
+TEST(InterfaceCast, OfAnythingElseIsNull)
+{
+    const BrokerDelegator<Proxy<IGreeter>> greeter;
+    const BrokerDelegator<Proxy<IStranger>> stranger;
+    for (const Refused& row :
+         {Refused{"null", nullptr}, Refused{"another descriptor", ObjectNamed(u"test.IStranger")},
+          Refused{"no descriptor", ObjectNamed(u"")}, Refused{"one letter's case", ObjectNamed(u"test.iGreeter")},
+          Refused{"a beginning", ObjectNamed(u"test.IGreet")}, Refused{"a letter more", ObjectNamed(u"test.IGreeter2")},
+          Refused{"a NUL more", ObjectNamed(std::u16string(u"test.IGreeter\0", 14))},
+          Refused{"local object of another interface", MakeRef<Stub<IStranger>>()},
+          Refused{"local object of another interface of this name", MakeRef<Stub<IImpostor>>()}}) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(iface_cast<IGreeter>(row.object), nullptr);
+    }
+}
+
+// Libraries come and go while others cast.
+TEST(BrokerRegistration, ServesSeveralThreadsAtOnce)
+{
+    constexpr int THREADS = 4;
+    constexpr int ROUNDS = 2000;
+    const BrokerDelegator<Proxy<IGreeter>> greeter;
+    const sptr<IRemoteObject> known = ObjectNamed(IGreeter::GetDescriptor());
+    const sptr<IRemoteObject> changing = ObjectNamed(IStranger::GetDescriptor());
+    std::atomic<int> registered{0};
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < THREADS; ++thread) {
+        threads.emplace_back([&] {
+            BrokerRegistration& registry = BrokerRegistration::Get();
+            const int self = 0;
+            for (int round = 0; round < ROUNDS; ++round) {
+                if (registry.Register(IStranger::GetDescriptor(), MakeProxy<IStranger>, &self)) {
+                    EXPECT_EQ(registered.fetch_add(1), 0) << "two owners of one descriptor";
+                    EXPECT_NE(iface_cast<IStranger>(changing), nullptr);
+                    registered.fetch_sub(1);
+                    registry.Unregister(IStranger::GetDescriptor(), &self);
+                }
+                const sptr<IStranger> maybe = iface_cast<IStranger>(changing);
+                EXPECT_TRUE(maybe == nullptr || maybe->AsObject() == changing);
+                EXPECT_NE(iface_cast<IGreeter>(known), nullptr);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(iface_cast<IStranger>(changing), nullptr);
+}
+
+}  // namespace
+}  // namespace TAVO
