@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <fstream>
 #include <thread>
 
 #include "system/system_fixture.h"
@@ -129,15 +128,6 @@ TEST_F(ServiceDeath, BetweenCheckAndRequestLosesTheRequestOnly)
         EXPECT_LT(Clock::now() - begin, SOON);
         EXPECT_EQ(Starts(), round + 2);
     }
-}
-
-// Whether the thread waits in a system call, as one does that sends to a reader that does not read.
-bool IsAsleep(pid_t thread)
-{
-    std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/stat");
-    std::string text;
-    std::getline(status, text);
-    return text.find(") S ") != std::string::npos;
 }
 
 // The request is larger than a socket takes, so that the caller is in the middle of sending when its reader dies.

@@ -61,6 +61,13 @@ void SystemFixture::WriteRealAbility(const std::string& machine)
     WriteAbility("veltra_server", {"--root", std::string(VELTRA_TEST_ROOTS) + "/" + machine});
 }
 
+void SystemFixture::WriteScenario(const std::string& scenario)
+{
+    std::ofstream(PathOf("scenario.json")) << scenario;
+    WriteAbility("veltra_server", {"--scenario", PathOf("scenario.json"), "--speed", "20", "--catalogue",
+                                   VELTRA_SHARE "/catalogue.json"});
+}
+
 void SystemFixture::StartManager()
 {
     // A killed manager leaves its socket behind, which would pass for the new one's.
@@ -114,6 +121,14 @@ bool IsAlive(pid_t pid)
     const bool isAlive = process >= 0 && ::poll(&entry, 1, 0) == 0;
     ::close(process);
     return isAlive;
+}
+
+bool IsAsleep(pid_t thread)
+{
+    std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/stat");
+    std::string text;
+    std::getline(status, text);
+    return text.find(") S ") != std::string::npos;
 }
 
 }  // namespace SystemTest

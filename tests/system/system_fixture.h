@@ -35,6 +35,8 @@ protected:
     void WriteAbility(const std::string& program, const std::vector<std::string>& arguments = {});
     // The real service, on the machine as recorded under this name.
     void WriteRealAbility(const std::string& machine);
+    // The real service with the example catalogue, playing this scenario (the text of its file) 20 times as fast.
+    void WriteScenario(const std::string& scenario);
 
     // Returns once its socket is there; this process has made no contact with it then.
     void StartManager();
@@ -63,6 +65,8 @@ private:
 
 // False once all its threads have ended, whoever is late to reap it.
 bool IsAlive(pid_t pid);
+// Whether this thread of this process waits in a system call.
+bool IsAsleep(pid_t thread);
 
 }  // namespace SystemTest
 

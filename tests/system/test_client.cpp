@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // A game that does what its stdin says, line by line, and says what came of it. It knows the facade only.
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <thread>
 
+#include "support/game_callbacks.h"
 #include "support/process.h"
 #include "veltra_server_client.h"
 
@@ -23,11 +27,50 @@ void CallForEver(const std::string& text)
     }).detach();
 }
 
+TestSupport::LinePipe& Parent()
+{
+    static auto& parent = *new TestSupport::LinePipe(STDIN_FILENO, STDOUT_FILENO);
+    return parent;
+}
+
+// Whether the result of the subscription has been said; events wait for it, so that their lines come later.
+std::atomic<bool> g_isAnswered{false};
+
+// Takes an event silently, or says "event" to each; or says "called" and does not return: because it waits for ever, or
+// because it registers where it is being called, which nobody may.
+int32_t TakeEvent(const std::string& how)
+{
+    if (how == "silently") {
+        return 0;
+    }
+    g_isAnswered.wait(false);
+    if (how == "counting") {
+        Parent().Say("event");
+        return 0;
+    }
+    Parent().Say("called");
+    if (how == "registering") {
+        VeltraClient().RegisterGameCallback(std::make_unique<TAVO::Veltra::EventFunction>([](auto&) { return 0; }), 2);
+        Parent().Say("registered");
+    }
+    for (;;) {
+        ::pause();
+    }
+}
+
+void Subscribe(const std::string& how)
+{
+    Parent().Say(std::to_string(VeltraClient().RegisterGameCallback(
+        std::make_unique<TAVO::Veltra::EventFunction>([how](auto&) { return TakeEvent(how); }), 1)));
+    g_isAnswered = true;
+    g_isAnswered.notify_all();
+}
+
 }  // namespace
 
 int main()
 {
-    TestSupport::LinePipe parent(STDIN_FILENO, STDOUT_FILENO);
+    TestSupport::LinePipe& parent = Parent();
     VeltraClient client;
     while (const auto line = parent.Hear(std::chrono::hours(1))) {
         const std::string word = line->substr(0, line->find(' '));
@@ -38,6 +81,12 @@ int main()
             parent.Say(std::to_string(client.UpdateGameInfo(1, rest, 0)));
         } else if (word == "call-for-ever") {
             CallForEver(rest);
+        } else if (word == "subscribe") {
+            Subscribe(rest);
+        } else if (word == "abort") {
+            const rlimit noCore{0, 0};
+            ::setrlimit(RLIMIT_CORE, &noCore);
+            std::abort();
         } else if (word == "exit") {
             std::exit(4);
         } else if (word == "_exit") {

@@ -1,20 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
 // A service in place of the real one that hangs, dies and answers as its caller wants it to.
 //
-//     system_test_service serve               registers, says "serving", then does what its stdin says
+//     system_test_service serve               registers, says "serving", then does what its stdin says:
+//         release                             lets the calls go on that hang
+//         fork                                says the id of a child that holds all its sockets
+//         count                               says how many times it was asked to register and to unregister events
+//         push NAME CODE TOKEN ITEM...        see callback_box.h; the objects are named events, gpu and, those of the
+//         flood NAME                          two queries, as the first text of the query
 //     system_test_service second HOW FILE     the first start marks FILE and then fails by HOW; the next ones serve
 #include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <sstream>
 #include <string>
 
 #include "ipc/server_codes.h"
 #include "support/process.h"
+#include "system/callback_box.h"
 #include "tavo/ipc_object_stub.h"
 #include "tavo/ipc_threads.h"
 #include "tavo/mutex.h"
@@ -29,6 +37,12 @@ TestSupport::LinePipe& Parent()
 {
     static auto& parent = *new TestSupport::LinePipe(STDIN_FILENO, STDOUT_FILENO);
     return parent;
+}
+
+SystemTest::CallbackBox& Box()
+{
+    static auto& box = *new SystemTest::CallbackBox(Parent());
+    return box;
 }
 
 class TestService : public IPCObjectStub {
@@ -54,6 +68,28 @@ public:
                 data.ReadInt32();  // one detail is expected
                 data.ReadInt32();  // and its type does not matter
                 return GetDeviceInfo(ReadPairs(data), reply);
+            case ServerCode::REGISTER_CALL_BACK:
+                data.ReadInterfaceToken();
+                ++registrations_;
+                return Keep("events", data);
+            case ServerCode::UN_REGISTER_CALL_BACK:
+                ++unregistrations_;
+                Box().Drop("events");
+                return 0;
+            case ServerCode::START_GET_GPU_PERF_INFO:
+                data.ReadInterfaceToken();
+                data.ReadInt32();  // how often does not matter
+                return Keep("gpu", data);
+            case ServerCode::STOP_GET_GPU_PERF_INFO:
+                Box().Drop("gpu");
+                return 0;
+            case ServerCode::GET_APP_PRIORITYS:
+            case ServerCode::QUERY_APP_RESOURCE_INFOS: {
+                data.ReadInterfaceToken();
+                data.ReadInt32();  // one text is expected
+                const std::string name = data.ReadString();
+                return Keep(name, data);
+            }
             case ServerCode::REPORT_RENDER_THREAD:
             case ServerCode::NOTIFY_GAME_EVENT:
             case ServerCode::NOTIFY_APP_RESOURCE_DOWN_LOAD_RESULTS:
@@ -67,11 +103,19 @@ public:
     void Release()
     {
         MutexLock lock(mutex_);
-        isReleased_ = true;
+        ++releases_;
         released_.notify_all();
     }
 
+    std::string Counts() const { return std::to_string(registrations_) + ' ' + std::to_string(unregistrations_); }
+
 private:
+    static int Keep(const std::string& name, MessageParcel& data)
+    {
+        Box().Keep(name, data.ReadRemoteObject());
+        return 0;
+    }
+
     static std::map<std::string, std::string> ReadPairs(MessageParcel& data)
     {
         std::map<std::string, std::string> pairs;
@@ -135,13 +179,15 @@ private:
     {
         MutexLock lock(mutex_);
         Parent().Say("hanging");
-        lock.WaitUntil(released_, TestSupport::Clock::time_point::max(),
-                       [this]() TAVO_REQUIRES(mutex_) { return isReleased_; });
+        const int before = releases_;
+        lock.Wait(released_, [this, before]() TAVO_REQUIRES(mutex_) { return releases_ > before; });
     }
 
     Mutex mutex_;
     std::condition_variable released_;
-    bool isReleased_ TAVO_GUARDED_BY(mutex_) = false;
+    int releases_ TAVO_GUARDED_BY(mutex_) = 0;
+    std::atomic<int> registrations_{0};
+    std::atomic<int> unregistrations_{0};
 };
 
 int Serve()
@@ -154,10 +200,19 @@ int Serve()
     }
     Parent().Say("serving");
     while (const auto line = Parent().Hear(std::chrono::hours(1))) {
-        if (*line == "release") {
+        std::istringstream words(*line);
+        std::string word;
+        words >> word;
+        if (word == "release") {
             service->Release();
-        }
-        if (*line == "fork") {
+        } else if (word == "count") {
+            Parent().Say(service->Counts());
+        } else if (word == "push") {
+            Box().Push(std::move(words));
+        } else if (word == "flood") {
+            words >> word;
+            Box().Flood(word);
+        } else if (word == "fork") {
             const pid_t child = ::fork();
             if (child == 0) {
                 ::alarm(60);  // Not for ever, whatever becomes of the test.
@@ -169,10 +224,14 @@ int Serve()
     IpcThreads::JoinPool();  // Started by the manager: nobody speaks.
 }
 
-int FailBy(const std::string& how)
+// How the first start fails: it "exit"s or keeps "silence"; or it is "late", and serves once there is a FILE.go.
+int FailBy(const std::string& how, const std::string& file)
 {
     if (how == "silence") {
         ::pause();
+    }
+    if (how == "late" && TestSupport::WaitFor([&file] { return std::filesystem::exists(file + ".go"); })) {
+        return Serve();
     }
     return 1;
 }
@@ -184,7 +243,7 @@ int main(int argc, char** argv)
     const std::string mode = argc > 1 ? argv[1] : "";
     if (mode == "second" && argc == 4 && !std::filesystem::exists(argv[3])) {
         std::ofstream{argv[3]};
-        return FailBy(argv[2]);
+        return FailBy(argv[2], argv[3]);
     }
     return mode == "serve" || mode == "second" ? Serve() : 2;
 }
