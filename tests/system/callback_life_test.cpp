@@ -1,0 +1,259 @@
+// SPDX-License-Identifier: Apache-2.0
+// Callbacks that block, call the library or lose their subscription while they run, and services that end meanwhile.
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <functional>
+#include <thread>
+
+#include "support/log_capture.h"
+#include "system/callback_fixture.h"
+#include "tavo/ipc_threads.h"
+#include "tavo/system_ability_manager_client.h"
+
+namespace SystemTest {
+namespace {
+
+using namespace TAVO::Veltra;
+
+class CallbackLife : public CallbackFixture {
+protected:
+    // A callback that says "in", waits for the test to open the gate and says "out".
+    static auto Lingering(const SharedNotes& notes)
+    {
+        return [notes](auto&) {
+            notes->Add("in");
+            notes->WaitForOpening();
+            notes->Add("out");
+            return 0;
+        };
+    }
+    static auto Silent()
+    {
+        return [](auto&) { return 0; };
+    }
+    // Returns once so many callbacks with this body have noted their beginning, each of an object of its own.
+    template <typename Body>
+    void CallBackAtOnce(size_t callbacks, Body body)
+    {
+        for (size_t i = 0; i < callbacks; ++i) {
+            ASSERT_EQ(TakePrioritys(body, "slot" + std::to_string(i)), 0);
+        }
+        for (size_t i = 0; i < callbacks; ++i) {
+            service_.Pipe().Say("push slot" + std::to_string(i) +
+                                " 16 zem.game.perf.IResourcePreDownloadNativeCallback 0");
+        }
+        EXPECT_EQ(notes_->WaitFor(callbacks).size(), callbacks);
+    }
+};
+
+// Whoever takes a callback away may destroy what it uses: so it must be over by then.
+TEST_F(CallbackLife, ReplacingOrRemovingACallbackWaitsForItsEnd)
+{
+    const std::function<int32_t()> ways[] = {
+        [this] { return TakeEvents(Silent(), 1); },
+        [this] { return client_.UnRegisterGameCallback(1); },
+    };
+    for (const auto& takeAway : ways) {
+        const SharedNotes notes = std::make_shared<Notes>();
+        ASSERT_EQ(client_.RegisterGameCallback(Living<EventFunction>(notes, "events", Lingering(notes)), 1), 0);
+        ASSERT_EQ(TakeEvents(Silent(), 2), 0);
+        service_.Pipe().Say(PUSH_EVENT);
+        EXPECT_EQ(notes->WaitFor(1).back(), "in");
+        std::atomic<pid_t> remover{0};
+        std::thread thread([&] {
+            remover = ::gettid();
+            EXPECT_EQ(takeAway(), 0);
+            notes->Add("removed");
+        });
+        EXPECT_TRUE(WaitFor([&] { return notes->Count() > 1 || (remover != 0 && IsAsleep(remover)); }));
+        notes->Open();
+        thread.join();
+        EXPECT_EQ(notes->WaitFor(4), (std::vector<std::string>{"in", "out", "~events", "removed"}));
+        EXPECT_EQ(service_.Pipe().Hear(), "0 0");
+    }
+}
+
+// The delivery holds what it calls.
+TEST_F(CallbackLife, ACallbackThatNobodyHoldsAnyMoreRunsToItsEnd)
+{
+    ASSERT_EQ(TakeGpu(Lingering(notes_)), 0);
+    service_.Pipe().Say(PUSH_GPU);
+    EXPECT_EQ(notes_->WaitFor(1).back(), "in");
+    EXPECT_EQ(client_.StopGetGpuPerfInfo(), 0);
+    notes_->Open();
+    EXPECT_EQ(notes_->WaitFor(3), (std::vector<std::string>{"in", "out", "~gpu"}));
+    EXPECT_EQ(service_.Pipe().Hear(), "0 0");
+}
+
+TEST_F(CallbackLife, ACallbackWhoseServiceIsKilledRunsToItsEnd)
+{
+    ASSERT_EQ(TakePrioritys(Lingering(notes_)), 0);  // held by the service only
+    service_.Pipe().Say(PUSH_PRIORITYS);
+    EXPECT_EQ(notes_->WaitFor(1).back(), "in");
+    service_.Kill();
+    EXPECT_EQ(service_.WaitForExit(), "signal 9");
+    EXPECT_TRUE(IsServedAgain());
+    EXPECT_EQ(notes_->Count(), 1u);
+    notes_->Open();
+    EXPECT_EQ(notes_->WaitFor(3), (std::vector<std::string>{"in", "out", "~prioritys"}));
+}
+
+TEST_F(CallbackLife, TheServiceIsToldAtOnceWhenItsClientIsKilled)
+{
+    Child client = Child::Start({"system_test_client"});
+    EXPECT_EQ(client.Ask("subscribe blocking"), "0");
+    service_.Pipe().Say(PUSH_EVENT);
+    EXPECT_EQ(client.Pipe().Hear(), "called");
+    const Clock::time_point begin = Clock::now();
+    client.Kill();
+    const std::string status = service_.Pipe().Hear().value_or("nothing");
+    EXPECT_LT(Clock::now() - begin, SOON);
+    EXPECT_TRUE(status == "-100001" || status == "-100003") << status;  // dead, or broken on the way
+    EXPECT_TRUE(WaitFor([this] { return service_.Ask(PUSH_EVENT) == "-100001"; })) << "the dead object is not known";
+}
+
+// More callbacks wait for answers than there are threads to wait in: none of the answers needs one of these threads.
+TEST_F(CallbackLife, MoreCallbacksThanThePoolHasThreadsMayCallTheService)
+{
+    constexpr size_t CALLBACKS = TAVO::IpcThreads::DEFAULT_WORKERS + 4;
+    CallBackAtOnce(CALLBACKS, [notes = notes_](auto&) {
+        notes->Add("in");
+        return VeltraClient().CallAuth("hang") + 5;
+    });
+    size_t answered = 0;
+    const Clock::time_point begin = Clock::now();
+    while (answered < CALLBACKS) {
+        const std::string line = service_.Pipe().Hear().value_or("nothing");
+        ASSERT_TRUE(line == "hanging" || line == "0 5") << line;
+        answered += line == "0 5";
+        service_.Pipe().Say("release");
+    }
+    EXPECT_LT(Clock::now() - begin, SOON);
+}
+
+// All the pool's threads are inside callbacks, and yet a service is loaded for them.
+TEST_F(CallbackLife, CallbacksMayCallWhileTheServiceIsDead)
+{
+    constexpr size_t CALLBACKS = TAVO::IpcThreads::DEFAULT_WORKERS;
+    CallBackAtOnce(CALLBACKS, [notes = notes_](auto&) {
+        notes->Add("in");
+        notes->WaitForOpening();
+        notes->Add("result " + std::to_string(VeltraClient().CallAuth("again")));
+        return 0;
+    });
+    const pid_t pid = service_.Pid();
+    service_.Kill();
+    EXPECT_EQ(service_.WaitForExit(), "signal 9");
+    EXPECT_TRUE(WaitFor([&] { return ServicePid() != pid; }));
+    const Clock::time_point begin = Clock::now();
+    notes_->Open();
+    // Each callback goes with the object that only the dead had held.
+    const std::vector<std::string> notes = notes_->WaitFor(3 * CALLBACKS);
+    EXPECT_LT(Clock::now() - begin, SOON);
+    EXPECT_EQ(std::count(notes.begin(), notes.end(), "result 0"), static_cast<ptrdiff_t>(CALLBACKS));
+    EXPECT_EQ(Starts(), 1);
+}
+
+class BlockedCallback : public SystemFixture {
+protected:
+    const SharedNotes notes_ = std::make_shared<Notes>();
+};
+
+// Played by the real service, which gives each object one push at a time.
+TEST_F(BlockedCallback, HoldsUpNoOtherKindOfDelivery)
+{
+    WriteScenario(R"({"curves": {"tempLevel": {"points": [[0, 0], [1.2, 0], [1.3, 4], [2.5, 4]], "repeat": true}},
+                      "gpu": {"intervalSeconds": 1, "counters": {"gpuLoadPercent": 70}}})");
+    StartManager();
+    const auto note = [this](const char* text) {
+        return [notes = notes_, text](auto&) {
+            notes->Add(text);
+            return 0;
+        };
+    };
+    const auto blocked = [notes = notes_](auto&) {
+        notes->Add("blocked");
+        notes->WaitForOpening();
+        return 0;
+    };
+    ASSERT_EQ(client_.RegisterGameCallback(std::make_unique<EventFunction>(blocked), 1), 0);
+    EXPECT_EQ(notes_->WaitFor(1).back(), "blocked");
+    std::vector<std::string> names;
+    ASSERT_EQ(client_.GetAppPrioritys(names, std::make_unique<PrioritysFunction>(note("prioritys"))), 0);
+    EXPECT_EQ(notes_->WaitFor(2).back(), "prioritys");
+    ASSERT_EQ(client_.QueryAppResourceInfos({"any"}, std::make_unique<ResourceInfoFunction>(note("infos"))), 0);
+    EXPECT_EQ(notes_->WaitFor(3).back(), "infos");
+    ASSERT_EQ(client_.StartGetGpuPerfInfo(0, std::make_unique<GpuFunction>(note("gpu"))), 0);
+    EXPECT_EQ(notes_->WaitFor(6).back(), "gpu");
+    EXPECT_EQ(client_.CallAuth("beside"), 0);
+    notes_->Open();
+    EXPECT_TRUE(WaitFor([this] {
+        const std::vector<std::string> notes = notes_->WaitFor(0);
+        return std::count(notes.begin(), notes.end(), "blocked") > 1;
+    })) << "events do not go on";
+}
+
+// Holds the platform's delivery thread, on which death notices are told, until it is let go or destroyed.
+class HeldDeliveries : public TAVO::SystemAbilityLoadCallbackStub {
+public:
+    void OnLoadSystemAbilitySuccess(int32_t, const TAVO::sptr<TAVO::IRemoteObject>&) override
+    {
+        notes_->Add("held");
+        notes_->WaitForOpening();
+    }
+    void OnLoadSystemAbilityFail(int32_t) override {}
+    Notes& Gate() { return *notes_; }
+
+private:
+    const SharedNotes notes_ = std::make_shared<Notes>();
+};
+
+class LateNotice : public SystemFixture {
+protected:
+    int NoticesLogged() const
+    {
+        int count = 0;
+        for (const LogLine& line : log_.Lines()) {
+            count += line.text.find("OnRemoteSaDead") != std::string::npos;
+        }
+        return count;
+    }
+
+    const LogCapture log_;
+};
+
+// The notice of a dead service comes when its successor is in use already: it costs no call.
+TEST_F(LateNotice, OfTheServiceBeforeCostsNoCall)
+{
+    constexpr int ROUNDS = 10;
+    WriteAbility("system_test_service", {"serve"});
+    StartManager();
+    const auto manager = TAVO::SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
+    ASSERT_TRUE(manager != nullptr);
+    for (int round = 1; round <= ROUNDS; ++round) {
+        SCOPED_TRACE(round);
+        ASSERT_TRUE(IsServedAgain());  // by a load, which is what a notice is asked for
+        const int noticesBefore = NoticesLogged();
+        const auto held = TAVO::MakeRef<HeldDeliveries>();
+        ASSERT_EQ(manager->LoadAbility(66006, held), TAVO::ABILITY_OK);
+        ASSERT_EQ(held->Gate().WaitFor(1).size(), 1u);
+        KillService();
+        Child next = StartTestService();
+        EXPECT_TRUE(WaitFor([&] { return client_.CallAuth("pid") == next.Pid(); }));
+        EXPECT_EQ(NoticesLogged(), noticesBefore) << "the notice was to be late";
+        std::thread caller([] { EXPECT_EQ(VeltraClient().CallAuth("hang"), 0); });
+        EXPECT_EQ(next.Pipe().Hear(), "hanging");
+        held->Gate().Open();
+        EXPECT_TRUE(WaitFor([&] { return NoticesLogged() > noticesBefore; }));
+        EXPECT_EQ(client_.CallAuth("pid"), next.Pid());
+        next.Pipe().Say("release");
+        caller.join();
+        next.Kill();
+        EXPECT_EQ(next.WaitForExit(), "signal 9");
+    }
+}
+
+}  // namespace
+}  // namespace SystemTest
