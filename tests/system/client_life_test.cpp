@@ -21,7 +21,7 @@ protected:
         const char* command;
         const char* status;
     };
-    static constexpr Way WAYS[] = {{"exit", "exit 4"}, {"_exit", "exit 5"}};
+    static constexpr Way WAYS[] = {{"exit", "exit 4"}, {"_exit", "exit 5"}, {"abort", "signal 6"}};
 
     static void ExpectEnd(Child& client, const Way& way)
     {
@@ -49,6 +49,45 @@ TEST_F(ClientEnd, CallsInFlightHoldUpNoEnd)
             // The handler of the dead is the service's own business, and holds a thread of it.
             service.Pipe().Say("release");
             ASSERT_EQ(client_.CallAuth("pid"), service.Pid());
+        }
+    }
+}
+
+// Events keep coming while the client ends.
+TEST_F(ClientEnd, DeliveriesInProgressHoldUpNoEnd)
+{
+    constexpr int ROUNDS = 20;
+    StartManager();
+    Child service = StartTestService();
+    for (const Way& way : WAYS) {
+        for (int round = 0; round < ROUNDS; ++round) {
+            SCOPED_TRACE(way.command + std::string(", round ") + std::to_string(round));
+            Child client = Child::Start({"system_test_client"});
+            ASSERT_EQ(client.Ask("subscribe counting"), "0");
+            service.Pipe().Say("flood events");
+            client.Pipe().Say("call-for-ever busy");
+            ASSERT_EQ(client.Pipe().Hear(), "event");
+            ExpectEnd(client, way);
+            EXPECT_EQ(service.Pipe().Hear().value_or("nothing").find("flooded -1000"), 0u);
+        }
+    }
+}
+
+TEST_F(ClientEnd, ACallbackThatNeverReturnsHoldsUpNothing)
+{
+    StartManager();
+    Child service = StartTestService();
+    for (const char* how : {"blocking", "registering"}) {
+        for (const Way& way : WAYS) {
+            SCOPED_TRACE(how + std::string(", ") + way.command);
+            Child client = Child::Start({"system_test_client"});
+            ASSERT_EQ(client.Ask(std::string("subscribe ") + how), "0");
+            service.Pipe().Say("push events 7 zem.game.perf.iGpNapiEventCallback");
+            EXPECT_EQ(client.Pipe().Hear(), "called");
+            EXPECT_EQ(client.Ask("auth beside"), "0");
+            ExpectEnd(client, way);
+            EXPECT_EQ(client.Pipe().Hear(), std::nullopt) << "it did register";
+            EXPECT_EQ(service.Pipe().Hear().value_or("nothing").find("-1000"), 0u);
         }
     }
 }

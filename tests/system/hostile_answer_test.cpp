@@ -55,9 +55,11 @@ const std::vector<Document> DOCUMENTS = {
     {"an array", "[1,2,3]"},
     {"a number", "7"},
     {"binary", std::string("\x00\x01\xff\xfe{\x80", 6)},
+    {"NUL in a key and a text", std::string("{\"a\0b\":\"\0\",\"tempLevel\":2}", 26), 2},
     {"NUL behind it", std::string("{\"tempLevel\":1}\0\0", 17), 1},
     {"100,000 arrays, never closed", Repeat("[", 100000)},
     {"100,000 objects, never closed", Repeat(R"({"a":)", 100000)},
+    {"1000 objects", Repeat(R"({"a":)", 1000) + "1" + Repeat("}", 1000)},
     {"100,000 arrays behind a level", R"({"tempLevel":1,"x":)" + Repeat("[", 100000) + Repeat("]", 100000) + "}"},
     {"1 MiB of brackets", Repeat("[]", MIB / 2)},
     {"a byte more than 1 MiB", R"({"tempLevel":1})" + std::string(MIB - 14, ' ')},
@@ -118,6 +120,42 @@ TEST_F(HostileAnswer, ADocumentGivesItsValuesOrDefaultsAndCodeZero)
         }
     }
     EXPECT_EQ(client_.CallAuth("pid"), service_.Pid());
+}
+
+// The real service, which reads its scenario whenever it is started.
+class SpoiledAnswer : public SystemFixture {
+protected:
+    SpoiledAnswer()
+    {
+        WriteScenario("{}");
+        StartManager();
+    }
+};
+
+TEST_F(SpoiledAnswer, GivesItsValuesOrDefaultsAndCodeZero)
+{
+    const struct {
+        const char* name;
+        std::string fault;
+        int32_t tempLevel;
+    } rows[] = {
+        {"cut off", R"("kind": "badText")", -1},
+        {"partial", R"("kind": "badText", "text": "{\"tempLevel\": 3, \"gpuInfo\": {")", 3},
+        {"deep", R"("kind": "badText", "text": ")" + Repeat("[", 60000) + '"', -1},
+        {"short", R"("kind": "shortReply", "operation": "GetDeviceInfo")", -1},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        WriteScenario(R"({"curves": {"tempLevel": 5}, "faults": [{)" + row.fault + "}]}");
+        for (const size_t stack : {MAIN_STACK, SMALL_STACK}) {
+            GameCallbackEventInfo info;
+            RunOnStack(stack, [&] { info = client_.GetDeviceInfo({}); });
+            EXPECT_EQ(info.resultCode, 0);
+            EXPECT_EQ(info.tempLevel, row.tempLevel);
+        }
+        KillService();
+    }
+    EXPECT_EQ(Starts(), 4);
 }
 
 // What the parser accepts on a large stack it must not die of on a small one.

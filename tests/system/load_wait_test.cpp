@@ -51,7 +51,6 @@ protected:
         return pid;
     }
 
-private:
     long CountLines(const std::string& text) const
     {
         const std::vector<LogLine> lines = log_.Lines();
@@ -59,6 +58,7 @@ private:
                              [&text](const LogLine& line) { return line.text.find(text) != std::string::npos; });
     }
 
+private:
     const LogCapture log_;
 };
 
@@ -78,6 +78,22 @@ TEST_F(LoadWait, AServiceThatNeverRegistersIsGivenUpAndTheNextCallLoadsAgain)
     ::kill(pid, SIGKILL);
     EXPECT_TRUE(WaitFor([pid] { return !IsAlive(pid); }));
     ExpectNextCallToLoad();
+}
+
+// Given up by its callers, the service comes up all the same and is taken, with all that belongs to a load.
+TEST_F(LoadWait, AServiceThatIsLateIsTakenWhenItComes)
+{
+    ExpectVainWait("late");
+    std::ofstream{PathOf("started-once.go")};
+    const Clock::time_point begin = Clock::now();
+    EXPECT_TRUE(WaitFor([this] { return ServicePid() > 0; }));
+    EXPECT_EQ(client_.CallAuth("second"), 0);
+    EXPECT_LT(Clock::now() - begin, SOON);
+    EXPECT_EQ(CountLines("Try load systemAbility."), 1);
+    EXPECT_EQ(Starts(), 1);
+    // Only an object that a load has brought is watched for its death.
+    KillService();
+    EXPECT_TRUE(WaitFor([this] { return CountLines("OnRemoteSaDead") == 1; }));
 }
 
 // The answers differ from call to call, so that a late one would show.
