@@ -4,7 +4,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
+#include "facade_bytes.h"
 #include "platform.h"
 #include "raw_peer.h"
 #include "row.h"
@@ -14,9 +16,6 @@ namespace {
 
 constexpr int CALLS = 4000;  // a round
 constexpr int ROUNDS = 25;
-constexpr size_t TEXT_BYTES = 64;
-constexpr size_t REQUEST_BYTES = 32 + 80 + 72;  // header, token, text: what the call puts on its lane
-constexpr size_t REPLY_BYTES = 32 + 4;          // header, result
 
 double MicrosecondsPerCall(double start)
 {
@@ -29,10 +28,11 @@ int main(int argc, char** argv)
 {
     const bool isOneCpu = argc > 1 && std::strcmp(argv[1], "--one-cpu") == 0;
     const int otherProcessor = isOneCpu ? 0 : 1;
-    Bench::RawPeer raw(otherProcessor, REQUEST_BYTES, REPLY_BYTES);
+    Bench::RawPeer raw(otherProcessor,
+                       {Bench::CALL_AUTH_REQUEST_BYTES, std::vector<uint8_t>(Bench::CALL_AUTH_REPLY_BYTES)});
     Bench::Platform platform(otherProcessor, 0);
     TAVO::Veltra::VeltraClient client;
-    const std::string text(TEXT_BYTES, 'x');
+    const std::string text(Bench::CALL_AUTH_TEXT_BYTES, 'x');
     if (client.CallAuth(text) == TAVO::Veltra::RESULT_NO_SERVICE) {
         std::fprintf(stderr, "bench: the service cannot be reached\n");
         return 1;

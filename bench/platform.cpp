@@ -32,6 +32,9 @@ constexpr double START_SECONDS = 10;
 
 void Pin(int processor)
 {
+    if (processor == ANYWHERE) {
+        return;
+    }
     cpu_set_t set;
     CPU_ZERO(&set);
     CPU_SET(processor, &set);
@@ -40,7 +43,7 @@ void Pin(int processor)
     }
 }
 
-Platform::Platform(int managerProcessor, int ownProcessor)
+Platform::Platform(int managerProcessor, int ownProcessor, Service service)
 {
     dir_ = std::string(VELTRA_BIN_DIR) + "/../bench.XXXXXX";
     if (::mkdtemp(dir_.data()) == nullptr) {
@@ -50,7 +53,7 @@ Platform::Platform(int managerProcessor, int ownProcessor)
     Pin(managerProcessor);
     std::string program = VELTRA_BIN_DIR "/tavo_manager";
     std::string option = "--abilities";
-    std::string abilities = VELTRA_BIN_DIR "/../share/tavo/abilities";
+    std::string abilities = service == Service::REAL ? VELTRA_BIN_DIR "/../share/tavo/abilities" : BENCH_ABILITIES_DIR;
     char* const arguments[] = {program.data(), option.data(), abilities.data(), nullptr};
     if (::posix_spawn(&manager_, program.c_str(), nullptr, nullptr, arguments, environ) != 0) {
         Give("cannot start tavo_manager");

@@ -9,11 +9,16 @@
 
 namespace Bench {
 
-// Starts the manager on `processor`, where the services that it starts then run too, and moves this process to its own. Ends the program with
-// a message when that fails.
+constexpr int ANYWHERE = -1;  // in place of a processor: all that the program began with
+
+// Who answers: the real service, or the one of service.cpp.
+enum class Service { REAL, BENCH };
+
+// Starts the manager on a processor, where the services that it starts then run too, and moves this process to its own.
+// Ends the program with a message when that fails.
 class Platform {
 public:
-    Platform(int managerProcessor, int ownProcessor);
+    Platform(int managerProcessor, int ownProcessor, Service service = Service::REAL);
     ~Platform();
     Platform(const Platform&) = delete;
     Platform& operator=(const Platform&) = delete;
@@ -23,7 +28,7 @@ private:
     pid_t manager_ = 0;
 };
 
-// Keeps the calling process on one processor.
+// Keeps the calling process on one processor; does nothing for ANYWHERE.
 void Pin(int processor);
 
 }  // namespace Bench

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The raw round trip.
+// Both ends of the raw traffic.
 #include "raw_peer.h"
 
 #include <sys/socket.h>
@@ -8,56 +8,96 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
+#include <thread>
+#include <utility>
 
 #include "platform.h"
 
 namespace Bench {
 namespace {
 
-constexpr size_t BUFFER_BYTES = 4096;
-
-// Messages are far below what a socket takes at once, so each arrives whole.
-void Echo(int socket, size_t replyBytes)
+bool SendAll(int socket, const std::vector<uint8_t>& bytes)
 {
-    char buffer[BUFFER_BYTES] = {};
-    while (::recv(socket, buffer, sizeof(buffer), 0) > 0 && ::send(socket, buffer, replyBytes, MSG_NOSIGNAL) > 0) {}
+    return ::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+}
+
+bool ReceiveAll(int socket, std::vector<uint8_t>& bytes)
+{
+    return ::recv(socket, bytes.data(), bytes.size(), MSG_WAITALL) == static_cast<ssize_t>(bytes.size());
+}
+
+void Answer(int socket, const RawTraffic& traffic)
+{
+    std::vector<uint8_t> request(traffic.requestBytes);
+    for (int count = 1; ReceiveAll(socket, request); ++count) {
+        if (count % traffic.requestsPerReply == 0 && !SendAll(socket, traffic.reply)) {
+            return;
+        }
+    }
+}
+
+[[noreturn]] void Give(const char* what)
+{
+    std::fprintf(stderr, "bench: %s\n", what);
+    std::exit(1);
 }
 
 }  // namespace
 
-RawPeer::RawPeer(int processor, size_t requestBytes, size_t replyBytes)
-    : requestBytes_(requestBytes), replyBytes_(replyBytes)
+RawPeer::RawPeer(int processor, RawTraffic traffic) : traffic_(std::move(traffic))
 {
-    int pair[2];
-    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) {
-        std::perror("bench: socketpair");
-        std::exit(1);
+    std::vector<int> peers;
+    for (int i = 0; i < traffic_.connections; ++i) {
+        int pair[2];
+        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) {
+            Give("cannot make a socket pair");
+        }
+        connections_.push_back(
+            {pair[0], std::vector<uint8_t>(traffic_.requestBytes), std::vector<uint8_t>(traffic_.reply.size())});
+        peers.push_back(pair[1]);
     }
     process_ = ::fork();
     if (process_ == 0) {
-        ::close(pair[0]);
         Pin(processor);
-        Echo(pair[1], replyBytes_);
+        std::vector<std::thread> threads;
+        for (size_t i = 0; i < peers.size(); ++i) {
+            ::close(connections_[i].socket);
+            threads.emplace_back(Answer, peers[i], std::cref(traffic_));
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
         ::_exit(0);
     }
-    ::close(pair[1]);
-    socket_ = pair[0];
+    for (const int peer : peers) {
+        ::close(peer);
+    }
 }
 
 RawPeer::~RawPeer()
 {
-    ::close(socket_);
+    for (const Connection& connection : connections_) {
+        ::close(connection.socket);
+    }
     ::waitpid(process_, nullptr, 0);
 }
 
-void RawPeer::Call()
+void RawPeer::Send(int connection)
 {
-    char buffer[BUFFER_BYTES] = {};
-    if (::send(socket_, buffer, requestBytes_, MSG_NOSIGNAL) != static_cast<ssize_t>(requestBytes_) ||
-        ::recv(socket_, buffer, sizeof(buffer), 0) != static_cast<ssize_t>(replyBytes_)) {
-        std::fprintf(stderr, "bench: the raw peer is gone\n");
-        std::exit(1);
+    const Connection& used = connections_[static_cast<size_t>(connection)];
+    if (!SendAll(used.socket, used.request)) {
+        Give("the raw peer is gone");
     }
+}
+
+const uint8_t* RawPeer::Receive(int connection)
+{
+    Connection& used = connections_[static_cast<size_t>(connection)];
+    if (!ReceiveAll(used.socket, used.reply)) {
+        Give("the raw peer is gone");
+    }
+    return used.reply.data();
 }
 
 }  // namespace Bench

@@ -1,29 +1,52 @@
 // SPDX-License-Identifier: Apache-2.0
-// The least that two processes can do: blocking send and receive on a stream pair.
+// The least that two processes can do: blocking send and receive on stream pairs.
 #ifndef VELTRA_BENCH_RAW_PEER_H
 #define VELTRA_BENCH_RAW_PEER_H
 
 #include <sys/types.h>
 
 #include <cstddef>
+#include <cstdint>
+#include <vector>
 
 namespace Bench {
 
-// A process of its own that answers `replyBytes` to each `requestBytes`. Made before the platform is first used.
+struct RawTraffic {
+    size_t requestBytes;
+    std::vector<uint8_t> reply;
+    int requestsPerReply = 1;
+    int connections = 1;
+};
+
+// A process of its own with a thread for each connection, which reads request by request and replies. Made before the
+// platform is first used. One thread at a time for each connection; ends the program when the process is gone.
 class RawPeer {
 public:
-    RawPeer(int processor, size_t requestBytes, size_t replyBytes);
+    RawPeer(int processor, RawTraffic traffic);
     ~RawPeer();
     RawPeer(const RawPeer&) = delete;
     RawPeer& operator=(const RawPeer&) = delete;
 
-    // One round trip.
-    void Call();
+    // One request.
+    void Send(int connection = 0);
+    // One whole reply, valid until the next.
+    const uint8_t* Receive(int connection = 0);
+    // One round trip; a request a reply.
+    void Call(int connection = 0)
+    {
+        Send(connection);
+        Receive(connection);
+    }
 
 private:
-    const size_t requestBytes_;
-    const size_t replyBytes_;
-    int socket_ = -1;
+    struct Connection {
+        int socket = -1;
+        std::vector<uint8_t> request;
+        std::vector<uint8_t> reply;
+    };
+
+    const RawTraffic traffic_;
+    std::vector<Connection> connections_;
     pid_t process_ = 0;
 };
 

@@ -33,10 +33,11 @@ void MeasureAndPrint(const Row& row, int rounds, const std::function<double()>& 
         ratios.push_back(values.back() / raws.back());
     }
     const double ratio = Median(ratios);
+    const bool isHeld = row.holds == Holds::AT_MOST ? ratio <= row.bar : ratio >= row.bar;
     std::printf(R"({"name": "%s", "value": %.3f, "unit": "%s", "raw": %.3f, "ratio": %.3f, "bar": %.2f, "holds": %s})"
                 "\n",
                 row.name.c_str(), Median(values), row.unit.c_str(), Median(raws), ratio, row.bar,
-                ratio <= row.bar ? "true" : "false");
+                isHeld ? "true" : "false");
     std::fflush(stdout);
 }
 

@@ -8,10 +8,13 @@
 
 namespace Bench {
 
+enum class Holds { AT_MOST, AT_LEAST };
+
 struct Row {
     std::string name;
     std::string unit;
-    double bar;  // the most that value / raw may be
+    double bar;  // what value / raw may be
+    Holds holds = Holds::AT_MOST;
 };
 
 // Runs `value` and `raw` in turn, `rounds` times after one that is not counted, each returning a figure in `row.unit`, and prints the row
