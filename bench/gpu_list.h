@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: Apache-2.0
+// The longest list of GPU samples, and a reader for it written by hand.
+#ifndef VELTRA_BENCH_GPU_LIST_H
+#define VELTRA_BENCH_GPU_LIST_H
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "tavo/parcel.h"
+#include "veltra_records.h"
+
+namespace Bench {
+
+// Writes TAVO::MAX_LIST_ELEMENTS samples as the wire has them; false without memory.
+bool WriteFullList(TAVO::Parcel& parcel);
+
+// Flag, count, then marker and sixteen fields an element, into a new vector; checks nothing.
+std::vector<TAVO::Veltra::GpuPerfInfo> ReadListByHand(const uint8_t* from);
+
+}  // namespace Bench
+
+#endif
