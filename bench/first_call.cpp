@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: Apache-2.0
+// How long the first call takes when the service is down, beside the start of a program that is linked as the service is
+// and answers at once.
+#include <poll.h>
+#include <sched.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "ipc/server_codes.h"
+#include "platform.h"
+#include "row.h"
+#include "tavo/system_ability_manager_client.h"
+#include "veltra_server_client.h"
+
+extern char** environ;
+
+namespace {
+
+constexpr int ROUNDS = 25;
+constexpr double END_SECONDS = 10;
+
+[[noreturn]] void Give(const char* what)
+{
+    std::fprintf(stderr, "bench: %s\n", what);
+    std::exit(1);
+}
+
+// The service's process as the manager knows it; 0: none.
+pid_t ServicePid()
+{
+    const auto manager = TAVO::SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
+    if (manager == nullptr) {
+        Give("the manager is gone");
+    }
+    for (const TAVO::AbilityDescription& ability : manager->DescribeAbilities()) {
+        if (ability.id == TAVO::Veltra::VELTRA_SERVER_SA_ID) {
+            return ability.pid;
+        }
+    }
+    Give("the manager does not know the service");
+}
+
+// Returns once the process has ended and both the manager and this process know it: the next call starts another.
+void EndService()
+{
+    const auto manager = TAVO::SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
+    const pid_t pid = ServicePid();
+    if (pid == 0) {
+        return;
+    }
+    const int process = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+    ::kill(pid, SIGKILL);
+    pollfd end{process, POLLIN, 0};
+    if (process < 0 || ::poll(&end, 1, static_cast<int>(END_SECONDS * 1000)) != 1) {
+        Give("the service does not end");
+    }
+    ::close(process);
+    for (const double start = Bench::Now();
+         ServicePid() != 0 || manager->CheckAbility(TAVO::Veltra::VELTRA_SERVER_SA_ID) != nullptr;) {
+        if (Bench::Now() - start > END_SECONDS) {
+            Give("the end of the service is not noticed");
+        }
+        ::sched_yield();
+    }
+}
+
+double FirstCall()
+{
+    EndService();
+    TAVO::Veltra::VeltraClient client;
+    const double start = Bench::Now();
+    if (client.CallAuth("first") == TAVO::Veltra::RESULT_NO_SERVICE) {
+        Give("the service was not started");
+    }
+    return (Bench::Now() - start) * 1e3;
+}
+
+double FirstAnswer()
+{
+    int pair[2];
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) {
+        Give("cannot make a socket pair");
+    }
+    std::string program = VELTRA_BIN_DIR "/bench_first_answer";
+    char* const arguments[] = {program.data(), nullptr};
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_adddup2(&actions, pair[1], STDIN_FILENO);
+    ::posix_spawn_file_actions_adddup2(&actions, pair[1], STDOUT_FILENO);
+    pid_t child = 0;
+    char byte = 0;
+    const double start = Bench::Now();
+    if (::posix_spawn(&child, program.c_str(), &actions, nullptr, arguments, environ) != 0 ||
+        ::recv(pair[0], &byte, 1, 0) != 1) {
+        Give("bench_first_answer does not answer");
+    }
+    const double milliseconds = (Bench::Now() - start) * 1e3;
+    ::posix_spawn_file_actions_destroy(&actions);
+    ::close(pair[0]);
+    ::close(pair[1]);
+    ::waitpid(child, nullptr, 0);
+    return milliseconds;
+}
+
+}  // namespace
+
+int main()
+{
+    Bench::Platform platform(Bench::ANYWHERE, Bench::ANYWHERE);
+    Bench::MeasureAndPrint({"first_call", "ms", 1.3}, ROUNDS, FirstCall, FirstAnswer);
+    return 0;
+}
