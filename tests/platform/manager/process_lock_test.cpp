@@ -93,10 +93,11 @@ TEST_F(ProcessLockTest, ARecordedStartIsKnownWhileThatVeryProcessLives)
     EXPECT_EQ(RecordedProcess(dir, 8), 0);
 
     // The same pid with another start is another process.
-    std::ofstream(folder.Path() + "/7.started") << child.Pid() << " 1\n";
+    std::ofstream(folder.Path() + "/7.started") << child.Pid() << " 1 and longer than the record that replaces it\n";
     EXPECT_EQ(RecordedProcess(dir, 7), 0);
 
     ASSERT_TRUE(WriteStartRecord(dir, 7, child.Pid()));
+    EXPECT_EQ(RecordedProcess(dir, 7), child.Pid());
     child.Kill();
     EXPECT_EQ(child.WaitForExit(), "signal 9");
     EXPECT_EQ(RecordedProcess(dir, 7), 0);
