@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <new>
 #include <thread>
 #include <utility>
@@ -165,9 +166,7 @@ std::shared_ptr<CallLane> Session::TakeLane(Deadline deadline, int& status)
             return nullptr;
         }
         if (!idleLanes_.empty()) {
-            std::shared_ptr<CallLane> lane = std::move(idleLanes_.back());
-            idleLanes_.pop_back();
-            return lane;
+            return TakeIdleLane();
         }
         callLanes_.reserve(MAX_LANES);
         idleLanes_.reserve(MAX_LANES);
@@ -184,6 +183,20 @@ std::shared_ptr<CallLane> Session::TakeLane(Deadline deadline, int& status)
         callLanes_.push_back(lane);
     }
     changed_.notify_all();
+    return lane;
+}
+
+// The one that the calling thread used last, else the one used last of all: a thread and the worker at the other end of
+// its lane come to share a processor then, and wake each other cheaply.
+std::shared_ptr<CallLane> Session::TakeIdleLane()
+{
+    const auto isOwn = [self = std::this_thread::get_id()](const auto& lane) { return lane->usedBy == self; };
+    auto chosen = std::find_if(idleLanes_.rbegin(), idleLanes_.rend(), isOwn);
+    if (chosen == idleLanes_.rend()) {
+        chosen = idleLanes_.rbegin();
+    }
+    std::shared_ptr<CallLane> lane = std::move(*chosen);
+    idleLanes_.erase(std::next(chosen).base());
     return lane;
 }
 
@@ -234,6 +247,7 @@ UniqueFd Session::Connect(ConnectionKind kind, uint64_t number, Clock::duration 
 void Session::ReturnLane(const std::shared_ptr<CallLane>& lane, Clock::time_point usedAt)
 {
     lane->usedAt = usedAt;
+    lane->usedBy = std::this_thread::get_id();
     {
         MutexLock lock(mutex_);
         if (GetState() == State::DEAD) {

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <thread>
 #include <vector>
 
 #include "tavo/mutex.h"
@@ -22,6 +23,7 @@ struct CallLane {
     uint64_t lastReplyTaken = 0;
     std::chrono::milliseconds timeout{0};  // set on the socket, both ways
     Clock::time_point usedAt;
+    std::thread::id usedBy;  // the thread that used it last, which gets it again if it is idle
 };
 
 // The one lane of a session for one-way requests (or for notices). Sending never waits.

@@ -146,6 +146,7 @@ private:
     using Leftovers = std::vector<sptr<IRemoteObject>>;  // dropped after the lock
 
     std::shared_ptr<CallLane> TakeLane(Deadline deadline, int& status);
+    std::shared_ptr<CallLane> TakeIdleLane() TAVO_REQUIRES(mutex_);
     std::shared_ptr<CallLane> OpenLane(Deadline deadline, int& status);
     void ReturnLane(const std::shared_ptr<CallLane>& lane, Clock::time_point usedAt);
     void DropLane(const std::shared_ptr<CallLane>& lane);
