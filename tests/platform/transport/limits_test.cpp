@@ -168,6 +168,8 @@ TEST_F(DescriptorLimit, InTheCalleeTimesOutNewLanesUntilSomeAreFree)
             caller.join();
             idleness.Expect();
         }
+        // A manager that did not answer in time is not asked again until it has shown that it lives.
+        EXPECT_TRUE(WaitFor([&callee] { return Echo(callee.object) != TAVO::IPC_TIMED_OUT; }));
         ExpectWell(callee.object);
         Call notes(callee.object, TestCode::NOTES);
         EXPECT_EQ(notes.Send(), TAVO::IPC_OK);
