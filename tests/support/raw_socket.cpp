@@ -1,0 +1,162 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "support/raw_socket.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace TestSupport {
+namespace {
+
+bool PollUntil(int fd, short events, Clock::time_point deadline)
+{
+    for (;;) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        pollfd entry{fd, events, 0};
+        const int ready = ::poll(&entry, 1, left > 0 ? static_cast<int>(left) : 0);
+        if (ready >= 0 || errno != EINTR) {
+            return ready > 0;
+        }
+    }
+}
+
+}  // namespace
+
+RawSocket::RawSocket(RawSocket&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+
+RawSocket& RawSocket::operator=(RawSocket&& other) noexcept
+{
+    std::swap(fd_, other.fd_);
+    return *this;
+}
+
+void RawSocket::Close()
+{
+    if (fd_ >= 0) {
+        ::close(std::exchange(fd_, -1));
+    }
+}
+
+bool RawSocket::Send(const Bytes& bytes, Clock::duration patience)
+{
+    const Clock::time_point deadline = Clock::now() + patience;
+    size_t sent = 0;
+    while (sent < bytes.size()) {
+        const ssize_t put = ::send(fd_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (put >= 0) {
+            sent += static_cast<size_t>(put);
+        } else if (errno == EAGAIN) {
+            if (!PollUntil(fd_, POLLOUT, deadline)) {
+                return false;
+            }
+        } else if (errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool RawSocket::SendByteByByte(const Bytes& bytes)
+{
+    return std::all_of(bytes.begin(), bytes.end(), [this](uint8_t byte) { return Send(Bytes{byte}); });
+}
+
+bool RawSocket::SendWithDescriptors(const Bytes& bytes, size_t count)
+{
+    const std::vector<int> descriptors(count, STDERR_FILENO);
+    std::vector<uint8_t> control(CMSG_SPACE(count * sizeof(int)));
+    iovec part{const_cast<uint8_t*>(bytes.data()), bytes.size()};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control.data();
+    message.msg_controllen = control.size();
+    cmsghdr* header = CMSG_FIRSTHDR(&message);
+    header->cmsg_level = SOL_SOCKET;
+    header->cmsg_type = SCM_RIGHTS;
+    header->cmsg_len = CMSG_LEN(count * sizeof(int));
+    std::memcpy(CMSG_DATA(header), descriptors.data(), count * sizeof(int));
+    return ::sendmsg(fd_, &message, MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+}
+
+std::optional<Bytes> RawSocket::Receive(size_t size, Clock::duration patience)
+{
+    const Clock::time_point deadline = Clock::now() + patience;
+    Bytes bytes;
+    while (bytes.size() < size) {
+        uint8_t buffer[65536];
+        if (!PollUntil(fd_, POLLIN, deadline)) {
+            return std::nullopt;
+        }
+        const ssize_t got = ::recv(fd_, buffer, std::min(sizeof(buffer), size - bytes.size()), MSG_DONTWAIT);
+        if (got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR)) {
+            return std::nullopt;
+        }
+        bytes.insert(bytes.end(), buffer, buffer + std::max<ssize_t>(got, 0));
+    }
+    return bytes;
+}
+
+std::optional<RawHello> RawSocket::ReceiveHello()
+{
+    const std::optional<Bytes> bytes = Receive(RawHello::SIZE);
+    return bytes ? std::optional(RawHello::Decode(*bytes)) : std::nullopt;
+}
+
+std::optional<RawRecord> RawSocket::ReceiveRecord(Clock::duration patience)
+{
+    const std::optional<Bytes> bytes = Receive(RawRecord::SIZE, patience);
+    return bytes ? std::optional(RawRecord::Decode(*bytes)) : std::nullopt;
+}
+
+std::optional<RawFrame> RawSocket::ReceiveFrame(Clock::duration patience)
+{
+    const std::optional<Bytes> header = Receive(RawFrame::HEADER_SIZE, patience);
+    if (!header) {
+        return std::nullopt;
+    }
+    RawFrame frame;
+    frame.codeOrStatus = ReadAt<uint32_t>(*header, 8);
+    frame.kind = ReadAt<uint16_t>(*header, 12);
+    frame.number = ReadAt<uint64_t>(*header, 16);
+    frame.serial = ReadAt<uint64_t>(*header, 24);
+    const std::optional<Bytes> data = Receive(ReadAt<uint32_t>(*header, 0), patience);
+    const std::optional<Bytes> table = Receive(ReadAt<uint32_t>(*header, 4), patience);
+    if (!data || !table) {
+        return std::nullopt;
+    }
+    frame.data = *data;
+    frame.references = DecodeTable(*table, ReadAt<uint16_t>(*header, 14));
+    return frame;
+}
+
+bool RawSocket::WaitForEnd(Clock::duration patience)
+{
+    const Clock::time_point deadline = Clock::now() + patience;
+    uint8_t buffer[65536];
+    while (PollUntil(fd_, POLLIN, deadline)) {
+        const ssize_t got = ::recv(fd_, buffer, sizeof(buffer), MSG_DONTWAIT);
+        if (got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool RawSocket::AwaitReadable(Clock::duration patience) const
+{
+    return PollUntil(fd_, POLLIN, Clock::now() + patience);
+}
+
+bool RawSocket::IsQuiet() const
+{
+    uint8_t byte = 0;
+    return ::recv(fd_, &byte, 1, MSG_DONTWAIT | MSG_PEEK) < 0 && errno == EAGAIN;
+}
+
+}  // namespace TestSupport

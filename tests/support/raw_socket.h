@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+// A connection that sends and receives messages whole, in pieces, or with what nobody asked for.
+#ifndef VELTRA_TESTS_SUPPORT_RAW_SOCKET_H
+#define VELTRA_TESTS_SUPPORT_RAW_SOCKET_H
+
+#include <optional>
+
+#include "support/process.h"
+#include "support/raw_message.h"
+
+namespace TestSupport {
+
+// A stream socket. Nothing here raises SIGPIPE; all waits end.
+class RawSocket {
+public:
+    RawSocket() = default;
+    explicit RawSocket(int fd) : fd_(fd) {}
+    RawSocket(RawSocket&& other) noexcept;
+    RawSocket& operator=(RawSocket&& other) noexcept;
+    ~RawSocket() { Close(); }
+
+    bool IsOpen() const { return fd_ >= 0; }
+    int Fd() const { return fd_; }
+    void Close();
+
+    // False when not all could be sent: the other end is gone, or does not read.
+    bool Send(const Bytes& bytes, Clock::duration patience = PATIENCE);
+    // One send for each byte.
+    bool SendByteByByte(const Bytes& bytes);
+    // Sends with `count` descriptors attached; they stay open here.
+    bool SendWithDescriptors(const Bytes& bytes, size_t count);
+    // Exactly so many bytes; nothing when the connection ended or the time was up before.
+    std::optional<Bytes> Receive(size_t size, Clock::duration patience = PATIENCE);
+    std::optional<RawHello> ReceiveHello();
+    std::optional<RawRecord> ReceiveRecord(Clock::duration patience = PATIENCE);
+    std::optional<RawFrame> ReceiveFrame(Clock::duration patience = PATIENCE);
+    // Reads and forgets until the other end closes; false when it did not in time.
+    bool WaitForEnd(Clock::duration patience = PATIENCE);
+    // Whether there comes something to read, or a connection to take.
+    bool AwaitReadable(Clock::duration patience) const;
+    // True while the connection is up and nothing lies unread.
+    bool IsQuiet() const;
+
+private:
+    int fd_ = -1;
+};
+
+}  // namespace TestSupport
+
+#endif
