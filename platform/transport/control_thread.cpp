@@ -1,13 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// Accepts, connects and tears down; keeps the few time-outs of the transport.
+// The loop, what other threads ask of it, and the few time-outs of the transport.
 #include "transport/control_thread.h"
 
 #include <sys/epoll.h>
 #include <sys/inotify.h>
-#include <sys/socket.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <string>
 
 #include "transport/control_link.h"
@@ -22,9 +19,7 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr int EVENTS_PER_TURN = 64;
-constexpr size_t MAX_PENDING = 1024;    // connections that have not said what they are
 constexpr seconds CONNECT_PATIENCE{8};  // for a listener whose queue is full
-constexpr seconds EXPECT_PATIENCE{2};   // for a connection that the peer said is on its way
 constexpr milliseconds LISTENER_REST{100};
 constexpr seconds IDLE_LANE_LIFE{10};
 constexpr seconds IDLE_SWEEP_PERIOD{2};
@@ -224,210 +219,6 @@ void ControlThread::OnTick(Clock::time_point now)
         nextIdleSweep_ = now + IDLE_SWEEP_PERIOD;
         if (Core::Get().CloseIdleLanes(now - IDLE_LANE_LIFE)) {
             expectsIdleLanes_.store(true);
-        }
-    }
-}
-
-void ControlThread::TryConnect(const std::shared_ptr<Session>& session, Clock::time_point giveUp)
-{
-    if (session->GetState() != Session::State::CONNECTING || LinkOf(session.get()) != nullptr) {
-        return;  // The peer was quicker.
-    }
-    UniqueFd fd = ConnectStreamNow(Core::Get().SocketPath(session->Path()));
-    Hello hello;
-    hello.instance = Core::Get().Self();
-    if (!fd.IsOpen() && errno == EAGAIN && Clock::now() < giveUp) {
-        connecting_.push_back({session, giveUp});
-        return;
-    }
-    if (!fd.IsOpen() || SendNow(fd.Get(), &hello, sizeof(hello)).status != IoStatus::OK) {
-        session->Die();
-        Core::Get().RemoveSession(session);
-        return;
-    }
-    const PeerIdentity identity = ReadPeerIdentity(fd.Get());
-    auto link = std::make_unique<ControlLink>(*this, session, std::move(fd), identity, false);
-    links_[session.get()] = link.get();
-    AddPoll(link->Fd(), EPOLLIN | EPOLLRDHUP, link.get());
-    Own(std::move(link));
-}
-
-void ControlThread::OnAnswer(ControlLink& link, const Hello& answer)
-{
-    const std::shared_ptr<Session> session = link.GetSession();
-    const bool isManager = session->Peer() == Instance{};  // the only one that is called by its place, not by its name
-    if (!isManager && answer.instance != session->Peer()) {
-        return;  // Not whom we called: the link ends, and the session with it.
-    }
-    const std::shared_ptr<Session> other = Core::Get().FindSession(answer.instance);
-    if (answer.lane == Hello::USE_OTHER) {
-        links_.erase(session.get());
-        if (isManager && other != nullptr) {
-            Core::Get().ReplaceManagerSession(other);
-        }
-        if (isManager || (other != nullptr && other != session)) {
-            session->Die();  // Whoever waits for it asks for the session again.
-        } else {
-            expected_.push_back({session, Clock::now() + EXPECT_PATIENCE});
-        }
-        return;
-    }
-    if (isManager) {
-        if (other != nullptr) {
-            return;
-        }
-        session->SetPeer(answer.instance);
-        Core::Get().AddSession(session);
-    }
-    link.BecomeAnswered();
-    session->ComeUp(link.Fd(), wait_.Epoll(), static_cast<Pollable*>(&link), link.Identity());
-    retriesParked_ = true;
-}
-
-void ControlThread::OnAccepted(UniqueFd fd)
-{
-    const PeerIdentity identity = ReadPeerIdentity(fd.Get());
-    if (!identity.known || identity.uid != ::geteuid()) {
-        WarnLimited("a connection of another user", "refused");
-        return;
-    }
-    if (pending_.size() >= MAX_PENDING) {
-        OnConnectionSettled(pending_.front());
-    }
-    auto connection = std::make_unique<PendingConnection>(*this, std::move(fd), identity);
-    pending_.push_back(connection.get());
-    AddPoll(connection->Fd(), EPOLLIN | EPOLLRDHUP, connection.get());
-    Own(std::move(connection));
-}
-
-void ControlThread::OnConnectionSettled(PendingConnection* connection)
-{
-    if (connection->Fd() >= 0) {
-        RemovePoll(connection->Fd(), connection);
-    }
-    polled_.erase(connection);
-    std::erase(pending_, connection);
-    Disown(connection);
-}
-
-bool ControlThread::OnHello(UniqueFd& fd, const Hello& hello, const PeerIdentity& identity)
-{
-    if (hello.kind == ConnectionKind::CONTROL) {
-        ::epoll_ctl(wait_.Epoll(), EPOLL_CTL_DEL, fd.Get(), nullptr);
-        AcceptControl(fd, hello, identity);
-        return true;
-    }
-    const std::shared_ptr<Session> session = Core::Get().FindSession(hello.instance);
-    if (session == nullptr || session->GetState() != Session::State::UP) {
-        // The answer to our hello may be about to be read: the peer was up before we are.
-        const bool mayComeUp =
-            std::any_of(links_.begin(), links_.end(), [](const auto& entry) { return !entry.second->IsAnswered(); });
-        return !mayComeUp;
-    }
-    ::epoll_ctl(wait_.Epoll(), EPOLL_CTL_DEL, fd.Get(), nullptr);
-    const auto lane = std::make_shared<InLane>(std::move(fd), hello.kind, hello.lane, session);
-    if (!session->AddInLane(lane)) {
-        return true;
-    }
-    if (hello.kind == ConnectionKind::NOTICE_LANE) {
-        Core::Get().Delivery().AddLane(lane);
-    } else {
-        Core::Get().Workers().AddLane(lane);
-    }
-    return true;
-}
-
-void ControlThread::AcceptControl(UniqueFd& fd, const Hello& hello, const PeerIdentity& identity)
-{
-    const Instance& self = Core::Get().Self();
-    if (hello.instance == self || hello.instance == Instance{}) {
-        fd.Reset();
-        return;
-    }
-    bool isNew = false;
-    std::shared_ptr<Session> session = Core::Get().EnsureSession(hello.instance, isNew);
-    ControlLink* link = LinkOf(session.get());
-    if (session->GetState() == Session::State::UP && link != nullptr && session->HasHungUp()) {
-        TearDown(*link);
-        link = nullptr;
-        session = Core::Get().EnsureSession(hello.instance, isNew);
-    }
-    const bool isUp = session->GetState() == Session::State::UP;
-    const bool oursStays = link != nullptr && self < hello.instance;
-    Hello answer;
-    answer.instance = self;
-    answer.lane = isUp || oursStays ? Hello::USE_OTHER : Hello::ACCEPTED;
-    if (SendNow(fd.Get(), &answer, sizeof(answer)).status != IoStatus::OK || answer.lane == Hello::USE_OTHER) {
-        fd.Reset();
-        if (isNew) {  // The peer is gone again; somebody may have found the session meanwhile.
-            session->Die();
-            Core::Get().RemoveSession(session);
-        }
-        return;
-    }
-    if (link != nullptr) {  // Ours was on its way too: the lower instance's stays.
-        links_.erase(session.get());
-        TearDown(*link);
-    }
-    Establish(session, std::move(fd), identity);
-}
-
-void ControlThread::Establish(const std::shared_ptr<Session>& session, UniqueFd fd, const PeerIdentity& identity)
-{
-    auto link = std::make_unique<ControlLink>(*this, session, std::move(fd), identity, true);
-    ControlLink& kept = *link;
-    links_[session.get()] = &kept;
-    AddPoll(kept.Fd(), EPOLLIN | EPOLLRDHUP, &kept);
-    Own(std::move(link));
-    kept.BecomeAnswered();
-    session->ComeUp(kept.Fd(), wait_.Epoll(), static_cast<Pollable*>(&kept), identity);
-    retriesParked_ = true;
-}
-
-ControlLink* ControlThread::LinkOf(const Session* session) const
-{
-    const auto found = links_.find(session);
-    return found != links_.end() ? found->second : nullptr;
-}
-
-void ControlThread::TearDown(ControlLink& link)
-{
-    const std::shared_ptr<Session> session = link.GetSession();
-    if (session->GetState() == Session::State::UP) {
-        TakeInWhatWaits();
-    }
-    link.StopPolling();
-    if (LinkOf(session.get()) == &link) {
-        links_.erase(session.get());
-        session->Die();
-        Core::Get().RemoveSession(session);
-    }
-    Disown(&link);
-}
-
-void ControlThread::TakeInWhatWaits()
-{
-    if (std::exchange(isTakingIn_, true)) {  // A connection that is taken in may be a sign of an end itself.
-        return;
-    }
-    for (Listener* listener : listeners_) {
-        if (polled_.count(listener) != 0) {
-            listener->Accept(MAX_PENDING);
-        }
-    }
-    for (PendingConnection* connection : std::vector<PendingConnection*>(pending_)) {
-        if (polled_.count(connection) != 0 && !connection->IsComplete()) {
-            connection->OnReady(0);
-        }
-    }
-    isTakingIn_ = false;
-}
-
-void ControlThread::RetryParked()
-{
-    for (PendingConnection* connection : std::vector<PendingConnection*>(pending_)) {
-        if (connection->IsComplete()) {
-            connection->Retry();
         }
     }
 }

@@ -20,12 +20,11 @@ constexpr int BUSY = 4;
 TEST_F(IdleWorker, OneStaysWhileAllOthersAreInHandlers)
 {
     ASSERT_EQ(Call(object_, TestCode::NOTE).Int(0).SendOneWay(), TAVO::IPC_OK);
-    std::thread busy([this] {
-        InThreads(BUSY, [this](int) { EXPECT_EQ(Call(object_, TestCode::WAIT).Send(60), TAVO::IPC_OK); });
-    });
+    std::thread busy(
+        [this] { InThreads(BUSY, [this](int) { EXPECT_EQ(Call(object_, TestCode::WAIT).Send(60), TAVO::IPC_OK); }); });
     EXPECT_EQ(peer_.Ask("await-waiting 4"), "waiting");
     EXPECT_TRUE(TestSupport::WaitFor([this] { return NotesThere().size() == 1; }));  // A lane is left idle by this.
-    std::this_thread::sleep_for(REST);  // the fact itself takes that long
+    std::this_thread::sleep_for(REST);                                               // the fact itself takes that long
     EXPECT_EQ(Call(object_, TestCode::NOTE).Int(1).SendOneWay(), TAVO::IPC_OK);
     EXPECT_TRUE(TestSupport::WaitFor([this] { return NotesThere().size() == 2; }));
     EXPECT_EQ(Call(object_, TestCode::OPEN).Send(), TAVO::IPC_OK);
