@@ -93,7 +93,7 @@ int Session::Call(uint64_t serial, uint32_t code, MessageParcel& data, MessagePa
         header.serial = serial;
         header.dataBytes = static_cast<uint32_t>(dataBytes);
         if (!ParcelAccess::References(data).empty()) {
-            status = PassReferences({true, lane->number}, number, data, header);
+            status = PassReferences({true, lane->number}, number, data, header, deadline);
         }
         uint8_t* const frame = ParcelAccess::Headroom(data, sizeof(header));
         if (status != IPC_OK || frame == nullptr || !header.IsPossible(false)) {

@@ -266,7 +266,7 @@ InLane::Next InLane::Reply(uint64_t number, int status, MessageParcel& reply)
     header.number = number;
     header.dataBytes = static_cast<uint32_t>(reply.GetDataSize());
     if (!ParcelAccess::References(reply).empty()) {
-        const int passed = session_->PassReferences({false, number_}, number, reply, header);
+        const int passed = session_->PassReferences({false, number_}, number, reply, header, Clock::now() + PATIENCE);
         if (passed == IPC_BAD_MESSAGE) {
             MessageParcel nothing;
             return Reply(number, IPC_BAD_MESSAGE, nothing);

@@ -35,11 +35,11 @@ int Session::SendOneWay(ConnectionKind kind, uint64_t serial, uint32_t code, Mes
         header.serial = serial;
         header.dataBytes = static_cast<uint32_t>(dataBytes);
         if (!ParcelAccess::References(data).empty()) {
-            const int status = PassReferences({true, lane.number}, header.number, data, header);
+            const int status = PassReferences({true, lane.number}, header.number, data, header, Deadline());
             if (status != IPC_OK) {
                 ParcelAccess::Truncate(data, dataBytes);
                 Withdraw({true, lane.number}, header.number);
-                return status;
+                return status == IPC_TIMED_OUT ? IPC_QUEUE_FULL : status;  // It never waits: try again.
             }
         }
         uint8_t* const frame = ParcelAccess::Headroom(data, sizeof(header));

@@ -98,8 +98,9 @@ public:
     sptr<IPCObjectStub> FindHeld(uint64_t serial);
     // The same for one-way message `number` of the peer's `lane`; counts given back behind it go now.
     sptr<IPCObjectStub> FindOneWayTarget(InLane& lane, uint64_t number, uint64_t serial);
-    // Appends the reference table for message `number` of `lane` to `data` and raises the counts. An IpcStatus.
-    int PassReferences(LaneKey lane, uint64_t number, MessageParcel& data, FrameHeader& header);
+    // Appends the reference table for message `number` of `lane` to `data` and raises the counts. An IpcStatus. Waits
+    // until `deadline` for an object of the peer's that is not yet acquired from it.
+    int PassReferences(LaneKey lane, uint64_t number, MessageParcel& data, FrameHeader& header, Deadline deadline);
     // Cuts the table off `data` (a received body) and puts the objects in its place, strong. False: refused whole.
     bool TakeReferences(LaneKey lane, const FrameHeader& header, MessageParcel& data);
     // A proxy for the peer's object, with one more count. Null: too many.

@@ -39,7 +39,7 @@ sptr<IPCObjectStub> Session::FindOneWayTarget(InLane& lane, uint64_t number, uin
     return target;
 }
 
-int Session::PassReferences(LaneKey lane, uint64_t number, MessageParcel& data, FrameHeader& header)
+int Session::PassReferences(LaneKey lane, uint64_t number, MessageParcel& data, FrameHeader& header, Deadline deadline)
 try {
     ReferenceTableWriter writer(data);
     std::vector<std::pair<uint64_t, sptr<IPCObjectStub>>> own;
@@ -48,6 +48,9 @@ try {
         TableEntry entry;
         entry.offset = reference.offset;
         if (auto* proxy = dynamic_cast<ProxyObject*>(reference.object.Get()); proxy != nullptr) {
+            if (proxy->Owner().get() == this && proxy->Ready(deadline) == IPC_TIMED_OUT) {
+                return IPC_TIMED_OUT;  // The message would be there before the peer knows that we have its object.
+            }
             entry.instance = proxy->Owner()->Peer();
             entry.serial = proxy->Serial();
             passed.borrowed.push_back(reference.object);
@@ -102,8 +105,7 @@ try {
     bool isWhole = true;
     for (size_t i = 0; i < entries.size() && isWhole; ++i) {  // first what can be refused, then what makes something
         if (entries[i].fixed.instance == self) {
-            // The sender may have been given it by a third process: its ACQUIRE may be read behind this message.
-            objects[i] = Core::Get().FindExported(entries[i].fixed.serial);
+            objects[i] = FindHeld(entries[i].fixed.serial);
             isWhole = objects[i] != nullptr;
         }
     }

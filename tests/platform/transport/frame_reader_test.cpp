@@ -196,7 +196,7 @@ TEST(ReferenceTable, ReadsWhatWasWritten)
         TableEntry entry;
         entry.offset = 4 + at * 8;
         entry.serial = at + 1;
-        entry.instance.bytes.fill(static_cast<uint8_t>(at));
+        entry.instance.bytes.fill(static_cast<uint8_t>(at + 1));
         ASSERT_TRUE(writer.Add(entry, descriptors[at]));
     }
     EXPECT_FALSE(writer.Add(TableEntry{}, std::u16string(MAX_DESCRIPTOR_UNITS + 1, u'd')));
@@ -207,7 +207,7 @@ TEST(ReferenceTable, ReadsWhatWasWritten)
     ASSERT_EQ(entries.size(), 3u);
     for (uint32_t at = 0; at < 3; ++at) {
         EXPECT_EQ(entries[at].fixed.serial, at + 1);
-        EXPECT_EQ(entries[at].fixed.instance.bytes[15], at);
+        EXPECT_EQ(entries[at].fixed.instance.bytes[15], at + 1);
         EXPECT_EQ(entries[at].descriptor, descriptors[at]);
     }
 }

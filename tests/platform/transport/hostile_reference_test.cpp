@@ -127,6 +127,20 @@ TEST_F(HostileReference, ReferenceToTheReceiversObjectMustBeHeldByTheSender)
     EXPECT_EQ(EchoKept("it"), TAVO::IPC_OK) << "it came home";
 }
 
+// A request is refused as a whole, and with it goes back what its sender had counted.
+TEST_F(HostileReference, RefusedRequestGivesItsReferencesBack)
+{
+    constexpr uint64_t OWN_SERIAL = 77;
+    RawFrame request = RequestFor(TestCode::KEEP).String("it");
+    request.Reference(raw_->Instance(), OWN_SERIAL).Reference(raw_->Target(), UINT64_MAX);
+    EXPECT_EQ(StatusOf(raw_->CallOnce(request)), TAVO::IPC_BAD_MESSAGE);
+    const auto release = raw_->AwaitRecord(RawRecord::RELEASE);
+    ASSERT_TRUE(release);
+    EXPECT_EQ(release->a, OWN_SERIAL);
+    EXPECT_EQ(release->b, 1u);
+    EXPECT_TRUE(raw_->AwaitRecord(RawRecord::TAKEN));
+}
+
 TEST_F(HostileReference, NoSerialIsUsedTwice)
 {
     constexpr uint64_t OBJECTS = 5000;
