@@ -51,9 +51,9 @@ int ProxyObject::SendNotice(uint32_t code, MessageParcel& data)
     if (InForkedChild()) {
         return IPC_UNAVAILABLE;
     }
-    const Deadline deadline = Clock::now() + std::chrono::seconds(MessageOption::WAIT_TIME_SECONDS);
-    const int status = Ready(deadline);
-    return status != IPC_OK ? status : SendOneWay(ConnectionKind::NOTICE_LANE, code, data, deadline);
+    const Deadline now = Clock::now();  // has passed: whoever sends notices has others to tell
+    const int status = Ready(now);
+    return status != IPC_OK ? status : SendOneWay(ConnectionKind::NOTICE_LANE, code, data, now);
 }
 
 int ProxyObject::SendOneWay(ConnectionKind kind, uint32_t code, MessageParcel& data, Deadline deadline)

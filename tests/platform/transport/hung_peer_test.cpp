@@ -4,6 +4,7 @@
 
 #include "platform/transport/raw_callee.h"
 #include "platform/transport/test_object.h"
+#include "transport/transport.h"
 
 namespace TransportTest {
 namespace {
@@ -52,6 +53,23 @@ TEST(HungPeer, ReplyThatStopsHalfwayTimesOutTheSame)
     EXPECT_GE(Clock::now() - start, 8s);
     EXPECT_LT(Clock::now() - start, 12s);
     EXPECT_EQ(Echo(object), TAVO::IPC_OK);
+}
+
+TEST(HungPeer, ANoticeForItsObjectThatAThirdProcessNamedNeverWaits)
+{
+    PrivateRuntimeDir dir;
+    Child hub = StartHub();
+    Child owner = StartPeer("peer");
+    owner.Stop();
+    const sptr<IRemoteObject> object = Call(ConnectToHub(), TestCode::FETCH).Text("peer").SendForObject();
+    ASSERT_NE(object, nullptr);
+    MessageParcel data;
+    const Clock::time_point start = Clock::now();
+    EXPECT_EQ(TAVO::Transport::SendNotice(object, 1, data), TAVO::IPC_TIMED_OUT);
+    EXPECT_LT(Clock::now() - start, 4s);
+    owner.Continue();
+    EXPECT_TRUE(TAVO::Transport::IsStillThere(object, Clock::now() + TestSupport::PATIENCE));
+    EXPECT_EQ(TAVO::Transport::SendNotice(object, 1, data), TAVO::IPC_OK);
 }
 
 }  // namespace
