@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "transport/threads.h"
+#include "transport/transport.h"
 
 namespace TAVO {
 
@@ -12,6 +13,11 @@ CallingPeer GetCallingPeer()
 {
     const CallingPeer* const current = Transport::CallingPeerScope::Current();
     return current != nullptr ? *current : CallingPeer{::getpid(), ::geteuid(), 0};
+}
+
+bool IsOfCaller(const sptr<IRemoteObject>& object)
+{
+    return object != nullptr && Transport::OwnerSession(object) == GetCallingPeer().session;
 }
 
 }  // namespace TAVO

@@ -75,6 +75,12 @@ bool IsStillThere(const sptr<IRemoteObject>& object, Clock::time_point deadline)
     return proxy->Ready(deadline) == IPC_OK && !proxy->Owner()->HasHungUp();
 }
 
+uint64_t OwnerSession(const sptr<IRemoteObject>& object)
+{
+    const auto* const proxy = dynamic_cast<const ProxyObject*>(object.Get());
+    return proxy != nullptr ? proxy->Owner()->Id() : 0;
+}
+
 bool IsForkedChild() noexcept
 {
     return InForkedChild();

@@ -4,6 +4,7 @@
 #define TAVO_TRANSPORT_TRANSPORT_H
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -32,11 +33,15 @@ bool WatchManagerSocket(std::function<void()> appeared);
 // and asks the kernel whether the connection has ended, though its end may not have been noticed yet.
 bool IsStillThere(const sptr<IRemoteObject>& object, Clock::time_point deadline);
 
+// The session with the object's process, as CallingPeer names it; 0 for an object of this process, and for null.
+uint64_t OwnerSession(const sptr<IRemoteObject>& object);
+
 // Runs `job` on the delivery thread, behind what waits there. False in a forked child or without memory.
 bool RunOnDeliveryThread(std::function<void()> job);
 
 // Sends one-way over the lane of urgent notices: the receiver runs them on its delivery thread, and only for objects
-// that say RunsOnDeliveryThread. Same results as SendRequest.
+// that say RunsOnDeliveryThread. Same results as SendRequest, but never waits: for an object that a third process named
+// and whose owner has not answered yet it is IPC_TIMED_OUT at once.
 int SendNotice(const sptr<IRemoteObject>& object, uint32_t code, MessageParcel& data);
 
 // True in a child of fork() whose parent had loaded the platform: nothing works there any more.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Who sent the request that the current thread handles, as the kernel vouches for it.
+// Who sent the request that the current thread handles, as the kernel vouches for it, and what is theirs.
 #ifndef TAVO_CALLING_PEER_H
 #define TAVO_CALLING_PEER_H
 
@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "tavo/export.h"
+#include "tavo/iremote_object.h"
 
 namespace TAVO {
 
@@ -19,6 +20,10 @@ struct CallingPeer {
 
 // Inside a request handler: its sender. Elsewhere: this process.
 TAVO_EXPORT CallingPeer GetCallingPeer();
+
+// Whether the object lives in the process that GetCallingPeer names. A request may carry references to objects of any
+// process: what is kept for the caller, and goes with it, has to be its own. False for null.
+TAVO_EXPORT bool IsOfCaller(const sptr<IRemoteObject>& object);
 
 }  // namespace TAVO
 

@@ -22,7 +22,7 @@ enum AbilityStatus : int32_t {
     ABILITY_TAKEN = 3,        // another living process serves the id
     ABILITY_UNREACHABLE = 4,  // the manager did not answer within 2 s
     ABILITY_NOT_RUNNING = 5,  // nothing to remove
-    ABILITY_BAD_REQUEST = 6,  // null callback or object, or a request that does not decode
+    ABILITY_BAD_REQUEST = 6,  // a callback or object that is null or not the caller's own, or a bad request
 };
 
 // One ability as the manager sees it, for tools.

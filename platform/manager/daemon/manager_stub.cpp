@@ -10,11 +10,12 @@
 namespace TAVO::Manager {
 namespace {
 
-// An object of the caller, null when there is none. What comes home is the manager's own and of no use here.
+// An object of the caller, null when there is none. One of a third process would outlive the caller, and has perhaps
+// not been acquired yet; one that comes home is the manager's own.
 sptr<IRemoteObject> ReadCallersObject(MessageParcel& data)
 {
     sptr<IRemoteObject> object = data.ReadRemoteObject();
-    return dynamic_cast<IPCObjectStub*>(object.Get()) == nullptr ? object : nullptr;
+    return IsOfCaller(object) ? object : nullptr;
 }
 
 int Answer(MessageParcel& reply, int32_t status)

@@ -11,6 +11,7 @@
 
 #include "platform/manager/ability_client.h"
 #include "platform/manager/manager_fixture.h"
+#include "tavo/message_parcel.h"
 #include "tavo/system_ability_manager_client.h"
 
 namespace ManagerTest {
@@ -167,6 +168,34 @@ TEST_F(ManagerLoad, BadRequestsAreRefused)
     EXPECT_EQ(Manager()->AddAbility(ID, Manager()->CheckAbility(ID)), TAVO::ABILITY_BAD_REQUEST);
     EXPECT_EQ(Add(ID), "status " + std::to_string(TAVO::ABILITY_TAKEN));
     EXPECT_EQ(PidIn(Check(ID)), service.Pid());
+}
+
+// The manager could not tell when such an observer, callback or service goes, and could be made to wait for its owner.
+TEST_F(ManagerLoad, AnObjectOfAThirdProcessIsNotTakenForTheCallersOwn)
+{
+    using Manager = TAVO::ISystemAbilityManager;
+    WriteAbility(ID, "serve", true);
+    Child manager = StartManager();
+    Child service = StartClient();
+    EXPECT_EQ(service.Ask("add 4711"), "status 0");
+    const TAVO::sptr<TAVO::IRemoteObject> root = ManagerTest::Manager()->AsObject();
+    const TAVO::sptr<TAVO::IRemoteObject> foreign = ManagerTest::Manager()->CheckAbility(ID);
+    const auto ask = [&](Manager::Code code, const TAVO::sptr<TAVO::IRemoteObject>& object) {
+        TAVO::MessageParcel data;
+        TAVO::MessageParcel reply;
+        TAVO::MessageOption option;
+        data.WriteInterfaceToken(Manager::GetDescriptor());
+        data.WriteInt32(ID);
+        data.WriteRemoteObject(object);
+        const int status = root->SendRequest(code, data, reply, option);
+        return status != TAVO::IPC_OK || code == Manager::CHECK_ABILITY ? status : reply.ReadInt32();
+    };
+    EXPECT_EQ(ask(Manager::CHECK_ABILITY, foreign), TAVO::IPC_BAD_MESSAGE);
+    EXPECT_EQ(ask(Manager::LOAD_ABILITY, foreign), TAVO::ABILITY_BAD_REQUEST);
+    EXPECT_EQ(ask(Manager::ADD_ABILITY, foreign), TAVO::ABILITY_BAD_REQUEST);
+    const TAVO::sptr<TAVO::IRemoteObject> own(new PidService);
+    EXPECT_EQ(ask(Manager::CHECK_ABILITY, own), TAVO::IPC_OK);
+    EXPECT_EQ(ask(Manager::LOAD_ABILITY, own), TAVO::ABILITY_OK);
 }
 
 TEST_F(ManagerLoad, AnImpostorIsRefusedAndLeavesThePlaceFree)
