@@ -20,7 +20,7 @@ enum AbilityStatus : int32_t {
     ABILITY_UNKNOWN = 1,      // no ability file and no registration has this id
     ABILITY_REFUSED = 2,      // this process may not register the id
     ABILITY_TAKEN = 3,        // another living process serves the id
-    ABILITY_UNREACHABLE = 4,  // the manager did not answer within 2 s
+    ABILITY_UNREACHABLE = 4,  // the manager did not answer within 2 s, or cannot decide now: worth another try
     ABILITY_NOT_RUNNING = 5,  // nothing to remove
     ABILITY_BAD_REQUEST = 6,  // a callback or object that is null or not the caller's own, or a bad request
 };

@@ -193,16 +193,21 @@ std::vector<OwnAbilities::Unknown> OwnAbilities::UnknownTo(const sptr<IRemoteObj
 bool OwnAbilities::Register(SystemAbilityManagerProxy& manager, const Unknown& ability)
 {
     const int32_t status = manager.SendAdd(ability.id, ability.object);
-    if (status == ABILITY_UNREACHABLE) {
+    if (status != ABILITY_OK && status != ABILITY_REFUSED) {
         return false;
     }
     Log(status == ABILITY_OK ? SCRIVO_INFO : SCRIVO_ERROR,
         "ability %{public}d registered again with a new manager: status %{public}d", ability.id, status);
+    decltype(abilities_)::node_type refused;  // released when the lock is free
     {
         MutexLock lock(mutex_);
         const auto found = abilities_.find(ability.id);
         if (found != abilities_.end() && found->second.object != ability.object) {
             return false;  // Replaced in the meantime: the manager has to hear of the newer one.
+        }
+        if (found != abilities_.end() && status == ABILITY_REFUSED) {
+            refused = abilities_.extract(found);  // With its lock, so that the manager may start another process.
+            return true;
         }
         if (found != abilities_.end()) {
             found->second.knownTo = manager.AsObject();

@@ -29,14 +29,14 @@ public:
     int32_t Remove(SystemAbilityManagerProxy& manager, int32_t systemAbilityId);
 
     // A manager came or went: whatever the present one does not know is registered again, now and, while that fails,
-    // after growing pauses. Returns at once.
+    // after growing pauses; what it refuses is given up. Returns at once.
     void RegisterAgain();
 
 private:
     struct Ability {
         ProcessLock lock;
         sptr<IRemoteObject> object;
-        sptr<IRemoteObject> knownTo;  // root object of the last manager that answered about it
+        sptr<IRemoteObject> knownTo;  // root object of the last manager that took it
     };
     struct Unknown {
         int32_t id;

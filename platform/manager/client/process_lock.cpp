@@ -20,7 +20,7 @@ struct flock WholeFile()
     return lock;
 }
 
-// Tells the lock that stands in the way, F_UNLCK when none does. False when the file cannot be looked at.
+// Tells the lock that stands in the way, F_UNLCK when none does. False with errno set when the file cannot be looked at.
 bool Look(int dirFd, const std::string& name, struct flock& lock)
 {
     const UniqueFd file(::openat(dirFd, name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
@@ -50,7 +50,10 @@ bool ProcessLock::Take(int dirFd, const std::string& name)
 pid_t ProcessLock::Holder(int dirFd, const std::string& name)
 {
     struct flock lock {};
-    if (!Look(dirFd, name, lock) || lock.l_type == F_UNLCK) {
+    if (!Look(dirFd, name, lock)) {
+        return errno == ENOENT ? NOBODY : CANNOT_TELL;
+    }
+    if (lock.l_type == F_UNLCK) {
         return NOBODY;
     }
     return lock.l_pid > 0 ? lock.l_pid : UNKNOWN_HOLDER;

@@ -155,7 +155,12 @@ int32_t AbilityRegistry::Add(int32_t systemAbilityId, const sptr<IRemoteObject>&
 int32_t AbilityRegistry::Register(Ability& ability, const sptr<IRemoteObject>& object, const CallingPeer& peer,
                                   Aftermath& after)
 {
-    if (isStopping_ || !MayServe(ability, peer.pid) || !HoldsLock(ability, peer.pid)) {
+    const pid_t holder = ProcessLock::Holder(dir_.Fd(), AbilityLockName(ability.file.id));
+    if (isStopping_ || holder == ProcessLock::CANNOT_TELL) {
+        return ABILITY_UNREACHABLE;  // Not refused, which would be final: the process tries again, or the next manager.
+    }
+    if (!MayServe(ability, peer.pid) || (holder != peer.pid && holder != ProcessLock::UNKNOWN_HOLDER)) {
+        OwnerRefused(ability, peer.pid);
         return ABILITY_REFUSED;
     }
     if (ability.object != nullptr) {
@@ -197,13 +202,6 @@ bool AbilityRegistry::MayServe(const Ability& ability, pid_t pid)
     }
     const bool isRecorded = pid > 0 && RecordedProcess(dir_, ability.file.id) == pid;
     return (isRecorded && Adopt(ability.file.id, pid, true) != 0) || ability.file.external;
-}
-
-// Whether the process has the place of the ability, as far as can be seen from here.
-bool AbilityRegistry::HoldsLock(const Ability& ability, pid_t pid) const
-{
-    const pid_t holder = ProcessLock::Holder(dir_.Fd(), AbilityLockName(ability.file.id));
-    return holder == pid || holder == ProcessLock::UNKNOWN_HOLDER;
 }
 
 int32_t AbilityRegistry::Remove(int32_t systemAbilityId, uint64_t session)

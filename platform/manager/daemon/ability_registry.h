@@ -100,11 +100,11 @@ private:
         TAVO_REQUIRES(mutex_);
     void Unregister(Ability& ability, Aftermath& after) TAVO_REQUIRES(mutex_);
     bool MayServe(const Ability& ability, pid_t pid) TAVO_REQUIRES(mutex_);
-    bool HoldsLock(const Ability& ability, pid_t pid) const;
 
     // Starts (ability_starts.cpp).
     void Want(Ability& ability, Aftermath& after) TAVO_REQUIRES(mutex_);
-    bool AwaitOwner(Ability& ability) TAVO_REQUIRES(mutex_);
+    bool AwaitOwner(Ability& ability, pid_t holder) TAVO_REQUIRES(mutex_);
+    void OwnerRefused(Ability& ability, pid_t pid) TAVO_REQUIRES(mutex_);
     uint64_t Adopt(int32_t systemAbilityId, pid_t pid, bool isStarted) TAVO_REQUIRES(mutex_);
     void Enter(Ability& ability, Phase phase, uint64_t serial, Clock::time_point deadline) TAVO_REQUIRES(mutex_);
     void Start(int32_t systemAbilityId, uint64_t serial) TAVO_EXCLUDES(mutex_);

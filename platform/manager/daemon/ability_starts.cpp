@@ -3,6 +3,7 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <utility>
 
@@ -25,6 +26,8 @@ constexpr seconds START_TIME{20};
 // Between a failed start and the next.
 constexpr milliseconds FIRST_PAUSE{100};
 constexpr milliseconds LONGEST_PAUSE{10000};
+// In which a process that was refused has surely given its lock back.
+constexpr seconds LOCK_RETURN_TIME{1};
 // Services are asked to end, then made to; together below a second.
 constexpr milliseconds GRACE_TIME{700};
 constexpr milliseconds KILL_TIME{200};
@@ -42,7 +45,14 @@ bool AbilityRegistry::Begin()
 // Somebody waits for the ability, which does not run and is not being started.
 void AbilityRegistry::Want(Ability& ability, Aftermath& after)
 {
-    if (AwaitOwner(ability)) {
+    const pid_t holder = ProcessLock::Holder(dir_.Fd(), AbilityLockName(ability.file.id));
+    if (holder == ProcessLock::CANNOT_TELL) {
+        Log(SCRIVO_WARN, "cannot look at the lock of ability %{public}d: %{public}s", ability.file.id,
+            std::strerror(errno));
+        StartFailed(ability, after);
+        return;
+    }
+    if (AwaitOwner(ability, holder)) {
         return;
     }
     const Clock::time_point now = Clock::now();
@@ -57,10 +67,9 @@ void AbilityRegistry::Want(Ability& ability, Aftermath& after)
 
 // True when a living process holds the ability's lock, or was started by a manager before this one and has not taken
 // it yet: it will register, so there is nothing to start.
-bool AbilityRegistry::AwaitOwner(Ability& ability)
+bool AbilityRegistry::AwaitOwner(Ability& ability, pid_t holder)
 {
     const int32_t id = ability.file.id;
-    const pid_t holder = ProcessLock::Holder(dir_.Fd(), AbilityLockName(id));
     const bool isHeld = holder != ProcessLock::NOBODY;
     const pid_t recorded = RecordedProcess(dir_, id);
     const pid_t owner = isHeld ? holder : recorded;
@@ -82,6 +91,15 @@ bool AbilityRegistry::AwaitOwner(Ability& ability)
     Log(SCRIVO_INFO, "ability %{public}d has an owner already: process %{public}d", id, owner);
     Enter(ability, Phase::OWNED, serial, Clock::now() + START_TIME);
     return true;
+}
+
+// A process may not register. If it is the one that is awaited, it will not do so later either, but give its lock back.
+void AbilityRegistry::OwnerRefused(Ability& ability, pid_t pid)
+{
+    const auto awaited = processes_.find(ability.serial);
+    if (ability.phase == Phase::OWNED && awaited != processes_.end() && awaited->second.pid == pid) {
+        Enter(ability, Phase::PAUSED, 0, Clock::now() + LOCK_RETURN_TIME);
+    }
 }
 
 // Watches a process that is not a child from here on. 0 when it has ended.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The manager may die, hang or be told to end: there is never a second service, and nothing waits for long.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <csignal>
 #include <cstdio>
@@ -9,12 +10,17 @@
 #include <thread>
 #include <vector>
 
+#include "manager/client/process_lock.h"
 #include "platform/manager/ability_client.h"
 #include "platform/manager/manager_fixture.h"
+#include "transport/runtime_dir.h"
 
 namespace ManagerTest {
 namespace {
 
+using TAVO::Manager::AbilityLockName;
+using TAVO::Manager::ProcessLock;
+using TAVO::Transport::RuntimeDir;
 using TestSupport::Child;
 using TestSupport::WaitFor;
 
@@ -108,6 +114,58 @@ TEST_F(ManagerRestart, AnExternalServiceRegistersAgainAndAnImpostorStillCannot)
     manager = StartManager();
     EXPECT_TRUE(WaitFor([&service] { return Check(ID) == "object " + std::to_string(service.Pid()); }));
     EXPECT_EQ(service.Ask("add 4712"), "status " + std::to_string(TAVO::ABILITY_REFUSED));
+}
+
+TEST_F(ManagerRestart, AServiceThatTheNextManagerRefusesGivesItsPlaceBack)
+{
+    WriteAbility(ID, "serve", true);
+    Child manager = StartManager();
+    Child service = StartClient();
+    EXPECT_EQ(service.Ask("add 4711"), "status 0");
+    Crash(manager);
+    WriteAbility(ID, "serve", false);
+    manager = StartManager();
+    std::string error;
+    const RuntimeDir dir = RuntimeDir::Open(RuntimePath(), false, error);
+    EXPECT_TRUE(WaitFor([&dir] { return ProcessLock::IsFree(dir.Fd(), AbilityLockName(ID)); }));
+    const int pid = PidIn(Load(ID));
+    EXPECT_EQ(std::vector<pid_t>{pid}, Started());
+}
+
+TEST_F(ManagerRestart, ALoadDoesNotWaitForAnOwnerThatWasRefused)
+{
+    class Unheard : public TAVO::SystemAbilityLoadCallbackStub {
+        void OnLoadSystemAbilitySuccess(int32_t, const TAVO::sptr<TAVO::IRemoteObject>&) override {}
+        void OnLoadSystemAbilityFail(int32_t) override {}
+    };
+    WriteAbility(ID, "serve", true);
+    Child manager = StartManager();
+    Child service = StartClient();
+    EXPECT_EQ(service.Ask("add 4711"), "status 0");
+    service.Stop();
+    Crash(manager);
+    WriteAbility(ID, "serve", false);
+    manager = StartManager();
+    EXPECT_EQ(Manager()->LoadAbility(ID, new Unheard), TAVO::ABILITY_OK);  // from now on the owner is awaited
+    service.Continue();
+    const int pid = PidIn(Load(ID));
+    EXPECT_EQ(std::vector<pid_t>{pid}, Started());
+}
+
+// What is refused is refused for good, so a manager that cannot look must not refuse.
+TEST_F(ManagerRestart, AManagerWithoutDescriptorsLetsAServiceTryAgain)
+{
+    WriteAbility(ID, "serve", true);
+    Child manager = StartManager();
+    Child service = StartClient();
+    EXPECT_EQ(service.Ask("check 4711"), "null");  // connects
+    rlimit before{};
+    ASSERT_EQ(::prlimit(manager.Pid(), RLIMIT_NOFILE, nullptr, &before), 0);
+    const rlimit none{0, before.rlim_max};
+    ASSERT_EQ(::prlimit(manager.Pid(), RLIMIT_NOFILE, &none, nullptr), 0);
+    EXPECT_EQ(service.Ask("add 4711"), "status " + std::to_string(TAVO::ABILITY_UNREACHABLE));
+    ASSERT_EQ(::prlimit(manager.Pid(), RLIMIT_NOFILE, &before, nullptr), 0);
+    EXPECT_EQ(service.Ask("add 4711"), "status 0");
 }
 
 TEST_F(ManagerRestart, EndingTheManagerEndsItsServicesEvenStubbornOnes)

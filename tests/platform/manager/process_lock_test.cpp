@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -82,6 +83,17 @@ TEST_F(ProcessLockTest, ALinkInItsPlaceIsNotFollowed)
     ProcessLock lock;
     EXPECT_FALSE(lock.Take(dir.Fd(), "7.lock"));
     EXPECT_NE(::faccessat(dir.Fd(), "elsewhere", F_OK, 0), 0);
+}
+
+TEST_F(ProcessLockTest, WithoutADescriptorNobodyCanTellWhoHoldsIt)
+{
+    rlimit limit{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none{0, limit.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    const pid_t holder = ProcessLock::Holder(dir.Fd(), "7.lock");
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_EQ(holder, ProcessLock::CANNOT_TELL);
 }
 
 TEST_F(ProcessLockTest, ARecordedStartIsKnownWhileThatVeryProcessLives)
