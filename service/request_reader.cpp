@@ -3,6 +3,8 @@
 
 #include <utility>
 
+#include <tavo/calling_peer.h>
+
 namespace TAVO::Veltra {
 
 int32_t RequestReader::Int32()
@@ -59,7 +61,8 @@ std::map<std::string, std::string> RequestReader::TextMap(int32_t most)
 sptr<IRemoteObject> RequestReader::Object(const std::u16string& descriptor)
 {
     const sptr<IRemoteObject> object = isBad_ ? nullptr : data_.ReadRemoteObject();
-    isBad_ = object == nullptr || object->Descriptor() != descriptor;
+    // What is kept for it goes when the caller ends, which an object of another process would not.
+    isBad_ = !IsOfCaller(object) || object->Descriptor() != descriptor;
     return isBad_ ? nullptr : object;
 }
 

@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // The first call starts the service, and every operation comes back with what the service says about this machine.
 #include <algorithm>
+#include <fstream>
 #include <thread>
 
+#include "ipc/server_codes.h"
 #include "system/system_fixture.h"
+#include "tavo/ipc_object_stub.h"
+#include "tavo/message_parcel.h"
+#include "tavo/system_ability_manager_client.h"
 
 namespace SystemTest {
 namespace {
@@ -93,6 +98,36 @@ TEST_F(Operations, AGameEventChangesWhatTheServiceKnows)
     event.int32Value = 2;
     client_.ReportGameEvent(event);
     EXPECT_TRUE(WaitFor([this] { return !IsGame("game.event"); }));
+}
+
+// What is kept for a client goes with its process, so the objects that it brings have to be its own.
+TEST_F(SystemFixture, ACallbackObjectOfAThirdProcessIsRefused)
+{
+    constexpr int32_t OTHER_ID = 7;
+    const auto manager = [] { return TAVO::SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager(); };
+    std::ofstream(PathOf("abilities/7.json")) << R"({"id": 7, "program": "none", "external": true})";
+    Child other = Child::Fork([&manager](TestSupport::LinePipe& parent) {
+        parent.Hear();
+        const TAVO::sptr<TAVO::IRemoteObject> object(new TAVO::IPCObjectStub(u"zem.game.perf.iGpNapiEventCallback"));
+        parent.Say(std::to_string(manager()->AddAbility(OTHER_ID, object)));
+        parent.Hear();
+        return 0;
+    });
+    StartManager();
+    EXPECT_EQ(other.Ask("register"), "0");
+    EXPECT_EQ(client_.CallAuth("start"), 0);
+    const auto subscribe = [&manager](const TAVO::sptr<TAVO::IRemoteObject>& object) {
+        TAVO::MessageParcel data;
+        TAVO::MessageParcel reply;
+        TAVO::MessageOption option;
+        data.WriteInterfaceToken(u"zem.game.perf.iVeltraServerInterface");
+        data.WriteRemoteObject(object);
+        const auto service = manager()->CheckAbility(VELTRA_SERVER_SA_ID);
+        EXPECT_EQ(service->SendRequest(static_cast<uint32_t>(ServerCode::REGISTER_CALL_BACK), data, reply, option), 0);
+        return reply.ReadInt32();
+    };
+    EXPECT_EQ(subscribe(manager()->CheckAbility(OTHER_ID)), BAD_REQUEST);
+    EXPECT_EQ(subscribe(new TAVO::IPCObjectStub(u"zem.game.perf.iGpNapiEventCallback")), 0);
 }
 
 struct Machine {
