@@ -131,19 +131,13 @@ int32_t AbilityRegistry::Add(int32_t systemAbilityId, const sptr<IRemoteObject>&
 {
     Aftermath after;
     int32_t status = ABILITY_REFUSED;
-    int64_t number = 0;
     {
         MutexLock lock(mutex_);
         if (Ability* ability = FindLiving(systemAbilityId, after)) {
             // The process that is being started may be faster than the return of its start.
             lock.WaitUntil(spawned_, Clock::now() + SPAWN_TIME, [ability] { return ability->spawning == 0; });
             status = Register(*ability, object, peer, after);
-            number = ability->number;
         }
-    }
-    if (status == ABILITY_OK && !object->AddDeathRecipient(new ServiceEnd(*this, systemAbilityId, number))) {
-        ServiceGone(systemAbilityId, number);
-        status = ABILITY_BAD_REQUEST;
     }
     Finish(after);
     Log(status == ABILITY_OK ? SCRIVO_INFO : SCRIVO_WARN,
@@ -166,10 +160,14 @@ int32_t AbilityRegistry::Register(Ability& ability, const sptr<IRemoteObject>& o
     if (ability.object != nullptr) {
         Unregister(ability, after);  // An earlier one of the same process: nobody else can hold the lock.
     }
+    const sptr<IRemoteObject::DeathRecipient> end(new ServiceEnd(*this, ability.file.id, ++ability.number));
+    if (!object->AddDeathRecipient(end)) {
+        return ABILITY_BAD_REQUEST;
+    }
     ability.object = object;
+    ability.end = end;
     ability.pid = peer.pid;
     ability.session = peer.session;
-    ++ability.number;
     ability.pause = std::chrono::milliseconds{0};
     ability.notBefore = Clock::time_point();
     for (const Waiter& waiter : ability.waiters) {
@@ -182,6 +180,8 @@ int32_t AbilityRegistry::Register(Ability& ability, const sptr<IRemoteObject>& o
 
 void AbilityRegistry::Unregister(Ability& ability, Aftermath& after)
 {
+    ability.object->RemoveDeathRecipient(ability.end);
+    ability.end = nullptr;
     after.outbox.Drop(ability.object);
     ability.object = nullptr;
     ability.pid = 0;

@@ -65,7 +65,8 @@ private:
     struct Ability {
         AbilityFile file;
 
-        sptr<IRemoteObject> object;  // null: not running
+        sptr<IRemoteObject> object;               // null: not running
+        sptr<IRemoteObject::DeathRecipient> end;  // on `object`, told when it dies
         pid_t pid = 0;
         uint64_t session = 0;
         int64_t number = 0;  // counts changes of `object`
