@@ -103,27 +103,32 @@ AbilityRegistry::Found AbilityRegistry::Check(int32_t systemAbilityId, const spt
 int32_t AbilityRegistry::Load(int32_t systemAbilityId, const sptr<IRemoteObject>& callback, uint64_t session)
 {
     Aftermath after;
+    int32_t status = ABILITY_UNKNOWN;
     {
         MutexLock lock(mutex_);
-        Ability* ability = FindLiving(systemAbilityId, after);
-        if (ability == nullptr) {
-            return ABILITY_UNKNOWN;
-        }
-        const auto isOfClient = [session](const Waiter& waiter) { return waiter.session == session; };
-        if (isStopping_ ||
-            std::count_if(ability->waiters.begin(), ability->waiters.end(), isOfClient) >= MAX_WAITERS_PER_CLIENT) {
-            return ABILITY_REFUSED;
-        }
-        if (ability->object != nullptr) {
-            after.outbox.TellLoaded(callback, systemAbilityId, ability->object);
-        } else {
-            ability->waiters.push_back({callback, session});
-            if (ability->phase == Phase::IDLE) {
-                Want(*ability, after);
-            }
+        if (Ability* ability = FindLiving(systemAbilityId, after)) {
+            status = TellOrWait(*ability, {callback, session}, after);
         }
     }
     Finish(after);
+    return status;
+}
+
+int32_t AbilityRegistry::TellOrWait(Ability& ability, const Waiter& waiter, Aftermath& after)
+{
+    const auto isOfClient = [&waiter](const Waiter& other) { return other.session == waiter.session; };
+    if (isStopping_ ||
+        std::count_if(ability.waiters.begin(), ability.waiters.end(), isOfClient) >= MAX_WAITERS_PER_CLIENT) {
+        return ABILITY_REFUSED;
+    }
+    if (ability.object != nullptr) {
+        after.outbox.TellLoaded(waiter.callback, ability.file.id, ability.object);
+        return ABILITY_OK;
+    }
+    ability.waiters.push_back(waiter);
+    if (ability.phase == Phase::IDLE) {
+        Want(ability, after);
+    }
     return ABILITY_OK;
 }
 
@@ -207,16 +212,17 @@ bool AbilityRegistry::MayServe(const Ability& ability, pid_t pid)
 int32_t AbilityRegistry::Remove(int32_t systemAbilityId, uint64_t session)
 {
     Aftermath after;
+    int32_t status = ABILITY_NOT_RUNNING;
     {
         MutexLock lock(mutex_);
         Ability* ability = FindLiving(systemAbilityId, after);
-        if (ability == nullptr || ability->object == nullptr || ability->session != session) {
-            return ABILITY_NOT_RUNNING;
+        if (ability != nullptr && ability->object != nullptr && ability->session == session) {
+            Unregister(*ability, after);
+            status = ABILITY_OK;
         }
-        Unregister(*ability, after);
     }
     Finish(after);
-    return ABILITY_OK;
+    return status;
 }
 
 std::vector<AbilityDescription> AbilityRegistry::Describe()

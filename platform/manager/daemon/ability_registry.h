@@ -94,7 +94,9 @@ private:
 
     Ability* Find(int32_t systemAbilityId) TAVO_REQUIRES(mutex_);
     Ability* FindLiving(int32_t systemAbilityId, Aftermath& after) TAVO_REQUIRES(mutex_);
+    // On every path behind one that filled `after`: a service that FindLiving takes out is told of nowhere else.
     void Finish(Aftermath& after) TAVO_EXCLUDES(mutex_);
+    int32_t TellOrWait(Ability& ability, const Waiter& waiter, Aftermath& after) TAVO_REQUIRES(mutex_);
 
     // Registrations (ability_registry.cpp).
     int32_t Register(Ability& ability, const sptr<IRemoteObject>& object, const CallingPeer& peer, Aftermath& after)

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <fstream>
 #include <future>
 #include <string>
 #include <thread>
@@ -133,6 +134,19 @@ TEST_F(ManagerLoad, AChangeReachesAClientThatRemembersTheService)
     EXPECT_EQ(service.Ask("remove 4711"), "status " + std::to_string(TAVO::ABILITY_NOT_RUNNING));
     EXPECT_EQ(service.Ask("add 4711"), "status 0");
     EXPECT_EQ(Check(ID), "object " + std::to_string(service.Pid()));
+}
+
+// A question that finds the service gone has to pass that on, whatever it is answered itself.
+TEST_F(ManagerLoad, ClientsHearOfAServiceThatARemovalFindsGone)
+{
+    WriteAbility(ID, "serve", true);
+    Child manager = StartManager();
+    EXPECT_EQ(Add(ID), "status 0");
+    Child client = StartClient();
+    EXPECT_EQ(client.Ask("check 4711"), "object " + std::to_string(::getpid()));
+    std::ifstream(RuntimePath() + "/4711.lock").close();  // drops the lock, by which the manager takes us for dead
+    EXPECT_EQ(Remove(ID), "status " + std::to_string(TAVO::ABILITY_NOT_RUNNING));
+    EXPECT_TRUE(TestSupport::WaitFor([&client] { return client.Ask("check 4711") == "null"; }));
 }
 
 TEST_F(ManagerLoad, DescribesEveryAbilityByAscendingId)
