@@ -240,7 +240,13 @@ void DeliveryPool::Silence(Client& client, const sptr<IRemoteObject>& object, ui
         const sptr<IRemoteObject> other = (line++)->first;
         CloseIfIdle(other);
     }
-    // Processes that ended while they were slow are forgotten here, so that there are never more than living ones.
+    ForgetEnded();
+}
+
+// Processes that ended while they were slow: nothing else tells their end. Called where silence begins, so that there
+// are hardly more of them than living ones, and where it may end, so that nobody pays long for one that never calls.
+void DeliveryPool::ForgetEnded()
+{
     for (auto known = clients_.begin(); known != clients_.end();) {
         const bool isGone = known->second.lines == 0 && known->second.isSlow && !known->second.blocked->IsAlive();
         silent_ -= isGone && known->second.isSilent ? 1 : 0;
@@ -256,6 +262,7 @@ void DeliveryPool::EndSilence(uint64_t client)
         known->second.isSilent = false;
         --silent_;
     }
+    ForgetEnded();
 }
 
 }  // namespace TAVO::Veltra

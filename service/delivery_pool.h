@@ -89,6 +89,7 @@ private:
     void Begin(Line& line) TAVO_REQUIRES(mutex_);
     void Finish(const sptr<IRemoteObject>& object, int32_t status) TAVO_REQUIRES(mutex_);
     void Silence(Client& client, const sptr<IRemoteObject>& object, uint64_t id) TAVO_REQUIRES(mutex_);
+    void ForgetEnded() TAVO_REQUIRES(mutex_);
     void EndSilence(uint64_t client);
 
     mutable Mutex mutex_;

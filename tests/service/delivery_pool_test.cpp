@@ -223,6 +223,25 @@ TEST(DeliveryPool, NothingIsKeptOfAnObjectOnceItIsServed)
     EXPECT_TRUE(TestSupport::WaitFor([&object] { return object.promote() == nullptr; }));
 }
 
+TEST(DeliveryPool, ASilentClientThatEndedIsForgottenWhenAnyoneCalls)
+{
+    wptr<FakeRemoteObject> object;
+    DeliveryPool pool;
+    {
+        PushReceiver receiver;
+        object = receiver.Object();
+        receiver.AnswerWith(IPC_TIMED_OUT);
+        pool.PushLatest(1, receiver.Object(), Sending(receiver, 1));
+        ASSERT_EQ(receiver.WaitFor(1).size(), 1U);
+        ASSERT_TRUE(BecomesIdle(pool));
+    }
+    pool.Heard(2);
+    ASSERT_NE(object.promote(), nullptr) << "its process lives, and must stay silent";
+    object.promote()->Die();
+    pool.Heard(2);
+    EXPECT_TRUE(TestSupport::WaitFor([&object] { return object.promote() == nullptr; }));
+}
+
 TEST(DeliveryPool, ItsEndWaitsForWhatHasBegun)
 {
     PushReceiver receiver;
