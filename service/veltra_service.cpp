@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <set>
 #include <string_view>
 #include <utility>
 
@@ -99,11 +98,15 @@ void VeltraService::ReportGameEvent(GameInfo& info)
 
 std::map<std::string, bool> VeltraService::SyncAppType(const std::string& text, int32_t)
 {
-    const std::set<std::string> games = games_.BundleNames();
+    return AppTypes(games_.BundleNames(), text);
+}
+
+std::map<std::string, bool> VeltraService::AppTypes(const std::set<std::string>& games, const std::string& text)
+{
     std::map<std::string, bool> types;
     if (text.empty()) {
-        for (const std::string& name : games) {
-            types.emplace(name, true);
+        for (auto name = games.begin(); name != games.end() && types.size() < MAX_APP_TYPES; ++name) {
+            types.emplace(*name, true);
         }
     }
     std::string_view rest(text);

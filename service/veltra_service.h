@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,9 @@ public:
     static constexpr size_t MAX_BUNDLE_NAME_BYTES = 256;  // of a name that is kept
 
     explicit VeltraService(ServiceSetup setup);
+
+    // Which of the names in `text` are games; all games for an empty text. At most MAX_APP_TYPES.
+    static std::map<std::string, bool> AppTypes(const std::set<std::string>& games, const std::string& text);
 
     int32_t UpdateGameInfo(int32_t first, const std::string& text, int32_t second) override;
     int32_t CallAuth(const std::string& text) override;
