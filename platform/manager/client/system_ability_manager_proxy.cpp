@@ -37,6 +37,7 @@ try {
     if (sptr<IRemoteObject> living = cache_->FindLiving(systemAbilityId); living != nullptr) {
         return living;
     }
+    const auto deadline = Transport::Clock::now() + std::chrono::seconds(WAIT_TIME_SECONDS);
     cache_->BeginQuestion(systemAbilityId);
     MessageParcel reply;
     int64_t number = 0;
@@ -45,7 +46,7 @@ try {
     }
     sptr<IRemoteObject> object = reply.ReadRemoteObject();
     // The manager may not have noticed yet that the service died.
-    if (!Transport::IsStillThere(object, Transport::Clock::now() + std::chrono::seconds(WAIT_TIME_SECONDS))) {
+    if (!Transport::IsStillThere(object, deadline)) {
         return nullptr;
     }
     cache_->KeepAnswer(systemAbilityId, number, object);
