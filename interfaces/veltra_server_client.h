@@ -47,17 +47,20 @@ public:
     // Delivers game events to `callback` until `key` is unregistered; the same key again replaces, and destroys, the
     // earlier callback. Only the first key asks the service, others join without asking. RESULT_NOT_REGISTERED if the
     // service refused. Waits for an event that is being delivered. A service that died and came again does not know of
-    // the registration: unregister every key, whatever that returns, and register again.
+    // the registration: unregister every key, the last one again while that returns RESULT_NO_SERVICE, ignore what else
+    // it returns, and register again.
     int32_t RegisterGameCallback(std::unique_ptr<GameEventCallbackBase> callback, int32_t key);
 
     // Destroys the callback of `key`; a key that is not there counts as removed. Waits for an event that is being
     // delivered. The last key tells the service: RESULT_NO_SERVICE then leaves the registration standing with no keys,
-    // RESULT_UNREGISTER_REFUSED ends it all the same. RESULT_NOT_REGISTERED when nothing is registered.
+    // until the same is tried again with success; RESULT_UNREGISTER_REFUSED ends it. RESULT_NOT_REGISTERED when nothing
+    // is registered.
     int32_t UnRegisterGameCallback(int32_t key);
 
-    // Starts the stream of GPU counter samples; `value` is the service's. One stream at a time: the one before ends,
-    // also if the service refuses the new one (RESULT_GPU_REFUSED). `callback` sees nothing that comes before this
-    // returns 0.
+    // Starts the stream of GPU counter samples; `value` is the service's. One stream at a time: the library lets go of
+    // the one before, also if the service refuses the new one (RESULT_GPU_REFUSED). A service that refused may go on
+    // sending to the earlier callback, which lives until the service lets go of it too. `callback` sees nothing that
+    // comes before this returns 0.
     int32_t StartGetGpuPerfInfo(int32_t value, std::unique_ptr<GpuCounterCallBackBase> callback);
 
     // Ends the stream. RESULT_GPU_REFUSED if the service refused; the callback stays then.
