@@ -87,11 +87,12 @@ TEST_F(ProcessLockTest, ALinkInItsPlaceIsNotFollowed)
 
 TEST_F(ProcessLockTest, WithoutADescriptorNobodyCanTellWhoHoldsIt)
 {
+    const int dirFd = dir.Fd();  // before: a sanitizer takes descriptors to check what objects are
     rlimit limit{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
     const rlimit none{0, limit.rlim_max};
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-    const pid_t holder = ProcessLock::Holder(dir.Fd(), "7.lock");
+    const pid_t holder = ProcessLock::Holder(dirFd, "7.lock");
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
     EXPECT_EQ(holder, ProcessLock::CANNOT_TELL);
 }
