@@ -57,8 +57,8 @@ AbilityRegistry::Ability* AbilityRegistry::Find(int32_t systemAbilityId)
     return found == abilities_.end() ? nullptr : &found->second;
 }
 
-// As Find, once a service whose death notice is still under way has been taken out, so that a client that saw the end
-// first is not given the dead service once more. A process that ends lets go of its locks first and then closes its
+// As Find, once ends whose notice is still under way have been acted on. A start whose process has ended has failed for
+// those who waited for it, and not for who asks now; a client that saw a service end first is not given it once more. A process that ends lets go of its locks first and then closes its
 // sockets one by one, the one to here perhaps last: whoever saw any of them close finds the lock free.
 AbilityRegistry::Ability* AbilityRegistry::FindLiving(int32_t systemAbilityId, Aftermath& after)
 {
@@ -67,6 +67,9 @@ AbilityRegistry::Ability* AbilityRegistry::FindLiving(int32_t systemAbilityId, A
         (!Transport::IsStillThere(ability->object, Clock::time_point()) ||
          ProcessLock::IsFree(dir_.Fd(), AbilityLockName(systemAbilityId)))) {
         Unregister(*ability, after);
+    }
+    if (ability != nullptr && processes_.count(ability->serial) != 0 && watch_.IsOver(ability->serial)) {
+        AwaitedProcessEnded(*ability, after);
     }
     return ability;
 }

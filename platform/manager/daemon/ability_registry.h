@@ -114,6 +114,7 @@ private:
     void StartFailed(Ability& ability, Aftermath& after) TAVO_REQUIRES(mutex_);
     void FailWaiters(Ability& ability, Aftermath& after) TAVO_REQUIRES(mutex_);
     void DeadlinePassed(Ability& ability, Aftermath& after) TAVO_REQUIRES(mutex_);
+    void AwaitedProcessEnded(Ability& ability, Aftermath& after) TAVO_REQUIRES(mutex_);
     void ProcessEnded(uint64_t serial);
     Clock::time_point DoWhatIsDue();
     void SweepSoon() TAVO_REQUIRES(mutex_);

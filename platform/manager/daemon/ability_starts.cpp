@@ -201,6 +201,17 @@ void AbilityRegistry::DeadlinePassed(Ability& ability, Aftermath& after)
     }
 }
 
+// Nothing in the phases that wait for no process.
+void AbilityRegistry::AwaitedProcessEnded(Ability& ability, Aftermath& after)
+{
+    if (ability.phase == Phase::STARTING) {
+        Log(SCRIVO_WARN, "ability %{public}d ended before it registered", ability.file.id);
+        StartFailed(ability, after);
+    } else if (ability.phase == Phase::OWNED) {
+        Want(ability, after);
+    }
+}
+
 // Runs on the watch's thread.
 void AbilityRegistry::ProcessEnded(uint64_t serial)
 {
@@ -216,11 +227,8 @@ void AbilityRegistry::ProcessEnded(uint64_t serial)
         if (ability.object != nullptr && ability.pid == process.pid) {
             Unregister(ability, after);  // Its death notice is on its way.
         }
-        if (ability.serial == serial && ability.phase == Phase::STARTING) {
-            Log(SCRIVO_WARN, "ability %{public}d ended before it registered", process.id);
-            StartFailed(ability, after);
-        } else if (ability.serial == serial && ability.phase == Phase::OWNED) {
-            Want(ability, after);
+        if (ability.serial == serial) {
+            AwaitedProcessEnded(ability, after);
         }
     }
     Finish(after);

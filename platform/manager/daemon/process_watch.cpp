@@ -48,6 +48,13 @@ void ProcessWatch::Add(uint64_t serial, pid_t pid, Transport::UniqueFd pidFd, bo
     Wake();
 }
 
+bool ProcessWatch::IsOver(uint64_t serial)
+{
+    MutexLock lock(mutex_);
+    const auto found = processes_.find(serial);
+    return found == processes_.end() || IsReadable(found->second);
+}
+
 void ProcessWatch::Signal(uint64_t serial, int signal)
 {
     MutexLock lock(mutex_);
@@ -95,7 +102,7 @@ void ProcessWatch::WaitForEvents(Clock::time_point until, std::vector<uint64_t>&
     ::eventfd_read(wakeUp_.Get(), &ignored);
     MutexLock lock(mutex_);
     for (auto process = processes_.begin(); process != processes_.end();) {
-        if (HasEnded(process->second)) {
+        if (Reap(process->second)) {
             ended.push_back(process->first);
             process = processes_.erase(process);
         } else {
@@ -104,10 +111,16 @@ void ProcessWatch::WaitForEvents(Clock::time_point until, std::vector<uint64_t>&
     }
 }
 
-bool ProcessWatch::HasEnded(const Process& process)
+bool ProcessWatch::IsReadable(const Process& process)
 {
     pollfd polled{process.pidFd.Get(), POLLIN, 0};
-    if (::poll(&polled, 1, 0) <= 0) {
+    return ::poll(&polled, 1, 0) > 0;
+}
+
+// False while it lives.
+bool ProcessWatch::Reap(const Process& process)
+{
+    if (!IsReadable(process)) {
         return false;
     }
     if (process.isChild) {

@@ -32,6 +32,8 @@ public:
     bool Begin(Ended ended, Timer timer);
     // `serial` names the process from here on; never used again.
     void Add(uint64_t serial, pid_t pid, Transport::UniqueFd pidFd, bool isChild);
+    // Whether a process that was added has ended, though `ended` may not have been called for it yet.
+    bool IsOver(uint64_t serial);
     // To the whole process group of a child, to an adopted process alone. Nothing when it has ended.
     void Signal(uint64_t serial, int signal);
     // The timer has something to do earlier than it said.
@@ -46,7 +48,8 @@ private:
 
     [[noreturn]] void Run();
     void WaitForEvents(Clock::time_point until, std::vector<uint64_t>& ended);
-    bool HasEnded(const Process& process);
+    static bool IsReadable(const Process& process);
+    bool Reap(const Process& process);
 
     Ended ended_;
     Timer timer_;

@@ -101,6 +101,36 @@ TEST_F(ManagerLoad, AServiceThatIsStillEndingIsNotHandedOutAgain)
     EXPECT_NE(second, first);
 }
 
+// The end of the process and the next load lie there at the same time; whichever is seen first, the load is answered.
+TEST_F(ManagerLoad, AStartWhoseProcessHasEndedIsNotJoined)
+{
+    constexpr int ROUNDS = 10;
+    for (int id = 1; id <= ROUNDS; ++id) {
+        WriteAbility(id, "when-told");
+    }
+    Child manager = StartManager();
+    Child client = StartClient();
+    for (int id = 1; id <= ROUNDS; ++id) {
+        SCOPED_TRACE(id);
+        EXPECT_EQ(client.Ask("check " + std::to_string(id)), "null");
+        std::string first;
+        std::thread asker([&first, id] { first = Load(id); });
+        const size_t position = static_cast<size_t>(id) - 1;
+        ASSERT_TRUE(TestSupport::WaitFor([this, position] {
+            return Started().size() == 2 * position + 1 && Manager()->DescribeAbilities().at(position).starts == 1;
+        }));
+        ASSERT_TRUE(StopAndWait(manager.Pid()));
+        client.Pipe().Say("load " + std::to_string(id));
+        ::kill(Started().back(), SIGKILL);
+        EXPECT_TRUE(WaitUntilDead(Started().back()));
+        manager.Continue();
+        asker.join();
+        EXPECT_EQ(first, "failed");
+        TellServices();
+        EXPECT_EQ(client.Pipe().Hear(), "loaded " + std::to_string(Started().back()));
+    }
+}
+
 TEST_F(ManagerLoad, AServiceThatRegisteredAndDiedIsGoneAndStartedAgain)
 {
     WriteAbility(ID, "serve");

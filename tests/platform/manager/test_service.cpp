@@ -78,7 +78,7 @@ int main(int argc, char** argv)
         return 0;
     }
     if (how == "when-told") {  // Waits until somebody opens the fifo for writing.
-        ::open(std::getenv("TEST_FIFO"), O_RDONLY | O_CLOEXEC);
+        ::close(::open(std::getenv("TEST_FIFO"), O_RDONLY | O_CLOEXEC));
     }
     if (how == "ignore-term") {
         ::signal(SIGTERM, SIG_IGN);
