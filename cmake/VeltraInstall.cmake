@@ -18,17 +18,24 @@ function(veltra_way out from to)
     set(${out} "${way}" PARENT_SCOPE)
 endfunction()
 
-# veltra_install_program(NAME): into bin; finds the libraries from there.
+# What is installed is built with the run path that it has there, and the build folder is laid out alike: a run path to
+# be replaced is padded with empty places, which stand for the current folder, and costs a start a hundred vain looks.
+
+# veltra_install_program(NAME): into bin; finds the libraries from there, if it links any of them.
 function(veltra_install_program name)
-    veltra_way(lib BINDIR LIBDIR)
-    set_target_properties(${name} PROPERTIES INSTALL_RPATH "\$ORIGIN/${lib}")
+    get_target_property(libraries ${name} LINK_LIBRARIES)
+    if("tavo" IN_LIST libraries OR "veltra_client" IN_LIST libraries)
+        veltra_way(lib BINDIR LIBDIR)
+        set_target_properties(${name} PROPERTIES INSTALL_RPATH "\$ORIGIN/${lib}" BUILD_WITH_INSTALL_RPATH ON)
+    endif()
     install(TARGETS ${name} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
 endfunction()
 
 # veltra_install_package(PACKAGE TARGET NAME INCLUDE): the library TARGET, and what others find it by: the CMake target
 # PACKAGE::NAME and pkg-config's PACKAGE. INCLUDE is the installed folder that its users search for headers.
 function(veltra_install_package package target name include)
-    set_target_properties(${target} PROPERTIES EXPORT_NAME ${name} INSTALL_RPATH "\$ORIGIN")
+    set_target_properties(${target} PROPERTIES
+        EXPORT_NAME ${name} INSTALL_RPATH "\$ORIGIN" BUILD_WITH_INSTALL_RPATH ON)
     target_compile_features(${target} INTERFACE cxx_std_17)
     add_library(${package}::${name} ALIAS ${target})  # the same name for those who use the source tree
     install(TARGETS ${target} EXPORT ${package}
