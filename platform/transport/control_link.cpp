@@ -3,7 +3,6 @@
 #include "transport/control_link.h"
 
 #include <sys/epoll.h>
-#include <sys/inotify.h>
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -162,21 +161,6 @@ void Listener::Accept(size_t most)
         if (errno != EINTR && errno != ECONNABORTED) {
             return;
         }
-    }
-}
-
-void ManagerWatch::OnReady(uint32_t)
-{
-    alignas(inotify_event) char buffer[4096];
-    const ssize_t got = ::read(fd_.Get(), buffer, sizeof(buffer));
-    bool isManager = false;
-    for (ssize_t at = 0; at + static_cast<ssize_t>(sizeof(inotify_event)) <= got;) {
-        const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
-        isManager = isManager || (event->len > 0 && std::strcmp(event->name, "manager") == 0);
-        at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
-    }
-    if (isManager) {
-        appeared_();
     }
 }
 

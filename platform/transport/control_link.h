@@ -95,18 +95,6 @@ private:
     const UniqueFd fd_;
 };
 
-// Tells when a manager's socket is renamed into the runtime directory.
-class ManagerWatch final : public Pollable {
-public:
-    ManagerWatch(UniqueFd fd, std::function<void()> appeared) : fd_(std::move(fd)), appeared_(std::move(appeared)) {}
-    void OnReady(uint32_t events) override;
-    int Fd() const { return fd_.Get(); }
-
-private:
-    const UniqueFd fd_;
-    const std::function<void()> appeared_;
-};
-
 }  // namespace TAVO::Transport
 
 #endif

@@ -3,7 +3,6 @@
 #include "transport/control_thread.h"
 
 #include <sys/epoll.h>
-#include <sys/inotify.h>
 
 #include <string>
 
@@ -65,21 +64,6 @@ bool ControlThread::Listen(UniqueFd fd)
         AddPoll(listener->Fd(), EPOLLIN, listener.get());
         listeners_.push_back(listener.get());
         Own(std::move(listener));
-    });
-}
-
-bool ControlThread::WatchManager(int dirFd, std::function<void()> appeared)
-{
-    UniqueFd fd(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-    const std::string path = "/proc/self/fd/" + std::to_string(dirFd);
-    if (!fd.IsOpen() || ::inotify_add_watch(fd.Get(), path.c_str(), IN_MOVED_TO | IN_CREATE) < 0) {
-        return false;
-    }
-    const auto watch = std::make_shared<std::unique_ptr<ManagerWatch>>(
-        std::make_unique<ManagerWatch>(std::move(fd), std::move(appeared)));
-    return Post([this, watch] {
-        AddPoll((*watch)->Fd(), EPOLLIN, watch->get());
-        Own(std::move(*watch));
     });
 }
 

@@ -44,8 +44,6 @@ public:
     void Connect(const std::shared_ptr<Session>& session);
     // Accepts connections on `fd` from now on; false when the thread cannot be started.
     bool Listen(UniqueFd fd);
-    // Calls `appeared` (which must do no more than post) whenever a manager's socket is renamed into place.
-    bool WatchManager(int dirFd, std::function<void()> appeared);
     // Has a lane look at its socket again in a moment, when the byte budget may allow more.
     void RetryLater(const std::shared_ptr<InLane>& lane);
     // Ends the lane when its patience is over.

@@ -47,14 +47,6 @@ void ServeAsManager(int listenFd, const sptr<IPCObjectStub>& root)
     Core::Get().Control().Listen(UniqueFd(listenFd));
 }
 
-bool WatchManagerSocket(std::function<void()> appeared)
-{
-    Core& core = Core::Get();
-    const int dir = core.RuntimeDirFd();
-    return dir >= 0 && core.Control().WatchManager(
-                           dir, [appeared = std::move(appeared)] { Core::Get().Delivery().Post(appeared); });
-}
-
 bool RunOnDeliveryThread(std::function<void()> job)
 {
     return !InForkedChild() && Core::Get().Delivery().Post(std::move(job));

@@ -25,10 +25,6 @@ sptr<IRemoteObject> ConnectManager(Clock::time_point deadline);
 // here on), and any session may call `root` without having been given it.
 void ServeAsManager(int listenFd, const sptr<IPCObjectStub>& root);
 
-// Calls `appeared` on the delivery thread each time a manager's socket comes into being in the runtime directory
-// (renamed into place), for services that register again. One watcher per process; false if it cannot be watched.
-bool WatchManagerSocket(std::function<void()> appeared);
-
 // Whether the object's process is there, looked at now: waits until `deadline` for an object that a third process named,
 // and asks the kernel whether the connection has ended, though its end may not have been noticed yet.
 bool IsStillThere(const sptr<IRemoteObject>& object, Clock::time_point deadline);

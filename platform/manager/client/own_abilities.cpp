@@ -12,6 +12,7 @@
 
 #include "manager/client/manager_connection.h"
 #include "manager/client/manager_log.h"
+#include "manager/client/manager_watch.h"
 #include "tavo/ipc_object_stub.h"
 #include "transport/threads.h"
 #include "transport/transport.h"
@@ -20,7 +21,6 @@ namespace TAVO::Manager {
 namespace {
 
 using std::chrono::milliseconds;
-using Clock = std::chrono::steady_clock;
 
 constexpr milliseconds SHORTEST_PAUSE{200};
 constexpr milliseconds LONGEST_PAUSE{5000};
@@ -67,9 +67,6 @@ int32_t OwnAbilities::Add(SystemAbilityManagerProxy& manager, int32_t systemAbil
             found->second.object = earlier;
         }
     }
-    if (status == ABILITY_OK) {
-        WatchForManagers();
-    }
     return status;
 }
 
@@ -113,20 +110,6 @@ int32_t OwnAbilities::TakeLock(int32_t systemAbilityId, ProcessLock& lock)
     return ABILITY_REFUSED;
 }
 
-void OwnAbilities::WatchForManagers()
-{
-    {
-        MutexLock lock(mutex_);
-        if (std::exchange(isWatching_, true)) {
-            return;
-        }
-    }
-    if (!Transport::WatchManagerSocket([this] { RegisterAgain(); })) {
-        // What is left: the end of a session, and the attempts after growing pauses that follow it.
-        Log(SCRIVO_WARN, "cannot watch for a new manager");
-    }
-}
-
 void OwnAbilities::RegisterAgain()
 {
     MutexLock lock(mutex_);
@@ -134,7 +117,6 @@ void OwnAbilities::RegisterAgain()
         return;
     }
     isWanted_ = true;
-    wanted_.notify_one();
     if (!isRegistrarRunning_) {
         isRegistrarRunning_ =
             Transport::StartThread(Transport::ThreadRole::OTHER, "tavo-register", [this] { RunRegistrar(); });
@@ -144,8 +126,15 @@ void OwnAbilities::RegisterAgain()
     }
 }
 
+int OwnAbilities::DirFd()
+{
+    MutexLock lock(mutex_);
+    return runtimeDir_.Fd();
+}
+
 void OwnAbilities::RunRegistrar()
 {
+    ManagerWatch watch(DirFd());  // before the first attempt, so that no manager is missed in between
     milliseconds pause = SHORTEST_PAUSE;
     MutexLock lock(mutex_);
     for (;;) {
@@ -157,9 +146,14 @@ void OwnAbilities::RunRegistrar()
             isRegistrarRunning_ = false;
             return;
         }
-        const auto isWanted = [this]() TAVO_REQUIRES(mutex_) { return isWanted_; };
-        const bool wasWoken = lock.WaitUntil(wanted_, Clock::now() + pause, isWanted);
-        pause = wasWoken ? SHORTEST_PAUSE : std::min(2 * pause, LONGEST_PAUSE);
+        if (isWanted_) {
+            pause = SHORTEST_PAUSE;
+            continue;
+        }
+        lock.Unlock();
+        const bool hasAppeared = watch.Wait(pause);
+        lock.Lock();
+        pause = hasAppeared ? SHORTEST_PAUSE : std::min(2 * pause, LONGEST_PAUSE);
     }
 }
 

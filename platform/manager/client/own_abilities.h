@@ -3,7 +3,6 @@
 #ifndef TAVO_MANAGER_OWN_ABILITIES_H
 #define TAVO_MANAGER_OWN_ABILITIES_H
 
-#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <vector>
@@ -46,7 +45,7 @@ private:
     OwnAbilities() = default;
 
     int32_t TakeLock(int32_t systemAbilityId, ProcessLock& lock) TAVO_REQUIRES(mutex_);
-    void WatchForManagers();
+    int DirFd();
     // One attempt; true when the present manager knows every ability of this process.
     bool RegisterUnknown();
     std::vector<Unknown> UnknownTo(const sptr<IRemoteObject>& root);
@@ -56,10 +55,8 @@ private:
     Mutex mutex_;                                               // never held during a call to the manager
     Transport::RuntimeDir runtimeDir_ TAVO_GUARDED_BY(mutex_);  // opened at the first registration
     std::map<int32_t, Ability> abilities_ TAVO_GUARDED_BY(mutex_);
-    bool isWatching_ TAVO_GUARDED_BY(mutex_) = false;
     bool isRegistrarRunning_ TAVO_GUARDED_BY(mutex_) = false;
     bool isWanted_ TAVO_GUARDED_BY(mutex_) = false;  // a manager came or went since the last attempt began
-    std::condition_variable wanted_;                 // notified when isWanted_ becomes true
 };
 
 }  // namespace TAVO::Manager
