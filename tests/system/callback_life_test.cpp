@@ -143,10 +143,9 @@ TEST_F(CallbackLife, CallbacksMayCallWhileTheServiceIsDead)
         notes->Add("result " + std::to_string(VeltraClient().CallAuth("again")));
         return 0;
     });
-    const pid_t pid = service_.Pid();
     service_.Kill();
     EXPECT_EQ(service_.WaitForExit(), "signal 9");
-    EXPECT_TRUE(WaitFor([&] { return ServicePid() != pid; }));
+    ASSERT_TRUE(IsServiceKnownDead());
     const Clock::time_point begin = Clock::now();
     notes_->Open();
     // Each callback goes with the object that only the dead had held.

@@ -105,7 +105,13 @@ void SystemFixture::KillService()
     ASSERT_GT(pid, 0);
     ::kill(pid, SIGKILL);
     ASSERT_TRUE(WaitFor([pid] { return !IsAlive(pid); })) << "process " << pid << " does not die";
-    ASSERT_TRUE(WaitFor([this, pid] { return ServicePid() != pid; })) << "the manager keeps the dead " << pid;
+    ASSERT_TRUE(IsServiceKnownDead()) << "process " << pid;
+}
+
+bool SystemFixture::IsServiceKnownDead()
+{
+    const auto manager = TAVO::SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
+    return WaitFor([&manager] { return manager->CheckAbility(66006) == nullptr; });
 }
 
 bool SystemFixture::IsServedAgain()

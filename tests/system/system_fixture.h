@@ -48,8 +48,10 @@ protected:
     // The process that serves now, and how many this manager has started; 0 when nobody can tell.
     pid_t ServicePid() const;
     int Starts() const;
-    // Kills the service, and returns once the kernel has closed all that it held and the manager knows.
+    // Kills the service, and returns once the kernel has closed all that it held, and manager and this process know.
     void KillService();
+    // Whether they come to know it; until then calls may go to the dead one.
+    static bool IsServiceKnownDead();
     // Whether the service answers again, however many calls fail before.
     bool IsServedAgain();
 
