@@ -143,9 +143,10 @@ TEST_F(CallbackLife, CallbacksMayCallWhileTheServiceIsDead)
         notes->Add("result " + std::to_string(VeltraClient().CallAuth("again")));
         return 0;
     });
+    const auto object = ServiceObject();
     service_.Kill();
     EXPECT_EQ(service_.WaitForExit(), "signal 9");
-    ASSERT_TRUE(IsServiceKnownDead());
+    ASSERT_TRUE(IsKnownDead(object));
     const Clock::time_point begin = Clock::now();
     notes_->Open();
     // Each callback goes with the object that only the dead had held.

@@ -103,15 +103,21 @@ void SystemFixture::KillService()
 {
     const pid_t pid = ServicePid();
     ASSERT_GT(pid, 0);
+    const auto object = ServiceObject();
     ::kill(pid, SIGKILL);
     ASSERT_TRUE(WaitFor([pid] { return !IsAlive(pid); })) << "process " << pid << " does not die";
-    ASSERT_TRUE(IsServiceKnownDead()) << "process " << pid;
+    ASSERT_TRUE(IsKnownDead(object)) << "process " << pid;
 }
 
-bool SystemFixture::IsServiceKnownDead()
+TAVO::sptr<TAVO::IRemoteObject> SystemFixture::ServiceObject()
 {
     const auto manager = TAVO::SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
-    return WaitFor([&manager] { return manager->CheckAbility(66006) == nullptr; });
+    return manager == nullptr ? nullptr : manager->CheckAbility(66006);
+}
+
+bool SystemFixture::IsKnownDead(const TAVO::sptr<TAVO::IRemoteObject>& object)
+{
+    return WaitFor([&object] { return object == nullptr || ServiceObject() != object; });
 }
 
 bool SystemFixture::IsServedAgain()

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "support/process.h"
+#include "tavo/iremote_object.h"
 #include "veltra_server_client.h"
 
 namespace SystemTest {
@@ -50,8 +51,10 @@ protected:
     int Starts() const;
     // Kills the service, and returns once the kernel has closed all that it held, and manager and this process know.
     void KillService();
-    // Whether they come to know it; until then calls may go to the dead one.
-    static bool IsServiceKnownDead();
+    // What the manager names as the service, as far as this process knows; null: none.
+    static TAVO::sptr<TAVO::IRemoteObject> ServiceObject();
+    // Whether both come to know that this one is dead; until then calls may go to it.
+    static bool IsKnownDead(const TAVO::sptr<TAVO::IRemoteObject>& object);
     // Whether the service answers again, however many calls fail before.
     bool IsServedAgain();
 
