@@ -84,6 +84,9 @@ protected:
 
     static void ExpectWell(const sptr<IRemoteObject>& object)
     {
+        ASSERT_NE(object, nullptr);
+        // A manager that did not answer in time is not asked again until it has shown that it lives.
+        EXPECT_TRUE(WaitFor([&object] { return Echo(object) != TAVO::IPC_TIMED_OUT; }));
         EXPECT_EQ(Echo(object), TAVO::IPC_OK);
         EXPECT_EQ(Call(object, TestCode::NEST).Int(4).Object(TAVO::MakeRef<TestObject>()).SendForInt(), 4);
         EXPECT_EQ(Call(object, TestCode::NOTE).Int(1).SendOneWay(), TAVO::IPC_OK);
@@ -168,8 +171,6 @@ TEST_F(DescriptorLimit, InTheCalleeTimesOutNewLanesUntilSomeAreFree)
             caller.join();
             idleness.Expect();
         }
-        // A manager that did not answer in time is not asked again until it has shown that it lives.
-        EXPECT_TRUE(WaitFor([&callee] { return Echo(callee.object) != TAVO::IPC_TIMED_OUT; }));
         ExpectWell(callee.object);
         Call notes(callee.object, TestCode::NOTES);
         EXPECT_EQ(notes.Send(), TAVO::IPC_OK);
