@@ -112,7 +112,10 @@ void VeltraClientProxy::OnRemoteSaDead(const wptr<IRemoteObject>& /*object*/)
 sptr<IVeltraServerInterface> VeltraClientProxy::FindService()
 {
     sptr<IVeltraServerInterface> service = GetServiceProxy();
-    return HasServiceProxy() ? service : nullptr;
+    if (!HasServiceProxy()) {
+        service = nullptr;
+    }
+    return service;
 }
 
 }  // namespace TAVO::Veltra

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tavo/export.h"
@@ -107,11 +108,17 @@ sptr<T> iface_cast(const sptr<IRemoteObject>& object)
     if (object == nullptr) {
         return nullptr;
     }
-    sptr<IRemoteBroker> broker = object->AsInterface();
-    if (broker == nullptr && IsSameDescriptor(object->Descriptor(), T::GetDescriptor())) {
-        broker = BrokerRegistration::Get().NewInstance(T::GetDescriptor(), object);
+    const auto cast = [](sptr<IRemoteBroker> broker) {
+        auto* const wanted = dynamic_cast<T*>(broker.Get());
+        return sptr<T>(std::move(broker), wanted);
+    };
+    if (sptr<IRemoteBroker> local = object->AsInterface(); local != nullptr) {
+        return cast(std::move(local));
     }
-    return sptr<T>(dynamic_cast<T*>(broker.Get()));
+    if (!IsSameDescriptor(object->Descriptor(), T::GetDescriptor())) {
+        return nullptr;
+    }
+    return cast(BrokerRegistration::Get().NewInstance(T::GetDescriptor(), object));
 }
 
 }  // namespace TAVO

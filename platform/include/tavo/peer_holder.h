@@ -13,8 +13,8 @@ protected:
     explicit PeerHolder(const sptr<IRemoteObject>& object) : object_(object) {}
     virtual ~PeerHolder();
 
-    // A new reference; null for a proxy that was made of nothing.
-    sptr<IRemoteObject> Remote() const { return object_; }
+    // Null for a proxy that was made of nothing; never changes.
+    const sptr<IRemoteObject>& Remote() const { return object_; }
 
 private:
     const sptr<IRemoteObject> object_;

@@ -73,6 +73,18 @@ public:
     sptr(const sptr<U>& other) noexcept : pointer_(Counted(other.Get()))
     {
     }
+    template <typename U, typename = std::enable_if_t<std::is_convertible<U*, T*>::value>>
+    sptr(sptr<U>&& other) noexcept : pointer_(other.Detach())
+    {
+    }
+    // Takes over the reference of `other` for `object`, another part of the same counted object or null.
+    template <typename U>
+    sptr(sptr<U>&& other, T* object) noexcept : pointer_(object)
+    {
+        if (object != nullptr) {
+            other.Detach();
+        }
+    }
     ~sptr() { Drop(pointer_.load(std::memory_order_relaxed)); }
 
     sptr& operator=(const sptr& other) noexcept
@@ -104,6 +116,9 @@ public:
     explicit operator bool() const noexcept { return Get() != nullptr; }
 
 private:
+    template <typename U>
+    friend class sptr;
+
     static T* Counted(T* object) noexcept
     {
         if (object != nullptr) {
@@ -117,7 +132,13 @@ private:
             object->DecStrongRef();
         }
     }
-    T* Detach() noexcept { return pointer_.exchange(nullptr, std::memory_order_acq_rel); }
+    // Of a pointer that nobody else uses, as every source of a move: no need to pay for an exchange.
+    T* Detach() noexcept
+    {
+        T* const object = pointer_.load(std::memory_order_relaxed);
+        pointer_.store(nullptr, std::memory_order_relaxed);
+        return object;
+    }
 
     std::atomic<T*> pointer_{nullptr};
 };
