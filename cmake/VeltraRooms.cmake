@@ -17,6 +17,7 @@ if(VELTRA_SANITIZE)
     target_compile_options(veltra_options INTERFACE
         -fsanitize=${VELTRA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(veltra_options INTERFACE -fsanitize=${VELTRA_SANITIZE})
+    target_compile_definitions(veltra_options INTERFACE TAVO_SANITIZED)
 endif()
 if(VELTRA_FUZZ)
     target_compile_options(veltra_options INTERFACE -fsanitize=fuzzer-no-link)
