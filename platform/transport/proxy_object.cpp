@@ -29,7 +29,7 @@ int ProxyObject::SendRequest(uint32_t code, MessageParcel& data, MessageParcel& 
         return status;
     }
     if (option.IsOneWay()) {
-        return SendOneWay(ConnectionKind::ONE_WAY_LANE, code, data, deadline);
+        return session_->SendOneWay(ConnectionKind::ONE_WAY_LANE, serial_, code, data, deadline, lastOneWay);
     }
     const OutgoingCall outgoing;
     if (!outgoing.IsAllowed()) {
@@ -52,18 +52,10 @@ int ProxyObject::SendNotice(uint32_t code, MessageParcel& data)
         return IPC_UNAVAILABLE;
     }
     const Deadline now = Clock::now();  // has passed: whoever sends notices has others to tell
-    const int status = Ready(now);
-    return status != IPC_OK ? status : SendOneWay(ConnectionKind::NOTICE_LANE, code, data, now);
-}
-
-int ProxyObject::SendOneWay(ConnectionKind kind, uint32_t code, MessageParcel& data, Deadline deadline)
-{
-    LanePlace sent;
-    const int status = session_->SendOneWay(kind, serial_, code, data, deadline, sent);
-    if (status == IPC_OK) {
-        session_->NoteOneWay(*this, sent);
+    if (const int status = Ready(now); status != IPC_OK) {
+        return status;
     }
-    return status;
+    return session_->SendOneWay(ConnectionKind::NOTICE_LANE, serial_, code, data, now, lastOneWay);
 }
 
 int ProxyObject::Ready(Deadline deadline)

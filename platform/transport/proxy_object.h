@@ -43,14 +43,14 @@ public:
     void MarkDead();
     // Counts that this proxy has to give back; guarded by the session's lock.
     uint64_t received = 0;
-    // The last one-way request, likewise guarded; an object gets either one-way requests or notices.
+    // The last one-way request, behind which the counts go back. Written under the lane's lock (an object gets either
+    // one-way requests or notices), read when nobody can send any more.
     LanePlace lastOneWay;
 
 protected:
     void OnLastStrongRef() const noexcept override;
 
 private:
-    int SendOneWay(ConnectionKind kind, uint32_t code, MessageParcel& data, Deadline deadline);
     void TellRecipients();
 
     const std::shared_ptr<Session> session_;

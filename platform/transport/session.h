@@ -84,7 +84,7 @@ public:
 
     // Calls (call_lane.cpp, one_way_lane.cpp). The serial is the peer's object's.
     int Call(uint64_t serial, uint32_t code, MessageParcel& data, MessageParcel& reply, Deadline deadline);
-    // `sent` becomes the place of the request in its lane when it was sent.
+    // `sent` becomes the place of the request in its lane when it was sent, under the lane's lock.
     int SendOneWay(ConnectionKind kind, uint64_t serial, uint32_t code, MessageParcel& data, Deadline deadline,
                    LanePlace& sent);
 
@@ -110,8 +110,6 @@ public:
                               const std::shared_ptr<TakenTicket>& ticket);
     // The root object of a manager: never counted.
     sptr<ProxyObject> RootProxy();
-    // `proxy` sent a one-way request: its counts go back behind that.
-    void NoteOneWay(ProxyObject& proxy, const LanePlace& sent);
     // The last reference of `proxy` is gone: its counts go back.
     void Forget(ProxyObject* proxy, uint64_t serial);
 

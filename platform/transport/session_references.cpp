@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
-#include <tuple>
 #include <utility>
 
 #include "base/parcel_access.h"
@@ -218,19 +217,9 @@ sptr<ProxyObject> Session::RootProxy()
     return proxy != nullptr ? proxy : MakeProxy(0, std::u16string(), true);
 }
 
-void Session::NoteOneWay(ProxyObject& proxy, const LanePlace& sent)
-{
-    MutexLock lock(mutex_);
-    // Two threads may note in another order than they sent.
-    if (std::tie(sent.lane, sent.number) > std::tie(proxy.lastOneWay.lane, proxy.lastOneWay.number)) {
-        proxy.lastOneWay = sent;
-    }
-}
-
 void Session::Forget(ProxyObject* proxy, uint64_t serial)
 {
     uint64_t received = 0;
-    LanePlace lastOneWay;
     {
         MutexLock lock(mutex_);
         const auto found = proxies_.find(serial);
@@ -238,10 +227,9 @@ void Session::Forget(ProxyObject* proxy, uint64_t serial)
             proxies_.erase(found);
         }
         received = std::exchange(proxy->received, 0);
-        lastOneWay = proxy->lastOneWay;
     }
     if (received != 0) {
-        PostRelease(serial, received, lastOneWay);
+        PostRelease(serial, received, proxy->lastOneWay);
     }
 }
 
