@@ -3,6 +3,8 @@
 #ifndef TAVO_SYSTEM_ABILITY_MANAGER_CLIENT_H
 #define TAVO_SYSTEM_ABILITY_MANAGER_CLIENT_H
 
+#include <atomic>
+
 #include "tavo/export.h"
 #include "tavo/isystem_ability_manager.h"
 #include "tavo/mutex.h"
@@ -25,8 +27,8 @@ public:
 private:
     SystemAbilityManagerClient() = default;
 
+    std::atomic<bool> hasTestManager_{false};  // written under the mutex; looked at without it by every call
     Mutex mutex_;
-    bool hasTestManager_ TAVO_GUARDED_BY(mutex_) = false;
     sptr<ISystemAbilityManager> testManager_ TAVO_GUARDED_BY(mutex_);  // null: a manager that cannot be reached
 };
 

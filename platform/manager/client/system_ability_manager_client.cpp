@@ -22,7 +22,7 @@ try {
     if (InForkedChild()) {
         return nullptr;
     }
-    {
+    if (hasTestManager_) {
         MutexLock lock(mutex_);
         if (hasTestManager_) {
             return testManager_;
