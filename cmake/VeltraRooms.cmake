@@ -111,7 +111,8 @@ function(veltra_library name)
     endforeach()
     target_link_libraries(${name} PRIVATE ${arg_ROOMS} $<BUILD_INTERFACE:veltra_options> PUBLIC ${arg_LINK})
     # Deliberate: never unloaded. Threads of the library may still run its code when a caller closes it.
-    target_link_options(${name} PRIVATE -Wl,-z,nodelete "-Wl,--version-script,${map}")
+    # Its own exported functions it calls directly: nobody is meant to put others in their place.
+    target_link_options(${name} PRIVATE -Wl,-z,nodelete -Wl,-Bsymbolic-functions "-Wl,--version-script,${map}")
     if(NOT VELTRA_SANITIZE AND NOT VELTRA_FUZZ)  # the sanitizers' runtime is linked into the program only
         target_link_options(${name} PRIVATE -Wl,-z,defs)
     endif()
