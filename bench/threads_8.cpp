@@ -41,9 +41,9 @@ double CallsPerSecond(Call call)
 
 int main()
 {
-    Bench::RawPeer raw(Bench::ANYWHERE, {Bench::CALL_AUTH_REQUEST_BYTES,
-                                         std::vector<uint8_t>(Bench::CALL_AUTH_REPLY_BYTES), 1, THREADS});
-    Bench::Platform platform(Bench::ANYWHERE, Bench::ANYWHERE);
+    Bench::RawPeer raw(
+        1, {Bench::CALL_AUTH_REQUEST_BYTES, std::vector<uint8_t>(Bench::CALL_AUTH_REPLY_BYTES), 1, THREADS});
+    Bench::Platform platform(1, 0);
     TAVO::Veltra::VeltraClient client;
     const std::string text(Bench::CALL_AUTH_TEXT_BYTES, 'x');
     std::atomic<int> lost{0};
