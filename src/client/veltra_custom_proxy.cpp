@@ -5,6 +5,8 @@
 #include "utils/veltra_log.h"
 #include "veltra_result.h"
 
+template class TAVO::DelayedRefSingleton<TAVO::Veltra::VeltraCustomProxy>;
+
 namespace TAVO::Veltra {
 namespace {
 

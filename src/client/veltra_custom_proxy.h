@@ -4,6 +4,7 @@
 #define VELTRA_CLIENT_VELTRA_CUSTOM_PROXY_H
 
 #include "ipc/iveltra_server_interface.h"
+#include "tavo/delayed_ref_singleton.h"
 #include "veltra_export.h"
 
 namespace TAVO::Veltra {
@@ -31,5 +32,8 @@ private:
 };
 
 }  // namespace TAVO::Veltra
+
+// The one instance is the library's, whoever asks for it.
+extern template class VELTRA_EXPORT TAVO::DelayedRefSingleton<TAVO::Veltra::VeltraCustomProxy>;
 
 #endif

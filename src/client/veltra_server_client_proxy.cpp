@@ -12,6 +12,8 @@
 #include "tavo/system_ability_manager_client.h"
 #include "utils/veltra_log.h"
 
+template class TAVO::DelayedRefSingleton<TAVO::Veltra::VeltraClientProxy>;
+
 namespace TAVO::Veltra {
 namespace {
 

@@ -11,6 +11,7 @@
 
 #include "client/veltra_sa_death_recipient.h"
 #include "ipc/iveltra_server_interface.h"
+#include "tavo/delayed_ref_singleton.h"
 #include "tavo/mutex.h"
 #include "veltra_callbacks.h"
 #include "veltra_export.h"
@@ -34,7 +35,8 @@ public:
     // Connection.
 
     // The service, looked up anew by each call and loaded if it is not running: up to 10 s under proxyMutex_, so that
-    // callers queue up and only one of them loads. Null when there is none; without a manager the field stays as it was.
+    // callers queue up and only one of them loads. Null when there is none; without a manager the field stays as it
+    // was.
     sptr<IVeltraServerInterface> GetServiceProxy();
     // Drops the connection and its death notice.
     void ReleaseServiceProxy() TAVO_REQUIRES(proxyMutex_);
@@ -94,5 +96,8 @@ private:
 };
 
 }  // namespace TAVO::Veltra
+
+// The one instance is the library's, whoever asks for it.
+extern template class VELTRA_EXPORT TAVO::DelayedRefSingleton<TAVO::Veltra::VeltraClientProxy>;
 
 #endif

@@ -11,14 +11,16 @@ OPERATIONS = """RegisterGameCallback UnRegisterGameCallback CallAuth UpdateGameI
     ReportRenderThread StartGetGpuPerfInfo StopGetGpuPerfInfo GetDeviceInfo NotifyGameEvent QueryAppResourceInfos
     GetAppPrioritys NotifyAppResourceDownLoadResults QueryGameState GetSystemFunctionStatus""".split()
 # What a program has to link to: one member of each class that is not inline.
-MEMBERS = [f"VeltraClient::{operation}" for operation in OPERATIONS] + """
+MEMBERS = [f"Veltra::VeltraClient::{operation}" for operation in OPERATIONS] + [f"Veltra::{member}" for member in """
     VeltraClientProxy::GetServiceProxy VeltraClientProxy::RegisterGameCallback VeltraCustomProxy::QueryGameState
     VeltraServerProxy::RegisterCallBack VeltraSaLoadCallback::OnLoadSystemAbilitySuccess
     VeltraSaDeathRecipient::OnRemoteDied GameEventCallbackStub::OnRemoteRequest GameEventCallback::AddCallback
     GpuCounterCallBackStub::OnRemoteRequest GpuCounterCallBack::SetProcessCallback
     ResourcePreDownloadCallbackStub::OnRemoteRequest ResourcePreDownloadCallback::SetGetAppPrioritysCallback
     AppResourceInfo::Unmarshalling GpuPerfInfo::Unmarshalling GameSceneBundle::Marshalling
-    JsonUtils::StringToJson""".split()
+    JsonUtils::StringToJson""".split()] + [
+    # A program that asks for the instance gets the library's, not one of its own.
+    f"DelayedRefSingleton<TAVO::Veltra::{name}>::GetInstance" for name in ("VeltraClientProxy", "VeltraCustomProxy")]
 OURS = re.compile(r"((construction )?vtable for |VTT for |typeinfo (name )?for |guard variable for |"
                   r"(non-)?virtual thunk to )?TAVO::")
 
@@ -28,8 +30,8 @@ def main():
     lines = subprocess.run([nm, "-DC", "--defined-only", library], check=True, capture_output=True,
                            text=True).stdout.splitlines()
     names = [line.split(maxsplit=2)[2] for line in lines]
-    missing = [member for member in MEMBERS if not any(f"TAVO::Veltra::{member}(" in name or
-                                                       f"TAVO::Veltra::{member}[abi" in name for name in names)]
+    missing = [member for member in MEMBERS if not any(f"TAVO::{member}(" in name or f"TAVO::{member}[abi" in name
+                                                       for name in names)]
     strangers = [name for name in names if not OURS.match(name)]
     for name in missing:
         print(f"not exported: {name}")
