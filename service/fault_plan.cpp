@@ -43,7 +43,7 @@ constexpr OperationName OPERATIONS[] = {
     {"QueryGameState", ServerCode::QUERY_GAME_STATE},
 };
 
-// The position of `name` among `names`, or a complaint.
+// The row whose name the node has, or a complaint.
 template <typename Row, size_t COUNT, typename NameOf>
 const Row& FindNamed(const ConfigNode& node, const Row (&rows)[COUNT], NameOf nameOf)
 {
@@ -100,18 +100,17 @@ FaultPlan::Fault FaultPlan::ParseFault(const ConfigNode& node)
     return fault;
 }
 
-const FaultPlan::Fault* FaultPlan::Find(ServerCode code, double now, std::initializer_list<Kind> kinds) const
+const FaultPlan::Fault* FaultPlan::Find(ServerCode code, double now) const
 {
     const auto found = std::find_if(faults_.begin(), faults_.end(), [&](const Fault& fault) {
-        return now >= fault.from && now < fault.until && fault.operation.value_or(code) == code &&
-               std::find(kinds.begin(), kinds.end(), fault.kind) != kinds.end();
+        return now >= fault.from && now < fault.until && fault.operation.value_or(code) == code;
     });
     return found == faults_.end() ? nullptr : &*found;
 }
 
 int32_t FaultPlan::Before(ServerCode code, const ServiceClock& clock) const
 {
-    const Fault* fault = Find(code, clock.Now(), {Kind::DIE, Kind::HANG, Kind::REFUSE});
+    const Fault* fault = Find(code, clock.Now());
     if (fault == nullptr) {
         return 0;
     }
@@ -121,7 +120,7 @@ int32_t FaultPlan::Before(ServerCode code, const ServiceClock& clock) const
     if (fault->kind == Kind::REFUSE) {
         return fault->code;
     }
-    while (clock.Now() < fault->until) {
+    while (fault->kind == Kind::HANG && clock.Now() < fault->until) {
         std::this_thread::sleep_until(clock.At(fault->until));
     }
     return 0;
@@ -129,18 +128,18 @@ int32_t FaultPlan::Before(ServerCode code, const ServiceClock& clock) const
 
 void FaultPlan::After(ServerCode code, MessageParcel& reply, double now) const
 {
-    const Fault* fault = Find(code, now, {Kind::SHORT_REPLY, Kind::BAD_TEXT});
+    const Fault* fault = Find(code, now);
     if (fault == nullptr) {
         return;
     }
-    const std::string written(reinterpret_cast<const char*>(reply.GetData()), reply.GetDataSize());
     if (fault->kind == Kind::SHORT_REPLY) {
+        const std::string written(reinterpret_cast<const char*>(reply.GetData()), reply.GetDataSize());
         reply.SetData(written.data(), written.size() / 2 / Parcel::SLOT * Parcel::SLOT);
-        return;
+    } else if (fault->kind == Kind::BAD_TEXT) {
+        reply.SetData(nullptr, 0);
+        reply.WriteInt32(0);
+        reply.WriteString(fault->text);
     }
-    reply.SetData(nullptr, 0);
-    reply.WriteInt32(0);
-    reply.WriteString(fault->text);
 }
 
 double FaultPlan::DeathTime() const

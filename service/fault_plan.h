@@ -43,7 +43,8 @@ private:
         std::string text;                     // BAD_TEXT
     };
     static Fault ParseFault(const ConfigNode& node);
-    const Fault* Find(ServerCode code, double now, std::initializer_list<Kind> kinds) const;
+    // The first that applies, of whatever kind.
+    const Fault* Find(ServerCode code, double now) const;
 
     std::vector<Fault> faults_;
 };

@@ -12,8 +12,9 @@
 
 namespace TAVO::Veltra {
 
-// A sample's int1 is the number of the GPU, long1 the time in nanoseconds, long2 the sample's number in its stream, from
-// 0. Each counter has a field of its own; bit n of uint10 is set where counter n was told, so that 0 is never made up.
+// A sample's int1 is the number of the GPU, long1 the time in nanoseconds, long2 the sample's number in its stream,
+// from 0. Each counter has a field of its own; bit n of uint10 is set where counter n was told, so that 0 is never made
+// up.
 enum class GpuCounter : size_t {
     GPU_LOAD_PERCENT,     // uint1
     MEMORY_LOAD_PERCENT,  // uint2
@@ -39,7 +40,7 @@ constexpr std::array<const char*, 12> GPU_COUNTER_NAMES = {
 // Values beyond 32 bits are cut to the largest one where the field is no wider.
 void SetGpuCounter(GpuPerfInfo& sample, GpuCounter counter, uint64_t value);
 
-// One thread at a time.
+// Batch: one thread at a time; Interval: any.
 class GpuCounterSource {
 public:
     virtual ~GpuCounterSource() = default;

@@ -38,7 +38,8 @@ public:
     // Pairs with strictly ascending keys, as a map is sent.
     std::map<std::string, std::string> TextMap(int32_t most);
 
-    // A callback object of the caller's process that serves T. Null for a good one, too, where this process has no proxy class for T.
+    // A callback object of the caller's process that serves T. Null for a good one, too, where this process has no
+    // proxy class for T.
     template <typename T>
     sptr<T> Callback()
     {

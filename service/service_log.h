@@ -3,9 +3,10 @@
 #ifndef VELTRA_SERVICE_LOG_H
 #define VELTRA_SERVICE_LOG_H
 
-#include <tavo/scrivo_print.h>
+#include "utils/veltra_log.h"
 
-#define VELTRA_SERVICE_LOG(level, ...) ::TAVO::ScrivoPrint(3, level, 0xD00470A, "VeltraServer", __VA_ARGS__)
+#define VELTRA_SERVICE_LOG(level, ...) \
+    ::TAVO::ScrivoPrint(::TAVO::Veltra::LOG_TYPE, level, ::TAVO::Veltra::LOG_DOMAIN, "VeltraServer", __VA_ARGS__)
 #define VELTRA_SERVICE_LOGD(...) VELTRA_SERVICE_LOG(::TAVO::SCRIVO_DEBUG, __VA_ARGS__)
 #define VELTRA_SERVICE_LOGI(...) VELTRA_SERVICE_LOG(::TAVO::SCRIVO_INFO, __VA_ARGS__)
 

@@ -172,10 +172,14 @@ TEST(FaultPlan, FaultsApplyInTheirWindowToTheirOperation)
     const Scenario scenario = Load(R"({"faults": [
         {"kind": "refuse", "at": 0, "for": 1000, "operation": "CallAuth", "code": 77},
         {"kind": "hang", "at": 0, "for": 5, "operation": "QueryGameState"},
-        {"kind": "refuse", "at": 100000, "operation": "UpdateGameInfo"}]})");
+        {"kind": "refuse", "at": 100000, "operation": "UpdateGameInfo"},
+        {"kind": "shortReply", "operation": "SyncAppType"},
+        {"kind": "refuse", "operation": "SyncAppType"}]})");
     const ServiceClock clock(100);
     EXPECT_EQ(scenario.Faults().Before(ServerCode::CALL_AUTH, clock), 77);
     EXPECT_EQ(scenario.Faults().Before(ServerCode::UPDATE_GAME_INFO, clock), 0);
+    EXPECT_EQ(scenario.Faults().Before(ServerCode::SYNC_APP_TYPE, clock), 0)
+        << "the first that applies is the short reply";
     EXPECT_EQ(scenario.Faults().Before(ServerCode::QUERY_GAME_STATE, clock), 0);
     EXPECT_GE(clock.Now(), 5);
     EXPECT_EQ(scenario.Faults().DeathTime(), std::numeric_limits<double>::infinity());
