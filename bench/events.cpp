@@ -3,9 +3,6 @@
 
 #include <sched.h>
 
-#include <cstdio>
-#include <cstdlib>
-
 #include "row.h"
 
 namespace Bench {
@@ -30,8 +27,7 @@ void EventSender::AwaitArrived(int count)
 {
     for (const double start = Now(); Arrived() != count;) {
         if (Now() - start > ARRIVAL_SECONDS) {
-            std::fprintf(stderr, "bench: %d events arrived where %d were sent\n", Arrived(), count);
-            std::exit(1);
+            GiveUp("not every event that was sent has arrived");
         }
         ::sched_yield();
     }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// How long the first call takes when the service is down, beside the start of a program that is linked as the service is
-// and answers at once.
+// How long the first call takes when the service is down, beside the start of a program that is linked as the service
+// is and answers at once.
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>
@@ -10,8 +10,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 
 #include "ipc/server_codes.h"
@@ -27,25 +25,19 @@ namespace {
 constexpr int ROUNDS = 25;
 constexpr double END_SECONDS = 10;
 
-[[noreturn]] void Give(const char* what)
-{
-    std::fprintf(stderr, "bench: %s\n", what);
-    std::exit(1);
-}
-
 // The service's process as the manager knows it; 0: none.
 pid_t ServicePid()
 {
     const auto manager = TAVO::SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
     if (manager == nullptr) {
-        Give("the manager is gone");
+        Bench::GiveUp("the manager is gone");
     }
     for (const TAVO::AbilityDescription& ability : manager->DescribeAbilities()) {
         if (ability.id == TAVO::Veltra::VELTRA_SERVER_SA_ID) {
             return ability.pid;
         }
     }
-    Give("the manager does not know the service");
+    Bench::GiveUp("the manager does not know the service");
 }
 
 // Returns once the process has ended and both the manager and this process know it: the next call starts another.
@@ -60,13 +52,13 @@ void EndService()
     ::kill(pid, SIGKILL);
     pollfd end{process, POLLIN, 0};
     if (process < 0 || ::poll(&end, 1, static_cast<int>(END_SECONDS * 1000)) != 1) {
-        Give("the service does not end");
+        Bench::GiveUp("the service does not end");
     }
     ::close(process);
     for (const double start = Bench::Now();
          ServicePid() != 0 || manager->CheckAbility(TAVO::Veltra::VELTRA_SERVER_SA_ID) != nullptr;) {
         if (Bench::Now() - start > END_SECONDS) {
-            Give("the end of the service is not noticed");
+            Bench::GiveUp("the end of the service is not noticed");
         }
         ::sched_yield();
     }
@@ -78,7 +70,7 @@ double FirstCall()
     TAVO::Veltra::VeltraClient client;
     const double start = Bench::Now();
     if (client.CallAuth("first") == TAVO::Veltra::RESULT_NO_SERVICE) {
-        Give("the service was not started");
+        Bench::GiveUp("the service was not started");
     }
     return (Bench::Now() - start) * 1e3;
 }
@@ -87,7 +79,7 @@ double FirstAnswer()
 {
     int pair[2];
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) {
-        Give("cannot make a socket pair");
+        Bench::GiveUp("cannot make a socket pair");
     }
     std::string program = VELTRA_BIN_DIR "/bench_first_answer";
     char* const arguments[] = {program.data(), nullptr};
@@ -100,7 +92,7 @@ double FirstAnswer()
     const double start = Bench::Now();
     if (::posix_spawn(&child, program.c_str(), &actions, nullptr, arguments, environ) != 0 ||
         ::recv(pair[0], &byte, 1, 0) != 1) {
-        Give("bench_first_answer does not answer");
+        Bench::GiveUp("bench_first_answer does not answer");
     }
     const double milliseconds = (Bench::Now() - start) * 1e3;
     ::posix_spawn_file_actions_destroy(&actions);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// How long the longest list of GPU samples takes from the service to the game's callback, beside a bare copy between two
-// processes that is read by hand. From asking the service to send it to the callback's entry.
+// How long the longest list of GPU samples takes from the service to the game's callback, beside a bare copy between
+// two processes that is read by hand. From asking the service to send it to the callback's entry.
 #include <cstdio>
 #include <memory>
 #include <vector>

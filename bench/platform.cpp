@@ -7,10 +7,10 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
-#include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <string>
+#include <system_error>
 
 #include "row.h"
 #include "tavo/system_ability_manager_client.h"
@@ -22,10 +22,18 @@ namespace {
 
 constexpr double START_SECONDS = 10;
 
-[[noreturn]] void Give(const char* what)
+std::string g_dir;
+pid_t g_manager = 0;
+
+void End()
 {
-    std::fprintf(stderr, "bench: %s\n", what);
-    std::exit(1);
+    if (g_manager > 0) {
+        ::kill(g_manager, SIGTERM);
+        ::waitpid(g_manager, nullptr, 0);
+    }
+    g_manager = 0;
+    std::error_code ignored;
+    std::filesystem::remove_all(g_dir, ignored);
 }
 
 }  // namespace
@@ -39,30 +47,31 @@ void Pin(int processor)
     CPU_ZERO(&set);
     CPU_SET(processor, &set);
     if (::sched_setaffinity(0, sizeof(set), &set) != 0) {
-        Give("cannot run on the processor asked for");
+        GiveUp("cannot run on the processor asked for");
     }
 }
 
 Platform::Platform(int managerProcessor, int ownProcessor, Service service)
 {
-    dir_ = std::string(VELTRA_BIN_DIR) + "/../bench.XXXXXX";
-    if (::mkdtemp(dir_.data()) == nullptr) {
-        Give("cannot make a runtime directory in the build folder");
+    g_dir = std::string(VELTRA_BIN_DIR) + "/../bench.XXXXXX";
+    if (::mkdtemp(g_dir.data()) == nullptr) {
+        GiveUp("cannot make a runtime directory in the build folder");
     }
-    ::setenv("TAVO_RUNTIME_DIR", dir_.c_str(), 1);
+    std::atexit(End);
+    ::setenv("TAVO_RUNTIME_DIR", g_dir.c_str(), 1);
     Pin(managerProcessor);
     std::string program = VELTRA_BIN_DIR "/tavo_manager";
     std::string option = "--abilities";
     std::string abilities = service == Service::REAL ? VELTRA_BIN_DIR "/../share/tavo/abilities" : BENCH_ABILITIES_DIR;
     char* const arguments[] = {program.data(), option.data(), abilities.data(), nullptr};
-    if (::posix_spawn(&manager_, program.c_str(), nullptr, nullptr, arguments, environ) != 0) {
-        Give("cannot start tavo_manager");
+    if (::posix_spawn(&g_manager, program.c_str(), nullptr, nullptr, arguments, environ) != 0) {
+        GiveUp("cannot start tavo_manager");
     }
     Pin(ownProcessor);
     for (const double start = Now();
          TAVO::SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager() == nullptr;) {
         if (Now() - start > START_SECONDS) {
-            Give("tavo_manager does not answer");
+            GiveUp("tavo_manager does not answer");
         }
         ::sched_yield();
     }
@@ -70,10 +79,7 @@ Platform::Platform(int managerProcessor, int ownProcessor, Service service)
 
 Platform::~Platform()
 {
-    ::kill(manager_, SIGTERM);
-    ::waitpid(manager_, nullptr, 0);
-    std::error_code ignored;
-    std::filesystem::remove_all(dir_, ignored);
+    End();
 }
 
 }  // namespace Bench

@@ -3,10 +3,6 @@
 #ifndef VELTRA_BENCH_PLATFORM_H
 #define VELTRA_BENCH_PLATFORM_H
 
-#include <sys/types.h>
-
-#include <string>
-
 namespace Bench {
 
 constexpr int ANYWHERE = -1;  // in place of a processor: all that the program began with
@@ -15,17 +11,13 @@ constexpr int ANYWHERE = -1;  // in place of a processor: all that the program b
 enum class Service { REAL, BENCH };
 
 // Starts the manager on a processor, where the services that it starts then run too, and moves this process to its own.
-// Ends the program with a message when that fails.
+// Ends the program with a message when that fails. One a program; it goes with the program, however that ends.
 class Platform {
 public:
     Platform(int managerProcessor, int ownProcessor, Service service = Service::REAL);
     ~Platform();
     Platform(const Platform&) = delete;
     Platform& operator=(const Platform&) = delete;
-
-private:
-    std::string dir_;
-    pid_t manager_ = 0;
 };
 
 // Keeps the calling process on one processor; does nothing for ANYWHERE.

@@ -6,13 +6,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <functional>
 #include <thread>
 #include <utility>
 
 #include "platform.h"
+#include "row.h"
 
 namespace Bench {
 namespace {
@@ -37,12 +36,6 @@ void Answer(int socket, const RawTraffic& traffic)
     }
 }
 
-[[noreturn]] void Give(const char* what)
-{
-    std::fprintf(stderr, "bench: %s\n", what);
-    std::exit(1);
-}
-
 }  // namespace
 
 RawPeer::RawPeer(int processor, RawTraffic traffic) : traffic_(std::move(traffic))
@@ -51,7 +44,7 @@ RawPeer::RawPeer(int processor, RawTraffic traffic) : traffic_(std::move(traffic
     for (int i = 0; i < traffic_.connections; ++i) {
         int pair[2];
         if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) {
-            Give("cannot make a socket pair");
+            GiveUp("cannot make a socket pair");
         }
         connections_.push_back(
             {pair[0], std::vector<uint8_t>(traffic_.requestBytes), std::vector<uint8_t>(traffic_.reply.size())});
@@ -87,7 +80,7 @@ void RawPeer::Send(int connection)
 {
     const Connection& used = connections_[static_cast<size_t>(connection)];
     if (!SendAll(used.socket, used.request)) {
-        Give("the raw peer is gone");
+        GiveUp("the raw peer is gone");
     }
 }
 
@@ -95,7 +88,7 @@ const uint8_t* RawPeer::Receive(int connection)
 {
     Connection& used = connections_[static_cast<size_t>(connection)];
     if (!ReceiveAll(used.socket, used.reply)) {
-        Give("the raw peer is gone");
+        GiveUp("the raw peer is gone");
     }
     return used.reply.data();
 }

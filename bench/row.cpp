@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <vector>
 
 namespace Bench {
@@ -39,6 +40,12 @@ void MeasureAndPrint(const Row& row, int rounds, const std::function<double()>& 
                 row.name.c_str(), Median(values), row.unit.c_str(), Median(raws), ratio, row.bar,
                 isHeld ? "true" : "false");
     std::fflush(stdout);
+}
+
+void GiveUp(const char* what)
+{
+    std::fprintf(stderr, "bench: %s\n", what);
+    std::exit(1);
 }
 
 double Now()

@@ -17,14 +17,17 @@ struct Row {
     Holds holds = Holds::AT_MOST;
 };
 
-// Runs `value` and `raw` in turn, `rounds` times after one that is not counted, each returning a figure in `row.unit`, and prints the row
-// as one line of JSON: the medians, and the median of the ratios round by round. The ratio decides, since the
-// machine's speed drifts from round to round.
+// Runs `value` and `raw` in turn, `rounds` times after one that is not counted, each returning a figure in `row.unit`,
+// and prints the row as one line of JSON: the medians, and the median of the ratios round by round. The ratio decides,
+// since the machine's speed drifts from round to round.
 void MeasureAndPrint(const Row& row, int rounds, const std::function<double()>& value,
                      const std::function<double()>& raw);
 
 // Seconds on the steady clock.
 double Now();
+
+// Says what is wrong and ends the program.
+[[noreturn]] void GiveUp(const char* what);
 
 }  // namespace Bench
 
