@@ -42,7 +42,8 @@ public:
     // Subscriptions. The library does not lock what it keeps for them: the game sees to it that no two operations on one
     // matter (game events, GPU samples, resource information) run at the same time, those called in callbacks
     // included; GetAppPrioritys alone keeps nothing. Without a service all return RESULT_NO_SERVICE; a request that
-    // failed on its way counts as refused.
+    // failed on its way counts as refused. A null callback is taken like any other: what comes for it is dropped, and
+    // for game events it adds no key.
 
     // Delivers game events to `callback` until `key` is unregistered; the same key again replaces, and destroys, the
     // earlier callback. Only the first key asks the service, others join without asking. RESULT_NOT_REGISTERED if the
@@ -60,19 +61,22 @@ public:
     // Starts the stream of GPU counter samples; `value` is the service's. One stream at a time: the library lets go of
     // the one before, also if the service refuses the new one (RESULT_GPU_REFUSED). A service that refused may go on
     // sending to the earlier callback, which lives until the service lets go of it too. `callback` sees nothing that
-    // comes before this returns 0.
+    // comes before this returns 0. A service that died and came again sends nothing more, and refuses to stop what it
+    // does not know of: start the stream again.
     int32_t StartGetGpuPerfInfo(int32_t value, std::unique_ptr<GpuCounterCallBackBase> callback);
 
     // Ends the stream. RESULT_GPU_REFUSED if the service refused; the callback stays then.
     int32_t StopGetGpuPerfInfo();
 
-    // Asks about the resources of applications; the answer comes to `callback`, also before this returns. A refusal is
-    // returned as the service's own code; RESULT_NO_BUNDLE_NAMES for an empty list.
+    // Asks about the resources of applications; the answer comes to `callback`, also before this returns, and the
+    // callback is kept after it until the next such question. A refusal is returned as the service's own code;
+    // RESULT_NO_BUNDLE_NAMES for an empty list.
     int32_t QueryAppResourceInfos(const std::vector<std::string>& bundleNames,
                                   std::unique_ptr<QueryAppResourceInfoCallbackBase> callback);
 
     // Asks for the priorities of applications; an empty list is sent as well. The answer comes to `callback`, also
-    // before this returns. RESULT_PRIORITIES_REFUSED stands for every refusal.
+    // before this returns; the callback goes when the service lets go of it. RESULT_PRIORITIES_REFUSED stands for every
+    // refusal.
     int32_t GetAppPrioritys(std::vector<std::string>& bundleNames,
                             std::unique_ptr<GetAppPrioritysCallbackBase> callback);
 
@@ -99,7 +103,8 @@ public:
     // when the service's text was unusable, which still yields 0: test `tempLevel` for -1.
     GameCallbackEventInfo GetDeviceInfo(std::vector<QueryDeviceStateDetail> details);
 
-    // Reports a scene. `bundle` is asked for its encoding on this thread, during the call.
+    // Reports a scene. `bundle` is asked for its encoding on this thread, during the call. 0 also when the request was
+    // lost on its way.
     int32_t NotifyGameEvent(GameSceneBundle& bundle);
 
     // Reports how downloads of resources ended. RESULT_DOWNLOAD_RESULTS_REFUSED stands for every refusal of the service
