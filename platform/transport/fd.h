@@ -73,8 +73,8 @@ bool PollUntil(int fd, short events, Deadline deadline) noexcept;
 // Whether the kernel says that the other end is gone or says no more.
 bool HasHungUp(int fd) noexcept;
 
-// A stream socket connected to `path` (close-on-exec, blocking, with the given time-outs). On failure not open, errno set;
-// EACCES when the socket belongs to another user. `path` must fit into an address.
+// A stream socket connected to `path` (close-on-exec, blocking, with the given time-outs). On failure not open, errno
+// set; EACCES when the socket belongs to another user. `path` must fit into an address.
 UniqueFd ConnectStream(const std::string& path, std::chrono::milliseconds timeout);
 // The same without ever waiting: errno EAGAIN when the listener's queue is full.
 UniqueFd ConnectStreamNow(const std::string& path);

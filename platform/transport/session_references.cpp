@@ -63,7 +63,7 @@ try {
             own.emplace_back(entry.serial, stub);
         }
         if (entry.serial == 0 || !writer.Add(entry, reference.object->Descriptor())) {
-            return IPC_BAD_MESSAGE;  // An object that is neither ours nor a proxy, or a root object: nobody could call it.
+            return IPC_BAD_MESSAGE;  // Neither ours nor a proxy, or a root object: nobody could call it.
         }
     }
     MutexLock lock(mutex_);

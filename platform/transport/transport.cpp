@@ -32,7 +32,8 @@ sptr<IRemoteObject> ConnectManager(Clock::time_point deadline)
             case Session::State::DEAD:
                 break;
         }
-        // Dead at once: nobody listens. Only a manager that was replaced by a session that stood already is tried again.
+        // Dead at once: nobody listens. Only a manager that was replaced by a session that stood already is tried
+        // again.
         if (before != nullptr || Core::Get().ManagerSession()->GetState() != Session::State::UP) {
             return nullptr;
         }

@@ -25,8 +25,8 @@ sptr<IRemoteObject> ConnectManager(Clock::time_point deadline);
 // here on), and any session may call `root` without having been given it.
 void ServeAsManager(int listenFd, const sptr<IPCObjectStub>& root);
 
-// Whether the object's process is there, looked at now: waits until `deadline` for an object that a third process named,
-// and asks the kernel whether the connection has ended, though its end may not have been noticed yet.
+// Whether the object's process is there, looked at now: waits until `deadline` for an object that a third process
+// named, and asks the kernel whether the connection has ended, though its end may not have been noticed yet.
 bool IsStillThere(const sptr<IRemoteObject>& object, Clock::time_point deadline);
 
 // The session with the object's process, as CallingPeer names it; 0 for an object of this process, and for null.

@@ -28,8 +28,8 @@ public:
     // The same by the older, slightly stricter reader, with a result. An empty text is true and leaves `value` alone.
     static bool Parse(const std::string& text, Json::Value& value);
 
-    // Deliberate: the two differ in their text. Of a changeable value: one line with a line break at its end, without the
-    // comments that a parsed text had.
+    // Deliberate: the two differ in their text. Of a changeable value: one line with a line break at its end, without
+    // the comments that a parsed text had.
     static std::string JsonToString(Json::Value& value);
     // Of a constant value: one line without breaks of its own, comments included.
     static std::string JsonToString(const Json::Value& value);

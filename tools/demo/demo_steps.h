@@ -31,7 +31,8 @@ bool Auth(TAVO::Veltra::VeltraClient& client, const char* what);
 // A call that meets the service while it dies fails with a code; the one after that starts it again.
 bool AuthAgain(TAVO::Veltra::VeltraClient& client);
 
-// Says whether all went well so far, then waits for a line on standard input; false when there is nothing to go on with.
+// Says whether all went well so far, then waits for a line on standard input; false when there is nothing to go on
+// with.
 bool Pause(bool isReady);
 
 }  // namespace Demo

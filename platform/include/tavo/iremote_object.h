@@ -38,8 +38,8 @@ public:
 
     // Sends `data` and, unless `option` is one-way, waits for the answer at most the option's wait time. Returns 0, a
     // value of IpcStatus, or the handler's own status; what the handler wrote is in `reply` whatever it returned.
-    // A request is sent at most once. One-way never waits for its receiver: a full one is IPC_QUEUE_FULL. Only the first
-    // contact with the object's process may take its time, likewise at most the wait time.
+    // A request is sent at most once. One-way never waits for its receiver: a full one is IPC_QUEUE_FULL. Only the
+    // first contact with the object's process may take its time, likewise at most the wait time.
     virtual int SendRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option) = 0;
 
     // Registers `recipient`, once per call; the object holds a strong reference to it until it was told or removed.

@@ -27,8 +27,8 @@ template <typename T>
 struct ReadsInPlace<T, std::void_t<decltype(std::declval<T&>().ReadFields(std::declval<Parcel&>()))>> : std::true_type {
 };
 
-// A record may also name the fewest bytes that its encoding takes, as MIN_PARCEL_BYTES: the vector is then made as large
-// at once as the bytes that are there allow, instead of being copied while it grows.
+// A record may also name the fewest bytes that its encoding takes, as MIN_PARCEL_BYTES: the vector is then made as
+// large at once as the bytes that are there allow, instead of being copied while it grows.
 template <typename T, typename = void>
 struct FewestBytes : std::integral_constant<size_t, 0> {
 };

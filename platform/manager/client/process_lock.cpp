@@ -20,7 +20,8 @@ struct flock WholeFile()
     return lock;
 }
 
-// Tells the lock that stands in the way, F_UNLCK when none does. False with errno set when the file cannot be looked at.
+// Tells the lock that stands in the way, F_UNLCK when none does. False with errno set when the file cannot be looked
+// at.
 bool Look(int dirFd, const std::string& name, struct flock& lock)
 {
     const UniqueFd file(::openat(dirFd, name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));

@@ -58,8 +58,9 @@ AbilityRegistry::Ability* AbilityRegistry::Find(int32_t systemAbilityId)
 }
 
 // As Find, once ends whose notice is still under way have been acted on. A start whose process has ended has failed for
-// those who waited for it, and not for who asks now; a client that saw a service end first is not given it once more. A process that ends lets go of its locks first and then closes its
-// sockets one by one, the one to here perhaps last: whoever saw any of them close finds the lock free.
+// those who waited for it, and not for who asks now; a client that saw a service end first is not given it once more. A
+// process that ends lets go of its locks first and then closes its sockets one by one, the one to here perhaps last:
+// whoever saw any of them close finds the lock free.
 AbilityRegistry::Ability* AbilityRegistry::FindLiving(int32_t systemAbilityId, Aftermath& after)
 {
     Ability* ability = Find(systemAbilityId);

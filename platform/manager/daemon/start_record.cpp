@@ -58,8 +58,8 @@ bool WriteStartRecord(const Transport::RuntimeDir& dir, int32_t systemAbilityId,
 {
     const std::string name = RecordName(systemAbilityId);
     const std::string text = std::to_string(pid) + " " + std::to_string(StartTick(pid)) + "\n";
-    // Deliberate: not truncated. Some file systems write an emptied file to the disk when it is closed, and whoever waits
-    // for the service would wait for that; the rest of a longer record stands behind the line that is read.
+    // Deliberate: not truncated. Some file systems write an emptied file to the disk when it is closed, and whoever
+    // waits for the service would wait for that; the rest of a longer record stands behind the line that is read.
     const UniqueFd file(::openat(dir.Fd(), name.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
     return file.IsOpen() && ::write(file.Get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
