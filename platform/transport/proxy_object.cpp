@@ -79,7 +79,8 @@ int ProxyObject::Ready(Deadline deadline)
 
 bool ProxyObject::IsAlive() const
 {
-    return !InForkedChild() && GetLife() != Life::DEAD;
+    // The session first knows: whoever was woken by its end must not be given its objects as living ones.
+    return !InForkedChild() && GetLife() != Life::DEAD && session_->GetState() != Session::State::DEAD;
 }
 
 bool ProxyObject::AddDeathRecipient(const sptr<DeathRecipient>& recipient)
