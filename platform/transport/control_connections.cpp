@@ -32,15 +32,28 @@ void ControlThread::TryConnect(const std::shared_ptr<Session>& session, Clock::t
         return;
     }
     if (!fd.IsOpen() || SendNow(fd.Get(), &hello, sizeof(hello)).status != IoStatus::OK) {
-        session->Die();
-        Core::Get().RemoveSession(session);
+        Abandon(session);
         return;
     }
     const PeerIdentity identity = ReadPeerIdentity(fd.Get());
-    auto link = std::make_unique<ControlLink>(*this, session, std::move(fd), identity, false);
-    links_[session.get()] = link.get();
-    AddPoll(link->Fd(), EPOLLIN | EPOLLRDHUP, link.get());
+    AddLink(std::make_unique<ControlLink>(*this, session, std::move(fd), identity, false));
+}
+
+bool ControlThread::AddLink(std::unique_ptr<ControlLink> link)
+{
+    if (!AddPoll(link->Fd(), EPOLLIN | EPOLLRDHUP, link.get())) {
+        Abandon(link->GetSession());
+        return false;
+    }
+    links_[link->GetSession().get()] = link.get();
     Own(std::move(link));
+    return true;
+}
+
+void ControlThread::Abandon(const std::shared_ptr<Session>& session)
+{
+    session->Die();
+    Core::Get().RemoveSession(session);
 }
 
 void ControlThread::OnAnswer(ControlLink& link, const Hello& answer)
@@ -86,9 +99,10 @@ void ControlThread::OnAccepted(UniqueFd fd)
         OnConnectionSettled(pending_.front());
     }
     auto connection = std::make_unique<PendingConnection>(*this, std::move(fd), identity);
-    pending_.push_back(connection.get());
-    AddPoll(connection->Fd(), EPOLLIN | EPOLLRDHUP, connection.get());
-    Own(std::move(connection));
+    if (AddPoll(connection->Fd(), EPOLLIN | EPOLLRDHUP, connection.get())) {
+        pending_.push_back(connection.get());
+        Own(std::move(connection));
+    }
 }
 
 void ControlThread::OnConnectionSettled(PendingConnection* connection)
@@ -151,8 +165,7 @@ void ControlThread::AcceptControl(UniqueFd& fd, const Hello& hello, const PeerId
     if (SendNow(fd.Get(), &answer, sizeof(answer)).status != IoStatus::OK || answer.lane == Hello::USE_OTHER) {
         fd.Reset();
         if (isNew) {  // The peer is gone again; somebody may have found the session meanwhile.
-            session->Die();
-            Core::Get().RemoveSession(session);
+            Abandon(session);
         }
         return;
     }
@@ -167,9 +180,9 @@ void ControlThread::Establish(const std::shared_ptr<Session>& session, UniqueFd 
 {
     auto link = std::make_unique<ControlLink>(*this, session, std::move(fd), identity, true);
     ControlLink& kept = *link;
-    links_[session.get()] = &kept;
-    AddPoll(kept.Fd(), EPOLLIN | EPOLLRDHUP, &kept);
-    Own(std::move(link));
+    if (!AddLink(std::move(link))) {
+        return;
+    }
     kept.BecomeAnswered();
     session->ComeUp(kept.Fd(), wait_.Epoll(), static_cast<Pollable*>(&kept), identity);
     retriesParked_ = true;
@@ -190,8 +203,7 @@ void ControlThread::TearDown(ControlLink& link)
     link.StopPolling();
     if (LinkOf(session.get()) == &link) {
         links_.erase(session.get());
-        session->Die();
-        Core::Get().RemoveSession(session);
+        Abandon(session);
     }
     Disown(&link);
 }

@@ -30,7 +30,9 @@ void ControlLink::BecomeAnswered()
     UniqueFd pidFd = OpenPeerPidFd(fd_.Get(), identity_.pid);
     if (pidFd.IsOpen()) {
         process_ = std::make_unique<Process>(*this, std::move(pidFd));
-        control_.AddPoll(process_->Fd(), EPOLLIN, process_.get());
+        if (!control_.AddPoll(process_->Fd(), EPOLLIN, process_.get())) {
+            process_.reset();  // The end of the connection tells as well.
+        }
     }
 }
 

@@ -4,6 +4,8 @@
 
 #include <sys/epoll.h>
 
+#include <cerrno>
+#include <cstring>
 #include <string>
 
 #include "transport/control_link.h"
@@ -61,8 +63,10 @@ bool ControlThread::Listen(UniqueFd fd)
     const auto shared = std::make_shared<UniqueFd>(std::move(fd));
     return Post([this, shared] {
         auto listener = std::make_unique<Listener>(*this, std::move(*shared));
-        AddPoll(listener->Fd(), EPOLLIN, listener.get());
         listeners_.push_back(listener.get());
+        if (!AddPoll(listener->Fd(), EPOLLIN, listener.get())) {
+            RestListener(listener->Fd(), listener.get());
+        }
         Own(std::move(listener));
     });
 }
@@ -103,13 +107,17 @@ void ControlThread::Disown(Pollable* pollable)
     }
 }
 
-void ControlThread::AddPoll(int fd, uint32_t events, Pollable* pollable)
+bool ControlThread::AddPoll(int fd, uint32_t events, Pollable* pollable)
 {
     epoll_event event{};
     event.events = events;
     event.data.ptr = pollable;
+    if (::epoll_ctl(wait_.Epoll(), EPOLL_CTL_ADD, fd, &event) != 0) {
+        WarnLimited("a connection cannot be watched", std::strerror(errno));
+        return false;
+    }
     polled_.insert(pollable);
-    ::epoll_ctl(wait_.Epoll(), EPOLL_CTL_ADD, fd, &event);
+    return true;
 }
 
 void ControlThread::RemovePoll(int fd, Pollable* pollable)
@@ -185,17 +193,18 @@ void ControlThread::OnTick(Clock::time_point now)
         const std::shared_ptr<InLane> lane = entry.lock();
         return lane == nullptr || !lane->CheckPatience(now);
     });
-    std::erase_if(expected_, [now](const Retry& entry) {
+    std::erase_if(expected_, [this, now](const Retry& entry) {
         const bool isSettled = entry.session->GetState() != Session::State::CONNECTING;
         if (!isSettled && entry.giveUp <= now) {
-            entry.session->Die();
-            Core::Get().RemoveSession(entry.session);
+            Abandon(entry.session);
         }
         return isSettled || entry.giveUp <= now;
     });
     if (!resting_.empty() && restingUntil_ <= now) {
         for (const auto& [fd, listener] : std::exchange(resting_, {})) {
-            AddPoll(fd, EPOLLIN, listener);
+            if (!AddPoll(fd, EPOLLIN, listener)) {
+                RestListener(fd, listener);
+            }
         }
     }
     if (expectsIdleLanes_.load(std::memory_order_relaxed) && nextIdleSweep_ <= now) {
@@ -212,7 +221,7 @@ void ControlThread::RestListener(int fd, Pollable* listener)
     RemovePoll(fd, listener);
     resting_.emplace_back(fd, listener);
     restingUntil_ = Clock::now() + LISTENER_REST;
-    WarnLimited("no descriptor left for a new connection", "accepting again in a moment");
+    WarnLimited("no room for a new connection", "accepting again in a moment");
 }
 
 }  // namespace TAVO::Transport

@@ -55,8 +55,9 @@ public:
 
     // ---- the control thread, from its pollables
     int Epoll() const noexcept { return wait_.Epoll(); }
-    // Waits for events on `fd` until RemovePoll, which is called before the pollable goes.
-    void AddPoll(int fd, uint32_t events, Pollable* pollable);
+    // Waits for events on `fd` until RemovePoll, which is called before the pollable goes. False when the kernel has no
+    // memory for that: nothing will come of the connection.
+    bool AddPoll(int fd, uint32_t events, Pollable* pollable);
     void RemovePoll(int fd, Pollable* pollable);
     // A connection said what it is; takes the descriptor. False: keep it and ask again when a session has come up.
     bool OnHello(UniqueFd& fd, const Hello& hello, const PeerIdentity& identity);
@@ -85,6 +86,10 @@ private:
     void TryConnect(const std::shared_ptr<Session>& session, Clock::time_point giveUp);
     void Establish(const std::shared_ptr<Session>& session, UniqueFd fd, const PeerIdentity& identity);
     void AcceptControl(UniqueFd& fd, const Hello& hello, const PeerIdentity& identity);
+    // Waits for what the link brings. False, and its session is dead, when that cannot be.
+    bool AddLink(std::unique_ptr<ControlLink> link);
+    // A session that comes to nothing, or has ended.
+    void Abandon(const std::shared_ptr<Session>& session);
     ControlLink* LinkOf(const Session* session) const;
     void RetryParked();
 
