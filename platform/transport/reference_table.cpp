@@ -81,7 +81,7 @@ bool ReferenceTableWriter::Finish(FrameHeader& header)
     if (place == nullptr) {
         return false;
     }
-    std::memcpy(place, bytes_.data(), bytes_.size());
+    std::copy(bytes_.begin(), bytes_.end(), place);
     return true;
 }
 

@@ -212,5 +212,17 @@ TEST(ReferenceTable, ReadsWhatWasWritten)
     }
 }
 
+TEST(ReferenceTable, OfNoReferencesIsEmpty)
+{
+    using namespace TAVO::Transport;
+    MessageParcel message;
+    FrameHeader header;
+    ASSERT_TRUE(ReferenceTableWriter(message).Finish(header));
+    EXPECT_TRUE(header.IsPossible(false));
+    std::vector<ReferenceTableEntry> entries;
+    EXPECT_TRUE(ReadReferenceTable(header, message, entries));
+    EXPECT_TRUE(entries.empty());
+}
+
 }  // namespace
 }  // namespace TransportTest
