@@ -23,15 +23,16 @@ struct FromStartToEnd {
     ~FromStartToEnd() { Log(TAVO::SCRIVO_WARN, "after main"); }
 } g_fromStartToEnd;
 
-void LogEveryLevel()
+int LogEveryLevel()
 {
     const char* const texts[] = {"debug", "info", "warn", "error", "fatal"};
     for (int level = TAVO::SCRIVO_DEBUG; level <= TAVO::SCRIVO_FATAL; ++level) {
         Log(level, texts[level - TAVO::SCRIVO_DEBUG]);
     }
+    return 0;
 }
 
-// Exit status 0 if every line was either written or counted, and errno never changed.
+// 0 if every line was either written or counted, and errno never changed.
 int Flood()
 {
     int lost = 0;
@@ -45,7 +46,7 @@ int Flood()
     return lost > 0 && TAVO::ScrivoDroppedLines() == static_cast<uint64_t>(lost) ? 0 : 1;
 }
 
-void LogFromThreads()
+int LogFromThreads()
 {
     std::vector<std::thread> threads;
     for (int number = 0; number < 4; ++number) {
@@ -59,36 +60,28 @@ void LogFromThreads()
     for (std::thread& thread : threads) {
         thread.join();
     }
+    return 0;
 }
 
 int LogFromFork()
 {
-    const pid_t child = fork();
-    if (child == 0) {
+    if (fork() == 0) {
         Log(TAVO::SCRIVO_ERROR, "forked child");
         _exit(0);
     }
     int status = -1;
-    return waitpid(child, &status, 0) == child ? status : 1;
+    return wait(&status) > 0 ? status : 1;
 }
 
 }  // namespace
 
-int main(int argc, char** argv)
+int main(int, char** argv)
 {
-    const std::string action = argc > 1 ? argv[1] : "";
-    int result = 0;
-    if (action == "levels") {
-        LogEveryLevel();
-    } else if (action == "flood") {
-        result = Flood();
-    } else if (action == "threads") {
-        LogFromThreads();
-    } else if (action == "fork") {
-        result = LogFromFork();
-    } else {
-        return 2;
-    }
+    const std::string action = argv[1];
+    const int result = action == "levels"    ? LogEveryLevel()
+                       : action == "flood"   ? Flood()
+                       : action == "threads" ? LogFromThreads()
+                                             : LogFromFork();
     std::printf("%llu lost\n", static_cast<unsigned long long>(TAVO::ScrivoDroppedLines()));
     return result;
 }

@@ -46,17 +46,21 @@ TEST(RefBase, LastStrongReferenceDestroys)
     EXPECT_EQ(destroyed, 1);
 }
 
-TEST(RefBase, CopyOfAnObjectStartsUncounted)
+TEST(RefBase, CopyOfAnObjectStartsUncountedAndIsNotPromoted)
 {
     std::atomic<int> destroyed{0};
     sptr<Counted> original = MakeRef<Counted>(destroyed);
     wptr<Counted> weak(original);
+    wptr<Counted> weakCopy;
     {
         Counted copy(*original);
         EXPECT_EQ(copy.GetStrongCount(), 0);
-        EXPECT_FALSE(wptr<Counted>(&copy) == weak);
+        weakCopy = wptr<Counted>(&copy);
+        EXPECT_FALSE(weakCopy == weak);
+        EXPECT_EQ(weakCopy.promote(), nullptr);
     }
     EXPECT_EQ(destroyed, 1);
+    EXPECT_EQ(weakCopy.promote(), nullptr);
     EXPECT_EQ(weak.promote(), original);
 }
 
@@ -73,18 +77,6 @@ TEST(WeakPointer, PromotesOnlyWhileStronglyHeld)
     EXPECT_EQ(destroyed, 1);
     EXPECT_EQ(copy.promote(), nullptr);
     EXPECT_EQ(wptr<Counted>().promote(), nullptr);
-}
-
-TEST(WeakPointer, ObjectNeverStronglyHeldIsNotPromoted)
-{
-    std::atomic<int> destroyed{0};
-    wptr<Counted> weak;
-    {
-        Counted local(destroyed);
-        weak = wptr<Counted>(&local);
-        EXPECT_EQ(weak.promote(), nullptr);
-    }
-    EXPECT_EQ(weak.promote(), nullptr);
 }
 
 TEST(WeakPointer, ObjectHandedOverAtItsEndIsNotRevived)
@@ -106,10 +98,9 @@ TEST(WeakPointer, ObjectHandedOverAtItsEndIsNotRevived)
 // Several threads promote while the last reference goes: each gets a whole object or null, and one destruction.
 TEST(WeakPointer, PromotionRacesWithTheLastRelease)
 {
-    constexpr int ROUNDS = 500;
     constexpr int PROMOTERS = 3;
-    constexpr int PROMOTIONS = 100;
-    for (int round = 0; round < ROUNDS; ++round) {
+    constexpr int PROMOTIONS = 100;  // bounded: the promoters keep the object alive for each other
+    for (int round = 0; round < 500; ++round) {
         std::atomic<int> destroyed{0};
         std::atomic<int> ready{0};
         sptr<Counted> strong = MakeRef<Counted>(destroyed);
@@ -118,13 +109,10 @@ TEST(WeakPointer, PromotionRacesWithTheLastRelease)
         for (int i = 0; i < PROMOTERS; ++i) {
             promoters.emplace_back([&ready, mine = weak] {
                 ++ready;
-                for (int attempt = 0; attempt < PROMOTIONS;
-                     ++attempt) {  // bounded: the promoters keep the object alive for each other
-                    const sptr<Counted> promoted = mine.promote();
-                    if (promoted == nullptr) {
-                        return;
-                    }
+                sptr<Counted> promoted;
+                for (int attempt = 0; attempt < PROMOTIONS && (promoted = mine.promote()) != nullptr; ++attempt) {
                     ASSERT_EQ(promoted->value, 42);
+                    promoted = nullptr;
                 }
             });
         }
