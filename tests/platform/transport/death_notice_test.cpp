@@ -5,7 +5,7 @@
 #include <future>
 #include <thread>
 
-#include "platform/transport/test_object.h"
+#include "platform/transport/peer_fixture.h"
 #include "transport/transport.h"
 
 namespace TransportTest {
@@ -13,34 +13,20 @@ namespace {
 
 using TestSupport::Child;
 using TestSupport::PATIENCE;
-using TestSupport::PrivateRuntimeDir;
-using TestSupport::WaitFor;
 
-// This process is the hub; the peer is what dies.
-class DeathNotice : public ::testing::Test {
+// The peer is what dies.
+class DeathNotice : public PeerFixture {
 protected:
-    void SetUp() override
-    {
-        ServeAsHub();
-        peer_ = StartPeer("peer");
-        object_ = World::Get().Kept("peer");
-    }
-
     // The death has been told to all that were registered.
     void KillPeer()
     {
-        const sptr<CountingRecipient> last = TAVO::MakeRef<CountingRecipient>();
-        ASSERT_TRUE(object_->AddDeathRecipient(last));
+        const sptr<CountingRecipient> last = CountingRecipient::Of(object_);
         peer_.Kill();
-        ASSERT_TRUE(WaitFor([&last] { return last->told == 1; }));
+        ASSERT_TRUE(last->AwaitTold());
         auto isThrough = std::make_shared<std::promise<void>>();
         ASSERT_TRUE(TAVO::Transport::RunOnDeliveryThread([isThrough] { isThrough->set_value(); }));
         ASSERT_EQ(isThrough->get_future().wait_for(PATIENCE), std::future_status::ready);
     }
-
-    PrivateRuntimeDir dir_;
-    Child peer_;
-    sptr<IRemoteObject> object_;
 };
 
 struct Registration {
@@ -50,30 +36,33 @@ struct Registration {
     int told;
 };
 
-TEST_F(DeathNotice, IsToldOncePerRegistrationThatStands)
+TEST_F(DeathNotice, IsToldOncePerRegistrationThatStandsWithAnyObjectOfTheDead)
 {
     const std::vector<Registration> rows = {
         {"never added", 0, 0, 0},           {"once", 1, 0, 1},       {"twice", 2, 0, 2},
         {"twice, one taken back", 2, 1, 1}, {"taken back", 1, 1, 0}, {"three times, all taken back", 3, 3, 0},
     };
     std::vector<sptr<CountingRecipient>> recipients;
-    for (const Registration& row : rows) {
-        SCOPED_TRACE(row.name);
-        recipients.push_back(TAVO::MakeRef<CountingRecipient>());
-        for (int count = 0; count < row.added; ++count) {
-            EXPECT_TRUE(object_->AddDeathRecipient(recipients.back()));
-        }
-        for (int count = 0; count < row.removed; ++count) {
-            EXPECT_TRUE(object_->RemoveDeathRecipient(recipients.back()));
-        }
-        if (row.added == row.removed) {
-            EXPECT_FALSE(object_->RemoveDeathRecipient(recipients.back()));
+    const sptr<IRemoteObject> other = MakeIn(object_);
+    for (const sptr<IRemoteObject>& object : {object_, other}) {
+        for (const Registration& row : rows) {
+            SCOPED_TRACE(row.name);
+            recipients.push_back(TAVO::MakeRef<CountingRecipient>());
+            for (int count = 0; count < row.added; ++count) {
+                EXPECT_TRUE(object->AddDeathRecipient(recipients.back()));
+            }
+            for (int count = 0; count < row.removed; ++count) {
+                EXPECT_TRUE(object->RemoveDeathRecipient(recipients.back()));
+            }
+            EXPECT_TRUE(row.told > 0 || !object->RemoveDeathRecipient(recipients.back()));
         }
     }
     KillPeer();
-    for (size_t row = 0; row < rows.size(); ++row) {
-        EXPECT_EQ(recipients[row]->told, rows[row].told) << rows[row].name;
-        EXPECT_EQ(recipients[row]->GetStrongCount(), 1) << rows[row].name << ": somebody still holds it";
+    for (size_t at = 0; at < recipients.size(); ++at) {
+        const Registration& row = rows[at % rows.size()];
+        EXPECT_TRUE(TestSupport::WaitFor([&] { return recipients[at]->GetStrongCount() == 1; }))
+            << row.name << ": somebody still holds it";
+        EXPECT_EQ(recipients[at]->told, row.told) << row.name;
     }
 }
 
@@ -113,7 +102,7 @@ TEST_F(DeathNotice, NobodyWaitsForADeliveryUnderWay)
     object_ = nullptr;
     EXPECT_EQ(slow->told, 0) << "the delivery was over before the calls";
     mayEnd.set_value();
-    EXPECT_TRUE(WaitFor([&slow] { return slow->told == 1; }));
+    EXPECT_TRUE(slow->AwaitTold());
     EXPECT_EQ(removed->told, 0);
 }
 
@@ -128,65 +117,58 @@ TEST_F(DeathNotice, ARecipientMayTakeAllApart)
     });
     ASSERT_TRUE(object_->AddDeathRecipient(first));
     ASSERT_TRUE(object_->AddDeathRecipient(second));
-    World::Get().Forget("peer");
+    World::Get().Keep("peer", nullptr);
     peer_.Kill();
-    EXPECT_TRUE(WaitFor([&first] { return first->told == 1; }));
+    EXPECT_TRUE(first->AwaitTold());
 }
 
 // Every worker of this process is held up, and more requests wait behind them.
 TEST_F(DeathNotice, IsNotDelayedByBlockedWorkers)
 {
     constexpr int WORKERS = 16;
+    constexpr int CALLS = WORKERS + 4;
     const Child blocker = StartPeer("blocker");
-    const sptr<IRemoteObject> blocking = World::Get().Kept("blocker");
-    std::vector<sptr<TestObject>> ours;
-    for (int count = 0; count < WORKERS + 4; ++count) {  // one-way requests of one session run one at a time: sync ones
-        ours.push_back(TAVO::MakeRef<TestObject>());
-        ASSERT_EQ(Call(blocking, TestCode::KEEP).Text(std::to_string(count)).Object(ours.back()).Send(), TAVO::IPC_OK);
-        ASSERT_EQ(Call(blocking, TestCode::START_WAIT).Text(std::to_string(count)).Send(), TAVO::IPC_OK);
-    }
-    ASSERT_TRUE(World::Get().AwaitWaiting(WORKERS));
-    const sptr<CountingRecipient> recipient = TAVO::MakeRef<CountingRecipient>();
-    ASSERT_TRUE(object_->AddDeathRecipient(recipient));
+    const sptr<IRemoteObject> blocking = Kept("blocker");
+    const sptr<TestObject> ours[] = {TAVO::MakeRef<TestObject>(), TAVO::MakeRef<TestObject>()};
+    ASSERT_EQ(KeepIn(blocking, "0", ours[0]), TAVO::IPC_OK);
+    ASSERT_EQ(KeepIn(blocking, "1", ours[1]), TAVO::IPC_OK);
+    std::atomic<int> passed{0};
+    std::thread blocked([&] {  // an object occupies 12 workers at most, on either side
+        InThreads(CALLS, [&](int call) {
+            passed += CallKept(MakeIn(blocking), std::to_string(call % 2), TestCode::WAIT) == TAVO::IPC_OK;
+        });
+    });
+    EXPECT_TRUE(World::Get().AwaitWaiting(WORKERS));
+    const sptr<CountingRecipient> recipient = CountingRecipient::Of(object_);
     EXPECT_EQ(Echo(object_), TAVO::IPC_OK) << "replies do not pass the workers";
     peer_.Kill();
-    EXPECT_TRUE(WaitFor([&recipient] { return recipient->told == 1; }));
+    EXPECT_TRUE(recipient->AwaitTold());
     EXPECT_GE(World::Get().Waiting(), WORKERS) << "the workers were free";
-    World::Get().OpenGate();
-    EXPECT_TRUE(WaitFor([] {
+    EXPECT_TRUE(TestSupport::WaitFor([&passed] {
         World::Get().OpenGate();  // those that waited for a worker come only now
-        return Call(World::Get().Kept("blocker"), TestCode::WAITS_OVER).SendForInt() == WORKERS + 4;
+        return passed == CALLS;
     }));
+    blocked.join();
 }
 
 // Dropping the last reference may run any code: never on a thread that others wait for.
-TEST_F(DeathNotice, AnObjectThatItsHolderReleasesMayCallOutInItsDestructor)
-{
-    std::promise<int> farewell;
-    {
-        const sptr<TestObject> ours = TAVO::MakeRef<TestObject>();
-        ours->SetFarewell([&farewell, object = object_] { farewell.set_value(Echo(object)); });
-        ASSERT_EQ(Call(object_, TestCode::KEEP).Text("ours").Object(ours).Send(), TAVO::IPC_OK);
-    }
-    ASSERT_EQ(Call(object_, TestCode::FORGET).Text("ours").Send(), TAVO::IPC_OK);
-    std::future<int> status = farewell.get_future();
-    ASSERT_EQ(status.wait_for(PATIENCE), std::future_status::ready);
-    EXPECT_EQ(status.get(), TAVO::IPC_OK);
-}
-
-TEST_F(DeathNotice, AnObjectThatDiesWithItsHolderMayCallOutInItsDestructor)
+TEST_F(DeathNotice, AnObjectThatItsHolderReleasesOrDiesWithMayCallOutInItsDestructor)
 {
     const Child witness = StartPeer("witness");
-    std::promise<int> farewell;
-    {
-        const sptr<TestObject> ours = TAVO::MakeRef<TestObject>();
-        ours->SetFarewell([&farewell] { farewell.set_value(Echo(World::Get().Kept("witness"))); });
-        ASSERT_EQ(Call(object_, TestCode::KEEP).Text("ours").Object(ours).Send(), TAVO::IPC_OK);
+    for (const bool dies : {false, true}) {
+        SCOPED_TRACE(dies);
+        std::promise<int> farewell;
+        const auto call = [&farewell] { farewell.set_value(Echo(Kept("witness"))); };
+        ASSERT_EQ(KeepIn(object_, "ours", TAVO::MakeRef<TestObject>(false, call)), TAVO::IPC_OK);
+        if (dies) {
+            peer_.Kill();
+        } else {
+            ASSERT_EQ(Call(object_, TestCode::FORGET).Text("ours").Send(), TAVO::IPC_OK);
+        }
+        std::future<int> status = farewell.get_future();
+        ASSERT_EQ(status.wait_for(PATIENCE), std::future_status::ready);
+        EXPECT_EQ(status.get(), TAVO::IPC_OK);
     }
-    peer_.Kill();
-    std::future<int> status = farewell.get_future();
-    ASSERT_EQ(status.wait_for(PATIENCE), std::future_status::ready);
-    EXPECT_EQ(status.get(), TAVO::IPC_OK);
 }
 
 }  // namespace

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// A fork holds a dead library and harms nobody; a process may end in any way while it calls.
-#include <gtest/gtest.h>
+// A fork holds a dead library and harms nobody; a process may end while it calls.
+#include <fcntl.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
-#include <thread>
+#include <filesystem>
+#include <fstream>
 
-#include "platform/transport/test_object.h"
+#include "platform/transport/peer_fixture.h"
 #include "transport/transport.h"
 
 namespace TransportTest {
@@ -14,40 +17,28 @@ namespace {
 using TestSupport::Child;
 using TestSupport::Clock;
 using TestSupport::LinePipe;
-using TestSupport::PrivateRuntimeDir;
-using TestSupport::WaitFor;
 
 // What the child of a process with live sessions tries; the number of the first thing that did not fail as it should.
 int UseDeadLibrary(const sptr<IRemoteObject>& hub, sptr<IRemoteObject> last)
 {
-    if (!TAVO::Transport::IsForkedChild()) {
-        return 1;
-    }
-    if (Echo(hub) != TAVO::IPC_UNAVAILABLE) {
-        return 2;
-    }
-    if (Call(hub, TestCode::NOTE).Int(-1).SendOneWay() != TAVO::IPC_UNAVAILABLE) {
-        return 3;
-    }
-    if (TAVO::Transport::ConnectManager(Clock::now() + std::chrono::seconds(5)) != nullptr) {
-        return 4;
-    }
-    if (hub->AddDeathRecipient(TAVO::MakeRef<CountingRecipient>())) {
-        return 5;
-    }
-    if (Echo(TAVO::MakeRef<TestObject>()) == TAVO::IPC_OK) {
-        return 6;  // a local object is served by a worker, and the child has none
-    }
+    const bool failsAsItShould[] = {
+        TAVO::Transport::IsForkedChild(),
+        Echo(hub) == TAVO::IPC_UNAVAILABLE,
+        Call(hub, TestCode::NOTE).Int(-1).SendOneWay() == TAVO::IPC_UNAVAILABLE,
+        TAVO::Transport::ConnectManager(Clock::now() + std::chrono::seconds(5)) == nullptr,
+        !hub->AddDeathRecipient(TAVO::MakeRef<CountingRecipient>()),
+        Echo(TAVO::MakeRef<TestObject>()) != TAVO::IPC_OK,  // it is served by a worker, and the child has none
+    };
     last = nullptr;  // must give nothing back in the parent's name
-    return 0;
+    const auto* const wrong = std::find(std::begin(failsAsItShould), std::end(failsAsItShould), false);
+    return wrong == std::end(failsAsItShould) ? 0 : static_cast<int>(wrong - failsAsItShould) + 1;
 }
 
 TEST(Fork, AThousandChildrenFailAtOnceAndTheParentsCallsGoOn)
 {
-    constexpr int FORKS = 1000;
     constexpr int CALLERS = 3;
-    PrivateRuntimeDir dir;
-    const Child hubProcess = StartHub();
+    const TestSupport::PrivateRuntimeDir dir;
+    const Child hubProcess = StartPeer("hub");
     const sptr<IRemoteObject> hub = ConnectToHub();
     const sptr<IRemoteObject> object = MakeIn(hub);
     std::atomic<bool> isOver{false};
@@ -62,10 +53,10 @@ TEST(Fork, AThousandChildrenFailAtOnceAndTheParentsCallsGoOn)
             }
         });
     }
-    for (int round = 0; round < FORKS; ++round) {
+    for (int round = 0; round < 1000 && !testing::Test::HasFailure(); ++round) {
         const sptr<IRemoteObject> passing = MakeIn(hub);
         Child child = Child::Fork([&](LinePipe&) { return UseDeadLibrary(hub, passing); });
-        ASSERT_EQ(child.WaitForExit(), "exit 0") << "fork " << round;
+        EXPECT_EQ(child.WaitForExit(), "exit 0") << "fork " << round;
     }
     isOver = true;
     for (std::thread& caller : callers) {
@@ -75,65 +66,65 @@ TEST(Fork, AThousandChildrenFailAtOnceAndTheParentsCallsGoOn)
     EXPECT_EQ(Echo(object), TAVO::IPC_OK);
 }
 
+using ForkOfAPeer = PeerFixture;
+
 // The descriptors of a killed process stay open in its child: only the process itself tells of the death.
-TEST(Fork, DeathIsNoticedWhileAChildHoldsTheSockets)
+TEST_F(ForkOfAPeer, HoldsTheSocketsAndHidesNoDeath)
 {
-    PrivateRuntimeDir dir;
-    ServeAsHub();
-    Child peer = StartPeer("peer");
-    const sptr<IRemoteObject> object = World::Get().Kept("peer");
-    const sptr<CountingRecipient> recipient = TAVO::MakeRef<CountingRecipient>();
-    ASSERT_TRUE(object->AddDeathRecipient(recipient));
-    std::thread caller([object] { EXPECT_PRED1(IsConnectionError, Call(object, TestCode::WAIT).Send(30)); });
-    EXPECT_EQ(peer.Ask("await-waiting 1"), "waiting");
-    const pid_t grandchild = std::stoi(peer.Ask("fork-idle-child"));
+    const sptr<CountingRecipient> recipient = CountingRecipient::Of(object_);
+    std::thread caller([this] { EXPECT_PRED1(IsConnectionError, Call(object_, TestCode::WAIT).Send(30)); });
+    EXPECT_EQ(peer_.Ask("await-waiting 1"), "waiting");
+    const pid_t grandchild = std::stoi(peer_.Ask("fork-idle-child"));
     const Clock::time_point start = Clock::now();
-    peer.Kill();
-    EXPECT_TRUE(WaitFor([&recipient] { return recipient->told == 1; }));
+    peer_.Kill();
+    EXPECT_TRUE(recipient->AwaitTold());
     caller.join();
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(6));
     EXPECT_EQ(::kill(grandchild, 0), 0) << "the child was to hold the sockets";
     ::kill(grandchild, SIGKILL);
 }
 
-TEST(Fork, AnExecutedProgramInheritsNoDescriptor)
+// How many descriptors a program would find open that this process starts.
+int CountInheritable(pid_t pid)
 {
-    PrivateRuntimeDir dir;
-    Child fresh = Child::Start({"transport_peer", "list-descriptors"});
-    const std::string inheritedFromOutside = fresh.Pipe().Hear().value_or("silence");
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fdinfo")) {
+        std::ifstream info(entry.path());
+        for (std::string word; info >> word;) {
+            if (word == "flags:" && info >> word) {
+                count += (std::stoi(word, nullptr, 8) & O_CLOEXEC) == 0;
+            }
+        }
+    }
+    return count;
+}
+
+TEST(Fork, AnExecutedProgramInheritsNoDescriptorOfThePlatform)
+{
+    const TestSupport::PrivateRuntimeDir dir;
+    const Child plain = Child::Start({"/bin/cat"});
     ServeAsHub();
     Child first = StartPeer("first");
     Child second = StartPeer("second");
     EXPECT_EQ(first.Ask("call-all second"), "called");
     EXPECT_EQ(second.Ask("call-all first"), "called");
-    EXPECT_EQ(first.Ask("descriptors-after-exec"), inheritedFromOutside);
-    EXPECT_EQ(second.Ask("descriptors-after-exec"), inheritedFromOutside);
+    for (const pid_t pid : {::getpid(), first.Pid(), second.Pid()}) {
+        EXPECT_EQ(CountInheritable(pid), CountInheritable(plain.Pid()));
+        EXPECT_GT(TestSupport::CountDescriptors(pid), static_cast<size_t>(CountInheritable(pid)));
+    }
 }
 
-struct Ending {
-    const char* command;
-    const char* result;
-};
-
-TEST(ProcessEnd, AnyWayOutWorksWithACallInFlight)
+TEST_F(ForkOfAPeer, AProcessMayEndWithACallInFlight)
 {
-    constexpr int ROUNDS = 15;
-    PrivateRuntimeDir dir;
-    const sptr<TestObject> root = ServeAsHub();
-    for (const Ending& ending : {Ending{"exit", "exit 4"}, Ending{"_exit", "exit 3"}, Ending{"abort", "signal 6"}}) {
-        SCOPED_TRACE(ending.command);
-        for (int round = 0; round < ROUNDS; ++round) {
-            Child peer = StartPeer("peer");
-            const sptr<CountingRecipient> recipient = TAVO::MakeRef<CountingRecipient>();
-            ASSERT_EQ(peer.Ask("call-in-background"), "calling");
-            ASSERT_TRUE(World::Get().AwaitWaiting(1));
-            ASSERT_TRUE(World::Get().Kept("peer.more")->AddDeathRecipient(recipient));
-            peer.Pipe().Say(ending.command);
-            EXPECT_EQ(peer.WaitForExit(), ending.result);
-            EXPECT_TRUE(WaitFor([&recipient] { return recipient->told == 1; }));
-            World::Get().OpenGate();
-            ASSERT_TRUE(WaitFor([] { return World::Get().Waiting() == 0; }));
-        }
+    for (int round = 0; round < 15; ++round) {
+        Child leaving = StartPeer("leaving");
+        ASSERT_EQ(leaving.Ask("call-in-background"), "calling");
+        ASSERT_TRUE(World::Get().AwaitWaiting(1));
+        const sptr<CountingRecipient> recipient = CountingRecipient::Of(Kept("leaving"));
+        leaving.Pipe().Say("exit");
+        EXPECT_EQ(leaving.WaitForExit(), "exit 4");
+        EXPECT_TRUE(recipient->AwaitTold());
+        World::Get().OpenGate();
     }
 }
 

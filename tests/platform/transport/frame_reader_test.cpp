@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Frames come out the same however their bytes were cut, and memory follows the bytes that came.
+// Memory follows the bytes that came, and large frames wait for each other.
 #include "transport/frame_reader.h"
 
 #include <gtest/gtest.h>
@@ -7,8 +7,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "support/raw_peer.h"
-#include "transport/reference_table.h"
+#include "support/raw_message.h"
 
 namespace TransportTest {
 namespace {
@@ -32,24 +31,6 @@ RawFrame FrameOf(uint64_t number, size_t dataBytes)
     return frame;
 }
 
-// With empty, small and large bodies, and a reference table.
-std::vector<RawFrame> Conversation()
-{
-    std::vector<RawFrame> frames = {FrameOf(1, 0), FrameOf(2, 4), FrameOf(3, 100), FrameOf(4, 40000), FrameOf(5, 0)};
-    frames[2].Reference({}, 9, u"some.Descriptor");
-    return frames;
-}
-
-Bytes Joined(const std::vector<RawFrame>& frames)
-{
-    Bytes bytes;
-    for (const RawFrame& frame : frames) {
-        const Bytes encoded = frame.Encode();
-        bytes.insert(bytes.end(), encoded.begin(), encoded.end());
-    }
-    return bytes;
-}
-
 void ExpectFrame(FrameReader& reader, const RawFrame& frame)
 {
     const Bytes encoded = frame.Encode();
@@ -57,33 +38,6 @@ void ExpectFrame(FrameReader& reader, const RawFrame& frame)
     const MessageParcel& body = reader.Body();
     ASSERT_EQ(body.GetDataSize(), encoded.size() - sizeof(FrameHeader));
     ASSERT_TRUE(std::equal(encoded.begin() + sizeof(FrameHeader), encoded.end(), body.GetData()));
-}
-
-TEST(FrameReading, PiecesOfAnySizeGiveTheSameFrames)
-{
-    const std::vector<RawFrame> frames = Conversation();
-    const Bytes bytes = Joined(frames);
-    for (const size_t piece : {size_t{1}, size_t{2}, size_t{31}, size_t{32}, size_t{33}, size_t{97}, size_t{40031}}) {
-        SCOPED_TRACE(piece);
-        FrameReader reader(false, nullptr);
-        size_t done = 0;
-        for (size_t at = 0; at < bytes.size(); at += piece) {
-            const uint8_t* from = bytes.data() + at;
-            const uint8_t* const end = bytes.data() + std::min(at + piece, bytes.size());
-            while (from != end) {
-                const State state = reader.Consume(from, end);
-                if (state == State::COMPLETE) {
-                    ExpectFrame(reader, frames.at(done++));
-                    EXPECT_FALSE(reader.IsUnderWay());
-                    reader.Next();
-                } else {
-                    ASSERT_EQ(state, State::MORE);
-                    EXPECT_TRUE(reader.IsUnderWay());
-                }
-            }
-        }
-        EXPECT_EQ(done, frames.size());
-    }
 }
 
 TEST(FrameReading, ABodyReceivedInPlaceGrowsWithWhatCame)
@@ -110,29 +64,6 @@ TEST(FrameReading, ABodyReceivedInPlaceGrowsWithWhatCame)
         EXPECT_EQ(state, State::COMPLETE);
         ExpectFrame(reader, frame);
     }
-}
-
-TEST(FrameReading, ImpossibleHeadersAreBad)
-{
-    RawFrame tooLarge = FrameOf(1, 0);
-    tooLarge.dataBytes = 0xfffffffc;
-    RawFrame uneven = FrameOf(1, 0);
-    uneven.dataBytes = 6;
-    RawFrame reply = FrameOf(1, 0);
-    reply.kind = RawFrame::REPLY;
-    RawFrame large = FrameOf(1, 0);
-    large.dataBytes = 64 << 10;
-    const auto stateOf = [](const RawFrame& frame, bool oneWay) {
-        const Bytes bytes = frame.Encode();
-        const uint8_t* from = bytes.data();
-        return FrameReader(oneWay, nullptr).Consume(from, bytes.data() + bytes.size());
-    };
-    EXPECT_EQ(stateOf(tooLarge, false), State::BAD);
-    EXPECT_EQ(stateOf(uneven, false), State::BAD);
-    EXPECT_EQ(stateOf(reply, false), State::COMPLETE);
-    EXPECT_EQ(stateOf(reply, true), State::BAD);
-    EXPECT_EQ(stateOf(large, false), State::MORE);
-    EXPECT_EQ(stateOf(large, true), State::BAD);
 }
 
 TEST(FrameReading, LargeBodiesAreChargedAndWaitWhenTheBudgetIsUsedUp)
@@ -178,38 +109,6 @@ TEST(FrameReading, LargeBodiesAreChargedAndWaitWhenTheBudgetIsUsedUp)
     }
     EXPECT_EQ(peer.Used(), size_t{0});
     EXPECT_EQ(process.Used(), size_t{0});
-}
-
-TEST(ReferenceTable, ReadsWhatWasWritten)
-{
-    using namespace TAVO::Transport;
-    MessageParcel message;
-    message.WriteInt32(1);
-    RawFrame raw;
-    raw.Int32(1).Reference({}, 1).Reference({}, 2).Reference({}, 3);
-    ASSERT_TRUE(message.SetData(raw.data.data(), raw.data.size()));
-    FrameHeader header;
-    header.dataBytes = static_cast<uint32_t>(message.GetDataSize());
-    ReferenceTableWriter writer(message);
-    const std::vector<std::u16string> descriptors = {u"", u"odd", std::u16string(MAX_DESCRIPTOR_UNITS, u'd')};
-    for (uint32_t at = 0; at < 3; ++at) {
-        TableEntry entry;
-        entry.offset = 4 + at * 8;
-        entry.serial = at + 1;
-        entry.instance.bytes.fill(static_cast<uint8_t>(at + 1));
-        ASSERT_TRUE(writer.Add(entry, descriptors[at]));
-    }
-    EXPECT_FALSE(writer.Add(TableEntry{}, std::u16string(MAX_DESCRIPTOR_UNITS + 1, u'd')));
-    ASSERT_TRUE(writer.Finish(header));
-    ASSERT_TRUE(header.IsPossible(false));
-    std::vector<ReferenceTableEntry> entries;
-    ASSERT_TRUE(ReadReferenceTable(header, message, entries));
-    ASSERT_EQ(entries.size(), 3u);
-    for (uint32_t at = 0; at < 3; ++at) {
-        EXPECT_EQ(entries[at].fixed.serial, at + 1);
-        EXPECT_EQ(entries[at].fixed.instance.bytes[15], at + 1);
-        EXPECT_EQ(entries[at].descriptor, descriptors[at]);
-    }
 }
 
 TEST(ReferenceTable, OfNoReferencesIsEmpty)

@@ -9,9 +9,6 @@
 namespace TransportTest {
 namespace {
 
-using namespace std::chrono_literals;
-using TestSupport::Clock;
-using TestSupport::RawInstance;
 using TestSupport::WaitFor;
 
 // All that was sent has been read at the other end.
@@ -168,56 +165,39 @@ TEST_F(HostileMessage, TableThatDoesNotHoldTogetherRefusesThatRequestOnly)
     }));
 }
 
-// The message waits for nobody, and what it names is dead.
-TEST_F(HostileMessage, ReferenceToAProcessThatIsNotThereIsADeadObject)
+// The message waits for nobody: its acknowledgement alone waits for the owner, and what it names is dead then.
+TEST_F(HostileMessage, ReferenceWhoseOwnerIsAbsentSilentOrIgnorantIsADeadObject)
 {
-    RawInstance nobody{};
-    nobody.fill(0x42);
-    RawFrame keep = RequestFor(TestCode::KEEP);
-    keep.String("nobody's").Reference(nobody, 5, u"raw.Object");
-    EXPECT_EQ(StatusOf(raw_->CallOnce(keep)), TAVO::IPC_OK);
-    EXPECT_TRUE(raw_->AwaitRecord(RawRecord::TAKEN)) << "known dead is as good as acquired";
-    EXPECT_EQ(EchoKept("nobody's"), TAVO::IPC_DEAD_OBJECT);
-}
-
-TEST_F(HostileMessage, ReferenceToAnObjectThatItsOwnerDoesNotKnowIsADeadObject)
-{
-    RawPeer owner(dir_.Path());
-    owner.Listen();
-    RawFrame keep = RequestFor(TestCode::KEEP);
-    keep.String("unknown").Reference(owner.Instance(), 5, u"raw.Object");
-    EXPECT_EQ(StatusOf(raw_->CallOnce(keep)), TAVO::IPC_OK);
-    RawHello hello;
-    RawSocket control = owner.Accept(hello);
-    ASSERT_EQ(hello.kind, RawHello::CONTROL);
-    RawHello answer;
-    answer.instance = owner.Instance();
-    ASSERT_TRUE(control.Send(answer.Encode()));
-    const auto acquire = control.ReceiveRecord();
-    ASSERT_TRUE(acquire);
-    EXPECT_EQ(acquire->type, RawRecord::ACQUIRE);
-    EXPECT_EQ(acquire->a, 5u);
-    ASSERT_TRUE(control.Send(RawRecord{RawRecord::ACQUIRED, 0, 5, 1}.Encode()));
-    EXPECT_TRUE(raw_->AwaitRecord(RawRecord::TAKEN));
-    EXPECT_EQ(EchoKept("unknown"), TAVO::IPC_DEAD_OBJECT);
-}
-
-// An owner that answers nothing holds up the acknowledgement and the call to it, and nobody else.
-TEST_F(HostileMessage, OwnerThatDoesNotAnswerHoldsUpNobodyElse)
-{
-    RawPeer owner(dir_.Path());
-    owner.Listen();
-    RawFrame keep = RequestFor(TestCode::KEEP);
-    keep.String("silent").Reference(owner.Instance(), 5, u"raw.Object");
-    EXPECT_EQ(StatusOf(raw_->CallOnce(keep)), TAVO::IPC_OK);
-    EXPECT_TRUE(raw_->Ping());
-    ExpectServes();
-    RawHello hello;
-    RawSocket control = owner.Accept(hello);
-    ASSERT_TRUE(control.IsOpen());
-    ExpectServes();
-    control.Close();  // it died before it answered
-    EXPECT_TRUE(raw_->AwaitRecord(RawRecord::TAKEN));
+    for (const std::string owner : {"absent", "silent until it dies", "ignorant"}) {
+        SCOPED_TRACE(owner);
+        RawPeer third(dir_.Path());
+        RawFrame keep = RequestFor(TestCode::KEEP).String(owner).Reference(third.Instance(), 5, u"raw.Object");
+        RawHello hello;
+        RawSocket control;
+        if (owner != "absent") {
+            third.Listen();
+        }
+        EXPECT_EQ(StatusOf(raw_->CallOnce(keep)), TAVO::IPC_OK);
+        ExpectServes();
+        if (owner != "absent") {
+            control = third.Accept(hello);
+            ASSERT_EQ(hello.kind, RawHello::CONTROL);
+            ExpectServes();
+        }
+        if (owner == "ignorant") {
+            hello.instance = third.Instance();
+            ASSERT_TRUE(control.Send(hello.Encode()));
+            const auto acquire = control.ReceiveRecord();
+            ASSERT_TRUE(acquire);
+            EXPECT_EQ(acquire->type, RawRecord::ACQUIRE);
+            EXPECT_EQ(acquire->a, 5u);
+            ASSERT_TRUE(control.Send(RawRecord{RawRecord::ACQUIRED, 0, 5, 1}.Encode()));
+        } else {
+            control.Close();
+        }
+        EXPECT_TRUE(raw_->AwaitRecord(RawRecord::TAKEN)) << "known dead is as good as acquired";
+        EXPECT_EQ(EchoKept(owner), TAVO::IPC_DEAD_OBJECT);
+    }
 }
 
 }  // namespace

@@ -22,25 +22,15 @@ class HubFixture : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        hub_ = StartHub();
-        {
-            RawPeer first(dir_.Path());  // whatever the hub opens once is open after it
-            ASSERT_TRUE(first.OpenSession());
-            MakeObject(first);
-        }
-        {
-            RawPeer second(dir_.Path());
-            ASSERT_TRUE(second.OpenSession());
-            ASSERT_TRUE(TestSupport::WaitFor([&second] { return LiveObjects(second) == 1; })) << "the root alone";
-        }
-        descriptors_ = TestSupport::CountDescriptors(hub_.Pid());
+        hub_ = StartPeer("hub");
+        MakeObject(*NewPeer());  // whatever the hub opens once is open after it
+        ASSERT_TRUE(TestSupport::WaitFor([this] { return IntFrom(*NewPeer(), TestCode::LIVE) == 1; })) << "the root";
         ASSERT_TRUE(TestSupport::WaitFor([this] {
             const size_t before = descriptors_;
             descriptors_ = TestSupport::CountDescriptors(hub_.Pid());
             return before == descriptors_;
         }));
-        raw_ = std::make_unique<RawPeer>(dir_.Path());
-        ASSERT_TRUE(raw_->OpenSession());
+        raw_ = NewPeer();
     }
 
     void TearDown() override
@@ -54,15 +44,20 @@ protected:
         EXPECT_EQ(hub_.WaitForExit(), "exit 0");  // a sanitizer there has its say, on leaks too
     }
 
+    // One with a session.
+    std::unique_ptr<RawPeer> NewPeer()
+    {
+        auto peer = std::make_unique<RawPeer>(dir_.Path());
+        EXPECT_TRUE(peer->OpenSession());
+        return peer;
+    }
+
     // An honest peer is served.
     void ExpectServes()
     {
-        RawPeer honest(dir_.Path());
-        ASSERT_TRUE(honest.OpenSession());
         const RawFrame echo = RequestFor(TestCode::ECHO).Int32(4711);
-        const auto answer = honest.CallOnce(echo);
-        ASSERT_TRUE(answer);
-        EXPECT_EQ(answer->Status(), TAVO::IPC_OK);
+        const auto answer = NewPeer()->CallOnce(echo);
+        ASSERT_EQ(StatusOf(answer), TAVO::IPC_OK);
         EXPECT_EQ(answer->data, echo.data);
         EXPECT_EQ(answer->number, 1u);
     }
@@ -84,17 +79,22 @@ protected:
         return answer->references[0].serial;
     }
 
-    int32_t LiveObjects() { return LiveObjects(*raw_); }
-    static int32_t LiveObjects(RawPeer& peer)
+    static int32_t IntFrom(RawPeer& peer, TestCode code)
     {
-        const auto answer = peer.CallOnce(RequestFor(TestCode::LIVE));
+        const auto answer = peer.CallOnce(RequestFor(code));
         return answer && answer->data.size() == 4 ? TestSupport::ReadAt<int32_t>(answer->data, 0) : -1;
+    }
+    int32_t LiveObjects() { return IntFrom(*raw_, TestCode::LIVE); }
+    bool AwaitLiveObjects(int32_t count)
+    {
+        return TestSupport::WaitFor([this, count] { return LiveObjects() == count; });
     }
 
     // What the hub's call to the object that it keeps under that name came to.
     int32_t EchoKept(const std::string& name)
     {
-        const auto answer = raw_->CallOnce(RequestFor(TestCode::ECHO_KEPT).String(name));
+        const auto echo = static_cast<int32_t>(TestCode::ECHO);
+        const auto answer = raw_->CallOnce(RequestFor(TestCode::CALL_KEPT).String(name).Int32(echo));
         return answer && answer->data.size() == 4 ? TestSupport::ReadAt<int32_t>(answer->data, 0) : 1;
     }
 

@@ -53,23 +53,18 @@ private:
     std::vector<int> taken_;
 };
 
-// The processor time that a process used up, held against the time that passed: spinning takes all of a processor, and
-// a good part of one on a machine that is busy.
-class Idleness {
-public:
-    explicit Idleness(pid_t pid) : pid_(pid), start_(Clock::now()), used_(TestSupport::ProcessorTime(pid)) {}
-    void Expect() const
-    {
-        const auto passed = Clock::now() - start_;
-        ASSERT_GE(passed, 1s) << "too short to tell";
-        EXPECT_LT(TestSupport::ProcessorTime(pid_) - used_, passed / 5) << "it spins";
-    }
-
-private:
-    const pid_t pid_;
-    const Clock::time_point start_;
-    const Clock::duration used_;
-};
+// Runs `body`, in which a process may not use much of the processor: spinning takes all of one, and a good part of it on
+// a machine that is busy.
+template <typename Body>
+void ExpectIdle(pid_t pid, Body body)
+{
+    const auto start = Clock::now();
+    const auto used = TestSupport::ProcessorTime(pid);
+    body();
+    const auto passed = Clock::now() - start;
+    ASSERT_GE(passed, 1s) << "too short to tell";
+    EXPECT_LT(TestSupport::ProcessorTime(pid) - used, passed / 5) << "it spins";
+}
 
 // The hub and a peer are other processes; this one calls both, and has met neither before the test.
 class DescriptorLimit : public ::testing::Test {
@@ -93,7 +88,7 @@ protected:
     }
 
     PrivateRuntimeDir dir_;
-    Child hub_ = StartHub();
+    Child hub_ = StartPeer("hub");
     Child peer_ = StartPeer("peer");
 };
 
@@ -103,13 +98,10 @@ TEST_F(DescriptorLimit, AtTheFirstUseFailsAtOnceAndTheNextSucceeds)
         const NoDescriptorLeft full;
         const Clock::time_point start = Clock::now();
         EXPECT_EQ(ConnectToHub(), nullptr);
-        const sptr<TestObject> local = TAVO::MakeRef<TestObject>();
-        EXPECT_EQ(Call(local, TestCode::NUMBER).Send(), TAVO::IPC_NO_RESOURCES);
+        EXPECT_EQ(Echo(TAVO::MakeRef<TestObject>()), TAVO::IPC_NO_RESOURCES);
         EXPECT_LT(Clock::now() - start, SOON);
     }
-    const sptr<IRemoteObject> root = ConnectToHub();
-    ASSERT_NE(root, nullptr);
-    ExpectWell(root);
+    ExpectWell(ConnectToHub());
     EXPECT_EQ(Echo(TAVO::MakeRef<TestObject>()), TAVO::IPC_OK);
 }
 
@@ -121,19 +113,18 @@ TEST_F(DescriptorLimit, InTheCallerFailsWhatNeedsAnotherAndNothingElse)
     {
         const NoDescriptorLeft full;
         EXPECT_EQ(Echo(root), TAVO::IPC_OK) << "there is a lane";
-        const sptr<IRemoteObject> unmet = Call(root, TestCode::FETCH).Text("peer").SendForObject();
-        EXPECT_PRED1(IsConnectionError, Echo(unmet));
-        const Idleness idleness(::getpid());
-        std::thread caller = TakeIdleLane(root, hub_);
-        EXPECT_EQ(Echo(root), TAVO::IPC_NO_RESOURCES);
-        EXPECT_EQ(Call(root, TestCode::NOTE).Int(1).SendOneWay(), TAVO::IPC_NO_RESOURCES);
-        EXPECT_EQ(Call(root, TestCode::KEEP).Text("ours").Object(ours).Send(), TAVO::IPC_NO_RESOURCES);
-        caller.join();
-        idleness.Expect();
+        EXPECT_PRED1(IsConnectionError, Echo(FetchFrom(root, "peer"))) << "it was never met";
+        ExpectIdle(::getpid(), [&] {
+            std::thread caller = TakeIdleLane(root, hub_);
+            EXPECT_EQ(Echo(root), TAVO::IPC_NO_RESOURCES);
+            EXPECT_EQ(Call(root, TestCode::NOTE).Int(1).SendOneWay(), TAVO::IPC_NO_RESOURCES);
+            EXPECT_EQ(KeepIn(root, "ours", ours), TAVO::IPC_NO_RESOURCES);
+            caller.join();
+        });
     }
     ExpectWell(root);
-    ExpectWell(Call(root, TestCode::FETCH).Text("peer").SendForObject());
-    EXPECT_EQ(Call(root, TestCode::KEEP).Text("ours").Object(ours).Send(), TAVO::IPC_OK);
+    ExpectWell(FetchFrom(root, "peer"));
+    EXPECT_EQ(KeepIn(root, "ours", ours), TAVO::IPC_OK);
 }
 
 TEST_F(DescriptorLimit, InTheCalleeTimesOutNewLanesUntilSomeAreFree)
@@ -144,15 +135,13 @@ TEST_F(DescriptorLimit, InTheCalleeTimesOutNewLanesUntilSomeAreFree)
     const auto fetched = asking.CallOnce(RequestFor(TestCode::FETCH).String("peer"));
     ASSERT_TRUE(fetched && fetched->references.size() == 1);
     struct Callee {
-        const char* name;
         Child& process;
         sptr<IRemoteObject> object;
         std::string path;
     };
-    for (const Callee& callee : {Callee{"manager", hub_, root, "manager"},
-                                 Callee{"peer", peer_, Call(root, TestCode::FETCH).Text("peer").SendForObject(),
-                                        "p/" + TestSupport::ToHex(fetched->references[0].instance)}}) {
-        SCOPED_TRACE(callee.name);
+    const std::string peerPath = "p/" + TestSupport::ToHex(fetched->references[0].instance);
+    for (const Callee& callee : {Callee{hub_, root, "manager"}, Callee{peer_, FetchFrom(root, "peer"), peerPath}}) {
+        SCOPED_TRACE(callee.path);
         const pid_t pid = callee.process.Pid();
         ASSERT_EQ(Echo(callee.object), TAVO::IPC_OK);
         LimitDescriptors(pid, FEW);
@@ -165,11 +154,11 @@ TEST_F(DescriptorLimit, InTheCalleeTimesOutNewLanesUntilSomeAreFree)
             }
             ASSERT_TRUE(WaitFor([pid] { return TestSupport::CountDescriptors(pid) >= FEW; }));
             EXPECT_EQ(Echo(callee.object), TAVO::IPC_OK) << "there is a lane";
-            const Idleness idleness(pid);
-            std::thread caller = TakeIdleLane(callee.object, callee.process);
-            EXPECT_EQ(Call(callee.object, TestCode::NOTE).Int(-1).Send(2), TAVO::IPC_TIMED_OUT);
-            caller.join();
-            idleness.Expect();
+            ExpectIdle(pid, [&] {
+                std::thread caller = TakeIdleLane(callee.object, callee.process);
+                EXPECT_EQ(Call(callee.object, TestCode::NOTE).Int(-1).Send(2), TAVO::IPC_TIMED_OUT);
+                caller.join();
+            });
         }
         ExpectWell(callee.object);
         Call notes(callee.object, TestCode::NOTES);

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include "platform/transport/raw_callee.h"
-#include "platform/transport/test_object.h"
 #include "transport/transport.h"
 
 namespace TransportTest {
@@ -31,7 +30,7 @@ protected:
 // The first fence is the directory's mode; it is taken down here to come to the second.
 TEST_F(OtherUser, ConnectionIsClosedWithoutAnAnswer)
 {
-    Child hub = StartHub();
+    Child hub = StartPeer("hub");
     Child intruder = Child::Fork([this](LinePipe& parent) {
         const RawPeer raw(dir_.Path());  // has the directory open from before the change of user
         if (::setgid(OTHER_USER) != 0 || ::setuid(OTHER_USER) != 0) {

@@ -25,8 +25,10 @@ protected:
     {
         root_ = ServeAsHub();
         peer_ = StartPeer("peer");
-        object_ = World::Get().Kept("peer");
+        object_ = Kept("peer");
     }
+
+    static sptr<IRemoteObject> Kept(const std::string& name) { return World::Get().Kept(name); }
 
     std::vector<int32_t> NotesThere()
     {
@@ -37,6 +39,10 @@ protected:
             notes.push_back(note);
         }
         return notes;
+    }
+    bool AwaitNotesThere(size_t count)
+    {
+        return TestSupport::WaitFor([this, count] { return NotesThere().size() >= count; });
     }
 
     // Runs `body(i)` in so many threads at once; returns when all are through.

@@ -33,11 +33,9 @@ protected:
 
 TEST_F(Signals, LoseNoCallAndRepeatNone)
 {
-    constexpr int32_t CALLS = 100000;
-    constexpr std::chrono::seconds LONGEST{5};
-    const Clock::time_point end = Clock::now() + LONGEST;
+    const Clock::time_point end = Clock::now() + std::chrono::seconds(5);
     int32_t calls = 0;
-    for (; calls < CALLS && Clock::now() < end; ++calls) {
+    for (; calls < 100000 && Clock::now() < end; ++calls) {
         ASSERT_EQ(Call(object_, TestCode::NOTE).Int(calls).Send(), TAVO::IPC_OK);
     }
     EXPECT_EQ(NotesThere(), Counting(0, calls));

@@ -7,38 +7,17 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <stdexcept>
-#include <thread>
 #include <utility>
 
 #include "transport/runtime_dir.h"
 #include "transport/transport.h"
 
 namespace TransportTest {
-namespace {
 
 using TestSupport::Child;
 using TestSupport::Clock;
 using TestSupport::PATIENCE;
-
-constexpr char PEER_PROGRAM[] = "transport_peer";
-
-class NoticeCounter : public IRemoteObject::DeathRecipient {
-public:
-    void OnRemoteDied(const TAVO::wptr<IRemoteObject>&) override { ++World::Get().notices; }
-};
-
-Child StartReady(const std::string& name)
-{
-    Child child = Child::Start({PEER_PROGRAM, name});
-    if (child.Pipe().Hear() != "ready") {
-        throw std::runtime_error("process " + name + " does not get ready");
-    }
-    return child;
-}
-
-}  // namespace
 
 World& World::Get()
 {
@@ -59,11 +38,6 @@ sptr<IRemoteObject> World::Kept(const std::string& name)
     TAVO::MutexLock lock(mutex_);
     const auto found = kept_.find(name);
     return found != kept_.end() ? found->second : nullptr;
-}
-
-void World::Forget(const std::string& name)
-{
-    Keep(name, nullptr);
 }
 
 void World::WaitAtGate()
@@ -108,17 +82,27 @@ std::vector<int32_t> World::Notes()
     return notes_;
 }
 
-void World::ClearNotes()
+namespace {
+
+int32_t NextNumber()
 {
-    TAVO::MutexLock lock(mutex_);
-    notes_.clear();
+    static std::atomic<int32_t> last{0};
+    return ++last;
 }
 
-TestObject::TestObject(bool serialInvoke)
-    : IPCObjectStub(u"test.Object", serialInvoke), number_([] {
-          static std::atomic<int32_t> last{0};
-          return ++last;
-      }())
+int SendNotes(int32_t count, const sptr<IRemoteObject>& target)
+{
+    int status = Call(target, TestCode::WAIT).SendOneWay();
+    for (int32_t note = 0; note < count && status == TAVO::IPC_OK; ++note) {
+        status = Call(target, TestCode::NOTE).Int(note).SendOneWay();
+    }
+    return status;
+}
+
+}  // namespace
+
+TestObject::TestObject(bool serialInvoke, std::function<void()> farewell)
+    : IPCObjectStub(u"test.Object", serialInvoke), number_(NextNumber()), farewell_(std::move(farewell))
 {
     ++World::Get().liveObjects;
 }
@@ -133,7 +117,7 @@ TestObject::~TestObject()
 
 int TestObject::OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option)
 {
-    if (code == 0 || code > static_cast<uint32_t>(TestCode::DIE)) {
+    if (code == 0 || code > static_cast<uint32_t>(TestCode::MOST_AT_ONCE)) {
         return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
     }
     const int32_t now = ++atOnce_;
@@ -146,119 +130,66 @@ int TestObject::OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParce
 
 int TestObject::Handle(TestCode code, MessageParcel& data, MessageParcel& reply)
 {
+    World& world = World::Get();
     switch (code) {
         case TestCode::ECHO:
-            reply.SetData(data.GetData(), data.GetDataSize());
-            return TAVO::IPC_OK;
+            return reply.SetData(data.GetData(), data.GetDataSize()) ? TAVO::IPC_OK : 1;
         case TestCode::SIZED_REPLY:
             return reply.WriteString(std::string(static_cast<size_t>(data.ReadInt32()), 'r')) ? TAVO::IPC_OK : 1;
+        case TestCode::FETCH:
+            return reply.WriteRemoteObject(world.Kept(data.ReadString())) ? TAVO::IPC_OK : 1;
+        case TestCode::MAKE:
+            return reply.WriteRemoteObject(TAVO::MakeRef<TestObject>(data.ReadBool())) ? TAVO::IPC_OK : 1;
         case TestCode::NEST:
             return HandleNest(data, reply);
-        case TestCode::SEND_NOTES:
-            return HandleSendNotes(data);
-        case TestCode::WAIT:
-            World::Get().WaitAtGate();
-            return TAVO::IPC_OK;
-        case TestCode::OPEN:
-            World::Get().OpenGate();
-            return TAVO::IPC_OK;
-        case TestCode::DIE:
-            ::raise(SIGKILL);
-            return TAVO::IPC_OK;
-        case TestCode::KEEP:
-        case TestCode::FETCH:
-        case TestCode::FORGET:
-        case TestCode::ECHO_KEPT:
-        case TestCode::START_WAIT:
-        case TestCode::WATCH:
-            return HandleStore(code, data, reply);
+        case TestCode::SEND_NOTES: {
+            const int32_t count = data.ReadInt32();
+            return SendNotes(count, data.ReadRemoteObject());
+        }
         default:
             return HandleState(code, data, reply);
-    }
-}
-
-int TestObject::HandleStore(TestCode code, MessageParcel& data, MessageParcel& reply)
-{
-    World& world = World::Get();
-    std::string name;
-    if (!data.ReadString(name)) {
-        return 1;
-    }
-    switch (code) {
-        case TestCode::KEEP:
-            world.Keep(name, data.ReadRemoteObject());
-            return TAVO::IPC_OK;
-        case TestCode::FETCH:
-            return reply.WriteRemoteObject(world.Kept(name)) ? TAVO::IPC_OK : 1;
-        case TestCode::FORGET:
-            world.Forget(name);
-            return TAVO::IPC_OK;
-        case TestCode::ECHO_KEPT:
-            reply.WriteInt32(Echo(world.Kept(name)));
-            return TAVO::IPC_OK;
-        case TestCode::START_WAIT:
-            std::thread([object = world.Kept(name)] {
-                Call(object, TestCode::WAIT).Send(60);
-                ++World::Get().waitsOver;
-            }).detach();
-            return TAVO::IPC_OK;
-        default:
-            reply.WriteBool(world.Kept(name)->AddDeathRecipient(TAVO::MakeRef<NoticeCounter>()));
-            return TAVO::IPC_OK;
     }
 }
 
 int TestObject::HandleState(TestCode code, MessageParcel& data, MessageParcel& reply)
 {
     World& world = World::Get();
+    std::string name;
+    if ((code == TestCode::KEEP || code == TestCode::FORGET || code == TestCode::CALL_KEPT) && !data.ReadString(name)) {
+        return 1;
+    }
     switch (code) {
-        case TestCode::MAKE:
-            return reply.WriteRemoteObject(TAVO::MakeRef<TestObject>(data.ReadBool())) ? TAVO::IPC_OK : 1;
+        case TestCode::KEEP:
+        case TestCode::FORGET:
+            world.Keep(name, data.ReadRemoteObject());
+            break;
+        case TestCode::CALL_KEPT:
+            reply.WriteInt32(Call(world.Kept(name), static_cast<TestCode>(data.ReadInt32())).Send(60));
+            break;
         case TestCode::NUMBER:
             reply.WriteInt32(number_);
-            return TAVO::IPC_OK;
+            break;
         case TestCode::LIVE:
             reply.WriteInt32(world.liveObjects);
-            return TAVO::IPC_OK;
-        case TestCode::NOTICES:
-            reply.WriteInt32(world.notices);
-            return TAVO::IPC_OK;
-        case TestCode::WAITS_OVER:
-            reply.WriteInt32(world.waitsOver);
-            return TAVO::IPC_OK;
+            break;
+        case TestCode::MOST_AT_ONCE:
+            reply.WriteInt32(mostAtOnce_);
+            break;
+        case TestCode::WAIT:
+            world.WaitAtGate();
+            break;
+        case TestCode::OPEN:
+            world.OpenGate();
+            break;
         case TestCode::NOTE:
             world.AddNote(data.ReadInt32());
-            return TAVO::IPC_OK;
-        case TestCode::NOTES:
+            break;
+        default:  // NOTES
             for (const int32_t note : world.Notes()) {
                 reply.WriteInt32(note);
             }
-            return TAVO::IPC_OK;
-        case TestCode::MOST_AT_ONCE:
-            reply.WriteInt32(mostAtOnce_);
-            return TAVO::IPC_OK;
-        case TestCode::CALLER_PID:
-            reply.WriteInt32(TAVO::GetCallingPeer().pid);
-            return TAVO::IPC_OK;
-        default: {  // ADOPT, ABANDON
-            sptr<IRemoteObject> object = code == TestCode::ADOPT ? data.ReadRemoteObject() : nullptr;
-            TAVO::MutexLock lock(mutex_);
-            std::swap(adopted_, object);
-            lock.Unlock();  // what was held before goes without the lock
-            return TAVO::IPC_OK;
-        }
     }
-}
-
-int TestObject::HandleSendNotes(MessageParcel& data)
-{
-    const int32_t count = data.ReadInt32();
-    const sptr<IRemoteObject> target = data.ReadRemoteObject();
-    int status = Call(target, TestCode::WAIT).SendOneWay();
-    for (int32_t note = 0; note < count && status == TAVO::IPC_OK; ++note) {
-        status = Call(target, TestCode::NOTE).Int(note).SendOneWay();
-    }
-    return status;
+    return TAVO::IPC_OK;
 }
 
 int TestObject::HandleNest(MessageParcel& data, MessageParcel& reply)
@@ -270,10 +201,29 @@ int TestObject::HandleNest(MessageParcel& data, MessageParcel& reply)
         return TAVO::IPC_OK;
     }
     Call below(partner, TestCode::NEST);
-    below.Int(depth - 1).Object(this);
-    const int status = below.Send();
+    const int status = below.Int(depth - 1).Object(this).Send();
     reply.WriteInt32(below.reply.ReadInt32() + 1);
     return status;
+}
+
+sptr<CountingRecipient> CountingRecipient::Of(const sptr<IRemoteObject>& object)
+{
+    sptr<CountingRecipient> recipient = TAVO::MakeRef<CountingRecipient>();
+    object->AddDeathRecipient(recipient);
+    return recipient;
+}
+
+void CountingRecipient::OnRemoteDied(const TAVO::wptr<IRemoteObject>&)
+{
+    if (then_) {
+        then_();
+    }
+    ++told;
+}
+
+bool CountingRecipient::AwaitTold() const
+{
+    return TestSupport::WaitFor([this] { return told == 1; });
 }
 
 Call& Call::Int(int32_t value)
@@ -297,13 +247,13 @@ Call& Call::Object(const sptr<IRemoteObject>& object)
 int Call::Send(int waitSeconds)
 {
     MessageOption option(MessageOption::FLAG_SYNC, waitSeconds);
-    return target_->SendRequest(code_, data, reply, option);
+    return target_ != nullptr ? target_->SendRequest(code_, data, reply, option) : 1;
 }
 
 int Call::SendOneWay()
 {
     MessageOption option(MessageOption::FLAG_ONE_WAY);
-    return target_->SendRequest(code_, data, reply, option);
+    return target_ != nullptr ? target_->SendRequest(code_, data, reply, option) : 1;
 }
 
 int32_t Call::SendForInt()
@@ -319,23 +269,33 @@ sptr<IRemoteObject> Call::SendForObject()
 
 int Echo(const sptr<IRemoteObject>& target, int32_t value)
 {
-    if (target == nullptr) {
-        return 1;
-    }
     Call echo(target, TestCode::ECHO);
-    echo.Int(value).Int(~value);
-    const int status = echo.Send();
-    if (status != TAVO::IPC_OK) {
-        return status;
-    }
+    const int status = echo.Int(value).Int(~value).Send();
     const bool isSame =
         echo.reply.GetDataSize() == 8 && echo.reply.ReadInt32() == value && echo.reply.ReadInt32() == ~value;
-    return isSame ? TAVO::IPC_OK : 1;
+    return status != TAVO::IPC_OK || isSame ? status : 1;
 }
 
 sptr<IRemoteObject> MakeIn(const sptr<IRemoteObject>& world, bool serialInvoke)
 {
     return Call(world, TestCode::MAKE).Int(serialInvoke ? 1 : 0).SendForObject();
+}
+
+int KeepIn(const sptr<IRemoteObject>& world, const std::string& name, const sptr<IRemoteObject>& object)
+{
+    return Call(world, TestCode::KEEP).Text(name).Object(object).Send();
+}
+
+sptr<IRemoteObject> FetchFrom(const sptr<IRemoteObject>& world, const std::string& name)
+{
+    return Call(world, TestCode::FETCH).Text(name).SendForObject();
+}
+
+int CallKept(const sptr<IRemoteObject>& world, const std::string& name, TestCode code)
+{
+    Call call(world, TestCode::CALL_KEPT);
+    const int status = call.Text(name).Int(static_cast<int32_t>(code)).Send(60);
+    return status == TAVO::IPC_OK ? call.reply.ReadInt32() : status;
 }
 
 bool IsConnectionError(int status)
@@ -370,14 +330,13 @@ sptr<IRemoteObject> ConnectToHub()
     return TAVO::Transport::ConnectManager(Clock::now() + PATIENCE);
 }
 
-Child StartHub()
-{
-    return StartReady("hub");
-}
-
 Child StartPeer(const std::string& name)
 {
-    return StartReady(name);
+    Child child = Child::Start({"transport_peer", name});
+    if (child.Pipe().Hear() != "ready") {
+        throw std::runtime_error("process " + name + " does not get ready");
+    }
+    return child;
 }
 
 }  // namespace TransportTest

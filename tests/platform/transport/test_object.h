@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The object that test processes serve: it keeps, hands on, calls, waits and dies as it is told. Every process has a
-// store of kept objects, one gate that handlers wait at, and a list of notes.
+// The object that test processes serve: it keeps, hands on, calls and waits as it is told. Every process has a store of
+// kept objects, one gate that handlers wait at, and a list of notes.
 #ifndef VELTRA_TESTS_TRANSPORT_TEST_OBJECT_H
 #define VELTRA_TESTS_TRANSPORT_TEST_OBJECT_H
 
@@ -27,14 +27,10 @@ enum class TestCode : uint32_t {
     KEEP,          // String name, reference: kept under that name
     FETCH,         // String name -> reference
     FORGET,        // String name
+    CALL_KEPT,     // String name, Int32 code -> Int32: status of that call to the object kept under the name
     MAKE,          // Bool serialInvoke -> reference to a new object that nobody keeps
     NUMBER,        // -> Int32: of the object, no two in a process are alike
     LIVE,          // -> Int32: objects that live in the process
-    ADOPT,         // reference: the object holds it, in place of what it held
-    ABANDON,       // drops what it holds
-    ECHO_KEPT,     // String name -> Int32: status of an echo call to the object kept under that name
-    WATCH,         // String name -> Bool: a death recipient was added to the object kept under that name
-    NOTICES,       // -> Int32: deaths told to those recipients
     WAIT,          // waits at the gate
     OPEN,          // lets all pass that wait at the gate
     NOTE,          // Int32: adds it to the notes
@@ -42,10 +38,6 @@ enum class TestCode : uint32_t {
     SEND_NOTES,    // Int32 count, reference: sends that one one-way WAIT, then the notes 0 to count - 1
     NEST,          // Int32 depth, reference: calls that with depth - 1 and itself -> Int32: levels below
     MOST_AT_ONCE,  // -> Int32: most requests that the object handled at one time
-    CALLER_PID,    // -> Int32
-    START_WAIT,    // String name: a thread of the process calls WAIT of the object kept under that name
-    WAITS_OVER,    // -> Int32: of those calls, how many have come back
-    DIE,           // kills the process in the handler
 };
 
 // The process-wide part. Any thread.
@@ -55,7 +47,6 @@ public:
 
     void Keep(const std::string& name, const sptr<IRemoteObject>& object);
     sptr<IRemoteObject> Kept(const std::string& name);
-    void Forget(const std::string& name);
 
     void WaitAtGate();
     void OpenGate();
@@ -65,11 +56,8 @@ public:
 
     void AddNote(int32_t note);
     std::vector<int32_t> Notes();
-    void ClearNotes();
 
     std::atomic<int32_t> liveObjects{0};
-    std::atomic<int32_t> notices{0};
-    std::atomic<int32_t> waitsOver{0};
 
 private:
     TAVO::Mutex mutex_;
@@ -82,47 +70,39 @@ private:
 
 class TestObject : public TAVO::IPCObjectStub {
 public:
-    explicit TestObject(bool serialInvoke = false);
+    // `farewell` runs in the destructor, on whichever thread that is.
+    explicit TestObject(bool serialInvoke = false, std::function<void()> farewell = nullptr);
     ~TestObject() override;
 
     int OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option) override;
-    int32_t Number() const { return number_; }
-    // Runs in the destructor, on whichever thread that is.
-    void SetFarewell(std::function<void()> farewell) { farewell_ = std::move(farewell); }
 
 private:
     int Handle(TestCode code, MessageParcel& data, MessageParcel& reply);
-    int HandleStore(TestCode code, MessageParcel& data, MessageParcel& reply);
     int HandleState(TestCode code, MessageParcel& data, MessageParcel& reply);
-    int HandleSendNotes(MessageParcel& data);
     int HandleNest(MessageParcel& data, MessageParcel& reply);
 
     const int32_t number_;
+    const std::function<void()> farewell_;
     std::atomic<int32_t> atOnce_{0};
     std::atomic<int32_t> mostAtOnce_{0};
-    std::function<void()> farewell_;
-    TAVO::Mutex mutex_;
-    sptr<IRemoteObject> adopted_ TAVO_GUARDED_BY(mutex_);
 };
 
 // Counts what it is told, and does what else the test wants there.
 class CountingRecipient : public IRemoteObject::DeathRecipient {
 public:
     explicit CountingRecipient(std::function<void()> then = nullptr) : then_(std::move(then)) {}
-    void OnRemoteDied(const TAVO::wptr<IRemoteObject>&) override
-    {
-        if (then_) {
-            then_();
-        }
-        ++told;
-    }
+    // One that was added to `object`; it is never told if it could not be.
+    static sptr<CountingRecipient> Of(const sptr<IRemoteObject>& object);
+    void OnRemoteDied(const TAVO::wptr<IRemoteObject>&) override;
+    bool AwaitTold() const;
+
     std::atomic<int> told{0};
 
 private:
     const std::function<void()> then_;
 };
 
-// One request: arguments are added, then it is sent and `reply` is read.
+// One request: arguments are added, then it is sent and `reply` is read. A null target gives status 1.
 class Call {
 public:
     Call(const sptr<IRemoteObject>& target, TestCode code) : target_(target), code_(static_cast<uint32_t>(code)) {}
@@ -149,6 +129,10 @@ private:
 int Echo(const sptr<IRemoteObject>& target, int32_t value = 7);
 // A new object in the process of `world`, which nobody keeps but the caller.
 sptr<IRemoteObject> MakeIn(const sptr<IRemoteObject>& world, bool serialInvoke = false);
+// The process of `world` keeps an object (the status), hands one out, calls one (the status of that call).
+int KeepIn(const sptr<IRemoteObject>& world, const std::string& name, const sptr<IRemoteObject>& object);
+sptr<IRemoteObject> FetchFrom(const sptr<IRemoteObject>& world, const std::string& name);
+int CallKept(const sptr<IRemoteObject>& world, const std::string& name, TestCode code = TestCode::ECHO);
 // Whether the status says that the call did not go through for a peer that is gone or misbehaves.
 bool IsConnectionError(int status);
 
@@ -156,9 +140,7 @@ bool IsConnectionError(int status);
 sptr<TestObject> ServeAsHub();
 // The manager's root object, connecting to it.
 sptr<IRemoteObject> ConnectToHub();
-// Starts the hub in a process of its own, and waits until it serves.
-TestSupport::Child StartHub();
-// Starts a process whose object is kept by the hub under `name`, and waits until it is.
+// Starts a process whose object is kept by the hub under `name`, or the hub as "hub", and waits until it serves.
 TestSupport::Child StartPeer(const std::string& name);
 
 }  // namespace TransportTest
