@@ -56,27 +56,21 @@ TEST_F(AbilityCacheTest, OnlyAnAnswerThatIsNoOlderThanTheLastNewsIsKept)
     }
 }
 
-TEST_F(AbilityCacheTest, ADeadServiceAndAnotherIdAreNotFound)
+TEST_F(AbilityCacheTest, ADeadServiceAndOneOfAnUnaskedOrAnotherIdAreNotFound)
 {
+    cache->Forget(7, 5);  // takes no memory
     cache->BeginQuestion(7);
     cache->BeginQuestion(8);
     cache->KeepAnswer(7, 1, first);
+    EXPECT_EQ(cache->FindLiving(7), first);
     EXPECT_EQ(cache->FindLiving(8), nullptr);
     first->isAlive = false;
     EXPECT_EQ(cache->FindLiving(7), nullptr);
-}
-
-TEST_F(AbilityCacheTest, NewsAboutIdsThatNobodyAskedForTakeNoMemory)
-{
-    cache->Forget(9, 5);
-    cache->BeginQuestion(9);
-    cache->KeepAnswer(9, 1, first);
-    EXPECT_EQ(cache->FindLiving(9), first);
     for (int32_t id = 100; id < 100 + static_cast<int32_t>(AbilityCache::MAX_IDS); ++id) {
         cache->BeginQuestion(id);
     }
-    cache->KeepAnswer(99 + AbilityCache::MAX_IDS, 1, first);
-    EXPECT_EQ(cache->FindLiving(99 + AbilityCache::MAX_IDS), nullptr);
+    cache->KeepAnswer(99 + AbilityCache::MAX_IDS, 1, second);
+    EXPECT_EQ(cache->FindLiving(99 + AbilityCache::MAX_IDS), nullptr) << "ids are bounded";
 }
 
 TEST_F(AbilityCacheTest, TheObserverForgetsAndRefusesWhatDoesNotDecode)
@@ -84,25 +78,19 @@ TEST_F(AbilityCacheTest, TheObserverForgetsAndRefusesWhatDoesNotDecode)
     const sptr<AbilityObserver> observer(new AbilityObserver(cache));
     cache->BeginQuestion(7);
     cache->KeepAnswer(7, 1, first);
-    MessageParcel reply;
-    MessageOption option;
-    MessageParcel wrongToken;
-    wrongToken.WriteInterfaceToken(u"tavo.IAbilityobserver");
-    wrongToken.WriteInt32(7);
-    wrongToken.WriteInt64(2);
-    EXPECT_EQ(observer->OnRemoteRequest(AbilityObserver::ABILITY_CHANGED, wrongToken, reply, option), IPC_BAD_MESSAGE);
-    MessageParcel cut;
-    cut.WriteInterfaceToken(AbilityObserver::Token());
-    cut.WriteInt32(7);
-    cut.WriteInt32(2);
-    EXPECT_EQ(observer->OnRemoteRequest(AbilityObserver::ABILITY_CHANGED, cut, reply, option), IPC_BAD_MESSAGE);
+    const auto send = [&observer](const std::u16string& token, bool isWhole) {
+        MessageParcel data;
+        MessageParcel reply;
+        MessageOption option;
+        data.WriteInterfaceToken(token);
+        data.WriteInt32(7);
+        isWhole ? data.WriteInt64(2) : data.WriteInt32(2);
+        return observer->OnRemoteRequest(AbilityObserver::ABILITY_CHANGED, data, reply, option);
+    };
+    EXPECT_EQ(send(u"tavo.IAbilityobserver", true), IPC_BAD_MESSAGE);
+    EXPECT_EQ(send(AbilityObserver::Token(), false), IPC_BAD_MESSAGE);
     EXPECT_EQ(cache->FindLiving(7), first);
-
-    MessageParcel data;
-    data.WriteInterfaceToken(AbilityObserver::Token());
-    data.WriteInt32(7);
-    data.WriteInt64(2);
-    EXPECT_EQ(observer->OnRemoteRequest(AbilityObserver::ABILITY_CHANGED, data, reply, option), IPC_OK);
+    EXPECT_EQ(send(AbilityObserver::Token(), true), IPC_OK);
     EXPECT_EQ(cache->FindLiving(7), nullptr);
 }
 

@@ -4,12 +4,13 @@
 
 #include <unistd.h>
 
-#include <condition_variable>
+#include <future>
+#include <mutex>
 #include <sstream>
+#include <utility>
 
 #include "support/process.h"
 #include "tavo/message_parcel.h"
-#include "tavo/mutex.h"
 #include "tavo/system_ability_manager_client.h"
 
 namespace ManagerTest {
@@ -17,35 +18,27 @@ namespace {
 
 using namespace TAVO;
 
-// Keeps the first answer to a load.
+// The one answer to a load; a second one is an exception in the delivery.
 class LoadAnswer : public SystemAbilityLoadCallbackStub {
 public:
-    void OnLoadSystemAbilitySuccess(int32_t, const sptr<IRemoteObject>& object) override { Keep("loaded", object); }
-    void OnLoadSystemAbilityFail(int32_t) override { Keep("failed", nullptr); }
+    using Answer = std::pair<std::string, sptr<IRemoteObject>>;
+
+    void OnLoadSystemAbilitySuccess(int32_t, const sptr<IRemoteObject>& object) override
+    {
+        answer_.set_value({"loaded", object});
+    }
+    void OnLoadSystemAbilityFail(int32_t) override { answer_.set_value({"failed", nullptr}); }
 
     // What came, "silence" when nothing did in time.
-    std::string Wait(sptr<IRemoteObject>& object)
+    Answer Wait()
     {
-        MutexLock lock(mutex_);
-        lock.WaitUntil(came_, TestSupport::Clock::now() + TestSupport::PATIENCE,
-                       [this]() TAVO_REQUIRES(mutex_) { return answer_ != "silence"; });
-        object = object_;
-        return answer_;
+        std::future<Answer> answer = answer_.get_future();
+        const bool isThere = answer.wait_for(TestSupport::PATIENCE) == std::future_status::ready;
+        return isThere ? answer.get() : Answer("silence", nullptr);
     }
 
 private:
-    void Keep(const std::string& answer, const sptr<IRemoteObject>& object)
-    {
-        MutexLock lock(mutex_);
-        answer_ = answer;
-        object_ = object;
-        came_.notify_all();
-    }
-
-    Mutex mutex_;
-    std::condition_variable came_;
-    std::string answer_ TAVO_GUARDED_BY(mutex_) = "silence";
-    sptr<IRemoteObject> object_ TAVO_GUARDED_BY(mutex_);
+    std::promise<Answer> answer_;
 };
 
 std::string AskForPid(const sptr<IRemoteObject>& object)
@@ -57,9 +50,15 @@ std::string AskForPid(const sptr<IRemoteObject>& object)
     return isAnswered ? std::to_string(reply.ReadInt32()) : "silent";
 }
 
-std::string StatusText(int32_t status)
+// Held while this process registers: who meets the service of a manager that dies just then would soon see it end.
+std::mutex g_registering;
+
+// What `ask` makes of the manager.
+template <typename Ask>
+std::string WithManager(Ask ask)
 {
-    return "status " + std::to_string(status);
+    const sptr<ISystemAbilityManager> manager = Manager();
+    return manager == nullptr ? "no manager" : ask(*manager);
 }
 
 }  // namespace
@@ -69,6 +68,7 @@ int PidService::OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParce
     if (code != GET_PID) {
         return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
     }
+    const std::lock_guard<std::mutex> isRegistered(g_registering);
     reply.WriteInt32(::getpid());
     return IPC_OK;
 }
@@ -78,42 +78,41 @@ sptr<ISystemAbilityManager> Manager()
     return SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
 }
 
+std::string Status(int32_t status)
+{
+    return "status " + std::to_string(status);
+}
+
 std::string Check(int32_t systemAbilityId)
 {
-    const sptr<ISystemAbilityManager> manager = Manager();
-    if (manager == nullptr) {
-        return "no manager";
-    }
-    const sptr<IRemoteObject> object = manager->CheckAbility(systemAbilityId);
-    return object == nullptr ? "null" : "object " + AskForPid(object);
+    return WithManager([systemAbilityId](ISystemAbilityManager& manager) {
+        const sptr<IRemoteObject> object = manager.CheckAbility(systemAbilityId);
+        return object == nullptr ? "null" : "object " + AskForPid(object);
+    });
 }
 
 std::string Load(int32_t systemAbilityId)
 {
-    const sptr<ISystemAbilityManager> manager = Manager();
-    if (manager == nullptr) {
-        return "no manager";
-    }
-    const sptr<LoadAnswer> answer(new LoadAnswer);
-    const int32_t status = manager->LoadAbility(systemAbilityId, answer);
-    if (status != ABILITY_OK) {
-        return StatusText(status);
-    }
-    sptr<IRemoteObject> object;
-    const std::string text = answer->Wait(object);
-    return object == nullptr ? text : text + " " + AskForPid(object);
+    return WithManager([systemAbilityId](ISystemAbilityManager& manager) {
+        const sptr<LoadAnswer> answer(new LoadAnswer);
+        if (const int32_t status = manager.LoadAbility(systemAbilityId, answer); status != ABILITY_OK) {
+            return Status(status);
+        }
+        const auto [text, object] = answer->Wait();
+        return object == nullptr ? text : text + " " + AskForPid(object);
+    });
 }
 
 std::string Add(int32_t systemAbilityId)
 {
-    const sptr<ISystemAbilityManager> manager = Manager();
-    return manager == nullptr ? "no manager" : StatusText(manager->AddAbility(systemAbilityId, new PidService));
+    const std::lock_guard<std::mutex> registering(g_registering);
+    return WithManager(
+        [=](ISystemAbilityManager& manager) { return Status(manager.AddAbility(systemAbilityId, new PidService)); });
 }
 
 std::string Remove(int32_t systemAbilityId)
 {
-    const sptr<ISystemAbilityManager> manager = Manager();
-    return manager == nullptr ? "no manager" : StatusText(manager->RemoveAbility(systemAbilityId));
+    return WithManager([=](ISystemAbilityManager& manager) { return Status(manager.RemoveAbility(systemAbilityId)); });
 }
 
 int PidIn(const std::string& text)

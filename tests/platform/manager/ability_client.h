@@ -11,7 +11,7 @@
 
 namespace ManagerTest {
 
-// The object of the test services: tells the pid of its process.
+// The object of the test services: tells the pid of its process, once its registration has come to an end.
 class PidService : public TAVO::IPCObjectStub {
 public:
     static constexpr uint32_t GET_PID = 1;
@@ -23,6 +23,8 @@ public:
 
 TAVO::sptr<TAVO::ISystemAbilityManager> Manager();
 
+// "status N".
+std::string Status(int32_t status);
 // "object PID", "object silent" when it does not answer, "null", or "no manager".
 std::string Check(int32_t systemAbilityId);
 // "loaded PID", "failed", "status N" when the load was not accepted, "silence", or "no manager".

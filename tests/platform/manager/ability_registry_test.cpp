@@ -2,38 +2,17 @@
 // What the registry keeps of services, and what it lets go of.
 #include "manager/daemon/ability_registry.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include "manager/client/process_lock.h"
+#include "platform/manager/place_fixture.h"
 #include "support/fake_remote_object.h"
-#include "support/process.h"
 
 namespace {
 
 using namespace TAVO;
 using namespace TAVO::Manager;
 using TAVO::Veltra::FakeRemoteObject;
-using TestSupport::Child;
 
-constexpr int32_t ID = 7;
-
-class AbilityRegistryTest : public ::testing::Test {
+class AbilityRegistryTest : public PlaceFixture {
 protected:
-    // A process that holds the place of the ability.
-    Child StartOwner()
-    {
-        Child owner = Child::Fork([this](TestSupport::LinePipe& parent) {
-            ProcessLock lock;
-            parent.Hear();
-            parent.Say(lock.Take(dir.Fd(), AbilityLockName(ID)) ? "taken" : "failed");
-            parent.Hear();
-            return 0;
-        });
-        EXPECT_EQ(owner.Ask("take"), "taken");
-        return owner;
-    }
-
     static AbilityFiles Files()
     {
         AbilityFiles files;
@@ -42,16 +21,13 @@ protected:
         return files;
     }
 
-    TestSupport::PrivateRuntimeDir folder;
-    std::string error;
-    Transport::RuntimeDir dir = Transport::RuntimeDir::Open(folder.Path(), false, error);
+    TestSupport::Child owner = StartHolder();
+    const CallingPeer peer{owner.Pid(), ::geteuid(), 1};
     AbilityRegistry registry{dir, Files()};
 };
 
 TEST_F(AbilityRegistryTest, OneRegistrationLeavesOneDeathRecipientHoweverOftenItIsRepeated)
 {
-    Child owner = StartOwner();
-    const CallingPeer peer{owner.Pid(), ::geteuid(), 1};
     const sptr<FakeRemoteObject> first = MakeRef<FakeRemoteObject>();
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(registry.Add(ID, first, peer), ABILITY_OK);
@@ -66,8 +42,6 @@ TEST_F(AbilityRegistryTest, OneRegistrationLeavesOneDeathRecipientHoweverOftenIt
 
 TEST_F(AbilityRegistryTest, ADeadObjectIsNotRegisteredAndADyingOneIsTakenOut)
 {
-    Child owner = StartOwner();
-    const CallingPeer peer{owner.Pid(), ::geteuid(), 1};
     const sptr<FakeRemoteObject> object = MakeRef<FakeRemoteObject>();
     const sptr<FakeRemoteObject> observer = MakeRef<FakeRemoteObject>();
     EXPECT_EQ(registry.Add(ID, object, peer), ABILITY_OK);

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -69,6 +70,19 @@ Child ManagerFixture::LaunchManager(const std::vector<std::string>& arguments)
     return Child::Start(command);
 }
 
+Child ManagerFixture::StartExternal()
+{
+    Child service = StartClient();
+    EXPECT_EQ(service.Ask("add 4711"), Status(TAVO::ABILITY_OK));
+    return service;
+}
+
+void ManagerFixture::Crash(Child& manager)
+{
+    manager.Kill();
+    EXPECT_EQ(manager.WaitForExit(), "signal 9");
+}
+
 std::vector<pid_t> ManagerFixture::Started() const
 {
     std::vector<pid_t> pids;
@@ -88,23 +102,18 @@ void ManagerFixture::TellServices()
 namespace {
 
 // 'R', 'S', 'T', 'Z' and so on; 0 when there is no such process or thread.
-char StateIn(const std::string& statPath)
+char StateIn(const std::filesystem::path& process)
 {
-    std::ifstream file(statPath);
+    std::ifstream file(process / "stat");
     std::string text;
     std::getline(file, text);
     const size_t nameEnd = text.rfind(") ");
     return nameEnd == std::string::npos ? '\0' : text[nameEnd + 2];
 }
 
-bool IsStopped(pid_t pid)
+std::filesystem::path ProcessPath(pid_t pid)
 {
-    for (const auto& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
-        if (StateIn(thread.path() / "stat") != 'T') {
-            return false;
-        }
-    }
-    return true;
+    return "/proc/" + std::to_string(pid);
 }
 
 }  // namespace
@@ -112,7 +121,7 @@ bool IsStopped(pid_t pid)
 bool IsAlive(pid_t pid)
 {
     // A zombie has ended, whoever is late to reap it.
-    const char state = StateIn("/proc/" + std::to_string(pid) + "/stat");
+    const char state = StateIn(ProcessPath(pid));
     return state != '\0' && state != 'Z';
 }
 
@@ -124,7 +133,10 @@ bool WaitUntilDead(pid_t pid)
 bool StopAndWait(pid_t pid)
 {
     ::kill(pid, SIGSTOP);
-    return TestSupport::WaitFor([pid] { return IsStopped(pid); });
+    return TestSupport::WaitFor([pid] {
+        const std::filesystem::directory_iterator threads(ProcessPath(pid) / "task");
+        return std::all_of(begin(threads), end(threads), [](const auto& it) { return StateIn(it.path()) == 'T'; });
+    });
 }
 
 }  // namespace ManagerTest

@@ -32,6 +32,9 @@ protected:
     // The same without waiting, its stderr in its pipe.
     TestSupport::Child LaunchManager(const std::vector<std::string>& arguments = {});
     TestSupport::Child StartClient() { return TestSupport::Child::Start({"manager_test_client"}); }
+    // A client that registers itself as ID, which its file has to allow.
+    TestSupport::Child StartExternal();
+    static void Crash(TestSupport::Child& manager);
 
     // The processes that test services noted, in the order of their starts.
     std::vector<pid_t> Started() const;

@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // What takes as long as the manager waits for a service.
-#include <gtest/gtest.h>
-
 #include "platform/manager/ability_client.h"
 #include "platform/manager/manager_fixture.h"
 
 namespace ManagerTest {
 namespace {
 
-class ManagerSlow : public ManagerFixture {};
+using ManagerSlow = ManagerFixture;
 
 TEST_F(ManagerSlow, AServiceThatNeverRegistersFailsItsAskersAndIsEnded)
 {

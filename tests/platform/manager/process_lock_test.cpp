@@ -3,85 +3,44 @@
 #include "manager/client/process_lock.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <fstream>
 
 #include "manager/daemon/start_record.h"
-#include "support/process.h"
+#include "platform/manager/place_fixture.h"
 
 namespace {
 
-using namespace TAVO;
 using namespace TAVO::Manager;
-using TestSupport::Child;
-using TestSupport::LinePipe;
-
-class ProcessLockTest : public ::testing::Test {
-protected:
-    // A process that takes the lock when told to and holds it until its pipe ends.
-    Child StartHolder()
-    {
-        return Child::Fork([this](LinePipe& parent) {
-            ProcessLock lock;
-            parent.Hear();
-            parent.Say(lock.Take(dir.Fd(), "7.lock") ? "taken" : "failed");
-            parent.Hear();
-            return 0;
-        });
-    }
-
-    TestSupport::PrivateRuntimeDir folder;
-    std::string error;
-    Transport::RuntimeDir dir = Transport::RuntimeDir::Open(folder.Path(), false, error);
-};
+using ProcessLockTest = PlaceFixture;
 
 TEST_F(ProcessLockTest, OneProcessHoldsItUntilItEndsAndAskingTakesNothing)
 {
-    EXPECT_EQ(ProcessLock::Holder(dir.Fd(), "7.lock"), ProcessLock::NOBODY);
-    Child holder = StartHolder();
-    EXPECT_EQ(holder.Ask("take"), "taken");
-    EXPECT_EQ(ProcessLock::Holder(dir.Fd(), "7.lock"), holder.Pid());
-    EXPECT_FALSE(ProcessLock::IsFree(dir.Fd(), "7.lock"));
-    EXPECT_EQ(ProcessLock::Holder(dir.Fd(), "8.lock"), ProcessLock::NOBODY);
-    EXPECT_FALSE(ProcessLock::IsFree(dir.Fd(), "8.lock")) << "what cannot be looked at is not known to be free";
-
-    ProcessLock lock;
-    EXPECT_FALSE(lock.Take(dir.Fd(), "7.lock"));
-    EXPECT_EQ(errno, EAGAIN);
-    EXPECT_FALSE(lock.IsHeld());
-
-    holder.Kill();
-    EXPECT_EQ(holder.WaitForExit(), "signal 9");
-    EXPECT_EQ(ProcessLock::Holder(dir.Fd(), "7.lock"), ProcessLock::NOBODY);
-    EXPECT_TRUE(ProcessLock::IsFree(dir.Fd(), "7.lock"));
-    EXPECT_TRUE(lock.Take(dir.Fd(), "7.lock"));
-}
-
-TEST_F(ProcessLockTest, AForkedChildDoesNotKeepTheLockOfItsDeadParent)
-{
-    Child holder = Child::Fork([this](LinePipe& parent) {
+    EXPECT_EQ(Holder(), ProcessLock::NOBODY);
+    EXPECT_FALSE(ProcessLock::IsFree(dir.Fd(), name)) << "what cannot be looked at is not known to be free";
+    for (const bool hasChild : {false, true}) {  // which does not keep the lock of its dead parent
+        SCOPED_TRACE(hasChild);
+        TestSupport::Child holder = StartHolder(hasChild);
+        EXPECT_EQ(Holder(), holder.Pid());
+        EXPECT_FALSE(ProcessLock::IsFree(dir.Fd(), name));
         ProcessLock lock;
-        parent.Hear();
-        parent.Say(lock.Take(dir.Fd(), "7.lock") && ::fork() >= 0 ? "taken" : "failed");
-        parent.Hear();  // Both of them, until the test lets go of the pipe.
-        return 0;
-    });
-    EXPECT_EQ(holder.Ask("take"), "taken");
-    EXPECT_EQ(ProcessLock::Holder(dir.Fd(), "7.lock"), holder.Pid());
-    holder.Kill();
-    EXPECT_EQ(holder.WaitForExit(), "signal 9");
-    EXPECT_EQ(ProcessLock::Holder(dir.Fd(), "7.lock"), ProcessLock::NOBODY);
+        EXPECT_FALSE(lock.Take(dir.Fd(), name));
+        EXPECT_EQ(errno, EAGAIN);
+        EXPECT_FALSE(lock.IsHeld());
+        Kill(holder);
+        EXPECT_EQ(Holder(), ProcessLock::NOBODY);
+        EXPECT_TRUE(ProcessLock::IsFree(dir.Fd(), name));
+        EXPECT_TRUE(lock.Take(dir.Fd(), name));
+    }
 }
 
 TEST_F(ProcessLockTest, ALinkInItsPlaceIsNotFollowed)
 {
-    ASSERT_EQ(::symlinkat("elsewhere", dir.Fd(), "7.lock"), 0);
+    ASSERT_EQ(::symlinkat("elsewhere", dir.Fd(), name.c_str()), 0);
     ProcessLock lock;
-    EXPECT_FALSE(lock.Take(dir.Fd(), "7.lock"));
+    EXPECT_FALSE(lock.Take(dir.Fd(), name));
     EXPECT_NE(::faccessat(dir.Fd(), "elsewhere", F_OK, 0), 0);
 }
 
@@ -92,34 +51,29 @@ TEST_F(ProcessLockTest, WithoutADescriptorNobodyCanTellWhoHoldsIt)
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
     const rlimit none{0, limit.rlim_max};
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-    const pid_t holder = ProcessLock::Holder(dirFd, "7.lock");
+    const pid_t holder = ProcessLock::Holder(dirFd, name);
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
     EXPECT_EQ(holder, ProcessLock::CANNOT_TELL);
 }
 
 TEST_F(ProcessLockTest, ARecordedStartIsKnownWhileThatVeryProcessLives)
 {
-    EXPECT_EQ(RecordedProcess(dir, 7), 0);
-    Child child = StartHolder();
-    ASSERT_TRUE(WriteStartRecord(dir, 7, child.Pid()));
-    EXPECT_EQ(RecordedProcess(dir, 7), child.Pid());
-    EXPECT_EQ(RecordedProcess(dir, 8), 0);
-
+    EXPECT_EQ(RecordedProcess(dir, ID), 0);
+    TestSupport::Child child = StartHolder();
+    const std::string pid = std::to_string(child.Pid());
     // The same pid with another start is another process.
-    std::ofstream(folder.Path() + "/7.started") << child.Pid() << " 1 and longer than the record that replaces it\n";
-    EXPECT_EQ(RecordedProcess(dir, 7), 0);
-
-    ASSERT_TRUE(WriteStartRecord(dir, 7, child.Pid()));
-    EXPECT_EQ(RecordedProcess(dir, 7), child.Pid());
-    child.Kill();
-    EXPECT_EQ(child.WaitForExit(), "signal 9");
-    EXPECT_EQ(RecordedProcess(dir, 7), 0);
-
-    for (const char* text : {"", "x", "12", "-1 5", "0 0", "99999999999999999999 1"}) {
+    for (const std::string& text :
+         {pid + " 1 and longer than the record that replaces it\n", std::string(), std::string("x"), pid,
+          std::string("-1 5"), std::string("0 0"), std::string("99999999999999999999 1")}) {
         SCOPED_TRACE(text);
         std::ofstream(folder.Path() + "/7.started") << text;
-        EXPECT_EQ(RecordedProcess(dir, 7), 0);
+        EXPECT_EQ(RecordedProcess(dir, ID), 0);
+        ASSERT_TRUE(WriteStartRecord(dir, ID, child.Pid()));
+        EXPECT_EQ(RecordedProcess(dir, ID), child.Pid());
+        EXPECT_EQ(RecordedProcess(dir, ID + 1), 0);
     }
+    Kill(child);
+    EXPECT_EQ(RecordedProcess(dir, ID), 0);
 }
 
 }  // namespace
