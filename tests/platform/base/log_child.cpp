@@ -1,8 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // Logs on command, so that a test sees the sinks of a whole process: from before main until after it.
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <string>
@@ -63,25 +60,12 @@ int LogFromThreads()
     return 0;
 }
 
-int LogFromFork()
-{
-    if (fork() == 0) {
-        Log(TAVO::SCRIVO_ERROR, "forked child");
-        _exit(0);
-    }
-    int status = -1;
-    return wait(&status) > 0 ? status : 1;
-}
-
 }  // namespace
 
 int main(int, char** argv)
 {
     const std::string action = argv[1];
-    const int result = action == "levels"    ? LogEveryLevel()
-                       : action == "flood"   ? Flood()
-                       : action == "threads" ? LogFromThreads()
-                                             : LogFromFork();
+    const int result = action == "levels" ? LogEveryLevel() : action == "flood" ? Flood() : LogFromThreads();
     std::printf("%llu lost\n", static_cast<unsigned long long>(TAVO::ScrivoDroppedLines()));
     return result;
 }

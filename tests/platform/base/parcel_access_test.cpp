@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the transport does with parcels: headroom, receiving past the limit, moving; and buffers that are used again.
+// What the transport does with parcels: receiving past the limit, moving; and buffers that are used again.
 #include "base/parcel_access.h"
 
 #include <gtest/gtest.h>
@@ -33,20 +33,6 @@ template <typename Body>
 void InFreshThread(Body body)
 {
     std::thread(body).join();
-}
-
-TEST(ParcelAccess, HeadroomEndsWhereTheDataBeginsAndMovesWithIt)
-{
-    Parcel parcel;
-    uint8_t* header = ParcelAccess::Headroom(parcel, ParcelAccess::HEADROOM);
-    ASSERT_NE(header, nullptr);
-    std::memset(header, 0x5a, ParcelAccess::HEADROOM);
-    ASSERT_TRUE(parcel.WriteString(std::string(100'000, 'x')));
-    for (size_t i = 1; i <= ParcelAccess::HEADROOM; ++i) {
-        ASSERT_EQ(parcel.GetData()[-static_cast<ptrdiff_t>(i)], 0x5a);
-    }
-    EXPECT_EQ(ParcelAccess::Headroom(parcel, 20) + 20, parcel.GetData());
-    EXPECT_EQ(ParcelAccess::Headroom(parcel, ParcelAccess::HEADROOM + 1), nullptr);
 }
 
 TEST(ParcelAccess, ReceivedDataKnowsNoLimitButWritesDo)
@@ -125,16 +111,6 @@ TEST(ParcelBuffer, SmallBuffersAreUsedAgainUpToABound)
             EXPECT_EQ(known, row.kept);
         });
     }
-}
-
-TEST(ParcelBuffer, KeptBufferTooSmallIsPassedOver)
-{
-    InFreshThread([] {
-        ParcelWith(1500);
-        const std::unique_ptr<Parcel> larger = ParcelWith(1501);
-        EXPECT_EQ(CapacityOf(*larger), 1501u);
-        EXPECT_EQ(CapacityOf(*ParcelWith(1500)), 1500u);
-    });
 }
 
 // Destroyed after the thread's kept buffers, since it was there before them.

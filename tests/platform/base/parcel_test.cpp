@@ -113,17 +113,6 @@ TEST(ParcelLimit, EachWriteFitsExactlyOrAddsNothing)
     }
 }
 
-TEST(ParcelLimit, DefaultOfTheProcessHoldsForNewParcels)
-{
-    Parcel before;
-    Parcel::SetDefaultCapacityLimit(3);
-    Parcel after;
-    Parcel::SetDefaultCapacityLimit(std::numeric_limits<size_t>::max());
-    EXPECT_EQ(Parcel::DefaultCapacityLimit(), Parcel::MAX_DATA_BYTES);
-    EXPECT_TRUE(before.WriteInt32(1));
-    EXPECT_FALSE(after.WriteInt32(1));
-}
-
 TEST(ParcelLimit, LargestParcelIsWholeAndNoByteMore)
 {
     Parcel parcel;

@@ -95,19 +95,20 @@ TEST(WeakPointer, ObjectHandedOverAtItsEndIsNotRevived)
     EXPECT_EQ(weak.promote(), nullptr);
 }
 
-// Several threads promote while the last reference goes: each gets a whole object or null, and one destruction.
-TEST(WeakPointer, PromotionRacesWithTheLastRelease)
+// Several threads make their first weak pointers of an object at once, and promote them while the last reference goes:
+// each gets a whole object or null, and there is one destruction.
+TEST(WeakPointer, FirstUsesAndPromotionsRaceWithEachOtherAndTheLastRelease)
 {
-    constexpr int PROMOTERS = 3;
     constexpr int PROMOTIONS = 100;  // bounded: the promoters keep the object alive for each other
     for (int round = 0; round < 500; ++round) {
         std::atomic<int> destroyed{0};
-        std::atomic<int> ready{0};
+        std::atomic<size_t> ready{0};
         sptr<Counted> strong = MakeRef<Counted>(destroyed);
-        const wptr<Counted> weak(strong);
+        std::vector<wptr<Counted>> weak(3);
         std::vector<std::thread> promoters;
-        for (int i = 0; i < PROMOTERS; ++i) {
-            promoters.emplace_back([&ready, mine = weak] {
+        for (wptr<Counted>& mine : weak) {
+            promoters.emplace_back([&] {
+                mine = wptr<Counted>(strong);
                 ++ready;
                 sptr<Counted> promoted;
                 for (int attempt = 0; attempt < PROMOTIONS && (promoted = mine.promote()) != nullptr; ++attempt) {
@@ -116,7 +117,7 @@ TEST(WeakPointer, PromotionRacesWithTheLastRelease)
                 }
             });
         }
-        while (ready < PROMOTERS) {
+        while (ready < weak.size()) {
             std::this_thread::yield();
         }
         strong = nullptr;
@@ -124,30 +125,10 @@ TEST(WeakPointer, PromotionRacesWithTheLastRelease)
             promoter.join();
         }
         ASSERT_EQ(destroyed, 1);
-        ASSERT_EQ(weak.promote(), nullptr);
-    }
-}
-
-TEST(WeakPointer, FirstUseByManyThreadsSharesOneAnchor)
-{
-    std::atomic<int> destroyed{0};
-    std::atomic<bool> go{false};
-    const sptr<Counted> strong = MakeRef<Counted>(destroyed);
-    std::vector<wptr<Counted>> weak(4);
-    std::vector<std::thread> threads;
-    for (wptr<Counted>& mine : weak) {
-        threads.emplace_back([&] {
-            while (!go) {}
-            mine = wptr<Counted>(strong);
-        });
-    }
-    go = true;
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    for (const wptr<Counted>& mine : weak) {
-        EXPECT_TRUE(mine == weak.front());
-        EXPECT_EQ(mine.promote(), strong);
+        for (const wptr<Counted>& mine : weak) {
+            ASSERT_TRUE(mine == weak.front());
+            ASSERT_EQ(mine.promote(), nullptr);
+        }
     }
 }
 

@@ -233,12 +233,5 @@ TEST_F(ScrivoSinkTest, LinesOfSeveralThreadsDoNotMix)
     }
 }
 
-TEST_F(ScrivoSinkTest, ForkedChildLogsToo)
-{
-    EXPECT_EQ(RunChild("fork", path_.c_str()).end, "exit 0");
-    EXPECT_THAT(Lines(Content(path_)),
-                ElementsAre(EndsWith("before main"), EndsWith("forked child"), EndsWith("after main")));
-}
-
 }  // namespace
 }  // namespace TAVO

@@ -1,15 +1,104 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the registry keeps of services, and what it lets go of.
+// The place of an ability is taken exactly as long as the process lives that took it, and so long the registry keeps it.
 #include "manager/daemon/ability_registry.h"
 
-#include "platform/manager/place_fixture.h"
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <fstream>
+
+#include "manager/client/process_lock.h"
+#include "manager/daemon/start_record.h"
 #include "support/fake_remote_object.h"
+#include "support/process.h"
 
 namespace {
 
 using namespace TAVO;
 using namespace TAVO::Manager;
 using TAVO::Veltra::FakeRemoteObject;
+
+class PlaceFixture : public ::testing::Test {
+protected:
+    static constexpr int32_t ID = 7;
+
+    // Holds the place until its pipe ends, as a child does that it may have.
+    TestSupport::Child StartHolder(bool hasChild = false)
+    {
+        auto holder = TestSupport::Child::Fork([this, hasChild](TestSupport::LinePipe& parent) {
+            ProcessLock lock;
+            parent.Say(lock.Take(dir.Fd(), name) && (!hasChild || ::fork() >= 0) ? "taken" : "failed");
+            parent.Hear();
+            return 0;
+        });
+        EXPECT_EQ(holder.Pipe().Hear(), "taken");
+        return holder;
+    }
+    pid_t Holder() const { return ProcessLock::Holder(dir.Fd(), name); }
+    static void Kill(TestSupport::Child& holder)
+    {
+        holder.Kill();
+        EXPECT_EQ(holder.WaitForExit(), "signal 9");
+    }
+
+    TestSupport::PrivateRuntimeDir folder;
+    std::string error;
+    Transport::RuntimeDir dir = Transport::RuntimeDir::Open(folder.Path(), false, error);
+    const std::string name = AbilityLockName(ID);
+};
+
+using ProcessLockTest = PlaceFixture;
+
+TEST_F(ProcessLockTest, OneProcessHoldsItUntilItEndsAndAskingTakesNothing)
+{
+    EXPECT_EQ(Holder(), ProcessLock::NOBODY);
+    EXPECT_FALSE(ProcessLock::IsFree(dir.Fd(), name)) << "what cannot be looked at is not known to be free";
+    for (const bool hasChild : {false, true}) {  // which does not keep the lock of its dead parent
+        SCOPED_TRACE(hasChild);
+        TestSupport::Child holder = StartHolder(hasChild);
+        EXPECT_EQ(Holder(), holder.Pid());
+        EXPECT_FALSE(ProcessLock::IsFree(dir.Fd(), name));
+        ProcessLock lock;
+        EXPECT_FALSE(lock.Take(dir.Fd(), name));
+        EXPECT_EQ(errno, EAGAIN);
+        EXPECT_FALSE(lock.IsHeld());
+        Kill(holder);
+        EXPECT_EQ(Holder(), ProcessLock::NOBODY);
+        EXPECT_TRUE(ProcessLock::IsFree(dir.Fd(), name));
+        EXPECT_TRUE(lock.Take(dir.Fd(), name));
+    }
+}
+
+TEST_F(ProcessLockTest, ALinkInItsPlaceIsNotFollowed)
+{
+    ASSERT_EQ(::symlinkat("elsewhere", dir.Fd(), name.c_str()), 0);
+    ProcessLock lock;
+    EXPECT_FALSE(lock.Take(dir.Fd(), name));
+    EXPECT_EQ(Holder(), ProcessLock::CANNOT_TELL);
+    EXPECT_NE(::faccessat(dir.Fd(), "elsewhere", F_OK, 0), 0);
+}
+
+TEST_F(ProcessLockTest, ARecordedStartIsKnownWhileThatVeryProcessLives)
+{
+    EXPECT_EQ(RecordedProcess(dir, ID), 0);
+    TestSupport::Child child = StartHolder();
+    const std::string pid = std::to_string(child.Pid());
+    // The same pid with another start is another process.
+    for (const std::string& text :
+         {pid + " 1 and longer than the record that replaces it\n", std::string(), std::string("x"), pid,
+          std::string("-1 5"), std::string("0 0"), std::string("99999999999999999999 1")}) {
+        SCOPED_TRACE(text);
+        std::ofstream(folder.Path() + "/7.started") << text;
+        EXPECT_EQ(RecordedProcess(dir, ID), 0);
+        ASSERT_TRUE(WriteStartRecord(dir, ID, child.Pid()));
+        EXPECT_EQ(RecordedProcess(dir, ID), child.Pid());
+        EXPECT_EQ(RecordedProcess(dir, ID + 1), 0);
+    }
+    Kill(child);
+    EXPECT_EQ(RecordedProcess(dir, ID), 0);
+}
 
 class AbilityRegistryTest : public PlaceFixture {
 protected:

@@ -31,7 +31,7 @@ protected:
     TestSupport::Child StartManager();
     // The same without waiting, its stderr in its pipe.
     TestSupport::Child LaunchManager(const std::vector<std::string>& arguments = {});
-    TestSupport::Child StartClient() { return TestSupport::Child::Start({"manager_test_client"}); }
+    TestSupport::Child StartClient() { return TestSupport::Child::Start({"manager_test_service"}); }
     // A client that registers itself as ID, which its file has to allow.
     TestSupport::Child StartExternal();
     static void Crash(TestSupport::Child& manager);

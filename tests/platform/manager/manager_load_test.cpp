@@ -124,26 +124,6 @@ TEST_F(ManagerLoad, AStartWhoseProcessHasEndedIsNotJoined)
     }
 }
 
-TEST_F(ManagerLoad, AServiceThatRegisteredAndDiedIsGoneAndStartedAgain)
-{
-    WriteAbility(ID, "serve");
-    Child manager = StartManager();
-    Child client = StartClient();
-    for (size_t round = 0; round < 5; ++round) {
-        SCOPED_TRACE(round);
-        const std::string loaded = Load(ID);
-        ASSERT_EQ(Started().size(), round + 1) << loaded;
-        ASSERT_EQ(PidIn(loaded), Started().back()) << loaded;
-        EXPECT_EQ(PidIn(Check(ID)), Started().back());
-        EXPECT_EQ(PidIn(client.Ask("check 4711")), Started().back());
-        ::kill(Started().back(), SIGKILL);
-        EXPECT_TRUE(TestSupport::WaitFor([&client] { return client.Ask("check 4711") == "null"; }));
-        EXPECT_TRUE(TestSupport::WaitFor([] { return Check(ID) == "null"; }));
-        // Clients may notice before the manager does.
-        EXPECT_TRUE(TestSupport::WaitFor([] { return !Manager()->DescribeAbilities().at(0).running; }));
-    }
-}
-
 TEST_F(ManagerLoad, AChangeReachesAClientThatRemembersTheService)
 {
     WriteAbility(ID, "serve", true);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A service that starts well or badly. Usage: manager_test_service HOW ID; it appends its pid to the file $TEST_NOTES.
+// Without arguments a client: "check ID", "load ID", "add ID", "remove ID" on stdin, one line of answer each.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/eventfd.h>
@@ -9,6 +10,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <iostream>
 #include <string>
 
 #include "platform/manager/ability_client.h"
@@ -55,12 +57,26 @@ int Serve(int id, bool endsSlowly)
     TAVO::IpcThreads::JoinPool();
 }
 
+int ObeyLines()
+{
+    std::string verb;
+    int id = 0;
+    while (std::cin >> verb >> id) {
+        const auto act = verb == "check"  ? &ManagerTest::Check
+                         : verb == "load" ? &ManagerTest::Load
+                         : verb == "add"  ? &ManagerTest::Add
+                                          : &ManagerTest::Remove;
+        std::cout << act(id) << std::endl;
+    }
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
 {
     if (argc != 3) {
-        return 2;
+        return ObeyLines();
     }
     const std::string how = argv[1];
     const int id = std::atoi(argv[2]);

@@ -163,7 +163,7 @@ TEST_F(DeathNotice, AnObjectThatItsHolderReleasesOrDiesWithMayCallOutInItsDestru
         if (dies) {
             peer_.Kill();
         } else {
-            ASSERT_EQ(Call(object_, TestCode::FORGET).Text("ours").Send(), TAVO::IPC_OK);
+            ASSERT_EQ(KeepIn(object_, "ours", nullptr), TAVO::IPC_OK);
         }
         std::future<int> status = farewell.get_future();
         ASSERT_EQ(status.wait_for(PATIENCE), std::future_status::ready);

@@ -5,12 +5,20 @@
 #include <thread>
 
 #include "platform/transport/peer_fixture.h"
+#include "support/raw_message.h"
+#include "transport/frame_reader.h"
 
 namespace TransportTest {
 namespace {
 
+using TAVO::Transport::ByteBudget;
+using TAVO::Transport::FrameHeader;
+using TAVO::Transport::FrameReader;
+using TestSupport::Bytes;
 using TestSupport::Child;
+using TestSupport::RawFrame;
 using TestSupport::WaitFor;
+using State = FrameReader::State;
 
 class Flow : public PeerFixture {
 protected:
@@ -87,36 +95,6 @@ TEST_F(Flow, OneWayFloodDelaysNoCallOfAnotherClient)
     EXPECT_EQ(Call(object_, TestCode::OPEN).Send(), TAVO::IPC_OK);
 }
 
-TEST_F(Flow, OneWayRequestsUnderWayRunThoughTheirSenderDies)
-{
-    ASSERT_EQ(Call(object_, TestCode::SEND_NOTES).Int(50).Object(root_).Send(), TAVO::IPC_OK);
-    ASSERT_TRUE(World::Get().AwaitWaiting(1));  // the first of its requests holds up the others of its lane
-    peer_.Kill();
-    EXPECT_TRUE(WaitFor([this] { return !object_->IsAlive(); }));
-    EXPECT_TRUE(World::Get().Notes().empty());
-    World::Get().OpenGate();
-    EXPECT_TRUE(WaitFor([] { return World::Get().Notes().size() >= 50; }));
-    EXPECT_EQ(World::Get().Notes(), Counting(0, 50));
-}
-
-// Its lane, its requests and its end all lie there when the receiver looks.
-TEST_F(Flow, TheFirstOneWayRequestsOfAProcessThatEndedAreRun)
-{
-    Child sender = StartPeer("sender");
-    const sptr<IRemoteObject> world = Kept("sender");
-    ASSERT_EQ(KeepIn(world, "receiver", object_), TAVO::IPC_OK);
-    ASSERT_EQ(CallKept(world, "receiver"), TAVO::IPC_OK);
-    peer_.Stop();
-    ASSERT_EQ(Call(world, TestCode::SEND_NOTES).Int(3).Object(object_).Send(), TAVO::IPC_OK);
-    sender.Kill();
-    EXPECT_EQ(sender.WaitForExit(), "signal 9");
-    peer_.Continue();
-    EXPECT_EQ(peer_.Ask("await-waiting 1"), "waiting");
-    EXPECT_EQ(Call(object_, TestCode::OPEN).Send(), TAVO::IPC_OK);
-    EXPECT_TRUE(AwaitNotesThere(3));
-    EXPECT_EQ(NotesThere(), Counting(0, 3));
-}
-
 TEST_F(Flow, WhatWaitedForItsObjectIsNotRunForACallerThatGaveUp)
 {
     const sptr<IRemoteObject> oneAtATime = MakeIn(object_, true);
@@ -130,51 +108,40 @@ TEST_F(Flow, WhatWaitedForItsObjectIsNotRunForACallerThatGaveUp)
     EXPECT_EQ(NotesThere(), Counting(2, 1));
 }
 
-TEST_F(Flow, ASerialObjectHandlesOneRequestAtATime)
-{
-    const sptr<IRemoteObject> serial = MakeIn(object_, true);
-    WaitInThreads(8, serial);
-    for (int round = 0; round < 8; ++round) {
-        EXPECT_EQ(peer_.Ask("await-waiting 1"), "waiting");
-        EXPECT_EQ(Echo(object_), TAVO::IPC_OK) << "another object is served meanwhile";
-        EXPECT_EQ(Call(object_, TestCode::OPEN).Send(), TAVO::IPC_OK);
-    }
-    Join();
-    EXPECT_EQ(succeeded_, 8);
-    EXPECT_EQ(Call(serial, TestCode::MOST_AT_ONCE).SendForInt(), 1);
-}
+struct Crowd {
+    bool isSerial;
+    int callers;
+    int atOnce;
+};
 
-TEST_F(Flow, AnObjectOccupiesTwelveWorkersAndLeavesTheOthers)
+TEST_F(Flow, AnObjectOccupiesOneOrTwelveWorkersAndLeavesTheOthers)
 {
-    constexpr int CALLERS = 30;
-    constexpr int AT_ONCE = 12;
-    const sptr<IRemoteObject> busy = MakeIn(object_);
-    const size_t threadsBefore = TestSupport::CountThreads(peer_.Pid());
-    WaitInThreads(CALLERS, busy);
-    EXPECT_EQ(peer_.Ask("await-waiting 12"), "waiting");
-    for (int round = 0; round < 100; ++round) {
-        EXPECT_EQ(Echo(object_, round), TAVO::IPC_OK);
+    for (const Crowd& row : {Crowd{true, 8, 1}, Crowd{false, 30, 12}}) {
+        SCOPED_TRACE(row.atOnce);
+        const sptr<IRemoteObject> busy = MakeIn(object_, row.isSerial);
+        const size_t threadsBefore = TestSupport::CountThreads(peer_.Pid());
+        succeeded_ = 0;
+        WaitInThreads(row.callers, busy);
+        EXPECT_EQ(peer_.Ask("await-waiting " + std::to_string(row.atOnce)), "waiting");
+        for (int round = 0; round < 100; ++round) {
+            EXPECT_EQ(Echo(object_, round), TAVO::IPC_OK) << "another object is served meanwhile";
+        }
+        EXPECT_LE(TestSupport::CountThreads(peer_.Pid()), threadsBefore + 16) << "waiting requests take no thread";
+        EXPECT_TRUE(WaitFor([this, &row] {  // let them through in turn, as they come
+            Call(object_, TestCode::OPEN).Send();
+            return succeeded_ == row.callers;
+        }));
+        Join();
+        EXPECT_EQ(Call(busy, TestCode::MOST_AT_ONCE).SendForInt(), row.atOnce);
     }
-    EXPECT_LE(TestSupport::CountThreads(peer_.Pid()), threadsBefore + 16) << "waiting requests take no thread";
-    // Let them through in turn, as they come.
-    EXPECT_TRUE(WaitFor([this] {
-        Call(object_, TestCode::OPEN).Send();
-        return succeeded_ == CALLERS;
-    }));
-    Join();
-    EXPECT_EQ(Call(busy, TestCode::MOST_AT_ONCE).SendForInt(), AT_ONCE);
 }
 
 TEST_F(Flow, AMessageOfAnyPermittedSizeTravelsBothWays)
 {
     constexpr int32_t SIZE = 46137344;  // of the longest list that is sent
-    Call down(object_, TestCode::ECHO);
-    EXPECT_EQ(down.Text(std::string(SIZE, 'd')).Send(), TAVO::IPC_OK);
-    EXPECT_EQ(down.reply.ReadString(), std::string(SIZE, 'd'));
-    Call up(object_, TestCode::SIZED_REPLY);
-    EXPECT_EQ(up.Int(SIZE).Send(), TAVO::IPC_OK);
-    EXPECT_EQ(up.reply.ReadString(), std::string(SIZE, 'r'));
-
+    Call echo(object_, TestCode::ECHO);
+    EXPECT_EQ(echo.Text(std::string(SIZE, 'd')).Send(), TAVO::IPC_OK);
+    EXPECT_EQ(echo.reply.ReadString(), std::string(SIZE, 'd'));
     const std::string oneWay((64 << 10) - 32 - 8, 's');  // less the frame's header, the text's length and end
     const std::string parcel(TAVO::Parcel::MAX_DATA_BYTES - 8, 's');
     EXPECT_EQ(Call(object_, TestCode::ECHO).Text(oneWay).SendOneWay(), TAVO::IPC_OK);
@@ -200,6 +167,59 @@ TEST_F(Flow, FirstCallsThatCrossBothSucceed)
         EXPECT_EQ(left.Ask("call-all right peer"), "called");
         EXPECT_EQ(right.Ask("call-all left peer"), "called");
     }
+}
+
+// So many bytes of data in a frame.
+Bytes FrameOf(size_t dataBytes)
+{
+    RawFrame frame;
+    frame.data.resize(dataBytes);
+    return frame.Encode();
+}
+
+TEST(FlowOfLargeFrames, IsChargedAndWaitsWhenTheBudgetIsUsedUp)
+{
+    constexpr size_t LIMIT = size_t{300} << 10;
+    ByteBudget process(size_t{400} << 10);
+    ByteBudget peer(LIMIT, &process);
+    const Bytes bytes = FrameOf(1 << 20);
+    const auto begin = [&bytes](FrameReader& reader) {
+        const uint8_t* from = bytes.data();
+        EXPECT_EQ(reader.Consume(from, bytes.data() + sizeof(FrameHeader)), State::MORE);
+    };
+    // Takes all that the budget allows; the state in which that ends.
+    const auto fill = [](FrameReader& reader) {
+        for (;;) {
+            const FrameReader::Room room = reader.RoomForBody();
+            if (room.place == nullptr) {
+                return room.state;
+            }
+            if (const State state = reader.Received(room.size); state != State::MORE) {
+                return state;
+            }
+        }
+    };
+    {
+        FrameReader first(false, &peer);
+        FrameReader second(false, &peer);
+        begin(first);
+        begin(second);
+        ASSERT_EQ(second.Received(second.RoomForBody().size), State::MORE);
+        // One goes beyond, or neither would ever be whole; the other waits for it.
+        EXPECT_EQ(fill(first), State::COMPLETE);
+        EXPECT_EQ(fill(second), State::STALLED);
+        EXPECT_EQ(process.Used(), peer.Used());
+        // Small ones pass all the same.
+        FrameReader other(false, &peer);
+        const Bytes small = FrameOf(1000);
+        const uint8_t* from = small.data();
+        EXPECT_EQ(other.Consume(from, small.data() + small.size()), State::COMPLETE);
+        first.Next();
+        EXPECT_LE(peer.Used(), LIMIT);
+        EXPECT_EQ(fill(second), State::COMPLETE);
+    }
+    EXPECT_EQ(peer.Used(), size_t{0});
+    EXPECT_EQ(process.Used(), size_t{0});
 }
 
 }  // namespace

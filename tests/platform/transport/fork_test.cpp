@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A fork holds a dead library and harms nobody; a process may end while it calls.
+// A fork holds a dead library and harms nobody.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -111,20 +111,6 @@ TEST(Fork, AnExecutedProgramInheritsNoDescriptorOfThePlatform)
     for (const pid_t pid : {::getpid(), first.Pid(), second.Pid()}) {
         EXPECT_EQ(CountInheritable(pid), CountInheritable(plain.Pid()));
         EXPECT_GT(TestSupport::CountDescriptors(pid), static_cast<size_t>(CountInheritable(pid)));
-    }
-}
-
-TEST_F(ForkOfAPeer, AProcessMayEndWithACallInFlight)
-{
-    for (int round = 0; round < 15; ++round) {
-        Child leaving = StartPeer("leaving");
-        ASSERT_EQ(leaving.Ask("call-in-background"), "calling");
-        ASSERT_TRUE(World::Get().AwaitWaiting(1));
-        const sptr<CountingRecipient> recipient = CountingRecipient::Of(Kept("leaving"));
-        leaving.Pipe().Say("exit");
-        EXPECT_EQ(leaving.WaitForExit(), "exit 4");
-        EXPECT_TRUE(recipient->AwaitTold());
-        World::Get().OpenGate();
     }
 }
 

@@ -53,27 +53,23 @@ TEST_F(HostileMessage, AWholeConversationByteByByteIsUnderstood)
 {
     RawPeer slow(dir_.Path());
     RawSocket control = slow.Connect("manager");
+    RawSocket lane = slow.Connect("manager");
     RawHello hello;
     hello.instance = slow.Instance();
-    ASSERT_TRUE(control.SendByteByByte(hello.Encode()));
-    ASSERT_TRUE(control.ReceiveHello());
-    ASSERT_TRUE(control.SendByteByByte(RawRecord{RawRecord::PING, 0, 99, 0}.Encode()));
-    const auto pong = control.ReceiveRecord();
-    ASSERT_TRUE(pong);
-    EXPECT_EQ(pong->type, RawRecord::PONG);
-    EXPECT_EQ(pong->a, 99u);
-    RawSocket lane = slow.Connect("manager");
+    ASSERT_TRUE(control.SendByteByByte(hello.Encode()) && control.ReceiveHello());
     hello.kind = RawHello::CALL;
     hello.lane = 1;
     ASSERT_TRUE(lane.SendByteByByte(hello.Encode()));
     for (uint64_t number = 1; number <= 3; ++number) {
+        ASSERT_TRUE(control.SendByteByByte(RawRecord{RawRecord::PING, 0, number, 0}.Encode()));
+        const auto pong = control.ReceiveRecord();
+        EXPECT_TRUE(pong && pong->type == RawRecord::PONG && pong->a == number);
         RawFrame keep = RequestFor(TestCode::KEEP, 0, number);
-        keep.String("slow").Reference(slow.Instance(), number, u"raw.Object");
+        keep.String("slow " + std::to_string(number)).Reference(slow.Instance(), number, u"raw.Object");
         ASSERT_TRUE(lane.SendByteByByte(keep.Encode()));
         EXPECT_EQ(StatusOf(lane.ReceiveFrame()), TAVO::IPC_OK);
         const auto taken = control.ReceiveRecord();
-        ASSERT_TRUE(taken);
-        EXPECT_EQ(taken->a, 1u) << "the lane";
+        EXPECT_TRUE(taken && taken->type == RawRecord::TAKEN && taken->a == 1 && taken->b == number);
     }
 }
 
@@ -100,6 +96,35 @@ TEST_F(HostileMessage, ThreeMessagesAreReassembledFromAnyTwoPieces)
     }
     EXPECT_TRUE(WaitFor([this, &expected] { return Notes().size() >= expected.size(); }));
     EXPECT_EQ(Notes(), expected);
+}
+
+// What was sent before the sender died is run, whether its end is seen before the requests or while the first one runs.
+TEST_F(HostileMessage, OneWayRequestsOfADeadSenderAreRun)
+{
+    for (const bool isSeenAfter : {false, true}) {
+        SCOPED_TRACE(isSeenAfter);
+        const size_t before = Notes().size();
+        {
+            const auto sender = NewPeer();
+            MakeObject(*sender);
+            if (!isSeenAfter) {
+                hub_.Stop();
+            }
+            RawSocket lane = sender->OpenLane(RawHello::ONE_WAY);
+            ASSERT_TRUE(lane.Send(RequestFor(TestCode::WAIT).Encode()));
+            for (uint64_t number = 2; number <= 4; ++number) {
+                ASSERT_TRUE(lane.Send(RequestFor(TestCode::NOTE, 0, number).Int32(5).Encode()));
+            }
+            EXPECT_TRUE(!isSeenAfter || hub_.Ask("await-waiting 1") == "waiting");
+        }
+        hub_.Continue();
+        EXPECT_EQ(hub_.Ask("await-waiting 1"), "waiting");
+        EXPECT_TRUE(raw_->Ping());  // the control thread has seen the end
+        EXPECT_EQ(Notes().size(), before);
+        EXPECT_EQ(StatusOf(raw_->CallOnce(RequestFor(TestCode::OPEN))), TAVO::IPC_OK);
+        EXPECT_TRUE(WaitFor([this, before] { return Notes().size() == before + 3; }));
+        EXPECT_TRUE(AwaitLiveObjects(1)) << "what the dead held is freed, the requests once they are run";
+    }
 }
 
 struct Table {

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// A peer that stands still costs its callers 8 s and nobody anything else.
+// What takes seconds: a peer that stands still costs its callers 8 s and nobody anything else, and idle workers go.
 #include <gtest/gtest.h>
 
 #include <utility>
 
+#include "platform/transport/peer_fixture.h"
 #include "platform/transport/raw_callee.h"
 #include "transport/transport.h"
 
@@ -13,6 +14,7 @@ namespace {
 using namespace std::chrono_literals;
 using TestSupport::Clock;
 using TestSupport::PrivateRuntimeDir;
+using IdleWorker = PeerFixture;
 
 // The time that `body` takes is about that which a call waits.
 template <typename Body>
@@ -75,6 +77,22 @@ TEST(HungPeer, ANoticeForItsObjectThatAThirdProcessNamedNeverWaits)
     owner.Continue();
     EXPECT_TRUE(TAVO::Transport::IsStillThere(object, Clock::now() + TestSupport::PATIENCE));
     EXPECT_EQ(TAVO::Transport::SendNotice(object, 1, data), TAVO::IPC_OK);
+}
+
+// Workers that have had nothing to do for a while go, but never the last one that is free.
+TEST_F(IdleWorker, OneStaysWhileAllOthersAreInHandlers)
+{
+    ASSERT_EQ(Call(object_, TestCode::NOTE).Int(0).SendOneWay(), TAVO::IPC_OK);
+    std::thread busy([this] {  // as many as are kept for good
+        InThreads(4, [this](int) { EXPECT_EQ(Call(object_, TestCode::WAIT).Send(60), TAVO::IPC_OK); });
+    });
+    EXPECT_EQ(peer_.Ask("await-waiting 4"), "waiting");
+    EXPECT_TRUE(AwaitNotesThere(1));  // a lane is left idle by this
+    std::this_thread::sleep_for(7s);  // longer than an idle worker stays, shorter than an idle lane does
+    EXPECT_EQ(Call(object_, TestCode::NOTE).Int(1).SendOneWay(), TAVO::IPC_OK);
+    EXPECT_TRUE(AwaitNotesThere(2));
+    EXPECT_EQ(Call(object_, TestCode::OPEN).Send(), TAVO::IPC_OK);
+    busy.join();
 }
 
 }  // namespace

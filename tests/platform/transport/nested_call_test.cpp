@@ -34,26 +34,6 @@ protected:
     {
         return Call(theirs, TestCode::NEST).Int(depth).Object(ours).SendForInt();
     }
-
-    // The peer calls more objects of ours than there are workers, each of which calls `target` in its handler.
-    void CallBackFromAllWorkers(const sptr<IRemoteObject>& target)
-    {
-        constexpr int WORKERS = static_cast<int>(IpcThreads::DEFAULT_WORKERS);
-        const Clock::time_point start = Clock::now();
-        std::atomic<int> right{0};
-        std::thread gateKeeper([] {
-            EXPECT_TRUE(World::Get().AwaitWaiting(WORKERS));
-            World::Get().OpenGate();
-            EXPECT_TRUE(World::Get().AwaitWaiting(1));
-            World::Get().OpenGate();
-        });
-        InThreads(WORKERS + 1, [this, &target, &right](int) {
-            right += Nest(MakeIn(object_), TAVO::MakeRef<CallingBack>(target), 1) == 1;
-        });
-        gateKeeper.join();
-        EXPECT_EQ(right, WORKERS + 1);
-        EXPECT_LT(Clock::now() - start, SOON);
-    }
 };
 
 TEST_F(NestedCalls, OfSixteenThreadsEndFourDeep)
@@ -90,14 +70,26 @@ TEST_F(NestedCalls, DeeperThanThereAreThreadsFailAtOnceAndHarmNoOther)
     EXPECT_LE(TestSupport::CountThreads(peer_.Pid()), IpcThreads::MAX_THREADS + 1 + 2) << "main, control, delivery";
 }
 
-TEST_F(NestedCalls, BackToTheCallerFromAllWorkersEnd)
+// The peer calls more objects of ours than there are workers, each of which calls back or within the process.
+TEST_F(NestedCalls, FromTheHandlersOfAllWorkersEnd)
 {
-    CallBackFromAllWorkers(object_);
-}
-
-TEST_F(NestedCalls, WithinTheProcessFromAllWorkersEnd)
-{
-    CallBackFromAllWorkers(root_);
+    constexpr int WORKERS = static_cast<int>(IpcThreads::DEFAULT_WORKERS);
+    for (const sptr<IRemoteObject>& target : {object_, sptr<IRemoteObject>(root_)}) {
+        const Clock::time_point start = Clock::now();
+        std::atomic<int> right{0};
+        std::thread gateKeeper([] {
+            EXPECT_TRUE(World::Get().AwaitWaiting(WORKERS));
+            World::Get().OpenGate();
+            EXPECT_TRUE(World::Get().AwaitWaiting(1));
+            World::Get().OpenGate();
+        });
+        InThreads(WORKERS + 1, [this, &target, &right](int) {
+            right += Nest(MakeIn(object_), TAVO::MakeRef<CallingBack>(target), 1) == 1;
+        });
+        gateKeeper.join();
+        EXPECT_EQ(right, WORKERS + 1);
+        EXPECT_LT(Clock::now() - start, SOON);
+    }
 }
 
 }  // namespace

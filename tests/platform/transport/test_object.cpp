@@ -82,27 +82,8 @@ std::vector<int32_t> World::Notes()
     return notes_;
 }
 
-namespace {
-
-int32_t NextNumber()
-{
-    static std::atomic<int32_t> last{0};
-    return ++last;
-}
-
-int SendNotes(int32_t count, const sptr<IRemoteObject>& target)
-{
-    int status = Call(target, TestCode::WAIT).SendOneWay();
-    for (int32_t note = 0; note < count && status == TAVO::IPC_OK; ++note) {
-        status = Call(target, TestCode::NOTE).Int(note).SendOneWay();
-    }
-    return status;
-}
-
-}  // namespace
-
 TestObject::TestObject(bool serialInvoke, std::function<void()> farewell)
-    : IPCObjectStub(u"test.Object", serialInvoke), number_(NextNumber()), farewell_(std::move(farewell))
+    : IPCObjectStub(u"test.Object", serialInvoke), number_(++World::Get().madeObjects), farewell_(std::move(farewell))
 {
     ++World::Get().liveObjects;
 }
@@ -134,18 +115,12 @@ int TestObject::Handle(TestCode code, MessageParcel& data, MessageParcel& reply)
     switch (code) {
         case TestCode::ECHO:
             return reply.SetData(data.GetData(), data.GetDataSize()) ? TAVO::IPC_OK : 1;
-        case TestCode::SIZED_REPLY:
-            return reply.WriteString(std::string(static_cast<size_t>(data.ReadInt32()), 'r')) ? TAVO::IPC_OK : 1;
         case TestCode::FETCH:
             return reply.WriteRemoteObject(world.Kept(data.ReadString())) ? TAVO::IPC_OK : 1;
         case TestCode::MAKE:
             return reply.WriteRemoteObject(TAVO::MakeRef<TestObject>(data.ReadBool())) ? TAVO::IPC_OK : 1;
         case TestCode::NEST:
             return HandleNest(data, reply);
-        case TestCode::SEND_NOTES: {
-            const int32_t count = data.ReadInt32();
-            return SendNotes(count, data.ReadRemoteObject());
-        }
         default:
             return HandleState(code, data, reply);
     }
@@ -155,12 +130,11 @@ int TestObject::HandleState(TestCode code, MessageParcel& data, MessageParcel& r
 {
     World& world = World::Get();
     std::string name;
-    if ((code == TestCode::KEEP || code == TestCode::FORGET || code == TestCode::CALL_KEPT) && !data.ReadString(name)) {
+    if ((code == TestCode::KEEP || code == TestCode::CALL_KEPT) && !data.ReadString(name)) {
         return 1;
     }
     switch (code) {
         case TestCode::KEEP:
-        case TestCode::FORGET:
             world.Keep(name, data.ReadRemoteObject());
             break;
         case TestCode::CALL_KEPT:
@@ -315,9 +289,9 @@ sptr<TestObject> ServeAsHub()
     const int listenFd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    dir.SocketPath("manager.new").copy(address.sun_path, sizeof(address.sun_path) - 1);
+    dir.SocketPath("manager").copy(address.sun_path, sizeof(address.sun_path) - 1);
     if (::bind(listenFd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
-        ::listen(listenFd, SOMAXCONN) != 0 || ::renameat(dir.Fd(), "manager.new", dir.Fd(), "manager") != 0) {
+        ::listen(listenFd, SOMAXCONN) != 0) {
         throw std::runtime_error("cannot listen in " + dir.Path());
     }
     sptr<TestObject> root = TAVO::MakeRef<TestObject>();

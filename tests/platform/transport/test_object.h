@@ -23,10 +23,8 @@ using TAVO::sptr;
 
 enum class TestCode : uint32_t {
     ECHO = 1,      // comes back as it is, references excepted
-    SIZED_REPLY,   // Int32 bytes -> so many
-    KEEP,          // String name, reference: kept under that name
+    KEEP,          // String name, reference: kept under that name; without one: forgotten
     FETCH,         // String name -> reference
-    FORGET,        // String name
     CALL_KEPT,     // String name, Int32 code -> Int32: status of that call to the object kept under the name
     MAKE,          // Bool serialInvoke -> reference to a new object that nobody keeps
     NUMBER,        // -> Int32: of the object, no two in a process are alike
@@ -35,7 +33,6 @@ enum class TestCode : uint32_t {
     OPEN,          // lets all pass that wait at the gate
     NOTE,          // Int32: adds it to the notes
     NOTES,         // -> Int32 each: the notes so far
-    SEND_NOTES,    // Int32 count, reference: sends that one one-way WAIT, then the notes 0 to count - 1
     NEST,          // Int32 depth, reference: calls that with depth - 1 and itself -> Int32: levels below
     MOST_AT_ONCE,  // -> Int32: most requests that the object handled at one time
 };
@@ -57,6 +54,7 @@ public:
     void AddNote(int32_t note);
     std::vector<int32_t> Notes();
 
+    std::atomic<int32_t> madeObjects{0};
     std::atomic<int32_t> liveObjects{0};
 
 private:
@@ -129,7 +127,7 @@ private:
 int Echo(const sptr<IRemoteObject>& target, int32_t value = 7);
 // A new object in the process of `world`, which nobody keeps but the caller.
 sptr<IRemoteObject> MakeIn(const sptr<IRemoteObject>& world, bool serialInvoke = false);
-// The process of `world` keeps an object (the status), hands one out, calls one (the status of that call).
+// The process of `world` keeps an object or forgets one (the status), hands one out, calls one (the status of that).
 int KeepIn(const sptr<IRemoteObject>& world, const std::string& name, const sptr<IRemoteObject>& object);
 sptr<IRemoteObject> FetchFrom(const sptr<IRemoteObject>& world, const std::string& name);
 int CallKept(const sptr<IRemoteObject>& world, const std::string& name, TestCode code = TestCode::ECHO);
