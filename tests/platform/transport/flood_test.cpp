@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One-way requests to a receiver that stands still: refused without waiting or memory, and what was accepted is run.
+// One-way requests to a receiver that stands still: refused without waiting or memory, and what was accepted is run in order.
 #include <unistd.h>
 
 #include "platform/transport/peer_fixture.h"
@@ -14,10 +14,18 @@ constexpr size_t ALLOWED_GROWTH = size_t{3} << 20;  // 1 MiB, and what the proce
 
 class Flood : public PeerFixture {
 protected:
+    void SetUp() override
+    {
+        PeerFixture::SetUp();
+        second_ = MakeIn(object_);
+    }
     int SendNote(int32_t note, const std::string& text)
     {
-        return Call(object_, TestCode::NOTE).Int(note).Text(text).SendOneWay();
+        // The order is the session's, not the object's.
+        return Call(note % 2 == 0 ? object_ : second_, TestCode::NOTE).Int(note).Text(text).SendOneWay();
     }
+
+    sptr<IRemoteObject> second_;
 };
 
 TEST_F(Flood, IntoAStoppedReceiverCostsNoMemoryAndNoTime)

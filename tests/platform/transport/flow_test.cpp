@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How requests run side by side: order, one at a time, twelve at once, large ones, and those that are read late.
+// How requests run side by side: floods, one at a time, twelve at once, large ones, and those that come too late.
 #include <gtest/gtest.h>
 
 #include <thread>
@@ -43,22 +43,6 @@ protected:
     std::vector<std::thread> callers_;
     std::atomic<int> succeeded_{0};
 };
-
-TEST_F(Flow, OneWayRequestsRunInOrderAndEachOnce)
-{
-    constexpr int32_t COUNT = 3000;
-    const sptr<IRemoteObject> second = MakeIn(object_);  // the order is the session's, not the object's
-    for (int32_t note = 0; note < COUNT; ++note) {
-        const sptr<IRemoteObject>& target = note % 2 == 0 ? object_ : second;
-        ASSERT_TRUE(WaitFor([&target, note] {
-            const int status = Call(target, TestCode::NOTE).Int(note).SendOneWay();
-            EXPECT_TRUE(status == TAVO::IPC_OK || status == TAVO::IPC_QUEUE_FULL) << status;
-            return status != TAVO::IPC_QUEUE_FULL;
-        }));
-    }
-    EXPECT_TRUE(AwaitNotesThere(COUNT));
-    EXPECT_EQ(NotesThere(), Counting(0, COUNT));
-}
 
 // The flood never ends, and its receiver has still time for others.
 TEST_F(Flow, OneWayFloodDelaysNoCallOfAnotherClient)

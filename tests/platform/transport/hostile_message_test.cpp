@@ -133,32 +133,31 @@ struct Table {
 };
 
 const std::vector<Table> TABLES_THAT_DO_NOT_HOLD = {
-    {"offset off a slot by 1", [](RawFrame& frame) { frame.references[0].offset += 1; }},
-    {"offset off a slot by 2", [](RawFrame& frame) { frame.references[1].offset += 2; }},
-    {"offset at the end",
-     [](RawFrame& frame) { frame.references[1].offset = static_cast<uint32_t>(frame.data.size()); }},
+    {"offset off a slot by 1", [](RawFrame& f) { f.references[0].offset += 1; }},
+    {"offset off a slot by 2", [](RawFrame& f) { f.references[1].offset += 2; }},
+    {"offset at the end", [](RawFrame& f) { f.references[1].offset = static_cast<uint32_t>(f.data.size()); }},
     {"offset a slot before the end",
-     [](RawFrame& frame) { frame.references[1].offset = static_cast<uint32_t>(frame.data.size()) - 4; }},
-    {"offset past the end", [](RawFrame& frame) { frame.references[1].offset = 1 << 20; }},
-    {"largest offset", [](RawFrame& frame) { frame.references[1].offset = 0xfffffffc; }},
-    {"the same place twice", [](RawFrame& frame) { frame.references[1].offset = frame.references[0].offset; }},
-    {"places that overlap", [](RawFrame& frame) { frame.references[1].offset = frame.references[0].offset + 4; }},
-    {"not in order", [](RawFrame& frame) { std::swap(frame.references[0], frame.references[1]); }},
-    {"place of a string", [](RawFrame& frame) { frame.references[0].offset = 0; }},
-    {"other magic in the data", [](RawFrame& frame) { frame.data[frame.references[0].offset] ^= 1; }},
-    {"other index in the data", [](RawFrame& frame) { frame.data[frame.references[0].offset + 4] ^= 1; }},
-    {"one entry more than announced", [](RawFrame& frame) { frame.referenceCount = 1; }},
+     [](RawFrame& f) { f.references[1].offset = static_cast<uint32_t>(f.data.size()) - 4; }},
+    {"offset past the end", [](RawFrame& f) { f.references[1].offset = 1 << 20; }},
+    {"largest offset", [](RawFrame& f) { f.references[1].offset = 0xfffffffc; }},
+    {"the same place twice", [](RawFrame& f) { f.references[1].offset = f.references[0].offset; }},
+    {"places that overlap", [](RawFrame& f) { f.references[1].offset = f.references[0].offset + 4; }},
+    {"not in order", [](RawFrame& f) { std::swap(f.references[0], f.references[1]); }},
+    {"place of a string", [](RawFrame& f) { f.references[0].offset = 0; }},
+    {"other magic in the data", [](RawFrame& f) { f.data[f.references[0].offset] ^= 1; }},
+    {"other index in the data", [](RawFrame& f) { f.data[f.references[0].offset + 4] ^= 1; }},
+    {"one entry more than announced", [](RawFrame& f) { f.referenceCount = 1; }},
     {"one entry less than announced",
-     [](RawFrame& frame) {
-         frame.references[1].descriptor.assign(100, u'd');
-         frame.referenceCount = 3;
+     [](RawFrame& f) {
+         f.references[1].descriptor.assign(100, u'd');
+         f.referenceCount = 3;
      }},
-    {"descriptor shorter than its place", [](RawFrame& frame) { frame.references[1].announcedUnits = 2; }},
-    {"descriptor past the end of the table", [](RawFrame& frame) { frame.references[1].announcedUnits = 200; }},
-    {"descriptor of 257 units", [](RawFrame& frame) { frame.references[1].descriptor.assign(257, u'd'); }},
-    {"descriptor of 2 billion units", [](RawFrame& frame) { frame.references[0].announcedUnits = 0x7fffffff; }},
-    {"descriptor of 4 billion units", [](RawFrame& frame) { frame.references[1].announcedUnits = 0xffffffff; }},
-    {"serial 0", [](RawFrame& frame) { frame.references[1].serial = 0; }},
+    {"descriptor shorter than its place", [](RawFrame& f) { f.references[1].announcedUnits = 2; }},
+    {"descriptor past the end of the table", [](RawFrame& f) { f.references[1].announcedUnits = 200; }},
+    {"descriptor of 257 units", [](RawFrame& f) { f.references[1].descriptor.assign(257, u'd'); }},
+    {"descriptor of 2 billion units", [](RawFrame& f) { f.references[0].announcedUnits = 0x7fffffff; }},
+    {"descriptor of 4 billion units", [](RawFrame& f) { f.references[1].announcedUnits = 0xffffffff; }},
+    {"serial 0", [](RawFrame& f) { f.references[1].serial = 0; }},
 };
 
 TEST_F(HostileMessage, TableThatDoesNotHoldTogetherRefusesThatRequestOnly)

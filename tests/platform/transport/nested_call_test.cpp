@@ -77,14 +77,17 @@ TEST_F(NestedCalls, FromTheHandlersOfAllWorkersEnd)
     for (const sptr<IRemoteObject>& target : {object_, sptr<IRemoteObject>(root_)}) {
         const Clock::time_point start = Clock::now();
         std::atomic<int> right{0};
-        std::thread gateKeeper([] {
+        std::atomic<int> ended{0};
+        std::thread gateKeeper([&ended] {
             EXPECT_TRUE(World::Get().AwaitWaiting(WORKERS));
-            World::Get().OpenGate();
-            EXPECT_TRUE(World::Get().AwaitWaiting(1));
-            World::Get().OpenGate();
+            EXPECT_TRUE(TestSupport::WaitFor([&ended] {
+                World::Get().OpenGate();  // the last one may come only now
+                return ended == WORKERS + 1;
+            }));
         });
-        InThreads(WORKERS + 1, [this, &target, &right](int) {
+        InThreads(WORKERS + 1, [this, &target, &right, &ended](int) {
             right += Nest(MakeIn(object_), TAVO::MakeRef<CallingBack>(target), 1) == 1;
+            ++ended;
         });
         gateKeeper.join();
         EXPECT_EQ(right, WORKERS + 1);

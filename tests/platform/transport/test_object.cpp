@@ -200,24 +200,6 @@ bool CountingRecipient::AwaitTold() const
     return TestSupport::WaitFor([this] { return told == 1; });
 }
 
-Call& Call::Int(int32_t value)
-{
-    data.WriteInt32(value);
-    return *this;
-}
-
-Call& Call::Text(const std::string& text)
-{
-    data.WriteString(text);
-    return *this;
-}
-
-Call& Call::Object(const sptr<IRemoteObject>& object)
-{
-    data.WriteRemoteObject(object);
-    return *this;
-}
-
 int Call::Send(int waitSeconds)
 {
     MessageOption option(MessageOption::FLAG_SYNC, waitSeconds);

@@ -105,9 +105,9 @@ class Call {
 public:
     Call(const sptr<IRemoteObject>& target, TestCode code) : target_(target), code_(static_cast<uint32_t>(code)) {}
 
-    Call& Int(int32_t value);
-    Call& Text(const std::string& text);
-    Call& Object(const sptr<IRemoteObject>& object);
+    Call& Int(int32_t value) { return data.WriteInt32(value), *this; }
+    Call& Text(const std::string& text) { return data.WriteString(text), *this; }
+    Call& Object(const sptr<IRemoteObject>& object) { return data.WriteRemoteObject(object), *this; }
     int Send(int waitSeconds = MessageOption::WAIT_TIME_SECONDS);
     int SendOneWay();
     // Sends; the answer's one number, or -1 when there is none.
