@@ -7,7 +7,6 @@
 #include <fstream>
 #include <future>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "platform/manager/ability_client.h"
@@ -25,10 +24,9 @@ TEST_F(ManagerLoad, StartsTheServiceOnceForAllAskersInThreadsAndProcesses)
 {
     WriteAbility(ID, "when-told");
     Child manager = StartManager();
-    std::vector<std::string> answers(100);
-    std::vector<std::thread> askers;
-    for (std::string& answer : answers) {
-        askers.emplace_back([&answer] { answer = Load(ID); });
+    std::vector<std::future<std::string>> askers(100);
+    for (std::future<std::string>& asker : askers) {
+        asker = std::async(std::launch::async, Load, ID);
     }
     std::vector<Child> clients;
     for (int i = 0; i < 10; ++i) {
@@ -36,8 +34,9 @@ TEST_F(ManagerLoad, StartsTheServiceOnceForAllAskersInThreadsAndProcesses)
         clients.back().Pipe().Say("load 4711");
     }
     TellServices();
-    for (std::thread& asker : askers) {
-        asker.join();
+    std::vector<std::string> answers;
+    for (std::future<std::string>& asker : askers) {
+        answers.push_back(asker.get());
     }
     for (Child& client : clients) {
         answers.push_back(client.Pipe().Hear().value_or(""));
@@ -56,11 +55,9 @@ TEST_F(ManagerLoad, AStartThatFailsIsToldToAllAndTriedAgain)
     Child manager = StartManager();
     for (const int id : {1, 2, 3, 4}) {
         SCOPED_TRACE(id);
-        std::string second;
-        std::thread asker([&second, id] { second = Load(id); });
+        std::future<std::string> second = std::async(std::launch::async, Load, id);
         EXPECT_EQ(Load(id), "failed");
-        asker.join();
-        EXPECT_EQ(second, "failed");
+        EXPECT_EQ(second.get(), "failed");
         EXPECT_EQ(Check(id), "null");
     }
     const auto startsOf3 = [] { return Manager()->DescribeAbilities().at(2).starts; };
@@ -106,8 +103,7 @@ TEST_F(ManagerLoad, AStartWhoseProcessHasEndedIsNotJoined)
     for (int id = 1; id <= ROUNDS; ++id) {
         SCOPED_TRACE(id);
         EXPECT_EQ(client.Ask("check " + std::to_string(id)), "null");
-        std::string first;
-        std::thread asker([&first, id] { first = Load(id); });
+        std::future<std::string> first = std::async(std::launch::async, Load, id);
         const size_t position = static_cast<size_t>(id) - 1;
         ASSERT_TRUE(TestSupport::WaitFor([this, position] {
             return Started().size() == 2 * position + 1 && Manager()->DescribeAbilities().at(position).starts == 1;
@@ -117,8 +113,7 @@ TEST_F(ManagerLoad, AStartWhoseProcessHasEndedIsNotJoined)
         ::kill(Started().back(), SIGKILL);
         EXPECT_TRUE(WaitUntilDead(Started().back()));
         manager.Continue();
-        asker.join();
-        EXPECT_EQ(first, "failed");
+        EXPECT_EQ(first.get(), "failed");
         TellServices();
         EXPECT_EQ(client.Pipe().Hear(), "loaded " + std::to_string(Started().back()));
     }

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -33,15 +34,14 @@ TEST_F(ManagerRestart, AnAdoptedServiceThatDiesIsStartedAgain)
     ASSERT_TRUE(StopAndWait(pid));  // It cannot register again, but it holds its place.
     Crash(manager);
     manager = StartManager();
-    std::string answer;
-    std::thread asker([&answer] { answer = Load(ID); });
+    std::future<std::string> answer = std::async(std::launch::async, Load, ID);
     // The load must not start a second one: nothing shows that but the description after the load was taken in.
     EXPECT_TRUE(WaitFor([] { return Check(ID) == "null"; }));
     EXPECT_EQ(Manager()->DescribeAbilities().at(0).starts, 0);
     ::kill(pid, SIGKILL);
-    asker.join();
-    ASSERT_EQ(Started().size(), 2u) << answer;
-    EXPECT_EQ(answer, "loaded " + std::to_string(Started()[1]));
+    const std::string second = answer.get();
+    ASSERT_EQ(Started().size(), 2u) << second;
+    EXPECT_EQ(second, "loaded " + std::to_string(Started()[1]));
 }
 
 TEST_F(ManagerRestart, AStartUnderWayIsAwaitedByTheNextManager)
@@ -54,12 +54,10 @@ TEST_F(ManagerRestart, AStartUnderWayIsAwaitedByTheNextManager)
     ASSERT_TRUE(WaitFor([this, &record] { return std::ifstream(record).peek() != EOF && Started().size() == 1; }));
     Crash(manager);
     manager = StartManager();
-    std::string answer;
-    std::thread second([&answer] { answer = Load(ID); });
+    std::future<std::string> answer = std::async(std::launch::async, Load, ID);
     TellServices();
-    second.join();
+    EXPECT_EQ(answer.get(), "loaded " + std::to_string(Started().at(0)));
     EXPECT_EQ(Started().size(), 1u);
-    EXPECT_EQ(answer, "loaded " + std::to_string(Started().at(0)));
     // This manager did not start it, but the service is the managers' all the same.
     ::kill(manager.Pid(), SIGTERM);
     EXPECT_EQ(manager.WaitForExit(), "exit 0");

@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <thread>
+#include <future>
 
 #include "platform/transport/raw_callee.h"
 
@@ -60,21 +60,17 @@ TEST_F(Callee, WhoIsKilledWakesEveryOneOf64CallersOnce)
     ServeAsHub();
     Child callee = StartPeer("peer");
     const sptr<IRemoteObject> object = World::Get().Kept("peer");
-    std::vector<int> results(64, 0);
-    std::vector<std::thread> callers;
-    for (int& result : results) {
-        callers.emplace_back([&result, object] { result = Call(object, TestCode::WAIT).Send(30); });
+    std::vector<std::future<int>> calls(64);
+    for (std::future<int>& call : calls) {
+        call = std::async(std::launch::async, [object] { return Call(object, TestCode::WAIT).Send(30); });
     }
     EXPECT_EQ(callee.Ask("await-waiting " + std::to_string(AT_ONCE)), "waiting");
     const Clock::time_point start = Clock::now();
     callee.Kill();
-    for (std::thread& caller : callers) {
-        caller.join();
+    for (std::future<int>& call : calls) {
+        EXPECT_PRED1(IsConnectionError, call.get());
     }
     EXPECT_LT(Clock::now() - start, SOON);
-    for (const int result : results) {
-        EXPECT_PRED1(IsConnectionError, result);
-    }
 }
 
 // So many bytes of a reply of 200.

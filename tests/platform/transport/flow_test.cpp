@@ -2,6 +2,7 @@
 // How requests run side by side: floods, one at a time, twelve at once, large ones, and those that come too late.
 #include <gtest/gtest.h>
 
+#include <future>
 #include <thread>
 
 #include "platform/transport/peer_fixture.h"
@@ -20,29 +21,18 @@ using TestSupport::RawFrame;
 using TestSupport::WaitFor;
 using State = FrameReader::State;
 
-class Flow : public PeerFixture {
-protected:
-    ~Flow() override { Join(); }
+using Flow = PeerFixture;
+using Statuses = std::vector<std::future<int>>;
 
-    // Starts `count` threads that call WAIT of `target`; the statuses are there after Join.
-    void WaitInThreads(int count, const sptr<IRemoteObject>& target)
-    {
-        for (int caller = 0; caller < count; ++caller) {
-            callers_.emplace_back(
-                [this, target] { succeeded_ += Call(target, TestCode::WAIT).Send(60) == TAVO::IPC_OK; });
-        }
+// Calls of WAIT, each from a thread of its own.
+Statuses WaitIn(int count, const sptr<IRemoteObject>& target)
+{
+    Statuses statuses;
+    for (int caller = 0; caller < count; ++caller) {
+        statuses.push_back(std::async(std::launch::async, [target] { return Call(target, TestCode::WAIT).Send(60); }));
     }
-    void Join()
-    {
-        for (std::thread& caller : callers_) {
-            caller.join();
-        }
-        callers_.clear();
-    }
-
-    std::vector<std::thread> callers_;
-    std::atomic<int> succeeded_{0};
-};
+    return statuses;
+}
 
 // The flood never ends, and its receiver has still time for others.
 TEST_F(Flow, OneWayFloodDelaysNoCallOfAnotherClient)
@@ -82,12 +72,11 @@ TEST_F(Flow, OneWayFloodDelaysNoCallOfAnotherClient)
 TEST_F(Flow, WhatWaitedForItsObjectIsNotRunForACallerThatGaveUp)
 {
     const sptr<IRemoteObject> oneAtATime = MakeIn(object_, true);
-    WaitInThreads(1, oneAtATime);
+    Statuses first = WaitIn(1, oneAtATime);
     EXPECT_EQ(peer_.Ask("await-waiting 1"), "waiting");
     EXPECT_EQ(Call(oneAtATime, TestCode::NOTE).Int(1).Send(1), TAVO::IPC_TIMED_OUT);
     EXPECT_EQ(Call(object_, TestCode::OPEN).Send(), TAVO::IPC_OK);
-    Join();
-    EXPECT_EQ(succeeded_, 1);
+    EXPECT_EQ(first[0].get(), TAVO::IPC_OK);
     EXPECT_EQ(Call(oneAtATime, TestCode::NOTE).Int(2).Send(), TAVO::IPC_OK);
     EXPECT_EQ(NotesThere(), Counting(2, 1));
 }
@@ -104,18 +93,19 @@ TEST_F(Flow, AnObjectOccupiesOneOrTwelveWorkersAndLeavesTheOthers)
         SCOPED_TRACE(row.atOnce);
         const sptr<IRemoteObject> busy = MakeIn(object_, row.isSerial);
         const size_t threadsBefore = TestSupport::CountThreads(peer_.Pid());
-        succeeded_ = 0;
-        WaitInThreads(row.callers, busy);
+        Statuses statuses = WaitIn(row.callers, busy);
         EXPECT_EQ(peer_.Ask("await-waiting " + std::to_string(row.atOnce)), "waiting");
         for (int round = 0; round < 100; ++round) {
             EXPECT_EQ(Echo(object_, round), TAVO::IPC_OK) << "another object is served meanwhile";
         }
         EXPECT_LE(TestSupport::CountThreads(peer_.Pid()), threadsBefore + 16) << "waiting requests take no thread";
-        EXPECT_TRUE(WaitFor([this, &row] {  // let them through in turn, as they come
-            Call(object_, TestCode::OPEN).Send();
-            return succeeded_ == row.callers;
-        }));
-        Join();
+        for (std::future<int>& status : statuses) {
+            EXPECT_TRUE(WaitFor([this, &status] {  // let them through in turn, as they come
+                Call(object_, TestCode::OPEN).Send();
+                return status.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+            }));
+            EXPECT_EQ(status.get(), TAVO::IPC_OK);
+        }
         EXPECT_EQ(Call(busy, TestCode::MOST_AT_ONCE).SendForInt(), row.atOnce);
     }
 }
