@@ -4,9 +4,9 @@
 
 #include <unistd.h>
 
+#include <cstdio>
 #include <future>
 #include <mutex>
-#include <sstream>
 #include <utility>
 
 #include "support/process.h"
@@ -117,10 +117,8 @@ std::string Remove(int32_t systemAbilityId)
 
 int PidIn(const std::string& text)
 {
-    std::istringstream words(text);
-    std::string first;
     int pid = 0;
-    words >> first >> pid;
+    std::sscanf(text.c_str(), "%*s %d", &pid);
     return pid;
 }
 

@@ -129,13 +129,8 @@ TEST_F(Callee, WhoDiesHavingSentAWholeReplyIsHeardAndThenToldDead)
     }
 }
 
-struct WrongReply {
-    const char* name;
-    std::function<void(RawFrame& reply)> spoil;
-};
-
 // The row is named by the first number of a request; the first row is right, the second right and sent twice.
-const std::vector<WrongReply> WRONG_REPLIES = {
+const std::vector<std::pair<const char*, std::function<void(RawFrame& reply)>>> WRONG_REPLIES = {
     {"none wrong", [](RawFrame&) {}},
     {"sent twice", [](RawFrame&) {}},
     {"number of the next request", [](RawFrame& reply) { ++reply.number; }},
@@ -151,7 +146,7 @@ TEST_F(Callee, WhoRepliesWronglyEndsThatLaneAndNothingElse)
     AddServing([](RawSocket& lane, const RawFrame& request) {
         const auto row = TestSupport::ReadAt<uint32_t>(request.data, 0);
         RawFrame reply = EchoReply(request);
-        WRONG_REPLIES[row].spoil(reply);
+        WRONG_REPLIES[row].second(reply);
         Bytes bytes = reply.Encode();
         if (row == 1) {
             const Bytes again = bytes;
@@ -163,7 +158,7 @@ TEST_F(Callee, WhoRepliesWronglyEndsThatLaneAndNothingElse)
     const sptr<IRemoteObject> object = Start();
     const Clock::time_point start = Clock::now();
     for (int32_t row = 0; row < static_cast<int32_t>(WRONG_REPLIES.size()); ++row) {
-        SCOPED_TRACE(WRONG_REPLIES[static_cast<size_t>(row)].name);
+        SCOPED_TRACE(WRONG_REPLIES[static_cast<size_t>(row)].first);
         const int first = Echo(object, row);
         if (row != 1) {  // which may succeed, depending on how the bytes arrive
             EXPECT_EQ(first == TAVO::IPC_OK, row == 0);

@@ -4,6 +4,7 @@
 
 #include <future>
 #include <thread>
+#include <utility>
 
 #include "platform/transport/peer_fixture.h"
 #include "transport/transport.h"
@@ -29,40 +30,30 @@ protected:
     }
 };
 
-struct Registration {
-    const char* name;
-    int added;
-    int removed;
-    int told;
-};
-
 TEST_F(DeathNotice, IsToldOncePerRegistrationThatStandsWithAnyObjectOfTheDead)
 {
-    const std::vector<Registration> rows = {
-        {"never added", 0, 0, 0},           {"once", 1, 0, 1},       {"twice", 2, 0, 2},
-        {"twice, one taken back", 2, 1, 1}, {"taken back", 1, 1, 0}, {"three times, all taken back", 3, 3, 0},
-    };
+    const std::vector<std::pair<int, int>> rows = {{0, 0}, {1, 0}, {2, 0}, {2, 1}, {1, 1}, {3, 3}};  // added, removed
     std::vector<sptr<CountingRecipient>> recipients;
     const sptr<IRemoteObject> other = MakeIn(object_);
     for (const sptr<IRemoteObject>& object : {object_, other}) {
-        for (const Registration& row : rows) {
-            SCOPED_TRACE(row.name);
+        for (const auto& [added, removed] : rows) {
+            SCOPED_TRACE(std::to_string(added) + " added, removed: " + std::to_string(removed));
             recipients.push_back(TAVO::MakeRef<CountingRecipient>());
-            for (int count = 0; count < row.added; ++count) {
+            for (int count = 0; count < added; ++count) {
                 EXPECT_TRUE(object->AddDeathRecipient(recipients.back()));
             }
-            for (int count = 0; count < row.removed; ++count) {
+            for (int count = 0; count < removed; ++count) {
                 EXPECT_TRUE(object->RemoveDeathRecipient(recipients.back()));
             }
-            EXPECT_TRUE(row.told > 0 || !object->RemoveDeathRecipient(recipients.back()));
+            EXPECT_TRUE(added > removed || !object->RemoveDeathRecipient(recipients.back()));
         }
     }
     KillPeer();
     for (size_t at = 0; at < recipients.size(); ++at) {
-        const Registration& row = rows[at % rows.size()];
-        EXPECT_TRUE(TestSupport::WaitFor([&] { return recipients[at]->GetStrongCount() == 1; }))
-            << row.name << ": somebody still holds it";
-        EXPECT_EQ(recipients[at]->told, row.told) << row.name;
+        SCOPED_TRACE(at);
+        const auto& [added, removed] = rows[at % rows.size()];
+        EXPECT_TRUE(TestSupport::WaitFor([&] { return recipients[at]->GetStrongCount() == 1; })) << "somebody holds it";
+        EXPECT_EQ(recipients[at]->told, added - removed);
     }
 }
 

@@ -127,12 +127,8 @@ TEST_F(HostileMessage, OneWayRequestsOfADeadSenderAreRun)
     }
 }
 
-struct Table {
-    const char* name;
-    std::function<void(RawFrame& frame)> spoil;  // of the request of KeepTwo
-};
-
-const std::vector<Table> TABLES_THAT_DO_NOT_HOLD = {
+// What is spoiled of the request of KeepTwo.
+const std::vector<std::pair<const char*, std::function<void(RawFrame& f)>>> TABLES_THAT_DO_NOT_HOLD = {
     {"offset off a slot by 1", [](RawFrame& f) { f.references[0].offset += 1; }},
     {"offset off a slot by 2", [](RawFrame& f) { f.references[1].offset += 2; }},
     {"offset at the end", [](RawFrame& f) { f.references[1].offset = static_cast<uint32_t>(f.data.size()); }},
@@ -164,10 +160,10 @@ TEST_F(HostileMessage, TableThatDoesNotHoldTogetherRefusesThatRequestOnly)
 {
     RawSocket lane = raw_->OpenLane();
     uint64_t number = 0;
-    for (const Table& row : TABLES_THAT_DO_NOT_HOLD) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, spoil] : TABLES_THAT_DO_NOT_HOLD) {
+        SCOPED_TRACE(name);
         RawFrame keep = KeepTwo();
-        row.spoil(keep);
+        spoil(keep);
         keep.number = ++number;
         ASSERT_TRUE(lane.Send(keep.Encode()));
         EXPECT_EQ(StatusOf(lane.ReceiveFrame()), TAVO::IPC_BAD_MESSAGE);

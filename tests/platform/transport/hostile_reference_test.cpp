@@ -12,11 +12,6 @@ using TestSupport::WaitFor;
 
 using HostileReference = HubFixture;
 
-struct Ending {
-    const char* name;
-    std::vector<RawRecord> records;  // a RELEASE of HELD is of the one object that the peer holds, once
-};
-
 TEST_F(HostileReference, WrongRecordsEndTheSessionAndTouchNothingOfOthers)
 {
     constexpr uint64_t HELD = 1'000'000;
@@ -24,7 +19,8 @@ TEST_F(HostileReference, WrongRecordsEndTheSessionAndTouchNothingOfOthers)
     const RawRecord release{RawRecord::RELEASE, 0, HELD, 1};
     const RawRecord after{RawRecord::AFTER, RawRecord::OWN_LANE, UNOPENED_LANE, 1};
     const uint64_t ofAnother = MakeObject(*raw_);
-    const std::vector<Ending> rows = {
+    // A RELEASE of HELD is of the one object that the peer holds, once.
+    const std::vector<std::pair<const char*, std::vector<RawRecord>>> rows = {
         {"type 0", {{0, 0, 0, 0}}},
         {"type 9", {{9, 0, 0, 0}}},
         {"type 4 billion", {{UINT32_MAX, 0, 0, 0}}},
@@ -43,11 +39,11 @@ TEST_F(HostileReference, WrongRecordsEndTheSessionAndTouchNothingOfOthers)
         {"after a message to come, and at once", {after, release, release}},
     };
     const int32_t live = LiveObjects();
-    for (const Ending& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, records] : rows) {
+        SCOPED_TRACE(name);
         const auto greedy = NewPeer();
         const uint64_t one = MakeObject(*greedy);
-        for (RawRecord record : row.records) {
+        for (RawRecord record : records) {
             record.a = record.a == HELD ? one : record.a;
             greedy->Control().Send(record.Encode());
         }

@@ -8,8 +8,8 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <functional>
+#include <iterator>
+#include <string>
 
 #include "support/process.h"
 #include "transport/transport.h"
@@ -19,52 +19,38 @@ namespace {
 
 using TAVO::Transport::RuntimeDir;
 
-void MakeDirectory(const std::string& path, mode_t mode)
-{
-    EXPECT_EQ(::mkdir(path.c_str(), mode), 0);
-}
-
 struct Place {
     const char* name;
-    std::function<void(const std::string& path)> make;
+    const char* make;  // a command; the path is in P
     bool create;
     const char* why;  // part of the line; null: accepted
 };
 
-const std::vector<Place> PLACES = {
-    {"ours", [](const std::string& path) { MakeDirectory(path, 0700); }, false, nullptr},
-    {"ours, to be made", [](const std::string&) {}, true, nullptr},
-    {"ours, made before", [](const std::string& path) { MakeDirectory(path, 0700); }, true, nullptr},
-    {"missing", [](const std::string&) {}, false, "cannot be opened"},
-    {"open to all", [](const std::string& path) { MakeDirectory(path, 0755); }, true, "0700"},
-    {"open to the group", [](const std::string& path) { MakeDirectory(path, 0710); }, false, "0700"},
-    {"too closed to use", [](const std::string& path) { MakeDirectory(path, 0500); }, false, "0700"},
-    {"a file", [](const std::string& path) { std::ofstream file(path); }, true, "no directory"},
-    {"a link to a good one",
-     [](const std::string& path) {
-         MakeDirectory(path + ".real", 0700);
-         EXPECT_EQ(::symlink((path + ".real").c_str(), path.c_str()), 0);
-     },
-     true, "symbolic link"},
-    {"a link that leads nowhere", [](const std::string& path) { EXPECT_EQ(::symlink("nowhere", path.c_str()), 0); },
-     true, "symbolic link"},
-    {"another user's",  // which only the superuser can make
-     [](const std::string& path) {
-         MakeDirectory(path, 0700);
-         EXPECT_EQ(::chown(path.c_str(), 65534, 65534), 0);
-     },
-     true, "another user"},
+constexpr Place PLACES[] = {
+    {"ours", "mkdir -m 0700 $P", false, nullptr},
+    {"ours, to be made", "true", true, nullptr},
+    {"ours, made before", "mkdir -m 0700 $P", true, nullptr},
+    {"missing", "true", false, "cannot be opened"},
+    {"open to all", "mkdir -m 0755 $P", true, "0700"},
+    {"open to the group", "mkdir -m 0710 $P", false, "0700"},
+    {"too closed to use", "mkdir -m 0500 $P", false, "0700"},
+    {"a file", "touch $P", true, "no directory"},
+    {"a link to a good one", "mkdir -m 0700 $P.real && ln -s $P.real $P", true, "symbolic link"},
+    {"a link that leads nowhere", "ln -s nowhere $P", true, "symbolic link"},
+    // Which only the superuser can make.
+    {"another user's", "mkdir -m 0700 $P && chown 65534:65534 $P", true, "another user"},
 };
 
 TEST(RuntimeDirectory, OnlyAPrivateDirectoryOfOursIsAccepted)
 {
     const TestSupport::PrivateRuntimeDir parent;
-    const size_t rows = PLACES.size() - (::geteuid() == 0 ? 0 : 1);
+    const size_t rows = std::size(PLACES) - (::geteuid() == 0 ? 0 : 1);
     for (size_t row = 0; row < rows; ++row) {
         const Place& place = PLACES[row];
         SCOPED_TRACE(place.name);
         const std::string path = parent.Path() + "/" + std::to_string(row);
-        place.make(path);
+        ::setenv("P", path.c_str(), 1);
+        ASSERT_EQ(std::system(place.make), 0);
         std::string error;
         const RuntimeDir dir = RuntimeDir::Open(path, place.create, error);
         EXPECT_EQ(dir.IsOpen(), place.why == nullptr) << error;
