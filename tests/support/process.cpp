@@ -5,10 +5,11 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -19,76 +20,12 @@
 #include <system_error>
 #include <utility>
 
-extern char** environ;
-
 namespace TestSupport {
 namespace {
 
 [[noreturn]] void Fail(const char* what)
 {
     throw std::system_error(errno, std::generic_category(), what);
-}
-
-int MillisecondsUntil(Clock::time_point deadline)
-{
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-    return left > 0 ? static_cast<int>(left) : 0;
-}
-
-void CloseFd(int& fd)
-{
-    if (fd >= 0) {
-        ::close(std::exchange(fd, -1));
-    }
-}
-
-// Two pipes: ends[0] is the parent's, ends[1] the child's.
-std::array<LinePipe, 2> ConnectedPipes(std::array<int, 2>& childFds)
-{
-    int toChild[2];
-    int toParent[2];
-    if (::pipe2(toChild, O_CLOEXEC) != 0 || ::pipe2(toParent, O_CLOEXEC) != 0) {
-        Fail("pipe");
-    }
-    childFds = {toChild[0], toParent[1]};
-    return {LinePipe(toParent[0], toChild[1]), LinePipe(toChild[0], toParent[1])};
-}
-
-// A child never outlives the test, whatever becomes of it.
-void DieWithParent(pid_t parent)
-{
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (::getppid() != parent) {
-        ::_exit(127);
-    }
-}
-
-std::vector<char*> Pointers(std::vector<std::string>& texts)
-{
-    std::vector<char*> pointers;
-    for (std::string& text : texts) {
-        pointers.push_back(text.data());
-    }
-    pointers.push_back(nullptr);
-    return pointers;
-}
-
-// Later settings win over those of this process.
-std::vector<std::string> MergedEnvironment(const std::vector<std::string>& settings)
-{
-    std::vector<std::string> merged = settings;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        const std::string text = *entry;
-        const std::string name = text.substr(0, text.find('=') + 1);
-        bool isReplaced = false;
-        for (const std::string& setting : settings) {
-            isReplaced = isReplaced || setting.compare(0, name.size(), name) == 0;
-        }
-        if (!isReplaced) {
-            merged.push_back(text);
-        }
-    }
-    return merged;
 }
 
 std::string StatusField(pid_t pid, const std::string& field)
@@ -105,48 +42,41 @@ std::string StatusField(pid_t pid, const std::string& field)
 
 }  // namespace
 
-LinePipe::LinePipe(LinePipe&& other) noexcept
-    : readFd_(std::exchange(other.readFd_, -1)),
-      writeFd_(std::exchange(other.writeFd_, -1)),
-      pending_(std::move(other.pending_))
+void OwnedFd::Close()
 {
+    if (fd_ >= 0) {
+        ::close(std::exchange(fd_, -1));
+    }
 }
 
-LinePipe& LinePipe::operator=(LinePipe&& other) noexcept
+bool PollUntil(int fd, short events, Clock::time_point deadline)
 {
-    std::swap(readFd_, other.readFd_);
-    std::swap(writeFd_, other.writeFd_);
-    std::swap(pending_, other.pending_);
-    return *this;
+    for (;;) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        pollfd entry{fd, events, 0};
+        const int ready = ::poll(&entry, 1, left > 0 ? static_cast<int>(left) : 0);
+        if (ready >= 0 || errno != EINTR) {
+            return ready > 0;
+        }
+    }
 }
 
 bool LinePipe::Say(const std::string& line)
 {
-    // A pipe has no MSG_NOSIGNAL: the signal is kept away from this thread and taken back if it was raised.
-    sigset_t pipeSignal;
-    sigset_t before;
-    sigset_t waiting;
-    sigemptyset(&pipeSignal);
-    sigaddset(&pipeSignal, SIGPIPE);
-    ::pthread_sigmask(SIG_BLOCK, &pipeSignal, &before);
     const std::string text = line + '\n';
-    size_t written = 0;
-    bool isOpen = true;
-    while (written < text.size() && isOpen) {
-        const ssize_t put = ::write(writeFd_, text.data() + written, text.size() - written);
-        if (put > 0) {
-            written += static_cast<size_t>(put);
-        } else if (errno != EINTR) {
-            isOpen = false;
+    for (size_t sent = 0; sent < text.size();) {
+        const ssize_t put = ::send(socket_.Get(), text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
+        if (put < 0 && errno != EINTR) {
+            return false;
         }
+        sent += static_cast<size_t>(std::max<ssize_t>(put, 0));
     }
-    sigpending(&waiting);
-    if (!isOpen && sigismember(&waiting, SIGPIPE) == 1 && sigismember(&before, SIGPIPE) == 0) {
-        const timespec now{};
-        ::sigtimedwait(&pipeSignal, nullptr, &now);
-    }
-    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    return isOpen;
+    return true;
+}
+
+void LinePipe::CloseWriting()
+{
+    ::shutdown(socket_.Get(), SHUT_WR);
 }
 
 std::optional<std::string> LinePipe::Hear(Clock::duration patience)
@@ -158,13 +88,11 @@ std::optional<std::string> LinePipe::Hear(Clock::duration patience)
             pending_.erase(0, end + 1);
             return line;
         }
-        pollfd entry{readFd_, POLLIN, 0};
-        const int ready = ::poll(&entry, 1, MillisecondsUntil(deadline));
-        if (ready == 0) {
+        if (!PollUntil(socket_.Get(), POLLIN, deadline)) {
             return std::nullopt;
         }
         char buffer[4096];
-        const ssize_t got = ready > 0 ? ::read(readFd_, buffer, sizeof(buffer)) : -1;
+        const ssize_t got = ::read(socket_.Get(), buffer, sizeof(buffer));
         if (got > 0) {
             pending_.append(buffer, static_cast<size_t>(got));
         } else if (got == 0 || errno != EINTR) {
@@ -173,78 +101,57 @@ std::optional<std::string> LinePipe::Hear(Clock::duration patience)
     }
 }
 
-void LinePipe::CloseWriting()
+// `inChild` gets its end of the pipe; its result is the exit status. It never outlives the test, whatever becomes of it.
+template <typename Body>
+Child Child::Launch(Body inChild)
 {
-    CloseFd(writeFd_);
-}
-
-void LinePipe::Close()
-{
-    CloseFd(readFd_);
-    CloseFd(writeFd_);
-}
-
-Child Child::Start(std::vector<std::string> command, const std::vector<std::string>& environment)
-{
-    std::array<int, 2> childFds{};
-    std::array<LinePipe, 2> ends = ConnectedPipes(childFds);
-    command.front() = ProgramPath(command.front());
-    std::vector<std::string> variables = MergedEnvironment(environment);
-    const std::vector<char*> argv = Pointers(command);
-    const std::vector<char*> envp = Pointers(variables);
-    const pid_t parent = ::getpid();
-    Child child;
-    child.pid_ = ::fork();
-    if (child.pid_ < 0) {
-        Fail("fork");
+    int ends[2];
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+        Fail("socketpair");
     }
-    if (child.pid_ == 0) {  // Only calls that are safe in the fork of a process with threads.
-        DieWithParent(parent);
-        ::dup2(childFds[0], STDIN_FILENO);
-        ::dup2(childFds[1], STDOUT_FILENO);
-        ::execve(argv[0], argv.data(), envp.data());
-        ::_exit(127);
-    }
-    child.pipe_ = std::move(ends[0]);
-    return child;
-}
-
-Child Child::Fork(const std::function<int(LinePipe& parent)>& body)
-{
-    std::array<int, 2> childFds{};
-    std::array<LinePipe, 2> ends = ConnectedPipes(childFds);
-    const pid_t parent = ::getpid();
     Child child;
+    child.pipe_ = LinePipe(OwnedFd(ends[0]));
+    OwnedFd childsEnd(ends[1]);
+    const pid_t parent = ::getpid();
     child.pid_ = ::fork();
     if (child.pid_ < 0) {
         Fail("fork");
     }
     if (child.pid_ == 0) {
-        DieWithParent(parent);
-        ends[0].Close();
-        int status = 126;
-        try {
-            status = body(ends[1]);
-        } catch (const std::exception& error) {
-            ::dprintf(STDERR_FILENO, "forked child: %s\n", error.what());
-        }
-        ::_exit(status);
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        child.pipe_.Close();
+        ::_exit(::getppid() == parent ? inChild(std::move(childsEnd)) : 127);
     }
-    child.pipe_ = std::move(ends[0]);
     return child;
 }
 
-Child::Child(Child&& other) noexcept
-    : pid_(std::exchange(other.pid_, -1)), ended_(std::move(other.ended_)), pipe_(std::move(other.pipe_))
+Child Child::Start(std::vector<std::string> command)
 {
+    command.front() = ProgramPath(command.front());
+    std::vector<char*> argv;
+    for (std::string& text : command) {
+        argv.push_back(text.data());
+    }
+    argv.push_back(nullptr);
+    return Launch([&argv](OwnedFd end) {  // only calls that are safe in the fork of a process with threads
+        ::dup2(end.Get(), STDIN_FILENO);
+        ::dup2(end.Get(), STDOUT_FILENO);
+        ::execv(argv[0], argv.data());
+        return 127;
+    });
 }
 
-Child& Child::operator=(Child&& other) noexcept
+Child Child::Fork(const std::function<int(LinePipe& parent)>& body)
 {
-    std::swap(pid_, other.pid_);
-    std::swap(ended_, other.ended_);
-    std::swap(pipe_, other.pipe_);
-    return *this;
+    return Launch([&body](OwnedFd end) {
+        LinePipe parent(std::move(end));
+        try {
+            return body(parent);
+        } catch (const std::exception& error) {
+            ::dprintf(STDERR_FILENO, "forked child: %s\n", error.what());
+            return 126;
+        }
+    });
 }
 
 std::string Child::Ask(const std::string& line)

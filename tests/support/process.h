@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace TestSupport {
@@ -34,26 +35,45 @@ bool WaitFor(Condition condition, Clock::duration patience = PATIENCE)
     return true;
 }
 
-// Lines to and from the other end of two pipes. Owns both descriptors.
+// A descriptor that is closed with its owner.
+class OwnedFd {
+public:
+    explicit OwnedFd(int fd = -1) : fd_(fd) {}
+    OwnedFd(OwnedFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    OwnedFd& operator=(OwnedFd&& other) noexcept
+    {
+        std::swap(fd_, other.fd_);
+        return *this;
+    }
+    ~OwnedFd() { Close(); }
+    int Get() const { return fd_; }
+    void Close();
+
+private:
+    int fd_;
+};
+
+// Whether poll finds one of `events` in time.
+bool PollUntil(int fd, short events, Clock::time_point deadline);
+
+// Lines to and from the other end of a socket.
 class LinePipe {
 public:
     LinePipe() = default;
-    LinePipe(int readFd, int writeFd) : readFd_(readFd), writeFd_(writeFd) {}
-    LinePipe(LinePipe&& other) noexcept;
-    LinePipe& operator=(LinePipe&& other) noexcept;
-    ~LinePipe() { Close(); }
+    explicit LinePipe(OwnedFd socket) : socket_(std::move(socket)) {}
+    // The socket that a test program finds as its stdin and stdout.
+    LinePipe(int readFd, int /*writeFd*/) : socket_(readFd) {}
 
-    // False when the other end is gone. SIGPIPE is not raised in a program that left its disposition alone.
+    // False when the other end is gone. SIGPIPE is not raised.
     bool Say(const std::string& line);
     // The next line without its end; nothing at the end of the pipe or when none came in time.
     std::optional<std::string> Hear(Clock::duration patience = PATIENCE);
     // The other end hears the end of the pipe.
     void CloseWriting();
-    void Close();
+    void Close() { socket_.Close(); }
 
 private:
-    int readFd_ = -1;
-    int writeFd_ = -1;
+    OwnedFd socket_;
     std::string pending_;  // received, not yet asked for
 };
 
@@ -62,14 +82,20 @@ private:
 class Child {
 public:
     Child() = default;
-    // Runs `command` (a program of the build by its bare name, or a path) with its stdin and stdout as the pipe.
-    static Child Start(std::vector<std::string> command, const std::vector<std::string>& environment = {});
+    // Runs `command` (a program of the build by its bare name, or a path) with the pipe as its stdin and stdout.
+    static Child Start(std::vector<std::string> command);
     // Runs `body` in a fork of this process; its result is the exit status. The fork of a process that has used the
     // platform can use it no more: fork first, and let the child wait for a line.
     static Child Fork(const std::function<int(LinePipe& parent)>& body);
 
-    Child(Child&& other) noexcept;
-    Child& operator=(Child&& other) noexcept;
+    Child(Child&& other) noexcept { *this = std::move(other); }
+    Child& operator=(Child&& other) noexcept
+    {
+        std::swap(pid_, other.pid_);
+        std::swap(ended_, other.ended_);
+        std::swap(pipe_, other.pipe_);
+        return *this;
+    }
     ~Child() { End(); }
 
     pid_t Pid() const { return pid_; }
@@ -85,6 +111,8 @@ public:
     std::string WaitForExit(Clock::duration patience = PATIENCE);
 
 private:
+    template <typename Body>
+    static Child Launch(Body inChild);
     void End();
 
     pid_t pid_ = -1;     // -1: none, or reaped

@@ -78,12 +78,6 @@ RawFrame& RawFrame::Int32(int32_t value)
     return *this;
 }
 
-RawFrame& RawFrame::Uint64(uint64_t value)
-{
-    Append(data, value);
-    return *this;
-}
-
 RawFrame& RawFrame::String(std::string_view text)
 {
     Append(data, static_cast<int32_t>(text.size()));

@@ -103,7 +103,6 @@ struct RawFrame {
 
     int32_t Status() const { return static_cast<int32_t>(codeOrStatus); }
     RawFrame& Int32(int32_t value);
-    RawFrame& Uint64(uint64_t value);
     RawFrame& String(std::string_view text);
     // Two slots in the data and an entry in the table.
     RawFrame& Reference(const RawInstance& owner, uint64_t objectSerial, std::u16string_view descriptor = {});

@@ -8,50 +8,19 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <utility>
 
 namespace TestSupport {
-namespace {
-
-bool PollUntil(int fd, short events, Clock::time_point deadline)
-{
-    for (;;) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-        pollfd entry{fd, events, 0};
-        const int ready = ::poll(&entry, 1, left > 0 ? static_cast<int>(left) : 0);
-        if (ready >= 0 || errno != EINTR) {
-            return ready > 0;
-        }
-    }
-}
-
-}  // namespace
-
-RawSocket::RawSocket(RawSocket&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-
-RawSocket& RawSocket::operator=(RawSocket&& other) noexcept
-{
-    std::swap(fd_, other.fd_);
-    return *this;
-}
-
-void RawSocket::Close()
-{
-    if (fd_ >= 0) {
-        ::close(std::exchange(fd_, -1));
-    }
-}
 
 bool RawSocket::Send(const Bytes& bytes, Clock::duration patience)
 {
     const Clock::time_point deadline = Clock::now() + patience;
     size_t sent = 0;
     while (sent < bytes.size()) {
-        const ssize_t put = ::send(fd_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+        const ssize_t put = ::send(Fd(), bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (put >= 0) {
             sent += static_cast<size_t>(put);
         } else if (errno == EAGAIN) {
-            if (!PollUntil(fd_, POLLOUT, deadline)) {
+            if (!PollUntil(Fd(), POLLOUT, deadline)) {
                 return false;
             }
         } else if (errno != EINTR) {
@@ -81,7 +50,7 @@ bool RawSocket::SendWithDescriptors(const Bytes& bytes, size_t count)
     header->cmsg_type = SCM_RIGHTS;
     header->cmsg_len = CMSG_LEN(count * sizeof(int));
     std::memcpy(CMSG_DATA(header), descriptors.data(), count * sizeof(int));
-    return ::sendmsg(fd_, &message, MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+    return ::sendmsg(Fd(), &message, MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
 }
 
 std::optional<Bytes> RawSocket::Receive(size_t size, Clock::duration patience)
@@ -90,10 +59,10 @@ std::optional<Bytes> RawSocket::Receive(size_t size, Clock::duration patience)
     Bytes bytes;
     while (bytes.size() < size) {
         uint8_t buffer[65536];
-        if (!PollUntil(fd_, POLLIN, deadline)) {
+        if (!PollUntil(Fd(), POLLIN, deadline)) {
             return std::nullopt;
         }
-        const ssize_t got = ::recv(fd_, buffer, std::min(sizeof(buffer), size - bytes.size()), MSG_DONTWAIT);
+        const ssize_t got = ::recv(Fd(), buffer, std::min(sizeof(buffer), size - bytes.size()), MSG_DONTWAIT);
         if (got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR)) {
             return std::nullopt;
         }
@@ -139,8 +108,8 @@ bool RawSocket::WaitForEnd(Clock::duration patience)
 {
     const Clock::time_point deadline = Clock::now() + patience;
     uint8_t buffer[65536];
-    while (PollUntil(fd_, POLLIN, deadline)) {
-        const ssize_t got = ::recv(fd_, buffer, sizeof(buffer), MSG_DONTWAIT);
+    while (PollUntil(Fd(), POLLIN, deadline)) {
+        const ssize_t got = ::recv(Fd(), buffer, sizeof(buffer), MSG_DONTWAIT);
         if (got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR)) {
             return true;
         }
@@ -150,13 +119,7 @@ bool RawSocket::WaitForEnd(Clock::duration patience)
 
 bool RawSocket::AwaitReadable(Clock::duration patience) const
 {
-    return PollUntil(fd_, POLLIN, Clock::now() + patience);
-}
-
-bool RawSocket::IsQuiet() const
-{
-    uint8_t byte = 0;
-    return ::recv(fd_, &byte, 1, MSG_DONTWAIT | MSG_PEEK) < 0 && errno == EAGAIN;
+    return PollUntil(Fd(), POLLIN, Clock::now() + patience);
 }
 
 }  // namespace TestSupport

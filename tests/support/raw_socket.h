@@ -15,13 +15,10 @@ class RawSocket {
 public:
     RawSocket() = default;
     explicit RawSocket(int fd) : fd_(fd) {}
-    RawSocket(RawSocket&& other) noexcept;
-    RawSocket& operator=(RawSocket&& other) noexcept;
-    ~RawSocket() { Close(); }
 
-    bool IsOpen() const { return fd_ >= 0; }
-    int Fd() const { return fd_; }
-    void Close();
+    bool IsOpen() const { return Fd() >= 0; }
+    int Fd() const { return fd_.Get(); }
+    void Close() { fd_.Close(); }
 
     // False when not all could be sent: the other end is gone, or does not read.
     bool Send(const Bytes& bytes, Clock::duration patience = PATIENCE);
@@ -38,11 +35,9 @@ public:
     bool WaitForEnd(Clock::duration patience = PATIENCE);
     // Whether there comes something to read, or a connection to take.
     bool AwaitReadable(Clock::duration patience) const;
-    // True while the connection is up and nothing lies unread.
-    bool IsQuiet() const;
 
 private:
-    int fd_ = -1;
+    OwnedFd fd_;
 };
 
 }  // namespace TestSupport
