@@ -1,37 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// What binary callers rely on: defaults of the records and the slots of the virtual operations.
+// What binary callers rely on: the slots of the virtual operations.
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <limits>
 #include <type_traits>
 
 #include "ipc/iveltra_server_interface.h"
 #include "veltra_callbacks.h"
-#include "veltra_records.h"
 #include "veltra_server_client.h"
 
 namespace TAVO::Veltra {
 namespace {
-
-TEST(RecordDefaults, UnknownIsMarkedAndTheRestIsZero)
-{
-    const GameCallbackEventInfo info;
-    EXPECT_EQ(info.eventText, "");
-    EXPECT_EQ(info.tempLevel, -1);
-    EXPECT_EQ(info.thermalMargin, std::numeric_limits<int32_t>::min());
-    for (const int32_t zero :
-         {info.gpuLoadLevel, info.vertexLoadLevel, info.fragmentLoadLevel, info.textureLoadLevel,
-          info.bandwidthLoadLevel, info.currentFrequency, info.thermalTrend, info.extraValue, info.resultCode}) {
-        EXPECT_EQ(zero, 0);
-    }
-    const AppResourceInfo resource;
-    EXPECT_EQ(resource.int1, 1);
-    EXPECT_EQ(resource.int2, 0);
-    EXPECT_EQ(resource.long1, 0);
-    EXPECT_EQ(resource.int3, 0);
-    EXPECT_EQ(resource.text1 + resource.text2 + resource.text3 + resource.text4, "");
-}
 
 // The order in which a vtable holds its operations, as the ABI of this platform writes it into a member pointer.
 template <typename Member>
@@ -83,14 +62,6 @@ TEST(VirtualSlots, RemoteInterfacesKeepTheirOrder)
     for (size_t i = 0; i < std::size(slots); ++i) {
         EXPECT_EQ(slots[i], first + i) << "operation " << i + 1;
     }
-}
-
-TEST(Descriptors, AreTheOnesThatTheServiceCompares)
-{
-    EXPECT_EQ(IVeltraServerInterface::GetDescriptor(), u"zem.game.perf.iVeltraServerInterface");
-    EXPECT_EQ(IGpNapiEventCallback::GetDescriptor(), u"zem.game.perf.iGpNapiEventCallback");
-    EXPECT_EQ(IGpuCounterNativeCallback::GetDescriptor(), u"zem.game.perf.IGpuCounterNativeCallback");
-    EXPECT_EQ(IResourcePreDownloadNativeCallback::GetDescriptor(), u"zem.game.perf.IResourcePreDownloadNativeCallback");
 }
 
 }  // namespace
