@@ -3,96 +3,68 @@
 #include <new>
 
 #include "callback/endpoints.h"
-#include "support/log_lines.h"
+#include "support/log_capture.h"
 
 namespace TAVO::Veltra {
 namespace {
 
-Line Debug(const char* text, const char* said = "")
-{
-    return {SCRIVO_DEBUG, text, said};
-}
-
 Line Received(uint32_t code)
 {
-    return {SCRIVO_INFO, "OnReceived, cmd = %{public}u", "OnReceived, cmd = " + std::to_string(code)};
+    return Info("OnReceived, cmd = %{public}u", {std::to_string(code)});
 }
 
 class CallbackLogTexts : public Endpoints {};
 
-TEST_F(CallbackLogTexts, Frame)
+TEST_F(CallbackLogTexts, RequestsAndRefusals)
 {
-    for (const Target& target : Targets()) {
-        SCOPED_TRACE(target.name);
-        ExpectLines({"OnRemoteRequest"}, {Error("descriptor checked fail !")},
-                    [&] { Send(*target.endpoint, target.code, u"x", [](MessageParcel&) {}); });
-        ExpectLines({"OnRemoteRequest"}, {Received(8)}, [&] { Send(*target.endpoint, 8, target.payload); });
-    }
-}
-
-struct HandlerTexts {
-    uint32_t code;
-    const char* operation;
-    std::vector<Line> begin;  // after the frame's
-    Line notWritten;
-};
-
-TEST_F(CallbackLogTexts, Handlers)
-{
-    const HandlerTexts handlers[] = {
-        {GAME_EVENT, "OnGameCallbackEvent", {Debug("OnGameCallbackEvent")}, Error("writing parcel failed")},
-        {GPU_DATA,
-         "HandleGpuCounterData",
-         {Info("GpuCounterCallBackStub::HandleGpuCounterData")},
-         Error("writing parcel failed")},
-        {PRIORITYS,
-         "HandleGetAppPrioritysCallback",
-         {Info("ResourcePreDownloadCallbackStub::HandleGetAppPrioritysCallback")},
+    const struct {
+        const char* operation;
+        Line begin;  // after the frame's
+        Line notWritten;
+    } handlers[] = {
+        {"OnGameCallbackEvent", Debug("OnGameCallbackEvent"), Error("writing parcel failed")},
+        {"HandleGpuCounterData", Info("GpuCounterCallBackStub::HandleGpuCounterData"), Error("writing parcel failed")},
+        {"HandleGetAppPrioritysCallback", Info("ResourcePreDownloadCallbackStub::HandleGetAppPrioritysCallback"),
          Warn("writing parcel failed")},
-        {RESOURCE_INFOS,
-         "HandleQueryAppResourceInfoCallback",
-         {Info("ResourcePreDownloadCallbackStub::HandleQueryAppResourceInfoCallback")},
-         Error("writing parcel failed")},
+        {"HandleQueryAppResourceInfoCallback",
+         Info("ResourcePreDownloadCallbackStub::HandleQueryAppResourceInfoCallback"), Error("writing parcel failed")},
     };
     const std::vector<Target> targets = Targets();
     for (size_t i = 0; i < targets.size(); ++i) {
         const Target& target = targets[i];
-        const HandlerTexts& texts = handlers[i];
+        const char* const operation = handlers[i].operation;
+        const Line& begin = handlers[i].begin;
         SCOPED_TRACE(target.name);
-        std::vector<Line> lines = {Received(texts.code)};
-        lines.insert(lines.end(), texts.begin.begin(), texts.begin.end());
-        ExpectLines({"OnRemoteRequest", texts.operation}, lines,
-                    [&] { Send(*target.endpoint, texts.code, target.payload); });
-        lines.push_back(texts.notWritten);
-        const char* const writer = texts.code == GAME_EVENT ? "HandleGameEvent" : texts.operation;
-        ExpectLines({"OnRemoteRequest", texts.operation, writer}, lines,
-                    [&] { Send(*target.endpoint, texts.code, target.payload, 0); });
-        if (texts.code == GPU_DATA || texts.code == RESOURCE_INFOS) {
-            lines.back() = Info("parcel read results failed.");
-            ExpectLines({"OnRemoteRequest", texts.operation}, lines,
-                        [&] { Send(*target.endpoint, texts.code, Items{}); });
+        ExpectLines({"OnRemoteRequest"}, {Error("descriptor checked fail !")},
+                    [&] { Send(*target.endpoint, target.code, u"x", [](MessageParcel&) {}); });
+        ExpectLines({"OnRemoteRequest"}, {Received(8)}, [&] { Send(*target.endpoint, 8, target.payload); });
+        ExpectLines({"OnRemoteRequest", operation}, {Received(target.code), begin},
+                    [&] { Send(*target.endpoint, target.code, target.payload); });
+        ExpectLines({"OnRemoteRequest", operation, target.code == GAME_EVENT ? "HandleGameEvent" : operation},
+                    {Received(target.code), begin, handlers[i].notWritten},
+                    [&] { Send(*target.endpoint, target.code, target.payload, 0); });
+        if (target.code == GPU_DATA || target.code == RESOURCE_INFOS) {
+            ExpectLines({"OnRemoteRequest", operation},
+                        {Received(target.code), begin, Info("parcel read results failed.")},
+                        [&] { Send(*target.endpoint, target.code, Items{}); });
         }
     }
-    ExpectLines({"OnRemoteRequest", "HandleGetAppPrioritysCallback"}, {Received(PRIORITYS), handlers[2].begin.front()},
+    ExpectLines({"OnRemoteRequest", handlers[2].operation}, {Received(PRIORITYS), handlers[2].begin},
                 [&] { Send(*resource_, PRIORITYS, {101}); });
 }
 
 TEST_F(CallbackLogTexts, CallbacksThatFail)
 {
-    const Line received = Received(GAME_EVENT);
-    const Line event = Debug("OnGameCallbackEvent");
-    const char* const failed = "callback failed, result code = %{public}d";
-    result_ = [] { return 7; };
-    ExpectLines({"OnRemoteRequest", "OnGameCallbackEvent"},
-                {received, event, Warn(failed, "callback failed, result code = 7")},
-                [&] { Send(*events_, GAME_EVENT, Items{}); });
-    result_ = []() -> int32_t { throw std::bad_alloc(); };
-    ExpectLines({"OnRemoteRequest", "OnGameCallbackEvent"},
-                {received, event, Warn(failed, "callback failed, result code = -1")},
-                [&] { Send(*events_, GAME_EVENT, Items{}); });
+    for (const std::string value : {"7", "-1"}) {
+        result_ = [&value]() -> int32_t { return value == "7" ? 7 : throw std::bad_alloc(); };
+        ExpectLines({"OnRemoteRequest", "OnGameCallbackEvent"},
+                    {Received(GAME_EVENT), Debug("OnGameCallbackEvent"),
+                     Warn("callback failed, result code = %{public}d", {value})},
+                    [&] { Send(*events_, GAME_EVENT, Items{}); });
+    }
     ExpectLines({"OnRemoteRequest", "HandleGpuCounterData", "OnRemoteRequest"},
                 {Received(GPU_DATA), Info("GpuCounterCallBackStub::HandleGpuCounterData"),
-                 Debug("request ended in an exception, cmd = %{public}u", "request ended in an exception, cmd = 12")},
+                 Debug("request ended in an exception, cmd = %{public}u", {"12"})},
                 [&] { Send(*gpu_, GPU_DATA, {0}); });
     ExpectLines({"AddCallback"}, {Warn("the callback from framework is nullptr")},
                 [&] { events_->AddCallback(nullptr, 1); });

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Callbacks are replaced and removed while they are being called: none runs twice at once or after its end.
 #include <atomic>
-#include <thread>
 
 #include "callback/endpoints.h"
+#include "support/threads.h"
 
 namespace TAVO::Veltra {
 namespace {
@@ -40,31 +40,23 @@ void ChangeDuringDeliveries(IPCObjectStub& endpoint, const std::vector<std::pair
                             const std::function<void(int round)>& change)
 {
     std::atomic<int> deliverersLeft{2};
-    std::vector<std::thread> deliverers;
-    for (int i = deliverersLeft; i > 0; --i) {
-        deliverers.emplace_back([&] {
-            for (int delivery = 0; delivery < DELIVERIES; ++delivery) {
-                for (const auto& [code, payload] : requests) {
-                    const Outcome outcome = Send(endpoint, code, payload);
-                    EXPECT_EQ(outcome.status, 0);
-                    EXPECT_EQ(outcome.reply, Items{0});
-                }
+    const TestSupport::Threads deliverers(2, [&](size_t) {
+        for (int delivery = 0; delivery < DELIVERIES; ++delivery) {
+            for (const auto& [code, payload] : requests) {
+                EXPECT_EQ(Send(endpoint, code, payload), (Outcome{0, {0}}));
             }
-            --deliverersLeft;
-        });
-    }
+        }
+        --deliverersLeft;
+    });
     for (int round = 0; deliverersLeft > 0; ++round) {
         change(round);
-    }
-    for (std::thread& deliverer : deliverers) {
-        deliverer.join();
     }
 }
 
 TEST(DeliveryRace, EventCallbacksComeAndGo)
 {
     const auto endpoint = MakeRef<GameEventCallback>();
-    ChangeDuringDeliveries(*endpoint, {{GAME_EVENT, EventItems("x", {1})}}, [&](int round) {
+    ChangeDuringDeliveries(*endpoint, {{GAME_EVENT, {"x", 1}}}, [&](int round) {
         endpoint->AddCallback(Watched<EventFunction>(), round % 4);
         endpoint->RemoveCallback((round + 2) % 4);
         endpoint->HasCallBacks();
@@ -82,11 +74,10 @@ TEST(DeliveryRace, GpuCallbackIsReplaced)
 TEST(DeliveryRace, ResourceCallbacksAreReplaced)
 {
     const auto endpoint = MakeRef<ResourcePreDownloadCallback>();
-    ChangeDuringDeliveries(
-        *endpoint, {{PRIORITYS, {1, std::string("p")}}, {RESOURCE_INFOS, ResourceItems(2, 2)}}, [&](int round) {
-            endpoint->SetGetAppPrioritysCallback(round % 3 == 2 ? nullptr : Watched<PrioritysFunction>());
-            endpoint->SetQueryAppResourceInfoCallback(round % 3 == 1 ? nullptr : Watched<ResourceInfoFunction>());
-        });
+    ChangeDuringDeliveries(*endpoint, {{PRIORITYS, {1, "p"}}, {RESOURCE_INFOS, ResourceItems(2, 2)}}, [&](int round) {
+        endpoint->SetGetAppPrioritysCallback(round % 3 == 2 ? nullptr : Watched<PrioritysFunction>());
+        endpoint->SetQueryAppResourceInfoCallback(round % 3 == 1 ? nullptr : Watched<ResourceInfoFunction>());
+    });
 }
 
 }  // namespace

@@ -27,13 +27,6 @@ Outcome Send(IPCObjectStub& endpoint, uint32_t code, const Items& payload, size_
         replyCapacity);
 }
 
-Items EventItems(const std::string& text, const std::vector<int32_t>& values)
-{
-    Items items = {text};
-    items.insert(items.end(), values.begin(), values.end());
-    return items;
-}
-
 namespace {
 
 Items ListItems(int32_t announced, int32_t present, int32_t nullAt, const std::function<Items(int32_t)>& record)
@@ -44,10 +37,7 @@ Items ListItems(int32_t announced, int32_t present, int32_t nullAt, const std::f
             items.emplace_back(0);
             continue;
         }
-        items.emplace_back(1);
-        for (const Item& item : record(i)) {
-            items.push_back(item);
-        }
+        items = items + Items{1} + record(i);
     }
     return items;
 }
@@ -72,36 +62,20 @@ Items ResourceItems(int32_t announced, int32_t present, int32_t nullAt)
 
 Endpoints::Endpoints()
 {
-    events_->AddCallback(std::make_unique<EventFunction>([this](const GameCallbackEventInfo& info) {
-                             ++calls_;
-                             event_ = info;
-                             return result_();
-                         }),
-                         1);
-    gpu_->SetProcessCallback(std::make_unique<GpuFunction>([this](std::vector<GpuPerfInfo>& infos) {
-        ++calls_;
-        samples_ = infos;
-        return result_();
-    }));
-    resource_->SetGetAppPrioritysCallback(std::make_unique<PrioritysFunction>([this](std::vector<std::string>& list) {
-        ++calls_;
-        texts_ = list;
-        return result_();
-    }));
+    events_->AddCallback(std::make_unique<EventFunction>([this](auto& info) { return Keep(event_, info); }), 1);
+    gpu_->SetProcessCallback(std::make_unique<GpuFunction>([this](auto& infos) { return Keep(samples_, infos); }));
+    resource_->SetGetAppPrioritysCallback(
+        std::make_unique<PrioritysFunction>([this](auto& list) { return Keep(texts_, list); }));
     resource_->SetQueryAppResourceInfoCallback(
-        std::make_unique<ResourceInfoFunction>([this](const AppResourceInfos& infos) {
-            ++calls_;
-            infos_ = infos;
-            return result_();
-        }));
+        std::make_unique<ResourceInfoFunction>([this](auto& infos) { return Keep(infos_, infos); }));
 }
 
 std::vector<Endpoints::Target> Endpoints::Targets() const
 {
     return {
-        {"game event", events_.Get(), GAME_EVENT, EventItems("e", {1, 2, 3, 4, 5, 6, 7, 8, 9, 10})},
+        {"game event", events_.Get(), GAME_EVENT, {"e", 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}},
         {"GPU data", gpu_.Get(), GPU_DATA, GpuItems(2, 2)},
-        {"priorities", resource_.Get(), PRIORITYS, {1, std::string("p")}},
+        {"priorities", resource_.Get(), PRIORITYS, {1, "p"}},
         {"resource infos", resource_.Get(), RESOURCE_INFOS, ResourceItems(2, 2)},
     };
 }

@@ -25,7 +25,9 @@ constexpr uint32_t RESOURCE_INFOS = 18;
 // What one request came to.
 struct Outcome {
     int status = 0;
-    Items reply;  // empty, or the one Int32
+    Items reply = {};  // empty, or the one Int32
+
+    bool operator==(const Outcome& other) const = default;
 };
 
 Outcome Send(IPCObjectStub& endpoint, uint32_t code, const std::u16string& token,
@@ -34,7 +36,6 @@ Outcome Send(IPCObjectStub& endpoint, uint32_t code, const std::u16string& token
 Outcome Send(IPCObjectStub& endpoint, uint32_t code, const Items& payload,
              size_t replyCapacity = Parcel::MAX_DATA_BYTES);
 
-Items EventItems(const std::string& text, const std::vector<int32_t>& values);
 // `present` records behind the flag 1 and `announced`; the one at `nullAt` is missing behind a marker of 0.
 Items GpuItems(int32_t announced, int32_t present, int32_t nullAt = -1);
 Items ResourceItems(int32_t announced, int32_t present, int32_t nullAt = -1);
@@ -51,6 +52,14 @@ protected:
         Items payload;  // that the handler takes
     };
     std::vector<Target> Targets() const;
+
+    template <typename Value>
+    int32_t Keep(Value& place, const Value& value)
+    {
+        ++calls_;
+        place = value;
+        return result_();
+    }
 
     int calls_ = 0;
     std::function<int32_t()> result_ = [] { return 0; };

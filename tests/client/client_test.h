@@ -30,6 +30,15 @@ protected:
         return service;
     }
 
+    // One that answers everything with this number.
+    sptr<FakeRemoteObject> RunAnswering(int32_t result)
+    {
+        return RunService([result](uint32_t, MessageParcel&, MessageParcel& reply) {
+            reply.WriteInt32(result);
+            return 0;
+        });
+    }
+
     // As the manager does it: reported under this id once the load was accepted.
     void ReportSuccessOnLoad(int32_t systemAbilityId, const sptr<IRemoteObject>& object)
     {

@@ -1,21 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 // How the service is found, loaded and let go.
 #include <atomic>
-#include <thread>
 #include <vector>
 
 #include "client/client_test.h"
 #include "client/veltra_sa_load_callback.h"
-#include "ipc/server_codes.h"
+#include "support/threads.h"
 
 namespace TAVO::Veltra {
 namespace {
+
+using TestSupport::Threads;
 
 const std::vector<int32_t> ONCE = {66006};
 
 class ConnectionTest : public ClientTest {};
 
-TEST_F(ConnectionTest, RunningServiceIsTakenWithoutLoadOrDeathNotice)
+TEST_F(ConnectionTest, RunningServiceIsTakenAnewByEachCallWithoutLoadOrDeathNotice)
 {
     const auto service = RunService();
     const sptr<IVeltraServerInterface> found = proxy_.GetServiceProxy();
@@ -24,18 +25,11 @@ TEST_F(ConnectionTest, RunningServiceIsTakenWithoutLoadOrDeathNotice)
     EXPECT_EQ(manager_->Checks(), ONCE);
     EXPECT_TRUE(manager_->Loads().empty());
     EXPECT_EQ(service->DeathRecipients(), 0u);
-}
-
-TEST_F(ConnectionTest, EachCallChecksAgain)
-{
-    RunService();
-    proxy_.GetServiceProxy();
     const auto successor = RunService();
     EXPECT_TRUE(proxy_.GetServiceProxy()->AsObject() == successor);
-    EXPECT_EQ(manager_->Checks().size(), 2u);
 }
 
-TEST_F(ConnectionTest, ServiceThatIsNotRunningIsLoadedAndWatched)
+TEST_F(ConnectionTest, LoadedServiceIsWatchedUntilItDiesOrIsReplaced)
 {
     const auto service = MakeRef<FakeRemoteObject>();
     ReportSuccessOnLoad(66006, service);
@@ -44,33 +38,29 @@ TEST_F(ConnectionTest, ServiceThatIsNotRunningIsLoadedAndWatched)
     EXPECT_TRUE(loaded->AsObject() == service);
     EXPECT_EQ(manager_->Loads(), ONCE);
     EXPECT_EQ(service->DeathRecipients(), 1u);
-}
-
-TEST_F(ConnectionTest, DeathReleasesTheConnectionAndTheNextCallLoads)
-{
-    const auto service = MakeRef<FakeRemoteObject>();
-    ReportSuccessOnLoad(66006, service);
-    proxy_.GetServiceProxy();
     const int32_t references = service->GetStrongCount();
     service->Die();
     EXPECT_LT(service->GetStrongCount(), references);  // the field's proxy is gone
 
     const auto successor = MakeRef<FakeRemoteObject>();
     ReportSuccessOnLoad(66006, successor);
-    const sptr<IVeltraServerInterface> loaded = proxy_.GetServiceProxy();
-    ASSERT_TRUE(loaded != nullptr);
-    EXPECT_TRUE(loaded->AsObject() == successor);
+    EXPECT_EQ(proxy_.CallAuth(""), 0);
+    EXPECT_EQ(successor->Requests().size(), 1u);
     EXPECT_EQ(manager_->Loads().size(), 2u);
+    manager_->ScriptLoad(ABILITY_UNKNOWN);  // a failed check releases what the field held
+    EXPECT_TRUE(proxy_.GetServiceProxy() == nullptr);
+    EXPECT_EQ(successor->DeathRecipients(), 0u);
 }
 
-TEST_F(ConnectionTest, FailedCheckReleasesWhatTheFieldHeld)
+// The failure wakes the waiter, which must still take the success that follows.
+TEST_F(ConnectionTest, SuccessAfterAFailureIsTaken)
 {
     const auto service = MakeRef<FakeRemoteObject>();
-    ReportSuccessOnLoad(66006, service);
-    proxy_.GetServiceProxy();
-    manager_->ScriptLoad(ABILITY_UNKNOWN);
-    EXPECT_TRUE(proxy_.GetServiceProxy() == nullptr);
-    EXPECT_EQ(service->DeathRecipients(), 0u);
+    manager_->ScriptLoad(ABILITY_OK, [service](ISystemAbilityLoadCallback& callback) {
+        callback.OnLoadSystemAbilityFail(66006);
+        callback.OnLoadSystemAbilitySuccess(66006, service);
+    });
+    EXPECT_EQ(proxy_.CallAuth(""), 0);
 }
 
 TEST_F(ConnectionTest, RefusedLoadIsNotWaitedFor)
@@ -91,8 +81,6 @@ TEST_F(ConnectionTest, MissingManagerMeansNoServiceThoughTheFieldIsSet)
     EXPECT_TRUE(proxy_.GetServiceProxy() == nullptr);
     EXPECT_EQ(service->GetStrongCount(), 3);  // the test, the manager and the field's proxy
     EXPECT_EQ(proxy_.CallAuth(""), 1010310014);
-    EXPECT_EQ(proxy_.ReportRenderThread("", "", 0), -1);
-    EXPECT_TRUE(proxy_.SyncAppType("", 0).empty());
     EXPECT_TRUE(service->Requests().empty());
     EXPECT_TRUE(manager_->Loads().empty());
 }
@@ -118,33 +106,15 @@ TEST_F(ConnectionTest, ReportsAboutOtherAbilitiesChangeNothing)
     EXPECT_EQ(service->GetStrongCount(), 2);
 }
 
-TEST(ConnectionEnd, DestructorTakesTheDeathRecipientBackAndSendsNothing)
-{
-    const auto service = MakeRef<FakeRemoteObject>();
-    {
-        VeltraClientProxy proxy;
-        proxy.LoadSystemAbilitySuccess(service);
-        EXPECT_EQ(service->DeathRecipients(), 1u);
-    }
-    EXPECT_EQ(service->DeathRecipients(), 0u);
-    EXPECT_EQ(service->GetStrongCount(), 1);
-    EXPECT_TRUE(service->Requests().empty());
-}
-
 TEST(ConnectionStart, FirstCallsOfManyThreadsMakeOneProxy)
 {
     FakeAbilityManager::Remove();
     std::vector<VeltraClientProxy*> seen(8);
-    std::vector<std::thread> threads;
-    for (VeltraClientProxy*& mine : seen) {
-        threads.emplace_back([&mine] {
-            mine = &DelayedRefSingleton<VeltraClientProxy>::GetInstance();
-            mine->CallAuth("");
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    Threads callers(seen.size(), [&seen](size_t caller) {
+        seen[caller] = &DelayedRefSingleton<VeltraClientProxy>::GetInstance();
+        seen[caller]->CallAuth("");
+    });
+    callers.Join();
     for (const VeltraClientProxy* proxy : seen) {
         EXPECT_EQ(proxy, seen.front());
     }
@@ -156,15 +126,12 @@ TEST_F(ConnectionTest, CallsRaceWithDeathsAndLoads)
     constexpr int ROUNDS = 200;
     std::atomic<bool> isOver{false};
     RunService();
-    std::vector<std::thread> callers;
-    for (int i = 0; i < 4; ++i) {
-        callers.emplace_back([this, &isOver] {
-            while (!isOver) {
-                const int32_t result = proxy_.CallAuth("race");
-                EXPECT_TRUE(result == 0 || result == 1010310014) << result;
-            }
-        });
-    }
+    const Threads callers(4, [this, &isOver](size_t) {
+        while (!isOver) {
+            const int32_t result = proxy_.CallAuth("race");
+            EXPECT_TRUE(result == 0 || result == 1010310014) << result;
+        }
+    });
     for (int i = 0; i < ROUNDS; ++i) {
         const auto service = MakeRef<FakeRemoteObject>();
         proxy_.LoadSystemAbilitySuccess(service);
@@ -172,9 +139,6 @@ TEST_F(ConnectionTest, CallsRaceWithDeathsAndLoads)
         service->Die();
     }
     isOver = true;
-    for (std::thread& caller : callers) {
-        caller.join();
-    }
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // What becomes of the service's device-state documents.
 #include <limits>
 #include <string>
+#include <utility>
 
 #include "client/client_test.h"
 #include "veltra_server_client.h"
@@ -74,51 +75,42 @@ void ExpectState(const GameCallbackEventInfo& info, const State& state)
     EXPECT_EQ(info.extraValue, 0);
 }
 
-TEST(DeviceState, DocumentsFillTheRecordOrAreRejectedWhole)
+class DeviceStateTest : public ClientTest {
+protected:
+    void ExpectAnswer(const State& expected, FakeRemoteObject::Answer answer)
+    {
+        RunService(std::move(answer));
+        ExpectState(VeltraClient().GetDeviceInfo({}), expected);
+    }
+    static FakeRemoteObject::Answer Saying(int32_t code, const std::string& text)
+    {
+        return [code, text](uint32_t, MessageParcel&, MessageParcel& reply) {
+            reply.WriteInt32(code);
+            reply.WriteString(text);
+            return 0;
+        };
+    }
+};
+
+// The rejection is overwritten by a query: the game sees success and a record of defaults.
+TEST_F(DeviceStateTest, DocumentsFillTheRecordOrAreRejectedWhole)
 {
-    VeltraClientProxy proxy;
     for (const Row& row : ROWS) {
         SCOPED_TRACE(row.name);
         GameCallbackEventInfo info;
-        proxy.AssembleDeviceStateResponse(row.text, info);
+        proxy_.AssembleDeviceStateResponse(row.text, info);
         ExpectState(info, row.state);
-    }
-}
-
-class DeviceStateTest : public ClientTest {};
-
-// The rejection is overwritten: the game sees success and a record of defaults.
-TEST_F(DeviceStateTest, QueryReportsTheServicesCodeNotTheDocuments)
-{
-    VeltraClient client;
-    for (const Row& row : ROWS) {
-        SCOPED_TRACE(row.name);
-        RunService([&row](uint32_t, MessageParcel&, MessageParcel& reply) {
-            reply.WriteInt32(0);
-            reply.WriteString(row.text);
-            return 0;
-        });
         State expected = row.state;
         expected.resultCode = 0;
-        ExpectState(client.GetDeviceInfo({}), expected);
+        ExpectAnswer(expected, Saying(0, row.text));
     }
 }
 
 TEST_F(DeviceStateTest, FailuresLeaveTheDefaults)
 {
-    VeltraClient client;
-    RunService([](uint32_t, MessageParcel&, MessageParcel& reply) {
-        reply.WriteInt32(42);
-        reply.WriteString(R"({"tempLevel":3})");
-        return 0;
-    });
-    ExpectState(client.GetDeviceInfo({}), {42, -1});
-    RunService([](uint32_t, MessageParcel&, MessageParcel&) { return IPC_TIMED_OUT; });
-    ExpectState(client.GetDeviceInfo({}), {1010310014, -1});
-    RunService([](uint32_t, MessageParcel&, MessageParcel&) { return 0; });  // an empty reply reads as code 0, no text
-    ExpectState(client.GetDeviceInfo({}), {0, -1});
-    manager_->SetRunning(nullptr);
-    ExpectState(client.GetDeviceInfo({}), {1010310014, -1});
+    ExpectAnswer({42, -1}, Saying(42, R"({"tempLevel":3})"));
+    ExpectAnswer({1010310014, -1}, [](uint32_t, MessageParcel&, MessageParcel&) { return IPC_TIMED_OUT; });
+    ExpectAnswer({0, -1}, nullptr);  // an empty reply reads as code 0, no text
 }
 
 }  // namespace

@@ -3,13 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <new>
-#include <thread>
 
-#include "client/veltra_custom_proxy.h"
 #include "client/veltra_server_client_proxy.h"
 #include "support/fake_ability_manager.h"
 #include "support/fake_remote_object.h"
+#include "support/threads.h"
 #include "tavo/delayed_ref_singleton.h"
 #include "tavo/system_ability_manager_client.h"
 #include "veltra_server_client.h"
@@ -68,46 +66,17 @@ TEST_F(GameStateTest, ComesFromTheRunningServiceOrIsNoGame)
     ExpectAnswer(0, 2, "mine");
     EXPECT_EQ(service->GetStrongCount(), 1);
     EXPECT_TRUE(manager_->Loads().empty());
-}
 
-// Without a manager the field keeps its proxy; the answer goes by what this call found.
-TEST_F(GameStateTest, MissingManagerIsNoGame)
-{
-    const auto service = ServiceReporting(0, 1);
+    // Without a manager the field keeps its proxy; the answer goes by what this call found.
     manager_->SetRunning(service);
     ExpectAnswer(0, 1, "com.game");
     FakeAbilityManager::Remove();
     ExpectAnswer(0, 2, "mine");
     EXPECT_EQ(service->GetStrongCount(), 3);  // the test, the manager and the field's proxy
-    EXPECT_EQ(service->Requests().size(), 1u);
-}
-
-class ThrowingManager : public FakeAbilityManager {
-public:
-    sptr<IRemoteObject> CheckAbility(int32_t) override { throw std::bad_alloc(); }
-};
-
-// A check that failed says nothing about games.
-TEST_F(GameStateTest, NothingThrownBelowComesOut)
-{
+    // A check that failed says nothing about games.
     SystemAbilityManagerClient::GetInstance().SetTestManager(MakeRef<ThrowingManager>());
     ExpectAnswer(1010310014, 77, "mine");
-}
-
-TEST_F(GameStateTest, CreatesNoClientProxy)
-{
-    ExpectAnswer(0, 2, "mine");
     EXPECT_FALSE(DelayedRefSingleton<VeltraClientProxy>::HasInstance());
-}
-
-TEST_F(GameStateTest, OtherOperationsCreateNoCustomProxy)
-{
-    client_.CallAuth("");
-    client_.UnRegisterGameCallback(1);
-    client_.StopGetGpuPerfInfo();
-    client_.GetDeviceInfo({});
-    EXPECT_TRUE(DelayedRefSingleton<VeltraClientProxy>::HasInstance());
-    EXPECT_FALSE(DelayedRefSingleton<VeltraCustomProxy>::HasInstance());
 }
 
 // Queries replace each other's proxy while they run: each goes on with the one that it found.
@@ -115,23 +84,17 @@ TEST_F(GameStateTest, QueriesRaceWithTheManagersChanges)
 {
     constexpr int QUERIES = 20000;
     std::atomic<int> callersLeft{4};
-    std::vector<std::thread> callers;
-    for (int i = callersLeft; i > 0; --i) {
-        callers.emplace_back([this, &callersLeft] {
-            for (int query = 0; query < QUERIES; ++query) {
-                GameState answer{77, ""};
-                EXPECT_EQ(client_.QueryGameState(answer), 0);
-                EXPECT_EQ(answer.bundleName.empty(), answer.state == 2);
-                EXPECT_TRUE(answer.state == 2 || answer.state == 1000) << answer.state;
-            }
-            --callersLeft;
-        });
-    }
+    const TestSupport::Threads callers(4, [&](size_t) {
+        for (int query = 0; query < QUERIES; ++query) {
+            GameState answer{77, ""};
+            EXPECT_EQ(client_.QueryGameState(answer), 0);
+            EXPECT_EQ(answer.bundleName.empty(), answer.state == 2);
+            EXPECT_TRUE(answer.state == 2 || answer.state == 1000) << answer.state;
+        }
+        --callersLeft;
+    });
     for (int round = 0; callersLeft > 0; ++round) {
         manager_->SetRunning(round % 3 == 0 ? nullptr : ServiceReporting(0, 1000));
-    }
-    for (std::thread& caller : callers) {
-        caller.join();
     }
 }
 

@@ -182,20 +182,6 @@ TEST_F(SubscriptionsTest, RefusedUnregistrationIsFollowedByAFreshObject)
     EXPECT_EQ(first->GetStrongCount(), 1);
 }
 
-// The death of the service leaves the registration as it is: keys come and go here, and its successor is not told.
-TEST_F(SubscriptionsTest, RegistrationOutlivesTheService)
-{
-    const auto service = RunAnswering(0);
-    proxy_.LoadSystemAbilitySuccess(service);
-    Register(1);
-    service->Die();
-    const auto successor = RunAnswering(0);
-    EXPECT_EQ(Register(2), 0);
-    EXPECT_EQ(client_.UnRegisterGameCallback(1), 0);
-    EXPECT_TRUE(successor->Requests().empty());
-    EXPECT_EQ(living_, 1);
-}
-
 // A game that does not take turns: the failure of one registration takes the object of the other away.
 TEST_F(SubscriptionsTest, RegisteredWithoutAnObjectIsReportedOnceAndMended)
 {
@@ -354,12 +340,16 @@ TEST(SubscriptionsEnd, DestructorLetsTheObjectsGoAndTellsNobody)
     };
     {
         VeltraClientProxy proxy;
+        proxy.LoadSystemAbilitySuccess(service);
+        EXPECT_EQ(service->DeathRecipients(), 1u);
         proxy.RegisterGameCallback(std::make_unique<EventFunction>(noting("event")), 1);
         proxy.StartGetGpuPerfInfo(0, std::make_unique<GpuFunction>(noting("gpu")));
         proxy.QueryAppResourceInfos({"app"}, std::make_unique<ResourceInfoFunction>(noting("resource")));
     }
     EXPECT_EQ(gone, (std::vector<std::string>{"resource", "gpu", "event"}));
     EXPECT_EQ(service->Requests().size(), 3u);
+    EXPECT_EQ(service->DeathRecipients(), 0u);
+    EXPECT_EQ(service->GetStrongCount(), 2);  // the test and the manager
     FakeAbilityManager::Remove();
 }
 

@@ -3,8 +3,17 @@
 
 #include <gtest/gtest.h>
 
+#include <utility>
+
 namespace TAVO::Veltra {
 namespace {
+
+template <typename Value>
+void ExpectNext(bool isRead, const Value& value, const Value& expected)
+{
+    EXPECT_TRUE(isRead);
+    EXPECT_EQ(value, expected);
+}
 
 struct ItemReader {
     Parcel& parcel;
@@ -12,20 +21,17 @@ struct ItemReader {
     void operator()(int32_t expected) const
     {
         int32_t value = 0;
-        EXPECT_TRUE(parcel.ReadInt32(value));
-        EXPECT_EQ(value, expected);
+        ExpectNext(parcel.ReadInt32(value), value, expected);
     }
     void operator()(int64_t expected) const
     {
         int64_t value = 0;
-        EXPECT_TRUE(parcel.ReadInt64(value));
-        EXPECT_EQ(value, expected);
+        ExpectNext(parcel.ReadInt64(value), value, expected);
     }
     void operator()(const std::string& expected) const
     {
         std::string value;
-        EXPECT_TRUE(parcel.ReadString(value));
-        EXPECT_EQ(value, expected);
+        ExpectNext(parcel.ReadString(value), value, expected);
     }
     void operator()(const sptr<IRemoteObject>& expected) const
     {
@@ -36,16 +42,31 @@ struct ItemReader {
 struct ItemWriter {
     Parcel& parcel;
 
-    void operator()(int32_t value) const { EXPECT_TRUE(parcel.WriteInt32(value)); }
-    void operator()(int64_t value) const { EXPECT_TRUE(parcel.WriteInt64(value)); }
-    void operator()(const std::string& value) const { EXPECT_TRUE(parcel.WriteString(value)); }
-    void operator()(const sptr<IRemoteObject>& value) const
+    bool operator()(int32_t value) const { return parcel.WriteInt32(value); }
+    bool operator()(int64_t value) const { return parcel.WriteInt64(value); }
+    bool operator()(const std::string& value) const { return parcel.WriteString(value); }
+    bool operator()(const sptr<IRemoteObject>& value) const
     {
-        EXPECT_TRUE(dynamic_cast<MessageParcel&>(parcel).WriteRemoteObject(value));
+        return dynamic_cast<MessageParcel&>(parcel).WriteRemoteObject(value);
     }
 };
 
 }  // namespace
+
+Items operator+(Items left, const Items& right)
+{
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
+Items Times(size_t count, const Items& items)
+{
+    Items all;
+    while (count-- > 0) {
+        all = std::move(all) + items;
+    }
+    return all;
+}
 
 void ExpectItems(Parcel& parcel, const Items& items)
 {
@@ -62,8 +83,20 @@ void ExpectItems(Parcel& parcel, const Items& items)
 void WriteItems(Parcel& parcel, const Items& items)
 {
     for (const Item& item : items) {
-        std::visit(ItemWriter{parcel}, item);
+        EXPECT_TRUE(std::visit(ItemWriter{parcel}, item));
     }
+}
+
+std::string Bytes(const Parcel& parcel)
+{
+    return std::string(reinterpret_cast<const char*>(parcel.GetData()), parcel.GetDataSize());
+}
+
+std::string Bytes(const Items& items)
+{
+    MessageParcel parcel;
+    WriteItems(parcel, items);
+    return Bytes(parcel);
 }
 
 }  // namespace TAVO::Veltra

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The seventeen operations of the service with one set of arguments each, for tables.
-#ifndef VELTRA_TESTS_IPC_SERVER_OPERATIONS_H
-#define VELTRA_TESTS_IPC_SERVER_OPERATIONS_H
+// The seventeen operations of the service with one set of arguments each, for tables on both sides of the wire.
+#ifndef VELTRA_TESTS_SUPPORT_SERVER_OPERATIONS_H
+#define VELTRA_TESTS_SUPPORT_SERVER_OPERATIONS_H
 
 #include <functional>
 #include <vector>
@@ -26,6 +26,8 @@ struct ServerOperation {
     Report report;
     Items payload;  // behind the interface token
     std::function<int32_t(VeltraServerProxy&)> call;
+
+    bool HasResult() const { return report != Report::EMPTY_MAP && report != Report::NOTHING; }
 };
 
 const std::vector<ServerOperation>& ServerOperations();
