@@ -12,6 +12,7 @@
 
 #include "service/push_receiver.h"
 #include "support/process.h"
+#include "support/threads.h"
 
 namespace TAVO::Veltra {
 namespace {
@@ -31,7 +32,17 @@ DeliveryPool::Delivery Sending(const PushReceiver& receiver, int32_t number)
 
 std::string Pushed(int32_t number, int32_t replaced = 0)
 {
-    return Bytes(Items{I32(number), I32(replaced)});
+    return Bytes(Items{number, replaced});
+}
+
+// How many pushes have reached them.
+size_t Begun(const std::vector<PushReceiver>& receivers)
+{
+    size_t count = 0;
+    for (const PushReceiver& receiver : receivers) {
+        count += receiver.Count();
+    }
+    return count;
 }
 
 bool BecomesIdle(const DeliveryPool& pool)
@@ -143,22 +154,15 @@ TEST(DeliveryPool, NoClientTakesMoreThanItsShareOfThreads)
         receiver.Block();
         EXPECT_TRUE(pool.PushAnswer(1, receiver.Object(), Sending(receiver, 1)));
     }
-    const auto begun = [&objects] {
-        size_t count = 0;
-        for (const PushReceiver& receiver : objects) {
-            count += receiver.Count();
-        }
-        return count;
-    };
-    EXPECT_TRUE(TestSupport::WaitFor([&] { return begun() == DeliveryPool::MAX_RUNNING_PER_CLIENT; }));
+    EXPECT_TRUE(TestSupport::WaitFor([&] { return Begun(objects) == DeliveryPool::MAX_RUNNING_PER_CLIENT; }));
     pool.PushLatest(2, neighbour.Object(), Sending(neighbour, 1));
     EXPECT_EQ(neighbour.WaitFor(1).size(), 1U) << "held up by a client that blocks";
-    EXPECT_EQ(begun(), DeliveryPool::MAX_RUNNING_PER_CLIENT);
+    EXPECT_EQ(Begun(objects), DeliveryPool::MAX_RUNNING_PER_CLIENT);
     for (PushReceiver& receiver : objects) {
         receiver.Unblock();
     }
     EXPECT_TRUE(BecomesIdle(pool));
-    EXPECT_EQ(begun(), objects.size());
+    EXPECT_EQ(Begun(objects), objects.size());
 }
 
 // Clients that blocked before, and call only to be pushed to again, get few threads together.
@@ -180,20 +184,13 @@ TEST(DeliveryPool, ClientsThatBlockAgainAndAgainShareFewThreads)
     PushReceiver neighbour;
     pool.PushLatest(1, neighbour.Object(), Sending(neighbour, 3));
     EXPECT_EQ(neighbour.WaitFor(1).size(), 1U);
-    const auto begun = [&slow] {
-        size_t count = 0;
-        for (const PushReceiver& receiver : slow) {
-            count += receiver.Count() - 1;
-        }
-        return count;
-    };
-    EXPECT_TRUE(TestSupport::WaitFor([&] { return begun() == DeliveryPool::MAX_RUNNING_SLOW; }));
+    EXPECT_TRUE(TestSupport::WaitFor([&] { return Begun(slow) == slow.size() + DeliveryPool::MAX_RUNNING_SLOW; }));
     for (PushReceiver& receiver : slow) {
         receiver.AnswerWith(0);
         receiver.Unblock();
     }
     EXPECT_TRUE(BecomesIdle(pool));
-    EXPECT_EQ(begun(), slow.size());
+    EXPECT_EQ(Begun(slow), 2 * slow.size());
 }
 
 TEST(DeliveryPool, WhatIsDroppedNeverGoesOutAndWhatHasBegunEnds)
@@ -268,22 +265,17 @@ TEST(DeliveryPool, ManyPushAtOnce)
     std::vector<PushReceiver> receivers(8);
     {
         DeliveryPool pool;
-        std::vector<std::thread> pushers;
-        for (size_t i = 0; i < receivers.size(); ++i) {
-            pushers.emplace_back([&pool, &receiver = receivers[i], i] {
-                for (int32_t round = 1; round <= ROUNDS; ++round) {
-                    pool.PushLatest(i / 2, receiver.Object(), Sending(receiver, round));
-                    pool.Heard(i);
-                    if (round % 50 == 0 && round < ROUNDS) {
-                        receiver.AnswerWith(round % 100 == 0 ? 0 : IPC_TIMED_OUT);
-                        pool.Drop(receiver.Object());
-                    }
+        TestSupport::Threads pushers(receivers.size(), [&](size_t i) {
+            for (int32_t round = 1; round <= ROUNDS; ++round) {
+                pool.PushLatest(i / 2, receivers[i].Object(), Sending(receivers[i], round));
+                pool.Heard(i);
+                if (round % 50 == 0 && round < ROUNDS) {
+                    receivers[i].AnswerWith(round % 100 == 0 ? 0 : IPC_TIMED_OUT);
+                    pool.Drop(receivers[i].Object());
                 }
-            });
-        }
-        for (std::thread& pusher : pushers) {
-            pusher.join();
-        }
+            }
+        });
+        pushers.Join();
         ASSERT_TRUE(BecomesIdle(pool));
         for (size_t i = 0; i < receivers.size(); ++i) {
             receivers[i].AnswerWith(0);

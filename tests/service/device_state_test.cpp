@@ -3,28 +3,23 @@
 #include "device_state.h"
 
 #include <memory>
-#include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <json/json.h>
 
 #include "machine_source.h"
-#include "service/scratch_root.h"
 #include "service_result.h"
+#include "support/scratch_dir.h"
+#include "support/threads.h"
+#include "utils/json_utils.h"
 
 namespace TAVO::Veltra {
 namespace {
 
-Json::Value ParseJson(const std::string& text)
+std::string Recorded(const std::string& machine)
 {
-    Json::Value value;
-    std::string errors;
-    std::istringstream stream(text);
-    EXPECT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), stream, &value, &errors)) << errors << text;
-    return value;
+    return VELTRA_TEST_ROOTS "/" + machine;
 }
 
 DeviceState StateOf(const std::string& rootDir)
@@ -40,7 +35,7 @@ Json::Value Describe(DeviceState& state, std::vector<int32_t> queryTypes = {})
     }
     const DeviceInfoResult info = state.Describe(details);
     EXPECT_EQ(info.retCode, 0);
-    return ParseJson(info.result);
+    return JsonUtils::StringToJson(info.result);
 }
 
 TEST(DeviceState, RecordedMachinesGetAnswersOfTheirOwn)
@@ -49,26 +44,18 @@ TEST(DeviceState, RecordedMachinesGetAnswersOfTheirOwn)
         const char* machine;
         const char* document;
     } rows[] = {
-        {"laptop", R"({
-            "tempLevel": 2, "tempLevelFrom": "sensor", "temperature": 88,
-            "thermalInfo": {"thermalMargin": 12},
-            "gpuInfo": {"currentFrequency": 650},
-            "cpuFrequencies": {"policy0": 3400, "policy10": 800},
-            "sources": {
-                "tempLevel": "hwmon coretemp/temp1",
-                "temperature": "hwmon coretemp/temp1",
-                "thermalMargin": "hwmon coretemp/temp1",
-                "currentFrequency": "drm card0/gt_act_freq_mhz",
+        {"laptop",
+         R"({"tempLevel": 2, "tempLevelFrom": "sensor", "temperature": 88, "thermalInfo": {"thermalMargin": 12},
+            "gpuInfo": {"currentFrequency": 650}, "cpuFrequencies": {"policy0": 3400, "policy10": 800}, "sources": {
+                "tempLevel": "hwmon coretemp/temp1", "temperature": "hwmon coretemp/temp1",
+                "thermalMargin": "hwmon coretemp/temp1", "currentFrequency": "drm card0/gt_act_freq_mhz",
                 "cpuFrequencies": "cpufreq scaling_cur_freq"}})"},
-        {"desktop", R"({
-            "tempLevel": 0, "tempLevelFrom": "sensor", "temperature": 59,
-            "thermalInfo": {"thermalMargin": 41},
+        {"desktop",
+         R"({"tempLevel": 0, "tempLevelFrom": "sensor", "temperature": 59, "thermalInfo": {"thermalMargin": 41},
             "gpuInfo": {"gpuLoadLevel": 5, "gpuLoadPercent": 97, "bandwidthLoadLevel": 2, "currentFrequency": 2450},
             "sources": {
-                "tempLevel": "hwmon amdgpu/temp1",
-                "temperature": "hwmon amdgpu/temp1",
-                "thermalMargin": "hwmon amdgpu/temp1",
-                "gpuLoadLevel": "drm card1/device/gpu_busy_percent",
+                "tempLevel": "hwmon amdgpu/temp1", "temperature": "hwmon amdgpu/temp1",
+                "thermalMargin": "hwmon amdgpu/temp1", "gpuLoadLevel": "drm card1/device/gpu_busy_percent",
                 "gpuLoadPercent": "drm card1/device/gpu_busy_percent",
                 "bandwidthLoadLevel": "drm card1/device/mem_busy_percent",
                 "currentFrequency": "drm card1/device/hwmon/hwmon2/freq1_input"}})"},
@@ -78,8 +65,8 @@ TEST(DeviceState, RecordedMachinesGetAnswersOfTheirOwn)
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.machine);
-        DeviceState state = StateOf(RecordedRoot(row.machine));
-        EXPECT_EQ(Describe(state), ParseJson(row.document));
+        DeviceState state = StateOf(Recorded(row.machine));
+        EXPECT_EQ(Describe(state), JsonUtils::StringToJson(row.document));
     }
 }
 
@@ -95,14 +82,14 @@ TEST(DeviceState, OnlyWhatIsAskedForIsAnswered)
         {{-1, 4}, {"sources", "tempLevel", "tempLevelFrom"}},
     };
     for (const auto& row : rows) {
-        DeviceState state = StateOf(RecordedRoot("laptop"));
+        DeviceState state = StateOf(Recorded("laptop"));
         EXPECT_EQ(Describe(state, row.queryTypes).getMemberNames(), row.keys);
     }
 }
 
 TEST(DeviceState, AMachineThatTellsNothingGetsACodeAndNoText)
 {
-    const ScratchRoot root;
+    const ScratchDir root;
     root.Write("proc/pressure/cpu", "some avg10=nan avg60=0.00\n");
     root.Write("sys/class/thermal/thermal_zone0/temp", "255000\n");
     DeviceState state = StateOf(root.Path());
@@ -138,7 +125,7 @@ TEST(DeviceState, LevelAndMarginFollowTheTripPoints)
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.temperature);
-        const ScratchRoot root;
+        const ScratchDir root;
         const std::string zone = "sys/class/thermal/thermal_zone0/";
         root.Write(zone + "temp", row.temperature);
         root.Write(zone + "trip_point_0_type", "critical\n");
@@ -158,26 +145,12 @@ TEST(DeviceState, PressureStandsInWhereThereIsNoSensor)
     const struct {
         const char* avg10;
         std::optional<int32_t> level;
-    } rows[] = {
-        {"0.00", 0},
-        {"4.99", 0},
-        {"5.00", 1},
-        {"14.99", 1},
-        {"15.00", 2},
-        {"30.00", 3},
-        {"50.00", 4},
-        {"75.00", 5},
-        {"100.00", 5},
-        {"100.99", 5},
-        {"101.00", std::nullopt},
-        {"5.0", std::nullopt},
-        {"5", std::nullopt},
-        {"-5.00", std::nullopt},
-        {"99999999999.00", std::nullopt},
-    };
+    } rows[] = {{"0.00", 0},  {"4.99", 0},  {"5.00", 1},   {"14.99", 1},          {"15.00", 2},
+                {"30.00", 3}, {"50.00", 4}, {"75.00", 5},  {"100.99", 5},         {"101.00", {}},
+                {"5.0", {}},  {"5", {}},    {"-5.00", {}}, {"99999999999.00", {}}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.avg10);
-        const ScratchRoot root;
+        const ScratchDir root;
         root.Write("proc/pressure/cpu", std::string("some avg10=") + row.avg10 + " avg60=0.00 avg300=0.00 total=1\n");
         DeviceState state = StateOf(root.Path());
         EXPECT_EQ(state.TellsLevel(), row.level.has_value());
@@ -189,7 +162,7 @@ TEST(DeviceState, PressureStandsInWhereThereIsNoSensor)
 
 TEST(DeviceState, TheSecondReadingTellsCpuLoadAndTrend)
 {
-    const ScratchRoot root;
+    const ScratchDir root;
     DeviceState state = StateOf(root.Path());
     root.Write("sys/class/hwmon/hwmon0/temp1_input", "50000");
     root.Write("proc/stat", "cpu  100 0 100 700 100 0 0 0 5 5\n");
@@ -213,18 +186,12 @@ TEST(DeviceState, TheSecondReadingTellsCpuLoadAndTrend)
 
 TEST(DeviceState, ManyAskAtOnce)
 {
-    DeviceState state = StateOf(RecordedRoot("desktop"));
-    std::vector<std::thread> askers;
-    for (int i = 0; i < 4; ++i) {
-        askers.emplace_back([&state] {
-            for (int round = 0; round < 20; ++round) {
-                EXPECT_EQ(Describe(state)["temperature"], 59);
-            }
-        });
-    }
-    for (std::thread& asker : askers) {
-        asker.join();
-    }
+    DeviceState state = StateOf(Recorded("desktop"));
+    const TestSupport::Threads askers(4, [&state](size_t) {
+        for (int round = 0; round < 20; ++round) {
+            EXPECT_EQ(Describe(state)["temperature"], 59);
+        }
+    });
 }
 
 }  // namespace

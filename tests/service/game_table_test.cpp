@@ -3,43 +3,31 @@
 #include "game_table.h"
 
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
-
 #include <gtest/gtest.h>
+
+#include "support/process.h"
 
 namespace TAVO::Veltra {
 namespace {
 
+using TestSupport::Child;
+
 // A process that waits to be killed.
-class Child {
-public:
-    Child() : pid_(fork())
-    {
-        if (pid_ == 0) {
-            for (;;) {
-                pause();
-            }
-        }
-    }
-    ~Child() { Kill(); }
+Child Player()
+{
+    return Child::Fork([](TestSupport::LinePipe& parent) {
+        parent.Hear(std::chrono::hours(1));
+        return 0;
+    });
+}
 
-    pid_t Pid() const { return pid_; }
-    void Kill()
-    {
-        if (!isGone_) {
-            kill(pid_, SIGKILL);
-            waitpid(pid_, nullptr, 0);
-            isGone_ = true;
-        }
-    }
-
-private:
-    const pid_t pid_;
-    bool isGone_ = false;
-};
+void End(Child& player)
+{
+    player.Kill();
+    EXPECT_EQ(player.WaitForExit(), "signal 9");
+}
 
 CallingPeer Peer(uint64_t session, pid_t pid = getpid())
 {
@@ -71,17 +59,18 @@ TEST(GameTable, AnswersWithOnesOwnGameElseWithTheLastReported)
 TEST(GameTable, ForgetsAGameWhenItsProcessEnds)
 {
     GameTable games;
-    Child first;
-    Child second;
-    ASSERT_TRUE(games.Report(Peer(1, first.Pid()), 0, "com.first"));
+    Child first = Player();
+    Child second = Player();
+    const pid_t pid = first.Pid();
+    ASSERT_TRUE(games.Report(Peer(1, pid), 0, "com.first"));
     ASSERT_TRUE(games.Report(Peer(2, second.Pid()), 1, "com.second"));
-    second.Kill();
+    End(second);
     ExpectState(games.Query(Peer(3)), 0, "com.first");
     EXPECT_EQ(games.BundleNames(), (std::set<std::string>{"com.first"}));
-    first.Kill();
+    End(first);
     ExpectState(games.Query(Peer(3)), GameTable::STATE_NO_GAME, "");
     // A report that arrives after its sender's end is not kept for ever.
-    EXPECT_FALSE(games.Report(Peer(4, first.Pid()), 0, "com.late"));
+    EXPECT_FALSE(games.Report(Peer(4, pid), 0, "com.late"));
     ExpectState(games.Query(Peer(3)), GameTable::STATE_NO_GAME, "");
 }
 

@@ -1,81 +1,53 @@
 // SPDX-License-Identifier: Apache-2.0
 // A callback object of some client: notes what is pushed to it, and blocks or fails as the test says.
-#ifndef VELTRA_TESTS_PUSH_RECEIVER_H
-#define VELTRA_TESTS_PUSH_RECEIVER_H
+#ifndef VELTRA_TESTS_SERVICE_PUSH_RECEIVER_H
+#define VELTRA_TESTS_SERVICE_PUSH_RECEIVER_H
 
-#include <chrono>
-#include <condition_variable>
-#include <cstddef>
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include <tavo/mutex.h>
-
 #include "ipc/igp_napi_event_callback.h"
-#include "service/request_items.h"
 #include "support/fake_remote_object.h"
+#include "support/notes.h"
+#include "support/parcel_items.h"
 
 namespace TAVO::Veltra {
-
-constexpr std::chrono::seconds PUSH_PATIENCE{30};  // only what never comes takes as long
 
 class PushReceiver {
 public:
     explicit PushReceiver(const std::u16string& descriptor = IGpNapiEventCallback::GetDescriptor())
-        : inbox_(std::make_shared<Inbox>()),
-          object_(MakeRef<FakeRemoteObject>(
+        : object_(MakeRef<FakeRemoteObject>(
               [inbox = inbox_](uint32_t, MessageParcel& data, MessageParcel& reply) {
                   reply.WriteInt32(0);
-                  return inbox->Take(Bytes(data));
+                  inbox->pushes.Add(Bytes(data));
+                  inbox->pushes.WaitForOpening();
+                  return inbox->status.load();
               },
               descriptor))
     {
+        Unblock();
     }
     ~PushReceiver() { Unblock(); }
 
     sptr<FakeRemoteObject> Object() const { return object_; }
 
-    void Block() { inbox_->Set(&Inbox::isBlocked, true); }
-    void Unblock() { inbox_->Set(&Inbox::isBlocked, false); }
-    void AnswerWith(int status) { inbox_->Set(&Inbox::status, status); }
+    void Block() { inbox_->pushes.Open(false); }
+    void Unblock() { inbox_->pushes.Open(); }
+    void AnswerWith(int status) { inbox_->status = status; }
 
     // What has been pushed, token included, once that is at least `count`; fewer when the rest did not come.
-    std::vector<std::string> WaitFor(size_t count) const
-    {
-        MutexLock lock(inbox_->mutex);
-        lock.WaitUntil(inbox_->changed, std::chrono::steady_clock::now() + PUSH_PATIENCE,
-                       [this, count]() TAVO_NO_THREAD_ANALYSIS { return inbox_->pushes.size() >= count; });
-        return inbox_->pushes;
-    }
-    size_t Count() const { return WaitFor(0).size(); }
+    std::vector<std::string> WaitFor(size_t count) const { return inbox_->pushes.WaitFor(count); }
+    size_t Count() const { return inbox_->pushes.Count(); }
 
 private:
     struct Inbox {
-        int Take(const std::string& push)
-        {
-            MutexLock lock(mutex);
-            pushes.push_back(push);
-            changed.notify_all();
-            lock.Wait(changed, [this]() TAVO_REQUIRES(mutex) { return !isBlocked; });
-            return status;
-        }
-        template <typename Value>
-        void Set(Value Inbox::*field, Value value)
-        {
-            MutexLock lock(mutex);
-            this->*field = value;
-            changed.notify_all();
-        }
-
-        Mutex mutex;
-        std::condition_variable changed;
-        std::vector<std::string> pushes TAVO_GUARDED_BY(mutex);
-        bool isBlocked = false;
-        int status = 0;
+        TestSupport::Notes pushes;
+        std::atomic<int> status{0};
     };
 
-    const std::shared_ptr<Inbox> inbox_;
+    const std::shared_ptr<Inbox> inbox_ = std::make_shared<Inbox>();
     const sptr<FakeRemoteObject> object_;
 };
 
@@ -84,7 +56,7 @@ inline std::string Push(const std::u16string& token, const Items& items)
 {
     MessageParcel parcel;
     parcel.WriteInterfaceToken(token);
-    WriteItems(parcel, items, items.size());
+    WriteItems(parcel, items);
     return Bytes(parcel);
 }
 

@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "service/scratch_root.h"
+#include "support/scratch_dir.h"
 
 namespace TAVO::Veltra {
 namespace {
@@ -35,7 +35,7 @@ TEST(RootFiles, OnlyAWholeNumberWithinItsBoundsIsANumber)
         {"1e1\n", std::nullopt},
         {"99999999999999999999\n", std::nullopt},
     };
-    const ScratchRoot root;
+    const ScratchDir root;
     const RootFiles files(root.Path());
     for (const auto& row : rows) {
         SCOPED_TRACE(row.text);
@@ -47,7 +47,7 @@ TEST(RootFiles, OnlyAWholeNumberWithinItsBoundsIsANumber)
 
 TEST(RootFiles, NamesArePrintableAndShort)
 {
-    const ScratchRoot root;
+    const ScratchDir root;
     const RootFiles files(root.Path());
     root.Write("name", "core\x1b[31m\xff temp \nsecond line\n");
     EXPECT_EQ(files.ReadName("name"), "core?[31m? temp");
@@ -59,7 +59,7 @@ TEST(RootFiles, NamesArePrintableAndShort)
 
 TEST(RootFiles, LongFilesAreCutAndOddOnesAreAbsent)
 {
-    const ScratchRoot root;
+    const ScratchDir root;
     const RootFiles files(root.Path());
     root.Write("long", std::string(1 << 20, 'x'));
     EXPECT_EQ(files.ReadText("long"), std::string(RootFiles::MAX_TEXT_BYTES, 'x'));
@@ -72,9 +72,9 @@ TEST(RootFiles, LongFilesAreCutAndOddOnesAreAbsent)
 
 TEST(RootFiles, LinksStayBelowTheRoot)
 {
-    const ScratchRoot outside;
+    const ScratchDir outside;
     outside.Write("secret", "outside");
-    const ScratchRoot root;
+    const ScratchDir root;
     root.Write("devices/zone/temp", "inside");
     std::filesystem::create_directory_symlink("../../devices/zone", root.Place("class/thermal/zone"));
     std::filesystem::create_directory_symlink("/devices/zone", root.Place("class/thermal/absolute"));
@@ -93,7 +93,7 @@ TEST(RootFiles, LinksStayBelowTheRoot)
 
 TEST(RootFiles, NumbersAreThoseOfMatchingEntriesAscendingAndBounded)
 {
-    const ScratchRoot root;
+    const ScratchDir root;
     for (const char* name : {"temp10_input", "temp2_input", "temp_input", "tempx_input", "temp1_max", "temp-1_input",
                              "temp3_input2", "xtemp4_input", "temp99999999999_input"}) {
         root.Write(std::string("chip/") + name, "1");

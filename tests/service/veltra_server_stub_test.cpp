@@ -1,449 +1,203 @@
 // SPDX-License-Identifier: Apache-2.0
 // The stub reads each request in the order in which clients write it, or does not act on it at all.
-#include "veltra_server_stub.h"
-
 #include <algorithm>
 #include <climits>
-#include <new>
-#include <sstream>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "request_reader.h"
-#include "service/request_items.h"
+#include "service/recording_server.h"
+#include "service/sent_request.h"
 #include "service_result.h"
+#include "support/callback_stubs.h"
+#include "support/server_operations.h"
 #include "veltra_result.h"
 
 namespace TAVO::Veltra {
 namespace {
 
-// Notes each operation with its arguments and answers with values of its own.
-class RecordingServer : public VeltraServerStub {
-public:
-    static constexpr int32_t RESULT = 4711;
-
-    std::vector<std::string> calls;
-    bool isOutOfMemory = false;
-    DeviceInfoResult deviceInfo = {0, "{\"tempLevel\":1}"};
-    int32_t gameStateResult = 0;
-
-    int32_t RegisterCallBack(const sptr<IGpNapiEventCallback>& callback) override
-    {
-        return Note("RegisterCallBack", callback != nullptr);
-    }
-    int32_t UnRegisterCallBack() override { return Note("UnRegisterCallBack"); }
-    int32_t UpdateGameInfo(int32_t first, const std::string& text, int32_t second) override
-    {
-        return Note("UpdateGameInfo", first, text, second);
-    }
-    int32_t CallAuth(const std::string& text) override { return Note("CallAuth", text); }
-    void ReportGameEvent(GameInfo& info) override
-    {
-        Note("ReportGameEvent", info.int32Value, info.int64Value, info.text1, info.text2, info.text3, info.text4,
-             info.text5, info.text6);
-    }
-    std::map<std::string, bool> SyncAppType(const std::string& text, int32_t value) override
-    {
-        Note("SyncAppType", text, value);
-        return {{"a", true}, {"b", false}};
-    }
-    int32_t ReportRenderThread(std::string first, std::string second, int32_t value) override
-    {
-        return Note("ReportRenderThread", first, second, value);
-    }
-    void RegisterCallbackForGraphic(std::string text, int32_t value,
-                                    const sptr<IGameGraphicCallback>& callback) override
-    {
-        Note("RegisterCallbackForGraphic", text, value, callback != nullptr);
-    }
-    int32_t StartGetGpuPerfInfo(int32_t value, const sptr<IGpuCounterNativeCallback>& callback) override
-    {
-        return Note("StartGetGpuPerfInfo", value, callback != nullptr);
-    }
-    int32_t StopGetGpuPerfInfo() override { return Note("StopGetGpuPerfInfo"); }
-    std::map<std::string, std::string> GetSystemFunctionStatus(std::map<std::string, std::string>& query) override
-    {
-        Note("GetSystemFunctionStatus", query);
-        return {{"k", "v"}};
-    }
-    int32_t QueryGameState(GameState& state) override
-    {
-        Note("QueryGameState");
-        state = {3, "com.game"};
-        return gameStateResult;
-    }
-    int32_t NotifyGameEvent(GameSceneBundle& bundle) override
-    {
-        return Note("NotifyGameEvent", bundle.sceneId, bundle.sceneName, bundle.attributes);
-    }
-    DeviceInfoResult GetDeviceInfo(std::vector<QueryDeviceStateDetail> details) override
-    {
-        Note("GetDeviceInfo", details.size());
-        for (const QueryDeviceStateDetail& detail : details) {
-            calls.back() += ' ' + std::to_string(detail.queryType) + Text(detail.queryParams);
-        }
-        return deviceInfo;
-    }
-    int32_t QueryAppResourceInfos(const std::vector<std::string>& bundleNames,
-                                  const sptr<IResourcePreDownloadNativeCallback>& callback) override
-    {
-        return Note("QueryAppResourceInfos", bundleNames, callback != nullptr);
-    }
-    int32_t GetAppPrioritys(std::vector<std::string>& bundleNames,
-                            const sptr<IResourcePreDownloadNativeCallback>& callback) override
-    {
-        return Note("GetAppPrioritys", bundleNames, callback != nullptr);
-    }
-    int32_t NotifyAppResourceDownLoadResults(std::vector<AppResourceDownLoadResult>& results) override
-    {
-        Note("NotifyAppResourceDownLoadResults", results.size());
-        for (const AppResourceDownLoadResult& r : results) {
-            const AppResourceInfo& info = r.resourceInfo;
-            std::ostringstream line;
-            line << ' ' << r.text1 << ' ' << r.text2 << ' ' << r.value1 << ' ' << r.value2 << ' ' << r.value3 << ' '
-                 << r.count1 << ' ' << r.count2 << ' ' << r.value4 << " [" << info.text1 << ' ' << info.int1 << ' '
-                 << info.int2 << ' ' << info.text2 << ' ' << info.text3 << ' ' << info.long1 << ' ' << info.int3 << ' '
-                 << info.text4 << ']';
-            calls.back() += line.str();
-        }
-        return RESULT;
-    }
-
-private:
-    template <typename Value>
-    static Value Text(const Value& value)
-    {
-        return value;
-    }
-    static std::string Text(const std::map<std::string, std::string>& pairs)
-    {
-        std::string text;
-        for (const auto& [key, value] : pairs) {
-            text += '{' + key + '=' + value + '}';
-        }
-        return text;
-    }
-    static std::string Text(const std::vector<std::string>& texts)
-    {
-        std::string all;
-        for (const std::string& text : texts) {
-            all += '<' + text + '>';
-        }
-        return all;
-    }
-
-    template <typename... Values>
-    int32_t Note(const char* operation, const Values&... values)
-    {
-        if (isOutOfMemory) {
-            throw std::bad_alloc();
-        }
-        std::ostringstream line;
-        line << operation;
-        ((line << ' ' << Text(values)), ...);
-        calls.push_back(line.str());
-        return RESULT;
-    }
-};
-
-class EventCallback : public IRemoteStub<IGpNapiEventCallback> {
-    int32_t OnGameCallbackEvent(const GameCallbackEventInfo&) override { return 0; }
-};
-class GpuCallback : public IRemoteStub<IGpuCounterNativeCallback> {
-    int32_t OnGpuData(std::vector<GpuPerfInfo>&) override { return 0; }
-};
-class GraphicCallback : public IRemoteStub<IGameGraphicCallback> {
-    int32_t OnGraphicSetting(const std::string&, int32_t) override { return 0; }
-};
-class ResourceCallback : public IRemoteStub<IResourcePreDownloadNativeCallback> {
-    int32_t OnGetAppPrioritys(std::vector<std::string>&) override { return 0; }
-    int32_t OnQueryAppResourceInfos(const AppResourceInfos&) override { return 0; }
-};
-
-enum class ReplyKind { CODE, CODE_AND_DATA, DATA, NONE };
-
-struct Request {
-    ServerCode code;
-    Items items;
-    std::string call;  // as the recording server notes it
-    ReplyKind kind;
-    Items reply;
+// What the server makes of the requests, in the order of their table.
+struct Expected {
+    std::string arguments;
+    Items reply = {RESULT};
     int status = 0;
 };
 
-Items DownloadItems(const std::string& name)
+std::vector<Expected> AllExpected()
 {
-    return {Str(name), Str("t2"), I64(-1), I64(2),    I64(3),    I32(4), I32(5),
-            I64(6),    I32(7),    I32(8),  Str("i2"), Str("i3"), I32(9), I64(10)};
-}
-
-// Every request of the interface.
-std::vector<Request> AllRequests()
-{
-    const Items code = {I32(RecordingServer::RESULT)};
-    const sptr<IRemoteObject> event(new EventCallback());
-    const sptr<IRemoteObject> gpu(new GpuCallback());
-    const sptr<IRemoteObject> graphic(new GraphicCallback());
-    const sptr<IRemoteObject> resource(new ResourceCallback());
+    const std::string download =
+        R"(("r1", "r2", -9223372036854775808, 2, 3, 4, 5, 6, "", 21, 22, "t2", "t3", 72623859790382856, 23, ""))";
     return {
-        {ServerCode::REPORT_GAME_EVENT,
-         {I32(-7), I64(INT64_MIN), Str("t1"), Str("t2"), Str("t3"), Str("t5"), Str("t6"), Str("t4")},
-         "ReportGameEvent -7 -9223372036854775808 t1 t2 t3 t4 t5 t6",
-         ReplyKind::NONE,
-         {}},
-        {ServerCode::NOTIFY_GAME_EVENT,
-         {I32(1), I32(5), Str("boss"), I32(1), Str("k"), Str("v")},
-         "NotifyGameEvent 5 boss {k=v}",
-         ReplyKind::CODE,
-         code},
-        {ServerCode::SYNC_APP_TYPE,
-         {Str("com.a"), I32(2)},
-         "SyncAppType com.a 2",
-         ReplyKind::DATA,
-         {I32(2), Str("a"), I32(1), Str("b"), I32(0)}},
-        {ServerCode::REPORT_RENDER_THREAD,
-         {Str("one"), Str("two"), I32(3)},
-         "ReportRenderThread one two 3",
-         ReplyKind::CODE,
-         code},
-        {ServerCode::REGISTER_CALL_BACK, {Obj(event)}, "RegisterCallBack 1", ReplyKind::CODE, code},
-        {ServerCode::UN_REGISTER_CALL_BACK, {}, "UnRegisterCallBack", ReplyKind::CODE, code},
-        {ServerCode::UPDATE_GAME_INFO,
-         {I32(1), Str("com.game"), I32(60)},
-         "UpdateGameInfo 1 com.game 60",
-         ReplyKind::CODE,
-         code},
-        {ServerCode::CALL_AUTH, {Str("com.game")}, "CallAuth com.game", ReplyKind::CODE, code},
-        {ServerCode::START_GET_GPU_PERF_INFO, {I32(16), Obj(gpu)}, "StartGetGpuPerfInfo 16 1", ReplyKind::CODE, code},
-        {ServerCode::STOP_GET_GPU_PERF_INFO, {}, "StopGetGpuPerfInfo", ReplyKind::CODE, code},
-        {ServerCode::GET_DEVICE_INFO,
-         {I32(2), I32(1), I32(2), Str("a"), Str("1"), Str("b"), Str("2"), I32(-3), I32(0)},
-         "GetDeviceInfo 2 1{a=1}{b=2} -3",
-         ReplyKind::CODE_AND_DATA,
-         {I32(0), Str("{\"tempLevel\":1}")}},
-        {ServerCode::GET_APP_PRIORITYS,
-         {I32(2), Str("x"), Str(""), Obj(resource)},
-         "GetAppPrioritys <x><> 1",
-         ReplyKind::CODE,
-         code},
-        {ServerCode::QUERY_APP_RESOURCE_INFOS,
-         {I32(1), Str("x"), Obj(resource)},
-         "QueryAppResourceInfos <x> 1",
-         ReplyKind::CODE,
-         code},
-        {ServerCode::NOTIFY_APP_RESOURCE_DOWN_LOAD_RESULTS,
-         Items{I32(2)} + DownloadItems("first") + DownloadItems("second"),
-         "NotifyAppResourceDownLoadResults 2 first t2 -1 2 3 4 5 6 [ 7 8 i2 i3 10 9 ]"
-         " second t2 -1 2 3 4 5 6 [ 7 8 i2 i3 10 9 ]",
-         ReplyKind::CODE, code},
-        {ServerCode::REGISTER_CALLBACK_FOR_GRAPHIC,
-         {Str("t"), I32(4), Obj(graphic)},
-         "RegisterCallbackForGraphic t 4 1",
-         ReplyKind::NONE,
-         {},
-         SERVICE_NOT_SUPPORTED},
-        {ServerCode::GET_SYSTEM_FUNCTION_STATUS,
-         {I32(2), Str("a"), Str(""), Str("b"), Str("2")},
-         "GetSystemFunctionStatus {a=}{b=2}",
-         ReplyKind::DATA,
-         {I32(1), Str("k"), Str("v")}},
-        {ServerCode::QUERY_GAME_STATE,
-         {},
-         "QueryGameState",
-         ReplyKind::CODE_AND_DATA,
-         {I32(0), I32(3), Str("com.game")}},
+        {" true"},
+        {""},
+        {R"( -7 "text" -2147483648)"},
+        {R"( "a\0b")"},
+        {R"( -2147483648 72623859790382856 "one" "two" "th\0ree" "four" "" "six")", {}},
+        {R"( "app" 9)", {2, "a", 1, "b", 0}},
+        {R"( "one" "two" 3)"},
+        {R"( "g" 4 true)", {}, SERVICE_NOT_SUPPORTED},
+        {" 5 true"},
+        {""},
+        {R"( { ("a", "1"), ("b", "") })", {1, "k", "v"}},
+        {"", {0, 3, "com.game"}},
+        {R"( 11 "lobby" { ("a", "1"), ("b", "2") })"},
+        {R"( 2(6, { ("a", "1"), ("b", "2") })(7, {}))", {0, DOCUMENT}},
+        {R"( { "y", "x" } true)"},
+        {" {} true"},
+        {" 2" + download + download},
     };
 }
 
-// The refusal of a request, wherever its reply carries it; nothing else may be in the reply.
-void ExpectRefused(const Sent& sent, ReplyKind kind, int32_t code)
+ServerCode CodeOf(const ServerOperation& operation)
 {
-    const bool leadsWithCode = kind == ReplyKind::CODE || kind == ReplyKind::CODE_AND_DATA;
-    EXPECT_EQ(sent.status, leadsWithCode ? 0 : code);
-    EXPECT_EQ(Bytes(sent.reply), Bytes(leadsWithCode ? Items{I32(code)} : Items{}));
+    return static_cast<ServerCode>(operation.code);
 }
 
-TEST(VeltraServerStub, EachRequestReachesItsOperationAndGetsItsReply)
+// The refusal of a request, wherever its reply carries it; nothing else may be in the reply.
+void ExpectRefused(const Sent& sent, const ServerOperation& operation, int32_t code)
 {
-    const std::vector<Request> requests = AllRequests();
-    ASSERT_EQ(requests.size(), 17U);
-    for (const Request& request : requests) {
-        SCOPED_TRACE(request.call);
+    EXPECT_EQ(sent.status, operation.HasResult() ? 0 : code);
+    EXPECT_EQ(Bytes(sent.reply), Bytes(operation.HasResult() ? Items{code} : Items{}));
+}
+
+TEST(VeltraServerStub, EachRequestReachesItsOperationAndGetsItsWholeReply)
+{
+    const std::vector<ServerOperation>& operations = ServerOperations();
+    const std::vector<Expected> expected = AllExpected();
+    ASSERT_EQ(operations.size(), expected.size());
+    for (size_t i = 0; i < operations.size(); ++i) {
+        SCOPED_TRACE(operations[i].name);
         RecordingServer server;
-        const Sent sent(server, request.code, request.items);
-        EXPECT_EQ(sent.status, request.status);
-        EXPECT_EQ(server.calls, std::vector<std::string>{request.call});
-        EXPECT_EQ(Bytes(sent.reply), Bytes(request.reply));
+        const Sent sent(server, CodeOf(operations[i]), operations[i].payload);
+        EXPECT_EQ(sent.status, expected[i].status);
+        EXPECT_EQ(server.calls, std::vector<std::string>{operations[i].name + expected[i].arguments});
+        const std::string whole = Bytes(expected[i].reply);
+        EXPECT_EQ(Bytes(sent.reply), whole);
+        for (size_t limit = 0; limit < whole.size(); limit += Parcel::SLOT) {
+            EXPECT_EQ(Sent(server, CodeOf(operations[i]), operations[i].payload, limit).status, RESULT_BAD_PARCEL);
+        }
     }
 }
 
 TEST(VeltraServerStub, ARequestCutAnywhereCallsNothing)
 {
-    for (const Request& request : AllRequests()) {
-        for (size_t count = 0; count < request.items.size(); ++count) {
-            SCOPED_TRACE(request.call + " cut to " + std::to_string(count));
+    for (const ServerOperation& operation : ServerOperations()) {
+        for (auto end = operation.payload.begin(); end != operation.payload.end(); ++end) {
+            const Items cut(operation.payload.begin(), end);
+            SCOPED_TRACE(operation.name + std::string(" cut to ") + std::to_string(cut.size()));
             RecordingServer server;
-            ExpectRefused(Sent(server, request.code, request.items, count), request.kind, SERVICE_BAD_REQUEST);
+            ExpectRefused(Sent(server, CodeOf(operation), cut), operation, SERVICE_BAD_REQUEST);
             EXPECT_TRUE(server.calls.empty());
         }
     }
 }
 
+const Items DOWNLOAD = {"n", "", int64_t{0}, int64_t{0}, int64_t{0}, 0, 0, int64_t{0}, 0, 0, "", "", 0, int64_t{0}};
+
 TEST(VeltraServerStub, CountsAndTextsBeyondTheirBoundsCallNothing)
 {
-    const sptr<IRemoteObject> resource(new ResourceCallback());
-    const sptr<IRemoteObject> event(new EventCallback());
-    const Item longText = Str(std::string(MAX_REQUEST_TEXT_BYTES + 1, 'x'));
-    const Items detail = {I32(0), I32(0)};
-    const Items pair = {Str("k"), Str("v")};
+    const Item resource = sptr<IRemoteObject>(new SilentResourceCallback());
+    const Item event = sptr<IRemoteObject>(new SilentEventCallback());
+    const Item longText = std::string(MAX_REQUEST_TEXT_BYTES + 1, 'x');
+    const Items detail = {0, 0};
+    const Items pair = {"k", "v"};
     const struct {
         const char* what;
         ServerCode code;
         Items items;
     } rows[] = {
-        {"details -1", ServerCode::GET_DEVICE_INFO, {I32(-1)}},
-        {"details huge", ServerCode::GET_DEVICE_INFO, Items{I32(INT_MAX)} + detail},
-        {"details 65", ServerCode::GET_DEVICE_INFO, Items{I32(65)} + Times(65, detail)},
-        {"params -1", ServerCode::GET_DEVICE_INFO, {I32(1), I32(0), I32(-1)}},
-        {"params huge", ServerCode::GET_DEVICE_INFO, Items{I32(1), I32(0), I32(INT_MAX)} + pair},
-        {"params twice", ServerCode::GET_DEVICE_INFO, Items{I32(1), I32(0), I32(2)} + pair + pair},
-        {"params descending", ServerCode::GET_DEVICE_INFO,
-         Items{I32(1), I32(0), I32(2)} + pair + Items{Str("j"), Str("v")}},
-        {"functions 101", ServerCode::GET_SYSTEM_FUNCTION_STATUS, Items{I32(101)} + Times(101, pair)},
-        {"functions -1", ServerCode::GET_SYSTEM_FUNCTION_STATUS, {I32(-1)}},
-        {"names 0", ServerCode::QUERY_APP_RESOURCE_INFOS, {I32(0), Obj(resource)}},
-        {"names -1", ServerCode::GET_APP_PRIORITYS, {I32(-1), Obj(resource)}},
-        {"names 1001", ServerCode::GET_APP_PRIORITYS,
-         Items{I32(1001)} + Times(1001, {Str("n")}) + Items{Obj(resource)}},
-        {"results -1", ServerCode::NOTIFY_APP_RESOURCE_DOWN_LOAD_RESULTS, {I32(-1)}},
-        {"results 1001", ServerCode::NOTIFY_APP_RESOURCE_DOWN_LOAD_RESULTS,
-         Items{I32(1001)} + Times(1001, DownloadItems("n"))},
-        {"attributes 65", ServerCode::NOTIFY_GAME_EVENT, {I32(1), I32(5), Str("boss"), I32(65)}},
-        {"no scene", ServerCode::NOTIFY_GAME_EVENT, {I32(0), I32(5), Str("boss"), I32(0)}},
+        {"details -1", ServerCode::GET_DEVICE_INFO, {-1}},
+        {"details huge", ServerCode::GET_DEVICE_INFO, Items{INT_MAX} + detail},
+        {"details 65", ServerCode::GET_DEVICE_INFO, Items{65} + Times(65, detail)},
+        {"params -1", ServerCode::GET_DEVICE_INFO, {1, 0, -1}},
+        {"params huge", ServerCode::GET_DEVICE_INFO, Items{1, 0, INT_MAX} + pair},
+        {"params twice", ServerCode::GET_DEVICE_INFO, Items{1, 0, 2} + pair + pair},
+        {"params descending", ServerCode::GET_DEVICE_INFO, Items{1, 0, 2} + pair + Items{"j", "v"}},
+        {"functions 101", ServerCode::GET_SYSTEM_FUNCTION_STATUS, Items{101} + Times(101, pair)},
+        {"functions -1", ServerCode::GET_SYSTEM_FUNCTION_STATUS, {-1}},
+        {"names 0", ServerCode::QUERY_APP_RESOURCE_INFOS, {0, resource}},
+        {"names -1", ServerCode::GET_APP_PRIORITYS, {-1, resource}},
+        {"names 1001", ServerCode::GET_APP_PRIORITYS, Items{1001} + Times(1001, {"n"}) + Items{resource}},
+        {"results -1", ServerCode::NOTIFY_APP_RESOURCE_DOWN_LOAD_RESULTS, {-1}},
+        {"results 1001", ServerCode::NOTIFY_APP_RESOURCE_DOWN_LOAD_RESULTS, Items{1001} + Times(1001, DOWNLOAD)},
+        {"attributes 65", ServerCode::NOTIFY_GAME_EVENT, {1, 5, "boss", 65}},
+        {"no scene", ServerCode::NOTIFY_GAME_EVENT, {0, 5, "boss", 0}},
         {"long text", ServerCode::CALL_AUTH, {longText}},
-        {"text of -1 bytes", ServerCode::CALL_AUTH, {I32(-1), I32(0)}},
-        {"text of 2 GiB", ServerCode::CALL_AUTH, {I32(INT_MAX), I32(0)}},
-        {"text without end", ServerCode::CALL_AUTH, {I32(4), I32(0x61616161), I32(0x61616161)}},
-        {"long last text",
-         ServerCode::REPORT_GAME_EVENT,
-         {I32(1), I64(2), Str(""), Str(""), Str(""), Str(""), Str(""), longText}},
-        {"a number for an object", ServerCode::REGISTER_CALL_BACK, {I64(1)}},
-        {"an object of another interface", ServerCode::REGISTER_CALL_BACK, {Obj(resource)}},
-        {"an object of another interface", ServerCode::START_GET_GPU_PERF_INFO, {I32(1), Obj(event)}},
-        {"an object of another interface", ServerCode::REGISTER_CALLBACK_FOR_GRAPHIC, {Str(""), I32(1), Obj(event)}},
-        {"an object of another interface", ServerCode::QUERY_APP_RESOURCE_INFOS, {I32(1), Str("x"), Obj(event)}},
+        {"text of -1 bytes", ServerCode::CALL_AUTH, {-1, 0}},
+        {"text of 2 GiB", ServerCode::CALL_AUTH, {INT_MAX, 0}},
+        {"text without end", ServerCode::CALL_AUTH, {4, 0x61616161, 0x61616161}},
+        {"long last text", ServerCode::REPORT_GAME_EVENT, {1, int64_t{2}, "", "", "", "", "", longText}},
+        {"a number for an object", ServerCode::REGISTER_CALL_BACK, {int64_t{1}}},
+        {"an object of another interface", ServerCode::REGISTER_CALL_BACK, {resource}},
+        {"an object of another interface", ServerCode::START_GET_GPU_PERF_INFO, {1, event}},
+        {"an object of another interface", ServerCode::REGISTER_CALLBACK_FOR_GRAPHIC, {"", 1, event}},
+        {"an object of another interface", ServerCode::QUERY_APP_RESOURCE_INFOS, {1, "x", event}},
     };
-    const std::vector<Request> requests = AllRequests();
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
-        const auto request = std::find_if(requests.begin(), requests.end(),
-                                          [&row](const Request& candidate) { return candidate.code == row.code; });
+        const auto operation = std::find_if(ServerOperations().begin(), ServerOperations().end(),
+                                            [&row](const auto& candidate) { return CodeOf(candidate) == row.code; });
         RecordingServer server;
-        ExpectRefused(Sent(server, row.code, row.items), request->kind, SERVICE_BAD_REQUEST);
+        ExpectRefused(Sent(server, row.code, row.items), *operation, SERVICE_BAD_REQUEST);
         EXPECT_TRUE(server.calls.empty());
     }
 }
 
 TEST(VeltraServerStub, RequestsAtTheirBoundsAreTaken)
 {
-    const sptr<IRemoteObject> resource(new ResourceCallback());
+    const Item resource = sptr<IRemoteObject>(new SilentResourceCallback());
     Items pairs;
     for (int i = 100; i < 200; ++i) {
-        pairs = pairs + Items{Str(std::to_string(i)), Str("v")};
+        pairs = std::move(pairs) + Items{std::to_string(i), "v"};
     }
-    const Items rows[] = {
-        {I32(0)},
-        Items{I32(64)} + Times(64, {I32(0), I32(0)}),
+    const std::pair<ServerCode, Items> rows[] = {
+        {ServerCode::GET_DEVICE_INFO, {0}},
+        {ServerCode::GET_DEVICE_INFO, Items{64} + Times(64, {0, 0})},
+        {ServerCode::GET_SYSTEM_FUNCTION_STATUS, Items{100} + pairs},
+        {ServerCode::NOTIFY_APP_RESOURCE_DOWN_LOAD_RESULTS, Items{1000} + Times(1000, DOWNLOAD)},
+        {ServerCode::NOTIFY_APP_RESOURCE_DOWN_LOAD_RESULTS, {0}},
+        {ServerCode::GET_APP_PRIORITYS, {0, resource}},
+        {ServerCode::QUERY_APP_RESOURCE_INFOS, Items{1000} + Times(1000, {"n"}) + Items{resource}},
+        {ServerCode::CALL_AUTH, {std::string(MAX_REQUEST_TEXT_BYTES, 'x')}},
     };
-    for (const Items& items : rows) {
+    for (const auto& [code, items] : rows) {
         RecordingServer server;
-        EXPECT_EQ(Sent(server, ServerCode::GET_DEVICE_INFO, items).reply.ReadInt32(), 0);
-        EXPECT_EQ(server.calls.size(), 1U);
+        EXPECT_EQ(Sent(server, code, items).status, 0);
+        EXPECT_EQ(server.calls.size(), 1U) << static_cast<uint32_t>(code);
     }
-    RecordingServer server;
-    EXPECT_EQ(Sent(server, ServerCode::GET_SYSTEM_FUNCTION_STATUS, Items{I32(100)} + pairs).status, 0);
-    Sent(server, ServerCode::NOTIFY_APP_RESOURCE_DOWN_LOAD_RESULTS, Items{I32(1000)} + Times(1000, DownloadItems("n")));
-    Sent(server, ServerCode::NOTIFY_APP_RESOURCE_DOWN_LOAD_RESULTS, {I32(0)});
-    Sent(server, ServerCode::GET_APP_PRIORITYS, {I32(0), Obj(resource)});
-    Sent(server, ServerCode::QUERY_APP_RESOURCE_INFOS,
-         Items{I32(1000)} + Times(1000, {Str("n")}) + Items{Obj(resource)});
-    Sent(server, ServerCode::CALL_AUTH, {Str(std::string(MAX_REQUEST_TEXT_BYTES, 'x'))});
-    EXPECT_EQ(server.calls.size(), 6U);
 }
 
-TEST(VeltraServerStub, ARequestForAnotherInterfaceIsRefusedBeforeItIsRead)
+TEST(VeltraServerStub, OtherInterfacesAndCodesCallNothing)
 {
-    using namespace std::string_view_literals;
-    const std::u16string_view tokens[] = {
-        u""sv,
-        u"zem.game.perf.IVeltraServerInterface"sv,
-        u"zem.game.perf.iVeltraServerInterfac"sv,
-        u"zem.game.perf.iVeltraServerInterface\0"sv,
-        u"zem.game.perf.iGpNapiEventCallback"sv,
-    };
-    for (const Request& request : AllRequests()) {
-        for (const std::u16string_view token : tokens) {
-            RecordingServer server;
-            MessageParcel data;
-            MessageParcel reply;
-            MessageOption option;
-            data.WriteInterfaceToken(token);
-            WriteItems(data, request.items, request.items.size());
-            EXPECT_EQ(server.OnRemoteRequest(static_cast<uint32_t>(request.code), data, reply, option),
-                      RESULT_TOKEN_REFUSED);
-            EXPECT_EQ(reply.GetDataSize(), 0U);
-            EXPECT_TRUE(server.calls.empty());
+    RecordingServer server;
+    const std::u16string token = IVeltraServerInterface::GetDescriptor();
+    for (const std::u16string& wrong : {std::u16string(), std::u16string(u"zem.game.perf.IVeltraServerInterface"),
+                                        token.substr(0, token.size() - 1), token + u'\0'}) {
+        for (const ServerOperation& operation : ServerOperations()) {
+            const Sent sent(server, CodeOf(operation), operation.payload, Parcel::MAX_DATA_BYTES, wrong);
+            EXPECT_EQ(sent.status, RESULT_TOKEN_REFUSED);
+            EXPECT_EQ(sent.reply.GetDataSize(), 0U);
         }
     }
-}
-
-TEST(VeltraServerStub, OtherCodesAreLeftToThePlatform)
-{
-    RecordingServer server;
     for (const uint32_t code : {0U, 7U, 12U, 14U, 16U, 18U, 19U, 21U, 23U, 26U, 29U, 0xFFFFFFFFU}) {
-        EXPECT_EQ(Sent(server, static_cast<ServerCode>(code), {Str("x"), I32(1)}).status, IPC_UNKNOWN_CODE) << code;
+        EXPECT_EQ(Sent(server, static_cast<ServerCode>(code), {"x", 1}).status, IPC_UNKNOWN_CODE) << code;
     }
     EXPECT_TRUE(server.calls.empty());
 }
 
-TEST(VeltraServerStub, ARefusingOperationGivesItsCodeAlone)
+TEST(VeltraServerStub, RefusalsAndExceptionsNeverLookLikeSuccess)
 {
     RecordingServer server;
     server.deviceInfo = {SERVICE_NO_SENSOR, "not to be sent"};
     server.gameStateResult = 77;
-    ExpectRefused(Sent(server, ServerCode::GET_DEVICE_INFO, {I32(0)}), ReplyKind::CODE, SERVICE_NO_SENSOR);
-    ExpectRefused(Sent(server, ServerCode::QUERY_GAME_STATE, {}), ReplyKind::CODE, 77);
-}
-
-TEST(VeltraServerStub, AnExceptionNeverLooksLikeSuccess)
-{
-    for (const Request& request : AllRequests()) {
-        SCOPED_TRACE(request.call);
-        RecordingServer server;
-        server.isOutOfMemory = true;
-        ExpectRefused(Sent(server, request.code, request.items), request.kind, SERVICE_NO_RESOURCES);
-    }
-}
-
-TEST(VeltraServerStub, AReplyThatCannotBeWrittenWholeIsAFailure)
-{
-    for (const Request& request : AllRequests()) {
-        const size_t whole = Bytes(request.reply).size();
-        for (size_t limit = 0; limit < whole; limit += Parcel::SLOT) {
-            SCOPED_TRACE(request.call + " capped at " + std::to_string(limit));
-            RecordingServer server;
-            MessageParcel data;
-            MessageParcel reply;
-            MessageOption option;
-            reply.SetCapacityLimit(limit);
-            data.WriteInterfaceToken(IVeltraServerInterface::GetDescriptor());
-            WriteItems(data, request.items, request.items.size());
-            EXPECT_EQ(server.OnRemoteRequest(static_cast<uint32_t>(request.code), data, reply, option),
-                      RESULT_BAD_PARCEL);
-        }
+    EXPECT_EQ(Bytes(Sent(server, ServerCode::GET_DEVICE_INFO, {0}).reply), Bytes(Items{SERVICE_NO_SENSOR}));
+    EXPECT_EQ(Bytes(Sent(server, ServerCode::QUERY_GAME_STATE, {}).reply), Bytes(Items{77}));
+    server.isOutOfMemory = true;
+    for (const ServerOperation& operation : ServerOperations()) {
+        SCOPED_TRACE(operation.name);
+        ExpectRefused(Sent(server, CodeOf(operation), operation.payload), operation, SERVICE_NO_RESOURCES);
     }
 }
 
