@@ -67,10 +67,11 @@ void CallbackBox::Keep(const std::string& name, const sptr<IRemoteObject>& objec
     objects_[name] = object;
 }
 
-void CallbackBox::Drop(const std::string& name)
+int CallbackBox::Drop(const std::string& name)
 {
     MutexLock lock(mutex_);
     objects_.erase(name);
+    return 0;
 }
 
 void CallbackBox::Push(std::istringstream words)

@@ -19,7 +19,7 @@ public:
     explicit CallbackBox(TestSupport::LinePipe& parent) : parent_(parent) {}
 
     void Keep(const std::string& name, const TAVO::sptr<TAVO::IRemoteObject>& object);
-    void Drop(const std::string& name);
+    int Drop(const std::string& name);  // always 0
 
     // `NAME CODE TOKEN ITEM...`: sends one request from a thread of its own and says its status and, behind a space,
     // each Int32 of its reply. An item is an Int32, a String behind a ', or gpu*N or info*N, that many records of a

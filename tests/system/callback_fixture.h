@@ -7,10 +7,15 @@
 #include <string>
 #include <vector>
 
-#include "system/notes.h"
+#include "support/notes.h"
 #include "system/system_fixture.h"
 
 namespace SystemTest {
+
+using TestSupport::Living;
+using TestSupport::Notes;
+using TestSupport::Noting;
+using TestSupport::SharedNotes;
 
 // Requests to the test service that reach the callback of this kind; a record or text more or less does not matter.
 constexpr char PUSH_EVENT[] = "push events 7 zem.game.perf.iGpNapiEventCallback 'text 1 2 3";

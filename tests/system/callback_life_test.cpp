@@ -29,36 +29,19 @@ protected:
             return 0;
         };
     }
-    static auto Silent()
-    {
-        return [](auto&) { return 0; };
-    }
-    // Returns once so many callbacks with this body have noted their beginning, each of an object of its own.
-    template <typename Body>
-    void CallBackAtOnce(size_t callbacks, Body body)
-    {
-        for (size_t i = 0; i < callbacks; ++i) {
-            ASSERT_EQ(TakePrioritys(body, "slot" + std::to_string(i)), 0);
-        }
-        for (size_t i = 0; i < callbacks; ++i) {
-            service_.Pipe().Say("push slot" + std::to_string(i) +
-                                " 16 zem.game.perf.IResourcePreDownloadNativeCallback 0");
-        }
-        EXPECT_EQ(notes_->WaitFor(callbacks).size(), callbacks);
-    }
 };
 
 // Whoever takes a callback away may destroy what it uses: so it must be over by then.
 TEST_F(CallbackLife, ReplacingOrRemovingACallbackWaitsForItsEnd)
 {
     const std::function<int32_t()> ways[] = {
-        [this] { return TakeEvents(Silent(), 1); },
+        [this] { return TakeEvents([](auto&) { return 0; }, 1); },
         [this] { return client_.UnRegisterGameCallback(1); },
     };
     for (const auto& takeAway : ways) {
         const SharedNotes notes = std::make_shared<Notes>();
         ASSERT_EQ(client_.RegisterGameCallback(Living<EventFunction>(notes, "events", Lingering(notes)), 1), 0);
-        ASSERT_EQ(TakeEvents(Silent(), 2), 0);
+        ASSERT_EQ(TakeEvents([](auto&) { return 0; }, 2), 0);
         service_.Pipe().Say(PUSH_EVENT);
         EXPECT_EQ(notes->WaitFor(1).back(), "in");
         std::atomic<pid_t> remover{0};
@@ -87,62 +70,22 @@ TEST_F(CallbackLife, ACallbackThatNobodyHoldsAnyMoreRunsToItsEnd)
     EXPECT_EQ(service_.Pipe().Hear(), "0 0");
 }
 
-TEST_F(CallbackLife, ACallbackWhoseServiceIsKilledRunsToItsEnd)
-{
-    ASSERT_EQ(TakePrioritys(Lingering(notes_)), 0);  // held by the service only
-    service_.Pipe().Say(PUSH_PRIORITYS);
-    EXPECT_EQ(notes_->WaitFor(1).back(), "in");
-    service_.Kill();
-    EXPECT_EQ(service_.WaitForExit(), "signal 9");
-    EXPECT_TRUE(IsServedAgain());
-    EXPECT_EQ(notes_->Count(), 1u);
-    notes_->Open();
-    EXPECT_EQ(notes_->WaitFor(3), (std::vector<std::string>{"in", "out", "~prioritys"}));
-}
-
-TEST_F(CallbackLife, TheServiceIsToldAtOnceWhenItsClientIsKilled)
-{
-    Child client = Child::Start({"system_test_client"});
-    EXPECT_EQ(client.Ask("subscribe blocking"), "0");
-    service_.Pipe().Say(PUSH_EVENT);
-    EXPECT_EQ(client.Pipe().Hear(), "called");
-    const Clock::time_point begin = Clock::now();
-    client.Kill();
-    const std::string status = service_.Pipe().Hear().value_or("nothing");
-    EXPECT_LT(Clock::now() - begin, SOON);
-    EXPECT_TRUE(status == "-100001" || status == "-100003") << status;  // dead, or broken on the way
-    EXPECT_TRUE(WaitFor([this] { return service_.Ask(PUSH_EVENT) == "-100001"; })) << "the dead object is not known";
-}
-
-// More callbacks wait for answers than there are threads to wait in: none of the answers needs one of these threads.
-TEST_F(CallbackLife, MoreCallbacksThanThePoolHasThreadsMayCallTheService)
-{
-    constexpr size_t CALLBACKS = TAVO::IpcThreads::DEFAULT_WORKERS + 4;
-    CallBackAtOnce(CALLBACKS, [notes = notes_](auto&) {
-        notes->Add("in");
-        return VeltraClient().CallAuth("hang") + 5;
-    });
-    size_t answered = 0;
-    const Clock::time_point begin = Clock::now();
-    while (answered < CALLBACKS) {
-        const std::string line = service_.Pipe().Hear().value_or("nothing");
-        ASSERT_TRUE(line == "hanging" || line == "0 5") << line;
-        answered += line == "0 5";
-        service_.Pipe().Say("release");
-    }
-    EXPECT_LT(Clock::now() - begin, SOON);
-}
-
 // All the pool's threads are inside callbacks, and yet a service is loaded for them.
 TEST_F(CallbackLife, CallbacksMayCallWhileTheServiceIsDead)
 {
     constexpr size_t CALLBACKS = TAVO::IpcThreads::DEFAULT_WORKERS;
-    CallBackAtOnce(CALLBACKS, [notes = notes_](auto&) {
+    const auto call = [notes = notes_](auto&) {
         notes->Add("in");
         notes->WaitForOpening();
         notes->Add("result " + std::to_string(VeltraClient().CallAuth("again")));
         return 0;
-    });
+    };
+    for (size_t i = 0; i < CALLBACKS; ++i) {
+        const std::string slot = "slot" + std::to_string(i);
+        ASSERT_EQ(TakePrioritys(call, slot), 0);
+        service_.Pipe().Say("push " + slot + " 16 zem.game.perf.IResourcePreDownloadNativeCallback 0");
+    }
+    EXPECT_EQ(notes_->WaitFor(CALLBACKS).size(), CALLBACKS);
     const auto object = ServiceObject();
     service_.Kill();
     EXPECT_EQ(service_.WaitForExit(), "signal 9");
@@ -167,12 +110,6 @@ TEST_F(BlockedCallback, HoldsUpNoOtherKindOfDelivery)
     WriteScenario(R"({"curves": {"tempLevel": {"points": [[0, 0], [1.2, 0], [1.3, 4], [2.5, 4]], "repeat": true}},
                       "gpu": {"intervalSeconds": 1, "counters": {"gpuLoadPercent": 70}}})");
     StartManager();
-    const auto note = [this](const char* text) {
-        return [notes = notes_, text](auto&) {
-            notes->Add(text);
-            return 0;
-        };
-    };
     const auto blocked = [notes = notes_](auto&) {
         notes->Add("blocked");
         notes->WaitForOpening();
@@ -181,18 +118,15 @@ TEST_F(BlockedCallback, HoldsUpNoOtherKindOfDelivery)
     ASSERT_EQ(client_.RegisterGameCallback(std::make_unique<EventFunction>(blocked), 1), 0);
     EXPECT_EQ(notes_->WaitFor(1).back(), "blocked");
     std::vector<std::string> names;
-    ASSERT_EQ(client_.GetAppPrioritys(names, std::make_unique<PrioritysFunction>(note("prioritys"))), 0);
+    ASSERT_EQ(client_.GetAppPrioritys(names, Noting<PrioritysFunction>(notes_, "prioritys")), 0);
     EXPECT_EQ(notes_->WaitFor(2).back(), "prioritys");
-    ASSERT_EQ(client_.QueryAppResourceInfos({"any"}, std::make_unique<ResourceInfoFunction>(note("infos"))), 0);
+    ASSERT_EQ(client_.QueryAppResourceInfos({"any"}, Noting<ResourceInfoFunction>(notes_, "infos")), 0);
     EXPECT_EQ(notes_->WaitFor(3).back(), "infos");
-    ASSERT_EQ(client_.StartGetGpuPerfInfo(0, std::make_unique<GpuFunction>(note("gpu"))), 0);
+    ASSERT_EQ(client_.StartGetGpuPerfInfo(0, Noting<GpuFunction>(notes_, "gpu")), 0);
     EXPECT_EQ(notes_->WaitFor(6).back(), "gpu");
     EXPECT_EQ(client_.CallAuth("beside"), 0);
     notes_->Open();
-    EXPECT_TRUE(WaitFor([this] {
-        const std::vector<std::string> notes = notes_->WaitFor(0);
-        return std::count(notes.begin(), notes.end(), "blocked") > 1;
-    })) << "events do not go on";
+    EXPECT_TRUE(notes_->WaitForNote("blocked", 1)) << "events do not go on";
 }
 
 // Holds the platform's delivery thread, on which death notices are told, until it is let go or destroyed.
@@ -210,24 +144,13 @@ private:
     const SharedNotes notes_ = std::make_shared<Notes>();
 };
 
-class LateNotice : public SystemFixture {
-protected:
-    int NoticesLogged() const
-    {
-        int count = 0;
-        for (const LogLine& line : log_.Lines()) {
-            count += line.text.find("OnRemoteSaDead") != std::string::npos;
-        }
-        return count;
-    }
-
-    const LogCapture log_;
-};
+class LateNotice : public SystemFixture {};
 
 // The notice of a dead service comes when its successor is in use already: it costs no call.
 TEST_F(LateNotice, OfTheServiceBeforeCostsNoCall)
 {
     constexpr int ROUNDS = 10;
+    const LogCapture log;
     WriteAbility("system_test_service", {"serve"});
     StartManager();
     const auto manager = TAVO::SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
@@ -235,18 +158,18 @@ TEST_F(LateNotice, OfTheServiceBeforeCostsNoCall)
     for (int round = 1; round <= ROUNDS; ++round) {
         SCOPED_TRACE(round);
         ASSERT_TRUE(IsServedAgain());  // by a load, which is what a notice is asked for
-        const int noticesBefore = NoticesLogged();
+        const long noticesBefore = log.Count("OnRemoteSaDead");
         const auto held = TAVO::MakeRef<HeldDeliveries>();
         ASSERT_EQ(manager->LoadAbility(66006, held), TAVO::ABILITY_OK);
         ASSERT_EQ(held->Gate().WaitFor(1).size(), 1u);
         KillService();
         Child next = StartTestService();
         EXPECT_TRUE(WaitFor([&] { return client_.CallAuth("pid") == next.Pid(); }));
-        EXPECT_EQ(NoticesLogged(), noticesBefore) << "the notice was to be late";
+        EXPECT_EQ(log.Count("OnRemoteSaDead"), noticesBefore) << "the notice was to be late";
         std::thread caller([] { EXPECT_EQ(VeltraClient().CallAuth("hang"), 0); });
         EXPECT_EQ(next.Pipe().Hear(), "hanging");
         held->Gate().Open();
-        EXPECT_TRUE(WaitFor([&] { return NoticesLogged() > noticesBefore; }));
+        EXPECT_TRUE(WaitFor([&] { return log.Count("OnRemoteSaDead") > noticesBefore; }));
         EXPECT_EQ(client_.CallAuth("pid"), next.Pid());
         next.Pipe().Say("release");
         caller.join();

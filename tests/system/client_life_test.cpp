@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// A game may end in any way while it calls, and may use signals as it likes.
-#include <signal.h>
-#include <time.h>
-#include <unistd.h>
-
+// A game may end in any way while it calls, and may fork.
 #include <atomic>
+#include <cstring>
 #include <filesystem>
+#include <functional>
 #include <thread>
 
 #include "system/system_fixture.h"
+#include "tavo/scrivo_print.h"
 
 namespace SystemTest {
 namespace {
@@ -17,60 +16,59 @@ using namespace TAVO::Veltra;
 
 class ClientEnd : public SystemFixture {
 protected:
-    struct Way {
-        const char* command;
-        const char* status;
-    };
-    static constexpr Way WAYS[] = {{"exit", "exit 4"}, {"_exit", "exit 5"}, {"abort", "signal 6"}};
-
-    static void ExpectEnd(Child& client, const Way& way)
+    // So often for each way to end: a client that has been brought by `begin` into the state it is to end in.
+    void ExpectSoonEnds(int rounds, const std::function<void(Child& client)>& begin,
+                        const std::function<void(Child& client)>& afterwards = nullptr)
     {
-        const Clock::time_point begin = Clock::now();
-        client.Pipe().Say(way.command);
-        EXPECT_EQ(client.WaitForExit(), way.status);
-        EXPECT_LT(Clock::now() - begin, SOON);
+        const std::pair<const char*, const char*> ways[] = {
+            {"exit", "exit 4"}, {"_exit", "exit 5"}, {"abort", "signal 6"}};
+        for (const auto& [command, status] : ways) {
+            for (int round = 0; round < rounds && !HasFailure(); ++round) {
+                SCOPED_TRACE(command + std::string(", round ") + std::to_string(round));
+                Child client = Child::Start({"system_test_client"});
+                begin(client);
+                const Clock::time_point end = Clock::now();
+                client.Pipe().Say(command);
+                EXPECT_EQ(client.WaitForExit(), status);
+                EXPECT_LT(Clock::now() - end, SOON);
+                if (afterwards) {
+                    afterwards(client);
+                }
+            }
+        }
     }
 };
 
 TEST_F(ClientEnd, CallsInFlightHoldUpNoEnd)
 {
-    constexpr int ROUNDS = 40;
     StartManager();
     Child service = StartTestService();
-    for (const Way& way : WAYS) {
-        for (int round = 0; round < ROUNDS; ++round) {
-            SCOPED_TRACE(way.command + std::string(", round ") + std::to_string(round));
-            Child client = Child::Start({"system_test_client"});
-            for (const char* text : {"busy", "busy", "hang"}) {
-                client.Pipe().Say(std::string("call-for-ever ") + text);
-            }
-            ASSERT_EQ(service.Pipe().Hear(), "hanging");
-            ExpectEnd(client, way);
-            // The handler of the dead is the service's own business, and holds a thread of it.
-            service.Pipe().Say("release");
-            ASSERT_EQ(client_.CallAuth("pid"), service.Pid());
+    const auto call = [&service](Child& client) {
+        for (const char* text : {"busy", "busy", "hang"}) {
+            client.Pipe().Say(std::string("call-for-ever ") + text);
         }
-    }
+        EXPECT_EQ(service.Pipe().Hear(), "hanging");
+    };
+    ExpectSoonEnds(40, call, [&](Child&) {
+        // The handler of the dead is the service's own business, and holds a thread of it.
+        service.Pipe().Say("release");
+        EXPECT_EQ(client_.CallAuth("pid"), service.Pid());
+    });
 }
 
 // Events keep coming while the client ends.
 TEST_F(ClientEnd, DeliveriesInProgressHoldUpNoEnd)
 {
-    constexpr int ROUNDS = 20;
     StartManager();
     Child service = StartTestService();
-    for (const Way& way : WAYS) {
-        for (int round = 0; round < ROUNDS; ++round) {
-            SCOPED_TRACE(way.command + std::string(", round ") + std::to_string(round));
-            Child client = Child::Start({"system_test_client"});
-            ASSERT_EQ(client.Ask("subscribe counting"), "0");
-            service.Pipe().Say("flood events");
-            client.Pipe().Say("call-for-ever busy");
-            ASSERT_EQ(client.Pipe().Hear(), "event");
-            ExpectEnd(client, way);
-            EXPECT_EQ(service.Pipe().Hear().value_or("nothing").find("flooded -1000"), 0u);
-        }
-    }
+    const auto subscribe = [&service](Child& client) {
+        EXPECT_EQ(client.Ask("subscribe counting"), "0");
+        service.Pipe().Say("flood events");
+        client.Pipe().Say("call-for-ever busy");
+        EXPECT_EQ(client.Pipe().Hear(), "event");
+    };
+    ExpectSoonEnds(20, subscribe,
+                   [&](Child&) { EXPECT_EQ(service.Pipe().Hear().value_or("nothing").find("flooded -1000"), 0u); });
 }
 
 TEST_F(ClientEnd, ACallbackThatNeverReturnsHoldsUpNothing)
@@ -78,17 +76,16 @@ TEST_F(ClientEnd, ACallbackThatNeverReturnsHoldsUpNothing)
     StartManager();
     Child service = StartTestService();
     for (const char* how : {"blocking", "registering"}) {
-        for (const Way& way : WAYS) {
-            SCOPED_TRACE(how + std::string(", ") + way.command);
-            Child client = Child::Start({"system_test_client"});
-            ASSERT_EQ(client.Ask(std::string("subscribe ") + how), "0");
+        const auto block = [&](Child& client) {
+            EXPECT_EQ(client.Ask(std::string("subscribe ") + how), "0");
             service.Pipe().Say("push events 7 zem.game.perf.iGpNapiEventCallback");
             EXPECT_EQ(client.Pipe().Hear(), "called");
             EXPECT_EQ(client.Ask("auth beside"), "0");
-            ExpectEnd(client, way);
+        };
+        ExpectSoonEnds(1, block, [&](Child& client) {
             EXPECT_EQ(client.Pipe().Hear(), std::nullopt) << "it did register";
             EXPECT_EQ(service.Pipe().Hear().value_or("nothing").find("-1000"), 0u);
-        }
+        });
     }
 }
 
@@ -96,84 +93,77 @@ TEST_F(ClientEnd, AWaitForALoadHoldsUpNoEnd)
 {
     WriteAbility("system_test_service", {"second", "silence", PathOf("started-once")});
     StartManager();
-    for (const Way& way : WAYS) {
-        Child client = Child::Start({"system_test_client"});
+    ExpectSoonEnds(1, [this](Child& client) {
         client.Pipe().Say("call-for-ever load");
         EXPECT_TRUE(WaitFor([this] { return std::filesystem::exists(PathOf("started-once")); }));
-        ExpectEnd(client, way);
-    }
+    });
 }
 
-std::atomic<int> g_signals{0};
+// What the child of a process that used the library tries; the number of those that did not fail as they should.
+int UseDeadLibrary()
+{
+    VeltraClient client;
+    std::map<std::string, std::string> query;
+    GameSceneBundle scene;
+    std::vector<AppResourceDownLoadResult> results;
+    GameInfo event;
+    client.ReportGameEvent(event);
+    return (client.CallAuth("child") != RESULT_NO_SERVICE) + (client.UpdateGameInfo(1, "", 0) != RESULT_NO_SERVICE) +
+           (client.ReportRenderThread("", "", 1) != RESULT_RENDER_NO_SERVICE) + !client.SyncAppType("", 0).empty() +
+           !client.GetSystemFunctionStatus(query).empty() + (client.GetDeviceInfo({}).resultCode != RESULT_NO_SERVICE) +
+           (client.NotifyGameEvent(scene) != RESULT_NO_SERVICE) +
+           (client.NotifyAppResourceDownLoadResults(results) != RESULT_NO_SERVICE);
+}
 
-// Interrupts the calling thread a thousand times a second while it lives.
-class Interruptions {
+void ExpectChildWithoutService()
+{
+    Child child = Child::Fork([](TestSupport::LinePipe&) { return UseDeadLibrary(); });
+    EXPECT_EQ(child.WaitForExit(SOON), "exit 0");
+}
+
+// Holds the thread that is about to load the service where it is, with the library's lock.
+class HeldInLoad {
 public:
-    Interruptions()
+    HeldInLoad() { TAVO::SetScrivoHook(&Hook, this); }
+    ~HeldInLoad() { TAVO::SetScrivoHook(nullptr, nullptr); }
+    HeldInLoad(const HeldInLoad&) = delete;
+    HeldInLoad& operator=(const HeldInLoad&) = delete;
+
+    bool Await() const
     {
-        sigevent event{};
-        event.sigev_notify = SIGEV_THREAD_ID;
-        event.sigev_signo = SIGUSR1;
-        event._sigev_un._tid = ::gettid();
-        EXPECT_EQ(::timer_create(CLOCK_MONOTONIC, &event, &timer_), 0);
-        const itimerspec everyMillisecond{{0, 1000000}, {0, 1000000}};
-        ::timer_settime(timer_, 0, &everyMillisecond, nullptr);
+        return WaitFor([this] { return isHeld_.load(); });
     }
-    ~Interruptions() { ::timer_delete(timer_); }
-    Interruptions(const Interruptions&) = delete;
-    Interruptions& operator=(const Interruptions&) = delete;
+    void Release() { mayGo_ = true; }
 
 private:
-    timer_t timer_{};
-};
-
-class Signals : public SystemFixture {
-protected:
-    Signals()
+    static void Hook(const TAVO::ScrivoRecord& record, void* context)
     {
-        struct sigaction action {};
-        action.sa_handler = [](int) { ++g_signals; };  // without SA_RESTART
-        ::sigaction(SIGUSR1, &action, nullptr);
-        StartManager();
+        auto* const self = static_cast<HeldInLoad*>(context);
+        if (std::strstr(record.text, "Try load systemAbility.") != nullptr) {
+            self->isHeld_ = true;
+            WaitFor([self] { return self->mayGo_.load(); });
+        }
     }
+
+    std::atomic<bool> isHeld_{false};
+    std::atomic<bool> mayGo_{false};
 };
 
-TEST_F(Signals, InterruptNoCallNorLoad)
+// The child of a fork has no service, is told so at once, and does its parent no harm.
+TEST_F(SystemFixture, TheLibrarysLockHeldByAnotherThreadHurtsNoForkedChild)
 {
-    constexpr int CALLERS = 4;
-    constexpr int CALLS = 5000;
-    std::atomic<int> lost{0};
-    std::vector<std::thread> callers;
-    for (int caller = 0; caller < CALLERS; ++caller) {
-        callers.emplace_back([&lost, caller] {
-            const Interruptions interruptions;
-            VeltraClient client;
-            for (int call = 0; call < CALLS; ++call) {
-                const std::string name = "app" + std::to_string(caller) + "." + std::to_string(call);
-                const std::map<std::string, bool> types = client.SyncAppType(name, 0);
-                lost += types != std::map<std::string, bool>{{name, false}};
-            }
-        });
+    StartManager();
+    HeldInLoad held;
+    int32_t result = -1;
+    std::thread caller([&result] { result = VeltraClient().CallAuth("loads"); });
+    EXPECT_TRUE(held.Await());
+    for (int round = 0; round < 10; ++round) {
+        ExpectChildWithoutService();
     }
-    for (std::thread& caller : callers) {
-        caller.join();
-    }
-    EXPECT_EQ(lost, 0);
-    EXPECT_GT(g_signals, 0);
-}
-
-// Large enough to be sent and received in many parts, while its thread is interrupted.
-TEST_F(Signals, InterruptNoLargeMessage)
-{
-    Child service = StartTestService();
-    const Interruptions interruptions;
-    const std::string text = R"({"tempLevel":3})" + std::string(8 << 20, ' ');
-    const int before = g_signals;
-    for (int call = 0; call < 20 || g_signals < before + 20; ++call) {
-        // Longer than what is believed: the code comes through and the text does not count.
-        const GameCallbackEventInfo info = client_.GetDeviceInfo({{0, {{"code", "5"}, {"text", text}}}});
-        ASSERT_EQ(info.resultCode, 5);
-    }
+    held.Release();
+    caller.join();
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(Starts(), 1);
 }
 
 }  // namespace

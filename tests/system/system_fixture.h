@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "support/process.h"
+#include "support/threads.h"
 #include "tavo/iremote_object.h"
 #include "veltra_server_client.h"
 
@@ -19,6 +20,7 @@ namespace SystemTest {
 using TAVO::Veltra::VeltraClient;
 using TestSupport::Child;
 using TestSupport::Clock;
+using TestSupport::Threads;
 using TestSupport::WaitFor;
 
 // Well below the 8 s that a call waits for an answer and the 10 s that it waits for a load: whoever ends within it has

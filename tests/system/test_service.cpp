@@ -3,15 +3,12 @@
 //
 //     system_test_service serve               registers, says "serving", then does what its stdin says:
 //         release                             lets the calls go on that hang
-//         fork                                says the id of a child that holds all its sockets
-//         count                               says how many times it was asked to register and to unregister events
 //         push NAME CODE TOKEN ITEM...        see callback_box.h; the objects are named events, gpu and, those of the
 //         flood NAME                          two queries, as the first text of the query
 //     system_test_service second HOW FILE     the first start marks FILE and then fails by HOW; the next ones serve
 #include <signal.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <condition_variable>
 #include <cstdio>
 #include <filesystem>
@@ -51,50 +48,29 @@ public:
 
     int OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option) override
     {
+        data.ReadInterfaceToken();
         switch (static_cast<ServerCode>(code)) {
             case ServerCode::CALL_AUTH:
-                data.ReadInterfaceToken();
                 return CallAuth(data.ReadString(), reply);
-            case ServerCode::SYNC_APP_TYPE: {
-                data.ReadInterfaceToken();
-                const std::string sent = data.ReadString();
-                return SyncAppType(std::stoi(sent), data.ReadInt32(), reply);
-            }
-            case ServerCode::GET_SYSTEM_FUNCTION_STATUS:
-                data.ReadInterfaceToken();
-                return GetSystemFunctionStatus(ReadPairs(data), reply);
             case ServerCode::GET_DEVICE_INFO:
-                data.ReadInterfaceToken();
                 data.ReadInt32();  // one detail is expected
                 data.ReadInt32();  // and its type does not matter
                 return GetDeviceInfo(ReadPairs(data), reply);
             case ServerCode::REGISTER_CALL_BACK:
-                data.ReadInterfaceToken();
-                ++registrations_;
                 return Keep("events", data);
             case ServerCode::UN_REGISTER_CALL_BACK:
-                ++unregistrations_;
-                Box().Drop("events");
-                return 0;
+                return Box().Drop("events");
             case ServerCode::START_GET_GPU_PERF_INFO:
-                data.ReadInterfaceToken();
                 data.ReadInt32();  // how often does not matter
                 return Keep("gpu", data);
             case ServerCode::STOP_GET_GPU_PERF_INFO:
-                Box().Drop("gpu");
-                return 0;
+                return Box().Drop("gpu");
             case ServerCode::GET_APP_PRIORITYS:
             case ServerCode::QUERY_APP_RESOURCE_INFOS: {
-                data.ReadInterfaceToken();
                 data.ReadInt32();  // one text is expected
                 const std::string name = data.ReadString();
                 return Keep(name, data);
             }
-            case ServerCode::REPORT_RENDER_THREAD:
-            case ServerCode::NOTIFY_GAME_EVENT:
-            case ServerCode::NOTIFY_APP_RESOURCE_DOWN_LOAD_RESULTS:
-            case ServerCode::UPDATE_GAME_INFO:
-                return 0;  // with an empty reply
             default:
                 return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
         }
@@ -106,8 +82,6 @@ public:
         ++releases_;
         released_.notify_all();
     }
-
-    std::string Counts() const { return std::to_string(registrations_) + ' ' + std::to_string(unregistrations_); }
 
 private:
     static int Keep(const std::string& name, MessageParcel& data)
@@ -143,26 +117,6 @@ private:
         return 0;
     }
 
-    static int SyncAppType(int32_t sent, int32_t announced, MessageParcel& reply)
-    {
-        reply.WriteInt32(announced);
-        for (int32_t i = 0; i < sent; ++i) {
-            reply.WriteString("app" + std::to_string(i));
-            reply.WriteBool(true);
-        }
-        return 0;
-    }
-
-    static int GetSystemFunctionStatus(const std::map<std::string, std::string>& query, MessageParcel& reply)
-    {
-        reply.WriteInt32(std::stoi(query.at("announced")));
-        for (int i = 0; i < std::stoi(query.at("sent")); ++i) {
-            reply.WriteString("function" + std::to_string(i));
-            reply.WriteString("here");
-        }
-        return 0;
-    }
-
     // Code and text are sent as given, or left away.
     static int GetDeviceInfo(const std::map<std::string, std::string>& wanted, MessageParcel& reply)
     {
@@ -186,8 +140,6 @@ private:
     Mutex mutex_;
     std::condition_variable released_;
     int releases_ TAVO_GUARDED_BY(mutex_) = 0;
-    std::atomic<int> registrations_{0};
-    std::atomic<int> unregistrations_{0};
 };
 
 int Serve()
@@ -205,20 +157,11 @@ int Serve()
         words >> word;
         if (word == "release") {
             service->Release();
-        } else if (word == "count") {
-            Parent().Say(service->Counts());
         } else if (word == "push") {
             Box().Push(std::move(words));
         } else if (word == "flood") {
             words >> word;
             Box().Flood(word);
-        } else if (word == "fork") {
-            const pid_t child = ::fork();
-            if (child == 0) {
-                ::alarm(60);  // Not for ever, whatever becomes of the test.
-                ::pause();
-            }
-            Parent().Say(std::to_string(child));
         }
     }
     IpcThreads::JoinPool();  // Started by the manager: nobody speaks.
