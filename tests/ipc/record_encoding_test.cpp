@@ -7,7 +7,6 @@
 
 #include "game_scene_bundle.h"
 #include "support/parcel_items.h"
-#include "tavo/read_vector_from_parcel.h"
 #include "veltra_records.h"
 
 namespace TAVO::Veltra {
@@ -91,16 +90,6 @@ TEST(RecordEncoding, EveryItemInItsPlace)
     bundle.sceneName = "boss";
     bundle.attributes = {{"z", ""}, {"a", "1"}};
     ExpectEncoding(bundle, {-4, "boss", 2, "a", "1", "z", ""});
-}
-
-// Room is made for what the bytes can hold, whatever the count says.
-TEST(RecordEncoding, AnnouncedCountReservesNothing)
-{
-    MessageParcel parcel;
-    ASSERT_TRUE(parcel.WriteInt32(1) && parcel.WriteInt32(MAX_LIST_ELEMENTS) && parcel.WriteInt32(1));
-    std::vector<GpuPerfInfo> list;
-    EXPECT_FALSE(ReadVectorFromParcel(parcel, list));
-    EXPECT_LE(list.capacity(), 1u);
 }
 
 TEST(SceneBundle, BoundsHoldInBothDirections)

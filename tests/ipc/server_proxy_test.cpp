@@ -140,23 +140,22 @@ Items Pairs(int32_t count, int32_t present, const Item& value)
     return items;
 }
 
+// What was announced and is missing reads as pairs with an empty key.
 TEST(ServerProxyReply, MapsAreReadUpToTheirCapsWhateverIsThere)
 {
     const struct {
         int32_t announced, present;
         size_t types, statuses;
-    } rows[] = {
-        {0, 3, 0, 0},
-        {-5, 3, 0, 0},
-        {2, 3, 2, 2},
-        {3, 1, 2, 2},  // what is missing reads as pairs with an empty key
-        {MAX32, 0, 1, 1},
-        {100, 101, 100, 100},
-        {101, 101, 101, 100},
-        {1000, 1001, 1000, 100},
-        {1001, 1001, 1000, 100},
-        {MAX32, 1001, 1000, 100},
-    };
+    } rows[] = {{0, 3, 0, 0},
+                {-5, 3, 0, 0},
+                {2, 3, 2, 2},
+                {3, 1, 2, 2},
+                {MAX32, 0, 1, 1},
+                {100, 101, 100, 100},
+                {101, 101, 101, 100},
+                {1000, 1001, 1000, 100},
+                {1001, 1001, 1000, 100},
+                {MAX32, 1001, 1000, 100}};
     std::map<std::string, std::string> query;
     for (const auto& row : rows) {
         SCOPED_TRACE(std::to_string(row.announced) + " announced, " + std::to_string(row.present) + " there");

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "machine_source.h"
+#include "reading_history.h"
 #include "service_result.h"
 #include "support/scratch_dir.h"
 #include "support/threads.h"
@@ -100,6 +101,7 @@ TEST(DeviceState, AMachineThatTellsNothingGetsACodeAndNoText)
     EXPECT_FALSE(state.TellsGpu());
 }
 
+// Without a trip point that makes sense 95 degrees are assumed, which is no margin to tell.
 TEST(DeviceState, LevelAndMarginFollowTheTripPoints)
 {
     const struct {
@@ -109,20 +111,10 @@ TEST(DeviceState, LevelAndMarginFollowTheTripPoints)
         int32_t level;
         std::optional<int32_t> margin;
     } rows[] = {
-        {"49999", "80000", "100000", 0, 30},
-        {"50000", "80000", "100000", 1, 30},
-        {"60000", "80000", "100000", 2, 20},
-        {"70000", "80000", "100000", 3, 10},
-        {"80000", "80000", "100000", 4, 20},
-        {"94999", "80000", "100000", 4, 5},
-        {"95000", "80000", "100000", 5, 5},
-        {"103000", "80000", "100000", 5, -3},
-        {"95000", "", "100000", 5, 5},
-        {"99000", "80000", "", 4, -19},
-        // Without a trip point that makes sense 95 degrees are assumed, which is no margin to tell.
-        {"96000", "0", "-274000", 4, std::nullopt},
-        {"64999", "", "", 0, std::nullopt},
-    };
+        {"49999", "80000", "100000", 0, 30}, {"50000", "80000", "100000", 1, 30},  {"60000", "80000", "100000", 2, 20},
+        {"70000", "80000", "100000", 3, 10}, {"80000", "80000", "100000", 4, 20},  {"94999", "80000", "100000", 4, 5},
+        {"95000", "80000", "100000", 5, 5},  {"103000", "80000", "100000", 5, -3}, {"95000", "", "100000", 5, 5},
+        {"99000", "80000", "", 4, -19},      {"96000", "0", "-274000", 4, {}},     {"64999", "", "", 0, {}}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.temperature);
         const ScratchDir root;
@@ -181,6 +173,52 @@ TEST(DeviceState, TheSecondReadingTellsCpuLoadAndTrend)
                                  "cpu  99999999999999999999 1 1 1 1 1 1 1\n", "cpu  -1 1 1 1 1 1 1 1\n"}) {
         root.Write("proc/stat", nonsense);
         EXPECT_FALSE(Describe(state).isMember("cpuLoadPercent")) << nonsense;
+    }
+}
+
+// Nothing is said from one reading, and nothing false from two that are too near, too far or odd.
+TEST(CpuLoad, IsTheShareOfTimeSinceTheReadingBefore)
+{
+    const struct {
+        CpuTimes now;
+        std::optional<int32_t> percent;
+    } steps[] = {
+        {{1000, 900}, std::nullopt},  // the first
+        {{1009, 900}, std::nullopt},  // too near, and the first stays the reading to compare with
+        {{1100, 975}, 25},
+        {{1109, 975}, 25},  // too near: as before
+        {{1200, 975}, 100},
+        {{1300, 1075}, 0},
+        {{200, 100}, std::nullopt},  // the counters started afresh
+        {{300, 150}, 50},
+        {{400, 140}, std::nullopt},  // idle time ran backwards, as it may while a processor goes offline
+        {{500, 190}, 50},
+    };
+    CpuLoad load;
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.now.total);
+        EXPECT_EQ(load.Update(step.now), step.percent);
+    }
+}
+
+TEST(ThermalTrend, IsTheLastMoveOfADegreeUntilItHasStayed)
+{
+    const struct {
+        const char* source;
+        int64_t temperature;
+        int second;
+        std::optional<int32_t> trend;
+    } steps[] = {
+        {"cpu", 50000, 0, std::nullopt}, {"cpu", 50999, 1, std::nullopt},  {"cpu", 51000, 2, 1},  {"cpu", 51500, 3, 1},
+        {"cpu", 50000, 4, -1},           {"cpu", 50500, 13, -1},           {"cpu", 50500, 14, 0}, {"cpu", 51400, 15, 0},
+        {"cpu", 51500, 16, 1},           {"gpu", 90000, 17, std::nullopt}, {"gpu", 90000, 27, 0},
+    };
+    ThermalTrend trend;
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.second);
+        EXPECT_EQ(trend.Update(step.source, step.temperature,
+                               std::chrono::steady_clock::time_point() + std::chrono::seconds(step.second)),
+                  step.trend);
     }
 }
 

@@ -16,31 +16,18 @@ namespace {
 
 TEST(RootFiles, OnlyAWholeNumberWithinItsBoundsIsANumber)
 {
-    const struct {
-        const char* text;
-        std::optional<int64_t> number;
-    } rows[] = {
-        {"42\n", 42},
-        {"-40", -40},
-        {"100 \t\r\n", 100},
-        {"101\n", std::nullopt},
-        {"-41\n", std::nullopt},
-        {"", std::nullopt},
-        {"\n", std::nullopt},
-        {" 42\n", std::nullopt},
-        {"+42\n", std::nullopt},
-        {"4 2\n", std::nullopt},
-        {"42C\n", std::nullopt},
-        {"0x10\n", std::nullopt},
-        {"1e1\n", std::nullopt},
-        {"99999999999999999999\n", std::nullopt},
-    };
     const ScratchDir root;
     const RootFiles files(root.Path());
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.text);
-        root.Write("number", row.text);
-        EXPECT_EQ(files.ReadNumber("number", -40, 100), row.number);
+    const auto read = [&](const char* text) {
+        root.Write("number", text);
+        return files.ReadNumber("number", -40, 100);
+    };
+    EXPECT_EQ(read("42\n"), 42);
+    EXPECT_EQ(read("-40"), -40);
+    EXPECT_EQ(read("100 \t\r\n"), 100);
+    for (const char* text : {"101\n", "-41\n", "", "\n", " 42\n", "+42\n", "4 2\n", "42C\n", "0x10\n", "1e1\n",
+                             "99999999999999999999\n"}) {
+        EXPECT_EQ(read(text), std::nullopt) << text;
     }
     EXPECT_EQ(files.ReadNumber("missing", -40, 100), std::nullopt);
 }

@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "support/deep_text.h"
+#include "support/event_values.h"
 #include "system/system_fixture.h"
 
 namespace SystemTest {
@@ -54,12 +55,9 @@ protected:
 
     void ExpectState(const GameCallbackEventInfo& info, int32_t resultCode, int32_t tempLevel, int32_t gpuLoadLevel)
     {
-        EXPECT_EQ(info.resultCode, resultCode);
-        EXPECT_EQ(info.tempLevel, tempLevel);
-        EXPECT_EQ(info.gpuLoadLevel, gpuLoadLevel);
-        EXPECT_EQ(info.currentFrequency, 0);
-        EXPECT_EQ(info.thermalMargin, std::numeric_limits<int32_t>::min());
-        EXPECT_EQ(info.eventText, "");
+        const int32_t unknown = std::numeric_limits<int32_t>::min();
+        EXPECT_EQ(ValuesOf(info),
+                  (std::vector<int32_t>{tempLevel, gpuLoadLevel, 0, 0, 0, 0, 0, unknown, 0, 0, resultCode}));
     }
 
     Child service_;

@@ -53,13 +53,6 @@ protected:
     const LogCapture log_;
 };
 
-// Told of the failure at once, the caller waits all the same, so that callers do not load in a loop.
-TEST_F(LoadWait, AStartThatFailsIsSatOutAndTheNextCallLoadsAgain)
-{
-    ExpectVainWait("exit");
-    ExpectNextCallToLoad();
-}
-
 TEST_F(LoadWait, AServiceThatNeverRegistersIsGivenUpAndTheNextCallLoadsAgain)
 {
     ExpectVainWait("silence");
