@@ -46,32 +46,6 @@ std::string ToHex(const RawInstance& instance)
     return text;
 }
 
-Bytes RawHello::Encode() const
-{
-    Bytes bytes;
-    Append(bytes, magic, version, kind, instance, lane);
-    return bytes;
-}
-
-RawHello RawHello::Decode(const Bytes& bytes)
-{
-    return {ReadAt<uint32_t>(bytes, 0), ReadAt<uint16_t>(bytes, 4), ReadAt<uint16_t>(bytes, 6),
-            ReadAt<RawInstance>(bytes, 8), ReadAt<uint64_t>(bytes, 24)};
-}
-
-Bytes RawRecord::Encode() const
-{
-    Bytes bytes;
-    Append(bytes, type, flags, a, b);
-    return bytes;
-}
-
-RawRecord RawRecord::Decode(const Bytes& bytes)
-{
-    return {ReadAt<uint32_t>(bytes, 0), ReadAt<uint32_t>(bytes, 4), ReadAt<uint64_t>(bytes, 8),
-            ReadAt<uint64_t>(bytes, 16)};
-}
-
 RawFrame& RawFrame::Int32(int32_t value)
 {
     Append(data, value);

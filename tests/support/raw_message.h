@@ -37,6 +37,14 @@ T ReadAt(const Bytes& bytes, size_t at)
     return value;
 }
 
+// A record without gaps as it lies in memory.
+template <typename T>
+Bytes InMemory(const T& record)
+{
+    const auto* begin = reinterpret_cast<const uint8_t*>(&record);
+    return Bytes(begin, begin + sizeof(record));
+}
+
 struct RawHello {
     enum Kind : uint16_t { CONTROL = 1, CALL = 2, ONE_WAY = 3, NOTICE = 4 };
     static constexpr size_t SIZE = 32;
@@ -47,21 +55,13 @@ struct RawHello {
     RawInstance instance{};
     uint64_t lane = 0;  // an answer: 0 accepted, 1 use the other one
 
-    Bytes Encode() const;
-    static RawHello Decode(const Bytes& bytes);
+    Bytes Encode() const { return InMemory(*this); }
+    static RawHello Decode(const Bytes& bytes) { return ReadAt<RawHello>(bytes, 0); }
 };
+static_assert(sizeof(RawHello) == RawHello::SIZE);
 
 struct RawRecord {
-    enum Type : uint32_t {
-        RELEASE = 1,
-        ACQUIRE = 2,
-        ACQUIRED = 3,
-        TAKEN = 4,
-        LANE_CLOSED = 5,
-        PING = 6,
-        PONG = 7,
-        AFTER = 8
-    };
+    enum Type : uint32_t { RELEASE = 1, ACQUIRE, ACQUIRED, TAKEN, LANE_CLOSED, PING, PONG, AFTER };
     static constexpr size_t SIZE = 24;
     static constexpr uint32_t OWN_LANE = 1;
 
@@ -70,9 +70,10 @@ struct RawRecord {
     uint64_t a = 0;
     uint64_t b = 0;
 
-    Bytes Encode() const;
-    static RawRecord Decode(const Bytes& bytes);
+    Bytes Encode() const { return InMemory(*this); }
+    static RawRecord Decode(const Bytes& bytes) { return ReadAt<RawRecord>(bytes, 0); }
 };
+static_assert(sizeof(RawRecord) == RawRecord::SIZE);
 
 // One entry of a reference table. The size of the descriptor may be a lie.
 struct RawReference {
