@@ -56,7 +56,7 @@ TEST_F(CallbackLogTexts, RequestsAndRefusals)
 TEST_F(CallbackLogTexts, CallbacksThatFail)
 {
     for (const std::string value : {"7", "-1"}) {
-        result_ = [&value]() -> int32_t { return value == "7" ? 7 : throw std::bad_alloc(); };
+        result_ = [value]() -> int32_t { return value == "7" ? 7 : throw std::bad_alloc(); };
         ExpectLines({"OnRemoteRequest", "OnGameCallbackEvent"},
                     {Received(GAME_EVENT), Debug("OnGameCallbackEvent"),
                      Warn("callback failed, result code = %{public}d", {value})},

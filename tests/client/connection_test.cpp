@@ -33,9 +33,9 @@ TEST_F(ConnectionTest, LoadedServiceIsWatchedUntilItDiesOrIsReplaced)
 {
     const auto service = MakeRef<FakeRemoteObject>();
     ReportSuccessOnLoad(66006, service);
-    const sptr<IVeltraServerInterface> loaded = proxy_.GetServiceProxy();
-    ASSERT_TRUE(loaded != nullptr);
-    EXPECT_TRUE(loaded->AsObject() == service);
+    EXPECT_EQ(proxy_.CallAuth(""), 0);
+    manager_->WaitForReports();
+    EXPECT_EQ(service->Requests().size(), 1u);
     EXPECT_EQ(manager_->Loads(), ONCE);
     EXPECT_EQ(service->DeathRecipients(), 1u);
     const int32_t references = service->GetStrongCount();

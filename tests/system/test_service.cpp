@@ -13,7 +13,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <sstream>
 #include <string>
 
@@ -53,9 +52,11 @@ public:
             case ServerCode::CALL_AUTH:
                 return CallAuth(data.ReadString(), reply);
             case ServerCode::GET_DEVICE_INFO:
-                data.ReadInt32();  // one detail is expected
-                data.ReadInt32();  // and its type does not matter
-                return GetDeviceInfo(ReadPairs(data), reply);
+                data.SetReadPosition(data.GetReadPosition() + 3 * Parcel::SLOT);  // one detail, a type, one parameter
+                data.ReadString();                                                // its name
+                reply.WriteInt32(0);
+                reply.WriteString(data.ReadString());
+                return 0;
             case ServerCode::REGISTER_CALL_BACK:
                 return Keep("events", data);
             case ServerCode::UN_REGISTER_CALL_BACK:
@@ -90,16 +91,6 @@ private:
         return 0;
     }
 
-    static std::map<std::string, std::string> ReadPairs(MessageParcel& data)
-    {
-        std::map<std::string, std::string> pairs;
-        for (int32_t left = data.ReadInt32(); left > 0; --left) {
-            std::string key = data.ReadString();
-            pairs[std::move(key)] = data.ReadString();
-        }
-        return pairs;
-    }
-
     // A number is the status of the request, without a reply.
     int CallAuth(const std::string& text, MessageParcel& reply)
     {
@@ -113,18 +104,6 @@ private:
             reply.WriteInt32(::getpid());
         } else if (!text.empty() && text.find_first_not_of("-0123456789") == std::string::npos) {
             return std::stoi(text);
-        }
-        return 0;
-    }
-
-    // Code and text are sent as given, or left away.
-    static int GetDeviceInfo(const std::map<std::string, std::string>& wanted, MessageParcel& reply)
-    {
-        if (const auto code = wanted.find("code"); code != wanted.end()) {
-            reply.WriteInt32(std::stoi(code->second));
-        }
-        if (const auto text = wanted.find("text"); text != wanted.end()) {
-            reply.WriteString(text->second);
         }
         return 0;
     }
@@ -167,7 +146,7 @@ int Serve()
     IpcThreads::JoinPool();  // Started by the manager: nobody speaks.
 }
 
-// How the first start fails: it "exit"s or keeps "silence"; or it is "late", and serves once there is a FILE.go.
+// How the first start fails: it keeps "silence"; or it is "late", and serves once there is a FILE.go.
 int FailBy(const std::string& how, const std::string& file)
 {
     if (how == "silence") {
