@@ -40,7 +40,7 @@ TEST_F(Leak, NothingIsLeftOfAStormOfKills)
     Rage(5);  // what is made at the first use stays
     const Held client = HeldBy(::getpid());
     const Held manager = HeldBy(Manager().Pid());
-    Rage(60);
+    Rage(100);
     ExpectBackTo(client, ::getpid(), "client");
     ExpectBackTo(manager, Manager().Pid(), "manager");
 }
