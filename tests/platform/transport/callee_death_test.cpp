@@ -60,15 +60,24 @@ TEST_F(Callee, WhoIsKilledWakesEveryOneOf64CallersOnce)
     ServeAsHub();
     Child callee = StartPeer("peer");
     const sptr<IRemoteObject> object = World::Get().Kept("peer");
-    std::vector<std::future<int>> calls(64);
-    for (std::future<int>& call : calls) {
-        call = std::async(std::launch::async, [object] { return Call(object, TestCode::WAIT).Send(30); });
+    struct Outcome {
+        int result;
+        bool isAlive;  // the object, afterwards
+    };
+    std::vector<std::future<Outcome>> calls(64);
+    for (std::future<Outcome>& call : calls) {
+        call = std::async(std::launch::async, [object] {
+            const int result = Call(object, TestCode::WAIT).Send(30);
+            return Outcome{result, object->IsAlive()};
+        });
     }
     EXPECT_EQ(callee.Ask("await-waiting " + std::to_string(AT_ONCE)), "waiting");
     const Clock::time_point start = Clock::now();
     callee.Kill();
-    for (std::future<int>& call : calls) {
-        EXPECT_PRED1(IsConnectionError, call.get());
+    for (std::future<Outcome>& call : calls) {
+        const Outcome outcome = call.get();
+        EXPECT_PRED1(IsConnectionError, outcome.result);
+        EXPECT_FALSE(outcome.result == TAVO::IPC_DEAD_OBJECT && outcome.isAlive) << "it would be called again";
     }
     EXPECT_LT(Clock::now() - start, SOON);
 }
