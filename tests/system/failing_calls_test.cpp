@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+// A system call that fails once in a game costs it what was under way, wherever it is, and no more.
+#include <chrono>
+#include <string>
+
+#include "system/system_fixture.h"
+
+namespace SystemTest {
+namespace {
+
+class FailingCalls : public SystemFixture {
+protected:
+    // A game whose threads each see their `nth` of these calls fail.
+    static Child StartGame(const std::string& call, const std::string& error, int nth)
+    {
+        const std::string failure = call + ":error=" + error + ":when=" + std::to_string(nth);
+        return Child::Start({TRACER, "-f", "-o", "/dev/null", "-e", "trace=" + call, "-e", "inject=" + failure,
+                             TestSupport::ProgramPath("system_test_client")});
+    }
+
+    static constexpr char TRACER[] = "/usr/bin/strace";
+};
+
+TEST_F(FailingCalls, OneFailureCostsWhatWasUnderWay)
+{
+    if (StartGame("getpid", "ENOSYS", 1).Ask("auth traced").empty()) {
+        GTEST_SKIP() << "no process can be traced here";
+    }
+    WriteRealAbility("laptop");
+    StartManager();
+    ASSERT_TRUE(IsServedAgain());
+    constexpr int CALLS = 8;
+    constexpr int THREADS = 3;  // of the game that make such calls: the caller, control and a worker
+    const struct {
+        const char* call;
+        const char* error;
+    } rows[] = {{"epoll_create1", "EMFILE"}, {"eventfd2", "EMFILE"},     {"epoll_ctl", "ENOMEM"}, {"clone3", "EAGAIN"},
+                {"socket", "EMFILE"},        {"connect", "ECONNREFUSED"}, {"getsockopt", "ENOBUFS"}};
+    for (const auto& row : rows) {
+        for (int nth = 1; nth <= 6; ++nth) {
+            SCOPED_TRACE(row.call + std::string(", number ") + std::to_string(nth));
+            Child game = StartGame(row.call, row.error, nth);
+            int failed = 0;
+            std::string last;
+            const Clock::time_point start = Clock::now();
+            for (int i = 0; i < CALLS; ++i) {
+                last = game.Ask("auth still there");
+                failed += last != "0";
+            }
+            EXPECT_LE(failed, THREADS);
+            EXPECT_EQ(last, "0");
+            EXPECT_LT(Clock::now() - start, SOON);
+        }
+    }
+}
+
+}  // namespace
+}  // namespace SystemTest
