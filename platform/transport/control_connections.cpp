@@ -136,8 +136,8 @@ bool ControlThread::OnHello(UniqueFd& fd, const Hello& hello, const PeerIdentity
     }
     if (hello.kind == ConnectionKind::NOTICE_LANE) {
         Core::Get().Delivery().AddLane(lane);
-    } else {
-        Core::Get().Workers().AddLane(lane);
+    } else if (!Core::Get().Workers().AddLane(lane)) {
+        session->RemoveInLane(lane, 0);  // Its caller learns at once that nobody is there to answer.
     }
     return true;
 }

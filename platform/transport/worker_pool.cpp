@@ -24,10 +24,13 @@ bool WorkerPool::Open()
     return wait_.Open();
 }
 
-void WorkerPool::AddLane(const std::shared_ptr<InLane>& lane)
+bool WorkerPool::AddLane(const std::shared_ptr<InLane>& lane)
 {
-    EnsureSpare();
+    if (!EnsureSpare()) {
+        return false;
+    }
     lane->Join(wait_.Epoll());
+    return true;
 }
 
 bool WorkerPool::Post(std::function<void()> job) noexcept
@@ -77,15 +80,16 @@ void WorkerPool::EndOutgoing()
     --outgoing_;
 }
 
-void WorkerPool::EnsureSpare()
+bool WorkerPool::EnsureSpare()
 {
     if (HasSpare()) {
-        return;
+        return true;
     }
     MutexLock lock(mutex_);
     if (!HasSpare() && MaySpawn()) {
         Spawn();
     }
+    return total_ > 0;
 }
 
 bool WorkerPool::MaySpawn() const

@@ -23,8 +23,8 @@ public:
 
     // Opens what the workers wait with; false when no descriptor is left.
     bool Open();
-    // Hands a new lane to the workers. The pool is open.
-    void AddLane(const std::shared_ptr<InLane>& lane);
+    // Hands a new lane to the workers. The pool is open. False when there is none and none can be had.
+    bool AddLane(const std::shared_ptr<InLane>& lane);
     // Runs `job` on a worker. Without memory or a descriptor the job is lost and false returned.
     bool Post(std::function<void()> job) noexcept;
 
@@ -39,7 +39,8 @@ public:
 
 private:
     void Run();
-    void EnsureSpare();
+    // False when there is no worker at all.
+    bool EnsureSpare();
     // Starts one more thread if the limits allow; false when the system refused.
     bool Spawn() TAVO_REQUIRES(mutex_);
     bool MaySpawn() const TAVO_REQUIRES(mutex_);

@@ -34,8 +34,9 @@ TEST_F(FailingCalls, OneFailureCostsWhatWasUnderWay)
     const struct {
         const char* call;
         const char* error;
-    } rows[] = {{"epoll_create1", "EMFILE"}, {"eventfd2", "EMFILE"},     {"epoll_ctl", "ENOMEM"}, {"clone3", "EAGAIN"},
-                {"socket", "EMFILE"},        {"connect", "ECONNREFUSED"}, {"getsockopt", "ENOBUFS"}};
+    } rows[] = {{"epoll_create1", "EMFILE"}, {"eventfd2", "EMFILE"}, {"epoll_ctl", "ENOMEM"},
+                {"clone3", "EAGAIN"},        {"socket", "EMFILE"},   {"connect", "ECONNREFUSED"},
+                {"getsockopt", "ENOBUFS"}};
     for (const auto& row : rows) {
         for (int nth = 1; nth <= 6; ++nth) {
             SCOPED_TRACE(row.call + std::string(", number ") + std::to_string(nth));
