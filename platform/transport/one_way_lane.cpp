@@ -39,6 +39,10 @@ int Session::SendOneWay(ConnectionKind kind, uint64_t serial, uint32_t code, Mes
             if (status != IPC_OK) {
                 ParcelAccess::Truncate(data, dataBytes);
                 Withdraw({true, lane.number}, header.number);
+                if (status == IPC_BROKEN && !isFresh && GetState() == State::UP) {
+                    CloseOneWay(lane);  // The peer has closed it, and nothing of the request has left.
+                    continue;
+                }
                 return status == IPC_TIMED_OUT ? IPC_QUEUE_FULL : status;  // It never waits: try again.
             }
         }
