@@ -11,7 +11,7 @@ constexpr int ANYWHERE = -1;  // in place of a processor: all that the program b
 enum class Service { REAL, BENCH };
 
 // Starts the manager on a processor, where the services that it starts then run too, and moves this process to its own.
-// Ends the program with a message when that fails. One a program; it goes with the program, however that ends.
+// Ends the program with a message when that fails. One a program; it goes with the program, also when that gives up.
 class Platform {
 public:
     Platform(int managerProcessor, int ownProcessor, Service service = Service::REAL);

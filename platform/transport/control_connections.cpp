@@ -134,10 +134,10 @@ bool ControlThread::OnHello(UniqueFd& fd, const Hello& hello, const PeerIdentity
     if (!session->AddInLane(lane)) {
         return true;
     }
-    if (hello.kind == ConnectionKind::NOTICE_LANE) {
-        Core::Get().Delivery().AddLane(lane);
-    } else if (!Core::Get().Workers().AddLane(lane)) {
-        session->RemoveInLane(lane, 0);  // Its caller learns at once that nobody is there to answer.
+    const bool isServed = hello.kind == ConnectionKind::NOTICE_LANE ? Core::Get().Delivery().AddLane(lane)
+                                                                    : Core::Get().Workers().AddLane(lane);
+    if (!isServed) {
+        session->RemoveInLane(lane, 0);  // The peer learns at once that nobody is there to answer.
     }
     return true;
 }

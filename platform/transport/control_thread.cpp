@@ -54,7 +54,7 @@ bool ControlThread::Post(std::function<void()> job)
 void ControlThread::Connect(const std::shared_ptr<Session>& session)
 {
     if (!Post([this, session] { TryConnect(session, Clock::now() + CONNECT_PATIENCE); })) {
-        session->Die();
+        Abandon(session);
     }
 }
 

@@ -40,13 +40,16 @@ bool DeliveryThread::Post(std::function<void()> job) noexcept
     return true;
 }
 
-void DeliveryThread::AddLane(const std::shared_ptr<InLane>& lane)
+bool DeliveryThread::AddLane(const std::shared_ptr<InLane>& lane)
 {
     {
         MutexLock lock(mutex_);
-        Start();
+        if (!Start()) {
+            return false;
+        }
     }
     lane->Join(wait_.Epoll());
+    return true;
 }
 
 void DeliveryThread::Run()

@@ -21,8 +21,8 @@ public:
     bool Open();
     // Runs `job` behind those that wait. False without memory, thread or descriptor.
     bool Post(std::function<void()> job) noexcept;
-    // Serves a lane of notices from now on.
-    void AddLane(const std::shared_ptr<InLane>& lane);
+    // Serves a lane of notices from now on. False when the thread cannot be had.
+    bool AddLane(const std::shared_ptr<InLane>& lane);
 
 private:
     bool Start() TAVO_REQUIRES(mutex_);

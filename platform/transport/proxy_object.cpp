@@ -89,7 +89,7 @@ bool ProxyObject::AddDeathRecipient(const sptr<DeathRecipient>& recipient)
         return false;
     }
     MutexLock lock(mutex_);
-    if (GetLife() == Life::DEAD) {
+    if (!IsAlive()) {
         return false;
     }
     recipients_.push_back(recipient);

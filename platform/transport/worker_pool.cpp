@@ -26,8 +26,12 @@ bool WorkerPool::Open()
 
 bool WorkerPool::AddLane(const std::shared_ptr<InLane>& lane)
 {
-    if (!EnsureSpare()) {
-        return false;
+    EnsureSpare();
+    {
+        MutexLock lock(mutex_);
+        if (total_ == 0) {
+            return false;
+        }
     }
     lane->Join(wait_.Epoll());
     return true;
@@ -80,16 +84,15 @@ void WorkerPool::EndOutgoing()
     --outgoing_;
 }
 
-bool WorkerPool::EnsureSpare()
+void WorkerPool::EnsureSpare()
 {
     if (HasSpare()) {
-        return true;
+        return;
     }
     MutexLock lock(mutex_);
     if (!HasSpare() && MaySpawn()) {
         Spawn();
     }
-    return total_ > 0;
 }
 
 bool WorkerPool::MaySpawn() const

@@ -39,8 +39,7 @@ public:
 
 private:
     void Run();
-    // False when there is no worker at all.
-    bool EnsureSpare();
+    void EnsureSpare();
     // Starts one more thread if the limits allow; false when the system refused.
     bool Spawn() TAVO_REQUIRES(mutex_);
     bool MaySpawn() const TAVO_REQUIRES(mutex_);
