@@ -60,9 +60,9 @@ bool PollUntil(int fd, short events, Clock::time_point deadline);
 class LinePipe {
 public:
     LinePipe() = default;
+    // A test program finds one as its stdin and stdout.
+    explicit LinePipe(int socket) : socket_(socket) {}
     explicit LinePipe(OwnedFd socket) : socket_(std::move(socket)) {}
-    // The socket that a test program finds as its stdin and stdout.
-    LinePipe(int readFd, int /*writeFd*/) : socket_(readFd) {}
 
     // False when the other end is gone. SIGPIPE is not raised.
     bool Say(const std::string& line);

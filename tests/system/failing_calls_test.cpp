@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // A system call that fails once in a game costs it what was under way, wherever it is, and no more.
 #include <chrono>
+#include <fstream>
+#include <sstream>
 #include <string>
 
 #include "system/system_fixture.h"
@@ -11,11 +13,19 @@ namespace {
 class FailingCalls : public SystemFixture {
 protected:
     // A game whose threads each see their `nth` of these calls fail.
-    static Child StartGame(const std::string& call, const std::string& error, int nth)
+    Child StartGame(const std::string& call, const std::string& error, int nth) const
     {
         const std::string failure = call + ":error=" + error + ":when=" + std::to_string(nth);
-        return Child::Start({TRACER, "-f", "-o", "/dev/null", "-e", "trace=" + call, "-e", "inject=" + failure,
+        return Child::Start({TRACER, "-f", "-o", PathOf("trace"), "-e", "trace=" + call, "-e", "inject=" + failure,
                              TestSupport::ProgramPath("system_test_client")});
+    }
+
+    // Whether one of the calls of the game that has ended was made to fail.
+    bool HasFailed() const
+    {
+        std::stringstream trace;
+        trace << std::ifstream(PathOf("trace")).rdbuf();
+        return trace.str().find("INJECTED") != std::string::npos;
     }
 
     static constexpr char TRACER[] = "/usr/bin/strace";
@@ -51,6 +61,9 @@ TEST_F(FailingCalls, OneFailureCostsWhatWasUnderWay)
             EXPECT_LE(failed, THREADS);
             EXPECT_EQ(last, "0");
             EXPECT_LT(Clock::now() - start, SOON);
+            game.Pipe().Say("_exit");
+            game.WaitForExit();
+            EXPECT_TRUE(HasFailed() || nth > 1) << "the row shows nothing";
         }
     }
 }

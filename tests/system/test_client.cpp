@@ -29,7 +29,7 @@ void CallForEver(const std::string& text)
 
 TestSupport::LinePipe& Parent()
 {
-    static auto& parent = *new TestSupport::LinePipe(STDIN_FILENO, STDOUT_FILENO);
+    static auto& parent = *new TestSupport::LinePipe(STDIN_FILENO);
     return parent;
 }
 

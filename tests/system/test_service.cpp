@@ -31,7 +31,7 @@ using TAVO::Veltra::ServerCode;
 
 TestSupport::LinePipe& Parent()
 {
-    static auto& parent = *new TestSupport::LinePipe(STDIN_FILENO, STDOUT_FILENO);
+    static auto& parent = *new TestSupport::LinePipe(STDIN_FILENO);
     return parent;
 }
 

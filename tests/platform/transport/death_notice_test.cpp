@@ -125,7 +125,7 @@ TEST_F(DeathNotice, IsNotDelayedByBlockedWorkers)
     ASSERT_EQ(KeepIn(blocking, "1", ours[1]), TAVO::IPC_OK);
     std::atomic<int> passed{0};
     std::thread blocked([&] {  // an object occupies 12 workers at most, on either side
-        InThreads(CALLS, [&](int call) {
+        Threads(CALLS, [&](int call) {
             passed += CallKept(MakeIn(blocking), std::to_string(call % 2), TestCode::WAIT) == TAVO::IPC_OK;
         });
     });

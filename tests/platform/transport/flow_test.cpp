@@ -69,6 +69,16 @@ TEST_F(Flow, OneWayFloodDelaysNoCallOfAnotherClient)
     EXPECT_EQ(Call(object_, TestCode::OPEN).Send(), TAVO::IPC_OK);
 }
 
+TEST_F(Flow, OneWayRequestsRunInTheOrderInWhichTheyWereSent)
+{
+    constexpr int32_t COUNT = 2000;
+    for (int32_t i = 0; i < COUNT; ++i) {
+        ASSERT_TRUE(WaitFor([this, i] { return Call(object_, TestCode::NOTE).Int(i).SendOneWay() == TAVO::IPC_OK; }));
+    }
+    EXPECT_TRUE(AwaitNotesThere(COUNT));
+    EXPECT_EQ(NotesThere(), Counting(0, COUNT));
+}
+
 TEST_F(Flow, WhatWaitedForItsObjectIsNotRunForACallerThatGaveUp)
 {
     const sptr<IRemoteObject> oneAtATime = MakeIn(object_, true);

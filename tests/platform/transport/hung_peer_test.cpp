@@ -84,7 +84,7 @@ TEST_F(IdleWorker, OneStaysWhileAllOthersAreInHandlers)
 {
     ASSERT_EQ(Call(object_, TestCode::NOTE).Int(0).SendOneWay(), TAVO::IPC_OK);
     std::thread busy([this] {  // as many as are kept for good
-        InThreads(4, [this](int) { EXPECT_EQ(Call(object_, TestCode::WAIT).Send(60), TAVO::IPC_OK); });
+        Threads(4, [this](int) { EXPECT_EQ(Call(object_, TestCode::WAIT).Send(60), TAVO::IPC_OK); });
     });
     EXPECT_EQ(peer_.Ask("await-waiting 4"), "waiting");
     EXPECT_TRUE(AwaitNotesThere(1));  // a lane is left idle by this

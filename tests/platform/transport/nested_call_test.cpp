@@ -45,7 +45,7 @@ TEST_F(NestedCalls, OfSixteenThreadsEndFourDeep)
     for (const bool isShared : {false, true}) {  // every caller with two objects of its own, or two for all
         SCOPED_TRACE(isShared ? "one object on each side" : "objects of their own");
         std::atomic<int> right{0};
-        InThreads(THREADS, [this, isShared, &shared, &right](int) {
+        Threads(THREADS, [this, isShared, &shared, &right](int) {
             const sptr<TestObject> ours = isShared ? shared : TAVO::MakeRef<TestObject>();
             const sptr<IRemoteObject> theirs = isShared ? object_ : MakeIn(object_);
             for (int32_t round = 0; round < 10; ++round) {
@@ -85,7 +85,7 @@ TEST_F(NestedCalls, FromTheHandlersOfAllWorkersEnd)
                 return ended == WORKERS + 1;
             }));
         });
-        InThreads(WORKERS + 1, [this, &target, &right, &ended](int) {
+        Threads(WORKERS + 1, [this, &target, &right, &ended](int) {
             right += Nest(MakeIn(object_), TAVO::MakeRef<CallingBack>(target), 1) == 1;
             ++ended;
         });

@@ -6,11 +6,13 @@
 #include <gtest/gtest.h>
 
 #include <numeric>
-#include <thread>
 
 #include "platform/transport/test_object.h"
+#include "support/threads.h"
 
 namespace TransportTest {
+
+using TestSupport::Threads;
 
 inline std::vector<int32_t> Counting(int32_t from, int32_t count)
 {
@@ -43,19 +45,6 @@ protected:
     bool AwaitNotesThere(size_t count)
     {
         return TestSupport::WaitFor([this, count] { return NotesThere().size() >= count; });
-    }
-
-    // Runs `body(i)` in so many threads at once; returns when all are through.
-    template <typename Body>
-    static void InThreads(int count, Body body)
-    {
-        std::vector<std::thread> threads;
-        for (int i = 0; i < count; ++i) {
-            threads.emplace_back([&body, i] { body(i); });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
     }
 
     TestSupport::PrivateRuntimeDir dir_;

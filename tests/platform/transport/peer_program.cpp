@@ -50,7 +50,7 @@ std::string Obey(const std::string& line, const sptr<IRemoteObject>& hub)
 int main(int, char** argv)
 {
     const std::string name = argv[1];
-    TestSupport::LinePipe parent(STDIN_FILENO, STDOUT_FILENO);
+    TestSupport::LinePipe parent(STDIN_FILENO);
     sptr<IRemoteObject> hub;
     sptr<IRemoteObject> self;
     if (name == "hub") {

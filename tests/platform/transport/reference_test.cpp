@@ -84,7 +84,7 @@ TEST_F(References, AnObjectThatComesHomeIsTheLocalOne)
 
 TEST_F(References, ReleaseRacingWithCallsNeverReachesAnotherObject)
 {
-    InThreads(4, [this](int thread) {
+    Threads(4, [this](int thread) {
         const std::string name = std::to_string(thread % 2);  // two threads to a name: both hold one proxy
         for (int round = 0; round < 500; ++round) {
             const sptr<IRemoteObject> made = MakeIn(object_);
