@@ -60,26 +60,37 @@ TEST_F(Callee, WhoIsKilledWakesEveryOneOf64CallersOnce)
     ServeAsHub();
     Child callee = StartPeer("peer");
     const sptr<IRemoteObject> object = World::Get().Kept("peer");
-    struct Outcome {
-        int result;
-        bool isAlive;  // the object, afterwards
-    };
-    std::vector<std::future<Outcome>> calls(64);
-    for (std::future<Outcome>& call : calls) {
-        call = std::async(std::launch::async, [object] {
-            const int result = Call(object, TestCode::WAIT).Send(30);
-            return Outcome{result, object->IsAlive()};
-        });
+    std::vector<std::future<int>> calls(64);
+    for (std::future<int>& call : calls) {
+        call = std::async(std::launch::async, [object] { return Call(object, TestCode::WAIT).Send(30); });
     }
     EXPECT_EQ(callee.Ask("await-waiting " + std::to_string(AT_ONCE)), "waiting");
     const Clock::time_point start = Clock::now();
     callee.Kill();
-    for (std::future<Outcome>& call : calls) {
-        const Outcome outcome = call.get();
-        EXPECT_PRED1(IsConnectionError, outcome.result);
-        EXPECT_FALSE(outcome.result == TAVO::IPC_DEAD_OBJECT && outcome.isAlive) << "it would be called again";
+    for (std::future<int>& call : calls) {
+        EXPECT_PRED1(IsConnectionError, call.get());
     }
     EXPECT_LT(Clock::now() - start, SOON);
+}
+
+// Or they would call it again.
+TEST_F(Callee, WhoIsKilledIsNotAliveForCallersThatItsDeathHasWoken)
+{
+    constexpr int CALLERS = 12;
+    ServeAsHub();
+    Child callee = StartPeer("peer");
+    const sptr<IRemoteObject> object = World::Get().Kept("peer");
+    std::vector<std::future<bool>> calls(CALLERS);
+    for (std::future<bool>& call : calls) {
+        call = std::async(std::launch::async, [object] {
+            return Call(object, TestCode::WAIT).Send(30) == TAVO::IPC_DEAD_OBJECT && object->IsAlive();
+        });
+    }
+    EXPECT_EQ(callee.Ask("await-waiting " + std::to_string(CALLERS)), "waiting");
+    callee.Kill();
+    for (std::future<bool>& call : calls) {
+        EXPECT_FALSE(call.get());
+    }
 }
 
 // So many bytes of a reply of 200.
