@@ -72,7 +72,8 @@ std::chrono::milliseconds CoarseTimeout(Clock::duration duration)
 
 }  // namespace
 
-int Session::Call(uint64_t serial, uint32_t code, MessageParcel& data, MessageParcel& reply, Deadline deadline)
+int Session::Call(FrameKind kind, uint64_t serial, uint32_t code, MessageParcel& data, MessageParcel& reply,
+                  Deadline deadline)
 {
     const size_t dataBytes = data.GetDataSize();
     for (;;) {
@@ -88,6 +89,7 @@ int Session::Call(uint64_t serial, uint32_t code, MessageParcel& data, MessagePa
         }
         const uint64_t number = ++lane->lastSent;
         FrameHeader header;
+        header.kind = kind;
         header.codeOrStatus = code;
         header.number = number;
         header.serial = serial;
@@ -110,7 +112,7 @@ int Session::Call(uint64_t serial, uint32_t code, MessageParcel& data, MessagePa
                 Withdraw({true, lane->number}, number);
             }
             DropLane(lane);
-            if (sent.status == IoStatus::CLOSED && sent.bytes == 0 && GetState() == State::UP) {
+            if (sent.status == IoStatus::CLOSED && sent.bytes == 0 && WaitUp(deadline) == State::UP) {
                 continue;  // The peer had closed this lane; nothing of the request has left.
             }
             return TransportError(sent.status);
@@ -121,6 +123,7 @@ int Session::Call(uint64_t serial, uint32_t code, MessageParcel& data, MessagePa
         const FrameHeader& answer = reader.Header();
         if (received != IoStatus::OK || answer.kind != FrameKind::REPLY || answer.number != number) {
             DropLane(lane);
+            WaitUp(deadline);  // If the peer never became one, the end of its session is on its way.
             return received == IoStatus::WOULD_BLOCK ? IPC_TIMED_OUT : TransportError(IoStatus::CLOSED);
         }
         lane->lastReplyTaken = number;
@@ -148,7 +151,7 @@ int Session::TransportError(IoStatus status) const
 
 std::shared_ptr<CallLane> Session::TakeLane(Deadline deadline, int& status)
 {
-    if (GetState() == State::CONNECTING && WaitUp(deadline) == State::CONNECTING) {
+    if (GetState() == State::CONNECTING && !WaitForLanes(deadline)) {
         status = IPC_TIMED_OUT;
         return nullptr;
     }
@@ -175,7 +178,7 @@ std::shared_ptr<CallLane> Session::TakeLane(Deadline deadline, int& status)
     std::shared_ptr<CallLane> lane = OpenLane(deadline, status);
     MutexLock lock(mutex_);
     --openingLanes_;
-    if (lane != nullptr && GetState() != State::UP) {
+    if (lane != nullptr && GetState() == State::DEAD) {
         status = IPC_DEAD_OBJECT;
         lane = nullptr;
     }
@@ -204,7 +207,8 @@ std::shared_ptr<CallLane> Session::OpenLane(Deadline deadline, int& status)
 try {
     const auto lane = std::make_shared<CallLane>();
     lane->number = nextLane_.fetch_add(1);
-    lane->fd = Connect(ConnectionKind::CALL_LANE, lane->number, CoarseTimeout(deadline - Clock::now()), status);
+    lane->timeout = CoarseTimeout(deadline - Clock::now());
+    lane->fd = Connect(ConnectionKind::CALL_LANE, lane->number, lane->timeout, status);
     return lane->fd.IsOpen() ? lane : nullptr;
 } catch (const std::bad_alloc&) {
     status = IPC_NO_RESOURCES;

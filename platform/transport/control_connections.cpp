@@ -1,53 +1,157 @@
 // SPDX-License-Identifier: Apache-2.0
 // How connections become sessions and lanes on the control thread, whichever side began, and how a session ends.
+#include <poll.h>
 #include <sys/epoll.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 
 #include "transport/control_link.h"
 #include "transport/control_thread.h"
 #include "transport/core.h"
 #include "transport/in_lane.h"
+#include "transport/object_gate.h"
 #include "transport/threads.h"
 
 namespace TAVO::Transport {
 namespace {
 
-constexpr size_t MAX_PENDING = 1024;                // connections that have not said what they are
-constexpr std::chrono::seconds EXPECT_PATIENCE{2};  // for a connection that the peer said is on its way
+constexpr size_t MAX_PENDING = 1024;                 // connections that have not said what they are
+constexpr std::chrono::seconds CONNECT_PATIENCE{8};  // for a listener whose queue is full
+constexpr std::chrono::seconds EXPECT_PATIENCE{2};   // for a connection that the peer said is on its way
 
 }  // namespace
 
-void ControlThread::TryConnect(const std::shared_ptr<Session>& session, Clock::time_point giveUp)
+void ControlThread::Connect(const std::shared_ptr<Session>& session)
 {
-    if (session->GetState() != Session::State::CONNECTING || LinkOf(session.get()) != nullptr) {
-        return;  // The peer was quicker.
+    Connect(session, Clock::now() + CONNECT_PATIENCE);
+}
+
+void ControlThread::Connect(const std::shared_ptr<Session>& session, Clock::time_point giveUp)
+try {
+    auto dialing = std::make_shared<Dialing>(dialing_);
+    UniqueFd fd = Dial(*session);
+    if (fd.IsOpen()) {
+        HandOver(session, std::move(fd), nullptr, std::move(dialing));
+    } else {
+        NotDialed(session, giveUp);
     }
-    UniqueFd fd = ConnectStreamNow(Core::Get().SocketPath(session->Path()));
-    Hello hello;
-    hello.instance = Core::Get().Self();
-    if (!fd.IsOpen() && errno == EAGAIN && Clock::now() < giveUp) {
-        connecting_.push_back({session, giveUp});
-        return;
+} catch (const std::bad_alloc&) {
+    Abandon(session);
+}
+
+void ControlThread::ConnectManager(const std::shared_ptr<Session>& session, Deadline deadline)
+{
+    bool isMade = HoldBack();
+    try {
+        if (isMade) {
+            CallManager(session, deadline);
+        }
+    } catch (const std::bad_alloc&) {
+        isMade = false;
     }
-    if (!fd.IsOpen() || SendNow(fd.Get(), &hello, sizeof(hello)).status != IoStatus::OK) {
+    if (!LetGo() || !isMade) {
         Abandon(session);
+    }
+}
+
+void ControlThread::CallManager(const std::shared_ptr<Session>& session, Deadline deadline)
+{
+    auto dialing = std::make_shared<Dialing>(dialing_);
+    UniqueFd fd = Dial(*session);
+    if (!fd.IsOpen()) {
+        NotDialed(session, Clock::now() + CONNECT_PATIENCE);
         return;
     }
+    if (ObjectGate::Exists()) {
+        Core::Get().EnsureListening();  // Others will call them; the manager reads the hello meanwhile.
+    }
+    LetGo();
+    Hello answer;
+    const bool isAccepted = PollUntil(fd.Get(), POLLIN, deadline) && PeekNow(fd.Get(), &answer, sizeof(answer)) &&
+                            answer.IsAcceptance() && Core::Get().FindSession(answer.instance) == nullptr;
+    HandOver(session, std::move(fd), isAccepted ? &answer : nullptr, std::move(dialing));
+}
+
+UniqueFd ControlThread::Dial(Session& session)
+{
+    UniqueFd fd = ConnectStreamNow(Core::Get().SocketPath(session.Path()));
+    if (fd.IsOpen() && !session.SayHello(fd.Get())) {
+        const int reason = errno;
+        fd.Reset();
+        errno = reason;
+    }
+    return fd;
+}
+
+void ControlThread::NotDialed(const std::shared_ptr<Session>& session, Clock::time_point giveUp)
+{
+    if (errno == EALREADY) {
+        return;
+    }
+    const bool isBusy = errno == EAGAIN && Clock::now() < giveUp;
+    if (!isBusy || !Post([this, session, giveUp] { connecting_.push_back({session, giveUp}); })) {
+        Abandon(session);
+    }
+}
+
+void ControlThread::HandOver(const std::shared_ptr<Session>& session, UniqueFd fd, const Hello* answer,
+                             std::shared_ptr<Dialing> dialing)
+{
     const PeerIdentity identity = ReadPeerIdentity(fd.Get());
-    AddLink(std::make_unique<ControlLink>(*this, session, std::move(fd), identity, false));
+    const auto link = std::make_shared<std::unique_ptr<ControlLink>>(
+        std::make_unique<ControlLink>(*this, session, std::move(fd), identity, answer != nullptr));
+    if (answer != nullptr) {
+        Hello taken;
+        ReceiveNow((*link)->Fd(), &taken, sizeof(taken));
+        session->SetPeer(answer->instance);
+        Core::Get().AddSession(session);
+        session->ComeUp((*link)->Fd(), wait_.Epoll(), static_cast<Pollable*>(link->get()), identity);
+    }
+    if (!Post([this, link, kept = std::move(dialing)] { Adopt(std::move(*link)); })) {
+        Abandon(session);
+    }
+}
+
+void ControlThread::Adopt(std::unique_ptr<ControlLink> link)
+{
+    ControlLink& kept = *link;
+    const Session::State state = kept.GetSession()->GetState();
+    const bool isLate = state == Session::State::DEAD || (state == Session::State::UP && !kept.IsAnswered());
+    if (isLate || !AddLink(std::move(link)) || !kept.IsAnswered()) {
+        return;
+    }
+    kept.WatchProcess();
+    kept.GetSession()->FlushControl();
+    retriesParked_ = true;
+}
+
+void ControlThread::TryConnect(const Retry& retry)
+{
+    if (retry.session->GetState() == Session::State::CONNECTING && LinkOf(retry.session.get()) == nullptr) {
+        Connect(retry.session, retry.giveUp);  // Otherwise the peer was quicker.
+    }
 }
 
 bool ControlThread::AddLink(std::unique_ptr<ControlLink> link)
 {
-    if (!AddPoll(link->Fd(), EPOLLIN | EPOLLRDHUP, link.get())) {
-        Abandon(link->GetSession());
-        return false;
+    const std::shared_ptr<Session> session = link->GetSession();
+    ControlLink* const kept = link.get();
+    bool isAdded = false;
+    try {
+        Own(std::move(link));
+        links_[session.get()] = kept;
+        isAdded = AddPoll(kept->Fd(), EPOLLIN | EPOLLRDHUP, kept);
+    } catch (const std::bad_alloc&) {
+        WarnLimited("out of memory", "a connection was given up");
     }
-    links_[link->GetSession().get()] = link.get();
-    Own(std::move(link));
-    return true;
+    if (!isAdded) {
+        links_.erase(session.get());
+        owned_.erase(kept);
+        Abandon(session);
+    }
+    return isAdded;
 }
 
 void ControlThread::Abandon(const std::shared_ptr<Session>& session)
@@ -65,6 +169,7 @@ void ControlThread::OnAnswer(ControlLink& link, const Hello& answer)
     }
     const std::shared_ptr<Session> other = Core::Get().FindSession(answer.instance);
     if (answer.lane == Hello::USE_OTHER) {
+        session->TakeHelloBack();
         links_.erase(session.get());
         if (isManager && other != nullptr) {
             Core::Get().ReplaceManagerSession(other);
@@ -85,6 +190,7 @@ void ControlThread::OnAnswer(ControlLink& link, const Hello& answer)
     }
     link.BecomeAnswered();
     session->ComeUp(link.Fd(), wait_.Epoll(), static_cast<Pollable*>(&link), link.Identity());
+    link.WatchProcess();
     retriesParked_ = true;
 }
 
@@ -99,9 +205,17 @@ void ControlThread::OnAccepted(UniqueFd fd)
         OnConnectionSettled(pending_.front());
     }
     auto connection = std::make_unique<PendingConnection>(*this, std::move(fd), identity);
-    if (AddPoll(connection->Fd(), EPOLLIN | EPOLLRDHUP, connection.get())) {
-        pending_.push_back(connection.get());
-        Own(std::move(connection));
+    PendingConnection& kept = *connection;
+    pending_.reserve(pending_.size() + 1);
+    Own(std::move(connection));
+    pending_.push_back(&kept);
+    // Nearly always the hello is there. Who comes behind it may belong to it, and waits.
+    const bool isTakingIn = std::exchange(isTakingIn_, true);
+    kept.OnReady(0);
+    isTakingIn_ = isTakingIn;
+    const uint32_t awaited = kept.IsComplete() ? 0U : static_cast<uint32_t>(EPOLLIN | EPOLLRDHUP);
+    if (owned_.count(&kept) != 0 && !AddPoll(kept.Fd(), awaited, &kept)) {
+        OnConnectionSettled(&kept);
     }
 }
 
@@ -125,9 +239,8 @@ bool ControlThread::OnHello(UniqueFd& fd, const Hello& hello, const PeerIdentity
     const std::shared_ptr<Session> session = Core::Get().FindSession(hello.instance);
     if (session == nullptr || session->GetState() != Session::State::UP) {
         // The answer to our hello may be about to be read: the peer was up before we are.
-        const bool mayComeUp =
-            std::any_of(links_.begin(), links_.end(), [](const auto& entry) { return !entry.second->IsAnswered(); });
-        return !mayComeUp;
+        const auto isOpen = [](const auto& entry) { return !entry.second->IsAnswered(); };
+        return dialing_ == 0 && std::none_of(links_.begin(), links_.end(), isOpen);
     }
     ::epoll_ctl(wait_.Epoll(), EPOLL_CTL_DEL, fd.Get(), nullptr);
     const auto lane = std::make_shared<InLane>(std::move(fd), hello.kind, hello.lane, session);
@@ -157,14 +270,14 @@ void ControlThread::AcceptControl(UniqueFd& fd, const Hello& hello, const PeerId
         link = nullptr;
         session = Core::Get().EnsureSession(hello.instance, isNew);
     }
-    const bool isUp = session->GetState() == Session::State::UP;
-    const bool oursStays = link != nullptr && self < hello.instance;
+    const bool isAccepted = session->GetState() != Session::State::UP && session->GiveWay(self < hello.instance);
     Hello answer;
     answer.instance = self;
-    answer.lane = isUp || oursStays ? Hello::USE_OTHER : Hello::ACCEPTED;
-    if (SendNow(fd.Get(), &answer, sizeof(answer)).status != IoStatus::OK || answer.lane == Hello::USE_OTHER) {
+    answer.lane = isAccepted ? Hello::ACCEPTED : Hello::USE_OTHER;
+    const bool isSaid = SendNow(fd.Get(), &answer, sizeof(answer)).status == IoStatus::OK;
+    if (!isSaid || !isAccepted) {
         fd.Reset();
-        if (isNew) {  // The peer is gone again; somebody may have found the session meanwhile.
+        if (isAccepted && link == nullptr) {  // The peer is gone again, and whoever found the session waits for nobody.
             Abandon(session);
         }
         return;
@@ -183,8 +296,8 @@ void ControlThread::Establish(const std::shared_ptr<Session>& session, UniqueFd 
     if (!AddLink(std::move(link))) {
         return;
     }
-    kept.BecomeAnswered();
     session->ComeUp(kept.Fd(), wait_.Epoll(), static_cast<Pollable*>(&kept), identity);
+    kept.WatchProcess();
     retriesParked_ = true;
 }
 

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 
 #include "transport/threads.h"
 
@@ -24,9 +25,8 @@ ControlLink::ControlLink(ControlThread& control, std::shared_ptr<Session> sessio
 {
 }
 
-void ControlLink::BecomeAnswered()
+void ControlLink::WatchProcess()
 {
-    answered_ = true;
     UniqueFd pidFd = OpenPeerPidFd(fd_.Get(), identity_.pid);
     if (pidFd.IsOpen()) {
         process_ = std::make_unique<Process>(*this, std::move(pidFd));
@@ -62,7 +62,7 @@ void ControlLink::OnProcessEnd()
 }
 
 bool ControlLink::ReadAll()
-{
+try {
     for (int turn = 0; turn < READS_PER_TURN; ++turn) {
         const IoResult got = ReceiveNow(fd_.Get(), buffer_.data() + filled_, buffer_.size() - filled_);
         if (got.status != IoStatus::OK) {
@@ -74,6 +74,9 @@ bool ControlLink::ReadAll()
         }
     }
     return true;
+} catch (const std::bad_alloc&) {
+    WarnLimited("out of memory", "a session was closed");  // What a record said would be missed for ever.
+    return false;
 }
 
 bool ControlLink::TakeRecords()
@@ -86,7 +89,7 @@ bool ControlLink::TakeRecords()
         Hello answer;
         std::memcpy(&answer, buffer_.data(), sizeof(answer));
         used = sizeof(answer);
-        if (!answer.IsValid() || answer.kind != ConnectionKind::CONTROL || answer.lane != Hello::ACCEPTED) {
+        if (!answer.IsAcceptance()) {
             if (answer.IsValid()) {
                 control_.OnAnswer(*this, answer);
             }

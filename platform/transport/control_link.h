@@ -26,8 +26,10 @@ public:
     int Fd() const { return fd_.Get(); }
     const PeerIdentity& Identity() const { return identity_; }
     bool IsAnswered() const { return answered_; }
-    // The answer came: records follow. Watches the peer's process.
-    void BecomeAnswered();
+    // The answer came: records follow.
+    void BecomeAnswered() { answered_ = true; }
+    // Ends the session when the peer's process has ended, whoever may still hold its sockets.
+    void WatchProcess();
     void StopPolling();
 
 private:

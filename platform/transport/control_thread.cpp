@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include "transport/control_link.h"
@@ -20,21 +21,41 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr int EVENTS_PER_TURN = 64;
-constexpr seconds CONNECT_PATIENCE{8};  // for a listener whose queue is full
 constexpr milliseconds LISTENER_REST{100};
 constexpr seconds IDLE_LANE_LIFE{10};
 constexpr seconds IDLE_SWEEP_PERIOD{2};
 
+// Memory may come again. What was lost for want of it ends the session that it belongs to, where it is noticed.
+template <typename Step>
+void Contain(const Step& step)
+{
+    try {
+        step();
+    } catch (const std::bad_alloc&) {
+        WarnLimited("out of memory", "a connection may have been lost");
+    }
+}
+
+// Work came while every worker had some.
+class WaitingWork final : public Pollable {
+public:
+    void OnReady(uint32_t) override { Core::Get().Workers().EnsureSpare(); }
+};
+
 }  // namespace
 
-ControlThread::ControlThread() = default;
+ControlThread::ControlThread() : waitingWork_(std::make_unique<WaitingWork>()) {}
 ControlThread::~ControlThread() = default;
+
+bool ControlThread::Open()
+{
+    // The others' too, before there is any connection: a request or a death must not find that no descriptor is left.
+    return wait_.Open() && Core::Get().Workers().Open() && Core::Get().Delivery().Open();
+}
 
 bool ControlThread::Start()
 {
-    // The others' too, before there is any connection: a request or a death must not find that no descriptor is left.
-    isRunning_ = isRunning_ || (wait_.Open() && Core::Get().Workers().Open() && Core::Get().Delivery().Open() &&
-                                StartThread(ThreadRole::CONTROL, "tavo-control", [this] { Run(); }));
+    isRunning_ = isRunning_ || (Open() && StartThread(ThreadRole::CONTROL, "tavo-control", [this] { Run(); }));
     return isRunning_;
 }
 
@@ -42,7 +63,7 @@ bool ControlThread::Post(std::function<void()> job)
 {
     {
         MutexLock lock(mutex_);
-        if (!Start()) {
+        if (!Open() || (!isHeldBack_ && !Start())) {
             return false;
         }
         jobs_.push_back(std::move(job));
@@ -51,11 +72,18 @@ bool ControlThread::Post(std::function<void()> job)
     return true;
 }
 
-void ControlThread::Connect(const std::shared_ptr<Session>& session)
+bool ControlThread::HoldBack()
 {
-    if (!Post([this, session] { TryConnect(session, Clock::now() + CONNECT_PATIENCE); })) {
-        Abandon(session);
-    }
+    MutexLock lock(mutex_);
+    isHeldBack_ = Open() && !isRunning_;
+    return Open();
+}
+
+bool ControlThread::LetGo()
+{
+    MutexLock lock(mutex_);
+    isHeldBack_ = false;
+    return jobs_.empty() || Start();
 }
 
 bool ControlThread::Listen(UniqueFd fd)
@@ -68,6 +96,7 @@ bool ControlThread::Listen(UniqueFd fd)
             RestListener(listener->Fd(), listener.get());
         }
         Own(std::move(listener));
+        Core::Get().Workers().EnsureSpare();  // for the first request
     });
 }
 
@@ -112,11 +141,12 @@ bool ControlThread::AddPoll(int fd, uint32_t events, Pollable* pollable)
     epoll_event event{};
     event.events = events;
     event.data.ptr = pollable;
+    polled_.insert(pollable);
     if (::epoll_ctl(wait_.Epoll(), EPOLL_CTL_ADD, fd, &event) != 0) {
         WarnLimited("a connection cannot be watched", std::strerror(errno));
+        polled_.erase(pollable);
         return false;
     }
-    polled_.insert(pollable);
     return true;
 }
 
@@ -126,8 +156,17 @@ void ControlThread::RemovePoll(int fd, Pollable* pollable)
     ::epoll_ctl(wait_.Epoll(), EPOLL_CTL_DEL, fd, nullptr);
 }
 
+bool ControlThread::WatchWorkers() noexcept
+{
+    epoll_event event{};
+    event.events = EPOLLIN | EPOLLONESHOT;
+    event.data.ptr = waitingWork_.get();
+    return ::epoll_ctl(wait_.Epoll(), EPOLL_CTL_MOD, Core::Get().Workers().Epoll(), &event) == 0;
+}
+
 void ControlThread::Run()
 {
+    Contain([this] { AddPoll(Core::Get().Workers().Epoll(), EPOLLONESHOT, waitingWork_.get()); });
     epoll_event events[EVENTS_PER_TURN];
     for (;;) {
         const int ready = ::epoll_wait(wait_.Epoll(), events, EVENTS_PER_TURN, TickMilliseconds());
@@ -136,10 +175,10 @@ void ControlThread::Run()
             if (pollable == nullptr) {
                 RunJobs();
             } else if (polled_.count(pollable) != 0) {  // not removed by an earlier event of this turn
-                pollable->OnReady(events[i].events);
+                Contain([&] { pollable->OnReady(events[i].events); });
             }
         }
-        OnTick(Clock::now());
+        Contain([this] { OnTick(Clock::now()); });
         disowned_.clear();
     }
 }
@@ -153,7 +192,7 @@ void ControlThread::RunJobs()
         jobs.swap(jobs_);
     }
     for (const auto& job : jobs) {
-        job();
+        Contain(job);
     }
 }
 
@@ -184,7 +223,7 @@ void ControlThread::OnTick(Clock::time_point now)
         lane->Rearm();
     }
     for (const Retry& retry : std::exchange(connecting_, {})) {
-        TryConnect(retry.session, retry.giveUp);
+        TryConnect(retry);
     }
     while (!pending_.empty() && pending_.front()->GetDeadline() <= now) {
         OnConnectionSettled(pending_.front());

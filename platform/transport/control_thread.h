@@ -40,8 +40,12 @@ public:
     ~ControlThread();
 
     // ---- any thread
-    // Opens the control connection of a session that is CONNECTING; it comes up or dies.
+    // Calls the peer of a session that is CONNECTING; it comes up or dies. Does not wait: the answer is awaited by this
+    // thread.
     void Connect(const std::shared_ptr<Session>& session);
+    // The same with the manager, but waits for the answer until `deadline`: the first use of the platform waits for
+    // nothing else, least of all for a thread to start. What is not that simple is left to this thread.
+    void ConnectManager(const std::shared_ptr<Session>& session, Deadline deadline);
     // Accepts connections on `fd` from now on; false when the thread cannot be started.
     bool Listen(UniqueFd fd);
     // Has a lane look at its socket again in a moment, when the byte budget may allow more.
@@ -52,6 +56,9 @@ public:
     void FlushLater(const std::shared_ptr<Session>& session, ConnectionKind kind);
     // Some session has an idle lane, to be closed after a while.
     void ExpectIdleLanes();
+    // The last free worker is about to take work: when more comes for them, another is started. A worker that is started
+    // in advance would have to be waited for by the first request. False when that cannot be.
+    bool WatchWorkers() noexcept;
 
     // ---- the control thread, from its pollables
     int Epoll() const noexcept { return wait_.Epoll(); }
@@ -75,15 +82,46 @@ public:
 private:
     friend class ControlLink;
 
+    struct Retry {
+        std::shared_ptr<Session> session;
+        Clock::time_point giveUp;
+    };
+    // A connection that is being made, or waits to be adopted.
+    class Dialing {
+    public:
+        explicit Dialing(std::atomic<int>& count) : count_(count) { ++count_; }
+        ~Dialing() { --count_; }
+        Dialing(const Dialing&) = delete;
+        Dialing& operator=(const Dialing&) = delete;
+
+    private:
+        std::atomic<int>& count_;
+    };
+
     void Own(std::unique_ptr<Pollable> pollable);
     void Disown(Pollable* pollable);
+    bool Open() TAVO_REQUIRES(mutex_);
     bool Start() TAVO_REQUIRES(mutex_);
     bool Post(std::function<void()> job);
+    // Between the two a thread that does not run yet is not started: jobs wait. Of use to the one who makes the first
+    // connection, since before it nobody else has anything to ask for.
+    bool HoldBack();
+    bool LetGo();
     void Run();
     void RunJobs();
     int TickMilliseconds() const;
     void OnTick(Clock::time_point now);
-    void TryConnect(const std::shared_ptr<Session>& session, Clock::time_point giveUp);
+    void Connect(const std::shared_ptr<Session>& session, Clock::time_point giveUp);
+    void CallManager(const std::shared_ptr<Session>& session, Deadline deadline);
+    // Connects and says hello; not open, and errno says why, when that was not to be.
+    UniqueFd Dial(Session& session);
+    // Why is in errno.
+    void NotDialed(const std::shared_ptr<Session>& session, Clock::time_point giveUp);
+    // Makes a link of a connection on which hello was said; with the `answer` that lies there the session comes up now.
+    void HandOver(const std::shared_ptr<Session>& session, UniqueFd fd, const Hello* answer,
+                  std::shared_ptr<Dialing> dialing);
+    void Adopt(std::unique_ptr<ControlLink> link);
+    void TryConnect(const Retry& retry);
     void Establish(const std::shared_ptr<Session>& session, UniqueFd fd, const PeerIdentity& identity);
     void AcceptControl(UniqueFd& fd, const Hello& hello, const PeerIdentity& identity);
     // Waits for what the link brings. False, and its session is dead, when that cannot be.
@@ -96,14 +134,14 @@ private:
     WaitSet wait_{WaitSet::Jobs::ALL};
     Mutex mutex_;
     bool isRunning_ TAVO_GUARDED_BY(mutex_) = false;
+    bool isHeldBack_ TAVO_GUARDED_BY(mutex_) = false;
     std::deque<std::function<void()>> jobs_ TAVO_GUARDED_BY(mutex_);
     std::atomic<bool> expectsIdleLanes_{false};
+    std::atomic<int> dialing_{0};
+
+    const std::unique_ptr<Pollable> waitingWork_;
 
     // The rest belongs to the control thread alone.
-    struct Retry {
-        std::shared_ptr<Session> session;
-        Clock::time_point giveUp;
-    };
     std::unordered_set<const Pollable*> polled_;
     std::unordered_map<const Pollable*, std::unique_ptr<Pollable>> owned_;
     std::vector<std::unique_ptr<Pollable>> disowned_;  // until the events in hand are done

@@ -75,7 +75,9 @@ int Core::RuntimeDirFd()
 
 std::string Core::SocketPath(const std::string& name)
 {
-    return "/proc/self/fd/" + std::to_string(RuntimeDirFd()) + "/" + name;
+    RuntimeDirFd();
+    MutexLock lock(dirMutex_);
+    return dir_.SocketPath(name);
 }
 
 std::shared_ptr<Session> Core::SessionTo(const Instance& peer)
@@ -145,7 +147,7 @@ bool Core::CloseIdleLanes(Clock::time_point before)
     return remain;
 }
 
-std::shared_ptr<Session> Core::ManagerSession()
+std::shared_ptr<Session> Core::ManagerSession(Deadline deadline)
 {
     std::shared_ptr<Session> session;
     {
@@ -156,7 +158,7 @@ std::shared_ptr<Session> Core::ManagerSession()
         session = std::make_shared<Session>("manager");
         manager_ = session;
     }
-    control_.Connect(session);
+    control_.ConnectManager(session, deadline);
     return session;
 }
 
@@ -186,8 +188,8 @@ bool Core::EnsureListening()
         return false;
     }
     std::memcpy(address.sun_path, path.data(), path.size());
-    if ((::mkdirat(dir, "p", 0700) != 0 && errno != EEXIST) ||
-        ::bind(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
+    const auto bind = [&] { return ::bind(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)); };
+    if ((bind() != 0 && (errno != ENOENT || (::mkdirat(dir, "p", 0700) != 0 && errno != EEXIST) || bind() != 0)) ||
         ::listen(fd.Get(), BACKLOG) != 0 || ::renameat(dir, firstName.c_str(), dir, name.c_str()) != 0) {
         const int reason = errno;
         ::unlinkat(dir, firstName.c_str(), 0);  // Or it would be in the way of the next attempt.

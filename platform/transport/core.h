@@ -49,8 +49,8 @@ public:
     void RemoveSession(const std::shared_ptr<Session>& session);
     // Closes lanes idle since before `before` in every session; true while idle ones remain.
     bool CloseIdleLanes(Clock::time_point before);
-    // The session with the manager, connecting if there is none or it ended.
-    std::shared_ptr<Session> ManagerSession();
+    // The session with the manager, connecting if there is none or it ended, which may take until `deadline`.
+    std::shared_ptr<Session> ManagerSession(Deadline deadline);
     // The manager turned out to be a process with which a session stood already.
     void ReplaceManagerSession(const std::shared_ptr<Session>& session);
 

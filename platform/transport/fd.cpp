@@ -111,12 +111,14 @@ UniqueFd ConnectWith(const std::string& path, int socketFlags, milliseconds time
         SetTimeouts(fd.Get(), timeout, timeout);  // The send time-out bounds connect too.
     }
     const Clock::time_point end = Clock::now() + timeout;
+    bool isInterrupted = false;
     int result = 0;
     for (;;) {
         result = ::connect(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address));
         if (result == 0 || errno != EINTR) {
             break;
         }
+        isInterrupted = true;
         const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
         if (timeout.count() > 0 && left.count() <= 0) {
             errno = EAGAIN;
@@ -131,6 +133,9 @@ UniqueFd ConnectWith(const std::string& path, int socketFlags, milliseconds time
         fd.Reset();
         errno = error;
         return fd;
+    }
+    if (isInterrupted && timeout.count() > 0) {
+        SetTimeouts(fd.Get(), timeout, timeout);
     }
     const PeerIdentity peer = ReadPeerIdentity(fd.Get());
     if (!peer.known || peer.uid != ::geteuid()) {
@@ -159,6 +164,11 @@ IoResult ReceiveUntil(int fd, void* buffer, size_t size, Deadline deadline, bool
         result = ReceiveWith(fd, buffer, size, MSG_DONTWAIT);
     }
     return result;
+}
+
+bool PeekNow(int fd, void* buffer, size_t size) noexcept
+{
+    return ::recv(fd, buffer, size, MSG_PEEK | MSG_DONTWAIT) == static_cast<ssize_t>(size);
 }
 
 IoResult SendNow(int fd, const void* buffer, size_t size) noexcept

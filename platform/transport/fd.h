@@ -62,6 +62,9 @@ IoResult ReceiveOnce(int fd, void* buffer, size_t size) noexcept;
 // less on the usual path.
 IoResult ReceiveUntil(int fd, void* buffer, size_t size, Deadline deadline, bool isFirst) noexcept;
 
+// Copies the next `size` bytes, which stay there; false when fewer have come.
+bool PeekNow(int fd, void* buffer, size_t size) noexcept;
+
 // Sends all or as much as fits now.
 IoResult SendNow(int fd, const void* buffer, size_t size) noexcept;
 // Sends all, waiting until `deadline`.

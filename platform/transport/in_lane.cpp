@@ -62,7 +62,6 @@ bool InLane::Arm(int operation, uint32_t events)
     epoll_event event{};
     event.events = events | EPOLLRDHUP | EPOLLONESHOT;
     event.data.ptr = this;
-    MutexLock lock(handOver_);
     return ::epoll_ctl(epoll_, operation, fd_.Get(), &event) == 0;
 }
 
@@ -137,7 +136,8 @@ void InLane::Loop()
                 return;
         }
         if (stash_.empty()) {
-            wait = CurrentRole() == ThreadRole::WORKER && ++served < STAY_REQUESTS && Core::Get().Workers().HasSpare();
+            wait =
+                CurrentRole() == ThreadRole::WORKER && ++served < STAY_REQUESTS && Core::Get().Workers().EnsureSpare();
             if (!wait) {
                 Await(EPOLLIN, reader_.IsUnderWay());
                 return;
@@ -204,13 +204,16 @@ InLane::Next InLane::Handle()
     ParcelAccess::Swap(request.data, reader_.Body());
     reader_.Next();
     const FrameHeader& header = request.header;
-    if (header.kind != FrameKind::REQUEST || header.number != LastTaken() + 1) {
+    if (header.kind == FrameKind::REPLY || header.number != LastTaken() + 1) {
         WarnLimited("frame out of turn", "a lane was closed");
         return Next::CLOSE;
     }
     if (IsCallLane()) {
         SetLastTaken(header.number);
         request.target = session_->FindHeld(header.serial);
+        if (request.target == nullptr && header.kind == FrameKind::FIRST_REQUEST) {
+            request.target = Core::Get().FindExported(header.serial);  // As its ACQUIRE will find it.
+        }
     } else {
         request.target = session_->FindOneWayTarget(*this, header.number, header.serial);
     }
@@ -319,6 +322,7 @@ void InLane::Await(uint32_t events, bool impatient)
             Core::Get().Control().WatchPatience(shared_from_this());
         }
     }
+    MutexLock lock(handOver_);
     Arm(EPOLL_CTL_MOD, events);
 }
 

@@ -71,7 +71,7 @@ private:
     const ConnectionKind kind_;
     const uint64_t number_;
     const std::shared_ptr<Session> session_;
-    Mutex handOver_;  // held while the lane is armed: the next thread begins after that
+    Mutex handOver_;  // held while the lane is armed again: the next thread begins after that
     int epoll_ = -1;
     std::shared_ptr<InLane> self_;  // while it waits in an epoll or is being served
 

@@ -3,6 +3,7 @@
 #ifndef TAVO_TRANSPORT_OBJECT_GATE_H
 #define TAVO_TRANSPORT_OBJECT_GATE_H
 
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -15,7 +16,13 @@ class ObjectGate {
 public:
     static constexpr int CONCURRENT = 12;  // of 16 workers: no object can occupy them all
 
-    explicit ObjectGate(bool oneAtATime) : limit_(oneAtATime ? 1 : CONCURRENT) {}
+    explicit ObjectGate(bool oneAtATime) : limit_(oneAtATime ? 1 : CONCURRENT)
+    {
+        exists_.store(true, std::memory_order_relaxed);
+    }
+
+    // Whether this process has had an object of its own, which others may come to call.
+    static bool Exists() noexcept { return exists_.load(std::memory_order_relaxed); }
 
     // Lets a request in, or keeps `makeWaiting()` to be run by whoever leaves; true when it may run now.
     template <typename MakeWaiting>
@@ -55,6 +62,8 @@ public:
     uint64_t serial = 0;
 
 private:
+    static inline std::atomic<bool> exists_{false};
+
     Mutex mutex_;
     const int limit_;
     int running_ TAVO_GUARDED_BY(mutex_) = 0;

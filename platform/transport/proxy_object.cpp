@@ -25,11 +25,15 @@ int ProxyObject::SendRequest(uint32_t code, MessageParcel& data, MessageParcel& 
         return IPC_UNAVAILABLE;
     }
     const Deadline deadline = Clock::now() + std::chrono::seconds(std::max(option.GetWaitTime(), 1));
-    if (const int status = Ready(deadline); status != IPC_OK) {
-        return status;
-    }
     if (option.IsOneWay()) {
-        return session_->SendOneWay(ConnectionKind::ONE_WAY_LANE, serial_, code, data, deadline, lastOneWay);
+        const int status = Ready(deadline);
+        return status != IPC_OK
+                   ? status
+                   : session_->SendOneWay(ConnectionKind::ONE_WAY_LANE, serial_, code, data, deadline, lastOneWay);
+    }
+    const Life life = GetLife();
+    if (life == Life::DEAD) {
+        return IPC_DEAD_OBJECT;
     }
     const OutgoingCall outgoing;
     if (!outgoing.IsAllowed()) {
@@ -39,7 +43,8 @@ int ProxyObject::SendRequest(uint32_t code, MessageParcel& data, MessageParcel& 
     if (isManager && session_->IsSuspect()) {
         return IPC_TIMED_OUT;
     }
-    const int status = session_->Call(serial_, code, data, reply, deadline);
+    const FrameKind kind = life == Life::PENDING ? FrameKind::FIRST_REQUEST : FrameKind::REQUEST;
+    const int status = session_->Call(kind, serial_, code, data, reply, deadline);
     if (isManager && status == IPC_TIMED_OUT) {
         session_->SuspectPeer();
     }

@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -87,6 +88,10 @@ RuntimeDir RuntimeDir::Open(const std::string& path, bool create, std::string& e
 
 std::string RuntimeDir::SocketPath(const std::string& name) const
 {
+    std::string plain = path_ + "/" + name;
+    if (IsOpen() && plain.front() == '/' && plain.size() < sizeof(sockaddr_un::sun_path)) {
+        return plain;
+    }
     return "/proc/self/fd/" + std::to_string(fd_) + "/" + name;
 }
 

@@ -7,8 +7,7 @@
 
 namespace TAVO::Transport {
 
-// An open descriptor of the directory (close-on-exec). Sockets in it are reached through /proc/self/fd, so the length
-// of its path does not matter.
+// An open descriptor of the directory (close-on-exec). The length of its path does not matter.
 class RuntimeDir {
 public:
     RuntimeDir() = default;
@@ -26,7 +25,9 @@ public:
     bool IsOpen() const noexcept { return fd_ >= 0; }
     int Fd() const noexcept { return fd_; }
     const std::string& Path() const noexcept { return path_; }
-    // A path for bind and connect that fits into a socket address: "/proc/self/fd/N/<name>".
+    // A path for bind and connect that fits into a socket address: the plain one if it is absolute and short, since the
+    // way through /proc takes a new process four times as long; else "/proc/self/fd/N/<name>". Who is found there is
+    // checked once more when the connection stands: the plain path may lead elsewhere than the descriptor by then.
     std::string SocketPath(const std::string& name) const;
 
 private:

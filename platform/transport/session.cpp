@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <new>
 #include <utility>
@@ -33,6 +34,42 @@ Session::Session(std::string path)
 
 Session::~Session() = default;
 
+bool Session::SayHello(int fd)
+{
+    Hello hello;
+    hello.instance = Core::Get().Self();
+    {
+        MutexLock lock(controlMutex_);
+        if (hasGivenWay_ || GetState() != State::CONNECTING) {
+            errno = EALREADY;
+            return false;
+        }
+        if (SendNow(fd, &hello, sizeof(hello)).status != IoStatus::OK) {
+            errno = ECONNRESET;
+            return false;
+        }
+        hasSaidHello_ = true;
+    }
+    {
+        MutexLock lock(mutex_);  // Whoever is about to wait has not looked yet.
+    }
+    changed_.notify_all();
+    return true;
+}
+
+bool Session::GiveWay(bool prevails)
+{
+    MutexLock lock(controlMutex_);
+    hasGivenWay_ = hasGivenWay_ || !(hasSaidHello_ && prevails);
+    return hasGivenWay_;
+}
+
+void Session::TakeHelloBack()
+{
+    MutexLock lock(controlMutex_);
+    hasSaidHello_ = false;
+}
+
 void Session::ComeUp(int controlFd, int controlEpoll, void* tag, const PeerIdentity& identity)
 {
     identity_ = {identity.pid, identity.uid, id_};
@@ -44,9 +81,11 @@ void Session::ComeUp(int controlFd, int controlEpoll, void* tag, const PeerIdent
         FlushControlLocked();
     }
     suspect_.store(false, std::memory_order_relaxed);
-    MutexLock lock(mutex_);
-    if (state_ == State::CONNECTING) {
-        state_.store(State::UP, std::memory_order_release);
+    {
+        MutexLock lock(mutex_);
+        if (state_ == State::CONNECTING) {
+            state_.store(State::UP, std::memory_order_release);
+        }
     }
     changed_.notify_all();
 }
@@ -125,6 +164,16 @@ Session::State Session::WaitUp(Deadline deadline)
     return GetState();
 }
 
+bool Session::WaitForLanes(Deadline deadline)
+{
+    const auto mayOpen = [this] { return hasSaidHello_ || GetState() != State::CONNECTING; };
+    if (mayOpen()) {
+        return true;
+    }
+    MutexLock lock(mutex_);
+    return lock.WaitUntil(changed_, deadline, mayOpen);
+}
+
 bool Session::HasHungUp()
 {
     MutexLock lock(controlMutex_);
@@ -182,6 +231,9 @@ bool Session::FlushControlLocked()
     if (controlFd_ < 0) {
         return true;
     }
+    if (unsent_.empty() && !asksForRoom_) {
+        return true;
+    }
     bool alive = true;
     if (!unsent_.empty()) {
         const IoResult sent = SendNow(controlFd_, unsent_.data(), unsent_.size());
@@ -191,8 +243,9 @@ bool Session::FlushControlLocked()
         }
         alive = sent.status != IoStatus::CLOSED;
     }
+    asksForRoom_ = !unsent_.empty();
     epoll_event event{};
-    event.events = EPOLLIN | EPOLLRDHUP | (unsent_.empty() ? 0U : static_cast<uint32_t>(EPOLLOUT));
+    event.events = EPOLLIN | EPOLLRDHUP | (asksForRoom_ ? static_cast<uint32_t>(EPOLLOUT) : 0U);
     event.data.ptr = controlTag_;
     ::epoll_ctl(controlEpoll_, EPOLL_CTL_MOD, controlFd_, &event);
     return alive;
@@ -276,7 +329,7 @@ bool Session::HasOneWayInLane() const
 bool Session::AddOwnLane(uint64_t number)
 {
     MutexLock lock(mutex_);
-    return GetState() == State::UP && ownLanes_.emplace(number, false).second;
+    return GetState() != State::DEAD && ownLanes_.emplace(number, false).second;
 }
 
 void Session::CloseOwnLane(uint64_t number, uint64_t lastReplyTaken)

@@ -61,10 +61,14 @@ public:
     const CallingPeer& Identity() const noexcept { return identity_; }
     ByteBudget& Budget() noexcept { return budget_; }
 
-    // ---- control thread
+    // ---- the control thread, or who makes the connection
     void SetPeer(const Instance& peer) { peer_ = peer; }
     // The control connection stands: what waited is sent and callers go on.
     void ComeUp(int controlFd, int controlEpoll, void* tag, const PeerIdentity& identity);
+    // The peer called us. False when our own call, which is on its way, `prevails`; else ours comes too late from now on.
+    bool GiveWay(bool prevails);
+    // The peer refused our call: it has called us, or will.
+    void TakeHelloBack();
     // Everything that ends with the session; idempotent.
     void Die();
     // Sends what could not be sent before; false when the connection is broken.
@@ -77,13 +81,17 @@ public:
     bool CloseIdleLanes(Clock::time_point before);
 
     // ---- any thread
+    // Says hello on a new control connection to the peer. False with errno set; EALREADY: the peer was quicker.
+    bool SayHello(int fd);
     State WaitUp(Deadline deadline);
     // Waits until it is known whether the peer still has the object of a pending proxy.
     void WaitSettled(const ProxyObject& proxy, Deadline deadline);
     void Post(const ControlRecord& record);
 
-    // Calls (call_lane.cpp, one_way_lane.cpp). The serial is the peer's object's.
-    int Call(uint64_t serial, uint32_t code, MessageParcel& data, MessageParcel& reply, Deadline deadline);
+    // Calls (call_lane.cpp, one_way_lane.cpp). The serial is the peer's object's; `kind` REQUEST, or FIRST_REQUEST for
+    // an object that is not known to be acquired yet.
+    int Call(FrameKind kind, uint64_t serial, uint32_t code, MessageParcel& data, MessageParcel& reply,
+             Deadline deadline);
     // `sent` becomes the place of the request in its lane when it was sent, under the lane's lock.
     int SendOneWay(ConnectionKind kind, uint64_t serial, uint32_t code, MessageParcel& data, Deadline deadline,
                    LanePlace& sent);
@@ -149,6 +157,8 @@ private:
     std::shared_ptr<CallLane> OpenLane(Deadline deadline, int& status);
     void ReturnLane(const std::shared_ptr<CallLane>& lane, Clock::time_point usedAt);
     void DropLane(const std::shared_ptr<CallLane>& lane);
+    // Waits until lanes may be opened: from our hello on, if we called, before its answer.
+    bool WaitForLanes(Deadline deadline);
     UniqueFd Connect(ConnectionKind kind, uint64_t number, Clock::duration timeout, int& status);
     bool AddOwnLane(uint64_t number);
     void CloseOwnLane(uint64_t number, uint64_t lastReplyTaken);
@@ -180,6 +190,7 @@ private:
     Instance peer_;
     CallingPeer identity_{};
     std::atomic<State> state_{State::CONNECTING};
+    std::atomic<bool> hasSaidHello_{false};  // lanes may follow: the peer reads them after it
     std::atomic<bool> suspect_{false};
     ByteBudget budget_;
 
@@ -202,6 +213,8 @@ private:
     int controlEpoll_ TAVO_GUARDED_BY(controlMutex_) = -1;  // to ask for writability
     void* controlTag_ TAVO_GUARDED_BY(controlMutex_) = nullptr;
     std::vector<uint8_t> unsent_ TAVO_GUARDED_BY(controlMutex_);
+    bool asksForRoom_ TAVO_GUARDED_BY(controlMutex_) = false;  // of the epoll, to send the rest
+    bool hasGivenWay_ TAVO_GUARDED_BY(controlMutex_) = false;
 
     LaneKey releaseAfterLane_;         // control thread only: from AFTER, for the next RELEASE
     uint64_t releaseAfterNumber_ = 0;  // 0: none

@@ -359,8 +359,8 @@ bool Session::OnAcquired(uint64_t serial, bool gone)
         ++settled.proxy->received;
         settled.proxy->MarkAlive();
     }
-    changed_.notify_all();
     lock.Unlock();
+    changed_.notify_all();
     return true;
 }
 

@@ -19,7 +19,7 @@ sptr<IRemoteObject> ConnectManager(Clock::time_point deadline)
     }
     std::shared_ptr<Session> before;
     for (;;) {
-        const std::shared_ptr<Session> session = Core::Get().ManagerSession();
+        const std::shared_ptr<Session> session = Core::Get().ManagerSession(deadline);
         if (session->IsSuspect()) {
             return nullptr;
         }
@@ -34,11 +34,16 @@ sptr<IRemoteObject> ConnectManager(Clock::time_point deadline)
         }
         // Dead at once: nobody listens. Only a manager that was replaced by a session that stood already is tried
         // again.
-        if (before != nullptr || Core::Get().ManagerSession()->GetState() != Session::State::UP) {
+        if (before != nullptr || Core::Get().ManagerSession(deadline)->GetState() != Session::State::UP) {
             return nullptr;
         }
         before = session;
     }
+}
+
+int RuntimeDirFd()
+{
+    return Core::Get().RuntimeDirFd();
 }
 
 void ServeAsManager(int listenFd, const sptr<IPCObjectStub>& root)

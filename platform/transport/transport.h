@@ -21,6 +21,10 @@ using Clock = std::chrono::steady_clock;
 // object per connection: its death is the end of the session with that manager.
 sptr<IRemoteObject> ConnectManager(Clock::time_point deadline);
 
+// The runtime directory, open and checked, for as long as the process lives; -1, and a line in the log, when there is
+// none that can be trusted. The caller does not close it.
+int RuntimeDirFd();
+
 // Makes this process the manager: sessions are accepted on `listenFd` (bound and listening, owned by the transport from
 // here on), and any session may call `root` without having been given it.
 void ServeAsManager(int listenFd, const sptr<IPCObjectStub>& root);

@@ -27,7 +27,7 @@ bool FrameHeader::IsPossible(bool oneWay) const
     if (tableBytes < references * sizeof(TableEntry) || tableBytes > references * longestEntry) {
         return false;
     }
-    return kind == FrameKind::REQUEST || (kind == FrameKind::REPLY && !oneWay);
+    return kind == FrameKind::REQUEST || (!oneWay && (kind == FrameKind::REPLY || kind == FrameKind::FIRST_REQUEST));
 }
 
 }  // namespace TAVO::Transport

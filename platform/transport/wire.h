@@ -42,6 +42,8 @@ struct Hello {
         return magic == MAGIC && version == VERSION && kind >= ConnectionKind::CONTROL &&
                kind <= ConnectionKind::NOTICE_LANE;
     }
+    // Of an answer.
+    bool IsAcceptance() const { return IsValid() && kind == ConnectionKind::CONTROL && lane == ACCEPTED; }
 };
 static_assert(sizeof(Hello) == 32);
 
@@ -67,7 +69,8 @@ struct ControlRecord {
 };
 static_assert(sizeof(ControlRecord) == 24);
 
-enum class FrameKind : uint16_t { REQUEST = 1, REPLY = 2 };
+// FIRST_REQUEST: its sender has asked for a count of the object (ACQUIRE) and does not wait for the answer.
+enum class FrameKind : uint16_t { REQUEST = 1, REPLY = 2, FIRST_REQUEST = 3 };
 
 struct FrameHeader {
     uint32_t dataBytes = 0;

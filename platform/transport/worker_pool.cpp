@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Grows when the last free worker takes work, shrinks after a while without any.
+// Grows when there is more work than workers, and after the work of the last free one; shrinks after a while without any.
 #include "transport/worker_pool.h"
 
 #include <sys/epoll.h>
@@ -8,6 +8,7 @@
 #include <new>
 #include <utility>
 
+#include "transport/core.h"
 #include "transport/in_lane.h"
 #include "transport/threads.h"
 
@@ -84,15 +85,13 @@ void WorkerPool::EndOutgoing()
     --outgoing_;
 }
 
-void WorkerPool::EnsureSpare()
+bool WorkerPool::EnsureSpare()
 {
     if (HasSpare()) {
-        return;
+        return true;
     }
     MutexLock lock(mutex_);
-    if (!HasSpare() && MaySpawn()) {
-        Spawn();
-    }
+    return HasSpare() || (MaySpawn() && Spawn());
 }
 
 bool WorkerPool::MaySpawn() const
@@ -139,7 +138,9 @@ void WorkerPool::Run()
             continue;
         }
         idle_.fetch_sub(1, std::memory_order_relaxed);
-        EnsureSpare();
+        if (!HasSpare() && !Core::Get().Control().WatchWorkers()) {
+            EnsureSpare();
+        }
         if (event.data.ptr == nullptr) {  // anything else is a lane
             RunOneJob();
         } else {

@@ -23,6 +23,10 @@ public:
 
     // Opens what the workers wait with; false when no descriptor is left.
     bool Open();
+    // What the workers wait with; readable while work waits for one.
+    int Epoll() const noexcept { return wait_.Epoll(); }
+    // Starts a worker if none is free; false when there is none then.
+    bool EnsureSpare();
     // Hands a new lane to the workers. The pool is open. False when there is none and none can be had.
     bool AddLane(const std::shared_ptr<InLane>& lane);
     // Runs `job` on a worker. Without memory or a descriptor the job is lost and false returned.
@@ -39,7 +43,6 @@ public:
 
 private:
     void Run();
-    void EnsureSpare();
     // Starts one more thread if the limits allow; false when the system refused.
     bool Spawn() TAVO_REQUIRES(mutex_);
     bool MaySpawn() const TAVO_REQUIRES(mutex_);

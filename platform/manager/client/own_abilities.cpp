@@ -90,22 +90,18 @@ int32_t OwnAbilities::Remove(SystemAbilityManagerProxy& manager, int32_t systemA
 
 int32_t OwnAbilities::TakeLock(int32_t systemAbilityId, ProcessLock& lock)
 {
-    std::string error;
-    if (!runtimeDir_.IsOpen()) {
-        runtimeDir_ = Transport::RuntimeDir::Open(Transport::RuntimeDir::DefaultPath(), false, error);
-        if (!runtimeDir_.IsOpen()) {
-            Log(SCRIVO_ERROR, "%{public}s", error.c_str());
-            return ABILITY_UNREACHABLE;
-        }
+    const int runtimeDir = Transport::RuntimeDirFd();
+    if (runtimeDir < 0) {
+        return ABILITY_UNREACHABLE;
     }
     const std::string name = AbilityLockName(systemAbilityId);
-    if (lock.Take(runtimeDir_.Fd(), name)) {
+    if (lock.Take(runtimeDir, name)) {
         return ABILITY_OK;
     }
     if (errno == EAGAIN) {
         return ABILITY_TAKEN;
     }
-    Log(SCRIVO_ERROR, "cannot lock %{public}s/%{public}s: %{public}s", runtimeDir_.Path().c_str(), name.c_str(),
+    Log(SCRIVO_ERROR, "cannot lock %{public}s in the runtime directory: %{public}s", name.c_str(),
         std::strerror(errno));
     return ABILITY_REFUSED;
 }
@@ -126,15 +122,9 @@ void OwnAbilities::RegisterAgain()
     }
 }
 
-int OwnAbilities::DirFd()
-{
-    MutexLock lock(mutex_);
-    return runtimeDir_.Fd();
-}
-
 void OwnAbilities::RunRegistrar()
 {
-    ManagerWatch watch(DirFd());  // before the first attempt, so that no manager is missed in between
+    ManagerWatch watch(Transport::RuntimeDirFd());  // before the first attempt, so that no manager is missed in between
     milliseconds pause = SHORTEST_PAUSE;
     MutexLock lock(mutex_);
     for (;;) {

@@ -11,7 +11,6 @@
 #include "manager/client/system_ability_manager_proxy.h"
 #include "tavo/iremote_object.h"
 #include "tavo/mutex.h"
-#include "transport/runtime_dir.h"
 
 namespace TAVO::Manager {
 
@@ -45,15 +44,13 @@ private:
     OwnAbilities() = default;
 
     int32_t TakeLock(int32_t systemAbilityId, ProcessLock& lock) TAVO_REQUIRES(mutex_);
-    int DirFd();
     // One attempt; true when the present manager knows every ability of this process.
     bool RegisterUnknown();
     std::vector<Unknown> UnknownTo(const sptr<IRemoteObject>& root);
     bool Register(SystemAbilityManagerProxy& manager, const Unknown& ability);
     void RunRegistrar();
 
-    Mutex mutex_;                                               // never held during a call to the manager
-    Transport::RuntimeDir runtimeDir_ TAVO_GUARDED_BY(mutex_);  // opened at the first registration
+    Mutex mutex_;  // never held during a call to the manager
     std::map<int32_t, Ability> abilities_ TAVO_GUARDED_BY(mutex_);
     bool isRegistrarRunning_ TAVO_GUARDED_BY(mutex_) = false;
     bool isWanted_ TAVO_GUARDED_BY(mutex_) = false;  // a manager came or went since the last attempt began

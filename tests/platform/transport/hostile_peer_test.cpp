@@ -76,16 +76,17 @@ TEST_F(HostilePeer, ImpossibleFrameEndsItsLaneOnly)
         {"65535 references", EchoOfSizes(4, 32 * 65535, 65535)},
         {"a reply", EchoOfKind(RawFrame::REPLY)},
         {"kind 0", EchoOfKind(0)},
-        {"kind 3", EchoOfKind(3)},
+        {"kind 4", EchoOfKind(4)},
         {"number 0", RequestFor(TestCode::ECHO, 0, 0)},
         {"number 2 first", RequestFor(TestCode::ECHO, 0, 2)},
         {"largest number", RequestFor(TestCode::ECHO, 0, UINT64_MAX)},
+        {"a first request, one-way only", EchoOfKind(3)},
         {"above 64 KiB, one-way only", EchoOfSizes((64 << 10) - RawFrame::HEADER_SIZE + 4, 0, 0)},
     };
     for (const auto& [name, frame] : rows) {
         for (const uint16_t kind : {RawHello::CALL, RawHello::ONE_WAY}) {
             SCOPED_TRACE(std::string(name) + (kind == RawHello::CALL ? ", call lane" : ", one-way lane"));
-            if (&frame == &rows.back().second && kind == RawHello::CALL) {
+            if (std::string_view(name).ends_with("one-way only") && kind == RawHello::CALL) {
                 continue;  // a good one there
             }
             RawSocket lane = raw_->OpenLane(kind);

@@ -100,6 +100,22 @@ TEST_F(HostileReference, RefusedRequestGivesItsReferencesBack)
     EXPECT_TRUE(raw_->AwaitRecord(RawRecord::TAKEN));
 }
 
+TEST_F(HostileReference, FirstRequestReachesWhatAnAcquireWouldAndHoldsNothing)
+{
+    constexpr uint16_t FIRST_REQUEST = 3;
+    const int32_t live = LiveObjects();
+    const uint64_t held = MakeObject(*raw_);
+    RawFrame first = RequestFor(TestCode::NUMBER, held);
+    first.kind = FIRST_REQUEST;
+    const auto other = NewPeer();
+    EXPECT_EQ(StatusOf(other->CallOnce(RequestFor(TestCode::NUMBER, held))), TAVO::IPC_DEAD_OBJECT);
+    EXPECT_EQ(StatusOf(other->CallOnce(first)), TAVO::IPC_OK);
+    EXPECT_EQ(StatusOf(other->CallOnce(RequestFor(TestCode::NUMBER, held))), TAVO::IPC_DEAD_OBJECT);
+    ASSERT_TRUE(raw_->Control().Send(RawRecord{RawRecord::RELEASE, 0, held, 1}.Encode()));
+    EXPECT_TRUE(AwaitLiveObjects(live));
+    EXPECT_EQ(StatusOf(other->CallOnce(first)), TAVO::IPC_DEAD_OBJECT);
+}
+
 TEST_F(HostileReference, NoSerialIsUsedTwice)
 {
     constexpr uint64_t OBJECTS = 5000;
