@@ -32,6 +32,7 @@ struct AbilityDescription {
     bool startable = false;  // an ability file says how to start it
     pid_t pid = 0;           // of the serving process, 0 when not running
     int32_t starts = 0;      // processes that this manager has started for it
+    int64_t startedAt = 0;   // when it began to start the last of them: nanoseconds of the steady clock, 0 before
     std::string program;     // from the ability file, empty without one
 };
 

@@ -16,7 +16,8 @@ namespace {
 bool ReadDescription(MessageParcel& reply, AbilityDescription& ability)
 {
     return reply.ReadInt32(ability.id) && reply.ReadBool(ability.running) && reply.ReadBool(ability.startable) &&
-           reply.ReadInt32(ability.pid) && reply.ReadInt32(ability.starts) && reply.ReadString(ability.program);
+           reply.ReadInt32(ability.pid) && reply.ReadInt32(ability.starts) && reply.ReadInt64(ability.startedAt) &&
+           reply.ReadString(ability.program);
 }
 
 }  // namespace

@@ -81,6 +81,9 @@ void AbilityRegistry::Finish(Aftermath& after)
     for (const auto& [id, serial] : after.starts) {
         Start(id, serial);
     }
+    if (watchHasNews_.exchange(false)) {
+        watch_.Wake();
+    }
 }
 
 AbilityRegistry::Found AbilityRegistry::Check(int32_t systemAbilityId, const sptr<IRemoteObject>& observer,
@@ -235,8 +238,9 @@ std::vector<AbilityDescription> AbilityRegistry::Describe()
     MutexLock lock(mutex_);
     for (const auto& [id, ability] : abilities_) {
         const bool isRunning = ability.object != nullptr && ability.object->IsAlive();
+        const int64_t startedAt = std::chrono::nanoseconds(ability.startedAt.time_since_epoch()).count();
         descriptions.push_back(
-            {id, isRunning, true, isRunning ? ability.pid : 0, ability.starts, ability.file.program});
+            {id, isRunning, true, isRunning ? ability.pid : 0, ability.starts, startedAt, ability.file.program});
     }
     return descriptions;
 }
@@ -248,21 +252,24 @@ void AbilityRegistry::ServiceGone(int32_t systemAbilityId, int64_t number)
         MutexLock lock(mutex_);
         SweepSoon();
         Ability* ability = Find(systemAbilityId);
-        if (ability == nullptr || ability->object == nullptr || ability->number != number) {
-            return;  // A notice about an earlier registration.
-        }
-        Unregister(*ability, after);
+        if (ability != nullptr && ability->object != nullptr && ability->number == number) {
+            Log(SCRIVO_INFO, "ability %{public}d is gone", systemAbilityId);
+            Unregister(*ability, after);
+        }  // Otherwise it is a notice about an earlier registration.
     }
-    Log(SCRIVO_INFO, "ability %{public}d is gone", systemAbilityId);
     Finish(after);
 }
 
 void AbilityRegistry::ClientGone(uint64_t session)
 {
+    Aftermath after;
     sptr<IRemoteObject> observer;  // released when the lock is free
-    MutexLock lock(mutex_);
-    observer = observers_.Forget(session);
-    SweepSoon();
+    {
+        MutexLock lock(mutex_);
+        observer = observers_.Forget(session);
+        SweepSoon();
+    }
+    Finish(after);
 }
 
 }  // namespace TAVO::Manager

@@ -3,6 +3,7 @@
 #ifndef TAVO_MANAGER_ABILITY_REGISTRY_H
 #define TAVO_MANAGER_ABILITY_REGISTRY_H
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -79,6 +80,7 @@ private:
         Clock::time_point notBefore;         // of the next start
         std::chrono::milliseconds pause{0};  // after the last start that failed
         int32_t starts = 0;
+        Clock::time_point startedAt;  // the beginning of the last start
     };
     struct Process {
         int32_t id;
@@ -129,6 +131,7 @@ private:
     uint64_t lastSerial_ TAVO_GUARDED_BY(mutex_) = 0;
     bool isStopping_ TAVO_GUARDED_BY(mutex_) = false;
     Clock::time_point nextSweep_ TAVO_GUARDED_BY(mutex_) = Clock::time_point::max();
+    std::atomic<bool> watchHasNews_{false};  // it is woken when the lock is free, which it would only wait for
     Clock::time_point lastSweep_ TAVO_GUARDED_BY(mutex_);
     std::condition_variable spawned_;  // notified when a start has been made or has failed
     std::condition_variable ended_;    // notified when a process has ended

@@ -71,7 +71,8 @@ bool AbilityRegistry::AwaitOwner(Ability& ability, pid_t holder)
 {
     const int32_t id = ability.file.id;
     const bool isHeld = holder != ProcessLock::NOBODY;
-    const pid_t recorded = RecordedProcess(dir_, id);
+    // What this manager has started it knows without a record.
+    const pid_t recorded = ability.starts == 0 ? RecordedProcess(dir_, id) : 0;
     const pid_t owner = isHeld ? holder : recorded;
     const auto isOwner = [id, owner](const auto& entry) { return entry.second.id == id && entry.second.pid == owner; };
     const auto known = std::find_if(processes_.begin(), processes_.end(), isOwner);
@@ -114,6 +115,7 @@ uint64_t AbilityRegistry::Adopt(int32_t systemAbilityId, pid_t pid, bool isStart
     const uint64_t serial = ++lastSerial_;
     processes_.emplace(serial, Process{systemAbilityId, pid, isStarted});
     watch_.Add(serial, pid, std::move(pidFd), false);
+    watchHasNews_ = true;
     return serial;
 }
 
@@ -122,7 +124,7 @@ void AbilityRegistry::Enter(Ability& ability, Phase phase, uint64_t serial, Cloc
     ability.phase = phase;
     ability.serial = serial;
     ability.deadline = deadline;
-    watch_.Wake();
+    watchHasNews_ = true;
 }
 
 void AbilityRegistry::Start(int32_t systemAbilityId, uint64_t serial)
@@ -130,16 +132,12 @@ void AbilityRegistry::Start(int32_t systemAbilityId, uint64_t serial)
     AbilityFile file;
     {
         MutexLock lock(mutex_);
-        file = Find(systemAbilityId)->file;
+        Ability& ability = *Find(systemAbilityId);
+        file = ability.file;
+        ability.startedAt = Clock::now();
     }
     StartedProcess started = Spawn(file);
     const bool isStarted = started.pidFd.IsOpen();
-    if (isStarted && !WriteStartRecord(dir_, systemAbilityId, started.pid)) {
-        Log(SCRIVO_WARN, "cannot record the start of ability %{public}d", systemAbilityId);
-    }
-    Log(isStarted ? SCRIVO_INFO : SCRIVO_WARN,
-        "start of ability %{public}d, %{public}s: process %{public}d, %{public}s", systemAbilityId,
-        file.program.c_str(), isStarted ? started.pid : 0, std::strerror(started.error));
     Aftermath after;
     {
         MutexLock lock(mutex_);
@@ -151,6 +149,7 @@ void AbilityRegistry::Start(int32_t systemAbilityId, uint64_t serial)
             ++ability.starts;
             processes_.emplace(serial, Process{systemAbilityId, started.pid, true, !isAwaited});
             watch_.Add(serial, started.pid, std::move(started.pidFd), true);
+            watchHasNews_ = true;
             if (!isAwaited || isStopping_) {
                 watch_.Signal(serial, SIGKILL);
             }
@@ -159,6 +158,12 @@ void AbilityRegistry::Start(int32_t systemAbilityId, uint64_t serial)
         }
     }
     Finish(after);
+    if (isStarted && !WriteStartRecord(dir_, systemAbilityId, started.pid)) {
+        Log(SCRIVO_WARN, "cannot record the start of ability %{public}d", systemAbilityId);
+    }
+    Log(isStarted ? SCRIVO_INFO : SCRIVO_WARN,
+        "start of ability %{public}d, %{public}s: process %{public}d, %{public}s", systemAbilityId,
+        file.program.c_str(), isStarted ? started.pid : 0, std::strerror(started.error));
 }
 
 void AbilityRegistry::StartFailed(Ability& ability, Aftermath& after)
@@ -268,7 +273,7 @@ AbilityRegistry::Clock::time_point AbilityRegistry::DoWhatIsDue()
 void AbilityRegistry::SweepSoon()
 {
     nextSweep_ = std::min(nextSweep_, std::max(Clock::now(), lastSweep_ + SWEEP_INTERVAL));
-    watch_.Wake();
+    watchHasNews_ = true;
 }
 
 void AbilityRegistry::StopServices()

@@ -26,7 +26,8 @@ int Answer(MessageParcel& reply, int32_t status)
 bool WriteDescription(MessageParcel& reply, const AbilityDescription& ability)
 {
     return reply.WriteInt32(ability.id) && reply.WriteBool(ability.running) && reply.WriteBool(ability.startable) &&
-           reply.WriteInt32(ability.pid) && reply.WriteInt32(ability.starts) && reply.WriteString(ability.program);
+           reply.WriteInt32(ability.pid) && reply.WriteInt32(ability.starts) && reply.WriteInt64(ability.startedAt) &&
+           reply.WriteString(ability.program);
 }
 
 }  // namespace

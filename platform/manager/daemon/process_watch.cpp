@@ -41,11 +41,8 @@ bool ProcessWatch::Begin(Ended ended, Timer timer)
 
 void ProcessWatch::Add(uint64_t serial, pid_t pid, Transport::UniqueFd pidFd, bool isChild)
 {
-    {
-        MutexLock lock(mutex_);
-        processes_.emplace(serial, Process{pid, std::move(pidFd), isChild});
-    }
-    Wake();
+    MutexLock lock(mutex_);
+    processes_.emplace(serial, Process{pid, std::move(pidFd), isChild});
 }
 
 bool ProcessWatch::IsOver(uint64_t serial)

@@ -30,13 +30,13 @@ public:
     // Starts the thread: it calls `timer`, which does what is due and says when to be called again, and `ended` once
     // for each process that has ended, children reaped. It holds no lock then. False when there is no thread to have.
     bool Begin(Ended ended, Timer timer);
-    // `serial` names the process from here on; never used again.
+    // `serial` names the process from here on; never used again. It is watched from the next Wake on.
     void Add(uint64_t serial, pid_t pid, Transport::UniqueFd pidFd, bool isChild);
     // Whether a process that was added has ended, though `ended` may not have been called for it yet.
     bool IsOver(uint64_t serial);
     // To the whole process group of a child, to an adopted process alone. Nothing when it has ended.
     void Signal(uint64_t serial, int signal);
-    // The timer has something to do earlier than it said.
+    // There is a process more, or the timer has something to do earlier than it said.
     void Wake();
 
 private:

@@ -17,6 +17,23 @@
 namespace TAVO::Manager {
 namespace {
 
+// What a program would inherit: handlers end with it anyway. The manager does not change them once it serves.
+const sigset_t& IgnoredSignals()
+{
+    static const sigset_t ignored = [] {
+        sigset_t signals;
+        sigemptyset(&signals);
+        for (int signal = 1; signal < NSIG; ++signal) {
+            struct sigaction action {};
+            if (::sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) {
+                sigaddset(&signals, signal);
+            }
+        }
+        return signals;
+    }();
+    return ignored;
+}
+
 class SpawnAttributes {
 public:
     SpawnAttributes()
@@ -26,8 +43,7 @@ public:
         sigset_t signals;
         sigemptyset(&signals);
         posix_spawnattr_setsigmask(&attributes_, &signals);
-        sigfillset(&signals);
-        posix_spawnattr_setsigdefault(&attributes_, &signals);
+        posix_spawnattr_setsigdefault(&attributes_, &IgnoredSignals());
         posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID);
         posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     }

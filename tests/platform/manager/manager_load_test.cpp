@@ -145,8 +145,14 @@ TEST_F(ManagerLoad, DescribesEveryAbilityByAscendingId)
     Child manager = StartManager();
     EXPECT_EQ(Load(10), "failed");
     const int pid = PidIn(Load(20));
+    const auto now = [] {
+        return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+    };
+    int64_t before = 0;
     std::string text;
     for (const TAVO::AbilityDescription& ability : Manager()->DescribeAbilities()) {
+        EXPECT_TRUE(before < ability.startedAt && ability.startedAt < now()) << ability.id << " was started first";
+        before = ability.startedAt;
         text += std::to_string(ability.id) + (ability.running ? " running " : " not running ") +
                 (ability.startable ? "startable " : "external ") + std::to_string(ability.pid) + " starts " +
                 std::to_string(ability.starts) + " " + ability.program + "\n";
