@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // veltra_server: registers the service with the ability manager and serves until it is told to end.
+#include <malloc.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -116,6 +117,8 @@ std::optional<ServiceSetup> SetUp(const ServiceOptions& options)
 
 int Serve(const ServiceOptions& options)
 {
+    // One heap for all threads, which would each make one of their own in the first request that they see.
+    mallopt(M_ARENA_MAX, 1);
     const sigset_t endSignals = EndSignals();
     sigprocmask(SIG_BLOCK, &endSignals, nullptr);
     RaiseDescriptorLimit();
@@ -139,7 +142,6 @@ int Serve(const ServiceOptions& options)
         std::fprintf(stderr, "veltra_server: cannot register ability %d: %s\n", VELTRA_SERVER_SA_ID, Explain(*status));
         return ServiceOptions::EXIT_REFUSED;
     }
-    VELTRA_SERVICE_LOGI("serving ability %d", VELTRA_SERVER_SA_ID);
     int signal = 0;
     sigwait(&endSignals, &signal);
     VELTRA_SERVICE_LOGI("ended by signal %d", signal);

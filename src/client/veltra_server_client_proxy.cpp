@@ -93,6 +93,7 @@ void VeltraClientProxy::LoadSystemAbilitySuccess(const sptr<IRemoteObject>& remo
     }
     remoteObject->AddDeathRecipient(deathRecipient_);
     serviceProxy_ = iface_cast<IVeltraServerInterface>(remoteObject);
+    lock.Unlock();
     proxyCondition_.notify_all();
 }
 
