@@ -23,6 +23,8 @@ if(VELTRA_FUZZ)
     target_compile_options(veltra_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 target_link_libraries(veltra_options INTERFACE Threads::Threads)
+# Functions of other libraries are found when a program starts, and not one by one in a game's first call.
+target_link_options(veltra_options INTERFACE -Wl,-z,now)
 
 # Adds a folder of this project that is there already.
 function(veltra_add dir)
