@@ -24,6 +24,11 @@ int ProxyObject::SendRequest(uint32_t code, MessageParcel& data, MessageParcel& 
     if (InForkedChild()) {
         return IPC_UNAVAILABLE;
     }
+    const Life life = GetLife();
+    if (option.IsOneWay() && life == Life::ALIVE && session_->GetState() == Session::State::UP) {
+        // It waits for nothing, and need not know the time.
+        return session_->SendOneWay(ConnectionKind::ONE_WAY_LANE, serial_, code, data, Deadline(), lastOneWay);
+    }
     const Deadline deadline = Clock::now() + std::chrono::seconds(std::max(option.GetWaitTime(), 1));
     if (option.IsOneWay()) {
         const int status = Ready(deadline);
@@ -31,7 +36,6 @@ int ProxyObject::SendRequest(uint32_t code, MessageParcel& data, MessageParcel& 
                    ? status
                    : session_->SendOneWay(ConnectionKind::ONE_WAY_LANE, serial_, code, data, deadline, lastOneWay);
     }
-    const Life life = GetLife();
     if (life == Life::DEAD) {
         return IPC_DEAD_OBJECT;
     }

@@ -3,9 +3,12 @@
 #ifndef TAVO_IREMOTE_BROKER_H
 #define TAVO_IREMOTE_BROKER_H
 
+#include <atomic>
 #include <cstring>
 #include <new>
 #include <string>
+#include <type_traits>
+#include <typeinfo>
 #include <utility>
 #include <vector>
 
@@ -40,6 +43,14 @@ struct BrokerCreator {
     {
         return sptr<IRemoteBroker>(new (std::nothrow) T(object));
     }
+};
+
+// Whether IRemoteBroker is a base of T that needs no search, neither virtual nor one of several.
+template <typename T, typename = void>
+struct IsPlainBroker : std::false_type {
+};
+template <typename T>
+struct IsPlainBroker<T, decltype(void(static_cast<T*>(std::declval<IRemoteBroker*>())))> : std::true_type {
 };
 
 // Equality of two descriptors by memory, which costs a fraction of the character traits' comparison.
@@ -100,6 +111,30 @@ private:
     std::u16string descriptor_;  // empty when another class had the descriptor first
 };
 
+// `broker` as a T, null if it is none. What one object of a class turned out to be, all of them are: the class is looked
+// through once.
+template <typename T>
+T* NarrowBroker(IRemoteBroker* broker) noexcept
+{
+    if constexpr (IsPlainBroker<T>::value) {
+        static std::atomic<const std::type_info*> known{nullptr};
+        if (broker == nullptr) {
+            return nullptr;
+        }
+        const std::type_info* const type = &typeid(*broker);
+        if (known.load(std::memory_order_relaxed) == type) {
+            return static_cast<T*>(broker);
+        }
+        T* const narrowed = dynamic_cast<T*>(broker);
+        if (narrowed != nullptr && narrowed == static_cast<T*>(broker)) {
+            known.store(type, std::memory_order_relaxed);
+        }
+        return narrowed;
+    } else {
+        return dynamic_cast<T*>(broker);
+    }
+}
+
 // `object` as interface T: the local object when it is a T, a new proxy when the object is remote and serves T's
 // descriptor, null otherwise.
 template <typename T>
@@ -109,7 +144,7 @@ sptr<T> iface_cast(const sptr<IRemoteObject>& object)
         return nullptr;
     }
     const auto cast = [](sptr<IRemoteBroker> broker) {
-        auto* const wanted = dynamic_cast<T*>(broker.Get());
+        T* const wanted = NarrowBroker<T>(broker.Get());
         return sptr<T>(std::move(broker), wanted);
     };
     if (sptr<IRemoteBroker> local = object->AsInterface(); local != nullptr) {

@@ -119,6 +119,7 @@ TEST(InterfaceCast, OfAnythingElseIsNull)
 {
     const BrokerDelegator<Proxy<IGreeter>> greeter;
     const BrokerDelegator<Proxy<IStranger>> stranger;
+    ASSERT_NE(iface_cast<IGreeter>(MakeRef<Stub<IGreeter>>()), nullptr);
     EXPECT_EQ(iface_cast<IGreeter>(sptr<IRemoteObject>()), nullptr);
     EXPECT_EQ(iface_cast<IGreeter>(MakeRef<Stub<IStranger>>()), nullptr);
     EXPECT_EQ(iface_cast<IGreeter>(MakeRef<Stub<IImpostor>>()), nullptr) << "another interface of this name";
