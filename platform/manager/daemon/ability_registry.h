@@ -14,6 +14,7 @@
 #include "manager/daemon/observer_table.h"
 #include "manager/daemon/outbox.h"
 #include "manager/daemon/process_watch.h"
+#include "manager/daemon/spawn.h"
 #include "tavo/calling_peer.h"
 #include "tavo/isystem_ability_manager.h"
 #include "tavo/mutex.h"
@@ -113,6 +114,8 @@ private:
     uint64_t Adopt(int32_t systemAbilityId, pid_t pid, bool isStarted) TAVO_REQUIRES(mutex_);
     void Enter(Ability& ability, Phase phase, uint64_t serial, Clock::time_point deadline) TAVO_REQUIRES(mutex_);
     void Start(int32_t systemAbilityId, uint64_t serial) TAVO_EXCLUDES(mutex_);
+    StartedProcess SpawnFor(int32_t systemAbilityId) TAVO_EXCLUDES(mutex_);
+    bool Keep(uint64_t serial, const Process& process, StartedProcess& started) TAVO_REQUIRES(mutex_);
     void StartFailed(Ability& ability, Aftermath& after) TAVO_REQUIRES(mutex_);
     void FailWaiters(Ability& ability, Aftermath& after) TAVO_REQUIRES(mutex_);
     void DeadlinePassed(Ability& ability, Aftermath& after) TAVO_REQUIRES(mutex_);

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // Starts on demand: one at a time for each ability, none while an owner lives, with pauses after failures.
 #include <signal.h>
+#include <sys/wait.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "manager/client/manager_log.h"
@@ -12,7 +14,6 @@
 #include "manager/daemon/ability_registry.h"
 #include "manager/daemon/manager_socket.h"
 #include "manager/daemon/pidfd.h"
-#include "manager/daemon/spawn.h"
 #include "manager/daemon/start_record.h"
 
 namespace TAVO::Manager {
@@ -60,9 +61,9 @@ void AbilityRegistry::Want(Ability& ability, Aftermath& after)
         Enter(ability, Phase::PAUSED, 0, ability.notBefore);
         return;
     }
-    Enter(ability, Phase::STARTING, ++lastSerial_, now + START_TIME);
+    after.starts.emplace_back(ability.file.id, ++lastSerial_);
+    Enter(ability, Phase::STARTING, lastSerial_, now + START_TIME);
     ++ability.spawning;
-    after.starts.emplace_back(ability.file.id, ability.serial);
 }
 
 // True when a living process holds the ability's lock, or was started by a manager before this one and has not taken
@@ -129,15 +130,8 @@ void AbilityRegistry::Enter(Ability& ability, Phase phase, uint64_t serial, Cloc
 
 void AbilityRegistry::Start(int32_t systemAbilityId, uint64_t serial)
 {
-    AbilityFile file;
-    {
-        MutexLock lock(mutex_);
-        Ability& ability = *Find(systemAbilityId);
-        file = ability.file;
-        ability.startedAt = Clock::now();
-    }
-    StartedProcess started = Spawn(file);
-    const bool isStarted = started.pidFd.IsOpen();
+    StartedProcess started = SpawnFor(systemAbilityId);
+    bool isStarted = started.pidFd.IsOpen();
     Aftermath after;
     {
         MutexLock lock(mutex_);
@@ -145,11 +139,9 @@ void AbilityRegistry::Start(int32_t systemAbilityId, uint64_t serial)
         --ability.spawning;
         spawned_.notify_all();
         const bool isAwaited = ability.phase == Phase::STARTING && ability.serial == serial;
+        isStarted = isStarted && Keep(serial, {systemAbilityId, started.pid, true, !isAwaited}, started);
         if (isStarted) {
             ++ability.starts;
-            processes_.emplace(serial, Process{systemAbilityId, started.pid, true, !isAwaited});
-            watch_.Add(serial, started.pid, std::move(started.pidFd), true);
-            watchHasNews_ = true;
             if (!isAwaited || isStopping_) {
                 watch_.Signal(serial, SIGKILL);
             }
@@ -161,9 +153,37 @@ void AbilityRegistry::Start(int32_t systemAbilityId, uint64_t serial)
     if (isStarted && !WriteStartRecord(dir_, systemAbilityId, started.pid)) {
         Log(SCRIVO_WARN, "cannot record the start of ability %{public}d", systemAbilityId);
     }
-    Log(isStarted ? SCRIVO_INFO : SCRIVO_WARN,
-        "start of ability %{public}d, %{public}s: process %{public}d, %{public}s", systemAbilityId,
-        file.program.c_str(), isStarted ? started.pid : 0, std::strerror(started.error));
+    Log(isStarted ? SCRIVO_INFO : SCRIVO_WARN, "start of ability %{public}d: process %{public}d, %{public}s",
+        systemAbilityId, isStarted ? started.pid : 0, std::strerror(started.error));
+}
+
+StartedProcess AbilityRegistry::SpawnFor(int32_t systemAbilityId)
+try {
+    AbilityFile file;
+    {
+        MutexLock lock(mutex_);
+        Ability& ability = *Find(systemAbilityId);
+        file = ability.file;
+        ability.startedAt = Clock::now();
+    }
+    return Spawn(file);
+} catch (const std::bad_alloc&) {
+    return {0, {}, ENOMEM};
+}
+
+// False when there is no memory for it: a process that nobody watches is ended at once.
+bool AbilityRegistry::Keep(uint64_t serial, const Process& process, StartedProcess& started)
+try {
+    processes_.emplace(serial, process);
+    watch_.Add(serial, started.pid, std::move(started.pidFd), true);
+    watchHasNews_ = true;
+    return true;
+} catch (const std::bad_alloc&) {
+    processes_.erase(serial);
+    ::kill(-started.pid, SIGKILL);
+    ::waitpid(started.pid, nullptr, 0);
+    started.error = ENOMEM;
+    return false;
 }
 
 void AbilityRegistry::StartFailed(Ability& ability, Aftermath& after)
