@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "base/parcel_buffer.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <cstdlib>
 
@@ -20,12 +22,12 @@ struct alignas(std::max_align_t) Block {
 };
 static_assert(sizeof(Block) == 16 + HEADROOM, "nothing lies between headroom and data");
 
-// Trivially destructible, so it can be used until the very end of its thread; Closer frees what it holds.
+// Trivially destructible, so it can be used until the very end of its thread; Close frees what it holds.
 struct Cache {
     Block* blocks[MAX_KEPT_BLOCKS];
     size_t count;
     size_t bytes;
-    bool isArmed;   // Closer will run when the thread ends
+    bool isArmed;   // Close will run when the thread ends
     bool isClosed;  // it has run
 
     Block* Take(size_t capacity) noexcept
@@ -55,18 +57,24 @@ struct Cache {
 };
 thread_local Cache t_cache{};
 
-struct Closer {
-    // Does nothing but touch the object, which makes its destructor run when the thread ends.
-    void Arm() noexcept { t_cache.isArmed = true; }
+void Close(void*)
+{
+    t_cache.isClosed = true;
+    std::for_each(t_cache.blocks, t_cache.blocks + t_cache.count, std::free);
+    t_cache.count = 0;
+}
 
-    ~Closer()
-    {
-        t_cache.isClosed = true;
-        std::for_each(t_cache.blocks, t_cache.blocks + t_cache.count, std::free);
-        t_cache.count = 0;
-    }
-};
-thread_local Closer t_closer;
+// Deliberate: a key and no object with a destructor. The C library ends the process when it has no memory to note the
+// latter.
+bool Arm() noexcept
+{
+    static const struct Key {
+        Key() noexcept : isMade(pthread_key_create(&key, Close) == 0) {}
+        pthread_key_t key;
+        const bool isMade;
+    } KEY;
+    return KEY.isMade && pthread_setspecific(KEY.key, &t_cache) == 0;
+}
 
 Block* Resize(Block* block, size_t capacity) noexcept
 {
@@ -100,10 +108,8 @@ uint8_t* Enlarge(uint8_t* data, size_t capacity) noexcept
 void Free(uint8_t* data) noexcept
 {
     Block* block = Block::Of(data);
-    if (!t_cache.isArmed) {
-        t_closer.Arm();
-    }
-    if (!t_cache.Keep(block)) {
+    t_cache.isArmed = t_cache.isArmed || Arm();
+    if (!t_cache.isArmed || !t_cache.Keep(block)) {
         std::free(block);
     }
 }

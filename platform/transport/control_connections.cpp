@@ -110,6 +110,7 @@ void ControlThread::HandOver(const std::shared_ptr<Session>& session, UniqueFd f
         session->ComeUp((*link)->Fd(), wait_.Epoll(), static_cast<Pollable*>(link->get()), identity);
     }
     if (!Post([this, link, kept = std::move(dialing)] { Adopt(std::move(*link)); })) {
+        link->reset();
         Abandon(session);
     }
 }
@@ -213,8 +214,17 @@ void ControlThread::OnAccepted(UniqueFd fd)
     const bool isTakingIn = std::exchange(isTakingIn_, true);
     kept.OnReady(0);
     isTakingIn_ = isTakingIn;
+    if (owned_.count(&kept) == 0) {
+        return;
+    }
     const uint32_t awaited = kept.IsComplete() ? 0U : static_cast<uint32_t>(EPOLLIN | EPOLLRDHUP);
-    if (owned_.count(&kept) != 0 && !AddPoll(kept.Fd(), awaited, &kept)) {
+    bool isAwaited = false;
+    try {
+        isAwaited = AddPoll(kept.Fd(), awaited, &kept);
+    } catch (const std::bad_alloc&) {
+        WarnLimited("out of memory", "a connection was refused");
+    }
+    if (!isAwaited) {
         OnConnectionSettled(&kept);
     }
 }
@@ -313,7 +323,7 @@ void ControlThread::TearDown(ControlLink& link)
     if (session->GetState() == Session::State::UP) {
         TakeInWhatWaits();
     }
-    link.StopPolling();
+    link.HangUp();  // Before anybody learns of the end: who calls the peer again then is not told that he has a session.
     if (LinkOf(session.get()) == &link) {
         links_.erase(session.get());
         Abandon(session);

@@ -26,7 +26,7 @@ ControlLink::ControlLink(ControlThread& control, std::shared_ptr<Session> sessio
 }
 
 void ControlLink::WatchProcess()
-{
+try {
     UniqueFd pidFd = OpenPeerPidFd(fd_.Get(), identity_.pid);
     if (pidFd.IsOpen()) {
         process_ = std::make_unique<Process>(*this, std::move(pidFd));
@@ -34,10 +34,13 @@ void ControlLink::WatchProcess()
             process_.reset();  // The end of the connection tells as well.
         }
     }
+} catch (const std::bad_alloc&) {
+    process_.reset();
 }
 
-void ControlLink::StopPolling()
+void ControlLink::HangUp()
 {
+    ::shutdown(fd_.Get(), SHUT_RDWR);
     control_.RemovePoll(fd_.Get(), this);
     if (process_ != nullptr) {
         control_.RemovePoll(process_->Fd(), process_.get());
@@ -138,7 +141,13 @@ void PendingConnection::OnReady(uint32_t)
 
 void PendingConnection::Retry()
 {
-    if (control_.OnHello(fd_, hello_, identity_)) {
+    bool isSettled = true;
+    try {
+        isSettled = control_.OnHello(fd_, hello_, identity_);
+    } catch (const std::bad_alloc&) {
+        WarnLimited("out of memory", "a connection was refused");
+    }
+    if (isSettled) {
         control_.OnConnectionSettled(this);
     } else {
         epoll_event quiet{};  // Its request may lie there already; it is read when the session is up.

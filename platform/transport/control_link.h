@@ -30,7 +30,8 @@ public:
     void BecomeAnswered() { answered_ = true; }
     // Ends the session when the peer's process has ended, whoever may still hold its sockets.
     void WatchProcess();
-    void StopPolling();
+    // The end: nothing is awaited any more, and the peer can see it.
+    void HangUp();
 
 private:
     class Process final : public Pollable {

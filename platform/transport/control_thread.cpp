@@ -59,14 +59,16 @@ bool ControlThread::Start()
     return isRunning_;
 }
 
-bool ControlThread::Post(std::function<void()> job)
+bool ControlThread::Post(std::function<void()> job) noexcept
 {
-    {
+    try {
         MutexLock lock(mutex_);
         if (!Open() || (!isHeldBack_ && !Start())) {
             return false;
         }
         jobs_.push_back(std::move(job));
+    } catch (const std::bad_alloc&) {
+        return false;
     }
     wait_.Signal();
     return true;
@@ -88,14 +90,18 @@ bool ControlThread::LetGo()
 
 bool ControlThread::Listen(UniqueFd fd)
 {
-    const auto shared = std::make_shared<UniqueFd>(std::move(fd));
-    return Post([this, shared] {
-        auto listener = std::make_unique<Listener>(*this, std::move(*shared));
-        listeners_.push_back(listener.get());
-        if (!AddPoll(listener->Fd(), EPOLLIN, listener.get())) {
-            RestListener(listener->Fd(), listener.get());
+    auto listener = std::make_unique<Listener>(*this, std::move(fd));
+    Listener* const kept = listener.get();
+    const auto owner = std::make_shared<std::unique_ptr<Pollable>>(std::move(listener));
+    return Post([this, kept, owner] {
+        if (*owner != nullptr) {
+            listeners_.reserve(listeners_.size() + 1);
+            Own(std::move(*owner));
+            listeners_.push_back(kept);
         }
-        Own(std::move(listener));
+        if (!AddPoll(kept->Fd(), EPOLLIN, kept)) {
+            RestListener(kept->Fd(), kept);
+        }
         Core::Get().Workers().EnsureSpare();  // for the first request
     });
 }
@@ -117,15 +123,16 @@ void ControlThread::FlushLater(const std::shared_ptr<Session>& session, Connecti
 
 void ControlThread::ExpectIdleLanes()
 {
-    if (!expectsIdleLanes_.load(std::memory_order_relaxed) && !expectsIdleLanes_.exchange(true)) {
-        Post([this] { nextIdleSweep_ = Clock::now() + IDLE_SWEEP_PERIOD; });
+    if (!expectsIdleLanes_.load(std::memory_order_relaxed) && !expectsIdleLanes_.exchange(true) &&
+        !Post([this] { nextIdleSweep_ = Clock::now() + IDLE_SWEEP_PERIOD; })) {
+        expectsIdleLanes_.store(false);  // The next lane that becomes idle says so again.
     }
 }
 
-void ControlThread::Own(std::unique_ptr<Pollable> pollable)
+void ControlThread::Own(std::unique_ptr<Pollable>&& pollable)
 {
-    const Pollable* const key = pollable.get();
-    owned_.emplace(key, std::move(pollable));
+    std::unique_ptr<Pollable>& place = owned_[pollable.get()];
+    place = std::move(pollable);
 }
 
 void ControlThread::Disown(Pollable* pollable)
@@ -173,7 +180,7 @@ void ControlThread::Run()
         for (int i = 0; i < ready; ++i) {
             auto* const pollable = static_cast<Pollable*>(events[i].data.ptr);
             if (pollable == nullptr) {
-                RunJobs();
+                Contain([this] { RunJobs(); });
             } else if (polled_.count(pollable) != 0) {  // not removed by an earlier event of this turn
                 Contain([&] { pollable->OnReady(events[i].events); });
             }
@@ -186,13 +193,19 @@ void ControlThread::Run()
 void ControlThread::RunJobs()
 {
     wait_.Take();
-    std::deque<std::function<void()>> jobs;
-    {
-        MutexLock lock(mutex_);
-        jobs.swap(jobs_);
-    }
-    for (const auto& job : jobs) {
-        Contain(job);
+    for (;;) {
+        if (jobsInHand_.empty()) {
+            MutexLock lock(mutex_);
+            jobsInHand_.swap(jobs_);
+        }
+        if (jobsInHand_.empty()) {
+            return;
+        }
+        for (; jobsDone_ < jobsInHand_.size(); ++jobsDone_) {
+            jobsInHand_[jobsDone_]();
+        }
+        jobsInHand_.clear();
+        jobsDone_ = 0;
     }
 }
 
@@ -201,7 +214,7 @@ int ControlThread::TickMilliseconds() const
     if (!flushing_.empty()) {
         return 5;
     }
-    if (!stalled_.empty() || !connecting_.empty()) {
+    if (!stalled_.empty() || !connecting_.empty() || !jobsInHand_.empty()) {
         return 20;
     }
     if (!pending_.empty() || !impatient_.empty() || !resting_.empty() || !expected_.empty()) {
@@ -212,6 +225,9 @@ int ControlThread::TickMilliseconds() const
 
 void ControlThread::OnTick(Clock::time_point now)
 {
+    if (!jobsInHand_.empty()) {
+        RunJobs();
+    }
     if (std::exchange(retriesParked_, false)) {
         RetryParked();
     }

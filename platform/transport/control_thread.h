@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <unordered_map>
@@ -98,11 +97,11 @@ private:
         std::atomic<int>& count_;
     };
 
-    void Own(std::unique_ptr<Pollable> pollable);
+    void Own(std::unique_ptr<Pollable>&& pollable);
     void Disown(Pollable* pollable);
     bool Open() TAVO_REQUIRES(mutex_);
     bool Start() TAVO_REQUIRES(mutex_);
-    bool Post(std::function<void()> job);
+    bool Post(std::function<void()> job) noexcept;
     // Between the two a thread that does not run yet is not started: jobs wait. Of use to the one who makes the first
     // connection, since before it nobody else has anything to ask for.
     bool HoldBack();
@@ -135,13 +134,15 @@ private:
     Mutex mutex_;
     bool isRunning_ TAVO_GUARDED_BY(mutex_) = false;
     bool isHeldBack_ TAVO_GUARDED_BY(mutex_) = false;
-    std::deque<std::function<void()>> jobs_ TAVO_GUARDED_BY(mutex_);
+    std::vector<std::function<void()>> jobs_ TAVO_GUARDED_BY(mutex_);
     std::atomic<bool> expectsIdleLanes_{false};
     std::atomic<int> dialing_{0};
 
     const std::unique_ptr<Pollable> waitingWork_;
 
     // The rest belongs to the control thread alone.
+    std::vector<std::function<void()>> jobsInHand_;  // not empty between turns: one lacked memory, and is done again
+    size_t jobsDone_ = 0;                            // of them
     std::unordered_set<const Pollable*> polled_;
     std::unordered_map<const Pollable*, std::unique_ptr<Pollable>> owned_;
     std::vector<std::unique_ptr<Pollable>> disowned_;  // until the events in hand are done

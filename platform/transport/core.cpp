@@ -213,8 +213,8 @@ uint64_t Core::Export(const sptr<IPCObjectStub>& object)
     ObjectGate& gate = GateOf(*object);
     MutexLock lock(objectsMutex_);
     if (gate.serial == 0) {
+        exported_.emplace(lastSerial_ + 1, object);
         gate.serial = ++lastSerial_;
-        exported_.emplace(gate.serial, object);
     }
     return gate.serial;
 }

@@ -21,11 +21,16 @@ constexpr size_t SCRATCH_BYTES = 32 * 1024;
 constexpr int STAY_REQUESTS = 32;             // so that other lanes get their turn
 constexpr std::chrono::milliseconds STAY{1};  // how long a worker waits for a busy lane's next request
 
-// One per serving thread, kept for its life.
+// One per serving thread, kept for its life. Deliberate: no object with a destructor, for want of whose place in a list
+// the C library would end the process.
+thread_local uint8_t* t_scratch = nullptr;
+
 uint8_t* Scratch()
 {
-    thread_local const std::unique_ptr<uint8_t[]> scratch(new uint8_t[SCRATCH_BYTES]);
-    return scratch.get();
+    if (t_scratch == nullptr) {
+        t_scratch = new uint8_t[SCRATCH_BYTES];
+    }
+    return t_scratch;
 }
 
 }  // namespace
@@ -47,6 +52,11 @@ InLane::InLane(UniqueFd fd, ConnectionKind kind, uint64_t number, std::shared_pt
 }
 
 InLane::~InLane() = default;
+
+void InLane::EndOfThread() noexcept
+{
+    delete[] std::exchange(t_scratch, nullptr);
+}
 
 void InLane::Join(int epoll)
 {

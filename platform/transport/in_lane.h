@@ -35,6 +35,8 @@ public:
     void Join(int epoll);
     // Handles what there is, after the epoll reported `events`.
     void Serve(uint32_t events);
+    // Gives back what the calling thread kept for serving lanes.
+    static void EndOfThread() noexcept;
     // Any thread: wakes the lane for its end.
     void ShutDown() noexcept;
 

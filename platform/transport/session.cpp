@@ -78,6 +78,9 @@ void Session::ComeUp(int controlFd, int controlEpoll, void* tag, const PeerIdent
         controlFd_ = controlFd;
         controlEpoll_ = controlEpoll;
         controlTag_ = tag;
+        if (isBroken_) {
+            EndControlLocked();
+        }
         FlushControlLocked();
     }
     suspect_.store(false, std::memory_order_relaxed);
@@ -193,9 +196,10 @@ void Session::Post(const ControlRecord& record)
     PostLocked(record);
 }
 
-// Ends the session, by way of the control thread.
+// Ends the session, by way of the control thread; one that is not up yet as soon as it is.
 void Session::EndControlLocked()
 {
+    isBroken_ = true;
     if (controlFd_ >= 0) {
         ::shutdown(controlFd_, SHUT_RDWR);
     }

@@ -150,7 +150,20 @@ private:
         uint64_t serial;
         uint64_t count;
     };
-    using Leftovers = std::vector<sptr<IRemoteObject>>;  // dropped after the lock
+    // References to be dropped after the lock; the first takes no memory.
+    struct Leftovers {
+        sptr<IRemoteObject> first;
+        std::vector<sptr<IRemoteObject>> others;
+
+        void Add(sptr<IRemoteObject> object)
+        {
+            if (first == nullptr) {
+                first = std::move(object);
+            } else {
+                others.push_back(std::move(object));
+            }
+        }
+    };
 
     std::shared_ptr<CallLane> TakeLane(Deadline deadline, int& status);
     std::shared_ptr<CallLane> TakeIdleLane() TAVO_REQUIRES(mutex_);
@@ -214,6 +227,7 @@ private:
     void* controlTag_ TAVO_GUARDED_BY(controlMutex_) = nullptr;
     std::vector<uint8_t> unsent_ TAVO_GUARDED_BY(controlMutex_);
     bool asksForRoom_ TAVO_GUARDED_BY(controlMutex_) = false;  // of the epoll, to send the rest
+    bool isBroken_ TAVO_GUARDED_BY(controlMutex_) = false;     // something could not be said
     bool hasGivenWay_ TAVO_GUARDED_BY(controlMutex_) = false;
 
     LaneKey releaseAfterLane_;         // control thread only: from AFTER, for the next RELEASE

@@ -261,7 +261,7 @@ void Session::TakeBack(Passed& passed, Leftovers& leftovers)
         LowerHeld(serial, 1, leftovers);
     }
     for (auto& borrowed : passed.borrowed) {
-        leftovers.push_back(std::move(borrowed));
+        leftovers.Add(std::move(borrowed));
     }
 }
 
@@ -273,7 +273,7 @@ bool Session::LowerHeld(uint64_t serial, uint64_t count, Leftovers& leftovers)
     }
     found->second.count -= count;
     if (found->second.count == 0) {
-        leftovers.emplace_back(found->second.object);
+        leftovers.Add(std::move(found->second.object));
         held_.erase(found);
     }
     return true;

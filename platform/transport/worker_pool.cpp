@@ -132,6 +132,7 @@ void WorkerPool::Run()
         epoll_event event{};
         const int ready = ::epoll_wait(wait_.Epoll(), &event, 1, IDLE_MILLISECONDS);
         if (ready == 0 && RetireIdle()) {
+            InLane::EndOfThread();
             return;
         }
         if (ready <= 0) {

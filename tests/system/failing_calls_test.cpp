@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A system call that fails once in a game costs it what was under way, wherever it is, and no more.
+// A system call or an allocation that fails once in a game costs it what was under way, wherever it is, and no more.
 #include <chrono>
 #include <fstream>
 #include <sstream>
@@ -66,6 +66,25 @@ TEST_F(FailingCalls, OneFailureCostsWhatWasUnderWay)
             EXPECT_TRUE(HasFailed() || nth > 1) << "the row shows nothing";
         }
     }
+}
+
+TEST_F(FailingCalls, OneAllocationCostsWhatWasUnderWay)
+{
+    constexpr int FEWEST = 100;  // allocations of a first contact and the operations after it
+    WriteRealAbility("laptop");
+    StartManager();
+    ASSERT_TRUE(IsServedAgain());
+    std::string outcome;
+    int nth = 0;
+    do {
+        ++nth;
+        const Clock::time_point start = Clock::now();
+        Child game = Child::Start({TestSupport::ProgramPath("system_memory_client"), std::to_string(nth)});
+        outcome = game.WaitForExit();
+        EXPECT_TRUE(outcome == "exit 0" || outcome == "exit 2") << nth << ": " << outcome;
+        EXPECT_LT(Clock::now() - start, std::chrono::seconds(2)) << nth << ": no call to the manager was to time out";
+    } while (outcome != "exit 2" && !HasFailure());
+    EXPECT_GT(nth, FEWEST);
 }
 
 }  // namespace

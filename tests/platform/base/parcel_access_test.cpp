@@ -3,6 +3,7 @@
 #include "base/parcel_access.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <cstring>
 #include <limits>
@@ -113,27 +114,25 @@ TEST(ParcelBuffer, SmallBuffersAreUsedAgainUpToABound)
     }
 }
 
-// Destroyed after the thread's kept buffers, since it was there before them.
-struct LateParcel {
-    ~LateParcel()
-    {
-        parcel.reset();
-        Parcel after;
-        EXPECT_TRUE(after.WriteInt32(1));
-        EXPECT_NE(CapacityOf(after), 2000u) << "nothing may be kept any more: nobody would free it";
-    }
-    std::unique_ptr<Parcel> parcel;
-};
+// Ends after the thread's kept buffers: what threads keep under keys ends in the order in which the keys were made.
+void EndLate(void* parcel)
+{
+    delete static_cast<Parcel*>(parcel);
+    Parcel after;
+    EXPECT_TRUE(after.WriteInt32(1));
+    EXPECT_NE(CapacityOf(after), 2000u) << "nothing may be kept any more: nobody would free it";
+}
 
 TEST(ParcelBuffer, ParcelsMayOutliveTheCacheOfTheirThread)
 {
-    InFreshThread([] {
-        static thread_local LateParcel late;
-        late.parcel = ParcelWith(2000);
+    ParcelWith(10);  // makes the key of the buffers
+    pthread_key_t key{};
+    ASSERT_EQ(pthread_key_create(&key, EndLate), 0);
+    InFreshThread([key] {
+        ASSERT_EQ(pthread_setspecific(key, ParcelWith(2000).release()), 0);
         ParcelWith(3000);  // the first to be freed: from here on the thread keeps buffers
     });
-    static LateParcel atExit;
-    atExit.parcel = ParcelWith(2000);
+    pthread_key_delete(key);
 }
 
 }  // namespace
