@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// How long the first call takes when the service is down, from its start by the manager to the answer, beside the start
-// of a program that is linked as the service is and answers at once. All on one processor: where the scheduler puts three
-// processes that wake each other for the first time differs from run to run by more than is measured here.
+// How long the first call takes when the service is down, from its start by the manager to the answer, beside the
+// start of a program that is linked as the service is and answers at once. All on one processor: where the scheduler
+// puts three processes that wake each other for the first time differs from run to run by more than is measured here.
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>

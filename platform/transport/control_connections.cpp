@@ -323,7 +323,7 @@ void ControlThread::TearDown(ControlLink& link)
     if (session->GetState() == Session::State::UP) {
         TakeInWhatWaits();
     }
-    link.HangUp();  // Before anybody learns of the end: who calls the peer again then is not told that he has a session.
+    link.HangUp();  // Before anybody learns of the end, or who calls the peer again is told that he has a session.
     if (LinkOf(session.get()) == &link) {
         links_.erase(session.get());
         Abandon(session);

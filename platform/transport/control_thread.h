@@ -55,8 +55,8 @@ public:
     void FlushLater(const std::shared_ptr<Session>& session, ConnectionKind kind);
     // Some session has an idle lane, to be closed after a while.
     void ExpectIdleLanes();
-    // The last free worker is about to take work: when more comes for them, another is started. A worker that is started
-    // in advance would have to be waited for by the first request. False when that cannot be.
+    // The last free worker is about to take work: when more comes for them, another is started. The first request would
+    // have to wait for one that is started in advance. False when that cannot be.
     bool WatchWorkers() noexcept;
 
     // ---- the control thread, from its pollables

@@ -149,7 +149,7 @@ void ProxyObject::TellRecipients()
             if (recipients_.empty()) {
                 return;
             }
-            recipient = std::move(recipients_.front());
+            recipient = std::move(recipients_.front());  // NOLINT(clang-analyzer-core.NonNullParamChecker): not empty
             recipients_.erase(recipients_.begin());
         }
         try {

@@ -38,7 +38,7 @@ std::string RuntimeDir::DefaultPath()
         const char* value = std::getenv(name);
         return value != nullptr ? value : "";
     };
-    if (const std::string own = variable("TAVO_RUNTIME_DIR"); !own.empty()) {
+    if (std::string own = variable("TAVO_RUNTIME_DIR"); !own.empty()) {
         return own;
     }
     if (const std::string session = variable("XDG_RUNTIME_DIR"); !session.empty()) {

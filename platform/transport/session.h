@@ -65,7 +65,7 @@ public:
     void SetPeer(const Instance& peer) { peer_ = peer; }
     // The control connection stands: what waited is sent and callers go on.
     void ComeUp(int controlFd, int controlEpoll, void* tag, const PeerIdentity& identity);
-    // The peer called us. False when our own call, which is on its way, `prevails`; else ours comes too late from now on.
+    // The peer called us. False when our own call, which is on its way, `prevails`; else ours comes too late now.
     bool GiveWay(bool prevails);
     // The peer refused our call: it has called us, or will.
     void TakeHelloBack();

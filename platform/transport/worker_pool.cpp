@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Grows when there is more work than workers, and after the work of the last free one; shrinks after a while without any.
+// Grows when there is more work than workers, and after the work of the last free one; shrinks after a while without.
 #include "transport/worker_pool.h"
 
 #include <sys/epoll.h>

@@ -44,6 +44,7 @@ private:
 
 }  // namespace
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): taken apart
 AbilityRegistry::AbilityRegistry(const Transport::RuntimeDir& dir, AbilityFiles files) : dir_(dir)
 {
     for (auto& [id, file] : files) {
