@@ -47,9 +47,6 @@ void End()
 
 void Pin(int processor)
 {
-    if (processor == ANYWHERE) {
-        return;
-    }
     cpu_set_t set;
     CPU_ZERO(&set);
     CPU_SET(processor, &set);

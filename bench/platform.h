@@ -5,8 +5,6 @@
 
 namespace Bench {
 
-constexpr int ANYWHERE = -1;  // in place of a processor: all that the program began with
-
 // Who answers: the real service, or the one of service.cpp.
 enum class Service { REAL, BENCH };
 
@@ -20,7 +18,7 @@ public:
     Platform& operator=(const Platform&) = delete;
 };
 
-// Keeps the calling process on one processor; does nothing for ANYWHERE.
+// Keeps the calling process on one processor.
 void Pin(int processor);
 
 }  // namespace Bench

@@ -42,22 +42,15 @@ try {
 }
 
 void ControlThread::ConnectManager(const std::shared_ptr<Session>& session, Deadline deadline)
-{
-    bool isMade = HoldBack();
-    try {
-        if (isMade) {
-            CallManager(session, deadline);
+try {
+    {
+        MutexLock lock(mutex_);
+        if (!Open()) {
+            lock.Unlock();
+            Abandon(session);
+            return;
         }
-    } catch (const std::bad_alloc&) {
-        isMade = false;
     }
-    if (!LetGo() || !isMade) {
-        Abandon(session);
-    }
-}
-
-void ControlThread::CallManager(const std::shared_ptr<Session>& session, Deadline deadline)
-{
     auto dialing = std::make_shared<Dialing>(dialing_);
     UniqueFd fd = Dial(*session);
     if (!fd.IsOpen()) {
@@ -67,11 +60,12 @@ void ControlThread::CallManager(const std::shared_ptr<Session>& session, Deadlin
     if (ObjectGate::Exists()) {
         Core::Get().EnsureListening();  // Others will call them; the manager reads the hello meanwhile.
     }
-    LetGo();
     Hello answer;
     const bool isAccepted = PollUntil(fd.Get(), POLLIN, deadline) && PeekNow(fd.Get(), &answer, sizeof(answer)) &&
                             answer.IsAcceptance() && Core::Get().FindSession(answer.instance) == nullptr;
     HandOver(session, std::move(fd), isAccepted ? &answer : nullptr, std::move(dialing));
+} catch (const std::bad_alloc&) {
+    Abandon(session);
 }
 
 UniqueFd ControlThread::Dial(Session& session)
@@ -102,6 +96,8 @@ void ControlThread::HandOver(const std::shared_ptr<Session>& session, UniqueFd f
     const PeerIdentity identity = ReadPeerIdentity(fd.Get());
     const auto link = std::make_shared<std::unique_ptr<ControlLink>>(
         std::make_unique<ControlLink>(*this, session, std::move(fd), identity, answer != nullptr));
+    // All that takes memory first: a session that is up has its connection until its end is known.
+    std::function<void()> adopt = [this, link, kept = std::move(dialing)] { Adopt(std::move(*link)); };
     if (answer != nullptr) {
         Hello taken;
         ReceiveNow((*link)->Fd(), &taken, sizeof(taken));
@@ -109,8 +105,8 @@ void ControlThread::HandOver(const std::shared_ptr<Session>& session, UniqueFd f
         Core::Get().AddSession(session);
         session->ComeUp((*link)->Fd(), wait_.Epoll(), static_cast<Pollable*>(link->get()), identity);
     }
-    if (!Post([this, link, kept = std::move(dialing)] { Adopt(std::move(*link)); })) {
-        link->reset();
+    if (!Post(std::move(adopt))) {
+        (*link)->ShutDown();
         Abandon(session);
     }
 }
@@ -139,9 +135,10 @@ bool ControlThread::AddLink(std::unique_ptr<ControlLink> link)
 {
     const std::shared_ptr<Session> session = link->GetSession();
     ControlLink* const kept = link.get();
+    std::unique_ptr<Pollable> owner = std::move(link);
     bool isAdded = false;
     try {
-        Own(std::move(link));
+        Own(std::move(owner));
         links_[session.get()] = kept;
         isAdded = AddPoll(kept->Fd(), EPOLLIN | EPOLLRDHUP, kept);
     } catch (const std::bad_alloc&) {
@@ -149,8 +146,8 @@ bool ControlThread::AddLink(std::unique_ptr<ControlLink> link)
     }
     if (!isAdded) {
         links_.erase(session.get());
+        Abandon(session);  // First: it may write to the connection until then.
         owned_.erase(kept);
-        Abandon(session);
     }
     return isAdded;
 }

@@ -38,9 +38,14 @@ try {
     process_.reset();
 }
 
-void ControlLink::HangUp()
+void ControlLink::ShutDown() noexcept
 {
     ::shutdown(fd_.Get(), SHUT_RDWR);
+}
+
+void ControlLink::HangUp()
+{
+    ShutDown();
     control_.RemovePoll(fd_.Get(), this);
     if (process_ != nullptr) {
         control_.RemovePoll(process_->Fd(), process_.get());

@@ -30,6 +30,8 @@ public:
     void BecomeAnswered() { answered_ = true; }
     // Ends the session when the peer's process has ended, whoever may still hold its sockets.
     void WatchProcess();
+    // Any thread: lets the peer see the end.
+    void ShutDown() noexcept;
     // The end: nothing is awaited any more, and the peer can see it.
     void HangUp();
 

@@ -63,7 +63,7 @@ bool ControlThread::Post(std::function<void()> job) noexcept
 {
     try {
         MutexLock lock(mutex_);
-        if (!Open() || (!isHeldBack_ && !Start())) {
+        if (!Start()) {
             return false;
         }
         jobs_.push_back(std::move(job));
@@ -72,20 +72,6 @@ bool ControlThread::Post(std::function<void()> job) noexcept
     }
     wait_.Signal();
     return true;
-}
-
-bool ControlThread::HoldBack()
-{
-    MutexLock lock(mutex_);
-    isHeldBack_ = Open() && !isRunning_;
-    return Open();
-}
-
-bool ControlThread::LetGo()
-{
-    MutexLock lock(mutex_);
-    isHeldBack_ = false;
-    return jobs_.empty() || Start();
 }
 
 bool ControlThread::Listen(UniqueFd fd)

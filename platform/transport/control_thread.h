@@ -102,16 +102,11 @@ private:
     bool Open() TAVO_REQUIRES(mutex_);
     bool Start() TAVO_REQUIRES(mutex_);
     bool Post(std::function<void()> job) noexcept;
-    // Between the two a thread that does not run yet is not started: jobs wait. Of use to the one who makes the first
-    // connection, since before it nobody else has anything to ask for.
-    bool HoldBack();
-    bool LetGo();
     void Run();
     void RunJobs();
     int TickMilliseconds() const;
     void OnTick(Clock::time_point now);
     void Connect(const std::shared_ptr<Session>& session, Clock::time_point giveUp);
-    void CallManager(const std::shared_ptr<Session>& session, Deadline deadline);
     // Connects and says hello; not open, and errno says why, when that was not to be.
     UniqueFd Dial(Session& session);
     // Why is in errno.
@@ -133,7 +128,6 @@ private:
     WaitSet wait_{WaitSet::Jobs::ALL};
     Mutex mutex_;
     bool isRunning_ TAVO_GUARDED_BY(mutex_) = false;
-    bool isHeldBack_ TAVO_GUARDED_BY(mutex_) = false;
     std::vector<std::function<void()>> jobs_ TAVO_GUARDED_BY(mutex_);
     std::atomic<bool> expectsIdleLanes_{false};
     std::atomic<int> dialing_{0};

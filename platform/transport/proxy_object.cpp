@@ -25,11 +25,10 @@ int ProxyObject::SendRequest(uint32_t code, MessageParcel& data, MessageParcel& 
         return IPC_UNAVAILABLE;
     }
     const Life life = GetLife();
-    if (option.IsOneWay() && life == Life::ALIVE && session_->GetState() == Session::State::UP) {
-        // It waits for nothing, and need not know the time.
-        return session_->SendOneWay(ConnectionKind::ONE_WAY_LANE, serial_, code, data, Deadline(), lastOneWay);
-    }
-    const Deadline deadline = Clock::now() + std::chrono::seconds(std::max(option.GetWaitTime(), 1));
+    // A one-way request that waits for nothing need not know the time.
+    const bool waits = !option.IsOneWay() || life != Life::ALIVE || session_->GetState() != Session::State::UP;
+    const Deadline deadline =
+        waits ? Clock::now() + std::chrono::seconds(std::max(option.GetWaitTime(), 1)) : Deadline();
     if (option.IsOneWay()) {
         const int status = Ready(deadline);
         return status != IPC_OK

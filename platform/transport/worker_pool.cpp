@@ -94,6 +94,12 @@ bool WorkerPool::EnsureSpare()
     return HasSpare() || (MaySpawn() && Spawn());
 }
 
+bool WorkerPool::MayGrow()
+{
+    MutexLock lock(mutex_);
+    return MaySpawn();
+}
+
 bool WorkerPool::MaySpawn() const
 {
     return total_ - outgoing_ < max_ && total_ < static_cast<int>(IpcThreads::MAX_THREADS);
@@ -139,7 +145,7 @@ void WorkerPool::Run()
             continue;
         }
         idle_.fetch_sub(1, std::memory_order_relaxed);
-        if (!HasSpare() && !Core::Get().Control().WatchWorkers()) {
+        if (!HasSpare() && MayGrow() && !Core::Get().Control().WatchWorkers()) {
             EnsureSpare();
         }
         if (event.data.ptr == nullptr) {  // anything else is a lane

@@ -46,6 +46,7 @@ private:
     // Starts one more thread if the limits allow; false when the system refused.
     bool Spawn() TAVO_REQUIRES(mutex_);
     bool MaySpawn() const TAVO_REQUIRES(mutex_);
+    bool MayGrow();
     bool RetireIdle();
     void RunOneJob();
 
