@@ -31,9 +31,9 @@ void ControlThread::Connect(const std::shared_ptr<Session>& session)
 void ControlThread::Connect(const std::shared_ptr<Session>& session, Clock::time_point giveUp)
 try {
     auto dialing = std::make_shared<Dialing>(dialing_);
-    UniqueFd fd = Dial(*session);
-    if (fd.IsOpen()) {
-        HandOver(session, std::move(fd), nullptr, std::move(dialing));
+    std::unique_ptr<ControlLink> link = Dial(session);
+    if (link != nullptr) {
+        HandOver(std::move(link), nullptr, std::move(dialing));
     } else {
         NotDialed(session, giveUp);
     }
@@ -52,8 +52,8 @@ try {
         }
     }
     auto dialing = std::make_shared<Dialing>(dialing_);
-    UniqueFd fd = Dial(*session);
-    if (!fd.IsOpen()) {
+    std::unique_ptr<ControlLink> link = Dial(session);
+    if (link == nullptr) {
         NotDialed(session, Clock::now() + CONNECT_PATIENCE);
         return;
     }
@@ -61,22 +61,27 @@ try {
         Core::Get().EnsureListening();  // Others will call them; the manager reads the hello meanwhile.
     }
     Hello answer;
-    const bool isAccepted = PollUntil(fd.Get(), POLLIN, deadline) && PeekNow(fd.Get(), &answer, sizeof(answer)) &&
+    const bool isAccepted = PollUntil(link->Fd(), POLLIN, deadline) && PeekNow(link->Fd(), &answer, sizeof(answer)) &&
                             answer.IsAcceptance() && Core::Get().FindSession(answer.instance) == nullptr;
-    HandOver(session, std::move(fd), isAccepted ? &answer : nullptr, std::move(dialing));
+    HandOver(std::move(link), isAccepted ? &answer : nullptr, std::move(dialing));
 } catch (const std::bad_alloc&) {
     Abandon(session);
 }
 
-UniqueFd ControlThread::Dial(Session& session)
+std::unique_ptr<ControlLink> ControlThread::Dial(const std::shared_ptr<Session>& session)
 {
-    UniqueFd fd = ConnectStreamNow(Core::Get().SocketPath(session.Path()));
-    if (fd.IsOpen() && !session.SayHello(fd.Get())) {
+    UniqueFd fd = ConnectStreamNow(Core::Get().SocketPath(session->Path()));
+    if (!fd.IsOpen()) {
+        return nullptr;
+    }
+    const PeerIdentity identity = ReadPeerIdentity(fd.Get());
+    auto link = std::make_unique<ControlLink>(*this, session, std::move(fd), identity, false);
+    if (!session->SayHello(link->Fd())) {
         const int reason = errno;
-        fd.Reset();
+        link.reset();
         errno = reason;
     }
-    return fd;
+    return link;
 }
 
 void ControlThread::NotDialed(const std::shared_ptr<Session>& session, Clock::time_point giveUp)
@@ -90,20 +95,19 @@ void ControlThread::NotDialed(const std::shared_ptr<Session>& session, Clock::ti
     }
 }
 
-void ControlThread::HandOver(const std::shared_ptr<Session>& session, UniqueFd fd, const Hello* answer,
-                             std::shared_ptr<Dialing> dialing)
+void ControlThread::HandOver(std::unique_ptr<ControlLink> dialed, const Hello* answer, std::shared_ptr<Dialing> dialing)
 {
-    const PeerIdentity identity = ReadPeerIdentity(fd.Get());
-    const auto link = std::make_shared<std::unique_ptr<ControlLink>>(
-        std::make_unique<ControlLink>(*this, session, std::move(fd), identity, answer != nullptr));
+    const std::shared_ptr<Session> session = dialed->GetSession();
+    const auto link = std::make_shared<std::unique_ptr<ControlLink>>(std::move(dialed));
     // All that takes memory first: a session that is up has its connection until its end is known.
     std::function<void()> adopt = [this, link, kept = std::move(dialing)] { Adopt(std::move(*link)); };
     if (answer != nullptr) {
         Hello taken;
         ReceiveNow((*link)->Fd(), &taken, sizeof(taken));
+        (*link)->BecomeAnswered();
         session->SetPeer(answer->instance);
         Core::Get().AddSession(session);
-        session->ComeUp((*link)->Fd(), wait_.Epoll(), static_cast<Pollable*>(link->get()), identity);
+        session->ComeUp((*link)->Fd(), wait_.Epoll(), static_cast<Pollable*>(link->get()), (*link)->Identity());
     }
     if (!Post(std::move(adopt))) {
         (*link)->ShutDown();
@@ -306,6 +310,7 @@ void ControlThread::Establish(const std::shared_ptr<Session>& session, UniqueFd 
     session->ComeUp(kept.Fd(), wait_.Epoll(), static_cast<Pollable*>(&kept), identity);
     kept.WatchProcess();
     retriesParked_ = true;
+    kept.OnReady(EPOLLIN);  // What follows the hello was said before any end of others that is still to be acted on.
 }
 
 ControlLink* ControlThread::LinkOf(const Session* session) const

@@ -25,6 +25,11 @@ ControlLink::ControlLink(ControlThread& control, std::shared_ptr<Session> sessio
 {
 }
 
+ControlLink::~ControlLink()
+{
+    session_->ForgetConnection(fd_.Get());
+}
+
 void ControlLink::WatchProcess()
 try {
     UniqueFd pidFd = OpenPeerPidFd(fd_.Get(), identity_.pid);

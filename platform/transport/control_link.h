@@ -18,6 +18,9 @@ public:
     // `answered`: the hellos are exchanged. Otherwise the answer is awaited.
     ControlLink(ControlThread& control, std::shared_ptr<Session> session, UniqueFd fd, const PeerIdentity& identity,
                 bool answered);
+    ~ControlLink() override;
+    ControlLink(const ControlLink&) = delete;
+    ControlLink& operator=(const ControlLink&) = delete;
 
     void OnReady(uint32_t events) override;
     // Reads what lies there, then ends the session: the peer's process is gone.

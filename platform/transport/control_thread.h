@@ -107,13 +107,12 @@ private:
     int TickMilliseconds() const;
     void OnTick(Clock::time_point now);
     void Connect(const std::shared_ptr<Session>& session, Clock::time_point giveUp);
-    // Connects and says hello; not open, and errno says why, when that was not to be.
-    UniqueFd Dial(Session& session);
+    // Connects and says hello; null, and errno says why, when that was not to be.
+    std::unique_ptr<ControlLink> Dial(const std::shared_ptr<Session>& session);
     // Why is in errno.
     void NotDialed(const std::shared_ptr<Session>& session, Clock::time_point giveUp);
-    // Makes a link of a connection on which hello was said; with the `answer` that lies there the session comes up now.
-    void HandOver(const std::shared_ptr<Session>& session, UniqueFd fd, const Hello* answer,
-                  std::shared_ptr<Dialing> dialing);
+    // Gives a link on which hello was said to this thread; with the `answer` that lies there the session comes up now.
+    void HandOver(std::unique_ptr<ControlLink> dialed, const Hello* answer, std::shared_ptr<Dialing> dialing);
     void Adopt(std::unique_ptr<ControlLink> link);
     void TryConnect(const Retry& retry);
     void Establish(const std::shared_ptr<Session>& session, UniqueFd fd, const PeerIdentity& identity);

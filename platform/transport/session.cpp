@@ -49,6 +49,8 @@ bool Session::SayHello(int fd)
             return false;
         }
         hasSaidHello_ = true;
+        controlFd_ = fd;
+        FlushControlLocked();
     }
     {
         MutexLock lock(mutex_);  // Whoever is about to wait has not looked yet.
@@ -61,6 +63,9 @@ bool Session::GiveWay(bool prevails)
 {
     MutexLock lock(controlMutex_);
     hasGivenWay_ = hasGivenWay_ || !(hasSaidHello_ && prevails);
+    if (hasGivenWay_) {
+        ForgetConnectionLocked();
+    }
     return hasGivenWay_;
 }
 
@@ -68,6 +73,21 @@ void Session::TakeHelloBack()
 {
     MutexLock lock(controlMutex_);
     hasSaidHello_ = false;
+    ForgetConnectionLocked();
+}
+
+void Session::ForgetConnection(int fd)
+{
+    MutexLock lock(controlMutex_);
+    if (controlFd_ == fd) {
+        ForgetConnectionLocked();
+    }
+}
+
+void Session::ForgetConnectionLocked()
+{
+    controlFd_ = -1;
+    saidEarly_ = 0;
 }
 
 void Session::ComeUp(int controlFd, int controlEpoll, void* tag, const PeerIdentity& identity)
@@ -78,6 +98,8 @@ void Session::ComeUp(int controlFd, int controlEpoll, void* tag, const PeerIdent
         controlFd_ = controlFd;
         controlEpoll_ = controlEpoll;
         controlTag_ = tag;
+        unsent_.erase(unsent_.begin(), unsent_.begin() + static_cast<std::ptrdiff_t>(saidEarly_));
+        saidEarly_ = 0;
         if (isBroken_) {
             EndControlLocked();
         }
@@ -97,7 +119,7 @@ void Session::Die()
 {
     {
         MutexLock lock(controlMutex_);
-        controlFd_ = -1;
+        ForgetConnectionLocked();
         unsent_.clear();
     }
     std::vector<std::shared_ptr<CallLane>> callLanes;
@@ -233,6 +255,10 @@ bool Session::FlushControl()
 bool Session::FlushControlLocked()
 {
     if (controlFd_ < 0) {
+        return true;
+    }
+    if (controlEpoll_ < 0) {  // They count only if the hello is accepted, so they stay until then.
+        saidEarly_ += SendNow(controlFd_, unsent_.data() + saidEarly_, unsent_.size() - saidEarly_).bytes;
         return true;
     }
     if (unsent_.empty() && !asksForRoom_) {

@@ -69,6 +69,8 @@ public:
     bool GiveWay(bool prevails);
     // The peer refused our call: it has called us, or will.
     void TakeHelloBack();
+    // The connection is about to be closed.
+    void ForgetConnection(int fd);
     // Everything that ends with the session; idempotent.
     void Die();
     // Sends what could not be sent before; false when the connection is broken.
@@ -192,6 +194,7 @@ private:
     void OnTaken(LaneKey lane, uint64_t number);
     void OnLaneClosed(LaneKey lane, uint64_t lastTaken);
     void PostRelease(uint64_t serial, uint64_t received, const LanePlace& lastOneWay);
+    void ForgetConnectionLocked() TAVO_REQUIRES(controlMutex_);
     void PostLocked(const ControlRecord& record) TAVO_REQUIRES(controlMutex_);
     void EndControlLocked() TAVO_REQUIRES(controlMutex_);
     bool FlushControlLocked() TAVO_REQUIRES(controlMutex_);
@@ -222,10 +225,11 @@ private:
     std::map<std::pair<LaneKey, uint64_t>, Passed> passed_ TAVO_GUARDED_BY(mutex_);
 
     Mutex controlMutex_;                                    // the sending side of the control connection
-    int controlFd_ TAVO_GUARDED_BY(controlMutex_) = -1;     // -1: not up, or dead
-    int controlEpoll_ TAVO_GUARDED_BY(controlMutex_) = -1;  // to ask for writability
+    int controlFd_ TAVO_GUARDED_BY(controlMutex_) = -1;     // -1: neither our hello nor an answer is said, or dead
+    int controlEpoll_ TAVO_GUARDED_BY(controlMutex_) = -1;  // to ask for writability; -1: not up
     void* controlTag_ TAVO_GUARDED_BY(controlMutex_) = nullptr;
     std::vector<uint8_t> unsent_ TAVO_GUARDED_BY(controlMutex_);
+    size_t saidEarly_ TAVO_GUARDED_BY(controlMutex_) = 0;      // of unsent_, behind our hello, before its answer
     bool asksForRoom_ TAVO_GUARDED_BY(controlMutex_) = false;  // of the epoll, to send the rest
     bool isBroken_ TAVO_GUARDED_BY(controlMutex_) = false;     // something could not be said
     bool hasGivenWay_ TAVO_GUARDED_BY(controlMutex_) = false;

@@ -68,6 +68,23 @@ TEST(PassedOn, AnObjectOutlivesTheProcessThatPassedItOn)
     EXPECT_EQ(Echo(object), TAVO::IPC_DEAD_OBJECT);
 }
 
+// The owner hears of the new holder and of the death of the only other one at the same time.
+TEST_F(References, WhoeverGotAnObjectHoldsItBeforeItsOwnerAnswers)
+{
+    Child owner = StartPeer("owner");
+    Child passer = StartPeer("passer");
+    const Child user = StartPeer("user");
+    ASSERT_EQ(KeepIn(Kept("owner"), "passer", Kept("passer")), TAVO::IPC_OK);
+    ASSERT_EQ(HandOn(Kept("owner"), "object", Kept("passer")), TAVO::IPC_OK);
+    owner.Stop();
+    EXPECT_EQ(HandOn(Kept("passer"), "object", Kept("user")), TAVO::IPC_OK);
+    passer.Kill();
+    passer.WaitForExit();
+    owner.Continue();
+    EXPECT_TRUE(WaitFor([] { return CallKept(Kept("owner"), "passer") == TAVO::IPC_DEAD_OBJECT; }));
+    EXPECT_EQ(CallKept(Kept("user"), "object"), TAVO::IPC_OK);
+}
+
 TEST_F(References, AnObjectThatComesHomeIsTheLocalOne)
 {
     const Child second = StartPeer("second");

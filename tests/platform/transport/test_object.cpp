@@ -98,7 +98,7 @@ TestObject::~TestObject()
 
 int TestObject::OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option)
 {
-    if (code == 0 || code > static_cast<uint32_t>(TestCode::MOST_AT_ONCE)) {
+    if (code == 0 || code > static_cast<uint32_t>(TestCode::HAND_ON)) {
         return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
     }
     const int32_t now = ++atOnce_;
@@ -130,7 +130,8 @@ int TestObject::HandleState(TestCode code, MessageParcel& data, MessageParcel& r
 {
     World& world = World::Get();
     std::string name;
-    if ((code == TestCode::KEEP || code == TestCode::CALL_KEPT) && !data.ReadString(name)) {
+    const bool isNamed = code == TestCode::KEEP || code == TestCode::CALL_KEPT || code == TestCode::HAND_ON;
+    if (isNamed && !data.ReadString(name)) {
         return 1;
     }
     switch (code) {
@@ -140,6 +141,12 @@ int TestObject::HandleState(TestCode code, MessageParcel& data, MessageParcel& r
         case TestCode::CALL_KEPT:
             reply.WriteInt32(Call(world.Kept(name), static_cast<TestCode>(data.ReadInt32())).Send(60));
             break;
+        case TestCode::HAND_ON: {
+            const sptr<IRemoteObject> kept = world.Kept(name);
+            reply.WriteInt32(
+                KeepIn(data.ReadRemoteObject(), name, kept != nullptr ? kept : TAVO::MakeRef<TestObject>()));
+            break;
+        }
         case TestCode::NUMBER:
             reply.WriteInt32(number_);
             break;
@@ -230,6 +237,11 @@ int Echo(const sptr<IRemoteObject>& target, int32_t value)
     const bool isSame =
         echo.reply.GetDataSize() == 8 && echo.reply.ReadInt32() == value && echo.reply.ReadInt32() == ~value;
     return status != TAVO::IPC_OK || isSame ? status : 1;
+}
+
+int HandOn(const sptr<IRemoteObject>& from, const std::string& name, const sptr<IRemoteObject>& to)
+{
+    return Call(from, TestCode::HAND_ON).Text(name).Object(to).SendForInt();
 }
 
 sptr<IRemoteObject> MakeIn(const sptr<IRemoteObject>& world, bool serialInvoke)

@@ -35,6 +35,7 @@ enum class TestCode : uint32_t {
     NOTES,         // -> Int32 each: the notes so far
     NEST,          // Int32 depth, reference: calls that with depth - 1 and itself -> Int32: levels below
     MOST_AT_ONCE,  // -> Int32: most requests that the object handled at one time
+    HAND_ON,  // String name, reference -> Int32: status of its KEEP of what is kept here under the name, or of a new one
 };
 
 // The process-wide part. Any thread.
@@ -127,6 +128,8 @@ private:
 int Echo(const sptr<IRemoteObject>& target, int32_t value = 7);
 // A new object in the process of `world`, which nobody keeps but the caller.
 sptr<IRemoteObject> MakeIn(const sptr<IRemoteObject>& world, bool serialInvoke = false);
+// The process of `to` keeps under that name what the one of `from` does, or else a new object of its (the status).
+int HandOn(const sptr<IRemoteObject>& from, const std::string& name, const sptr<IRemoteObject>& to);
 // The process of `world` keeps an object or forgets one (the status), hands one out, calls one (the status of that).
 int KeepIn(const sptr<IRemoteObject>& world, const std::string& name, const sptr<IRemoteObject>& object);
 sptr<IRemoteObject> FetchFrom(const sptr<IRemoteObject>& world, const std::string& name);
