@@ -212,9 +212,10 @@ void ControlThread::OnAccepted(UniqueFd fd)
     Own(std::move(connection));
     pending_.push_back(&kept);
     // Nearly always the hello is there. Who comes behind it may belong to it, and waits.
-    const bool isTakingIn = std::exchange(isTakingIn_, true);
-    kept.OnReady(0);
-    isTakingIn_ = isTakingIn;
+    {
+        const Raised takingIn(isTakingIn_);
+        kept.OnReady(0);
+    }
     if (owned_.count(&kept) == 0) {
         return;
     }
@@ -247,8 +248,15 @@ bool ControlThread::OnHello(UniqueFd& fd, const Hello& hello, const PeerIdentity
         AcceptControl(fd, hello, identity);
         return true;
     }
-    const std::shared_ptr<Session> session = Core::Get().FindSession(hello.instance);
-    if (session == nullptr || session->GetState() != Session::State::UP) {
+    const auto isUp = [](const std::shared_ptr<Session>& of) {
+        return of != nullptr && of->GetState() == Session::State::UP;
+    };
+    std::shared_ptr<Session> session = Core::Get().FindSession(hello.instance);
+    if (!isUp(session)) {
+        ReadHellos();  // The sender's own may have come since its connection was accepted.
+        session = Core::Get().FindSession(hello.instance);
+    }
+    if (!isUp(session)) {
         // The answer to our hello may be about to be read: the peer was up before we are.
         const auto isOpen = [](const auto& entry) { return !entry.second->IsAnswered(); };
         return dialing_ == 0 && std::none_of(links_.begin(), links_.end(), isOpen);
@@ -319,36 +327,54 @@ ControlLink* ControlThread::LinkOf(const Session* session) const
     return found != links_.end() ? found->second : nullptr;
 }
 
+void ControlThread::OnEnd(ControlLink& link)
+{
+    ends_.push_back(&link);
+    link.StopWatching();
+}
+
 void ControlThread::TearDown(ControlLink& link)
 {
     const std::shared_ptr<Session> session = link.GetSession();
     if (session->GetState() == Session::State::UP) {
         TakeInWhatWaits();
     }
-    link.HangUp();  // Before anybody learns of the end, or who calls the peer again is told that he has a session.
+    link.StopWatching();
+    link.ShutDown();  // Before anybody learns of the end, or who calls the peer again is told that he has a session.
     if (LinkOf(session.get()) == &link) {
         links_.erase(session.get());
         Abandon(session);
     }
     Disown(&link);
+    std::erase(ends_, &link);
+    std::erase(due_, &link);
 }
 
 void ControlThread::TakeInWhatWaits()
 {
-    if (std::exchange(isTakingIn_, true)) {  // A connection that is taken in may be a sign of an end itself.
+    if (isTakingIn_) {  // A connection that is taken in may be a sign of an end itself.
         return;
     }
+    const Raised takingIn(isTakingIn_);
     for (Listener* listener : listeners_) {
         if (polled_.count(listener) != 0) {
             listener->Accept(MAX_PENDING);
         }
     }
+    ReadHellos();
+}
+
+void ControlThread::ReadHellos()
+{
+    if (isReadingHellos_) {
+        return;
+    }
+    const Raised readingHellos(isReadingHellos_);
     for (PendingConnection* connection : std::vector<PendingConnection*>(pending_)) {
         if (polled_.count(connection) != 0 && !connection->IsComplete()) {
             connection->OnReady(0);
         }
     }
-    isTakingIn_ = false;
 }
 
 void ControlThread::RetryParked()

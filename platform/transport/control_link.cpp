@@ -48,9 +48,8 @@ void ControlLink::ShutDown() noexcept
     ::shutdown(fd_.Get(), SHUT_RDWR);
 }
 
-void ControlLink::HangUp()
+void ControlLink::StopWatching()
 {
-    ShutDown();
     control_.RemovePoll(fd_.Get(), this);
     if (process_ != nullptr) {
         control_.RemovePoll(process_->Fd(), process_.get());
@@ -59,19 +58,17 @@ void ControlLink::HangUp()
 
 void ControlLink::OnReady(uint32_t events)
 {
-    if ((events & EPOLLOUT) != 0 && !session_->FlushControl()) {
-        control_.TearDown(*this);
-        return;
-    }
-    if ((events & ~static_cast<uint32_t>(EPOLLOUT)) != 0 && !ReadAll()) {
-        control_.TearDown(*this);
+    const bool hasRoom = (events & EPOLLOUT) != 0;
+    const bool hasNews = (events & ~static_cast<uint32_t>(EPOLLOUT)) != 0;
+    if ((hasRoom && !session_->FlushControl()) || (hasNews && !ReadAll())) {
+        control_.OnEnd(*this);
     }
 }
 
 void ControlLink::OnProcessEnd()
 {
     ReadAll();
-    control_.TearDown(*this);
+    control_.OnEnd(*this);
 }
 
 bool ControlLink::ReadAll()

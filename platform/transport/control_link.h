@@ -35,8 +35,8 @@ public:
     void WatchProcess();
     // Any thread: lets the peer see the end.
     void ShutDown() noexcept;
-    // The end: nothing is awaited any more, and the peer can see it.
-    void HangUp();
+    // Nothing is awaited any more.
+    void StopWatching();
 
 private:
     class Process final : public Pollable {

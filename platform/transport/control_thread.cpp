@@ -20,7 +20,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr int EVENTS_PER_TURN = 64;
+constexpr size_t EVENTS_PER_TURN = 64;
 constexpr milliseconds LISTENER_REST{100};
 constexpr seconds IDLE_LANE_LIFE{10};
 constexpr seconds IDLE_SWEEP_PERIOD{2};
@@ -160,19 +160,35 @@ bool ControlThread::WatchWorkers() noexcept
 void ControlThread::Run()
 {
     Contain([this] { AddPoll(Core::Get().Workers().Epoll(), EPOLLONESHOT, waitingWork_.get()); });
-    epoll_event events[EVENTS_PER_TURN];
     for (;;) {
-        const int ready = ::epoll_wait(wait_.Epoll(), events, EVENTS_PER_TURN, TickMilliseconds());
-        for (int i = 0; i < ready; ++i) {
-            auto* const pollable = static_cast<Pollable*>(events[i].data.ptr);
-            if (pollable == nullptr) {
-                Contain([this] { RunJobs(); });
-            } else if (polled_.count(pollable) != 0) {  // not removed by an earlier event of this turn
-                Contain([&] { pollable->OnReady(events[i].events); });
-            }
+        const int wait = due_.empty() && !ends_.empty() ? 0 : TickMilliseconds();
+        if (due_.empty()) {
+            due_.swap(ends_);
         }
+        Turn(wait);
+        Contain([this] {
+            while (!due_.empty()) {
+                TearDown(*due_.front());
+            }
+        });
         Contain([this] { OnTick(Clock::now()); });
         disowned_.clear();
+    }
+}
+
+void ControlThread::Turn(int milliseconds)
+{
+    // With an end to act on, all that is ready is seen: what was said before that end is heard before it.
+    Contain([this] { events_.resize(due_.empty() ? EVENTS_PER_TURN : polled_.size() + EVENTS_PER_TURN); });
+    const int ready = ::epoll_wait(wait_.Epoll(), events_.data(), static_cast<int>(events_.size()), milliseconds);
+    for (int i = 0; i < ready; ++i) {
+        const epoll_event event = events_[i];
+        auto* const pollable = static_cast<Pollable*>(event.data.ptr);
+        if (pollable == nullptr) {
+            Contain([this] { RunJobs(); });
+        } else if (polled_.count(pollable) != 0) {  // not removed by an earlier event of this turn
+            Contain([&] { pollable->OnReady(event.events); });
+        }
     }
 }
 
@@ -200,7 +216,7 @@ int ControlThread::TickMilliseconds() const
     if (!flushing_.empty()) {
         return 5;
     }
-    if (!stalled_.empty() || !connecting_.empty() || !jobsInHand_.empty()) {
+    if (!stalled_.empty() || !connecting_.empty() || !jobsInHand_.empty() || !due_.empty()) {
         return 20;
     }
     if (!pending_.empty() || !impatient_.empty() || !resting_.empty() || !expected_.empty()) {

@@ -3,6 +3,8 @@
 #ifndef TAVO_TRANSPORT_CONTROL_THREAD_H
 #define TAVO_TRANSPORT_CONTROL_THREAD_H
 
+#include <sys/epoll.h>
+
 #include <atomic>
 #include <chrono>
 #include <functional>
@@ -71,8 +73,8 @@ public:
     void OnAccepted(UniqueFd fd);
     // It became what it is, or nothing.
     void OnConnectionSettled(PendingConnection* connection);
-    // The end of a session.
-    void TearDown(ControlLink& link);
+    // The connection or the process at its other end has ended. Acted on once all that was there at that time is read.
+    void OnEnd(ControlLink& link);
     // What connected before its process ended is taken in before the end is acted on: what was sent one-way is run.
     void TakeInWhatWaits();
     // No descriptor or memory for accepting: the listener rests for a moment.
@@ -97,6 +99,19 @@ private:
         std::atomic<int>& count_;
     };
 
+    // A flag that is set until its scope ends.
+    class Raised {
+    public:
+        explicit Raised(bool& flag) : flag_(flag), before_(std::exchange(flag, true)) {}
+        ~Raised() { flag_ = before_; }
+        Raised(const Raised&) = delete;
+        Raised& operator=(const Raised&) = delete;
+
+    private:
+        bool& flag_;
+        const bool before_;
+    };
+
     void Own(std::unique_ptr<Pollable>&& pollable);
     void Disown(Pollable* pollable);
     bool Open() TAVO_REQUIRES(mutex_);
@@ -104,6 +119,10 @@ private:
     bool Post(std::function<void()> job) noexcept;
     void Run();
     void RunJobs();
+    // Waits for events, at most so long, and acts on them.
+    void Turn(int milliseconds);
+    // The end of a session.
+    void TearDown(ControlLink& link);
     int TickMilliseconds() const;
     void OnTick(Clock::time_point now);
     void Connect(const std::shared_ptr<Session>& session, Clock::time_point giveUp);
@@ -123,6 +142,8 @@ private:
     void Abandon(const std::shared_ptr<Session>& session);
     ControlLink* LinkOf(const Session* session) const;
     void RetryParked();
+    // Reads the hellos that have come since their connections were accepted.
+    void ReadHellos();
 
     WaitSet wait_{WaitSet::Jobs::ALL};
     Mutex mutex_;
@@ -140,7 +161,11 @@ private:
     std::unordered_map<const Pollable*, std::unique_ptr<Pollable>> owned_;
     std::vector<std::unique_ptr<Pollable>> disowned_;  // until the events in hand are done
     std::vector<Listener*> listeners_;
+    std::vector<epoll_event> events_;  // room for those of a turn
+    std::vector<ControlLink*> ends_;   // noticed
+    std::vector<ControlLink*> due_;    // noticed in an earlier turn: acted on at the end of this one
     bool isTakingIn_ = false;
+    bool isReadingHellos_ = false;
     std::unordered_map<const Session*, ControlLink*> links_;
     std::vector<PendingConnection*> pending_;  // in the order of acceptance
     std::vector<Retry> connecting_;            // to try again: the peer's queue was full

@@ -133,6 +133,8 @@ void Session::Die()
         if (state_ == State::DEAD) {
             return;
         }
+        inLanes.reserve(inLanes_.size());  // What takes memory first: who dies, dies whole.
+        proxies.reserve(proxies_.size());
         state_.store(State::DEAD, std::memory_order_release);
         callLanes.swap(callLanes_);
         idleLanes_.clear();

@@ -116,6 +116,42 @@ TEST_F(HostileReference, FirstRequestReachesWhatAnAcquireWouldAndHoldsNothing)
     EXPECT_EQ(StatusOf(other->CallOnce(first)), TAVO::IPC_DEAD_OBJECT);
 }
 
+// The control thread hears of both at once, and of the holder first: it had said something before.
+TEST_F(HostileReference, AcquireThatWasSentBeforeTheOnlyHolderEndedIsHeardBeforeThat)
+{
+    auto holder = NewPeer();
+    const uint64_t serial = MakeObject(*holder);
+    ASSERT_TRUE(raw_->Ping());
+    hub_.Stop();
+    holder->Control().Send(RawRecord{RawRecord::PING, 0, 0, 0}.Encode());
+    raw_->Control().Send(RawRecord{RawRecord::ACQUIRE, 0, serial, 0}.Encode());
+    holder.reset();
+    hub_.Continue();
+    const auto acquired = raw_->AwaitRecord(RawRecord::ACQUIRED);
+    ASSERT_TRUE(acquired);
+    EXPECT_EQ(acquired->b, 0u);
+    EXPECT_EQ(StatusOf(raw_->CallOnce(RequestFor(TestCode::NUMBER, serial))), TAVO::IPC_OK);
+}
+
+// Its hello came when its connection had been accepted already, and the lane is seen before that.
+TEST_F(HostileReference, LaneIsServedThoughItsSessionsHelloIsStillUnread)
+{
+    RawHello hello;
+    hello.instance.fill(0x55);
+    RawSocket control = raw_->Connect("manager");
+    ASSERT_TRUE(raw_->Ping() && raw_->Ping());  // accepted by now
+    hub_.Stop();
+    RawSocket lane = raw_->Connect("manager");
+    control.Send(hello.Encode());
+    hello.kind = RawHello::CALL;
+    hello.lane = 1;
+    lane.Send(hello.Encode());
+    lane.Send(RequestFor(TestCode::ECHO).Encode());
+    hub_.Continue();
+    const auto answer = lane.ReceiveFrame();
+    EXPECT_EQ(StatusOf(answer), TAVO::IPC_OK);
+}
+
 TEST_F(HostileReference, NoSerialIsUsedTwice)
 {
     constexpr uint64_t OBJECTS = 5000;
