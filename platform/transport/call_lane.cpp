@@ -13,6 +13,7 @@
 #include "base/parcel_access.h"
 #include "transport/core.h"
 #include "transport/frame_reader.h"
+#include "transport/in_lane.h"
 #include "transport/session.h"
 
 namespace TAVO::Transport {
@@ -278,14 +279,21 @@ void Session::DropLane(const std::shared_ptr<CallLane>& lane)
 bool Session::CloseIdleLanes(Clock::time_point before)
 {
     std::vector<std::shared_ptr<CallLane>> closing;
+    std::vector<std::shared_ptr<InLane>> inLanes;
     bool remain = false;
     {
         MutexLock lock(mutex_);
+        for (const auto& [number, lane] : inLanes_) {
+            inLanes.push_back(lane.lane);
+        }
         const auto firstKept = std::find_if(idleLanes_.begin(), idleLanes_.end(),
                                             [before](const auto& lane) { return lane->usedAt >= before; });
         closing.assign(std::make_move_iterator(idleLanes_.begin()), std::make_move_iterator(firstKept));
         idleLanes_.erase(idleLanes_.begin(), firstKept);
         remain = !idleLanes_.empty();
+    }
+    for (const auto& lane : inLanes) {
+        remain = lane->EndIdleRing(before) || remain;
     }
     for (const auto& lane : closing) {
         DropLane(lane);

@@ -5,11 +5,13 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <thread>
 #include <vector>
 
 #include "tavo/mutex.h"
 #include "transport/fd.h"
+#include "transport/ring.h"
 
 namespace TAVO::Transport {
 
@@ -32,7 +34,9 @@ struct OneWayLane {
     UniqueFd fd TAVO_GUARDED_BY(mutex);
     uint64_t number TAVO_GUARDED_BY(mutex) = 0;
     uint64_t lastSent TAVO_GUARDED_BY(mutex) = 0;
-    std::vector<uint8_t> rest TAVO_GUARDED_BY(mutex);  // of a message that the socket took in part
+    std::vector<uint8_t> rest TAVO_GUARDED_BY(mutex);         // of a message that the socket took in part
+    std::unique_ptr<RingWriter> ring TAVO_GUARDED_BY(mutex);  // what the receiver offers in the socket's place
+    bool isInRing TAVO_GUARDED_BY(mutex) = false;             // it is used
 };
 
 }  // namespace TAVO::Transport

@@ -18,8 +18,11 @@ namespace TAVO::Transport {
 namespace {
 
 constexpr size_t SCRATCH_BYTES = 32 * 1024;
-constexpr int STAY_REQUESTS = 32;             // so that other lanes get their turn
-constexpr std::chrono::milliseconds STAY{1};  // how long a worker waits for a busy lane's next request
+constexpr int STAY_REQUESTS = 32;                    // so that other lanes get their turn
+constexpr std::chrono::milliseconds STAY{1};         // how long a worker waits for a busy lane's next request
+constexpr uint64_t RING_MESSAGES = 256;              // So many one-way requests within
+constexpr std::chrono::milliseconds RING_TIME{100};  // that time are worth a ring.
+constexpr uint64_t NO_RING = UINT64_MAX;             // in a descriptor's place: the offer is withdrawn
 
 // One per serving thread, kept for its life. Deliberate: no object with a destructor, for want of whose place in a list
 // the C library would end the process.
@@ -90,6 +93,9 @@ void InLane::Serve(uint32_t events)
         Close();  // A request that lies unread has nobody waiting for it: it is not run.
         return;
     }
+    if (isInRing_) {
+        TakeBells(false);
+    }
     Proceed([this] { return unsentBytes_ != 0 ? FlushReply() : Next::GO_ON; });
 }
 
@@ -132,7 +138,7 @@ void InLane::Loop()
                 if (io == IoStatus::CLOSED) {
                     Close();
                 } else {
-                    Await(EPOLLIN, reader_.IsUnderWay());
+                    AwaitMore(reader_.IsUnderWay());
                 }
                 return;
         }
@@ -149,7 +155,7 @@ void InLane::Loop()
             wait =
                 CurrentRole() == ThreadRole::WORKER && ++served < STAY_REQUESTS && Core::Get().Workers().EnsureSpare();
             if (!wait) {
-                Await(EPOLLIN, reader_.IsUnderWay());
+                AwaitMore(reader_.IsUnderWay());
                 return;
             }
         }
@@ -158,9 +164,6 @@ void InLane::Loop()
 
 FrameReader::State InLane::NextFrame(bool wait, IoStatus& io)
 {
-    const auto receive = [this, wait](void* place, size_t size) {
-        return wait ? ReceiveOnce(fd_.Get(), place, size) : ReceiveNow(fd_.Get(), place, size);
-    };
     if (!stash_.empty()) {
         const uint8_t* from = stash_.data() + stashUsed_;
         const uint8_t* const end = stash_.data() + stash_.size();
@@ -180,7 +183,7 @@ FrameReader::State InLane::NextFrame(bool wait, IoStatus& io)
             if (room.place == nullptr) {
                 return room.state;
             }
-            const IoResult got = receive(room.place, room.size);
+            const IoResult got = Receive(room.place, room.size, wait);
             io = got.status;
             const FrameReader::State state = reader_.Received(got.bytes);
             if (io != IoStatus::OK || state != FrameReader::State::MORE) {
@@ -189,7 +192,7 @@ FrameReader::State InLane::NextFrame(bool wait, IoStatus& io)
             continue;
         }
         uint8_t* const scratch = Scratch();
-        const IoResult got = receive(scratch, SCRATCH_BYTES);
+        const IoResult got = Receive(scratch, SCRATCH_BYTES, wait);
         io = got.status;
         if (io != IoStatus::OK) {
             return FrameReader::State::MORE;
@@ -206,6 +209,33 @@ FrameReader::State InLane::NextFrame(bool wait, IoStatus& io)
     }
 }
 
+IoResult InLane::Receive(void* place, size_t size, bool wait)
+{
+    if (!isInRing_) {
+        return wait ? ReceiveOnce(fd_.Get(), place, size) : ReceiveNow(fd_.Get(), place, size);
+    }
+    IoResult got = ring_->Read(place, size);
+    if (got.status == IoStatus::WOULD_BLOCK && wait && !hasEnded_) {
+        if (ring_->Sleep()) {
+            TakeBells(true);
+        }
+        got = ring_->Read(place, size);
+    }
+    if (got.status == IoStatus::WOULD_BLOCK && hasEnded_) {
+        got.status = IoStatus::CLOSED;
+    }
+    return got;
+}
+
+void InLane::TakeBells(bool wait)
+{
+    uint8_t bells[16];
+    const IoResult got =
+        wait ? ReceiveOnce(fd_.Get(), bells, sizeof(bells)) : ReceiveNow(fd_.Get(), bells, sizeof(bells));
+    hasEnded_ = hasEnded_ || got.status == IoStatus::CLOSED;
+    ring_->WakeUp();
+}
+
 InLane::Next InLane::Handle()
 {
     patienceEnds_.store(0, std::memory_order_relaxed);
@@ -218,6 +248,9 @@ InLane::Next InLane::Handle()
         WarnLimited("frame out of turn", "a lane was closed");
         return Next::CLOSE;
     }
+    if (header.kind == FrameKind::INTO_RING) {
+        return GoIntoRing() ? Next::GO_ON : Next::CLOSE;
+    }
     if (IsCallLane()) {
         SetLastTaken(header.number);
         request.target = session_->FindHeld(header.serial);
@@ -226,6 +259,7 @@ InLane::Next InLane::Handle()
         }
     } else {
         request.target = session_->FindOneWayTarget(*this, header.number, header.serial);
+        OfferRing(header.number);
     }
     if (header.serial == 0) {
         request.target = Core::Get().Root();
@@ -250,6 +284,40 @@ InLane::Next InLane::Handle()
             [lane = shared_from_this(), waiting] { lane->Proceed([&] { return lane->RunWaited(*waiting); }); });
     });
     return runs ? Run(request) : Next::GONE;
+}
+
+void InLane::OfferRing(uint64_t number)
+{
+    if (number % RING_MESSAGES != 0 || kind_ != ConnectionKind::ONE_WAY_LANE || isInRing_) {
+        return;
+    }
+    const Clock::time_point before = std::exchange(lastMark_, Clock::now());
+    if (lastMark_ - before > RING_TIME) {
+        return;
+    }
+    MutexLock lock(ringMutex_);
+    if (ring_ != nullptr || (ring_ = RingReader::Make(Core::Get().Self(), number_)) == nullptr) {
+        return;
+    }
+    ringUsedAt_.store(lastMark_.time_since_epoch().count(), std::memory_order_relaxed);
+    session_->Post({RecordType::RING, 0, number_, static_cast<uint64_t>(ring_->Fd())});
+    lock.Unlock();
+    Core::Get().Control().ExpectIdleLanes();
+}
+
+bool InLane::GoIntoRing()
+{
+    MutexLock lock(ringMutex_);
+    if (ring_ == nullptr || isInRing_) {
+        WarnLimited("a ring that is not there", "a lane was closed");
+        return false;
+    }
+    isInRing_ = true;
+    ring_->CloseFd();
+    ring_->WakeUp();
+    std::vector<uint8_t>().swap(stash_);  // bells
+    stashUsed_ = 0;
+    return true;
 }
 
 // A request that has waited for its object: its caller may have given up meanwhile.
@@ -336,6 +404,21 @@ void InLane::Await(uint32_t events, bool impatient)
     Arm(EPOLL_CTL_MOD, events);
 }
 
+void InLane::AwaitMore(bool impatient)
+{
+    if (isInRing_) {
+        ringUsedAt_.store(Clock::now().time_since_epoch().count(), std::memory_order_relaxed);
+        Core::Get().Control().ExpectIdleLanes();
+    }
+    if (!isInRing_ || ring_->Sleep()) {
+        Await(EPOLLIN, impatient);
+    } else if (!Core::Get().Workers().Post(
+                   [lane = shared_from_this()] { lane->Proceed([] { return Next::GO_ON; }); })) {
+        WarnLimited("out of memory", "a lane was closed");
+        Close();
+    }
+}
+
 bool InLane::CheckPatience(Clock::time_point now)
 {
     const int64_t ends = patienceEnds_.load(std::memory_order_relaxed);
@@ -352,7 +435,28 @@ bool InLane::CheckPatience(Clock::time_point now)
 
 void InLane::Rearm()
 {
-    Await(EPOLLIN, true);
+    Proceed([this] {
+        AwaitMore(true);
+        return Next::GONE;
+    });
+}
+
+bool InLane::EndIdleRing(Clock::time_point before)
+{
+    MutexLock lock(ringMutex_);
+    if (ring_ == nullptr) {
+        return false;
+    }
+    if (ringUsedAt_.load(std::memory_order_relaxed) >= before.time_since_epoch().count() || !ring_->EndSleeping()) {
+        return true;
+    }
+    if (isInRing_) {
+        ShutDown();
+    } else {
+        ring_.reset();
+        session_->Post({RecordType::RING, 0, number_, NO_RING});
+    }
+    return false;
 }
 
 void InLane::Close()
@@ -360,6 +464,12 @@ void InLane::Close()
     ::epoll_ctl(epoll_, EPOLL_CTL_DEL, fd_.Get(), nullptr);
     const std::shared_ptr<InLane> last = std::move(self_);
     patienceEnds_.store(0, std::memory_order_relaxed);
+    {
+        MutexLock lock(ringMutex_);
+        if (ring_ != nullptr) {
+            ring_->End();
+        }
+    }
     session_->RemoveInLane(shared_from_this(), LastTaken());
     ShutDown();
 }

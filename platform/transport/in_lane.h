@@ -12,6 +12,7 @@
 #include "transport/call_lane.h"
 #include "transport/fd.h"
 #include "transport/frame_reader.h"
+#include "transport/ring.h"
 #include "transport/session.h"
 
 namespace TAVO::Transport {
@@ -44,6 +45,9 @@ public:
     bool CheckPatience(Clock::time_point now);
     // Control thread: has a lane that waited for the byte budget look again.
     void Rearm();
+    // Control thread: gives the memory of a ring back that has not been used since `before`. One that was taken up goes
+    // with its lane: the sender opens another. True while there is a ring.
+    bool EndIdleRing(Clock::time_point before);
 
 private:
     enum class Next {
@@ -58,12 +62,21 @@ private:
     void Proceed(Step step);
     void Loop();
     FrameReader::State NextFrame(bool wait, IoStatus& io);
+    IoResult Receive(void* place, size_t size, bool wait);
+    // Takes the bells of the ring's writer, waiting a moment for one, and sees the end of the connection.
+    void TakeBells(bool wait);
     Next Handle();
+    // Offers a ring to whoever sends so much that it pays.
+    void OfferRing(uint64_t number);
+    // False when there is none.
+    bool GoIntoRing();
     Next RunWaited(Request& request);
     Next Run(Request& request);
     Next Reply(uint64_t number, int status, MessageParcel& reply);
     Next FlushReply();
     void Await(uint32_t events, bool impatient);
+    // Waits for more to read; the lane is the caller's no longer.
+    void AwaitMore(bool impatient);
     // Asks the epoll for `events` once; from the return on another thread may have the lane.
     bool Arm(int operation, uint32_t events);
     void Close();
@@ -80,6 +93,12 @@ private:
     FrameReader reader_;
     std::vector<uint8_t> stash_;  // received behind the frame that is being handled
     size_t stashUsed_ = 0;
+    Mutex ringMutex_;                     // not for the lane's thread once it is in the ring
+    std::unique_ptr<RingReader> ring_;    // offered
+    bool isInRing_ = false;               // requests come through it, and only bells through the socket; it stays
+    bool hasEnded_ = false;               // of the socket, while there may still be something in the ring
+    std::atomic<int64_t> ringUsedAt_{0};  // when it was offered, or the lane last went to sleep, in steady clock ticks
+    Clock::time_point lastMark_;          // when a message was taken whose number OfferRing counts by
     std::atomic<uint64_t> lastTaken_{0};  // message number; for one-way lanes written with the target found
     MessageParcel unsent_;                // a reply that the socket took in part
     size_t unsentBytes_ = 0;              // of its frame, header included; 0: none

@@ -54,7 +54,7 @@ int Session::SendOneWay(ConnectionKind kind, uint64_t serial, uint32_t code, Mes
             status = frame == nullptr ? IPC_NO_RESOURCES : IPC_TOO_LARGE;
         } else {
             std::memcpy(frame, &header, sizeof(header));
-            sent = SendNow(lane.fd.Get(), frame, size);
+            sent = PutOneWay(lane, frame, size);
         }
         if (sent.bytes != 0 && sent.status == IoStatus::WOULD_BLOCK) {
             try {
@@ -83,6 +83,45 @@ int Session::SendOneWay(ConnectionKind kind, uint64_t serial, uint32_t code, Mes
     }
 }
 
+IoResult Session::PutOneWay(OneWayLane& lane, const void* frame, size_t size)
+{
+    if (!GoIntoRing(lane)) {
+        return SendNow(lane.fd.Get(), frame, size);
+    }
+    bool needsBell = false;
+    const IoResult put = lane.ring->Write(frame, size, needsBell);
+    const uint8_t bell = 0;
+    if (needsBell && SendNow(lane.fd.Get(), &bell, sizeof(bell)).status == IoStatus::CLOSED) {
+        return {IoStatus::CLOSED, 0};  // Who slept there has ended.
+    }
+    return put;
+}
+
+bool Session::GoIntoRing(OneWayLane& lane)
+{
+    if (lane.ring == nullptr || lane.isInRing) {
+        return lane.isInRing;
+    }
+    FrameHeader header;  // so small that it goes whole or not at all
+    header.kind = FrameKind::INTO_RING;
+    header.number = lane.lastSent + 1;
+    lane.isInRing = SendNow(lane.fd.Get(), &header, sizeof(header)).status == IoStatus::OK;
+    return lane.isInRing;
+}
+
+bool Session::OnRing(LaneKey lane, uint64_t fd)
+try {
+    std::unique_ptr<RingWriter> ring = RingWriter::Open(identity_.pid, fd, peer_, lane.number);
+    MutexLock lock(oneWay_.mutex);
+    if (oneWay_.fd.IsOpen() && oneWay_.number == lane.number && !oneWay_.isInRing) {
+        oneWay_.ring.swap(ring);
+    }
+    lock.Unlock();
+    return lane.own;
+} catch (const std::bad_alloc&) {
+    return true;  // It was an offer.
+}
+
 int Session::OpenOneWay(OneWayLane& lane, ConnectionKind kind)
 {
     int status = IPC_OK;
@@ -96,6 +135,8 @@ void Session::CloseOneWay(OneWayLane& lane)
 {
     lane.fd.Reset();
     lane.rest.clear();
+    lane.ring.reset();
+    lane.isInRing = false;
     CloseOwnLane(lane.number, 0);
 }
 

@@ -306,6 +306,8 @@ bool Session::OnRecord(const ControlRecord& record)
             releaseAfterLane_ = KeyOf(record);
             releaseAfterNumber_ = record.b;
             return !releaseAfterLane_.own && record.b != 0;
+        case RecordType::RING:
+            return OnRing(KeyOf(record), record.b);
         case RecordType::PING:
             Post({RecordType::PONG, 0, record.a, 0});
             return true;
@@ -401,6 +403,10 @@ void Session::OnLaneClosed(LaneKey lane, uint64_t lastTaken)
         next = passed_.erase(next);
     }
     lock.Unlock();
+    MutexLock oneWayLock(oneWay_.mutex);
+    if (lane.own && oneWay_.fd.IsOpen() && oneWay_.number == lane.number) {
+        CloseOneWay(oneWay_);  // Its ring is of use to nobody any more.
+    }
 }
 
 }  // namespace TAVO::Transport

@@ -79,7 +79,7 @@ public:
     bool OnRecord(const ControlRecord& record);
     // Sends the rest of a one-way request that the socket took in part; false while there is still no room.
     bool FlushOneWay(ConnectionKind kind);
-    // Closes lanes that have been idle since before `before`; true while others remain.
+    // Closes lanes, and ends rings, that have been idle since before `before`; true while others remain.
     bool CloseIdleLanes(Clock::time_point before);
 
     // ---- any thread
@@ -180,6 +180,9 @@ private:
     int TransportError(IoStatus status) const;
     int OpenOneWay(OneWayLane& lane, ConnectionKind kind) TAVO_REQUIRES(lane.mutex);
     void CloseOneWay(OneWayLane& lane) TAVO_REQUIRES(lane.mutex);
+    // Sends a request: through the ring if there is one, and then whole or not at all.
+    static IoResult PutOneWay(OneWayLane& lane, const void* frame, size_t size) TAVO_REQUIRES(lane.mutex);
+    static bool GoIntoRing(OneWayLane& lane) TAVO_REQUIRES(lane.mutex);
 
     sptr<ProxyObject> FindProxy(uint64_t serial) TAVO_REQUIRES(mutex_);
     sptr<ProxyObject> MakeProxy(uint64_t serial, const std::u16string& descriptor, bool alive) TAVO_REQUIRES(mutex_);
@@ -193,6 +196,7 @@ private:
     bool OnAcquired(uint64_t serial, bool gone);
     void OnTaken(LaneKey lane, uint64_t number);
     void OnLaneClosed(LaneKey lane, uint64_t lastTaken);
+    bool OnRing(LaneKey lane, uint64_t fd);
     void PostRelease(uint64_t serial, uint64_t received, const LanePlace& lastOneWay);
     void ForgetConnectionLocked() TAVO_REQUIRES(controlMutex_);
     void PostLocked(const ControlRecord& record) TAVO_REQUIRES(controlMutex_);

@@ -27,7 +27,16 @@ bool FrameHeader::IsPossible(bool oneWay) const
     if (tableBytes < references * sizeof(TableEntry) || tableBytes > references * longestEntry) {
         return false;
     }
-    return kind == FrameKind::REQUEST || (!oneWay && (kind == FrameKind::REPLY || kind == FrameKind::FIRST_REQUEST));
+    switch (kind) {
+        case FrameKind::REQUEST:
+            return true;
+        case FrameKind::REPLY:
+        case FrameKind::FIRST_REQUEST:
+            return !oneWay;
+        case FrameKind::INTO_RING:
+            return oneWay && BodyBytes() == 0;
+    }
+    return false;
 }
 
 }  // namespace TAVO::Transport

@@ -56,6 +56,7 @@ enum class RecordType : uint32_t {
     PING = 6,
     PONG = 7,
     AFTER = 8,
+    RING = 9,
 };
 
 // One record on a control connection.
@@ -70,7 +71,8 @@ struct ControlRecord {
 static_assert(sizeof(ControlRecord) == 24);
 
 // FIRST_REQUEST: its sender has asked for a count of the object (ACQUIRE) and does not wait for the answer.
-enum class FrameKind : uint16_t { REQUEST = 1, REPLY = 2, FIRST_REQUEST = 3 };
+// INTO_RING: the last frame on a one-way lane's socket; the next ones come through its ring.
+enum class FrameKind : uint16_t { REQUEST = 1, REPLY = 2, FIRST_REQUEST = 3, INTO_RING = 4 };
 
 struct FrameHeader {
     uint32_t dataBytes = 0;

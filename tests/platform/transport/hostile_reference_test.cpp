@@ -22,7 +22,8 @@ TEST_F(HostileReference, WrongRecordsEndTheSessionAndTouchNothingOfOthers)
     // A RELEASE of HELD is of the one object that the peer holds, once.
     const std::vector<std::pair<const char*, std::vector<RawRecord>>> rows = {
         {"type 0", {{0, 0, 0, 0}}},
-        {"type 9", {{9, 0, 0, 0}}},
+        {"type 10", {{10, 0, 0, 0}}},
+        {"a ring for the receiver's own lane", {{9, RawRecord::OWN_LANE, 1, 0}}},
         {"type 4 billion", {{UINT32_MAX, 0, 0, 0}}},
         {"unknown flag", {{RawRecord::PING, 2, 0, 0}}},
         {"all flags", {{RawRecord::TAKEN, UINT32_MAX, 1, 1}}},

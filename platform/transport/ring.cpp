@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: Apache-2.0
+// Makes and opens shared memory that neither end can cut off under the other, and moves bytes through it.
+#include "transport/ring.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace TAVO::Transport {
+namespace {
+
+constexpr std::string_view KIND = "/memfd:";  // how the kernel shows such a file, and no other
+
+std::atomic<int> g_rings{0};
+
+// Copies between the ring and `size` bytes at `at` of the stream, which wraps around.
+template <typename Copy>
+void CopyAround(uint64_t at, size_t size, const Copy& copy)
+{
+    const size_t begin = at % RingMemory::BYTES;
+    const size_t first = std::min(size, RingMemory::BYTES - begin);
+    copy(begin, size_t{0}, first);
+    if (first != size) {
+        copy(size_t{0}, first, size - first);
+    }
+}
+
+// Opens the file behind another's descriptor only once it is known to be memory: opening a file of another kind may wait.
+UniqueFd OpenMemory(int pid, uint64_t fd)
+{
+    const std::string name = "/proc/" + std::to_string(pid) + "/fd/" + std::to_string(fd);
+    const UniqueFd place(::open(name.c_str(), O_PATH | O_CLOEXEC));
+    if (!place.IsOpen()) {
+        return UniqueFd();
+    }
+    const std::string own = "/proc/self/fd/" + std::to_string(place.Get());
+    char target[KIND.size()];
+    if (::readlink(own.c_str(), target, sizeof(target)) != static_cast<ssize_t>(sizeof(target)) ||
+        std::string_view(target, sizeof(target)) != KIND) {
+        return UniqueFd();
+    }
+    return UniqueFd(::open(own.c_str(), O_RDWR | O_CLOEXEC));
+}
+
+}  // namespace
+
+RingMapping::RingMapping(int fd)
+{
+    void* const memory = ::mmap(nullptr, sizeof(RingMemory), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    memory_ = memory != MAP_FAILED ? static_cast<RingMemory*>(memory) : nullptr;
+}
+
+RingMapping::~RingMapping()
+{
+    if (memory_ != nullptr) {
+        ::munmap(memory_, sizeof(RingMemory));
+    }
+}
+
+std::unique_ptr<RingReader> RingReader::Make(const Instance& self, uint64_t lane)
+{
+    UniqueFd fd(::memfd_create("tavo-lane", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    if (!fd.IsOpen() || ::posix_fallocate(fd.Get(), 0, sizeof(RingMemory)) != 0 ||
+        ::fcntl(fd.Get(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0) {
+        return nullptr;
+    }
+    ++g_rings;  // The destructor takes it back.
+    std::unique_ptr<RingReader> ring(new (std::nothrow) RingReader(std::move(fd)));
+    if (ring == nullptr) {
+        --g_rings;
+    }
+    if (ring == nullptr || ring->mapping_.Get() == nullptr || g_rings > MOST) {
+        return nullptr;
+    }
+    auto* const memory = new (ring->mapping_.Get()) RingMemory;
+    memory->owner = self;
+    memory->lane = lane;
+    return ring;
+}
+
+RingReader::~RingReader()
+{
+    --g_rings;
+}
+
+IoResult RingReader::Read(void* place, size_t size) noexcept
+{
+    RingMemory& memory = *mapping_.Get();
+    const uint64_t there = memory.written.load(std::memory_order_acquire) - read_;
+    if (there > RingMemory::BYTES || memory.reader.load(std::memory_order_relaxed) == RingMemory::GONE) {
+        return {IoStatus::CLOSED, 0};
+    }
+    if (there == 0) {
+        return {IoStatus::WOULD_BLOCK, 0};
+    }
+    const size_t taken = std::min<size_t>(size, there);
+    CopyAround(read_, taken, [&](size_t at, size_t done, size_t bytes) {
+        std::memcpy(static_cast<uint8_t*>(place) + done, memory.bytes + at, bytes);
+    });
+    read_ += taken;
+    memory.read.store(read_, std::memory_order_release);
+    return {IoStatus::OK, taken};
+}
+
+bool RingReader::Sleep() noexcept
+{
+    Change(RingMemory::AWAKE, RingMemory::ASLEEP);
+    if (mapping_.Get()->written.load() == read_) {
+        return true;
+    }
+    WakeUp();
+    return false;
+}
+
+std::unique_ptr<RingWriter> RingWriter::Open(int pid, uint64_t fd, const Instance& owner, uint64_t lane)
+{
+    const UniqueFd file = OpenMemory(pid, fd);
+    struct stat status {};
+    const int seals = file.IsOpen() ? ::fcntl(file.Get(), F_GET_SEALS) : -1;
+    if (seals < 0 || (seals & F_SEAL_SHRINK) == 0 || ::fstat(file.Get(), &status) != 0 ||
+        status.st_size != static_cast<off_t>(sizeof(RingMemory))) {
+        return nullptr;
+    }
+    std::unique_ptr<RingWriter> ring(new (std::nothrow) RingWriter(file.Get()));
+    const RingMemory* const memory = ring != nullptr ? ring->mapping_.Get() : nullptr;
+    return memory != nullptr && memory->owner == owner && memory->lane == lane ? std::move(ring) : nullptr;
+}
+
+IoResult RingWriter::Write(const void* from, size_t size, bool& needsBell) noexcept
+{
+    RingMemory& memory = *mapping_.Get();
+    const uint64_t unread = written_ - memory.read.load(std::memory_order_acquire);
+    if (unread > RingMemory::BYTES) {
+        return {IoStatus::CLOSED, 0};
+    }
+    if (size > RingMemory::BYTES - unread) {
+        return {IoStatus::WOULD_BLOCK, 0};
+    }
+    CopyAround(written_, size, [&](size_t at, size_t done, size_t bytes) {
+        std::memcpy(memory.bytes + at, static_cast<const uint8_t*>(from) + done, bytes);
+    });
+    written_ += size;
+    memory.written.store(written_);  // Before the look at the reader, as its sleep comes before its look at this.
+    uint32_t reader = memory.reader.load();
+    needsBell = reader == RingMemory::ASLEEP && memory.reader.compare_exchange_strong(reader, RingMemory::AWAKE);
+    return reader != RingMemory::GONE ? IoResult{IoStatus::OK, size} : IoResult{IoStatus::CLOSED, 0};
+}
+
+}  // namespace TAVO::Transport

@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: Apache-2.0
+// A stream of bytes through memory that two processes share: how a one-way lane goes on that is used without pause.
+#ifndef TAVO_TRANSPORT_RING_H
+#define TAVO_TRANSPORT_RING_H
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "transport/fd.h"
+#include "transport/wire.h"
+
+namespace TAVO::Transport {
+
+// What lies in the memory. Each end believes its own count and checks the other's whenever it is read. Only the writer
+// wakes the reader, who does so itself as well; once the reader is GONE nothing is read, however long it lies there.
+struct RingMemory {
+    static constexpr size_t BYTES = 256 * 1024;
+    enum Reader : uint32_t { AWAKE, ASLEEP, GONE };
+
+    Instance owner;  // the reader's process, and the lane: whoever opens it knows that it is the right one
+    uint64_t lane = 0;
+    alignas(64) std::atomic<uint64_t> written{0};  // bytes so far
+    alignas(64) std::atomic<uint64_t> read{0};
+    std::atomic<uint32_t> reader{ASLEEP};
+    alignas(4096) uint8_t bytes[BYTES];
+};
+static_assert(sizeof(RingMemory) == 4096 + RingMemory::BYTES && std::atomic<uint64_t>::is_always_lock_free);
+
+// A mapping of it.
+class RingMapping {
+public:
+    explicit RingMapping(int fd);
+    ~RingMapping();
+    RingMapping(const RingMapping&) = delete;
+    RingMapping& operator=(const RingMapping&) = delete;
+
+    RingMemory* Get() const noexcept { return memory_; }  // null: not to be had
+
+private:
+    RingMemory* memory_;
+};
+
+// The end that makes it, all of it allocated and sealed. Used by one thread at a time.
+class RingReader {
+public:
+    static constexpr int MOST = 64;  // in this process
+
+    // Null when there is no memory or descriptor, or too many are there.
+    static std::unique_ptr<RingReader> Make(const Instance& self, uint64_t lane);
+    ~RingReader();
+    RingReader(const RingReader&) = delete;
+    RingReader& operator=(const RingReader&) = delete;
+
+    int Fd() const noexcept { return fd_.Get(); }
+    // The other end has it.
+    void CloseFd() noexcept { fd_.Reset(); }
+
+    // CLOSED: nothing is read any more, or what the writer says cannot be.
+    IoResult Read(void* place, size_t size) noexcept;
+    // From now on the writer sends a bell with the next bytes. False, and it does not, when there are some already.
+    bool Sleep() noexcept;
+    void WakeUp() noexcept { Change(RingMemory::ASLEEP, RingMemory::AWAKE); }
+    // Nothing will be read any more.
+    void End() noexcept { mapping_.Get()->reader.store(RingMemory::GONE); }
+    // Any thread: the same, if the reader sleeps.
+    bool EndSleeping() noexcept { return Change(RingMemory::ASLEEP, RingMemory::GONE); }
+
+private:
+    explicit RingReader(UniqueFd fd) : fd_(std::move(fd)), mapping_(fd_.Get()) {}
+    bool Change(uint32_t from, uint32_t to) noexcept
+    {
+        return mapping_.Get()->reader.compare_exchange_strong(from, to);
+    }
+
+    UniqueFd fd_;
+    const RingMapping mapping_;
+    uint64_t read_ = 0;
+};
+
+// The end that sends. Used under its lane's lock.
+class RingWriter {
+public:
+    // Opens what process `pid` has made as `fd`. Null when that is not what `owner` makes for `lane`, or not reachable.
+    static std::unique_ptr<RingWriter> Open(int pid, uint64_t fd, const Instance& owner, uint64_t lane);
+
+    // All or nothing. CLOSED: it will not be read, because the reader is gone or what it says cannot be. `needsBell`
+    // becomes whether the reader slept.
+    IoResult Write(const void* from, size_t size, bool& needsBell) noexcept;
+
+private:
+    explicit RingWriter(int fd) : mapping_(fd) {}
+
+    const RingMapping mapping_;
+    uint64_t written_ = 0;
+};
+
+}  // namespace TAVO::Transport
+
+#endif
