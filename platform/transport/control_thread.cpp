@@ -4,6 +4,7 @@
 
 #include <sys/epoll.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -179,15 +180,18 @@ void ControlThread::Run()
 void ControlThread::Turn(int milliseconds)
 {
     // With an end to act on, all that is ready is seen: what was said before that end is heard before it.
-    Contain([this] { events_.resize(due_.empty() ? EVENTS_PER_TURN : polled_.size() + EVENTS_PER_TURN); });
-    const int ready = ::epoll_wait(wait_.Epoll(), events_.data(), static_cast<int>(events_.size()), milliseconds);
-    for (int i = 0; i < ready; ++i) {
-        const epoll_event event = events_[i];
-        auto* const pollable = static_cast<Pollable*>(event.data.ptr);
-        if (pollable == nullptr) {
-            Contain([this] { RunJobs(); });
-        } else if (polled_.count(pollable) != 0) {  // not removed by an earlier event of this turn
-            Contain([&] { pollable->OnReady(event.events); });
+    size_t looks = due_.empty() ? 1 : polled_.size() / EVENTS_PER_TURN + 1;
+    epoll_event events[EVENTS_PER_TURN];
+    for (size_t ready = EVENTS_PER_TURN; looks != 0 && ready == EVENTS_PER_TURN; --looks) {
+        const int found = ::epoll_wait(wait_.Epoll(), events, static_cast<int>(EVENTS_PER_TURN), milliseconds);
+        ready = static_cast<size_t>(std::max(found, 0));
+        for (size_t i = 0; i < ready; ++i) {
+            auto* const pollable = static_cast<Pollable*>(events[i].data.ptr);
+            if (pollable == nullptr) {
+                Contain([this] { RunJobs(); });
+            } else if (polled_.count(pollable) != 0) {  // not removed by an earlier event
+                Contain([&] { pollable->OnReady(events[i].events); });
+            }
         }
     }
 }

@@ -3,8 +3,6 @@
 #ifndef TAVO_TRANSPORT_CONTROL_THREAD_H
 #define TAVO_TRANSPORT_CONTROL_THREAD_H
 
-#include <sys/epoll.h>
-
 #include <atomic>
 #include <chrono>
 #include <functional>
@@ -161,9 +159,8 @@ private:
     std::unordered_map<const Pollable*, std::unique_ptr<Pollable>> owned_;
     std::vector<std::unique_ptr<Pollable>> disowned_;  // until the events in hand are done
     std::vector<Listener*> listeners_;
-    std::vector<epoll_event> events_;  // room for those of a turn
-    std::vector<ControlLink*> ends_;   // noticed
-    std::vector<ControlLink*> due_;    // noticed in an earlier turn: acted on at the end of this one
+    std::vector<ControlLink*> ends_;  // noticed
+    std::vector<ControlLink*> due_;   // noticed in an earlier turn: acted on at the end of this one
     bool isTakingIn_ = false;
     bool isReadingHellos_ = false;
     std::unordered_map<const Session*, ControlLink*> links_;
