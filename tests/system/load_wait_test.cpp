@@ -75,7 +75,8 @@ TEST_F(LoadWait, AServiceThatIsLateIsTakenWhenItComes)
     EXPECT_LT(Clock::now() - begin, SOON);
     EXPECT_EQ(log_.Count("Try load systemAbility."), 1);
     EXPECT_EQ(Starts(), 1);
-    // Only an object that a load has brought is watched for its death.
+    // Only an object that a load has brought is watched for its death. The call above has not waited for that.
+    EXPECT_TRUE(WaitFor([this] { return log_.Count("Load system ability successed!") == 1; }));
     KillService();
     EXPECT_TRUE(WaitFor([this] { return log_.Count("OnRemoteSaDead") == 1; }));
 }
