@@ -21,10 +21,10 @@ namespace {
 // A test that is itself killed cannot end its services.
 constexpr unsigned LONGEST_LIFE_SECONDS = 170;
 
-void NoteStart()
+void NoteStart(pid_t process = ::getpid())
 {
     const int notes = ::open(std::getenv("TEST_NOTES"), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    ::dprintf(notes, "%d\n", ::getpid());
+    ::dprintf(notes, "%d\n", process);
     ::close(notes);
 }
 
@@ -86,11 +86,12 @@ int main(int argc, char** argv)
         return 1;
     }
     if (how == "exit-after-fork") {
-        if (::fork() == 0) {
+        const pid_t left = ::fork();
+        if (left == 0) {
             ::alarm(LONGEST_LIFE_SECONDS);  // A fork does not inherit it.
-            NoteStart();
             ::pause();
         }
+        NoteStart(left);  // Here, or the test could be over before.
         return 0;
     }
     if (how == "when-told") {  // Waits until somebody opens the fifo for writing.

@@ -125,14 +125,15 @@ TEST_F(Flow, AnObjectOccupiesOneOrTwelveWorkersAndLeavesTheOthers)
 TEST_F(Flow, AMessageOfAnyPermittedSizeTravelsBothWays)
 {
     constexpr int32_t SIZE = 46137344;  // of the longest list that is sent
+    constexpr int SECONDS = 60;         // A sanitizer on a busy machine takes its time over so many bytes.
     Call echo(object_, TestCode::ECHO);
-    EXPECT_EQ(echo.Text(std::string(SIZE, 'd')).Send(), TAVO::IPC_OK);
+    EXPECT_EQ(echo.Text(std::string(SIZE, 'd')).Send(SECONDS), TAVO::IPC_OK);
     EXPECT_EQ(echo.reply.ReadString(), std::string(SIZE, 'd'));
     const std::string oneWay((64 << 10) - 32 - 8, 's');  // less the frame's header, the text's length and end
     const std::string parcel(TAVO::Parcel::MAX_DATA_BYTES - 8, 's');
     EXPECT_EQ(Call(object_, TestCode::ECHO).Text(oneWay).SendOneWay(), TAVO::IPC_OK);
     EXPECT_EQ(Call(object_, TestCode::ECHO).Text(oneWay + "more").SendOneWay(), TAVO::IPC_TOO_LARGE);
-    EXPECT_EQ(Call(object_, TestCode::ECHO).Text(parcel).Send(), TAVO::IPC_OK);
+    EXPECT_EQ(Call(object_, TestCode::ECHO).Text(parcel).Send(SECONDS), TAVO::IPC_OK);
     const std::u16string name(256, u'd');
     const auto named = [](const std::u16string& descriptor) { return TAVO::MakeRef<TAVO::IPCObjectStub>(descriptor); };
     EXPECT_EQ(KeepIn(object_, "it", named(name)), TAVO::IPC_OK);
