@@ -182,9 +182,11 @@ TEST_F(Subscriptions, TheLargestBatchArrivesWholeBesideOtherCalls)
     };
     ASSERT_EQ(client_.StartGetGpuPerfInfo(0, std::make_unique<GpuFunction>(check)), 0);
     std::atomic<bool> isOver{false};
-    Threads callers(2, [&isOver](size_t) {
+    Threads callers(4, [&isOver](size_t) {
         while (!isOver) {
+            const Clock::time_point begin = Clock::now();
             EXPECT_EQ(VeltraClient().CallAuth("small"), 0);
+            EXPECT_LT(Clock::now() - begin, SOON);
         }
     });
     EXPECT_EQ(notes_->WaitFor(1), std::vector<std::string>{std::to_string(SAMPLES)});
