@@ -18,11 +18,8 @@ namespace TAVO::Transport {
 namespace {
 
 constexpr size_t SCRATCH_BYTES = 32 * 1024;
-constexpr int STAY_REQUESTS = 32;                    // so that other lanes get their turn
-constexpr std::chrono::milliseconds STAY{1};         // how long a worker waits for a busy lane's next request
-constexpr uint64_t RING_MESSAGES = 256;              // So many one-way requests within
-constexpr std::chrono::milliseconds RING_TIME{100};  // that time are worth a ring.
-constexpr uint64_t NO_RING = UINT64_MAX;             // in a descriptor's place: the offer is withdrawn
+constexpr int STAY_REQUESTS = 32;             // so that other lanes get their turn
+constexpr std::chrono::milliseconds STAY{1};  // how long a worker waits for a busy lane's next request
 
 // One per serving thread, kept for its life. Deliberate: no object with a destructor, for want of whose place in a list
 // the C library would end the process.
@@ -209,33 +206,6 @@ FrameReader::State InLane::NextFrame(bool wait, IoStatus& io)
     }
 }
 
-IoResult InLane::Receive(void* place, size_t size, bool wait)
-{
-    if (!isInRing_) {
-        return wait ? ReceiveOnce(fd_.Get(), place, size) : ReceiveNow(fd_.Get(), place, size);
-    }
-    IoResult got = ring_->Read(place, size);
-    if (got.status == IoStatus::WOULD_BLOCK && wait && !hasEnded_) {
-        if (ring_->Sleep()) {
-            TakeBells(true);
-        }
-        got = ring_->Read(place, size);
-    }
-    if (got.status == IoStatus::WOULD_BLOCK && hasEnded_) {
-        got.status = IoStatus::CLOSED;
-    }
-    return got;
-}
-
-void InLane::TakeBells(bool wait)
-{
-    uint8_t bells[16];
-    const IoResult got =
-        wait ? ReceiveOnce(fd_.Get(), bells, sizeof(bells)) : ReceiveNow(fd_.Get(), bells, sizeof(bells));
-    hasEnded_ = hasEnded_ || got.status == IoStatus::CLOSED;
-    ring_->WakeUp();
-}
-
 InLane::Next InLane::Handle()
 {
     patienceEnds_.store(0, std::memory_order_relaxed);
@@ -284,40 +254,6 @@ InLane::Next InLane::Handle()
             [lane = shared_from_this(), waiting] { lane->Proceed([&] { return lane->RunWaited(*waiting); }); });
     });
     return runs ? Run(request) : Next::GONE;
-}
-
-void InLane::OfferRing(uint64_t number)
-{
-    if (number % RING_MESSAGES != 0 || kind_ != ConnectionKind::ONE_WAY_LANE || isInRing_) {
-        return;
-    }
-    const Clock::time_point before = std::exchange(lastMark_, Clock::now());
-    if (lastMark_ - before > RING_TIME) {
-        return;
-    }
-    MutexLock lock(ringMutex_);
-    if (ring_ != nullptr || (ring_ = RingReader::Make(Core::Get().Self(), number_)) == nullptr) {
-        return;
-    }
-    ringUsedAt_.store(lastMark_.time_since_epoch().count(), std::memory_order_relaxed);
-    session_->Post({RecordType::RING, 0, number_, static_cast<uint64_t>(ring_->Fd())});
-    lock.Unlock();
-    Core::Get().Control().ExpectIdleLanes();
-}
-
-bool InLane::GoIntoRing()
-{
-    MutexLock lock(ringMutex_);
-    if (ring_ == nullptr || isInRing_) {
-        WarnLimited("a ring that is not there", "a lane was closed");
-        return false;
-    }
-    isInRing_ = true;
-    ring_->CloseFd();
-    ring_->WakeUp();
-    std::vector<uint8_t>().swap(stash_);  // bells
-    stashUsed_ = 0;
-    return true;
 }
 
 // A request that has waited for its object: its caller may have given up meanwhile.
@@ -439,24 +375,6 @@ void InLane::Rearm()
         AwaitMore(true);
         return Next::GONE;
     });
-}
-
-bool InLane::EndIdleRing(Clock::time_point before)
-{
-    MutexLock lock(ringMutex_);
-    if (ring_ == nullptr) {
-        return false;
-    }
-    if (ringUsedAt_.load(std::memory_order_relaxed) >= before.time_since_epoch().count() || !ring_->EndSleeping()) {
-        return true;
-    }
-    if (isInRing_) {
-        ShutDown();
-    } else {
-        ring_.reset();
-        session_->Post({RecordType::RING, 0, number_, NO_RING});
-    }
-    return false;
 }
 
 void InLane::Close()
