@@ -3,7 +3,10 @@
 #include "transport/threads.h"
 
 #include <pthread.h>
+#include <sched.h>
 #include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -24,6 +27,29 @@ constexpr uint64_t LINES_PER_SECOND = 10;
 thread_local ThreadRole t_role = ThreadRole::OTHER;
 thread_local const CallingPeerScope* t_callingPeer = nullptr;
 
+// A fault of the thread itself raises these. A thread that blocks them is killed by the kernel without any handler.
+constexpr int SYNCHRONOUS_SIGNALS[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS};
+
+// Gives the calling thread what the main thread has; a thread inherits from the one that starts it, which may be a loader
+// thread with low priority on one processor. Each step may be refused: only a privileged process may raise a priority.
+void AdoptSchedulingOfProcess() noexcept
+{
+    const pid_t process = ::getpid();
+    cpu_set_t processors;
+    if (::sched_getaffinity(process, sizeof(processors), &processors) == 0) {
+        ::sched_setaffinity(0, sizeof(processors), &processors);
+    }
+    sched_param parameters{};
+    const int policy = ::sched_getscheduler(process);
+    if (policy >= 0 && policy != ::sched_getscheduler(0) && ::sched_getparam(process, &parameters) == 0) {
+        ::sched_setscheduler(0, policy, &parameters);
+    }
+    const int nice = ::getpriority(PRIO_PROCESS, static_cast<id_t>(process));
+    if (nice != ::getpriority(PRIO_PROCESS, 0)) {
+        ::setpriority(PRIO_PROCESS, 0, nice);
+    }
+}
+
 }  // namespace
 
 ThreadRole CurrentRole() noexcept
@@ -33,15 +59,19 @@ ThreadRole CurrentRole() noexcept
 
 bool StartThread(ThreadRole role, const char* name, std::function<void()> body) noexcept
 {
-    sigset_t all;
+    sigset_t blocked;
     sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);  // The new thread inherits the mask: no signal ever runs on it.
+    sigfillset(&blocked);
+    for (const int signal : SYNCHRONOUS_SIGNALS) {
+        sigdelset(&blocked, signal);
+    }
+    pthread_sigmask(SIG_SETMASK, &blocked, &before);  // The new thread inherits the mask.
     bool started = true;
     try {
         std::thread([role, name, run = std::move(body)] {
             t_role = role;
             pthread_setname_np(pthread_self(), name);
+            AdoptSchedulingOfProcess();
             run();
         }).detach();
     } catch (const std::exception&) {

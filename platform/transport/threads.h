@@ -13,7 +13,10 @@ enum class ThreadRole { OTHER, WORKER, CONTROL, DELIVERY };
 
 ThreadRole CurrentRole() noexcept;
 
-// Starts a detached thread with all signals blocked; false when the system has no thread left.
+// Starts a detached thread; false when the system has no thread left. It blocks all signals except those that a fault of
+// its own raises (SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS), so that the host's crash handler runs for a crash in a
+// callback. It has the scheduling policy, nice value and processors of the process, that is of its main thread, and not
+// those of the calling thread, as far as the kernel permits the change.
 bool StartThread(ThreadRole role, const char* name, std::function<void()> body) noexcept;
 
 // Makes `peer` the calling peer of this thread for one request.

@@ -1,8 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// A program that is interrupted a thousand times a second loses no call, and none is run twice.
+// A program that is interrupted a thousand times a second loses no call, and none is run twice. Platform threads take no
+// signal but those of their own faults, and run as the process does.
+#include <sched.h>
+#include <sys/resource.h>
 #include <sys/time.h>
 
 #include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <ostream>
 
 #include "platform/transport/peer_fixture.h"
 
@@ -57,6 +63,105 @@ TEST_F(Signals, ShortenNoMessageAndNoWait)
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(6));
     EXPECT_GT(g_signals, 100);
 }
+
+// The signals that each thread of a process other than its main one blocks, as bits.
+std::vector<uint64_t> BlockedSignals(pid_t pid)
+{
+    std::vector<uint64_t> masks;
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
+        std::ifstream status(thread.path() / "status");
+        for (std::string word; thread.path().filename() != std::to_string(pid) && status >> word;) {
+            if (word == "SigBlk:" && status >> word) {
+                masks.push_back(std::stoull(word, nullptr, 16));
+            }
+        }
+    }
+    return masks;
+}
+
+using PlatformThreads = PeerFixture;
+
+TEST_F(PlatformThreads, BlockAllSignalsButThoseOfTheirOwnFaults)
+{
+    const std::vector<uint64_t> masks = BlockedSignals(peer_.Pid());
+    EXPECT_GE(masks.size(), 2u) << "control thread and workers";
+    for (const uint64_t mask : masks) {
+        for (const int own : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS}) {
+            EXPECT_EQ(mask >> (own - 1) & 1, 0u) << own;
+        }
+        for (const int foreign : {SIGHUP, SIGINT, SIGTERM, SIGALRM, SIGUSR1, SIGCHLD, SIGPIPE, SIGRTMAX}) {
+            EXPECT_EQ(mask >> (foreign - 1) & 1, 1u) << foreign;
+        }
+    }
+}
+
+// A property that a thread inherits from the one that starts it: how to change the calling thread's, and to look at one.
+struct Inherited {
+    const char* name;
+    void (*change)();
+    int (*look)(pid_t thread);
+};
+
+void PrintTo(const Inherited& row, std::ostream* out)
+{
+    *out << row.name;
+}
+
+const Inherited INHERITED[] = {
+    {"policy",
+     [] {
+         const sched_param none{};
+         ::sched_setscheduler(0, SCHED_IDLE, &none);
+     },
+     [](pid_t thread) { return ::sched_getscheduler(thread); }},
+    {"nice_value", [] { ::setpriority(PRIO_PROCESS, 0, 7); },
+     [](pid_t thread) { return ::getpriority(PRIO_PROCESS, static_cast<id_t>(thread)); }},
+    {"processors",
+     [] {
+         cpu_set_t one;
+         CPU_ZERO(&one);
+         CPU_SET(::sched_getcpu(), &one);
+         ::sched_setaffinity(0, sizeof(one), &one);
+     },
+     [](pid_t thread) {
+         cpu_set_t all;
+         ::sched_getaffinity(thread, sizeof(all), &all);
+         return CPU_COUNT(&all);
+     }},
+};
+
+class FirstUse : public ::testing::TestWithParam<Inherited> {};
+
+// Returns how many platform threads do not have the property as the process has it; -1: there are none.
+int UseFromAChangedThread(const Inherited& property)
+{
+    std::thread([&property] {
+        property.change();
+        KeepIn(ConnectToHub(), "ours", TAVO::MakeRef<TestObject>());
+    }).join();
+    int others = -1;
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+        const pid_t id = std::stoi(thread.path().filename());
+        if (id != ::getpid()) {
+            others = std::max(others, 0) + (property.look(id) != property.look(::getpid()) ? 1 : 0);
+        }
+    }
+    return others;
+}
+
+TEST_P(FirstUse, FromAChangedThreadLeavesPlatformThreadsAsTheProcessIs)
+{
+    if (::geteuid() != 0 && std::string_view(GetParam().name) != "processors") {
+        GTEST_SKIP() << "only root may raise a priority again";
+    }
+    const TestSupport::PrivateRuntimeDir dir;
+    const TestSupport::Child hub = TransportTest::StartPeer("hub");
+    TestSupport::Child host =
+        TestSupport::Child::Fork([](TestSupport::LinePipe&) { return UseFromAChangedThread(GetParam()); });
+    EXPECT_EQ(host.WaitForExit(), "exit 0");
+}
+
+INSTANTIATE_TEST_SUITE_P(Thread, FirstUse, ::testing::ValuesIn(INHERITED));
 
 }  // namespace
 }  // namespace TransportTest
