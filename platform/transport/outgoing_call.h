@@ -8,16 +8,19 @@ namespace TAVO::Transport {
 
 class ObjectGate;
 
-// Around a handler whose request has entered the gate.
+// Around a handler whose request has entered the gate. A worker counts as busy until its end.
 class HandlerScope {
 public:
     explicit HandlerScope(ObjectGate& gate) noexcept;
     ~HandlerScope();
     HandlerScope(const HandlerScope&) = delete;
     HandlerScope& operator=(const HandlerScope&) = delete;
+
+private:
+    const bool isWorker_;
 };
 
-// Around the wait for an answer. On a worker it makes room: the pool may start another thread in its place, and the
+// Around the wait for an answer; within another one it does nothing. On a worker it makes room: the pool may start another thread in its place, and the
 // object whose request is in hand may be called again, or calls that cross would wait for each other.
 class OutgoingCall {
 public:
@@ -30,6 +33,7 @@ public:
     bool IsAllowed() const noexcept { return isAllowed_; }
 
 private:
+    const bool isNested_;
     const bool isWorker_;
     const bool isAllowed_;
 };

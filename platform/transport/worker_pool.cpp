@@ -69,7 +69,9 @@ bool WorkerPool::BeginOutgoing()
     MutexLock lock(mutex_);
     ++outgoing_;
     if (HasSpare() || !MaySpawn()) {
-        const bool exhausted = !HasSpare() && total_ >= static_cast<int>(IpcThreads::MAX_THREADS);
+        // The workers of a nest of calls that has just returned are not idle yet, but they have left their handlers.
+        const int most = static_cast<int>(IpcThreads::MAX_THREADS);
+        const bool exhausted = !HasSpare() && total_ >= most && handling_.load(std::memory_order_relaxed) >= most;
         if (exhausted) {
             --outgoing_;
         }

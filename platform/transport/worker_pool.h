@@ -40,6 +40,9 @@ public:
     // can be had for that: the call must fail.
     bool BeginOutgoing();
     void EndOutgoing();
+    // Around a handler on a worker. A worker outside one is about to be free: it has no peer to wait for.
+    void BeginHandler() noexcept { handling_.fetch_add(1, std::memory_order_relaxed); }
+    void EndHandler() noexcept { handling_.fetch_sub(1, std::memory_order_relaxed); }
 
 private:
     void Run();
@@ -56,7 +59,8 @@ private:
     int total_ TAVO_GUARDED_BY(mutex_) = 0;
     int outgoing_ TAVO_GUARDED_BY(mutex_) = 0;
     int max_ TAVO_GUARDED_BY(mutex_) = static_cast<int>(IpcThreads::DEFAULT_WORKERS);
-    std::atomic<int> idle_{0};  // threads in epoll_wait, or started and on their way there
+    std::atomic<int> idle_{0};      // threads in epoll_wait, or started and on their way there
+    std::atomic<int> handling_{0};  // threads inside a handler
 };
 
 }  // namespace TAVO::Transport

@@ -2,6 +2,8 @@
 // Calls within calls: they end, however many are under way at once, or fail at once where threads run out.
 #include "platform/transport/peer_fixture.h"
 #include "tavo/ipc_threads.h"
+#include "transport/object_gate.h"
+#include "transport/outgoing_call.h"
 
 namespace TransportTest {
 namespace {
@@ -68,6 +70,27 @@ TEST_F(NestedCalls, DeeperThanThereAreThreadsFailAtOnceAndHarmNoOther)
     }
     EXPECT_LT(Clock::now() - start, SOON);
     EXPECT_LE(TestSupport::CountThreads(peer_.Pid()), IpcThreads::MAX_THREADS + 1 + 2) << "main, control, delivery";
+}
+
+// A handler that waits for an answer makes room for one other request of its object. Within that wait it may have to wait
+// for a reference to be acquired, which must make no more room.
+TEST(ObjectGate, HandlerInNestedWaitsMakesRoomOnce)
+{
+    using TAVO::Transport::ObjectGate;
+    using TAVO::Transport::OutgoingCall;
+    ObjectGate gate(false);
+    const auto enters = [&gate] { return gate.EnterOrWait([] { return std::function<void()>([] {}); }); };
+    for (int request = 0; request < ObjectGate::CONCURRENT; ++request) {
+        ASSERT_TRUE(enters());
+    }
+    const TAVO::Transport::HandlerScope handler(gate);
+    {
+        const OutgoingCall call;
+        const OutgoingCall acquisition;
+        EXPECT_TRUE(enters());
+        EXPECT_FALSE(enters());
+    }
+    EXPECT_FALSE(enters()) << "the handler is back";
 }
 
 // The peer calls more objects of ours than there are workers, each of which calls back or within the process.
