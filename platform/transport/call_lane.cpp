@@ -216,11 +216,11 @@ try {
     return nullptr;
 }
 
-UniqueFd Session::Connect(ConnectionKind kind, uint64_t number, Clock::duration timeout, int& status)
+ConnectionFd Session::Connect(ConnectionKind kind, uint64_t number, Clock::duration timeout, int& status)
 {
     const std::string path = Core::Get().SocketPath(path_);
     const bool waits = timeout.count() > 0;
-    UniqueFd fd =
+    ConnectionFd fd =
         waits ? ConnectStream(path, std::chrono::ceil<std::chrono::milliseconds>(timeout)) : ConnectStreamNow(path);
     Hello hello;
     hello.kind = kind;
@@ -242,9 +242,13 @@ UniqueFd Session::Connect(ConnectionKind kind, uint64_t number, Clock::duration 
         }
         return fd;
     }
-    if (!AddOwnLane(number) || SendNow(fd.Get(), &hello, sizeof(hello)).status != IoStatus::OK) {
+    const bool isAdded = AddOwnLane(number);
+    if (!isAdded || SendNow(fd.Get(), &hello, sizeof(hello)).status != IoStatus::OK) {
         status = IPC_DEAD_OBJECT;
-        fd.Reset();
+        fd.Close();
+        if (isAdded) {
+            CloseOwnLane(number, 0);
+        }
     }
     return fd;
 }
@@ -268,6 +272,7 @@ void Session::ReturnLane(const std::shared_ptr<CallLane>& lane, Clock::time_poin
 
 void Session::DropLane(const std::shared_ptr<CallLane>& lane)
 {
+    lane->fd.ShutDown();
     {
         MutexLock lock(mutex_);
         std::erase(callLanes_, lane);

@@ -19,7 +19,7 @@ using Clock = std::chrono::steady_clock;
 
 // A blocking socket with its time-outs set once; used by one call at a time.
 struct CallLane {
-    UniqueFd fd;  // closed with the last reference to the lane, so that nobody shuts down a descriptor of others
+    ConnectionFd fd;  // closed with the last reference to the lane; until then any thread may shut it down
     uint64_t number = 0;
     uint64_t lastSent = 0;  // message numbers
     uint64_t lastReplyTaken = 0;
@@ -31,7 +31,7 @@ struct CallLane {
 // The one lane of a session for one-way requests (or for notices). Sending never waits.
 struct OneWayLane {
     Mutex mutex;
-    UniqueFd fd TAVO_GUARDED_BY(mutex);
+    ConnectionFd fd TAVO_GUARDED_BY(mutex);
     uint64_t number TAVO_GUARDED_BY(mutex) = 0;
     uint64_t lastSent TAVO_GUARDED_BY(mutex) = 0;
     std::vector<uint8_t> rest TAVO_GUARDED_BY(mutex);         // of a message that the socket took in part

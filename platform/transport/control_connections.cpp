@@ -21,6 +21,12 @@ constexpr size_t MAX_PENDING = 1024;                 // connections that have no
 constexpr std::chrono::seconds CONNECT_PATIENCE{8};  // for a listener whose queue is full
 constexpr std::chrono::seconds EXPECT_PATIENCE{2};   // for a connection that the peer said is on its way
 
+// Whether two pids that the kernel named are of one process. 0 is a process of another pid namespace, which cannot be told.
+bool IsSameProcess(int pid, int other)
+{
+    return pid == other || pid == 0 || other == 0;
+}
+
 }  // namespace
 
 void ControlThread::Connect(const std::shared_ptr<Session>& session)
@@ -70,7 +76,7 @@ try {
 
 std::unique_ptr<ControlLink> ControlThread::Dial(const std::shared_ptr<Session>& session)
 {
-    UniqueFd fd = ConnectStreamNow(Core::Get().SocketPath(session->Path()));
+    ConnectionFd fd = ConnectStreamNow(Core::Get().SocketPath(session->Path()));
     if (!fd.IsOpen()) {
         return nullptr;
     }
@@ -123,7 +129,6 @@ void ControlThread::Adopt(std::unique_ptr<ControlLink> link)
     if (isLate || !AddLink(std::move(link)) || !kept.IsAnswered()) {
         return;
     }
-    kept.WatchProcess();
     kept.GetSession()->FlushControl();
     retriesParked_ = true;
 }
@@ -145,6 +150,9 @@ bool ControlThread::AddLink(std::unique_ptr<ControlLink> link)
         Own(std::move(owner));
         links_[session.get()] = kept;
         isAdded = AddPoll(kept->Fd(), EPOLLIN | EPOLLRDHUP, kept);
+        if (isAdded) {  // Before any answer: a forked child may hold the listening socket of an owner that has died.
+            kept->WatchProcess();
+        }
     } catch (const std::bad_alloc&) {
         WarnLimited("out of memory", "a connection was given up");
     }
@@ -192,11 +200,10 @@ void ControlThread::OnAnswer(ControlLink& link, const Hello& answer)
     }
     link.BecomeAnswered();
     session->ComeUp(link.Fd(), wait_.Epoll(), static_cast<Pollable*>(&link), link.Identity());
-    link.WatchProcess();
     retriesParked_ = true;
 }
 
-void ControlThread::OnAccepted(UniqueFd fd)
+void ControlThread::OnAccepted(ConnectionFd fd)
 {
     const PeerIdentity identity = ReadPeerIdentity(fd.Get());
     if (!identity.known || identity.uid != ::geteuid()) {
@@ -235,19 +242,27 @@ void ControlThread::OnConnectionSettled(PendingConnection* connection)
 {
     if (connection->Fd() >= 0) {
         RemovePoll(connection->Fd(), connection);
+        if (connection->IsComplete()) {
+            RefuseLane(connection->GetHello(), connection->Identity());
+        }
     }
     polled_.erase(connection);
     std::erase(pending_, connection);
     Disown(connection);
 }
 
-bool ControlThread::OnHello(UniqueFd& fd, const Hello& hello, const PeerIdentity& identity)
+HelloResult ControlThread::OnHello(ConnectionFd& fd, const Hello& hello, const PeerIdentity& identity)
 {
     if (hello.kind == ConnectionKind::CONTROL) {
         ::epoll_ctl(wait_.Epoll(), EPOLL_CTL_DEL, fd.Get(), nullptr);
         AcceptControl(fd, hello, identity);
-        return true;
+        return HelloResult::SETTLED;
     }
+    return AcceptLane(fd, hello, identity);
+}
+
+HelloResult ControlThread::AcceptLane(ConnectionFd& fd, const Hello& hello, const PeerIdentity& identity)
+{
     const auto isUp = [](const std::shared_ptr<Session>& of) {
         return of != nullptr && of->GetState() == Session::State::UP;
     };
@@ -259,26 +274,53 @@ bool ControlThread::OnHello(UniqueFd& fd, const Hello& hello, const PeerIdentity
     if (!isUp(session)) {
         // The answer to our hello may be about to be read: the peer was up before we are.
         const auto isOpen = [](const auto& entry) { return !entry.second->IsAnswered(); };
-        return dialing_ == 0 && std::none_of(links_.begin(), links_.end(), isOpen);
+        const bool mayFollow = dialing_ != 0 || std::any_of(links_.begin(), links_.end(), isOpen);
+        return mayFollow ? HelloResult::AWAITS_SESSION : HelloResult::SETTLED;
+    }
+    if (!IsSameProcess(session->Identity().pid, identity.pid)) {
+        WarnLimited("a lane names the session of another process", "refused");
+        return HelloResult::SETTLED;
+    }
+    if (hello.kind == ConnectionKind::CALL_LANE && !session->HasRoomForCallLane()) {
+        // Workers may not have closed the lanes yet whose callers have given up. This one waits until they have, or until
+        // its own caller gives up.
+        const bool mayWait = !HasHungUp(fd.Get()) && CountWaitingLanes(hello.instance) <= Session::MAX_LANES;
+        return mayWait ? HelloResult::AWAITS_ROOM : HelloResult::SETTLED;
     }
     ::epoll_ctl(wait_.Epoll(), EPOLL_CTL_DEL, fd.Get(), nullptr);
     const auto lane = std::make_shared<InLane>(std::move(fd), hello.kind, hello.lane, session);
     if (!session->AddInLane(lane)) {
-        return true;
+        return HelloResult::SETTLED;
     }
     const bool isServed = hello.kind == ConnectionKind::NOTICE_LANE ? Core::Get().Delivery().AddLane(lane)
                                                                     : Core::Get().Workers().AddLane(lane);
     if (!isServed) {
         session->RemoveInLane(lane, 0);  // The peer learns at once that nobody is there to answer.
     }
-    return true;
+    return HelloResult::SETTLED;
 }
 
-void ControlThread::AcceptControl(UniqueFd& fd, const Hello& hello, const PeerIdentity& identity)
+size_t ControlThread::CountWaitingLanes(const Instance& peer) const
+{
+    return static_cast<size_t>(std::count_if(pending_.begin(), pending_.end(), [&peer](const auto* connection) {
+        return connection->IsComplete() && connection->GetHello().instance == peer && !HasHungUp(connection->Fd());
+    }));
+}
+
+void ControlThread::RefuseLane(const Hello& hello, const PeerIdentity& identity)
+{
+    const std::shared_ptr<Session> session = hello.IsValid() ? Core::Get().FindSession(hello.instance) : nullptr;
+    if (hello.kind != ConnectionKind::CONTROL && session != nullptr && session->GetState() == Session::State::UP &&
+        IsSameProcess(session->Identity().pid, identity.pid)) {
+        session->RefuseLane(hello.lane);
+    }
+}
+
+void ControlThread::AcceptControl(ConnectionFd& fd, const Hello& hello, const PeerIdentity& identity)
 {
     const Instance& self = Core::Get().Self();
     if (hello.instance == self || hello.instance == Instance{}) {
-        fd.Reset();
+        fd.Close();
         return;
     }
     bool isNew = false;
@@ -295,7 +337,7 @@ void ControlThread::AcceptControl(UniqueFd& fd, const Hello& hello, const PeerId
     answer.lane = isAccepted ? Hello::ACCEPTED : Hello::USE_OTHER;
     const bool isSaid = SendNow(fd.Get(), &answer, sizeof(answer)).status == IoStatus::OK;
     if (!isSaid || !isAccepted) {
-        fd.Reset();
+        fd.Close();
         if (isAccepted && link == nullptr) {  // The peer is gone again, and whoever found the session waits for nobody.
             Abandon(session);
         }
@@ -308,7 +350,7 @@ void ControlThread::AcceptControl(UniqueFd& fd, const Hello& hello, const PeerId
     Establish(session, std::move(fd), identity);
 }
 
-void ControlThread::Establish(const std::shared_ptr<Session>& session, UniqueFd fd, const PeerIdentity& identity)
+void ControlThread::Establish(const std::shared_ptr<Session>& session, ConnectionFd fd, const PeerIdentity& identity)
 {
     auto link = std::make_unique<ControlLink>(*this, session, std::move(fd), identity, true);
     ControlLink& kept = *link;
@@ -316,7 +358,6 @@ void ControlThread::Establish(const std::shared_ptr<Session>& session, UniqueFd 
         return;
     }
     session->ComeUp(kept.Fd(), wait_.Epoll(), static_cast<Pollable*>(&kept), identity);
-    kept.WatchProcess();
     retriesParked_ = true;
     kept.OnReady(EPOLLIN);  // What follows the hello was said before any end of others that is still to be acted on.
 }
@@ -329,7 +370,10 @@ ControlLink* ControlThread::LinkOf(const Session* session) const
 
 void ControlThread::OnEnd(ControlLink& link)
 {
-    ends_.push_back(&link);
+    const auto isIn = [&link](const auto& list) { return std::find(list.begin(), list.end(), &link) != list.end(); };
+    if (!isIn(ends_) && !isIn(due_)) {
+        ends_.push_back(&link);
+    }
     link.StopWatching();
 }
 
@@ -357,7 +401,7 @@ void ControlThread::TakeInWhatWaits()
     }
     const Raised takingIn(isTakingIn_);
     for (Listener* listener : listeners_) {
-        if (polled_.count(listener) != 0) {
+        if (listener->state == Listener::State::ACCEPTING) {
             listener->Accept(MAX_PENDING);
         }
     }

@@ -19,7 +19,7 @@ constexpr int READS_PER_TURN = 64;
 
 }  // namespace
 
-ControlLink::ControlLink(ControlThread& control, std::shared_ptr<Session> session, UniqueFd fd,
+ControlLink::ControlLink(ControlThread& control, std::shared_ptr<Session> session, ConnectionFd fd,
                          const PeerIdentity& identity, bool answered)
     : control_(control), session_(std::move(session)), fd_(std::move(fd)), identity_(identity), answered_(answered)
 {
@@ -32,8 +32,11 @@ ControlLink::~ControlLink()
 
 void ControlLink::WatchProcess()
 try {
-    UniqueFd pidFd = OpenPeerPidFd(fd_.Get(), identity_.pid);
-    if (pidFd.IsOpen()) {
+    bool hasEnded = false;
+    UniqueFd pidFd = OpenPeerPidFd(fd_.Get(), identity_.pid, hasEnded);
+    if (hasEnded) {
+        control_.OnEnd(*this);
+    } else if (pidFd.IsOpen()) {
         process_ = std::make_unique<Process>(*this, std::move(pidFd));
         if (!control_.AddPoll(process_->Fd(), EPOLLIN, process_.get())) {
             process_.reset();  // The end of the connection tells as well.
@@ -45,7 +48,7 @@ try {
 
 void ControlLink::ShutDown() noexcept
 {
-    ::shutdown(fd_.Get(), SHUT_RDWR);
+    fd_.ShutDown();
 }
 
 void ControlLink::StopWatching()
@@ -148,19 +151,22 @@ void PendingConnection::OnReady(uint32_t)
 
 void PendingConnection::Retry()
 {
-    bool isSettled = true;
+    HelloResult result = HelloResult::SETTLED;
     try {
-        isSettled = control_.OnHello(fd_, hello_, identity_);
+        result = control_.OnHello(fd_, hello_, identity_);
     } catch (const std::bad_alloc&) {
         WarnLimited("out of memory", "a connection was refused");
     }
-    if (isSettled) {
+    if (result == HelloResult::SETTLED) {
         control_.OnConnectionSettled(this);
-    } else {
-        epoll_event quiet{};  // Its request may lie there already; it is read when the session is up.
-        quiet.data.ptr = static_cast<Pollable*>(this);
-        ::epoll_ctl(control_.Epoll(), EPOLL_CTL_MOD, fd_.Get(), &quiet);
+        return;
     }
+    if (result == HelloResult::AWAITS_ROOM) {
+        deadline_ = Clock::time_point::max();  // It lasts as long as its caller waits.
+    }
+    epoll_event quiet{};  // Its request may lie there already; it is read once a worker has the lane.
+    quiet.data.ptr = static_cast<Pollable*>(this);
+    ::epoll_ctl(control_.Epoll(), EPOLL_CTL_MOD, fd_.Get(), &quiet);
 }
 
 void Listener::OnReady(uint32_t)
@@ -171,13 +177,13 @@ void Listener::OnReady(uint32_t)
 void Listener::Accept(size_t most)
 {
     for (size_t turn = 0; turn < most; ++turn) {
-        UniqueFd fd(::accept4(fd_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+        ConnectionFd fd(AboveStandardFds(::accept4(fd_.Get(), nullptr, nullptr, SOCK_CLOEXEC)));
         if (fd.IsOpen()) {
             control_.OnAccepted(std::move(fd));
             continue;
         }
         if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS) {
-            control_.RestListener(fd_.Get(), this);
+            control_.RestListener(*this);
         }
         if (errno != EINTR && errno != ECONNABORTED) {
             return;

@@ -16,7 +16,7 @@ namespace TAVO::Transport {
 class ControlLink final : public Pollable {
 public:
     // `answered`: the hellos are exchanged. Otherwise the answer is awaited.
-    ControlLink(ControlThread& control, std::shared_ptr<Session> session, UniqueFd fd, const PeerIdentity& identity,
+    ControlLink(ControlThread& control, std::shared_ptr<Session> session, ConnectionFd fd, const PeerIdentity& identity,
                 bool answered);
     ~ControlLink() override;
     ControlLink(const ControlLink&) = delete;
@@ -56,7 +56,7 @@ private:
 
     ControlThread& control_;
     const std::shared_ptr<Session> session_;
-    const UniqueFd fd_;
+    const ConnectionFd fd_;
     const PeerIdentity identity_;
     bool answered_;
     std::array<uint8_t, 4096> buffer_;
@@ -64,12 +64,12 @@ private:
     std::unique_ptr<Process> process_;
 };
 
-// An accepted connection before its hello is complete, or a lane that waits for its session.
+// An accepted connection before its hello is complete, or a lane that waits for its session or for room in it.
 class PendingConnection final : public Pollable {
 public:
     static constexpr std::chrono::seconds PATIENCE{2};
 
-    PendingConnection(ControlThread& control, UniqueFd fd, const PeerIdentity& identity)
+    PendingConnection(ControlThread& control, ConnectionFd fd, const PeerIdentity& identity)
         : control_(control), fd_(std::move(fd)), identity_(identity), deadline_(Clock::now() + PATIENCE)
     {
     }
@@ -79,24 +79,31 @@ public:
     void Retry();
     int Fd() const { return fd_.Get(); }
     bool IsComplete() const { return got_ == sizeof(Hello); }
+    // Once it is complete.
+    const Hello& GetHello() const { return hello_; }
+    const PeerIdentity& Identity() const { return identity_; }
     Clock::time_point GetDeadline() const { return deadline_; }
 
 private:
     ControlThread& control_;
-    UniqueFd fd_;
+    ConnectionFd fd_;
     const PeerIdentity identity_;
-    const Clock::time_point deadline_;
+    Clock::time_point deadline_;
     Hello hello_;
     size_t got_ = 0;
 };
 
 class Listener final : public Pollable {
 public:
+    enum class State { NEW, ACCEPTING, RESTING };  // NEW: the control thread does not poll it yet
+
     Listener(ControlThread& control, UniqueFd fd) : control_(control), fd_(std::move(fd)) {}
     void OnReady(uint32_t events) override;
     // Takes connections that wait, at most so many.
     void Accept(size_t most);
     int Fd() const { return fd_.Get(); }
+
+    State state = State::NEW;  // for the control thread
 
 private:
     ControlThread& control_;

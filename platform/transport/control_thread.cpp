@@ -86,9 +86,7 @@ bool ControlThread::Listen(UniqueFd fd)
             Own(std::move(*owner));
             listeners_.push_back(kept);
         }
-        if (!AddPoll(kept->Fd(), EPOLLIN, kept)) {
-            RestListener(kept->Fd(), kept);
-        }
+        ResumeListener(*kept);
         Core::Get().Workers().EnsureSpare();  // for the first request
     });
 }
@@ -108,6 +106,11 @@ void ControlThread::FlushLater(const std::shared_ptr<Session>& session, Connecti
     Post([this, session, kind] { flushing_.emplace_back(session, kind); });
 }
 
+bool ControlThread::RetryWaitingLanes()
+{
+    return Post([this] { retriesParked_ = true; });
+}
+
 void ControlThread::ExpectIdleLanes()
 {
     if (!expectsIdleLanes_.load(std::memory_order_relaxed) && !expectsIdleLanes_.exchange(true) &&
@@ -120,6 +123,14 @@ void ControlThread::Own(std::unique_ptr<Pollable>&& pollable)
 {
     std::unique_ptr<Pollable>& place = owned_[pollable.get()];
     place = std::move(pollable);
+    // Room for all of them to end at one time: noticing that takes no memory.
+    if (disowned_.capacity() < owned_.size()) {
+        disowned_.reserve(2 * owned_.size());
+    }
+    if (ends_.capacity() < owned_.size() || due_.capacity() < owned_.size()) {
+        ends_.reserve(2 * owned_.size());
+        due_.reserve(2 * owned_.size());
+    }
 }
 
 void ControlThread::Disown(Pollable* pollable)
@@ -223,7 +234,8 @@ int ControlThread::TickMilliseconds() const
     if (!stalled_.empty() || !connecting_.empty() || !jobsInHand_.empty() || !due_.empty()) {
         return 20;
     }
-    if (!pending_.empty() || !impatient_.empty() || !resting_.empty() || !expected_.empty()) {
+    if (!pending_.empty() || !impatient_.empty() || hasResting_ || !expected_.empty() ||
+        Core::Get().Delivery().IsStarved()) {
         return 100;
     }
     return expectsIdleLanes_.load(std::memory_order_relaxed) ? 1000 : -1;
@@ -247,8 +259,10 @@ void ControlThread::OnTick(Clock::time_point now)
     for (const Retry& retry : std::exchange(connecting_, {})) {
         TryConnect(retry);
     }
-    while (!pending_.empty() && pending_.front()->GetDeadline() <= now) {
-        OnConnectionSettled(pending_.front());
+    const auto isLate = [now](const PendingConnection* connection) { return connection->GetDeadline() <= now; };
+    for (auto late = std::find_if(pending_.begin(), pending_.end(), isLate); late != pending_.end();
+         late = std::find_if(pending_.begin(), pending_.end(), isLate)) {
+        OnConnectionSettled(*late);
     }
     std::erase_if(impatient_, [now](const std::weak_ptr<InLane>& entry) {
         const std::shared_ptr<InLane> lane = entry.lock();
@@ -261,10 +275,14 @@ void ControlThread::OnTick(Clock::time_point now)
         }
         return isSettled || entry.giveUp <= now;
     });
-    if (!resting_.empty() && restingUntil_ <= now) {
-        for (const auto& [fd, listener] : std::exchange(resting_, {})) {
-            if (!AddPoll(fd, EPOLLIN, listener)) {
-                RestListener(fd, listener);
+    if (Core::Get().Delivery().IsStarved()) {
+        Core::Get().Delivery().Retry();
+    }
+    if (hasResting_ && restingUntil_ <= now) {
+        hasResting_ = false;
+        for (Listener* listener : listeners_) {
+            if (listener->state != Listener::State::ACCEPTING) {
+                ResumeListener(*listener);
             }
         }
     }
@@ -277,10 +295,35 @@ void ControlThread::OnTick(Clock::time_point now)
     }
 }
 
-void ControlThread::RestListener(int fd, Pollable* listener)
+void ControlThread::ResumeListener(Listener& listener)
 {
-    RemovePoll(fd, listener);
-    resting_.emplace_back(fd, listener);
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.ptr = static_cast<Pollable*>(&listener);
+    bool isPolled = false;
+    try {
+        isPolled = listener.state == Listener::State::NEW
+                       ? AddPoll(listener.Fd(), EPOLLIN, &listener)
+                       : ::epoll_ctl(wait_.Epoll(), EPOLL_CTL_MOD, listener.Fd(), &event) == 0;
+    } catch (const std::bad_alloc&) {
+        // Tried again in a moment.
+    }
+    if (isPolled) {
+        listener.state = Listener::State::ACCEPTING;
+    } else {
+        RestListener(listener);
+    }
+}
+
+void ControlThread::RestListener(Listener& listener) noexcept
+{
+    if (listener.state == Listener::State::ACCEPTING) {
+        epoll_event quiet{};
+        quiet.data.ptr = static_cast<Pollable*>(&listener);
+        ::epoll_ctl(wait_.Epoll(), EPOLL_CTL_MOD, listener.Fd(), &quiet);
+        listener.state = Listener::State::RESTING;
+    }
+    hasResting_ = true;
     restingUntil_ = Clock::now() + LISTENER_REST;
     WarnLimited("no room for a new connection", "accepting again in a moment");
 }

@@ -25,6 +25,13 @@ class InLane;
 class Listener;
 class PendingConnection;
 
+// What becomes of a connection whose hello is complete.
+enum class HelloResult {
+    SETTLED,
+    AWAITS_SESSION,  // a lane whose session is being established
+    AWAITS_ROOM,     // a call lane of a peer that has as many as it may have
+};
+
 // Something that the control thread waits for.
 class Pollable {
 public:
@@ -53,6 +60,8 @@ public:
     void WatchPatience(const std::shared_ptr<InLane>& lane);
     // Sends the rest of a one-way request as soon as there is room.
     void FlushLater(const std::shared_ptr<Session>& session, ConnectionKind kind);
+    // A session has room for another lane: those that wait are looked at again. False without memory.
+    bool RetryWaitingLanes();
     // Some session has an idle lane, to be closed after a while.
     void ExpectIdleLanes();
     // The last free worker is about to take work: when more comes for them, another is started. The first request would
@@ -65,18 +74,19 @@ public:
     // memory for that: nothing will come of the connection.
     bool AddPoll(int fd, uint32_t events, Pollable* pollable);
     void RemovePoll(int fd, Pollable* pollable);
-    // A connection said what it is; takes the descriptor. False: keep it and ask again when a session has come up.
-    bool OnHello(UniqueFd& fd, const Hello& hello, const PeerIdentity& identity);
+    // The hello of a connection is complete. SETTLED: takes the descriptor, or the connection is to be closed. Otherwise the
+    // connection is kept and offered again.
+    HelloResult OnHello(ConnectionFd& fd, const Hello& hello, const PeerIdentity& identity);
     void OnAnswer(ControlLink& link, const Hello& answer);
-    void OnAccepted(UniqueFd fd);
+    void OnAccepted(ConnectionFd fd);
     // It became what it is, or nothing.
     void OnConnectionSettled(PendingConnection* connection);
     // The connection or the process at its other end has ended. Acted on once all that was there at that time is read.
     void OnEnd(ControlLink& link);
     // What connected before its process ended is taken in before the end is acted on: what was sent one-way is run.
     void TakeInWhatWaits();
-    // No descriptor or memory for accepting: the listener rests for a moment.
-    void RestListener(int fd, Pollable* listener);
+    // No descriptor or memory for accepting: the listener rests for a moment. Needs no memory.
+    void RestListener(Listener& listener) noexcept;
 
 private:
     friend class ControlLink;
@@ -132,8 +142,15 @@ private:
     void HandOver(std::unique_ptr<ControlLink> dialed, const Hello* answer, std::shared_ptr<Dialing> dialing);
     void Adopt(std::unique_ptr<ControlLink> link);
     void TryConnect(const Retry& retry);
-    void Establish(const std::shared_ptr<Session>& session, UniqueFd fd, const PeerIdentity& identity);
-    void AcceptControl(UniqueFd& fd, const Hello& hello, const PeerIdentity& identity);
+    void Establish(const std::shared_ptr<Session>& session, ConnectionFd fd, const PeerIdentity& identity);
+    void AcceptControl(ConnectionFd& fd, const Hello& hello, const PeerIdentity& identity);
+    HelloResult AcceptLane(ConnectionFd& fd, const Hello& hello, const PeerIdentity& identity);
+    // Lanes of that peer which wait for their session or for room in it, and whose callers still wait too.
+    size_t CountWaitingLanes(const Instance& peer) const;
+    // Lets the peer know that nothing was taken from a lane of its that is about to be closed.
+    void RefuseLane(const Hello& hello, const PeerIdentity& identity);
+    // Starts or resumes accepting; without memory the listener rests.
+    void ResumeListener(Listener& listener);
     // Waits for what the link brings. False, and its session is dead, when that cannot be.
     bool AddLink(std::unique_ptr<ControlLink> link);
     // A session that comes to nothing, or has ended.
@@ -170,9 +187,9 @@ private:
     std::vector<std::weak_ptr<InLane>> impatient_;
     std::vector<std::shared_ptr<InLane>> stalled_;
     std::vector<std::pair<std::weak_ptr<Session>, ConnectionKind>> flushing_;
-    std::vector<std::pair<int, Pollable*>> resting_;  // listeners that found no descriptor left
+    bool hasResting_ = false;  // listeners that found no descriptor or memory left
     Clock::time_point restingUntil_;
-    bool retriesParked_ = false;  // a session has come up: lanes may have waited for it
+    bool retriesParked_ = false;  // a session was established or has room again: lanes may have waited for that
     Clock::time_point nextIdleSweep_;
 };
 

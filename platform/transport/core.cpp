@@ -183,7 +183,7 @@ bool Core::EnsureListening()
     const std::string path = dir_.SocketPath(firstName);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    UniqueFd fd(AboveStandardFds(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)));
     if (dir < 0 || !fd.IsOpen() || path.size() >= sizeof(address.sun_path)) {
         return false;
     }

@@ -1,17 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
-// One loop over queued notices and notice lanes.
+// One loop over the queue of dead objects and the notice lanes. A death notice must not get lost, least of all when the
+// process is out of memory: so the queue is made of the dead objects themselves.
 #include "transport/delivery_thread.h"
 
 #include <sys/epoll.h>
 
-#include <exception>
-#include <new>
 #include <utility>
 
 #include "transport/in_lane.h"
+#include "transport/proxy_object.h"
 #include "transport/threads.h"
 
 namespace TAVO::Transport {
+
+DeliveryThread::DeliveryThread() = default;
+DeliveryThread::~DeliveryThread() = default;
 
 bool DeliveryThread::Open()
 {
@@ -19,25 +22,30 @@ bool DeliveryThread::Open()
     return wait_.Open();
 }
 
-bool DeliveryThread::Start()
+bool DeliveryThread::Start() noexcept
 {
     isRunning_ = isRunning_ || (wait_.Open() && StartThread(ThreadRole::DELIVERY, "tavo-delivery", [this] { Run(); }));
     return isRunning_;
 }
 
-bool DeliveryThread::Post(std::function<void()> job) noexcept
+void DeliveryThread::PostDeath(sptr<ProxyObject> object) noexcept
 {
-    try {
+    {
         MutexLock lock(mutex_);
-        if (!Start()) {
-            return false;
-        }
-        jobs_.push_back(std::move(job));
-    } catch (const std::bad_alloc&) {
-        return false;
+        ProxyObject* const added = object.Get();
+        (lastDead_ != nullptr ? lastDead_->nextDead : firstDead_) = std::move(object);
+        lastDead_ = added;
     }
-    wait_.Signal();
-    return true;
+    Retry();
+}
+
+void DeliveryThread::Retry() noexcept
+{
+    MutexLock lock(mutex_);
+    isStarved_.store(!Start(), std::memory_order_relaxed);
+    if (isRunning_) {
+        wait_.Signal();
+    }
 }
 
 bool DeliveryThread::AddLane(const std::shared_ptr<InLane>& lane)
@@ -60,27 +68,30 @@ void DeliveryThread::Run()
             continue;
         }
         if (event.data.ptr == nullptr) {  // anything else is a lane
-            RunJobs();
+            NotifyQueued();
         } else {
             static_cast<InLane*>(event.data.ptr)->Serve(event.events);
         }
     }
 }
 
-void DeliveryThread::RunJobs()
+void DeliveryThread::NotifyQueued()
 {
     wait_.Take();
     for (;;) {
-        std::function<void()> job;
+        sptr<ProxyObject> dead;
         {
             MutexLock lock(mutex_);
-            if (jobs_.empty()) {
+            if (lastDead_ == nullptr) {
                 return;
             }
-            job = std::move(jobs_.front());
-            jobs_.pop_front();
+            dead = std::move(firstDead_);
+            firstDead_ = std::move(dead->nextDead);
+            if (firstDead_ == nullptr) {
+                lastDead_ = nullptr;
+            }
         }
-        job();
+        dead->NotifyRecipients();
     }
 }
 

@@ -3,36 +3,46 @@
 #ifndef TAVO_TRANSPORT_DELIVERY_THREAD_H
 #define TAVO_TRANSPORT_DELIVERY_THREAD_H
 
-#include <deque>
-#include <functional>
+#include <atomic>
 #include <memory>
 
 #include "tavo/mutex.h"
+#include "tavo/ref_base.h"
 #include "transport/wait_set.h"
 
 namespace TAVO::Transport {
 
 class InLane;
+class ProxyObject;
 
 // Started at its first use.
 class DeliveryThread {
 public:
+    DeliveryThread();
+    ~DeliveryThread();
     // Opens what the thread waits with; false when no descriptor is left.
     bool Open();
-    // Runs `job` behind those that wait. False without memory, thread or descriptor.
-    bool Post(std::function<void()> job) noexcept;
-    // Serves a lane of notices from now on. False when the thread cannot be had.
+    // Notifies the recipients of a dead object, after those of objects that died before. Each object once. Takes no memory:
+    // the objects form the queue. Without a thread they stay queued until Retry finds one.
+    void PostDeath(sptr<ProxyObject> object) noexcept;
+    // Serves a lane of notices from now on. False when the thread cannot be started.
     bool AddLane(const std::shared_ptr<InLane>& lane);
 
+    // Whether notices are queued and the thread could not be started.
+    bool IsStarved() const noexcept { return isStarved_.load(std::memory_order_relaxed); }
+    void Retry() noexcept;
+
 private:
-    bool Start() TAVO_REQUIRES(mutex_);
+    bool Start() noexcept TAVO_REQUIRES(mutex_);
     void Run();
-    void RunJobs();
+    void NotifyQueued();
 
     WaitSet wait_{WaitSet::Jobs::ALL};
     Mutex mutex_;
     bool isRunning_ TAVO_GUARDED_BY(mutex_) = false;
-    std::deque<std::function<void()>> jobs_ TAVO_GUARDED_BY(mutex_);
+    sptr<ProxyObject> firstDead_ TAVO_GUARDED_BY(mutex_);      // linked by nextDead
+    ProxyObject* lastDead_ TAVO_GUARDED_BY(mutex_) = nullptr;  // null: the queue is empty
+    std::atomic<bool> isStarved_{false};
 };
 
 }  // namespace TAVO::Transport

@@ -94,16 +94,16 @@ IoResult SendWith(int fd, const void* buffer, size_t size, int flags) noexcept
     return {IoStatus::OK, sent};
 }
 
-UniqueFd ConnectWith(const std::string& path, int socketFlags, milliseconds timeout)
+ConnectionFd ConnectWith(const std::string& path, int socketFlags, milliseconds timeout)
 {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof(address.sun_path)) {
         errno = ENAMETOOLONG;
-        return UniqueFd();
+        return ConnectionFd();
     }
     std::memcpy(address.sun_path, path.data(), path.size());
-    UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | socketFlags, 0));
+    ConnectionFd fd(AboveStandardFds(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | socketFlags, 0)));
     if (!fd.IsOpen()) {
         return fd;
     }
@@ -130,7 +130,7 @@ UniqueFd ConnectWith(const std::string& path, int socketFlags, milliseconds time
     }
     if (result != 0 && errno != EISCONN) {
         const int error = errno;
-        fd.Reset();
+        fd.Close();
         errno = error;
         return fd;
     }
@@ -139,13 +139,30 @@ UniqueFd ConnectWith(const std::string& path, int socketFlags, milliseconds time
     }
     const PeerIdentity peer = ReadPeerIdentity(fd.Get());
     if (!peer.known || peer.uid != ::geteuid()) {
-        fd.Reset();
+        fd.Close();
         errno = EACCES;
     }
     return fd;
 }
 
 }  // namespace
+
+void ConnectionFd::ShutDown() const noexcept
+{
+    ::shutdown(Get(), SHUT_RDWR);
+}
+
+int AboveStandardFds(int fd) noexcept
+{
+    if (fd < 0 || fd > STDERR_FILENO) {
+        return fd;
+    }
+    const int above = ::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int reason = errno;
+    ::close(fd);
+    errno = reason;
+    return above;
+}
 
 IoResult ReceiveNow(int fd, void* buffer, size_t size) noexcept
 {
@@ -212,12 +229,12 @@ bool HasHungUp(int fd) noexcept
     return ::poll(&entry, 1, 0) > 0;
 }
 
-UniqueFd ConnectStream(const std::string& path, milliseconds timeout)
+ConnectionFd ConnectStream(const std::string& path, milliseconds timeout)
 {
     return ConnectWith(path, 0, std::max(timeout, milliseconds(1)));
 }
 
-UniqueFd ConnectStreamNow(const std::string& path)
+ConnectionFd ConnectStreamNow(const std::string& path)
 {
     return ConnectWith(path, SOCK_NONBLOCK, milliseconds(0));
 }
@@ -244,15 +261,18 @@ PeerIdentity ReadPeerIdentity(int fd) noexcept
     return {true, credentials.pid, credentials.uid};
 }
 
-UniqueFd OpenPeerPidFd(int fd, int pid) noexcept
+UniqueFd OpenPeerPidFd(int fd, int pid, bool& hasEnded) noexcept
 {
+    hasEnded = false;
     int pidFd = -1;
     socklen_t size = sizeof(pidFd);
     if (::getsockopt(fd, SOL_SOCKET, SO_PEERPIDFD, &pidFd, &size) == 0) {
         ::fcntl(pidFd, F_SETFD, FD_CLOEXEC);
-        return UniqueFd(pidFd);
+    } else if (pid > 0) {  // An older kernel, or a process that was reaped. The descriptor is close-on-exec by itself.
+        pidFd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+        hasEnded = pidFd < 0 && errno == ESRCH;
     }
-    return UniqueFd(pid > 0 ? static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)) : -1);  // Close-on-exec by itself.
+    return UniqueFd(AboveStandardFds(pidFd));
 }
 
 }  // namespace TAVO::Transport

@@ -13,6 +13,7 @@
 
 namespace TAVO::Transport {
 
+// Owns a descriptor.
 class UniqueFd {
 public:
     UniqueFd() = default;
@@ -39,6 +40,41 @@ public:
 private:
     int fd_ = -1;
 };
+
+// Owns one end of a connection. Closing shuts the connection down first: a forked child may hold the same socket for as
+// long as it lives, and the peer would not see the end before that.
+class ConnectionFd {
+public:
+    ConnectionFd() = default;
+    explicit ConnectionFd(int fd) noexcept : fd_(fd) {}
+    ConnectionFd(ConnectionFd&&) noexcept = default;
+    ConnectionFd& operator=(ConnectionFd&& other) noexcept
+    {
+        Close();
+        fd_ = std::move(other.fd_);
+        return *this;
+    }
+    ~ConnectionFd() { Close(); }
+
+    int Get() const noexcept { return fd_.Get(); }
+    bool IsOpen() const noexcept { return fd_.IsOpen(); }
+    // Ends the connection for both ends and all processes. Any thread, while the owner keeps it open.
+    void ShutDown() const noexcept;
+    void Close() noexcept
+    {
+        if (IsOpen()) {
+            ShutDown();
+            fd_.Reset();
+        }
+    }
+
+private:
+    UniqueFd fd_;
+};
+
+// Returns `fd`, or a copy of it above the three standard descriptors and closes the original. A host may have closed those,
+// and what it then writes to its standard output must not end up in a socket. -1 stays -1, errno included. Close-on-exec.
+int AboveStandardFds(int fd) noexcept;
 
 using Deadline = std::chrono::steady_clock::time_point;
 
@@ -78,9 +114,9 @@ bool HasHungUp(int fd) noexcept;
 
 // A stream socket connected to `path` (close-on-exec, blocking, with the given time-outs). On failure not open, errno
 // set; EACCES when the socket belongs to another user. `path` must fit into an address.
-UniqueFd ConnectStream(const std::string& path, std::chrono::milliseconds timeout);
+ConnectionFd ConnectStream(const std::string& path, std::chrono::milliseconds timeout);
 // The same without ever waiting: errno EAGAIN when the listener's queue is full.
-UniqueFd ConnectStreamNow(const std::string& path);
+ConnectionFd ConnectStreamNow(const std::string& path);
 void SetTimeouts(int fd, std::chrono::milliseconds receive, std::chrono::milliseconds send) noexcept;
 
 struct PeerIdentity {
@@ -89,8 +125,9 @@ struct PeerIdentity {
     unsigned uid = 0;
 };
 PeerIdentity ReadPeerIdentity(int fd) noexcept;
-// A descriptor of the peer's process; not open where the kernel has none to give.
-UniqueFd OpenPeerPidFd(int fd, int pid) noexcept;
+// A descriptor of the peer's process, readable once that has ended; not open where the kernel has none to give.
+// `hasEnded` becomes whether the process is known to have ended already.
+UniqueFd OpenPeerPidFd(int fd, int pid, bool& hasEnded) noexcept;
 
 }  // namespace TAVO::Transport
 

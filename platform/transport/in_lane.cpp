@@ -3,7 +3,6 @@
 #include "transport/in_lane.h"
 
 #include <sys/epoll.h>
-#include <sys/socket.h>
 
 #include <cstring>
 #include <new>
@@ -41,7 +40,7 @@ struct InLane::Request {
     MessageParcel data;
 };
 
-InLane::InLane(UniqueFd fd, ConnectionKind kind, uint64_t number, std::shared_ptr<Session> session)
+InLane::InLane(ConnectionFd fd, ConnectionKind kind, uint64_t number, std::shared_ptr<Session> session)
     : fd_(std::move(fd)),
       kind_(kind),
       number_(number),
@@ -77,7 +76,7 @@ bool InLane::Arm(int operation, uint32_t events)
 
 void InLane::ShutDown() noexcept
 {
-    ::shutdown(fd_.Get(), SHUT_RDWR);
+    fd_.ShutDown();
 }
 
 void InLane::Serve(uint32_t events)

@@ -23,7 +23,7 @@ public:
     // An incomplete request, or a reply that is not taken, ends the lane after this.
     static constexpr std::chrono::seconds PATIENCE{8};
 
-    InLane(UniqueFd fd, ConnectionKind kind, uint64_t number, std::shared_ptr<Session> session);
+    InLane(ConnectionFd fd, ConnectionKind kind, uint64_t number, std::shared_ptr<Session> session);
     ~InLane();
 
     uint64_t Number() const noexcept { return number_; }
@@ -82,7 +82,7 @@ private:
     void Close();
     bool IsCallLane() const noexcept { return kind_ == ConnectionKind::CALL_LANE; }
 
-    const UniqueFd fd_;
+    const ConnectionFd fd_;
     const ConnectionKind kind_;
     const uint64_t number_;
     const std::shared_ptr<Session> session_;

@@ -133,7 +133,7 @@ int Session::OpenOneWay(OneWayLane& lane, ConnectionKind kind)
 
 void Session::CloseOneWay(OneWayLane& lane)
 {
-    lane.fd.Reset();
+    lane.fd.Close();
     lane.rest.clear();
     lane.ring.reset();
     lane.isInRing = false;

@@ -127,7 +127,7 @@ void ProxyObject::MarkAlive() noexcept
     life_.compare_exchange_strong(expected, Life::ALIVE);
 }
 
-void ProxyObject::MarkDead()
+void ProxyObject::MarkDead() noexcept
 {
     {
         MutexLock lock(mutex_);
@@ -135,10 +135,10 @@ void ProxyObject::MarkDead()
             return;
         }
     }
-    Core::Get().Delivery().Post([self = sptr<ProxyObject>(this)] { self->TellRecipients(); });
+    Core::Get().Delivery().PostDeath(sptr<ProxyObject>(this));
 }
 
-void ProxyObject::TellRecipients()
+void ProxyObject::NotifyRecipients() noexcept
 {
     const wptr<IRemoteObject> weak(this);
     for (;;) {

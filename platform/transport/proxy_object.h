@@ -40,7 +40,11 @@ public:
     // For the session. Marking never calls anybody: recipients are told on the delivery thread.
     Life GetLife() const noexcept { return life_.load(std::memory_order_acquire); }
     void MarkAlive() noexcept;
-    void MarkDead();
+    void MarkDead() noexcept;
+    // Tells those that are registered, one after the other. Delivery thread.
+    void NotifyRecipients() noexcept;
+    // The next dead object whose recipients are to be notified; guarded by the delivery thread's lock.
+    sptr<ProxyObject> nextDead;
     // Counts that this proxy has to give back; guarded by the session's lock.
     uint64_t received = 0;
     // The last one-way request, behind which the counts go back. Written under the lane's lock (an object gets either
@@ -51,8 +55,6 @@ protected:
     void OnLastStrongRef() const noexcept override;
 
 private:
-    void TellRecipients();
-
     const std::shared_ptr<Session> session_;
     const uint64_t serial_;
     const std::u16string descriptor_;

@@ -12,6 +12,8 @@
 #include <cstring>
 #include <utility>
 
+#include "transport/fd.h"
+
 namespace TAVO::Transport {
 
 RuntimeDir::~RuntimeDir()
@@ -65,7 +67,7 @@ RuntimeDir RuntimeDir::Open(const std::string& path, bool create, std::string& e
     while (name.size() > 1 && name.back() == '/') {  // With one behind it a link would be followed.
         name.pop_back();
     }
-    dir.fd_ = ::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    dir.fd_ = AboveStandardFds(::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (dir.fd_ < 0) {
         const int reason = errno;
         if (reason == ELOOP || reason == ENOTDIR) {

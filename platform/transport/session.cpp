@@ -115,62 +115,59 @@ void Session::ComeUp(int controlFd, int controlEpoll, void* tag, const PeerIdent
     changed_.notify_all();
 }
 
-void Session::Die()
+void Session::Die() noexcept
 {
     {
         MutexLock lock(controlMutex_);
         ForgetConnectionLocked();
         unsent_.clear();
     }
+    // Nothing here takes memory: without any, too, everybody learns of the end.
     std::vector<std::shared_ptr<CallLane>> callLanes;
-    std::vector<std::shared_ptr<InLane>> inLanes;
     std::unordered_map<uint64_t, Held> held;
     std::unordered_map<uint64_t, Acquiring> acquiring;
     std::map<std::pair<LaneKey, uint64_t>, Passed> passed;
-    std::vector<sptr<ProxyObject>> proxies;
+    std::unordered_map<uint64_t, ProxyObject*> proxies;  // with a strong reference each, or null
     {
         MutexLock lock(mutex_);
         if (state_ == State::DEAD) {
             return;
         }
-        inLanes.reserve(inLanes_.size());  // What takes memory first: who dies, dies whole.
-        proxies.reserve(proxies_.size());
         state_.store(State::DEAD, std::memory_order_release);
         callLanes.swap(callLanes_);
         idleLanes_.clear();
         ownLanes_.clear();
         for (const auto& [number, lane] : inLanes_) {
-            inLanes.push_back(lane.lane);  // They take themselves out as they end.
+            lane.lane->ShutDown();  // Its worker notices, and takes it out.
         }
         if (!HasOneWayInLane()) {  // What was sent one-way before the death is still run, and needs its targets.
             held.swap(held_);
         }
         acquiring.swap(acquiring_);
         passed.swap(passed_);
-        for (const auto& [serial, proxy] : proxies_) {
-            if (proxy->TryIncStrongRef()) {
-                proxies.emplace_back(proxy);
-                proxy->DecStrongRef();
+        proxies.swap(proxies_);
+        for (auto& [serial, proxy] : proxies) {
+            if (!proxy->TryIncStrongRef()) {  // It is being destroyed on another thread.
+                proxy = nullptr;
             }
         }
-        proxies_.clear();
         changed_.notify_all();
     }
     // Shut down, not closed: that wakes whoever waits there, and what has arrived can still be read.
     for (const auto& lane : callLanes) {
-        ::shutdown(lane->fd.Get(), SHUT_RDWR);
-    }
-    for (const auto& lane : inLanes) {
-        lane->ShutDown();
+        lane->fd.ShutDown();
     }
     for (OneWayLane* lane : {&oneWay_, &notice_}) {
         MutexLock lock(lane->mutex);
         if (lane->fd.IsOpen()) {
-            ::shutdown(lane->fd.Get(), SHUT_RDWR);
+            CloseOneWay(*lane);
         }
     }
-    for (const auto& proxy : proxies) {
-        proxy->MarkDead();
+    for (const auto& [serial, proxy] : proxies) {
+        if (proxy != nullptr) {
+            proxy->MarkDead();
+            proxy->DecStrongRef();
+        }
     }
     MutexLock lock(mutex_);
     changed_.notify_all();  // for those who wait to learn about a pending proxy

@@ -46,7 +46,9 @@ class Session : public std::enable_shared_from_this<Session> {
 public:
     enum class State { CONNECTING, UP, DEAD };
 
-    static constexpr size_t MAX_LANES = 64;       // call lanes, each way
+    static constexpr size_t MAX_LANES = 64;  // call lanes, each way
+    static constexpr size_t MAX_ONE_WAY_LANES =
+        4;                                        // of the peer: one for requests, one for notices, each perhaps twice
     static constexpr size_t MAX_OBJECTS = 65536;  // references held, each way
     static constexpr size_t MAX_UNSENT_BYTES = size_t{1} << 20;
 
@@ -72,7 +74,7 @@ public:
     // The connection is about to be closed.
     void ForgetConnection(int fd);
     // Everything that ends with the session; idempotent.
-    void Die();
+    void Die() noexcept;
     // Sends what could not be sent before; false when the connection is broken.
     bool FlushControl();
     // Acts on a record of the peer; false when it breaks the protocol.
@@ -98,8 +100,12 @@ public:
     int SendOneWay(ConnectionKind kind, uint64_t serial, uint32_t code, MessageParcel& data, Deadline deadline,
                    LanePlace& sent);
 
-    // Lanes that the peer opened. False: too many, or the session is not up.
+    // Whether the peer may open one more call lane. If not, the control thread is told when it may.
+    bool HasRoomForCallLane();
+    // Lanes that the peer opened. False, and the peer is told: too many, or the session is not established.
     bool AddInLane(const std::shared_ptr<InLane>& lane);
+    // Tells the peer that no message was taken from its lane.
+    void RefuseLane(uint64_t number) { Post({RecordType::LANE_CLOSED, 0, number, 0}); }
     // The lane takes no message after `lastTaken`.
     void RemoveInLane(const std::shared_ptr<InLane>& lane, uint64_t lastTaken);
 
@@ -174,7 +180,7 @@ private:
     void DropLane(const std::shared_ptr<CallLane>& lane);
     // Waits until lanes may be opened: from our hello on, if we called, before its answer.
     bool WaitForLanes(Deadline deadline);
-    UniqueFd Connect(ConnectionKind kind, uint64_t number, Clock::duration timeout, int& status);
+    ConnectionFd Connect(ConnectionKind kind, uint64_t number, Clock::duration timeout, int& status);
     bool AddOwnLane(uint64_t number);
     void CloseOwnLane(uint64_t number, uint64_t lastReplyTaken);
     int TransportError(IoStatus status) const;
@@ -221,7 +227,9 @@ private:
     size_t openingLanes_ TAVO_GUARDED_BY(mutex_) = 0;
     std::unordered_map<uint64_t, bool> ownLanes_ TAVO_GUARDED_BY(mutex_);  // by number: whether the peer closed it
     std::unordered_map<uint64_t, PeerLane> inLanes_ TAVO_GUARDED_BY(mutex_);
-    std::unordered_map<uint64_t, Held> held_ TAVO_GUARDED_BY(mutex_);             // ours, by serial
+    size_t inCallLanes_ TAVO_GUARDED_BY(mutex_) = 0;                   // of them
+    bool awaitsRoom_ TAVO_GUARDED_BY(mutex_) = false;                  // a call lane waits until there are fewer
+    std::unordered_map<uint64_t, Held> held_ TAVO_GUARDED_BY(mutex_);  // ours, by serial
     std::unordered_map<uint64_t, ProxyObject*> proxies_ TAVO_GUARDED_BY(mutex_);  // the peer's, by serial
     std::unordered_map<uint64_t, Acquiring> acquiring_ TAVO_GUARDED_BY(mutex_);
     std::unordered_map<uint64_t, std::vector<Deferred>> deferred_ TAVO_GUARDED_BY(mutex_);  // by the peer's lane

@@ -3,22 +3,31 @@
 #include <algorithm>
 #include <utility>
 
+#include "transport/core.h"
 #include "transport/in_lane.h"
 #include "transport/session.h"
 
 namespace TAVO::Transport {
 
+bool Session::HasRoomForCallLane()
+{
+    MutexLock lock(mutex_);
+    awaitsRoom_ = inCallLanes_ >= MAX_LANES;
+    return !awaitsRoom_;
+}
+
 bool Session::AddInLane(const std::shared_ptr<InLane>& lane)
 {
+    const bool isCallLane = lane->Kind() == ConnectionKind::CALL_LANE;
     {
         MutexLock lock(mutex_);
-        // Two more than the call lanes, for one-way requests and notices.
-        if (GetState() == State::UP && inLanes_.size() < MAX_LANES + 2 &&
-            inLanes_.emplace(lane->Number(), PeerLane{lane, false}).second) {
+        const bool hasRoom = isCallLane ? inCallLanes_ < MAX_LANES : inLanes_.size() - inCallLanes_ < MAX_ONE_WAY_LANES;
+        if (GetState() == State::UP && hasRoom && inLanes_.emplace(lane->Number(), PeerLane{lane, false}).second) {
+            inCallLanes_ += isCallLane ? 1 : 0;
             return true;
         }
     }
-    Post({RecordType::LANE_CLOSED, 0, lane->Number(), 0});
+    RefuseLane(lane->Number());
     return false;
 }
 
@@ -26,6 +35,7 @@ void Session::RemoveInLane(const std::shared_ptr<InLane>& lane, uint64_t lastTak
 {
     Leftovers leftovers;
     std::unordered_map<uint64_t, Held> held;  // both dropped after the lock
+    bool makesRoom = false;
     {
         MutexLock lock(mutex_);
         const auto found = inLanes_.find(lane->Number());
@@ -33,7 +43,10 @@ void Session::RemoveInLane(const std::shared_ptr<InLane>& lane, uint64_t lastTak
             return;
         }
         inLanes_.erase(found);
-        if (lane->Kind() != ConnectionKind::CALL_LANE) {
+        if (lane->Kind() == ConnectionKind::CALL_LANE) {
+            --inCallLanes_;
+            makesRoom = std::exchange(awaitsRoom_, false);
+        } else {
             lastEndedLane_ = std::max(lastEndedLane_, lane->Number());
             ApplyDeferred(lane->Number(), UINT64_MAX, leftovers);
         }
@@ -42,6 +55,10 @@ void Session::RemoveInLane(const std::shared_ptr<InLane>& lane, uint64_t lastTak
         }
     }
     Post({RecordType::LANE_CLOSED, 0, lane->Number(), lastTaken});
+    if (makesRoom && !Core::Get().Control().RetryWaitingLanes()) {
+        MutexLock lock(mutex_);
+        awaitsRoom_ = true;  // The next lane that ends tries again.
+    }
 }
 
 bool Session::HasOneWayInLane() const

@@ -53,11 +53,6 @@ void ServeAsManager(int listenFd, const sptr<IPCObjectStub>& root)
     Core::Get().Control().Listen(UniqueFd(listenFd));
 }
 
-bool RunOnDeliveryThread(std::function<void()> job)
-{
-    return !InForkedChild() && Core::Get().Delivery().Post(std::move(job));
-}
-
 int SendNotice(const sptr<IRemoteObject>& object, uint32_t code, MessageParcel& data)
 {
     auto* const proxy = dynamic_cast<ProxyObject*>(object.Get());

@@ -5,7 +5,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <string>
 
 #include "tavo/ipc_object_stub.h"
@@ -35,9 +34,6 @@ bool IsStillThere(const sptr<IRemoteObject>& object, Clock::time_point deadline)
 
 // The session with the object's process, as CallingPeer names it; 0 for an object of this process, and for null.
 uint64_t OwnerSession(const sptr<IRemoteObject>& object);
-
-// Runs `job` on the delivery thread, behind what waits there. False in a forked child or without memory.
-bool RunOnDeliveryThread(std::function<void()> job);
 
 // Sends one-way over the lane of urgent notices: the receiver runs them on its delivery thread, and only for objects
 // that say RunsOnDeliveryThread. Same results as SendRequest, but never waits: for an object that a third process named

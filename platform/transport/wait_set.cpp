@@ -14,8 +14,9 @@ bool WaitSet::Open() noexcept
     if (epoll_.IsOpen()) {
         return true;
     }
-    UniqueFd epoll(::epoll_create1(EPOLL_CLOEXEC));
-    UniqueFd ready(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC | (jobs_ == Jobs::ONE ? EFD_SEMAPHORE : 0)));
+    UniqueFd epoll(AboveStandardFds(::epoll_create1(EPOLL_CLOEXEC)));
+    UniqueFd ready(
+        AboveStandardFds(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC | (jobs_ == Jobs::ONE ? EFD_SEMAPHORE : 0))));
     epoll_event event{};
     event.events = EPOLLIN;
     event.data.ptr = nullptr;

@@ -54,7 +54,7 @@ bool IsStale(const Transport::RuntimeDir& dir, const std::string& name)
     if (::fstatat(dir.Fd(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISSOCK(status.st_mode)) {
         return false;
     }
-    const UniqueFd connection = Transport::ConnectStreamNow(dir.SocketPath(name));
+    const Transport::ConnectionFd connection = Transport::ConnectStreamNow(dir.SocketPath(name));
     return !connection.IsOpen() && errno == ECONNREFUSED;
 }
 

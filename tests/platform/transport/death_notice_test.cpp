@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Death notices: as many as were registered, on time whatever else is stuck, and nobody waits for one under way.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <future>
 #include <thread>
@@ -18,15 +19,16 @@ using TestSupport::PATIENCE;
 // The peer is what dies.
 class DeathNotice : public PeerFixture {
 protected:
-    // The death has been told to all that were registered.
+    // Returns once all recipients have been notified: deaths are delivered in their order, and another one follows.
     void KillPeer()
     {
+        Child next = StartPeer("next");
         const sptr<CountingRecipient> last = CountingRecipient::Of(object_);
+        const sptr<CountingRecipient> ofNext = CountingRecipient::Of(Kept("next"));
         peer_.Kill();
         ASSERT_TRUE(last->AwaitTold());
-        auto isThrough = std::make_shared<std::promise<void>>();
-        ASSERT_TRUE(TAVO::Transport::RunOnDeliveryThread([isThrough] { isThrough->set_value(); }));
-        ASSERT_EQ(isThrough->get_future().wait_for(PATIENCE), std::future_status::ready);
+        next.Kill();
+        ASSERT_TRUE(ofNext->AwaitTold());
     }
 };
 
@@ -55,6 +57,21 @@ TEST_F(DeathNotice, IsToldOncePerRegistrationThatStandsWithAnyObjectOfTheDead)
         EXPECT_TRUE(TestSupport::WaitFor([&] { return recipients[at]->GetStrongCount() == 1; })) << "somebody holds it";
         EXPECT_EQ(recipients[at]->told, added - removed);
     }
+}
+
+TEST_F(DeathNotice, LeavesNothingOfTheConnectionThoughAProxyIsHeld)
+{
+    EXPECT_EQ(Echo(object_), TAVO::IPC_OK);  // opens what this process opens once
+    KillPeer();
+    const size_t before = TestSupport::CountDescriptors(::getpid());
+    peer_ = StartPeer("another");
+    object_ = Kept("another");
+    EXPECT_EQ(Call(object_, TestCode::NOTE).Int(1).SendOneWay(), TAVO::IPC_OK);
+    EXPECT_EQ(Echo(object_), TAVO::IPC_OK);
+    KillPeer();
+    EXPECT_EQ(Echo(object_), TAVO::IPC_DEAD_OBJECT);
+    EXPECT_TRUE(TestSupport::WaitFor([before] { return TestSupport::CountDescriptors(::getpid()) <= before; }))
+        << TestSupport::CountDescriptors(::getpid()) << " descriptors, " << before << " before";
 }
 
 TEST_F(DeathNotice, IsRefusedForTheDeadTheLocalAndTheNull)

@@ -9,6 +9,7 @@
 #include <fstream>
 
 #include "platform/transport/peer_fixture.h"
+#include "platform/transport/raw_callee.h"
 #include "transport/transport.h"
 
 namespace TransportTest {
@@ -82,6 +83,87 @@ TEST_F(ForkOfAPeer, HoldsTheSocketsAndHidesNoDeath)
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(6));
     EXPECT_EQ(::kill(grandchild, 0), 0) << "the child was to hold the sockets";
     ::kill(grandchild, SIGKILL);
+}
+
+// A child of this process that holds all its descriptors and does nothing.
+Child ForkIdleChild()
+{
+    return Child::Fork([](LinePipe& parent) { return parent.Hear(std::chrono::minutes(10)) ? 1 : 0; });
+}
+
+// The callee sees the end of a lane that its caller has closed. Returns which lane's end it did not see; 0: none.
+int AwaitEndsOfLanes(RawPeer& raw)
+{
+    RawHello hello;
+    const auto acceptWithRequest = [&raw, &hello](bool answers) {
+        RawSocket lane = raw.Accept(hello);
+        const auto request = lane.ReceiveFrame();
+        return request && (!answers || lane.Send(EchoReply(*request).Encode())) ? std::move(lane) : RawSocket();
+    };
+    RawSocket timedOut = acceptWithRequest(true);
+    RawSocket refused = acceptWithRequest(false);
+    if (!timedOut.ReceiveFrame() || !timedOut.WaitForEnd()) {
+        return 1;
+    }
+    raw.Control().Send(RawRecord{RawRecord::LANE_CLOSED, 0, hello.lane, 1}.Encode());
+    return refused.WaitForEnd() ? 0 : 2;
+}
+
+TEST(ForkOfACaller, HidesTheEndOfNoLane)
+{
+    const TestSupport::PrivateRuntimeDir dir;
+    Child callee = ForkCallee(dir.Path(), "raw", [](RawPeer& raw) { ::_exit(AwaitEndsOfLanes(raw)); });
+    ServeAsHub();
+    ASSERT_TRUE(StartCallee(callee));
+    const sptr<IRemoteObject> object = World::Get().Kept("raw");
+    ASSERT_EQ(Echo(object), TAVO::IPC_OK);
+    ASSERT_EQ(Call(object, TestCode::NOTE).SendOneWay(), TAVO::IPC_OK);
+    const Child holder = ForkIdleChild();
+    EXPECT_EQ(Call(object, TestCode::ECHO).Send(1), TAVO::IPC_TIMED_OUT);
+    EXPECT_EQ(callee.WaitForExit(), "exit 0");
+}
+
+// Nobody has met the owner before it dies: connecting to it succeeds all the same.
+TEST(ForkOfAnOwner, HidesNoDeathFromThoseItHasNotMet)
+{
+    const TestSupport::PrivateRuntimeDir dir;
+    const Child hub = StartPeer("hub");
+    Child owner = StartPeer("owner");
+    const sptr<IRemoteObject> root = ConnectToHub();
+    const pid_t grandchild = std::stoi(owner.Ask("fork-idle-child"));
+    owner.Kill();
+    ASSERT_EQ(owner.WaitForExit(), "signal 9");
+    const Clock::time_point start = Clock::now();
+    const sptr<IRemoteObject> object = FetchFrom(root, "owner");
+    ASSERT_NE(object, nullptr);
+    EXPECT_PRED1(IsConnectionError, Echo(object));
+    EXPECT_TRUE(TestSupport::WaitFor([&object] { return !object->IsAlive(); }));
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(6));
+    EXPECT_EQ(::kill(grandchild, 0), 0) << "the child was to hold the sockets";
+    ::kill(grandchild, SIGKILL);
+}
+
+TEST(StandardDescriptors, StayFreeInAHostThatClosedThem)
+{
+    const TestSupport::PrivateRuntimeDir dir;
+    const Child hub = StartPeer("hub");
+    Child host = Child::Fork([](LinePipe&) {
+        for (int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+            ::close(fd);
+        }
+        const sptr<IRemoteObject> root = ConnectToHub();
+        if (KeepIn(root, "ours", TAVO::MakeRef<TestObject>()) != TAVO::IPC_OK ||
+            Call(root, TestCode::NOTE).SendOneWay() != TAVO::IPC_OK || CallKept(root, "ours") != TAVO::IPC_OK) {
+            return 1;
+        }
+        for (int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+            if (::fcntl(fd, F_GETFD) != -1) {
+                return 2;
+            }
+        }
+        return 0;
+    });
+    EXPECT_EQ(host.WaitForExit(), "exit 0");
 }
 
 // How many descriptors a program would find open that this process starts.

@@ -112,6 +112,55 @@ TEST_F(HostilePeer, AcknowledgementsOfNothingAreHarmless)
     }
 }
 
+// A caller that gives up opens another lane, perhaps before a worker has closed the one before.
+TEST_F(HostilePeer, CallLaneBeyondTheLimitWaitsUntilAnotherEnds)
+{
+    constexpr int LIMIT = 64;
+    const Bytes echo = RequestFor(TestCode::ECHO).Int32(1).Encode();
+    std::vector<RawSocket> lanes;
+    for (int count = 0; count < LIMIT; ++count) {
+        lanes.push_back(raw_->OpenLane());
+        ASSERT_TRUE(lanes.back().Send(echo) && lanes.back().ReceiveFrame()) << count;
+    }
+    std::vector<RawSocket> waiting;
+    for (int count = 0; count < LIMIT; ++count) {
+        waiting.push_back(raw_->OpenLane());
+        ASSERT_TRUE(waiting.back().Send(echo));
+    }
+    waiting.erase(waiting.begin(), waiting.begin() + LIMIT / 2);  // their callers give up
+    RawSocket tooMany;
+    for (int count = 0; count < LIMIT; ++count) {
+        tooMany = raw_->OpenLane();
+        if (count < LIMIT / 2) {
+            waiting.push_back(std::move(tooMany));
+            ASSERT_TRUE(waiting.back().Send(echo));
+        }
+    }
+    EXPECT_TRUE(tooMany.WaitForEnd());
+    EXPECT_EQ(raw_->AwaitRecord(RawRecord::LANE_CLOSED)->b, 0u) << "nothing was taken from it";
+    EXPECT_TRUE(raw_->Ping());
+    lanes.clear();
+    for (RawSocket& lane : waiting) {
+        EXPECT_TRUE(lane.ReceiveFrame());
+    }
+}
+
+// The names of other processes' instances can be read in the runtime directory.
+TEST_F(HostilePeer, LaneInTheNameOfAnotherProcessIsRefused)
+{
+    for (const uint16_t kind : {RawHello::CALL, RawHello::ONE_WAY, RawHello::NOTICE}) {
+        SCOPED_TRACE(kind);
+        Child impostor = Child::Fork([&](LinePipe&) {
+            RawSocket lane = raw_->OpenLane(kind);
+            lane.Send(RequestFor(TestCode::NOTE).Int32(666).Encode());
+            return lane.WaitForEnd() ? 0 : 1;
+        });
+        EXPECT_EQ(impostor.WaitForExit(), "exit 0");
+    }
+    const auto notes = raw_->CallOnce(RequestFor(TestCode::NOTES));
+    EXPECT_TRUE(notes && notes->data.empty()) << "a request was run";
+}
+
 TEST_F(HostilePeer, UninvitedDescriptorsAreNeverOpenInTheReceiver)
 {
     const pid_t target = hub_.Pid();

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A process without a descriptor left gets or gives errors, does not spin, and is well again once some are free.
+// A process without a descriptor left gets or gives errors, does not spin, and is well again once some are free. One whose
+// control thread is out of memory notices deaths and connections all the same.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -7,6 +8,7 @@
 
 #include <thread>
 
+#include "platform/transport/control_memory.h"
 #include "platform/transport/raw_callee.h"
 
 namespace TransportTest {
@@ -170,6 +172,43 @@ TEST_F(DescriptorLimit, InTheCalleeTimesOutNewLanesUntilSomeAreFree)
         process->Pipe().CloseWriting();
         EXPECT_EQ(process->WaitForExit(), "exit 0");
     }
+}
+
+TEST(ControlThreadWithoutMemory, NotifiesOfADeath)
+{
+    const PrivateRuntimeDir dir;
+    ServeAsHub();
+    Child peer = StartPeer("peer");
+    const sptr<IRemoteObject> object = World::Get().Kept("peer");
+    const sptr<CountingRecipient> recipient = CountingRecipient::Of(object);
+    g_noMemoryForControl = true;
+    peer.Kill();
+    EXPECT_TRUE(WaitFor([&object] { return !object->IsAlive(); }));
+    g_noMemoryForControl = false;  // the thread that notifies could not be started before
+    EXPECT_TRUE(recipient->AwaitTold());
+}
+
+// Its listener rests while there is no descriptor.
+TEST(ControlThreadWithoutMemory, AcceptsAgainAfterwards)
+{
+    const PrivateRuntimeDir dir;
+    Child client = Child::Fork([&dir](LinePipe& parent) {
+        RawPeer raw(dir.Path());
+        parent.Say(parent.Hear() && raw.Connect("manager").IsOpen() ? "connected" : "refused");
+        return parent.Hear() ? 1 : 0;
+    });
+    ServeAsHub();
+    RawPeer first(dir.Path());
+    ASSERT_TRUE(first.OpenSession());
+    {
+        const NoDescriptorLeft full;
+        g_noMemoryForControl = true;
+        ASSERT_EQ(client.Ask("go"), "connected");
+        ExpectIdle(::getpid(), [] { std::this_thread::sleep_for(1s); });
+    }
+    g_noMemoryForControl = false;
+    RawPeer third(dir.Path());
+    EXPECT_TRUE(third.OpenSession());
 }
 
 }  // namespace
