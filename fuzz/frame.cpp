@@ -75,7 +75,7 @@ size_t NextPiece(size_t left, FuzzedDataProvider* cuts)
 
 Reading Read(const Bytes& bytes, bool oneWay, FuzzedDataProvider* cuts)
 {
-    FrameReader reader(oneWay, nullptr);
+    FrameReader reader(oneWay, TAVO::Transport::MessageKind::REQUEST, nullptr);
     Reading reading;
     size_t taken = 0;
     while (reading.last == State::MORE && taken < bytes.size()) {

@@ -119,7 +119,7 @@ int Session::Call(FrameKind kind, uint64_t serial, uint32_t code, MessageParcel&
             return TransportError(sent.status);
         }
         bool extra = false;
-        FrameReader reader(false, &budget_);
+        FrameReader reader(false, MessageKind::REPLY, &budget_);
         const IoStatus received = ReadReply(lane->fd.Get(), reader, deadline, extra);
         const FrameHeader& answer = reader.Header();
         if (received != IoStatus::OK || answer.kind != FrameKind::REPLY || answer.number != number) {

@@ -69,7 +69,7 @@ FrameReader::State FrameReader::Received(size_t bytes)
 void FrameReader::Next()
 {
     ParcelAccess::Clear(body_);
-    GiveBack();
+    charge_.Release();
     headerBytes_ = 0;
     bodyBytes_ = 0;
     complete_ = false;
@@ -89,21 +89,7 @@ FrameReader::State FrameReader::AfterBody()
 size_t FrameReader::Charge(size_t wanted)
 {
     const size_t total = bodyBytes_ + wanted;
-    if (budget_ == nullptr || total <= SMALL_BYTES || total <= charged_) {
-        return wanted;
-    }
-    if (!budget_->Take(total - charged_) && !budget_->TakeBeyond(total - charged_, this)) {
-        return 0;
-    }
-    charged_ = total;
-    return wanted;
-}
-
-void FrameReader::GiveBack() noexcept
-{
-    if (charged_ != 0) {
-        budget_->Give(std::exchange(charged_, size_t{0}), this);
-    }
+    return total <= SMALL_BYTES || charge_.RaiseTo(total) ? wanted : 0;
 }
 
 }  // namespace TAVO::Transport

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 #include "tavo/message_parcel.h"
 #include "transport/byte_budget.h"
@@ -13,7 +14,7 @@
 namespace TAVO::Transport {
 
 // One lane's reader, used by one thread at a time. The body's buffer grows with the bytes that are there, to at most
-// twice as much, never by an announced length. Bodies above SMALL_BYTES are charged to the budget while they grow.
+// twice as much, never by an announced length. Bodies above SMALL_BYTES are charged to the budget as they grow.
 class FrameReader {
 public:
     enum class State {
@@ -25,8 +26,8 @@ public:
 
     static constexpr size_t SMALL_BYTES = 16 * 1024;
 
-    FrameReader(bool oneWay, ByteBudget* budget) : oneWay_(oneWay), budget_(budget) {}
-    ~FrameReader() { GiveBack(); }
+    // Without a budget nothing is charged.
+    FrameReader(bool oneWay, MessageKind kind, ByteBudget* budget) : oneWay_(oneWay), charge_(budget, kind) {}
     FrameReader(const FrameReader&) = delete;
     FrameReader& operator=(const FrameReader&) = delete;
 
@@ -50,7 +51,9 @@ public:
     const FrameHeader& Header() const noexcept { return header_; }
     // Data and table; the receiver of the frame takes the content out.
     MessageParcel& Body() noexcept { return body_; }
-    // Forgets the complete frame.
+    // What the complete frame is charged with; goes with the content.
+    ByteCharge TakeCharge() noexcept { return std::move(charge_); }
+    // Forgets the complete frame, and releases its charge unless that was taken.
     void Next();
 
 private:
@@ -58,15 +61,13 @@ private:
     State AfterBody();
     // Bytes that the body may grow by now, at most `wanted`; 0 when the budget is used up.
     size_t Charge(size_t wanted);
-    void GiveBack() noexcept;
 
     const bool oneWay_;
-    ByteBudget* const budget_;
     FrameHeader header_;
     size_t headerBytes_ = 0;  // of the header, received so far
     MessageParcel body_;
     size_t bodyBytes_ = 0;  // received so far
-    size_t charged_ = 0;
+    ByteCharge charge_;
     bool complete_ = false;
 };
 

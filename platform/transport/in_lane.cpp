@@ -35,9 +35,12 @@ uint8_t* Scratch()
 }  // namespace
 
 struct InLane::Request {
-    sptr<IPCObjectStub> target;
+    Request(const FrameHeader& ofHeader, ByteCharge ofData) : header(ofHeader), charge(std::move(ofData)) {}
+
     FrameHeader header;
+    ByteCharge charge;  // until the handler has the data
     MessageParcel data;
+    sptr<IPCObjectStub> target;
 };
 
 InLane::InLane(ConnectionFd fd, ConnectionKind kind, uint64_t number, std::shared_ptr<Session> session)
@@ -45,7 +48,7 @@ InLane::InLane(ConnectionFd fd, ConnectionKind kind, uint64_t number, std::share
       kind_(kind),
       number_(number),
       session_(std::move(session)),
-      reader_(kind != ConnectionKind::CALL_LANE, &session_->Budget())
+      reader_(kind != ConnectionKind::CALL_LANE, MessageKind::REQUEST, &session_->Budget())
 {
     SetTimeouts(fd_.Get(), STAY, STAY);
 }
@@ -208,8 +211,7 @@ FrameReader::State InLane::NextFrame(bool wait, IoStatus& io)
 InLane::Next InLane::Handle()
 {
     patienceEnds_.store(0, std::memory_order_relaxed);
-    Request request;
-    request.header = reader_.Header();
+    Request request(reader_.Header(), reader_.TakeCharge());
     ParcelAccess::Swap(request.data, reader_.Body());
     reader_.Next();
     const FrameHeader& header = request.header;
@@ -245,9 +247,8 @@ InLane::Next InLane::Handle()
         return request.target->RunsOnDeliveryThread() ? Run(request) : Next::GO_ON;
     }
     const bool runs = Core::GateOf(*request.target).EnterOrWait([this, &request] {
-        auto waiting = std::make_shared<Request>();
+        auto waiting = std::make_shared<Request>(request.header, std::move(request.charge));
         waiting->target = request.target;
-        waiting->header = request.header;
         ParcelAccess::Swap(waiting->data, request.data);
         return std::function<void()>(
             [lane = shared_from_this(), waiting] { lane->Proceed([&] { return lane->RunWaited(*waiting); }); });
@@ -267,6 +268,7 @@ InLane::Next InLane::RunWaited(Request& request)
 
 InLane::Next InLane::Run(Request& request)
 {
+    request.charge.Release();
     MessageParcel reply;
     MessageOption option(IsCallLane() ? MessageOption::FLAG_SYNC : MessageOption::FLAG_ONE_WAY);
     const auto dispatch = kind_ == ConnectionKind::NOTICE_LANE ? Dispatch : DispatchInGate;

@@ -15,6 +15,7 @@ namespace {
 using TAVO::Transport::ByteBudget;
 using TAVO::Transport::FrameHeader;
 using TAVO::Transport::FrameReader;
+using TAVO::Transport::MessageKind;
 using TestSupport::Bytes;
 using TestSupport::Child;
 using TestSupport::RawFrame;
@@ -187,8 +188,8 @@ TEST(FlowOfLargeFrames, IsChargedAndWaitsWhenTheBudgetIsUsedUp)
         }
     };
     {
-        FrameReader first(false, &peer);
-        FrameReader second(false, &peer);
+        FrameReader first(false, MessageKind::REQUEST, &peer);
+        FrameReader second(false, MessageKind::REQUEST, &peer);
         begin(first);
         begin(second);
         ASSERT_EQ(second.Received(second.RoomForBody().size), State::MORE);
@@ -197,11 +198,21 @@ TEST(FlowOfLargeFrames, IsChargedAndWaitsWhenTheBudgetIsUsedUp)
         EXPECT_EQ(fill(second), State::STALLED);
         EXPECT_EQ(process.Used(), peer.Used());
         // Small ones pass all the same.
-        FrameReader other(false, &peer);
+        FrameReader other(false, MessageKind::REQUEST, &peer);
         const Bytes small = FrameOf(1000);
         const uint8_t* from = small.data();
         EXPECT_EQ(other.Consume(from, small.data() + small.size()), State::COMPLETE);
-        first.Next();
+        // A reply that a handler waits for is not held up by requests that wait for the handler.
+        FrameReader reply(false, MessageKind::REPLY, &peer);
+        begin(reply);
+        EXPECT_EQ(fill(reply), State::COMPLETE);
+        reply.Next();
+        // What was charged goes with the content.
+        {
+            const TAVO::Transport::ByteCharge queued = first.TakeCharge();
+            first.Next();
+            EXPECT_EQ(fill(second), State::STALLED);
+        }
         EXPECT_LE(peer.Used(), LIMIT);
         EXPECT_EQ(fill(second), State::COMPLETE);
     }

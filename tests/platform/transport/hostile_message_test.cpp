@@ -49,6 +49,36 @@ protected:
     }
 };
 
+// A request that waits for its object is charged to its sender until the handler has it.
+TEST_F(HostileMessage, RequestsQueuedAtABusyObjectFillTheSendersBudgetAndNoMore)
+{
+    constexpr int BUDGET = 128;                                             // MiB
+    constexpr int SIZE = 12;                                                // MiB
+    const auto made = raw_->CallOnce(RequestFor(TestCode::MAKE).Int32(1));  // handles one request at a time
+    ASSERT_TRUE(made && made->references.size() == 1);
+    const uint64_t busy = made->references[0].serial;
+    RawSocket first = raw_->OpenLane();
+    ASSERT_TRUE(first.Send(RequestFor(TestCode::WAIT, busy).Encode()));
+    ASSERT_EQ(hub_.Ask("await-waiting 1"), "waiting");
+    RawFrame large = RequestFor(TestCode::NUMBER, busy);
+    large.data.resize(size_t{SIZE} << 20);
+    const Bytes bytes = large.Encode();
+    std::vector<RawSocket> lanes;
+    bool isWhole = true;
+    while (isWhole && lanes.size() < 2 * BUDGET / SIZE) {
+        lanes.push_back(raw_->OpenLane());
+        isWhole = lanes.back().Send(bytes, std::chrono::seconds(2));
+    }
+    EXPECT_FALSE(isWhole);
+    const size_t queued = lanes.size() - 1;
+    EXPECT_LE(queued, size_t{BUDGET / SIZE + 1}) << "one may exceed it";
+    EXPECT_GE(queued, size_t{BUDGET / SIZE / 2});
+    EXPECT_EQ(StatusOf(raw_->CallOnce(RequestFor(TestCode::OPEN))), TAVO::IPC_OK);
+    for (size_t lane = 0; lane < queued; ++lane) {
+        EXPECT_TRUE(lanes[lane].ReceiveFrame()) << lane;
+    }
+}
+
 TEST_F(HostileMessage, AWholeConversationByteByByteIsUnderstood)
 {
     RawPeer slow(dir_.Path());
