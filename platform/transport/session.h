@@ -49,6 +49,7 @@ public:
     static constexpr size_t MAX_LANES = 64;  // call lanes, each way
     static constexpr size_t MAX_ONE_WAY_LANES =
         4;                                        // of the peer: one for requests, one for notices, each perhaps twice
+    static constexpr size_t MAX_PASSED = 4096;    // messages with references, each way, not yet acknowledged
     static constexpr size_t MAX_OBJECTS = 65536;  // references held, each way
     static constexpr size_t MAX_UNSENT_BYTES = size_t{1} << 20;
 
@@ -119,6 +120,9 @@ public:
     int PassReferences(LaneKey lane, uint64_t number, MessageParcel& data, FrameHeader& header, Deadline deadline);
     // Cuts the table off `data` (a received body) and puts the objects in its place, strong. False: refused whole.
     bool TakeReferences(LaneKey lane, const FrameHeader& header, MessageParcel& data);
+    // Counts the tickets of the peer's messages.
+    void BeginTicket() noexcept { openTickets_.fetch_add(1); }
+    void EndTicket() noexcept { openTickets_.fetch_sub(1); }
     // A proxy for the peer's object, with one more count. Null: too many.
     sptr<ProxyObject> AddReceived(uint64_t serial, const std::u16string& descriptor);
     // A proxy for the peer's object that a third process named; acquired from the peer unless we hold it already.
@@ -218,6 +222,7 @@ private:
     std::atomic<State> state_{State::CONNECTING};
     std::atomic<bool> hasSaidHello_{false};  // lanes may follow: the peer reads them after it
     std::atomic<bool> suspect_{false};
+    std::atomic<size_t> openTickets_{0};  // messages of the peer with references that are not acknowledged yet
     ByteBudget budget_;
 
     Mutex mutex_;                      // everything up to the next mutex; nothing is called or sent under it

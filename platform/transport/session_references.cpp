@@ -76,6 +76,9 @@ try {
     if (held_.size() + own.size() > MAX_OBJECTS) {
         return IPC_NO_RESOURCES;
     }
+    if (passed_.size() >= MAX_PASSED) {  // For instance because the owner of a passed object does not answer the peer.
+        return IPC_QUEUE_FULL;
+    }
     for (auto& [serial, stub] : own) {
         Held& held = held_[serial];
         held.object = stub;
@@ -101,7 +104,7 @@ try {
     const Instance& self = Core::Get().Self();
     std::vector<sptr<IRemoteObject>> objects(entries.size());
     const auto ticket = std::make_shared<TakenTicket>(shared_from_this(), lane, header.number);
-    bool isWhole = true;
+    bool isWhole = openTickets_ <= MAX_PASSED;  // This one included. A correct sender has stopped before that.
     for (size_t i = 0; i < entries.size() && isWhole; ++i) {  // first what can be refused, then what makes something
         if (entries[i].fixed.instance == self) {
             objects[i] = FindHeld(entries[i].fixed.serial);

@@ -15,9 +15,11 @@ public:
     TakenTicket(std::shared_ptr<Session> session, LaneKey lane, uint64_t number)
         : session_(std::move(session)), lane_(lane), number_(number)
     {
+        session_->BeginTicket();
     }
     ~TakenTicket()
     {
+        session_->EndTicket();  // First: the sender may pass another message as soon as it has the acknowledgement.
         session_->Post({RecordType::TAKEN, lane_.own ? ControlRecord::OWN_LANE : 0U, lane_.number, number_});
     }
     TakenTicket(const TakenTicket&) = delete;

@@ -14,7 +14,8 @@ enum IpcStatus : int {
     IPC_DEAD_OBJECT = -100001,   // the process that owned the object is gone, or the object is
     IPC_TIMED_OUT = -100002,     // no reply within the wait time; whether the request ran is unknown
     IPC_BROKEN = -100003,        // the connection broke during the call; whether the request ran is unknown
-    IPC_QUEUE_FULL = -100004,    // one-way: the receiver does not keep up; nothing was sent
+    IPC_QUEUE_FULL = -100004,    // the receiver does not keep up with one-way requests, or has not acknowledged the
+                                 // references of 4,096 messages; nothing was sent
     IPC_TOO_LARGE = -100005,     // beyond 64 MiB, or 64 KiB one-way; nothing was sent
     IPC_UNKNOWN_CODE = -100006,  // the object does not know this request code
     IPC_EXCEPTION = -100007,     // the handler ended in an exception

@@ -101,6 +101,21 @@ TEST_F(HostileReference, RefusedRequestGivesItsReferencesBack)
     EXPECT_TRUE(raw_->AwaitRecord(RawRecord::TAKEN));
 }
 
+// Each message holds a record here until the owner of what it passes has answered.
+TEST_F(HostileReference, MessagesThatCannotBeAcknowledgedAreRefusedBeyondALimit)
+{
+    constexpr uint64_t LIMIT = 4096;
+    RawPeer silent(dir_.Path());
+    silent.Listen();
+    RawSocket lane = raw_->OpenLane();
+    for (uint64_t number = 1; number <= LIMIT + 1; ++number) {
+        RawFrame keep =
+            RequestFor(TestCode::KEEP, 0, number).String("it").Reference(silent.Instance(), 1, u"raw.Object");
+        ASSERT_TRUE(lane.Send(keep.Encode()));
+        ASSERT_EQ(StatusOf(lane.ReceiveFrame()), number <= LIMIT ? TAVO::IPC_OK : TAVO::IPC_BAD_MESSAGE) << number;
+    }
+}
+
 TEST_F(HostileReference, FirstRequestReachesWhatAnAcquireWouldAndHoldsNothing)
 {
     constexpr uint16_t FIRST_REQUEST = 3;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // References between processes: who keeps what alive, and that nothing is left over.
 #include "platform/transport/peer_fixture.h"
+#include "platform/transport/raw_callee.h"
 
 namespace TransportTest {
 namespace {
@@ -41,6 +42,27 @@ TEST_F(References, WhatProcessesHeldThatDieIsFreedEachOtherIncluded)
         EXPECT_EQ(World::Get().liveObjects, 2);
     }
     EXPECT_TRUE(WaitFor([] { return !Kept("left")->IsAlive() && !Kept("right")->IsAlive(); }));
+}
+
+// The receiver cannot acknowledge references whose owner does not answer it. The sender keeps a record of each message.
+TEST(UnacknowledgedReferences, AreRefusedBeyondALimitUntilTheirOwnerAnswersOrDies)
+{
+    constexpr int LIMIT = 4096;
+    const TestSupport::PrivateRuntimeDir dir;
+    Child silent = ForkCallee(dir.Path(), "silent", [](RawPeer&) { ::pause(); });
+    ServeAsHub();
+    const Child peer = StartPeer("peer");
+    ASSERT_TRUE(StartCallee(silent));
+    const sptr<IRemoteObject> receiver = World::Get().Kept("peer");
+    const sptr<IRemoteObject> passed = World::Get().Kept("silent");
+    for (int message = 0; message < LIMIT; ++message) {
+        ASSERT_EQ(KeepIn(receiver, "it", passed), TAVO::IPC_OK) << message;
+    }
+    EXPECT_EQ(KeepIn(receiver, "it", passed), TAVO::IPC_QUEUE_FULL);
+    EXPECT_EQ(Call(receiver, TestCode::KEEP).Text("it").Object(passed).SendOneWay(), TAVO::IPC_QUEUE_FULL);
+    EXPECT_EQ(Echo(receiver), TAVO::IPC_OK);
+    silent.Kill();
+    EXPECT_TRUE(WaitFor([&] { return KeepIn(receiver, "it", passed) == TAVO::IPC_OK; }));
 }
 
 // The user has met neither of the others before: the hub is a process of its own.
