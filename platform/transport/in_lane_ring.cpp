@@ -22,6 +22,7 @@ IoResult InLane::Receive(void* place, size_t size, bool wait)
     }
     IoResult got = ring_->Read(place, size);
     if (got.status == IoStatus::WOULD_BLOCK && wait && !hasEnded_) {
+        ringUsedAt_.store(Clock::now().time_since_epoch().count(), std::memory_order_relaxed);
         if (ring_->Sleep()) {
             TakeBells(true);
         }
@@ -82,7 +83,7 @@ bool InLane::EndIdleRing(Clock::time_point before)
     if (ring_ == nullptr) {
         return false;
     }
-    if (ringUsedAt_.load(std::memory_order_relaxed) >= before.time_since_epoch().count() || !ring_->EndSleeping()) {
+    if (ringUsedAt_.load(std::memory_order_relaxed) >= before.time_since_epoch().count() || !ring_->EndIfUnused()) {
         return true;
     }
     if (isInRing_) {

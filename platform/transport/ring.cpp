@@ -36,7 +36,7 @@ void CopyAround(uint64_t at, size_t size, const Copy& copy)
 UniqueFd OpenMemory(int pid, uint64_t fd)
 {
     const std::string name = "/proc/" + std::to_string(pid) + "/fd/" + std::to_string(fd);
-    const UniqueFd place(::open(name.c_str(), O_PATH | O_CLOEXEC));
+    const UniqueFd place(AboveStandardFds(::open(name.c_str(), O_PATH | O_CLOEXEC)));
     if (!place.IsOpen()) {
         return UniqueFd();
     }
@@ -46,7 +46,7 @@ UniqueFd OpenMemory(int pid, uint64_t fd)
         std::string_view(target, sizeof(target)) != KIND) {
         return UniqueFd();
     }
-    return UniqueFd(::open(own.c_str(), O_RDWR | O_CLOEXEC));
+    return UniqueFd(AboveStandardFds(::open(own.c_str(), O_RDWR | O_CLOEXEC)));
 }
 
 }  // namespace
@@ -66,7 +66,7 @@ RingMapping::~RingMapping()
 
 std::unique_ptr<RingReader> RingReader::Make(const Instance& self, uint64_t lane)
 {
-    UniqueFd fd(::memfd_create("tavo-lane", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    UniqueFd fd(AboveStandardFds(::memfd_create("tavo-lane", MFD_CLOEXEC | MFD_ALLOW_SEALING)));
     if (!fd.IsOpen() || ::posix_fallocate(fd.Get(), 0, sizeof(RingMemory)) != 0 ||
         ::fcntl(fd.Get(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0) {
         return nullptr;
@@ -93,12 +93,14 @@ RingReader::~RingReader()
 IoResult RingReader::Read(void* place, size_t size) noexcept
 {
     RingMemory& memory = *mapping_.Get();
-    const uint64_t there = memory.written.load(std::memory_order_acquire) - read_;
-    if (there > RingMemory::BYTES || memory.reader.load(std::memory_order_relaxed) == RingMemory::GONE) {
+    const uint64_t written = memory.written.load(std::memory_order_acquire);
+    const bool hasEnded = (written & RingMemory::CLOSED) != 0;
+    const uint64_t there = (written & ~RingMemory::CLOSED) - read_;
+    if (there > RingMemory::BYTES) {
         return {IoStatus::CLOSED, 0};
     }
     if (there == 0) {
-        return {IoStatus::WOULD_BLOCK, 0};
+        return {hasEnded ? IoStatus::CLOSED : IoStatus::WOULD_BLOCK, 0};
     }
     const size_t taken = std::min<size_t>(size, there);
     CopyAround(read_, taken, [&](size_t at, size_t done, size_t bytes) {
@@ -107,6 +109,24 @@ IoResult RingReader::Read(void* place, size_t size) noexcept
     read_ += taken;
     memory.read.store(read_, std::memory_order_release);
     return {IoStatus::OK, taken};
+}
+
+void RingReader::End() noexcept
+{
+    mapping_.Get()->written.fetch_or(RingMemory::CLOSED);
+    mapping_.Get()->reader.store(RingMemory::ENDED);
+}
+
+bool RingReader::EndIfUnused() noexcept
+{
+    RingMemory& memory = *mapping_.Get();
+    uint64_t all = memory.read.load(std::memory_order_acquire);
+    if (memory.reader.load() != RingMemory::ASLEEP ||
+        !memory.written.compare_exchange_strong(all, all | RingMemory::CLOSED)) {
+        return false;
+    }
+    memory.reader.store(RingMemory::ENDED);
+    return true;
 }
 
 bool RingReader::Sleep() noexcept
@@ -146,11 +166,15 @@ IoResult RingWriter::Write(const void* from, size_t size, bool& needsBell) noexc
     CopyAround(written_, size, [&](size_t at, size_t done, size_t bytes) {
         std::memcpy(memory.bytes + at, static_cast<const uint8_t*>(from) + done, bytes);
     });
+    // Before the look at the reader, as the reader falls asleep before it looks at this count.
+    uint64_t before = written_;
+    if (!memory.written.compare_exchange_strong(before, written_ + size)) {
+        return {IoStatus::CLOSED, 0};
+    }
     written_ += size;
-    memory.written.store(written_);  // Before the look at the reader, as its sleep comes before its look at this.
     uint32_t reader = memory.reader.load();
     needsBell = reader == RingMemory::ASLEEP && memory.reader.compare_exchange_strong(reader, RingMemory::AWAKE);
-    return reader != RingMemory::GONE ? IoResult{IoStatus::OK, size} : IoResult{IoStatus::CLOSED, 0};
+    return {IoStatus::OK, size};
 }
 
 }  // namespace TAVO::Transport

@@ -13,15 +13,18 @@
 
 namespace TAVO::Transport {
 
-// What lies in the memory. Each end believes its own count and checks the other's whenever it is read. Only the writer
-// wakes the reader, who does so itself as well; once the reader is GONE nothing is read, however long it lies there.
+// What lies in the memory. Each end trusts its own count and checks the other's whenever it reads it. The reader ends the ring
+// by setting CLOSED in the writer's count. The writer publishes bytes by a compare-and-swap of that count, so a write either
+// comes before the end, and is read, or fails.
 struct RingMemory {
     static constexpr size_t BYTES = 256 * 1024;
-    enum Reader : uint32_t { AWAKE, ASLEEP, GONE };
+    static constexpr uint64_t CLOSED = uint64_t{1} << 63;
+    // ASLEEP: the next write is to be followed by a bell. Set by the reader, reset by either end. ENDED: CLOSED was set.
+    enum Reader : uint32_t { AWAKE, ASLEEP, ENDED };
 
     Instance owner;  // the reader's process, and the lane: whoever opens it knows that it is the right one
     uint64_t lane = 0;
-    alignas(64) std::atomic<uint64_t> written{0};  // bytes so far
+    alignas(64) std::atomic<uint64_t> written{0};  // bytes so far, and CLOSED
     alignas(64) std::atomic<uint64_t> read{0};
     std::atomic<uint32_t> reader{ASLEEP};
     alignas(4096) uint8_t bytes[BYTES];
@@ -57,15 +60,16 @@ public:
     // The other end has it.
     void CloseFd() noexcept { fd_.Reset(); }
 
-    // CLOSED: nothing is read any more, or what the writer says cannot be.
+    // CLOSED: the ring has ended and all of it is read, or the writer's count is impossible.
     IoResult Read(void* place, size_t size) noexcept;
-    // From now on the writer sends a bell with the next bytes. False, and it does not, when there are some already.
+    // From now on the writer sends a bell with the next bytes. False, and it does not, when there are some already or the
+    // ring has ended.
     bool Sleep() noexcept;
     void WakeUp() noexcept { Change(RingMemory::ASLEEP, RingMemory::AWAKE); }
-    // Nothing will be read any more.
-    void End() noexcept { mapping_.Get()->reader.store(RingMemory::GONE); }
-    // Any thread: the same, if the reader sleeps.
-    bool EndSleeping() noexcept { return Change(RingMemory::ASLEEP, RingMemory::GONE); }
+    // Ends the ring: later writes fail.
+    void End() noexcept;
+    // Any thread: ends the ring if the reader sleeps and nothing is unread. False, and no change, otherwise.
+    bool EndIfUnused() noexcept;
 
 private:
     explicit RingReader(UniqueFd fd) : fd_(std::move(fd)), mapping_(fd_.Get()) {}
@@ -85,8 +89,8 @@ public:
     // Opens what process `pid` has made as `fd`. Null when that is not what `owner` makes for `lane`, or not reachable.
     static std::unique_ptr<RingWriter> Open(int pid, uint64_t fd, const Instance& owner, uint64_t lane);
 
-    // All or nothing. CLOSED: it will not be read, because the reader is gone or what it says cannot be. `needsBell`
-    // becomes whether the reader slept.
+    // All or nothing. CLOSED: it will not be read, because the ring has ended or the reader's count is impossible.
+    // `needsBell` becomes whether the reader slept.
     IoResult Write(const void* from, size_t size, bool& needsBell) noexcept;
 
 private:

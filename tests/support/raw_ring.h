@@ -17,7 +17,8 @@ public:
     static constexpr size_t CAPACITY = 256 * 1024;
     static constexpr size_t SIZE = 4096 + CAPACITY;
     static constexpr unsigned SHRINK = 2;  // of fcntl's seals
-    static constexpr uint32_t AWAKE = 0, ASLEEP = 1, GONE = 2;
+    static constexpr uint32_t AWAKE = 0, ASLEEP = 1, ENDED = 2;
+    static constexpr uint64_t CLOSED = uint64_t{1} << 63;  // in the writer's count
 
     // Makes one as a receiver does, or nearly.
     RawRing(const RawInstance& owner, uint64_t lane, size_t size = SIZE, unsigned seals = SHRINK);

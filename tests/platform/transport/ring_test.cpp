@@ -8,6 +8,7 @@
 
 #include "platform/transport/hub_fixture.h"
 #include "support/raw_ring.h"
+#include "transport/ring.h"
 
 namespace TransportTest {
 namespace {
@@ -94,7 +95,7 @@ TEST_F(OfferedRing, RequestsInItAreRunInOrderAndThoseOfADeadSenderToo)
     ring_->Write(Note(last_ + 4).Encode());
     lane_.Close();  // no bell, and the session stays
     EXPECT_TRUE(AwaitNotes(last_ + 4));
-    EXPECT_TRUE(WaitFor([this] { return ring_->Reader().load() == RawRing::GONE; }));
+    EXPECT_TRUE(WaitFor([this] { return ring_->Reader().load() == RawRing::ENDED; }));
     const auto notes = raw_->CallOnce(RequestFor(TestCode::NOTES));
     for (size_t i = 0; i < last_ + 4; ++i) {
         ASSERT_EQ(TestSupport::ReadAt<int32_t>(notes->data, 4 * i), static_cast<int32_t>(i + 1));
@@ -128,7 +129,7 @@ TEST_P(SpoiledRing, EndsItsLaneOnly)
     GetParam().act(lane_, *ring_, last_ + 1);
     RingBell();
     EXPECT_TRUE(lane_.WaitForEnd());
-    EXPECT_EQ(ring_->Reader().load(), RawRing::GONE);
+    EXPECT_EQ(ring_->Reader().load(), RawRing::ENDED);
     EXPECT_TRUE(raw_->Ping());
 }
 
@@ -140,12 +141,40 @@ TEST_F(OfferedRing, IsWithdrawnWhenNobodyTakesItUp)
     ASSERT_TRUE(withdrawn);
     EXPECT_EQ(withdrawn->a, raw_->LastLane());
     EXPECT_EQ(withdrawn->b, UINT64_MAX);
-    EXPECT_EQ(ring_->Reader().load(), RawRing::GONE);
+    EXPECT_EQ(ring_->Reader().load(), RawRing::ENDED);
     lane_.Send(Note(last_ + 1).Encode());
     EXPECT_TRUE(AwaitNotes(last_ + 1));
     lane_.Send(IntoRing(last_ + 2).Encode());
     EXPECT_TRUE(lane_.WaitForEnd());
     EXPECT_TRUE(raw_->Ping());
+}
+
+// The reader falls asleep, then looks for bytes that were written before. Whoever ends idle rings may come in between.
+TEST(Ring, IsNotEndedWithAcceptedBytesUnread)
+{
+    using TAVO::Transport::IoStatus;
+    using TAVO::Transport::RingReader;
+    using TAVO::Transport::RingWriter;
+    const TAVO::Transport::Instance self;
+    const auto reader = RingReader::Make(self, 1);
+    ASSERT_NE(reader, nullptr);
+    const auto writer = RingWriter::Open(::getpid(), static_cast<uint64_t>(reader->Fd()), self, 1);
+    ASSERT_NE(writer, nullptr);
+    RawRing memory(::getpid(), static_cast<uint64_t>(reader->Fd()));
+    uint32_t sent = 4711;
+    uint32_t received = 0;
+    bool needsBell = false;
+    reader->WakeUp();
+    ASSERT_EQ(writer->Write(&sent, sizeof(sent), needsBell).status, IoStatus::OK);
+    memory.Reader() = RawRing::ASLEEP;
+    EXPECT_FALSE(reader->EndIfUnused());
+    EXPECT_FALSE(reader->Sleep());
+    EXPECT_EQ(reader->Read(&received, sizeof(received)).status, IoStatus::OK);
+    EXPECT_EQ(received, sent);
+    EXPECT_TRUE(reader->Sleep());
+    EXPECT_TRUE(reader->EndIfUnused());
+    EXPECT_EQ(writer->Write(&sent, sizeof(sent), needsBell).status, IoStatus::CLOSED);
+    EXPECT_EQ(reader->Read(&received, sizeof(received)).status, IoStatus::CLOSED);
 }
 
 TEST_F(OfferedRing, NobodyGoesIntoOneThatWasNotOffered)
@@ -221,7 +250,7 @@ int OfferAllKinds(RawPeer& raw)
         return 4;
     }
     RawRing abandoned(raw.Instance(), hello.lane);
-    abandoned.Reader() = RawRing::GONE;
+    abandoned.Written() |= RawRing::CLOSED;
     if (!Offer(raw, hello.lane, abandoned.Fd()) || !IsLeft(raw, lane, hello)) {
         return 5;
     }
