@@ -1,14 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// A process without a descriptor left gets or gives errors, does not spin, and is well again once some are free. One whose
-// control thread is out of memory notices deaths and connections all the same.
-#include <fcntl.h>
+// A process without a descriptor left gets or gives errors, does not spin, and is well again once some are free.
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <thread>
 
-#include "platform/transport/control_memory.h"
+#include "platform/transport/descriptor_limit.h"
 #include "platform/transport/raw_callee.h"
 
 namespace TransportTest {
@@ -20,53 +17,7 @@ using TestSupport::Clock;
 using TestSupport::PrivateRuntimeDir;
 using TestSupport::WaitFor;
 
-constexpr rlim_t FEW = 64;
 constexpr auto SOON = 6s;  // well below the 8 s that a call waits for its answer
-
-void LimitDescriptors(pid_t pid, rlim_t count)
-{
-    rlimit limit{};
-    ASSERT_EQ(::prlimit(pid, RLIMIT_NOFILE, nullptr, &limit), 0);
-    limit.rlim_cur = std::min(count, limit.rlim_max);
-    ASSERT_EQ(::prlimit(pid, RLIMIT_NOFILE, &limit, nullptr), 0);
-}
-
-// While it lives, this process can open nothing.
-class NoDescriptorLeft {
-public:
-    NoDescriptorLeft()
-    {
-        LimitDescriptors(::getpid(), FEW);
-        for (int fd = 0; (fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) {
-            taken_.push_back(fd);
-        }
-    }
-    ~NoDescriptorLeft()
-    {
-        for (const int fd : taken_) {
-            ::close(fd);
-        }
-        LimitDescriptors(::getpid(), RLIM_INFINITY);
-    }
-    NoDescriptorLeft(const NoDescriptorLeft&) = delete;
-    NoDescriptorLeft& operator=(const NoDescriptorLeft&) = delete;
-
-private:
-    std::vector<int> taken_;
-};
-
-// Runs `body`, in which a process may not use much of the processor: spinning takes all of one, and a good part of it on
-// a machine that is busy.
-template <typename Body>
-void ExpectIdle(pid_t pid, Body body)
-{
-    const auto start = Clock::now();
-    const auto used = TestSupport::ProcessorTime(pid);
-    body();
-    const auto passed = Clock::now() - start;
-    ASSERT_GE(passed, 1s) << "too short to tell";
-    EXPECT_LT(TestSupport::ProcessorTime(pid) - used, passed / 5) << "it spins";
-}
 
 // The hub and a peer are other processes; this one calls both, and has met neither before the test.
 class DescriptorLimit : public ::testing::Test {
@@ -172,43 +123,6 @@ TEST_F(DescriptorLimit, InTheCalleeTimesOutNewLanesUntilSomeAreFree)
         process->Pipe().CloseWriting();
         EXPECT_EQ(process->WaitForExit(), "exit 0");
     }
-}
-
-TEST(ControlThreadWithoutMemory, NotifiesOfADeath)
-{
-    const PrivateRuntimeDir dir;
-    ServeAsHub();
-    Child peer = StartPeer("peer");
-    const sptr<IRemoteObject> object = World::Get().Kept("peer");
-    const sptr<CountingRecipient> recipient = CountingRecipient::Of(object);
-    g_noMemoryForControl = true;
-    peer.Kill();
-    EXPECT_TRUE(WaitFor([&object] { return !object->IsAlive(); }));
-    g_noMemoryForControl = false;  // the thread that notifies could not be started before
-    EXPECT_TRUE(recipient->AwaitTold());
-}
-
-// Its listener rests while there is no descriptor.
-TEST(ControlThreadWithoutMemory, AcceptsAgainAfterwards)
-{
-    const PrivateRuntimeDir dir;
-    Child client = Child::Fork([&dir](LinePipe& parent) {
-        RawPeer raw(dir.Path());
-        parent.Say(parent.Hear() && raw.Connect("manager").IsOpen() ? "connected" : "refused");
-        return parent.Hear() ? 1 : 0;
-    });
-    ServeAsHub();
-    RawPeer first(dir.Path());
-    ASSERT_TRUE(first.OpenSession());
-    {
-        const NoDescriptorLeft full;
-        g_noMemoryForControl = true;
-        ASSERT_EQ(client.Ask("go"), "connected");
-        ExpectIdle(::getpid(), [] { std::this_thread::sleep_for(1s); });
-    }
-    g_noMemoryForControl = false;
-    RawPeer third(dir.Path());
-    EXPECT_TRUE(third.OpenSession());
 }
 
 }  // namespace
