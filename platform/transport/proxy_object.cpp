@@ -144,7 +144,7 @@ void ProxyObject::NotifyRecipients() noexcept
     for (;;) {
         sptr<DeathRecipient> recipient;  // taken one by one: a removal before its turn is honoured
         {
-            MutexLock lock(mutex_);
+            MutexLock lock(mutex_);  // NOLINT(clang-analyzer-core.NonNullParamChecker): `this` is never null
             if (recipients_.empty()) {
                 return;
             }

@@ -164,7 +164,7 @@ int main(int argc, char** argv)
 {
     const std::string mode = argc > 1 ? argv[1] : "";
     if (mode == "second" && argc == 4 && !std::filesystem::exists(argv[3])) {
-        std::ofstream{argv[3]};
+        std::ofstream(argv[3]).close();
         return FailBy(argv[2], argv[3]);
     }
     return mode == "serve" || mode == "second" ? Serve() : 2;

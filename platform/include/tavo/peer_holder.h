@@ -9,9 +9,11 @@
 namespace TAVO {
 
 class TAVO_EXPORT PeerHolder {
+public:
+    virtual ~PeerHolder();
+
 protected:
     explicit PeerHolder(const sptr<IRemoteObject>& object) : object_(object) {}
-    virtual ~PeerHolder();
 
     // Null for a proxy that was made of nothing; never changes.
     const sptr<IRemoteObject>& Remote() const { return object_; }

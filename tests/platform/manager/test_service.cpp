@@ -21,9 +21,16 @@ namespace {
 // A test that is itself killed cannot end its services.
 constexpr unsigned LONGEST_LIFE_SECONDS = 170;
 
+// The path that the test put into the environment; empty, which cannot be opened, when it did not.
+std::string PathIn(const char* variable)
+{
+    const char* const path = std::getenv(variable);
+    return path != nullptr ? path : "";
+}
+
 void NoteStart(pid_t process = ::getpid())
 {
-    const int notes = ::open(std::getenv("TEST_NOTES"), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    const int notes = ::open(PathIn("TEST_NOTES").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     ::dprintf(notes, "%d\n", process);
     ::close(notes);
 }
@@ -95,7 +102,7 @@ int main(int argc, char** argv)
         return 0;
     }
     if (how == "when-told") {  // Waits until somebody opens the fifo for writing.
-        ::close(::open(std::getenv("TEST_FIFO"), O_RDONLY | O_CLOEXEC));
+        ::close(::open(PathIn("TEST_FIFO").c_str(), O_RDONLY | O_CLOEXEC));
     }
     if (how == "ignore-term") {
         ::signal(SIGTERM, SIG_IGN);

@@ -15,8 +15,10 @@ using namespace TransportTest;
 std::string ForkIdleChild()
 {
     const pid_t child = ::fork();
-    while (child == 0) {
-        ::pause();
+    if (child == 0) {
+        for (;;) {
+            ::pause();
+        }
     }
     return std::to_string(child);
 }
