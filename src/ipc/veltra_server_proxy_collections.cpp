@@ -136,13 +136,17 @@ try {
     if (!request.WriteToken()) {
         return {RESULT_TOKEN_REFUSED, {}};
     }
+    const sptr<IRemoteObject> remote = Remote();
+    if (remote == nullptr) {
+        VELTRA_LOGE("GetDeviceInfo Remote is null");
+        return {RESULT_NO_SERVICE, {}};
+    }
     request.WriteCount(details.size());
     for (const QueryDeviceStateDetail& detail : details) {
         request.data.WriteInt32(detail.queryType);
         WritePairs(request, detail.queryParams);
     }
-    if (!request.Send(Remote(), "GetDeviceInfo Remote is null",
-                      "function GetDeviceInfo call failed! errCode:%{public}d")) {
+    if (!request.SendUntested(remote, "function GetDeviceInfo call failed! errCode:%{public}d")) {
         return {RESULT_NO_SERVICE, {}};
     }
     DeviceInfoResult info;
@@ -186,10 +190,14 @@ int32_t VeltraServerProxy::GetAppPrioritys(std::vector<std::string>& bundleNames
     if (!request.WriteToken("GetAppPrioritys write descriptor fail")) {
         return RESULT_TOKEN_REFUSED;
     }
+    const sptr<IRemoteObject> remote = Remote();
+    if (remote == nullptr) {
+        VELTRA_LOGE("GetAppPrioritys Remote is null");
+        return RESULT_NO_SERVICE;
+    }
     WriteTexts(request, bundleNames);
     request.data.WriteRemoteObject(callback->AsObject());
-    if (!request.Send(Remote(), "GetAppPrioritys Remote is null",
-                      "function GetAppPrioritys call failed! errCode:%{public}d")) {
+    if (!request.SendUntested(remote, "function GetAppPrioritys call failed! errCode:%{public}d")) {
         return RESULT_NO_SERVICE;
     }
     return request.reply.ReadInt32();
@@ -201,12 +209,16 @@ int32_t VeltraServerProxy::NotifyAppResourceDownLoadResults(std::vector<AppResou
     if (!request.WriteToken("NotifyAppResourceDownLoadResults write descriptor fail")) {
         return RESULT_TOKEN_REFUSED;
     }
+    const sptr<IRemoteObject> remote = Remote();
+    if (remote == nullptr) {
+        VELTRA_LOGE("NotifyAppResourceDownLoadResults Remote is null");
+        return RESULT_NO_SERVICE;
+    }
     request.WriteCount(results.size());
     for (const AppResourceDownLoadResult& result : results) {
         WriteDownLoadResult(request.data, result);
     }
-    if (!request.Send(Remote(), "NotifyAppResourceDownLoadResults Remote is null",
-                      "function NotifyAppResourceDownLoadResults call failed! errCode:%{public}d")) {
+    if (!request.SendUntested(remote, "function NotifyAppResourceDownLoadResults call failed! errCode:%{public}d")) {
         return RESULT_NO_SERVICE;
     }
     return request.reply.ReadInt32();

@@ -91,6 +91,14 @@ TEST(ServerProxyFailure, EachOperationHasItsOwnWord)
     }
 }
 
+// The two operations that take the callback's object look for the service at different times.
+TEST(ServerProxyFailure, PrioritiesForAMissingServiceDoNotTouchTheCallback)
+{
+    VeltraServerProxy proxy(nullptr);
+    std::vector<std::string> none;
+    EXPECT_EQ(proxy.GetAppPrioritys(none, nullptr), NO_SERVICE);
+}
+
 class ThrowingBundle : public GameSceneBundle {
 public:
     bool Marshalling(Parcel&) const override { throw std::runtime_error("the game's own fault"); }
