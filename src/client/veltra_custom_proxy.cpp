@@ -12,11 +12,9 @@ namespace {
 
 constexpr int32_t STATE_NO_GAME = 2;
 
-}  // namespace
-
-VeltraCustomProxy::~VeltraCustomProxy() = default;
-
-sptr<IVeltraServerInterface> VeltraCustomProxy::GetServiceProxy()
+// The operation below with `field` as its field, but throws when memory runs out. It has the operation's name because
+// its log lines carry it.
+sptr<IVeltraServerInterface> GetServiceProxy(sptr<IVeltraServerInterface>& field)
 {
     const sptr<ISystemAbilityManager> manager = SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
     if (manager == nullptr) {
@@ -26,18 +24,33 @@ sptr<IVeltraServerInterface> VeltraCustomProxy::GetServiceProxy()
     const sptr<IRemoteObject> running = manager->CheckAbility(VELTRA_SERVER_SA_ID);
     if (running == nullptr) {
         VELTRA_LOGW("Check systemAbility not exist and try to release veltra_server proxy.");
-        serviceProxy_ = nullptr;
+        field = nullptr;
         return nullptr;
     }
     sptr<IVeltraServerInterface> service = iface_cast<IVeltraServerInterface>(running);
-    serviceProxy_ = service;
+    field = service;
     return service;
+}
+
+}  // namespace
+
+VeltraCustomProxy::VeltraCustomProxy() = default;
+
+VeltraCustomProxy::~VeltraCustomProxy() = default;
+
+sptr<IVeltraServerInterface> VeltraCustomProxy::GetServiceProxy()
+try {
+    return Veltra::GetServiceProxy(serviceProxy_);
+} catch (...) {
+    return nullptr;
 }
 
 int32_t VeltraCustomProxy::QueryGameState(GameState& state)
 try {
-    const sptr<IVeltraServerInterface> service = GetServiceProxy();
-    if (service == nullptr) {
+    const sptr<IVeltraServerInterface> service = Veltra::GetServiceProxy(serviceProxy_);
+    // The field is null when a concurrent query found no service after this one; the reference is null when there is no
+    // manager and the field keeps an earlier proxy.
+    if (serviceProxy_ == nullptr || service == nullptr) {
         // Deliberate: a success. No game can be running without the service, and asking must not start it.
         state.state = STATE_NO_GAME;
         VELTRA_LOGI("No games exists.");

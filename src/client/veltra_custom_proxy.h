@@ -13,21 +13,21 @@ namespace TAVO::Veltra {
 // whatever happens below it.
 class VELTRA_EXPORT VeltraCustomProxy {
 public:
-    VeltraCustomProxy() = default;
+    VeltraCustomProxy();
     virtual ~VeltraCustomProxy();
     VeltraCustomProxy(const VeltraCustomProxy&) = delete;
     VeltraCustomProxy& operator=(const VeltraCustomProxy&) = delete;
 
     // The service if it is running, looked up anew by each call; waits for nothing. Null when there is none; without a
-    // manager the field stays as it was.
+    // manager or without memory the field stays as it was.
     sptr<IVeltraServerInterface> GetServiceProxy();
 
     // The contract of VeltraClient.
     int32_t QueryGameState(GameState& state);
 
 private:
-    // Keeps the proxy alive between queries. No lock: concurrent queries replace it, which an sptr allows, and each
-    // works with the reference that GetServiceProxy returned to it; nobody reads the field.
+    // What the last check found. No lock: concurrent queries assign it and test it for null, which an sptr allows. Each
+    // query calls through the reference of its own check.
     sptr<IVeltraServerInterface> serviceProxy_;
 };
 

@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <memory>
+#include <utility>
 
+#include "client/veltra_custom_proxy.h"
 #include "client/veltra_server_client_proxy.h"
 #include "support/fake_ability_manager.h"
 #include "support/fake_remote_object.h"
@@ -76,7 +79,24 @@ TEST_F(GameStateTest, ComesFromTheRunningServiceOrIsNoGame)
     // A check that failed says nothing about games.
     SystemAbilityManagerClient::GetInstance().SetTestManager(MakeRef<ThrowingManager>());
     ExpectAnswer(1010310014, 77, "mine");
+    EXPECT_TRUE(VeltraCustomProxy().GetServiceProxy() == nullptr);
     EXPECT_FALSE(DelayedRefSingleton<VeltraClientProxy>::HasInstance());
+}
+
+// The last reference to the service of the query before releases what its answer holds, while this query replaces it.
+TEST_F(GameStateTest, QueryThatFindsNoServiceMeanwhileIsNoGame)
+{
+    std::shared_ptr<void> released(nullptr, [this](void*) {
+        manager_->SetRunning(nullptr);
+        ExpectAnswer(0, 2, "mine");
+    });
+    manager_->SetRunning(MakeRef<FakeRemoteObject>(
+        [released = std::move(released)](uint32_t, MessageParcel&, MessageParcel&) { return 0; }));
+    ExpectAnswer(0, 0, "mine");
+    const auto successor = ServiceReporting(0, 1);
+    manager_->SetRunning(successor);
+    ExpectAnswer(0, 2, "mine");
+    EXPECT_TRUE(successor->Requests().empty());
 }
 
 // Queries replace each other's proxy while they run: each goes on with the one that it found.
