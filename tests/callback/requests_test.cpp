@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the stubs take off the wire and what they refuse, down to the last byte that is missing.
+#include <algorithm>
 #include <limits>
 #include <new>
 #include <stdexcept>
 
 #include "callback/endpoints.h"
 #include "support/event_values.h"
+#include "support/log_capture.h"
 
 namespace TAVO::Veltra {
 namespace {
@@ -191,8 +193,9 @@ TEST_F(Requests, ResultsTravelInTheReply)
     EXPECT_EQ(texts_, std::vector<std::string>{"p"});
 }
 
-// Whatever a game throws ends in the stub, and the endpoint goes on working.
-TEST_F(Requests, CallbackThatThrowsIsContained)
+// Whatever a game throws ends in the platform, which warns, and the endpoint goes on working. An event's callback is one
+// of many: it ends in the stub.
+TEST_F(Requests, CallbackThatThrowsLeavesAWarningOfThePlatform)
 {
     const std::function<int32_t()> throwing[] = {
         []() -> int32_t { throw std::runtime_error("the game's own fault"); },
@@ -203,8 +206,21 @@ TEST_F(Requests, CallbackThatThrowsIsContained)
         for (const Target& target : Targets()) {
             SCOPED_TRACE(target.name);
             result_ = result;
-            EXPECT_EQ(Send(*target.endpoint, target.code, target.payload),
-                      target.code == GAME_EVENT ? DONE : Outcome{IPC_EXCEPTION});
+            MessageParcel data;
+            ASSERT_TRUE(data.WriteInterfaceToken(target.endpoint->Descriptor()));
+            WriteItems(data, target.payload);
+            MessageParcel reply;
+            MessageOption option;
+            const LogCapture log;
+            EXPECT_EQ(target.endpoint->SendRequest(target.code, data, reply, option),
+                      target.code == GAME_EVENT ? 0 : IPC_EXCEPTION);
+            const auto lines = log.Lines();
+            EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                                    [](const LogLine& line) {
+                                        return line.level == SCRIVO_WARN && line.tag == "Tavo" &&
+                                               line.text.find("a request handler threw") == 0;
+                                    }),
+                      target.code == GAME_EVENT ? 0 : 1);
             result_ = [] { return 0; };
             EXPECT_EQ(Send(*target.endpoint, target.code, target.payload), DONE);
         }
