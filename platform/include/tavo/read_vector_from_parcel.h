@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -46,12 +47,21 @@ void MakeRoom(const Parcel& parcel, int32_t count, std::vector<T>& out)
     }
 }
 
+// Out of memory is a failure here, as it is for Unmarshalling.
+template <typename T>
+bool ReadFieldsOrFail(Parcel& parcel, T& element)
+try {
+    return element.ReadFields(parcel);
+} catch (const std::bad_alloc&) {
+    return false;
+}
+
 template <typename T>
 bool ReadElement(Parcel& parcel, std::vector<T>& out)
 {
     if constexpr (ReadsInPlace<T>::value) {
         out.emplace_back();
-        if (!out.back().ReadFields(parcel)) {
+        if (!ReadFieldsOrFail(parcel, out.back())) {
             out.pop_back();
             return false;
         }
@@ -66,12 +76,12 @@ bool ReadElement(Parcel& parcel, std::vector<T>& out)
 }
 
 // Reads a list into `out`. True and `out` untouched when no list was sent (flag other than 1); true and `out` empty for
-// a count of 0 or below; false for a count above MAX_LIST_ELEMENTS (`out` untouched), for a zero marker and for an
-// element that does not decode (`out` then holds the elements before it). The vector grows with the bytes that are
-// there, never by the announced count. Throws only std::bad_alloc of the vector.
+// a count of 0 or below; false for a count above MAX_LIST_ELEMENTS (`out` untouched), for a zero marker, for an element
+// that does not decode and when memory runs out (`out` then holds the elements before it). The vector grows with the
+// bytes that are there, never by the announced count. Does not throw.
 template <typename T>
 bool ReadVectorFromParcel(Parcel& parcel, std::vector<T>& out)
-{
+try {
     int32_t flag = -1;
     if (!parcel.ReadInt32(flag)) {
         return false;
@@ -91,6 +101,8 @@ bool ReadVectorFromParcel(Parcel& parcel, std::vector<T>& out)
         }
     }
     return true;
+} catch (const std::bad_alloc&) {
+    return false;
 }
 
 // Writes what ReadVectorFromParcel reads; false at the first write that fails or for a list that is too long.
