@@ -17,10 +17,12 @@ try {
 
 }  // namespace
 
+GameEventCallback::GameEventCallback() = default;
+
 GameEventCallback::~GameEventCallback() = default;
 
 int32_t GameEventCallback::AddCallback(std::unique_ptr<GameEventCallbackBase> callback, int32_t key)
-{
+try {
     MutexLock lock(mutex_);
     if (callback == nullptr) {
         VELTRA_LOGW("the callback from framework is nullptr");
@@ -28,6 +30,8 @@ int32_t GameEventCallback::AddCallback(std::unique_ptr<GameEventCallbackBase> ca
     }
     callbacks_[key] = std::move(callback);
     return RESULT_OK;
+} catch (...) {  // no memory for a new key
+    return RESULT_NO_SERVICE;
 }
 
 int32_t GameEventCallback::RemoveCallback(int32_t key)

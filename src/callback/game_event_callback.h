@@ -18,9 +18,11 @@ namespace TAVO::Veltra {
 // may call them on the same object, which would never return.
 class VELTRA_EXPORT GameEventCallback : public GameEventCallbackStub {
 public:
+    GameEventCallback();
     ~GameEventCallback() override;
 
-    // Owns `callback` from here on, and destroys the one that `key` had. Null changes nothing. Always 0.
+    // Owns `callback` from here on, and destroys the one that `key` had. Null changes nothing. 0, or RESULT_NO_SERVICE
+    // when there is no memory for the key; `callback` is destroyed then.
     int32_t AddCallback(std::unique_ptr<GameEventCallbackBase> callback, int32_t key);
     // Destroys the callback of `key`, if there is one. Always 0.
     int32_t RemoveCallback(int32_t key);

@@ -31,7 +31,9 @@ try {
         return RESULT_NO_SERVICE;
     }
     const auto callbacks = MakeRef<GameEventCallback>();
-    callbacks->AddCallback(std::move(callback), key);
+    if (const int32_t result = callbacks->AddCallback(std::move(callback), key); result != RESULT_OK) {
+        return result;
+    }
     callbackPtr_ = callbacks;
     if (service->RegisterCallBack(callbacks) != RESULT_OK) {
         callbackPtr_ = nullptr;

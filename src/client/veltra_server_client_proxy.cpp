@@ -31,7 +31,7 @@ VeltraClientProxy::~VeltraClientProxy()
 }
 
 sptr<IVeltraServerInterface> VeltraClientProxy::GetServiceProxy()
-{
+try {
     if (IpcThreads::IsForkedChild()) {  // Before the lock: a thread that did not come along may hold it for ever.
         VELTRA_LOGE("Get SystemAbilityManager failed.");
         return nullptr;
@@ -60,6 +60,8 @@ sptr<IVeltraServerInterface> VeltraClientProxy::GetServiceProxy()
         VELTRA_LOGW("Load systemAbility timeout.");
     }
     return serviceProxy_;
+} catch (...) {  // out of memory
+    return nullptr;
 }
 
 // Deliberate: only a proxy ends the wait. A failed load may be followed by a success of the same start, and callers
@@ -91,9 +93,16 @@ void VeltraClientProxy::LoadSystemAbilitySuccess(const sptr<IRemoteObject>& remo
         VELTRA_LOGI("Load systemAbility success， but remoteObject is null.");
         return;
     }
-    remoteObject->AddDeathRecipient(deathRecipient_);
-    serviceProxy_ = iface_cast<IVeltraServerInterface>(remoteObject);
-    lock.Unlock();
+    try {
+        remoteObject->AddDeathRecipient(deathRecipient_);
+    } catch (...) {  // Out of memory. The service is used without a death notice: the next check finds its end.
+    }
+    try {
+        serviceProxy_ = iface_cast<IVeltraServerInterface>(remoteObject);
+    } catch (...) {
+        serviceProxy_ = nullptr;
+    }
+    // Under the lock: the waiter may destroy this object as soon as it holds the lock.
     proxyCondition_.notify_all();
 }
 

@@ -35,8 +35,8 @@ public:
     // Connection.
 
     // The service, looked up anew by each call and loaded if it is not running: up to 10 s under proxyMutex_, so that
-    // callers queue up and only one of them loads. Null when there is none; without a manager the field stays as it
-    // was.
+    // callers queue up and only one of them loads. Null when there is none; without a manager or without memory the
+    // field stays as it was.
     sptr<IVeltraServerInterface> GetServiceProxy();
     // Drops the connection and its death notice.
     void ReleaseServiceProxy() TAVO_REQUIRES(proxyMutex_);

@@ -3,10 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "callback/game_event_callback.h"
 #include "support/failing_memory.h"
+#include "support/game_callbacks.h"
 #include "tavo/message_parcel.h"
 #include "tavo/read_vector_from_parcel.h"
 #include "veltra_records.h"
@@ -48,6 +52,26 @@ TEST(MissingMemory, ListDoesNotDecode)
     resource.text1 = resource.text4 = std::string(100, 'x');  // longer than a string keeps within itself
     ExpectListSurvivesMissingMemory(resource);
     ExpectListSurvivesMissingMemory(GpuPerfInfo());
+}
+
+TEST(MissingMemory, CallbackIsRefusedAndTheOthersStay)
+{
+    GameEventCallback endpoint;
+    std::string calls;
+    const auto callback = [&calls](const char* name) {
+        return std::make_unique<EventFunction>([&calls, name](auto&) {
+            calls += name;
+            return 0;
+        });
+    };
+    EXPECT_EQ(endpoint.AddCallback(callback("first"), 1), 0);
+    auto second = callback("second");
+    TestSupport::FailAllocation(1);
+    const int32_t result = endpoint.AddCallback(std::move(second), 2);
+    TestSupport::FailAllocation(0);
+    EXPECT_EQ(result, 1010310014);
+    endpoint.OnGameCallbackEvent({});
+    EXPECT_EQ(calls, "first");
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // How the service is found, loaded and let go.
 #include <atomic>
+#include <memory>
+#include <new>
 #include <vector>
 
 #include "client/client_test.h"
@@ -61,6 +63,32 @@ TEST_F(ConnectionTest, SuccessAfterAFailureIsTaken)
         callback.OnLoadSystemAbilitySuccess(66006, service);
     });
     EXPECT_EQ(proxy_.CallAuth(""), 0);
+}
+
+class UnwatchableService : public FakeRemoteObject {
+public:
+    bool AddDeathRecipient(const sptr<DeathRecipient>&) override { throw std::bad_alloc(); }
+};
+
+TEST_F(ConnectionTest, MissingMemoryEndsNoWaitAndThrowsNothing)
+{
+    ReportSuccessOnLoad(66006, MakeRef<UnwatchableService>());
+    EXPECT_EQ(proxy_.CallAuth(""), 0);
+    SystemAbilityManagerClient::GetInstance().SetTestManager(MakeRef<ThrowingManager>());
+    EXPECT_TRUE(proxy_.GetServiceProxy() == nullptr);
+}
+
+// The waiter may destroy the proxy as soon as it holds the lock; the sanitizers see a report that goes on after that.
+TEST_F(ConnectionTest, LoadReportEndsBeforeItsWaiterReturns)
+{
+    constexpr int ROUNDS = 50;
+    for (int i = 0; i < ROUNDS; ++i) {
+        auto proxy = std::make_unique<VeltraClientProxy>();
+        manager_->ScriptLoad(ABILITY_OK, [&proxy = *proxy](ISystemAbilityLoadCallback&) {
+            proxy.LoadSystemAbilitySuccess(MakeRef<FakeRemoteObject>());
+        });
+        EXPECT_TRUE(proxy->GetServiceProxy() != nullptr);
+    }
 }
 
 TEST_F(ConnectionTest, RefusedLoadIsNotWaitedFor)
