@@ -13,7 +13,7 @@
 namespace TAVO::Veltra {
 
 // Stateless, any thread, silent; nothing is thrown. A text nested beyond 1000 levels, or too deep for what is left of
-// the calling thread's stack (600 bytes a level and 64 KiB), counts as one that does not parse. There is no limit of
+// the calling thread's stack (600 bytes a level and 16 KiB), counts as one that does not parse. There is no limit of
 // length: a value takes up to 50 bytes for each byte of text.
 class VELTRA_EXPORT JsonUtils {
 public:

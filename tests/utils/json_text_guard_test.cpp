@@ -77,8 +77,10 @@ TEST(JsonNesting, SmallStacksAreNotOverflown)
 {
     size_t refused = 0;
     size_t parsed = 0;
-    for (const std::string& text : {Arrays(100), Objects(100), Arrays(500), Objects(500), Arrays(1000), Objects(999)}) {
-        for (size_t sizeBytes = 96 * 1024; sizeBytes <= 768 * 1024; sizeBytes += 16 * 1024) {
+    for (const std::string& text : {Arrays(10), Objects(10), Arrays(50), Objects(50), Arrays(100), Objects(100),
+                                    Arrays(500), Objects(500), Arrays(1000), Objects(999)}) {
+        for (size_t sizeBytes = 32 * 1024; sizeBytes <= 768 * 1024;
+             sizeBytes += sizeBytes < 128 * 1024 ? 4096 : 16384) {
             TestSupport::RunOnStackOf(sizeBytes, [&] {
                 Json::Value value;
                 ++(JsonUtils::Parse(text, value) ? parsed : refused);
@@ -88,8 +90,13 @@ TEST(JsonNesting, SmallStacksAreNotOverflown)
     }
     EXPECT_GT(refused, 0u);
     EXPECT_GT(parsed, 0u);
-    TestSupport::RunOnStackOf(
-        128 * 1024, [] { EXPECT_TRUE(IsJsonSafeToParse("{\"gpuInfo\":{\"gpuLoadLevel\":1},\"thermalInfo\":{}}")); });
+}
+
+TEST(JsonNesting, DeviceStateIsReadOnASmallGameThread)
+{
+    TestSupport::RunOnStackOf(64 * 1024, [] {
+        EXPECT_FALSE(JsonUtils::StringToJson("{\"gpuInfo\":{\"gpuLoadLevel\":1},\"thermalInfo\":{}}").isNull());
+    });
 }
 
 }  // namespace
