@@ -18,6 +18,8 @@ namespace TAVO::Veltra {
 // the encoding below.
 class VELTRA_EXPORT GameSceneBundle : public TAVO::Parcelable {
 public:
+    GameSceneBundle();
+
     static constexpr size_t MAX_ATTRIBUTES = 64;
     static constexpr size_t MAX_TEXT_BYTES = 4096;  // of the name, of each key and of each value
 
@@ -33,8 +35,8 @@ public:
     std::map<std::string, std::string> attributes;
 
 private:
-    bool IsWithinBounds() const;
-    bool ReadFields(TAVO::Parcel& parcel);
+    VELTRA_HIDDEN bool IsWithinBounds() const;
+    VELTRA_HIDDEN bool ReadFields(TAVO::Parcel& parcel);
 };
 
 }  // namespace TAVO::Veltra

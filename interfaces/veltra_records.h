@@ -62,6 +62,8 @@ struct GameCallbackEventInfo {
 // One resource of an application, in answers to QueryAppResourceInfos.
 class VELTRA_EXPORT AppResourceInfo final : public TAVO::Parcelable {
 public:
+    AppResourceInfo();
+
     // Writes the eight fields in their order; false at the first write that fails.
     bool Marshalling(TAVO::Parcel& parcel) const override;
     // A new record that the caller owns, or null when a field is missing or memory lacks. Does not throw.
@@ -99,6 +101,8 @@ struct AppResourceDownLoadResult {
 // One GPU counter sample. Samples come in batches of up to 524288, so reading one is inline.
 class VELTRA_EXPORT GpuPerfInfo final : public TAVO::Parcelable {
 public:
+    GpuPerfInfo();
+
     static constexpr size_t MIN_PARCEL_BYTES = 84;  // of every sample; a list reader makes room for all at once
 
     // Writes the sixteen fields in their order; false at the first write that fails.

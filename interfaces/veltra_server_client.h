@@ -36,7 +36,7 @@ namespace TAVO::Veltra {
 // the rules.
 class VELTRA_EXPORT VeltraClient {
 public:
-    VeltraClient() = default;
+    VeltraClient();
     virtual ~VeltraClient();
 
     // Subscriptions. The library does not lock what it keeps for them: the game sees to it that no two operations on one
@@ -95,12 +95,15 @@ public:
     // The answer of the service about app types: at most 1000 pairs. Empty when there is no service.
     std::map<std::string, bool> SyncAppType(const std::string& text, int32_t value);
 
-    // Names a render thread of the game. RESULT_RENDER_NO_SERVICE (-1) when there is no service; a request that failed
-    // on its way gives the platform's negative status instead of RESULT_NO_SERVICE.
+    // Names a render thread of the game. RESULT_RENDER_NO_SERVICE (-1) when there is no service. A request that failed
+    // gives the platform's status (an IpcStatus, negative) or the status of the service's handler (which may be positive)
+    // instead of RESULT_NO_SERVICE.
     int32_t ReportRenderThread(std::string first, std::string second, int32_t value);
 
     // The load and thermal state of the device. Everything but `resultCode` has its default unless that is 0, and also
-    // when the service's text was unusable, which still yields 0: test `tempLevel` for -1.
+    // when the service's text was unusable, which still yields 0: test `tempLevel` for -1. A text is unusable when it is
+    // not a JSON object, has no usable "tempLevel", is longer than 1 MiB or is nested too deep for what is left of the
+    // calling thread's stack: 16 KiB and 600 bytes a level.
     GameCallbackEventInfo GetDeviceInfo(std::vector<QueryDeviceStateDetail> details);
 
     // Reports a scene. `bundle` is asked for its encoding on this thread, during the call. 0 also when the request was
@@ -113,7 +116,8 @@ public:
 
     // The state of the game as the service sees it, into `state`. Never starts the service: while it does not run, or
     // no manager answers, the result is 0 with `state.state` 2 (no game) and its bundleName as it was. A request that
-    // failed on its way gives the platform's negative status.
+    // failed gives the platform's status (an IpcStatus, negative) or the status of the service's handler (which may be
+    // positive).
     int32_t QueryGameState(GameState& state);
 
     // The service's answers to named questions about system functions: at most 100 pairs. Empty when there is no

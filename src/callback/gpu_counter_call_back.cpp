@@ -5,6 +5,8 @@
 
 namespace TAVO::Veltra {
 
+GpuCounterCallBack::GpuCounterCallBack() = default;
+
 GpuCounterCallBack::~GpuCounterCallBack() = default;
 
 int32_t GpuCounterCallBack::SetProcessCallback(std::unique_ptr<GpuCounterCallBackBase> callback)

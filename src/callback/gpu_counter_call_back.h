@@ -17,6 +17,7 @@ namespace TAVO::Veltra {
 // replacing waits for a batch that is being delivered, and the callback must not replace itself.
 class VELTRA_EXPORT GpuCounterCallBack : public GpuCounterCallBackStub {
 public:
+    GpuCounterCallBack();
     ~GpuCounterCallBack() override;
 
     // Owns `callback` from here on, and destroys the one before; null: batches are acknowledged and dropped. Always 0.

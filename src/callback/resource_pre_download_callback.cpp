@@ -5,6 +5,8 @@
 
 namespace TAVO::Veltra {
 
+ResourcePreDownloadCallback::ResourcePreDownloadCallback() = default;
+
 ResourcePreDownloadCallback::~ResourcePreDownloadCallback() = default;
 
 int32_t ResourcePreDownloadCallback::SetGetAppPrioritysCallback(std::unique_ptr<GetAppPrioritysCallbackBase> callback)

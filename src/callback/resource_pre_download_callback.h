@@ -19,6 +19,7 @@ namespace TAVO::Veltra {
 // being delivered, and a callback must not replace itself.
 class VELTRA_EXPORT ResourcePreDownloadCallback : public ResourcePreDownloadCallbackStub {
 public:
+    ResourcePreDownloadCallback();
     ~ResourcePreDownloadCallback() override;
 
     // Both own `callback` from here on, and destroy the one before; null: answers are acknowledged and dropped. Both

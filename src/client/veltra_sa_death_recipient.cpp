@@ -7,6 +7,8 @@
 
 namespace TAVO::Veltra {
 
+VeltraSaDeathRecipient::VeltraSaDeathRecipient() = default;
+
 void VeltraSaDeathRecipient::OnRemoteDied(const wptr<IRemoteObject>& object)
 {
     VELTRA_LOGI("Remote systemAbility dead.");

@@ -10,6 +10,7 @@ namespace TAVO::Veltra {
 
 class VELTRA_EXPORT VeltraSaDeathRecipient : public IRemoteObject::DeathRecipient {
 public:
+    VeltraSaDeathRecipient();
     // On the delivery thread: passes the news to the client proxy.
     void OnRemoteDied(const wptr<IRemoteObject>& object) override;
     ~VeltraSaDeathRecipient() override;

@@ -7,6 +7,8 @@
 
 namespace TAVO::Veltra {
 
+VeltraSaLoadCallback::VeltraSaLoadCallback() = default;
+
 VeltraSaLoadCallback::~VeltraSaLoadCallback() = default;
 
 void VeltraSaLoadCallback::OnLoadSystemAbilitySuccess(int32_t systemAbilityId, const sptr<IRemoteObject>& remoteObject)

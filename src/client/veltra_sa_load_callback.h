@@ -11,6 +11,7 @@ namespace TAVO::Veltra {
 // On the delivery thread, both pass what they are told to the client proxy. A report about another id is only logged.
 class VELTRA_EXPORT VeltraSaLoadCallback : public SystemAbilityLoadCallbackStub {
 public:
+    VeltraSaLoadCallback();
     ~VeltraSaLoadCallback() override;
     void OnLoadSystemAbilitySuccess(int32_t systemAbilityId, const sptr<IRemoteObject>& remoteObject) override;
     void OnLoadSystemAbilityFail(int32_t systemAbilityId) override;

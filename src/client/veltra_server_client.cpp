@@ -17,6 +17,8 @@ VeltraClientProxy& Client()
 
 }  // namespace
 
+VeltraClient::VeltraClient() = default;
+
 VeltraClient::~VeltraClient() = default;
 
 int32_t VeltraClient::RegisterGameCallback(std::unique_ptr<GameEventCallbackBase> callback, int32_t key)

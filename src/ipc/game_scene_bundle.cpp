@@ -8,6 +8,8 @@
 
 namespace TAVO::Veltra {
 
+GameSceneBundle::GameSceneBundle() = default;
+
 bool GameSceneBundle::IsWithinBounds() const
 {
     return attributes.size() <= MAX_ATTRIBUTES && sceneName.size() <= MAX_TEXT_BYTES &&

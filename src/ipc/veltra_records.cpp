@@ -19,6 +19,8 @@ try {
 
 }  // namespace
 
+AppResourceInfo::AppResourceInfo() = default;
+
 bool AppResourceInfo::Marshalling(Parcel& parcel) const
 {
     return parcel.WriteString(text1) && parcel.WriteInt32(int1) && parcel.WriteInt32(int2) &&
@@ -36,6 +38,8 @@ AppResourceInfo* AppResourceInfo::Unmarshalling(Parcel& parcel)
 {
     return NewFrom<AppResourceInfo>(parcel);
 }
+
+GpuPerfInfo::GpuPerfInfo() = default;
 
 bool GpuPerfInfo::Marshalling(Parcel& parcel) const
 {

@@ -9,6 +9,8 @@ namespace TAVO::Veltra {
 
 BrokerDelegator<VeltraServerProxy> VeltraServerProxy::delegator_;
 
+VeltraServerProxy::VeltraServerProxy(const sptr<IRemoteObject>& impl) : IRemoteProxy<IVeltraServerInterface>(impl) {}
+
 VeltraServerProxy::~VeltraServerProxy() = default;
 
 int32_t VeltraServerProxy::RegisterCallBack(const sptr<IGpNapiEventCallback>& callback)

@@ -18,7 +18,7 @@ namespace TAVO::Veltra {
 // sending failed. Callbacks must not be null. iface_cast makes the proxies, by way of `delegator_`.
 class VELTRA_EXPORT VeltraServerProxy : public IRemoteProxy<IVeltraServerInterface> {
 public:
-    explicit VeltraServerProxy(const sptr<IRemoteObject>& impl) : IRemoteProxy<IVeltraServerInterface>(impl) {}
+    explicit VeltraServerProxy(const sptr<IRemoteObject>& impl);
     ~VeltraServerProxy() override;
 
     int32_t RegisterCallBack(const sptr<IGpNapiEventCallback>& callback) override;
@@ -27,15 +27,15 @@ public:
     int32_t CallAuth(const std::string& text) override;
     void ReportGameEvent(GameInfo& info) override;
     std::map<std::string, bool> SyncAppType(const std::string& text, int32_t value) override;
-    // Passes the platform's status on when the sending failed.
+    // Returns the status of a request that failed: the platform's, or that of the service's handler.
     int32_t ReportRenderThread(std::string first, std::string second, int32_t value) override;
     void RegisterCallbackForGraphic(std::string text, int32_t value,
                                     const sptr<IGameGraphicCallback>& callback) override;
     int32_t StartGetGpuPerfInfo(int32_t value, const sptr<IGpuCounterNativeCallback>& callback) override;
     int32_t StopGetGpuPerfInfo() override;
     std::map<std::string, std::string> GetSystemFunctionStatus(std::map<std::string, std::string>& query) override;
-    // Passes the platform's status on when the sending failed. `state` changes with a result of 0 only, and its
-    // bundleName only when the service names one.
+    // Returns the status of a request that failed: the platform's, or that of the service's handler. `state` changes
+    // with a result of 0 only, and its bundleName only when the service names one.
     int32_t QueryGameState(GameState& state) override;
     // The value in the reply whatever the sending gave: 0 when the sending failed and there is none.
     int32_t NotifyGameEvent(GameSceneBundle& bundle) override;

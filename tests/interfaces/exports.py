@@ -21,6 +21,13 @@ MEMBERS = [f"Veltra::VeltraClient::{operation}" for operation in OPERATIONS] + [
     JsonUtils::StringToJson""".split()] + [
     # A program that asks for the instance gets the library's, not one of its own.
     f"DelayedRefSingleton<TAVO::Veltra::{name}>::GetInstance" for name in ("VeltraClientProxy", "VeltraCustomProxy")]
+# Every exported class that a program can make an object of.
+CONSTRUCTORS = """VeltraClient VeltraClientProxy VeltraCustomProxy VeltraServerProxy VeltraSaLoadCallback
+    VeltraSaDeathRecipient GameEventCallbackStub GameEventCallback GpuCounterCallBackStub GpuCounterCallBack
+    ResourcePreDownloadCallbackStub ResourcePreDownloadCallback AppResourceInfo GpuPerfInfo GameSceneBundle""".split()
+MEMBERS += [f"Veltra::{name}::{name}" for name in CONSTRUCTORS]
+PRIVATE = ["VeltraClientProxy::FindService", "VeltraClientProxy::WaitForServiceProxy",
+           "GameSceneBundle::IsWithinBounds", "GameSceneBundle::ReadFields"]
 OURS = re.compile(r"((construction )?vtable for |VTT for |typeinfo (name )?for |guard variable for |"
                   r"(non-)?virtual thunk to )?TAVO::")
 
@@ -32,12 +39,15 @@ def main():
     names = [line.split(maxsplit=2)[2] for line in lines]
     missing = [member for member in MEMBERS if not any(f"TAVO::{member}(" in name or f"TAVO::{member}[abi" in name
                                                        for name in names)]
+    private = [member for member in PRIVATE if any(f"TAVO::Veltra::{member}(" in name for name in names)]
     strangers = [name for name in names if not OURS.match(name)]
     for name in missing:
         print(f"not exported: {name}")
     for name in strangers:
         print(f"exported, and not ours: {name}")
-    return 1 if missing or strangers else 0
+    for name in private:
+        print(f"exported, and private: {name}")
+    return 1 if missing or strangers or private else 0
 
 
 if __name__ == "__main__":

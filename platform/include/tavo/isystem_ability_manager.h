@@ -46,7 +46,9 @@ public:
         LOAD_ABILITY = 2,    // Int32 id, RemoteObject callback -> Int32 status
         ADD_ABILITY = 3,     // Int32 id, RemoteObject -> Int32 status
         REMOVE_ABILITY = 4,  // Int32 id -> Int32 status
-        DESCRIBE_ABILITIES = 5,  // nothing -> Int32 count, per ability: Int32, Bool, Bool, Int32, Int32, String
+        // nothing -> Int32 count, then each description in the order of its fields: Int32, Bool, Bool, Int32, Int32,
+        // Int64, String
+        DESCRIBE_ABILITIES = 5,
     };
 
     // The service's object if it is running, else null; starts nothing. The answer for a living service is remembered
