@@ -28,7 +28,9 @@ function(veltra_install_program name)
         veltra_way(lib BINDIR LIBDIR)
         set_target_properties(${name} PROPERTIES INSTALL_RPATH "\$ORIGIN/${lib}" BUILD_WITH_INSTALL_RPATH ON)
     endif()
-    install(TARGETS ${name} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+    if(VELTRA_INSTALL)
+        install(TARGETS ${name} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+    endif()
 endfunction()
 
 # veltra_install_package(PACKAGE TARGET NAME INCLUDE): the library TARGET, and what others find it by: the CMake target
@@ -38,6 +40,9 @@ function(veltra_install_package package target name include)
         EXPORT_NAME ${name} INSTALL_RPATH "\$ORIGIN" BUILD_WITH_INSTALL_RPATH ON)
     target_compile_features(${target} INTERFACE cxx_std_17)
     add_library(${package}::${name} ALIAS ${target})  # the same name for those who use the source tree
+    if(NOT VELTRA_INSTALL)
+        return()
+    endif()
     install(TARGETS ${target} EXPORT ${package}
         LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" INCLUDES DESTINATION "${include}")
 

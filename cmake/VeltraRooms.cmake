@@ -4,10 +4,11 @@
 # Rooms are not static archives, since an archive may drop an object that nothing calls, such as the one that
 # registers a proxy creator. The price: the objects of a room never pass through another room.
 
-include(GoogleTest)
-
 add_library(veltra_options INTERFACE)
-target_compile_options(veltra_options INTERFACE -Wall -Wextra -Wshadow -Werror)
+target_compile_options(veltra_options INTERFACE -Wall -Wextra -Wshadow)
+if(PROJECT_IS_TOP_LEVEL)  # another project's compiler may warn about more
+    target_compile_options(veltra_options INTERFACE -Werror)
+endif()
 # The libraries hold a few bytes of thread-local data each: found without a call, from the first thread to the last.
 target_compile_options(veltra_options INTERFACE -ftls-model=initial-exec)
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
@@ -26,34 +27,13 @@ target_link_libraries(veltra_options INTERFACE Threads::Threads)
 # Functions of other libraries are found when a program starts, and not one by one in a game's first call.
 target_link_options(veltra_options INTERFACE -Wl,-z,now)
 
-# Adds a folder of this project that is there already.
-function(veltra_add dir)
-    if(EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/${dir}/CMakeLists.txt")
-        add_subdirectory(${dir})
-    endif()
-endfunction()
-
-# Sets `out` to those of the named targets that exist.
-function(veltra_existing out)
-    set(found)
-    foreach(name IN LISTS ARGN)
-        if(TARGET ${name})
-            list(APPEND found ${name})
-        endif()
-    endforeach()
-    set(${out} ${found} PARENT_SCOPE)
-endfunction()
-
-# Sets `out` to whether every target of ours among the names exists, and says which one does not.
-function(veltra_ready out user)
-    set(ready TRUE)
+# Stops with an error that names `user` unless each of the names that are targets of this project exists.
+function(veltra_require user)
     foreach(name IN LISTS ARGN)
         if(name MATCHES "^(veltra|tavo)" AND NOT TARGET ${name})
-            message(STATUS "${user} is left out: there is no ${name}")
-            set(ready FALSE)
+            message(FATAL_ERROR "${user}: there is no target ${name}")
         endif()
     endforeach()
-    set(${out} ${ready} PARENT_SCOPE)
 endfunction()
 
 # The headers that the current folder may see. What the compiler cannot tell apart is left to the test `layering`.
@@ -85,25 +65,20 @@ endfunction()
 # USES names the rooms whose headers and requirements this one needs; their objects stay where they are.
 function(veltra_room name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;USES;LINK")
+    veltra_require(${name} ${arg_USES} ${arg_LINK})
     veltra_include_dirs(dirs)
     add_library(${name} OBJECT ${arg_SOURCES})
     set_target_properties(${name} PROPERTIES
         POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
     target_include_directories(${name} PRIVATE ${dirs})
-    target_link_libraries(${name} PRIVATE veltra_options PUBLIC ${arg_LINK})
-    foreach(room IN LISTS arg_USES)
-        target_link_libraries(${name} PUBLIC $<TARGET_NAME_IF_EXISTS:${room}>)
-    endforeach()
+    target_link_libraries(${name} PRIVATE veltra_options PUBLIC ${arg_LINK} ${arg_USES})
 endfunction()
 
 # veltra_library(NAME ROOMS room... [INCLUDE dir...] [LINK lib...]): the shared library lib<NAME>.so.
 # INCLUDE and LINK reach those who link it.
 function(veltra_library name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "ROOMS;INCLUDE;LINK")
-    veltra_ready(ready ${name} ${arg_ROOMS} ${arg_LINK})
-    if(NOT ready)
-        return()
-    endif()
+    veltra_require(${name} ${arg_ROOMS} ${arg_LINK})
     set(map "${PROJECT_SOURCE_DIR}/cmake/exports.map")
     add_library(${name} SHARED)
     set_target_properties(${name} PROPERTIES
@@ -115,7 +90,8 @@ function(veltra_library name)
     # Deliberate: never unloaded. Threads of the library may still run its code when a caller closes it.
     # Its own exported functions it calls directly: nobody is meant to put others in their place.
     target_link_options(${name} PRIVATE -Wl,-z,nodelete -Wl,-Bsymbolic-functions "-Wl,--version-script,${map}")
-    if(NOT VELTRA_SANITIZE AND NOT VELTRA_FUZZ)  # the sanitizers' runtime is linked into the program only
+    # The sanitizers' runtime is linked into the program only; another project may sanitize by flags of its own.
+    if(PROJECT_IS_TOP_LEVEL AND NOT VELTRA_SANITIZE AND NOT VELTRA_FUZZ)
         target_link_options(${name} PRIVATE -Wl,-z,defs)
     endif()
 endfunction()
@@ -123,10 +99,7 @@ endfunction()
 # veltra_program(NAME SOURCES file... [USES room...] [LINK lib...]), built as bin/<NAME>
 function(veltra_program name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;USES;LINK")
-    veltra_ready(ready ${name} ${arg_USES} ${arg_LINK})
-    if(NOT ready)
-        return()
-    endif()
+    veltra_require(${name} ${arg_USES} ${arg_LINK})
     veltra_include_dirs(dirs)
     add_executable(${name} ${arg_SOURCES})
     set_target_properties(${name} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
@@ -141,9 +114,6 @@ endfunction()
 function(veltra_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "SLOW" "TIMEOUT" "SOURCES;USES;LINK;LABELS")
     veltra_program(${name} SOURCES ${arg_SOURCES} USES ${arg_USES} LINK ${arg_LINK} GTest::gmock_main)
-    if(NOT TARGET ${name})
-        return()
-    endif()
     target_compile_definitions(${name} PRIVATE VELTRA_BIN_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")
     set_target_properties(${name} PROPERTIES CXX_CLANG_TIDY "")  # the test macros drown what it says
     set(labels ${name} ${arg_LABELS})
@@ -155,9 +125,10 @@ function(veltra_test name)
     if(arg_TIMEOUT)
         set(timeout ${arg_TIMEOUT})
     endif()
-    set(runtimeDir "${CMAKE_BINARY_DIR}/run/${name}")
+    set(runtimeDir "${PROJECT_BINARY_DIR}/run/${name}")
     file(MAKE_DIRECTORY "${runtimeDir}")
     file(CHMOD "${runtimeDir}" PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+    include(GoogleTest)
     gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
         TEST_PREFIX "${name}." TEST_LIST ${name}_found
         PROPERTIES TIMEOUT ${timeout} ENVIRONMENT "TAVO_RUNTIME_DIR=${runtimeDir}")
@@ -173,9 +144,6 @@ endfunction()
 function(veltra_fuzz name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;USES;LINK")
     veltra_program(${name} SOURCES ${arg_SOURCES} USES ${arg_USES} LINK ${arg_LINK})
-    if(NOT TARGET ${name})
-        return()
-    endif()
     target_link_options(${name} PRIVATE -fsanitize=fuzzer)
     set(corpus "${CMAKE_CURRENT_BINARY_DIR}/corpus/${name}")
     file(MAKE_DIRECTORY "${corpus}")  # first, since new inputs go to the first folder
