@@ -18,8 +18,8 @@ namespace TAVO::Veltra {
 // signals blocked and under a lock of the library: calls of one object never overlap, and the object is not destroyed
 // while it runs. So it must not register, unregister, start or stop the same kind of subscription, and neither must a
 // destructor: for game events that would never return. It should be quick, since the next delivery waits for it. Other
-// operations of the library may be called. Arguments live until it returns. An exception counts as a failure and goes
-// no further.
+// operations of the library may be called. Arguments live until it returns. An exception counts as a failure, goes no
+// further and leaves a warning in the log.
 
 class VELTRA_EXPORT GameEventCallbackBase {
 public:
