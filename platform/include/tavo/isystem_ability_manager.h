@@ -17,12 +17,13 @@ namespace TAVO {
 // What the manager's operations return when they are not answered with 0 or an object.
 enum AbilityStatus : int32_t {
     ABILITY_OK = 0,
-    ABILITY_UNKNOWN = 1,      // no ability file and no registration has this id
-    ABILITY_REFUSED = 2,      // this process may not register the id
-    ABILITY_TAKEN = 3,        // another living process serves the id
-    ABILITY_UNREACHABLE = 4,  // the manager did not answer within 2 s, or cannot decide now: worth another try
-    ABILITY_NOT_RUNNING = 5,  // nothing to remove
-    ABILITY_BAD_REQUEST = 6,  // a callback or object that is null or not the caller's own, or a bad request
+    ABILITY_UNKNOWN = 1,       // no ability file and no registration has this id
+    ABILITY_REFUSED = 2,       // this process may not register the id
+    ABILITY_TAKEN = 3,         // another living process serves the id
+    ABILITY_UNREACHABLE = 4,   // the manager did not answer within 2 s, or cannot decide now: worth another try
+    ABILITY_NOT_RUNNING = 5,   // nothing to remove
+    ABILITY_BAD_REQUEST = 6,   // a callback or object that is null or not the caller's own, or a bad request
+    ABILITY_CANNOT_START = 7,  // no program to run, or its last start failed: the manager tries again by itself
 };
 
 // One ability as the manager sees it, for tools.
@@ -54,8 +55,10 @@ public:
     // The service's object if it is running, else null; starts nothing. The answer for a living service is remembered
     // by this process and costs no round trip until that service dies or the manager says otherwise.
     virtual sptr<IRemoteObject> CheckAbility(int32_t systemAbilityId) = 0;
-    // Asks for the service to be started (or found running). 0: accepted, and `callback` is told once, later, on the
-    // delivery thread; the manager holds it until then. Else an AbilityStatus, and it is never told.
+    // Requests the service to be started (or found running). 0: accepted, and `callback` is called once, later, on the
+    // delivery thread; the manager holds it until then. Else an AbilityStatus, and it is never called. After a failed
+    // start every load is refused with ABILITY_CANNOT_START until the service has registered; meanwhile the manager
+    // starts it again after growing pauses (100 ms to 10 s) as long as the last load is less than a minute old.
     virtual int32_t LoadAbility(int32_t systemAbilityId, const sptr<ISystemAbilityLoadCallback>& callback) = 0;
     // Registers this process as the service `systemAbilityId`, for the life of the process: a file lock in the runtime
     // directory makes a second one impossible. After a restart of the manager the platform registers again by itself.

@@ -123,7 +123,7 @@ int32_t SystemAbilityManagerProxy::AskForStatus(Code code, int32_t systemAbility
     if (!Ask(code, systemAbilityId, object, reply) || !reply.ReadInt32(status)) {
         return ABILITY_UNREACHABLE;
     }
-    return status >= ABILITY_OK && status <= ABILITY_BAD_REQUEST ? status : ABILITY_UNREACHABLE;
+    return status >= ABILITY_OK && status <= ABILITY_CANNOT_START ? status : ABILITY_UNREACHABLE;
 }
 
 bool SystemAbilityManagerProxy::Ask(Code code, int32_t systemAbilityId, const sptr<IRemoteObject>& object,

@@ -139,6 +139,7 @@ bool ReadAbilityFolder(const std::string& folder, AbilityFiles& files, std::stri
         for (const fs::path& path : JsonFiles(absolute)) {
             subject = "ability file " + path.string();
             AbilityFile ability = Interpret(Parse(path), absolute);
+            ability.path = path.string();
             const int32_t id = ability.id;
             if (!files.emplace(id, std::move(ability)).second) {
                 throw Fault("id " + std::to_string(id) + " is described by another file already");

@@ -14,6 +14,7 @@ namespace TAVO::Manager {
 // Only the first two are needed.
 struct AbilityFile {
     int32_t id = 0;
+    std::string path;     // of the file itself, for log lines
     std::string program;  // absolute; in the file it may be relative to the file's folder
     std::vector<std::string> arguments;
     std::map<std::string, std::string> environment;  // added to the manager's own

@@ -71,7 +71,7 @@ AbilityRegistry::Ability* AbilityRegistry::FindLiving(int32_t systemAbilityId, A
         Unregister(*ability, after);
     }
     if (ability != nullptr && processes_.count(ability->serial) != 0 && watch_.IsOver(ability->serial)) {
-        AwaitedProcessEnded(*ability, after);
+        AwaitedProcessEnded(*ability, watch_.HowItEnded(ability->serial), after);
     }
     return ability;
 }
@@ -110,19 +110,22 @@ AbilityRegistry::Found AbilityRegistry::Check(int32_t systemAbilityId, const spt
 
 int32_t AbilityRegistry::Load(int32_t systemAbilityId, const sptr<IRemoteObject>& callback, uint64_t session)
 {
-    Aftermath after;
-    int32_t status = ABILITY_UNKNOWN;
-    {
-        MutexLock lock(mutex_);
-        if (Ability* ability = FindLiving(systemAbilityId, after)) {
-            status = TellOrWait(*ability, {callback, session}, after);
+    std::optional<int32_t> status;
+    while (!status) {
+        Aftermath after;
+        {
+            MutexLock lock(mutex_);
+            Ability* const ability = FindLiving(systemAbilityId, after);
+            status = ability != nullptr ? TellOrWait(*ability, {callback, session}, after) : ABILITY_UNKNOWN;
         }
+        Finish(after);
     }
-    Finish(after);
-    return status;
+    return *status;
 }
 
-int32_t AbilityRegistry::TellOrWait(Ability& ability, const Waiter& waiter, Aftermath& after)
+// No value when the service has to be started first, without the lock: a start that fails at once refuses the load that
+// caused it. While starts fail, every load is refused, since its caller would wait for nothing.
+std::optional<int32_t> AbilityRegistry::TellOrWait(Ability& ability, const Waiter& waiter, Aftermath& after)
 {
     const auto isOfClient = [&waiter](const Waiter& other) { return other.session == waiter.session; };
     if (isStopping_ ||
@@ -133,10 +136,15 @@ int32_t AbilityRegistry::TellOrWait(Ability& ability, const Waiter& waiter, Afte
         after.outbox.TellLoaded(waiter.callback, ability.file.id, ability.object);
         return ABILITY_OK;
     }
-    ability.waiters.push_back(waiter);
+    ability.backoff.Requested(Clock::now());
     if (ability.phase == Phase::IDLE) {
         Want(ability, after);
+        return std::nullopt;
     }
+    if (ability.backoff.IsFailing()) {
+        return ABILITY_CANNOT_START;
+    }
+    ability.waiters.push_back(waiter);
     return ABILITY_OK;
 }
 
@@ -181,8 +189,7 @@ int32_t AbilityRegistry::Register(Ability& ability, const sptr<IRemoteObject>& o
     ability.end = end;
     ability.pid = peer.pid;
     ability.session = peer.session;
-    ability.pause = std::chrono::milliseconds{0};
-    ability.notBefore = Clock::time_point();
+    ability.backoff.Registered();
     for (const Waiter& waiter : ability.waiters) {
         after.outbox.TellLoaded(waiter.callback, ability.file.id, object);
     }

@@ -8,6 +8,9 @@
 #include <condition_variable>
 #include <cstdint>
 #include <map>
+#include <optional>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "manager/daemon/ability_file.h"
@@ -15,6 +18,7 @@
 #include "manager/daemon/outbox.h"
 #include "manager/daemon/process_watch.h"
 #include "manager/daemon/spawn.h"
+#include "manager/daemon/start_backoff.h"
 #include "tavo/calling_peer.h"
 #include "tavo/isystem_ability_manager.h"
 #include "tavo/mutex.h"
@@ -55,7 +59,7 @@ public:
 
 private:
     enum class Phase {
-        IDLE,      // nobody waits
+        IDLE,      // not running and not being started
         PAUSED,    // until the deadline, then it is started
         STARTING,  // process `serial` must register before the deadline
         OWNED,     // a living process owns the place already: it must register before the deadline
@@ -74,12 +78,11 @@ private:
         int64_t number = 0;  // counts changes of `object`
 
         Phase phase = Phase::IDLE;
-        std::vector<Waiter> waiters;         // empty in phase IDLE
-        uint64_t serial = 0;                 // the awaited process in phases STARTING and OWNED; 0: unknown
-        Clock::time_point deadline;          // of the phase, unless IDLE
-        int spawning = 0;                    // program starts under way
-        Clock::time_point notBefore;         // of the next start
-        std::chrono::milliseconds pause{0};  // after the last start that failed
+        std::vector<Waiter> waiters;  // empty in phase IDLE, and while starts fail
+        uint64_t serial = 0;          // the awaited process in phases STARTING and OWNED; 0: unknown
+        Clock::time_point deadline;   // of the phase, unless IDLE
+        int spawning = 0;             // program starts under way
+        StartBackoff backoff;
         int32_t starts = 0;
         Clock::time_point startedAt;  // the beginning of the last start
     };
@@ -99,7 +102,7 @@ private:
     Ability* FindLiving(int32_t systemAbilityId, Aftermath& after) TAVO_REQUIRES(mutex_);
     // On every path behind one that filled `after`: a service that FindLiving takes out is told of nowhere else.
     void Finish(Aftermath& after) TAVO_EXCLUDES(mutex_);
-    int32_t TellOrWait(Ability& ability, const Waiter& waiter, Aftermath& after) TAVO_REQUIRES(mutex_);
+    std::optional<int32_t> TellOrWait(Ability& ability, const Waiter& waiter, Aftermath& after) TAVO_REQUIRES(mutex_);
 
     // Registrations (ability_registry.cpp).
     int32_t Register(Ability& ability, const sptr<IRemoteObject>& object, const CallingPeer& peer, Aftermath& after)
@@ -110,17 +113,19 @@ private:
     // Starts (ability_starts.cpp).
     void Want(Ability& ability, Aftermath& after) TAVO_REQUIRES(mutex_);
     bool AwaitOwner(Ability& ability, pid_t holder) TAVO_REQUIRES(mutex_);
+    std::string OwnerOf(const Ability& ability) TAVO_REQUIRES(mutex_);
     void OwnerRefused(Ability& ability, pid_t pid) TAVO_REQUIRES(mutex_);
     uint64_t Adopt(int32_t systemAbilityId, pid_t pid, bool isStarted) TAVO_REQUIRES(mutex_);
     void Enter(Ability& ability, Phase phase, uint64_t serial, Clock::time_point deadline) TAVO_REQUIRES(mutex_);
     void Start(int32_t systemAbilityId, uint64_t serial) TAVO_EXCLUDES(mutex_);
     StartedProcess SpawnFor(int32_t systemAbilityId) TAVO_EXCLUDES(mutex_);
     bool Keep(uint64_t serial, const Process& process, StartedProcess& started) TAVO_REQUIRES(mutex_);
-    void StartFailed(Ability& ability, Aftermath& after) TAVO_REQUIRES(mutex_);
-    void FailWaiters(Ability& ability, Aftermath& after) TAVO_REQUIRES(mutex_);
+    // `what` happened, and `remedy` is what to do about it.
+    void StartFailed(Ability& ability, const std::string& what, const std::string& remedy, Aftermath& after)
+        TAVO_REQUIRES(mutex_);
     void DeadlinePassed(Ability& ability, Aftermath& after) TAVO_REQUIRES(mutex_);
-    void AwaitedProcessEnded(Ability& ability, Aftermath& after) TAVO_REQUIRES(mutex_);
-    void ProcessEnded(uint64_t serial);
+    void AwaitedProcessEnded(Ability& ability, const std::string& how, Aftermath& after) TAVO_REQUIRES(mutex_);
+    void ProcessEnded(uint64_t serial, const std::string& how);
     Clock::time_point DoWhatIsDue();
     void SweepSoon() TAVO_REQUIRES(mutex_);
     void SignalStarted(int signal) TAVO_REQUIRES(mutex_);

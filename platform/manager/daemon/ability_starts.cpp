@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Starts on demand: one at a time for each ability, none while an owner lives, with pauses after failures.
+// Starts services on demand. Each ability has at most one process under way, and none is started while a living process
+// owns its lock. The clients that requested the first start wait for its outcome. Once a start has failed, loads are
+// refused and the manager starts the service again by itself, after growing pauses, as long as clients request it.
 #include <signal.h>
 #include <sys/wait.h>
 
@@ -24,9 +26,6 @@ using std::chrono::seconds;
 
 // How long a process may take from its start to its registration.
 constexpr seconds START_TIME{20};
-// Between a failed start and the next.
-constexpr milliseconds FIRST_PAUSE{100};
-constexpr milliseconds LONGEST_PAUSE{10000};
 // In which a process that was refused has surely given its lock back.
 constexpr seconds LOCK_RETURN_TIME{1};
 // Services are asked to end, then made to; together below a second.
@@ -35,34 +34,50 @@ constexpr milliseconds KILL_TIME{200};
 // Between two searches for sockets that the dead left behind.
 constexpr seconds SWEEP_INTERVAL{5};
 
+const char* const RUN_BY_HAND = "run it by hand with the arguments of its ability file to see why";
+
+std::string RemedyOf(int error, const AbilityFile& file)
+{
+    if (error == EMFILE || error == ENFILE) {
+        return "raise the limit of open files (ulimit -n)";
+    }
+    if (error == ENOMEM || error == EAGAIN) {
+        return "free memory or raise the limit of processes (ulimit -u)";
+    }
+    return "install the program or correct \"program\" in " + file.path;
+}
+
 }  // namespace
 
 bool AbilityRegistry::Begin()
 {
     RemoveStaleSockets(dir_);
-    return watch_.Begin([this](uint64_t serial) { ProcessEnded(serial); }, [this] { return DoWhatIsDue(); });
+    return watch_.Begin([this](uint64_t serial, const std::string& how) { ProcessEnded(serial, how); },
+                        [this] { return DoWhatIsDue(); });
 }
 
-// Somebody waits for the ability, which does not run and is not being started.
+// A client requests the ability, which does not run and is not being started. Leaves phase IDLE.
 void AbilityRegistry::Want(Ability& ability, Aftermath& after)
 {
     const pid_t holder = ProcessLock::Holder(dir_.Fd(), AbilityLockName(ability.file.id));
     if (holder == ProcessLock::CANNOT_TELL) {
-        Log(SCRIVO_WARN, "cannot look at the lock of ability %{public}d: %{public}s", ability.file.id,
-            std::strerror(errno));
-        StartFailed(ability, after);
+        const int reason = errno;
+        StartFailed(
+            ability, "its lock " + dir_.Path() + "/" + AbilityLockName(ability.file.id) + ": " + std::strerror(reason),
+            reason == EMFILE || reason == ENFILE ? RemedyOf(reason, ability.file)
+                                                 : "make it a regular file that this user may write, or remove it",
+            after);
         return;
     }
     if (AwaitOwner(ability, holder)) {
         return;
     }
-    const Clock::time_point now = Clock::now();
-    if (now < ability.notBefore) {
-        Enter(ability, Phase::PAUSED, 0, ability.notBefore);
+    if (const int error = WhyNotExecutable(ability.file.program); error != 0) {
+        StartFailed(ability, ability.file.program + ": " + std::strerror(error), RemedyOf(error, ability.file), after);
         return;
     }
     after.starts.emplace_back(ability.file.id, ++lastSerial_);
-    Enter(ability, Phase::STARTING, lastSerial_, now + START_TIME);
+    Enter(ability, Phase::STARTING, lastSerial_, Clock::now() + START_TIME);
     ++ability.spawning;
 }
 
@@ -93,6 +108,14 @@ bool AbilityRegistry::AwaitOwner(Ability& ability, pid_t holder)
     Log(SCRIVO_INFO, "ability %{public}d has an owner already: process %{public}d", id, owner);
     Enter(ability, Phase::OWNED, serial, Clock::now() + START_TIME);
     return true;
+}
+
+// For a log line.
+std::string AbilityRegistry::OwnerOf(const Ability& ability)
+{
+    const auto awaited = processes_.find(ability.serial);
+    return awaited != processes_.end() ? "process " + std::to_string(awaited->second.pid)
+                                       : "a process of another system";
 }
 
 // A process may not register. If it is the one that is awaited, it will not do so later either, but give its lock back.
@@ -146,15 +169,22 @@ void AbilityRegistry::Start(int32_t systemAbilityId, uint64_t serial)
                 watch_.Signal(serial, SIGKILL);
             }
         } else if (isAwaited) {
-            StartFailed(ability, after);
+            StartFailed(ability, ability.file.program + ": " + std::strerror(started.error),
+                        RemedyOf(started.error, ability.file), after);
         }
     }
     Finish(after);
-    if (isStarted && !WriteStartRecord(dir_, systemAbilityId, started.pid)) {
-        Log(SCRIVO_WARN, "cannot record the start of ability %{public}d", systemAbilityId);
+    if (!isStarted) {
+        return;
     }
-    Log(isStarted ? SCRIVO_INFO : SCRIVO_WARN, "start of ability %{public}d: process %{public}d, %{public}s",
-        systemAbilityId, isStarted ? started.pid : 0, std::strerror(started.error));
+    Log(SCRIVO_INFO, "start of ability %{public}d: process %{public}d", systemAbilityId, started.pid);
+    if (!WriteStartRecord(dir_, systemAbilityId, started.pid)) {
+        Log(SCRIVO_WARN,
+            "cannot write %{public}s/%{public}d.started: %{public}s. If this manager is replaced, the next one does "
+            "not "
+            "recognise process %{public}d; free space in that directory and restart the service",
+            dir_.Path().c_str(), systemAbilityId, std::strerror(errno), started.pid);
+    }
 }
 
 StartedProcess AbilityRegistry::SpawnFor(int32_t systemAbilityId)
@@ -186,59 +216,63 @@ try {
     return false;
 }
 
-void AbilityRegistry::StartFailed(Ability& ability, Aftermath& after)
+// The line is the same for each attempt, so that the log folds repetitions.
+void AbilityRegistry::StartFailed(Ability& ability, const std::string& what, const std::string& remedy,
+                                  Aftermath& after)
 {
-    ability.pause = std::clamp(2 * ability.pause, FIRST_PAUSE, LONGEST_PAUSE);
-    ability.notBefore = Clock::now() + ability.pause;
-    FailWaiters(ability, after);
-}
-
-void AbilityRegistry::FailWaiters(Ability& ability, Aftermath& after)
-{
+    Log(SCRIVO_WARN,
+        "cannot start ability %{public}d: %{public}s (ability file %{public}s); %{public}s. Loads are refused; the "
+        "manager tries again by itself",
+        ability.file.id, what.c_str(), ability.file.path.c_str(), remedy.c_str());
     for (const Waiter& waiter : ability.waiters) {
         after.outbox.TellFailed(waiter.callback, ability.file.id);
     }
     ability.waiters.clear();
-    ability.phase = Phase::IDLE;
+    ability.backoff.Failed(Clock::now());
+    Enter(ability, Phase::PAUSED, 0, ability.backoff.NextTry());
 }
 
 void AbilityRegistry::DeadlinePassed(Ability& ability, Aftermath& after)
 {
-    const int32_t id = ability.file.id;
     switch (ability.phase) {
         case Phase::IDLE:
             break;
         case Phase::PAUSED:
-            Want(ability, after);
+            if (ability.backoff.IsFailing() && !ability.backoff.IsRequested(Clock::now())) {
+                ability.phase = Phase::IDLE;  // until the next load
+            } else {
+                Want(ability, after);
+            }
             break;
         case Phase::STARTING:
-            Log(SCRIVO_WARN, "ability %{public}d did not register within 20 s of its start and is ended", id);
             if (const auto process = processes_.find(ability.serial); process != processes_.end()) {
                 process->second.isGivenUp = true;
                 watch_.Signal(ability.serial, SIGKILL);
             }
-            StartFailed(ability, after);
+            StartFailed(ability, ability.file.program + " did not register within 20 s and was killed", RUN_BY_HAND,
+                        after);
             break;
         case Phase::OWNED:
-            Log(SCRIVO_WARN, "the owner of ability %{public}d did not register within 20 s", id);
-            FailWaiters(ability, after);
+            StartFailed(ability,
+                        OwnerOf(ability) + " holds " + dir_.Path() + "/" + AbilityLockName(ability.file.id) +
+                            " and did not register within 20 s",
+                        "end that process, or look why it does not reach the manager", after);
             break;
     }
 }
 
 // Nothing in the phases that wait for no process.
-void AbilityRegistry::AwaitedProcessEnded(Ability& ability, Aftermath& after)
+void AbilityRegistry::AwaitedProcessEnded(Ability& ability, const std::string& how, Aftermath& after)
 {
     if (ability.phase == Phase::STARTING) {
-        Log(SCRIVO_WARN, "ability %{public}d ended before it registered", ability.file.id);
-        StartFailed(ability, after);
+        StartFailed(ability, ability.file.program + " ended with " + how + " before it registered", RUN_BY_HAND, after);
     } else if (ability.phase == Phase::OWNED) {
         Want(ability, after);
     }
 }
 
 // Runs on the watch's thread.
-void AbilityRegistry::ProcessEnded(uint64_t serial)
+void AbilityRegistry::ProcessEnded(uint64_t serial, const std::string& how)
 {
     Aftermath after;
     {
@@ -253,7 +287,7 @@ void AbilityRegistry::ProcessEnded(uint64_t serial)
             Unregister(ability, after);  // Its death notice is on its way.
         }
         if (ability.serial == serial) {
-            AwaitedProcessEnded(ability, after);
+            AwaitedProcessEnded(ability, how, after);
         }
     }
     Finish(after);

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 #include <utility>
 
@@ -18,6 +19,8 @@
 
 namespace TAVO::Manager {
 namespace {
+
+const char* const UNKNOWN_STATUS = "an unknown status";
 
 int MillisecondsUntil(ProcessWatch::Clock::time_point when)
 {
@@ -75,15 +78,15 @@ void ProcessWatch::Wake()
 void ProcessWatch::Run()
 {
     for (;;) {
-        std::vector<uint64_t> ended;
+        std::vector<std::pair<uint64_t, std::string>> ended;
         WaitForEvents(timer_(), ended);
-        for (const uint64_t serial : ended) {
-            ended_(serial);
+        for (const auto& [serial, how] : ended) {
+            ended_(serial, how);
         }
     }
 }
 
-void ProcessWatch::WaitForEvents(Clock::time_point until, std::vector<uint64_t>& ended)
+void ProcessWatch::WaitForEvents(Clock::time_point until, std::vector<std::pair<uint64_t, std::string>>& ended)
 {
     std::vector<pollfd> polled{{wakeUp_.Get(), POLLIN, 0}};
     {
@@ -99,8 +102,9 @@ void ProcessWatch::WaitForEvents(Clock::time_point until, std::vector<uint64_t>&
     ::eventfd_read(wakeUp_.Get(), &ignored);
     MutexLock lock(mutex_);
     for (auto process = processes_.begin(); process != processes_.end();) {
-        if (Reap(process->second)) {
-            ended.push_back(process->first);
+        if (std::string how = HowItEnded(process->second, 0); !how.empty()) {
+            Log(SCRIVO_INFO, "process %{public}d ended with %{public}s", process->second.pid, how.c_str());
+            ended.emplace_back(process->first, std::move(how));
             process = processes_.erase(process);
         } else {
             ++process;
@@ -114,19 +118,31 @@ bool ProcessWatch::IsReadable(const Process& process)
     return ::poll(&polled, 1, 0) > 0;
 }
 
-// False while it lives.
-bool ProcessWatch::Reap(const Process& process)
+std::string ProcessWatch::HowItEnded(uint64_t serial)
+{
+    MutexLock lock(mutex_);
+    const auto found = processes_.find(serial);
+    return found != processes_.end() ? HowItEnded(found->second, WNOWAIT) : UNKNOWN_STATUS;
+}
+
+std::string ProcessWatch::HowItEnded(const Process& process, int options)
 {
     if (!IsReadable(process)) {
-        return false;
+        return "";
     }
-    if (process.isChild) {
-        siginfo_t how{};
-        ::waitid(P_PIDFD, static_cast<id_t>(process.pidFd.Get()), &how, WEXITED | WNOHANG);
-        Log(SCRIVO_INFO, "process %{public}d ended: %{public}s %{public}d", process.pid,
-            how.si_code == CLD_EXITED ? "exit" : "signal", how.si_status);
+    siginfo_t how{};
+    const bool isKnown =
+        process.isChild &&
+        ::waitid(P_PIDFD, static_cast<id_t>(process.pidFd.Get()), &how, WEXITED | WNOHANG | options) == 0 &&
+        how.si_pid != 0;
+    if (!isKnown) {
+        return UNKNOWN_STATUS;
     }
-    return true;
+    if (how.si_code == CLD_EXITED) {
+        return "exit status " + std::to_string(how.si_status);
+    }
+    const char* const description = ::sigdescr_np(how.si_status);
+    return "signal " + std::to_string(how.si_status) + " (" + (description != nullptr ? description : "?") + ")";
 }
 
 }  // namespace TAVO::Manager

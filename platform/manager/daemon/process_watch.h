@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <string>
 #include <vector>
 
 #include "tavo/mutex.h"
@@ -20,7 +21,7 @@ namespace TAVO::Manager {
 class ProcessWatch {
 public:
     using Clock = std::chrono::steady_clock;
-    using Ended = std::function<void(uint64_t serial)>;
+    using Ended = std::function<void(uint64_t serial, const std::string& how)>;
     using Timer = std::function<Clock::time_point()>;
 
     ProcessWatch();
@@ -28,12 +29,15 @@ public:
     ProcessWatch& operator=(const ProcessWatch&) = delete;
 
     // Starts the thread: it calls `timer`, which does what is due and says when to be called again, and `ended` once
-    // for each process that has ended, children reaped. It holds no lock then. False when there is no thread to have.
+    // for each process that has ended, children reaped; `how` is as from HowItEnded. It holds no lock then. False when
+    // there is no thread to have.
     bool Begin(Ended ended, Timer timer);
     // `serial` names the process from here on; never used again. It is watched from the next Wake on.
     void Add(uint64_t serial, pid_t pid, Transport::UniqueFd pidFd, bool isChild);
     // Whether a process that was added has ended, though `ended` may not have been called for it yet.
     bool IsOver(uint64_t serial);
+    // "exit status 1" or "signal 9 (Killed)"; "an unknown status" for a process that is no child, or reaped.
+    std::string HowItEnded(uint64_t serial);
     // To the whole process group of a child, to an adopted process alone. Nothing when it has ended.
     void Signal(uint64_t serial, int signal);
     // There is a process more, or the timer has something to do earlier than it said.
@@ -47,9 +51,10 @@ private:
     };
 
     [[noreturn]] void Run();
-    void WaitForEvents(Clock::time_point until, std::vector<uint64_t>& ended);
+    void WaitForEvents(Clock::time_point until, std::vector<std::pair<uint64_t, std::string>>& ended);
     static bool IsReadable(const Process& process);
-    bool Reap(const Process& process);
+    // Empty while it lives. Reaps it unless `options` holds WNOWAIT.
+    static std::string HowItEnded(const Process& process, int options);
 
     Ended ended_;
     Timer timer_;

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -89,6 +90,18 @@ std::vector<char*> Pointers(std::vector<std::string>& texts)
 }
 
 }  // namespace
+
+int WhyNotExecutable(const std::string& program)
+{
+    struct stat status {};
+    if (::stat(program.c_str(), &status) != 0) {
+        return errno;
+    }
+    if (S_ISDIR(status.st_mode)) {
+        return EISDIR;
+    }
+    return ::faccessat(AT_FDCWD, program.c_str(), X_OK, AT_EACCESS) == 0 ? 0 : errno;
+}
 
 StartedProcess Spawn(const AbilityFile& ability)
 {

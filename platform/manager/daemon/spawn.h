@@ -5,6 +5,8 @@
 
 #include <sys/types.h>
 
+#include <string>
+
 #include "manager/daemon/ability_file.h"
 #include "transport/fd.h"
 
@@ -15,6 +17,9 @@ struct StartedProcess {
     Transport::UniqueFd pidFd;  // not open: it could not be started, and `error` is an errno value
     int error = 0;
 };
+
+// 0 when the file exists and this user may execute it, else an errno value.
+int WhyNotExecutable(const std::string& program);
 
 // In a session of its own, with default signal handling, no stdin, and the manager's environment, output and working
 // directory; no other descriptor is passed on.

@@ -15,8 +15,8 @@ TEST_F(ManagerSlow, AServiceThatNeverRegistersFailsItsAskersAndIsEnded)
     const auto begin = TestSupport::Clock::now();
     EXPECT_EQ(Load(ID), "failed");
     EXPECT_GE(TestSupport::Clock::now() - begin, std::chrono::seconds(20));
-    ASSERT_EQ(Started().size(), 1u);
-    EXPECT_TRUE(WaitUntilDead(Started()[0]));
+    ASSERT_FALSE(Started().empty());
+    EXPECT_TRUE(WaitUntilDead(Started().front()));
 }
 
 }  // namespace
