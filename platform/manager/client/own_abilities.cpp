@@ -52,7 +52,15 @@ int32_t OwnAbilities::Add(SystemAbilityManagerProxy& manager, int32_t systemAbil
         }
         earlier = std::exchange(ability.object, object);
     }
-    const int32_t status = manager.SendAdd(systemAbilityId, object);
+    int32_t status = manager.SendAdd(systemAbilityId, object);
+    if (status == ABILITY_OK && !StartRegistrar()) {
+        Log(SCRIVO_ERROR,
+            "cannot register ability %{public}d: the system has no thread left that would register it with the next "
+            "manager. Raise the limit of processes (ulimit -u)",
+            systemAbilityId);
+        manager.SendRemove(systemAbilityId);
+        status = ABILITY_UNREACHABLE;
+    }
     {
         MutexLock lock(mutex_);
         const auto found = abilities_.find(systemAbilityId);
@@ -109,20 +117,32 @@ int32_t OwnAbilities::TakeLock(int32_t systemAbilityId, ProcessLock& lock)
 void OwnAbilities::RegisterAgain()
 {
     MutexLock lock(mutex_);
-    if (abilities_.empty()) {
-        return;
-    }
-    isWanted_ = true;
-    if (!isRegistrarRunning_) {
-        isRegistrarRunning_ =
-            Transport::StartThread(Transport::ThreadRole::OTHER, "tavo-register", [this] { RunRegistrar(); });
-        if (!isRegistrarRunning_) {
-            Log(SCRIVO_ERROR, "no thread left to register again");
-        }
+    if (!abilities_.empty()) {
+        isWanted_ = true;
+        wanted_.notify_one();
     }
 }
 
+bool OwnAbilities::StartRegistrar()
+{
+    MutexLock lock(mutex_);
+    isRegistrarRunning_ = isRegistrarRunning_ || Transport::StartThread(Transport::ThreadRole::OTHER, "tavo-register",
+                                                                        [this] { RunRegistrar(); });
+    return isRegistrarRunning_;
+}
+
 void OwnAbilities::RunRegistrar()
+{
+    for (;;) {
+        {
+            MutexLock lock(mutex_);
+            lock.Wait(wanted_, [this]() TAVO_REQUIRES(mutex_) { return isWanted_; });
+        }
+        RegisterUntilDone();
+    }
+}
+
+void OwnAbilities::RegisterUntilDone()
 {
     ManagerWatch watch(Transport::RuntimeDirFd());  // before the first attempt, so that no manager is missed in between
     milliseconds pause = SHORTEST_PAUSE;
@@ -133,7 +153,6 @@ void OwnAbilities::RunRegistrar()
         const bool isDone = RegisterUnknown();
         lock.Lock();
         if (isDone && !isWanted_) {
-            isRegistrarRunning_ = false;
             return;
         }
         if (isWanted_) {

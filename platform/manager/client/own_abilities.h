@@ -3,6 +3,7 @@
 #ifndef TAVO_MANAGER_OWN_ABILITIES_H
 #define TAVO_MANAGER_OWN_ABILITIES_H
 
+#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <vector>
@@ -14,8 +15,9 @@
 
 namespace TAVO::Manager {
 
-// Any thread. A thread of its own registers again: it exists only while a manager has not heard of an ability yet, so
-// that a manager that hangs holds up neither death notices nor load callbacks.
+// Any thread. A thread of its own registers again, so that a manager that hangs delays neither death notices nor load
+// callbacks. It is started with the first registration and never ends: when the manager is lost there may be no thread
+// to be had, and a service that nobody can find, but that holds its lock, would keep every load waiting.
 class OwnAbilities {
 public:
     // Never destroyed: the locks live as long as the process.
@@ -26,8 +28,8 @@ public:
     int32_t Add(SystemAbilityManagerProxy& manager, int32_t systemAbilityId, const sptr<IRemoteObject>& object);
     int32_t Remove(SystemAbilityManagerProxy& manager, int32_t systemAbilityId);
 
-    // A manager came or went: whatever the present one does not know is registered again, now and, while that fails,
-    // after growing pauses; what it refuses is given up. Returns at once.
+    // The session with a manager has ended: every ability that the present manager does not know is registered again, now
+    // and, while that fails, after growing pauses; what it refuses is given up. Returns at once.
     void RegisterAgain();
 
 private:
@@ -48,12 +50,16 @@ private:
     bool RegisterUnknown();
     std::vector<Unknown> UnknownTo(const sptr<IRemoteObject>& root);
     bool Register(SystemAbilityManagerProxy& manager, const Unknown& ability);
-    void RunRegistrar();
+    // Starts the threads that a lost manager requires. False when the system has none left.
+    bool StartRegistrar();
+    [[noreturn]] void RunRegistrar();
+    void RegisterUntilDone();
 
     Mutex mutex_;  // never held during a call to the manager
     std::map<int32_t, Ability> abilities_ TAVO_GUARDED_BY(mutex_);
     bool isRegistrarRunning_ TAVO_GUARDED_BY(mutex_) = false;
-    bool isWanted_ TAVO_GUARDED_BY(mutex_) = false;  // a manager came or went since the last attempt began
+    bool isWanted_ TAVO_GUARDED_BY(mutex_) = false;  // a session has ended since the last attempt began
+    std::condition_variable wanted_;                 // notified when isWanted_ becomes true
 };
 
 }  // namespace TAVO::Manager
