@@ -117,6 +117,7 @@ std::optional<ServiceSetup> SetUp(const ServiceOptions& options)
 
 int Serve(const ServiceOptions& options)
 {
+    ScrivoActAsDaemon();
     // One heap for all threads, which would each make one of their own in the first request that they see.
     mallopt(M_ARENA_MAX, 1);
     const sigset_t endSignals = EndSignals();

@@ -5,9 +5,11 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstdarg>
 
+#include "base/scrivo_folder.h"
 #include "base/scrivo_format.h"
 #include "base/scrivo_sink.h"
 #include "tavo/mutex.h"
@@ -24,7 +26,9 @@ constexpr int EVERYTHING = INT_MIN + 1;
 std::atomic<int> g_threshold{NOT_SET_UP};  // lowest level that anybody wants
 std::atomic<ScrivoSink> g_sink{ScrivoSink{SinkKind::UNKNOWN, 0, 0}};
 static_assert(std::atomic<ScrivoSink>::is_always_lock_free);
+std::atomic<bool> g_isDaemon{false};
 std::atomic<uint64_t> g_dropped{0};
+ScrivoFolder g_folder;
 
 struct Hook {
     ScrivoHook function;
@@ -33,6 +37,7 @@ struct Hook {
 Mutex g_hookMutex;
 Hook g_hook TAVO_GUARDED_BY(g_hookMutex){nullptr, nullptr};
 std::atomic<bool> g_hasHook{false};
+std::atomic<bool> g_isReported{false};
 
 class ErrnoKeeper {
 public:
@@ -52,10 +57,15 @@ ScrivoSink Sink() noexcept
     if (sink.kind != SinkKind::UNKNOWN) {
         return sink;
     }
-    const ScrivoSink opened = OpenScrivoSink(secure_getenv("TAVO_LOG"));
+    const char* const settings = secure_getenv("TAVO_LOG");
+    errno = 0;
+    const ScrivoSink opened = OpenScrivoSink(settings, g_isDaemon.load());
     if (!g_sink.compare_exchange_strong(sink, opened, std::memory_order_acq_rel, std::memory_order_acquire)) {
         CloseScrivoSink(opened);
         return sink;
+    }
+    if (!g_isReported.exchange(true)) {
+        ReportScrivoSettings(settings, opened);
     }
     return opened;
 }
@@ -76,12 +86,8 @@ Hook CurrentHook()
     return g_hook;
 }
 
-int Write(const ScrivoLine& line) noexcept
+int WriteTo(const ScrivoSink& sink, const ScrivoLine& line) noexcept
 {
-    const ScrivoSink sink = Sink();
-    if (sink.kind == SinkKind::NOWHERE || line.level < sink.level) {
-        return 0;
-    }
     const int written =
         sink.kind == SinkKind::JOURNAL ? SendScrivoLine(sink.fd, JOURNAL_SOCKET, line) : WriteScrivoLine(sink.fd, line);
     if (written < 0) {
@@ -89,6 +95,43 @@ int Write(const ScrivoLine& line) noexcept
     }
     return written;
 }
+
+void WriteSummary(const ScrivoSink& sink, const ScrivoFolder::Summary& summary) noexcept
+{
+    WriteTo(sink, {summary.level, summary.domain, summary.tag, summary.text});
+}
+
+// Warnings and errors are folded; whoever switches lower levels on wants to see each line.
+int Write(const ScrivoLine& line) noexcept
+{
+    const ScrivoSink sink = Sink();
+    if (sink.kind == SinkKind::NOWHERE || line.level < sink.level) {
+        return 0;
+    }
+    if (line.level >= SCRIVO_WARN) {
+        const auto now = std::chrono::steady_clock::now().time_since_epoch();
+        ScrivoFolder::Summary summary;
+        const ScrivoFolder::Result folded = g_folder.Fold(line, std::chrono::nanoseconds(now).count(), summary);
+        if (folded.hasSummary) {
+            WriteSummary(sink, summary);
+        }
+        if (folded.isFolded) {
+            return 0;
+        }
+    }
+    return WriteTo(sink, line);
+}
+
+// What is still counted when the process exits.
+struct FinalSummaries {
+    constexpr FinalSummaries() noexcept = default;
+    ~FinalSummaries()
+    {
+        for (ScrivoFolder::Summary summary; g_folder.TakeAny(summary);) {
+            WriteSummary(Sink(), summary);
+        }
+    }
+} g_finalSummaries;
 
 }  // namespace
 
@@ -119,7 +162,17 @@ int ScrivoPrint(int type, int level, uint32_t domain, const char* tag, const cha
     if (const Hook hook = CurrentHook(); hook.function != nullptr) {
         hook.function({type, level, domain, tag, format, text.Text()}, hook.context);
     }
-    return Write({level, domain, tag, text.Text()});
+    return Write({level, domain, tag == nullptr ? "" : tag, text.Text()});
+}
+
+void ScrivoActAsDaemon()
+{
+    const ErrnoKeeper keeper;
+    g_isDaemon.store(true);
+    // Static initialisers may have logged; their sink is replaced.
+    CloseScrivoSink(g_sink.exchange(ScrivoSink{SinkKind::UNKNOWN, 0, 0}));
+    g_threshold.store(NOT_SET_UP);
+    SetUp();
 }
 
 uint64_t ScrivoDroppedLines()

@@ -147,9 +147,44 @@ int OpenLogFile(std::string_view path) noexcept
     return moved;
 }
 
-ScrivoSink DefaultSink(int16_t level) noexcept
+// One word of TAVO_LOG.
+struct Word {
+    enum Kind { UNKNOWN, STDERR, PATH, LEVEL } kind;
+    std::string_view text;
+    int16_t level;
+};
+
+// Removes the first word from `rest`.
+Word NextWord(std::string_view& rest) noexcept
 {
-    if (isatty(STDERR_FILENO) == 1) {
+    const std::string_view text = rest.substr(0, rest.find(','));
+    rest.remove_prefix(text.size() < rest.size() ? text.size() + 1 : text.size());
+    for (const auto& row : LEVELS) {
+        if (text == row.name) {
+            return {Word::LEVEL, text, static_cast<int16_t>(row.level)};
+        }
+    }
+    const bool isPath = text.find('/') != std::string_view::npos;
+    return {text == "stderr" ? Word::STDERR : isPath ? Word::PATH : Word::UNKNOWN, text, 0};
+}
+
+void WriteReport(std::string_view word, const char* what) noexcept
+{
+    char name[256];
+    name[word.copy(name, sizeof(name) - 1)] = '\0';
+    TextBuffer line(MAX_PIPE_LINE_BYTES);
+    line.Append("TAVO_LOG: \"");
+    line.AppendEscaped(name);
+    line.Append("\" ");
+    line.Append(what);
+    const std::string_view bytes = line.EndLine();
+    const SigpipeGuard guard;
+    Retry([bytes] { return WriteNow(STDERR_FILENO, bytes); });
+}
+
+ScrivoSink DefaultSink(int16_t level, bool isDaemon) noexcept
+{
+    if (isDaemon || isatty(STDERR_FILENO) == 1) {
         return {SinkKind::DESCRIPTOR, level, STDERR_FILENO};
     }
     struct stat journal {};
@@ -161,25 +196,17 @@ ScrivoSink DefaultSink(int16_t level) noexcept
 
 }  // namespace
 
-ScrivoSink OpenScrivoSink(const char* settings) noexcept
+ScrivoSink OpenScrivoSink(const char* settings, bool isDaemon) noexcept
 {
     int16_t level = SCRIVO_WARN;
     bool isStderr = false;
     std::string_view path;
     std::string_view rest(settings == nullptr ? "" : settings);
     while (!rest.empty()) {
-        const std::string_view word = rest.substr(0, rest.find(','));
-        rest.remove_prefix(word.size() < rest.size() ? word.size() + 1 : word.size());
-        if (word == "stderr") {
-            isStderr = true;
-        } else if (word.find('/') != std::string_view::npos) {
-            path = word;
-        }
-        for (const auto& row : LEVELS) {
-            if (word == row.name) {
-                level = static_cast<int16_t>(row.level);
-            }
-        }
+        const Word word = NextWord(rest);
+        isStderr = isStderr || word.kind == Word::STDERR;
+        path = word.kind == Word::PATH ? word.text : path;
+        level = word.kind == Word::LEVEL ? word.level : level;
     }
     if (level == SCRIVO_OFF) {
         return {SinkKind::NOWHERE, SCRIVO_OFF, -1};
@@ -187,7 +214,29 @@ ScrivoSink OpenScrivoSink(const char* settings) noexcept
     if (!path.empty()) {
         return {SinkKind::DESCRIPTOR, level, OpenLogFile(path)};
     }
-    return isStderr ? ScrivoSink{SinkKind::DESCRIPTOR, level, STDERR_FILENO} : DefaultSink(level);
+    return isStderr ? ScrivoSink{SinkKind::DESCRIPTOR, level, STDERR_FILENO} : DefaultSink(level, isDaemon);
+}
+
+void ReportScrivoSettings(const char* settings, const ScrivoSink& sink) noexcept
+{
+    const int reason = errno;
+    std::string_view path;
+    std::string_view rest(settings == nullptr ? "" : settings);
+    while (!rest.empty()) {
+        const Word word = NextWord(rest);
+        path = word.kind == Word::PATH ? word.text : path;
+        if (word.kind == Word::UNKNOWN && !word.text.empty()) {
+            WriteReport(word.text,
+                        "is not understood and ignored; use debug, info, warn, error, off, stderr, or a path with "
+                        "a slash");
+        }
+    }
+    if (sink.kind == SinkKind::DESCRIPTOR && sink.fd < 0) {
+        TextBuffer text(MAX_PIPE_LINE_BYTES);
+        text.Append("cannot be opened, so nothing is logged: ");
+        text.Append(strerrordesc_np(reason));
+        WriteReport(path, text.Text());
+    }
 }
 
 void CloseScrivoSink(const ScrivoSink& sink) noexcept

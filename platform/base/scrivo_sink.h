@@ -17,11 +17,14 @@ enum class SinkKind : int16_t { UNKNOWN, NOWHERE, DESCRIPTOR, JOURNAL };
 struct alignas(8) ScrivoSink {
     SinkKind kind;
     int16_t level;  // lowest level that is written
-    int fd;         // stderr, a file or the journal's socket; -1: what was asked for cannot be had, every line is lost
+    int fd;         // stderr, a file or the journal's socket; -1: it could not be opened, every line is lost
 };
 
-// The sink that `settings` (the text of TAVO_LOG, null without one) asks for. Opens what it needs.
-ScrivoSink OpenScrivoSink(const char* settings) noexcept;
+// The sink that `settings` (the text of TAVO_LOG, null without one) requests. Opens what it needs. Without a sink in
+// `settings`, a daemon logs to stderr; any other process to the journal, or to stderr if that is a terminal.
+ScrivoSink OpenScrivoSink(const char* settings, bool isDaemon) noexcept;
+// Writes one line to stderr for each word of `settings` that is not understood, and one if `sink` could not be opened.
+void ReportScrivoSettings(const char* settings, const ScrivoSink& sink) noexcept;
 void CloseScrivoSink(const ScrivoSink& sink) noexcept;
 
 struct ScrivoLine {

@@ -35,12 +35,28 @@ int Flood()
     int lost = 0;
     for (int i = 0; i < 2000; ++i) {
         errno = ERANGE;
-        lost += Log(TAVO::SCRIVO_ERROR, std::string(150, 'x').c_str()) < 0 ? 1 : 0;
+        lost += Log(TAVO::SCRIVO_INFO, std::string(150, 'x').c_str()) < 0 ? 1 : 0;
         if (errno != ERANGE) {
             return 1;
         }
     }
     return lost > 0 && TAVO::ScrivoDroppedLines() == static_cast<uint64_t>(lost) ? 0 : 1;
+}
+
+// As a library does that fails in each frame of a game.
+int Repeat()
+{
+    for (int i = 0; i < 1000; ++i) {
+        Log(TAVO::SCRIVO_WARN, "one");
+        Log(TAVO::SCRIVO_ERROR, "two");
+    }
+    return 0;
+}
+
+int LogAsDaemon()
+{
+    TAVO::ScrivoActAsDaemon();
+    return LogEveryLevel();
 }
 
 int LogFromThreads()
@@ -50,7 +66,7 @@ int LogFromThreads()
         threads.emplace_back([number] {
             const std::string text(static_cast<size_t>(number) * 700 + 1, static_cast<char>('a' + number));
             for (int i = 0; i < 250; ++i) {
-                Log(TAVO::SCRIVO_ERROR, text.c_str());
+                Log(TAVO::SCRIVO_INFO, text.c_str());
             }
         });
     }
@@ -65,7 +81,11 @@ int LogFromThreads()
 int main(int, char** argv)
 {
     const std::string action = argv[1];
-    const int result = action == "levels" ? LogEveryLevel() : action == "flood" ? Flood() : LogFromThreads();
+    const int result = action == "levels"   ? LogEveryLevel()
+                       : action == "daemon" ? LogAsDaemon()
+                       : action == "repeat" ? Repeat()
+                       : action == "flood"  ? Flood()
+                                            : LogFromThreads();
     std::printf("%llu lost\n", static_cast<unsigned long long>(TAVO::ScrivoDroppedLines()));
     return result;
 }

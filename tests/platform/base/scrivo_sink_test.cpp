@@ -193,38 +193,53 @@ TEST_F(ScrivoSinkTest, FileGetsTheLevelsAskedForFromBeforeMainToAfterIt)
 TEST_F(ScrivoSinkTest, SettingsChooseSinkAndLevel)
 {
     const struct {
+        const char* action;
         const char* setting;
         size_t lines;  // on stderr
         const char* out;
+        const char* report;  // in the first line
     } rows[] = {
-        {"stderr", 5, "0 lost\n"},
-        {"stderr,debug", 7, "0 lost\n"},
-        {"debug,unknown,stderr,", 7, "0 lost\n"},
-        {"off,stderr", 0, "0 lost\n"},
-        {nullptr, 0, nullptr},  // not a terminal: whether the journal takes them is the machine's business
-        {"/no/such/folder/log", 0, "4 lost\n"},
+        {"levels", "stderr", 5, "0 lost\n", ""},
+        {"levels", "stderr,debug", 7, "0 lost\n", ""},
+        {"levels", "debug,std\nerr,stderr,", 8, "0 lost\n", "TAVO_LOG: \"std\\nerr\" is not understood"},
+        {"levels", "off,stderr", 0, "0 lost\n", ""},
+        {"levels", nullptr, 0, nullptr, ""},  // not a terminal: whether the journal takes them depends on the machine
+        {"levels", "/no/such/folder/log", 1, "4 lost\n", "\"/no/such/folder/log\" cannot be opened"},
+        {"daemon", nullptr, 4, nullptr, "W D00470A/Child: warn"},
+        {"daemon", "info", 5, nullptr, "I D00470A/Child: info"},  // "before main" went elsewhere
+        {"daemon", "off", 0, "0 lost\n", ""},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.setting == nullptr ? "(unset)" : row.setting);
-        const ChildResult result = RunChild("levels", row.setting);
+        const ChildResult result = RunChild(row.action, row.setting);
         EXPECT_EQ(result.end, "exit 0");
+        EXPECT_NE(result.err.substr(0, result.err.find('\n')).find(row.report), std::string::npos) << result.err;
         EXPECT_EQ(Lines(result.err).size(), row.lines) << result.err;
         EXPECT_EQ(result.out, row.out == nullptr ? result.out : row.out);
     }
 }
 
+TEST_F(ScrivoSinkTest, WarningsThatRepeatAreCountedAndSummedUpAtTheExit)
+{
+    EXPECT_EQ(RunChild("repeat", path_.c_str()).end, "exit 0");
+    EXPECT_THAT(Lines(Content(path_)),
+                ElementsAre(EndsWith("before main"), EndsWith("one"), EndsWith("two"), EndsWith("after main"),
+                            EndsWith("W D00470A/Child: one (repeated 999 times)"),
+                            EndsWith("E D00470A/Child: two (repeated 999 times)")));
+}
+
 TEST_F(ScrivoSinkTest, FloodIntoAFullPipeTakesWholeLinesAndCountsTheOthers)
 {
-    const ChildResult result = RunChild("flood", "stderr");
+    const ChildResult result = RunChild("flood", "stderr,info");
     EXPECT_EQ(result.end, "exit 0");
     EXPECT_GT(Lines(result.err).size(), 100u);
     EXPECT_THAT(Lines(result.err),
-                testing::Each(MatchesRegex(PREFIX + "[WE] D00470A/Child: (x{150}|before main|after main)")));
+                testing::Each(MatchesRegex(PREFIX + "[WI] D00470A/Child: (x{150}|before main|after main)")));
 }
 
 TEST_F(ScrivoSinkTest, LinesOfSeveralThreadsDoNotMix)
 {
-    EXPECT_EQ(RunChild("threads", path_.c_str()).end, "exit 0");
+    EXPECT_EQ(RunChild("threads", (path_ + ",info").c_str()).end, "exit 0");
     const std::vector<std::string> lines = Lines(Content(path_));
     EXPECT_EQ(lines.size(), 1000u + 2);
     for (const std::string& line : lines) {
