@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -60,8 +61,13 @@ RuntimeDir RuntimeDir::Open(const std::string& path, bool create, std::string& e
         }
         return std::move(dir);
     };
+    if (path.empty() || path.front() != '/') {
+        return refuse(
+            "is a relative path, which means another directory in every working directory; give an absolute one");
+    }
     if (create && ::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) {
-        return refuse(std::string("cannot be made: ") + std::strerror(errno));
+        return refuse(std::string("cannot be created: ") + std::strerror(errno) +
+                      "; create its parent, or set TAVO_RUNTIME_DIR to another directory");
     }
     std::string name = path;
     while (name.size() > 1 && name.back() == '/') {  // With one behind it a link would be followed.
@@ -73,7 +79,8 @@ RuntimeDir RuntimeDir::Open(const std::string& path, bool create, std::string& e
         if (reason == ELOOP || reason == ENOTDIR) {
             return refuse("is a symbolic link or no directory; give a directory of your own");
         }
-        return refuse(std::string("cannot be opened: ") + std::strerror(reason));
+        return refuse(std::string("cannot be opened: ") + std::strerror(reason) +
+                      (reason == ENOENT ? "; start tavo_manager, which creates it" : ""));
     }
     struct stat status {};
     if (::fstat(dir.fd_, &status) != 0) {
@@ -82,8 +89,11 @@ RuntimeDir RuntimeDir::Open(const std::string& path, bool create, std::string& e
     if (status.st_uid != ::geteuid()) {
         return refuse("belongs to another user; give a directory of your own");
     }
-    if ((status.st_mode & 07777) != 0700) {
-        return refuse("is open to others; set its mode to 0700");
+    // Below a parent with the setgid bit the kernel sets it here too; it gives nobody access.
+    if (const unsigned mode = status.st_mode & 0777; mode != 0700) {
+        char octal[8];
+        std::snprintf(octal, sizeof(octal), "%04o", mode);
+        return refuse(std::string("has mode ") + octal + "; only its owner may have access: chmod 0700 " + path);
     }
     return dir;
 }

@@ -17,9 +17,9 @@ public:
 
     // $TAVO_RUNTIME_DIR, else $XDG_RUNTIME_DIR/tavo, else /run/user/UID/tavo.
     static std::string DefaultPath();
-    // Opens `path` and checks through the descriptor that it is a directory of this user, mode 0700, and no symbolic
-    // link. With `create` a missing one is made (its last component only). On failure the result is not open and
-    // `error` holds one clear line.
+    // Opens `path`, which must be absolute, and checks through the descriptor that it is a directory of this user with
+    // mode 0700 (the setgid bit does not matter) and no symbolic link. With `create` a missing one is created (its last
+    // component only). On failure the result is not open and `error` holds one line: path, reason, remedy.
     static RuntimeDir Open(const std::string& path, bool create, std::string& error);
 
     bool IsOpen() const noexcept { return fd_ >= 0; }

@@ -30,8 +30,9 @@ constexpr Place PLACES[] = {
     {"ours", "mkdir -m 0700 $P", false, nullptr},
     {"ours, to be made", "true", true, nullptr},
     {"ours, made before", "mkdir -m 0700 $P", true, nullptr},
+    {"ours, which inherited the setgid bit", "mkdir -m 2700 $P", false, nullptr},
     {"missing", "true", false, "cannot be opened"},
-    {"open to all", "mkdir -m 0755 $P", true, "0700"},
+    {"open to all", "mkdir -m 0755 $P", true, "has mode 0755"},
     {"open to the group", "mkdir -m 0710 $P", false, "0700"},
     {"too closed to use", "mkdir -m 0500 $P", false, "0700"},
     {"a file", "touch $P", true, "no directory"},
@@ -63,8 +64,14 @@ TEST(RuntimeDirectory, OnlyAPrivateDirectoryOfOursIsAccepted)
         EXPECT_EQ(::fcntl(dir.Fd(), F_GETFD), FD_CLOEXEC);
         struct stat status {};
         ASSERT_EQ(::stat(path.c_str(), &status), 0);
-        EXPECT_EQ(status.st_mode & 07777, 0700u);
+        EXPECT_EQ(status.st_mode & 0777, 0700u);
     }
+    // It would be another directory for each process that runs elsewhere.
+    std::string error;
+    ASSERT_EQ(::chdir(parent.Path().c_str()), 0);
+    ASSERT_EQ(::mkdir("relative", 0700), 0);
+    EXPECT_FALSE(RuntimeDir::Open("relative", true, error).IsOpen());
+    EXPECT_NE(error.find("is a relative path"), std::string::npos) << error;
 }
 
 // The path comes from the environment, the first variable that is set and not empty.
