@@ -30,7 +30,7 @@ enum AbilityStatus : int32_t {
 struct AbilityDescription {
     int32_t id = 0;
     bool running = false;
-    bool startable = false;  // an ability file says how to start it
+    bool startable = false;  // a valid ability file describes how to start it
     pid_t pid = 0;           // of the serving process, 0 when not running
     int32_t starts = 0;      // processes that this manager has started for it
     int64_t startedAt = 0;   // when it began to start the last of them: nanoseconds of the steady clock, 0 before

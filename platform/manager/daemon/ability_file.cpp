@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reads ability files strictly: a file that is not understood whole is refused, never half believed.
+// Reads ability files strictly: one unknown key or wrong type makes the whole file invalid, since options that are
+// silently ignored are hard to find. An invalid file disables its ability, also when an earlier folder has a valid one.
 #include "manager/daemon/ability_file.h"
 
 #include <json/json.h>
 
 #include <algorithm>
-#include <exception>
+#include <charconv>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -20,7 +21,7 @@ namespace fs = std::filesystem;
 constexpr uintmax_t MAX_FILE_BYTES = 1 << 20;
 constexpr int MAX_DEPTH = 16;
 
-// Whatever makes a file unusable; its text is shown to whoever starts the manager.
+// What makes a file invalid; its text follows the path of the file in the log.
 class Fault : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -42,9 +43,13 @@ Json::Value Parse(const fs::path& path)
     builder["stackLimit"] = MAX_DEPTH;
     Json::Value root;
     std::string why;
-    if (!Json::parseFromStream(builder, stream, &root, &why)) {
-        std::replace(why.begin(), why.end(), '\n', ' ');
-        throw Fault("is not valid JSON: " + why);
+    try {
+        if (!Json::parseFromStream(builder, stream, &root, &why)) {
+            std::replace(why.begin(), why.end(), '\n', ' ');
+            throw Fault("is not valid JSON: " + why);
+        }
+    } catch (const Json::Exception&) {
+        throw Fault("is nested more than " + std::to_string(MAX_DEPTH) + " levels deep");
     }
     return root;
 }
@@ -85,18 +90,17 @@ std::map<std::string, std::string> Environment(const Json::Value& value)
     return environment;
 }
 
-AbilityFile Interpret(const Json::Value& root, const fs::path& folder)
+// `ability` holds what earlier folders say of the id.
+AbilityFile Interpret(const Json::Value& root, const fs::path& folder, AbilityFile ability)
 {
-    if (!root.isObject()) {
-        throw Fault("must hold one JSON object");
-    }
-    AbilityFile ability;
     for (const std::string& key : root.getMemberNames()) {
         const Json::Value& value = root[key];
         if (key == "id") {
-            ability.id = value.isInt() ? value.asInt() : 0;
-        } else if (key == "program") {
-            ability.program = Text(value, "\"program\"");
+            continue;
+        }
+        if (key == "program") {
+            const std::string program = Text(value, "\"program\"");
+            ability.program = program.empty() ? "" : (folder / program).lexically_normal().string();
         } else if (key == "arguments") {
             ability.arguments = Arguments(value);
         } else if (key == "environment") {
@@ -107,15 +111,76 @@ AbilityFile Interpret(const Json::Value& root, const fs::path& folder)
             throw Fault(key == "external" ? "\"external\" must be true or false" : "unknown key \"" + key + "\"");
         }
     }
-    if (ability.id <= 0) {
-        throw Fault("\"id\" must be a whole number above 0");
-    }
     if (ability.program.empty()) {
         throw Fault("\"program\" is missing");
     }
-    ability.program = (folder / ability.program).lexically_normal().string();
     return ability;
 }
+
+// 0 when there is none.
+int32_t IdIn(const Json::Value& root)
+{
+    const Json::Value id = root.isObject() ? root.get("id", 0) : Json::Value();
+    return id.isInt() && id.asInt() > 0 ? id.asInt() : 0;
+}
+
+// The number of "<id>.json", 0 for any other name.
+int32_t IdIn(const fs::path& path)
+{
+    const std::string stem = path.stem().string();
+    int32_t id = 0;
+    const auto [end, error] = std::from_chars(stem.data(), stem.data() + stem.size(), id);
+    return error == std::errc() && end == stem.data() + stem.size() && id > 0 ? id : 0;
+}
+
+// The files of one folder, in the order of their names.
+class FolderReader {
+public:
+    FolderReader(const fs::path& folder, AbilityFiles& files) : folder_(folder), files_(files) {}
+
+    // Returns what is wrong with the file, empty when nothing is.
+    std::string Read(const fs::path& path)
+    {
+        int32_t id = IdIn(path);
+        try {
+            const Json::Value root = Parse(path);
+            if (!root.isObject()) {
+                throw Fault("must hold one JSON object");
+            }
+            id = IdIn(root) != 0 ? IdIn(root) : id;
+            if (IdIn(root) == 0) {
+                throw Fault("\"id\" must be a whole number above 0");
+            }
+            if (const auto [first, isFirst] = names_.emplace(id, path.filename().string()); !isFirst) {
+                throw Fault("\"id\" " + std::to_string(id) + " is described by " + first->second + " too");
+            }
+            const auto earlier = files_.find(id);
+            const bool isOverride = earlier != files_.end() && earlier->second.fault.empty();
+            Keep(id, path, Interpret(root, folder_, isOverride ? earlier->second : AbilityFile()));
+            return "";
+        } catch (const Fault& fault) {
+            AbilityFile disabled;
+            disabled.fault = "ability file " + path.string() + ": " + fault.what();
+            const std::string line = disabled.fault;
+            if (id != 0) {
+                Keep(id, path, std::move(disabled));
+            }
+            return line;
+        }
+    }
+
+private:
+    void Keep(int32_t id, const fs::path& path, AbilityFile ability)
+    {
+        ability.id = id;
+        ability.path = path.string();
+        files_[id] = std::move(ability);
+    }
+
+    const fs::path folder_;
+    AbilityFiles& files_;
+    std::map<int32_t, std::string> names_;  // of the files, by their ids
+};
 
 std::vector<fs::path> JsonFiles(const fs::path& folder)
 {
@@ -131,27 +196,22 @@ std::vector<fs::path> JsonFiles(const fs::path& folder)
 
 }  // namespace
 
-bool ReadAbilityFolder(const std::string& folder, AbilityFiles& files, std::string& error)
+AbilityFolder ReadAbilityFolder(const std::string& folder, AbilityFiles& files)
 {
-    std::string subject = "ability folder " + folder;
+    AbilityFolder result;
     try {
         const fs::path absolute = fs::absolute(folder);
+        FolderReader reader(absolute, files);
         for (const fs::path& path : JsonFiles(absolute)) {
-            subject = "ability file " + path.string();
-            AbilityFile ability = Interpret(Parse(path), absolute);
-            ability.path = path.string();
-            const int32_t id = ability.id;
-            if (!files.emplace(id, std::move(ability)).second) {
-                throw Fault("id " + std::to_string(id) + " is described by another file already");
+            ++result.fileCount;
+            if (std::string fault = reader.Read(path); !fault.empty()) {
+                result.faults.push_back(std::move(fault));
             }
         }
-        return true;
     } catch (const fs::filesystem_error& fault) {
-        error = subject + ": " + fault.code().message();
-    } catch (const std::exception& fault) {
-        error = subject + ": " + fault.what();
+        result.error = "ability folder " + folder + ": " + fault.code().message();
     }
-    return false;
+    return result;
 }
 
 }  // namespace TAVO::Manager

@@ -136,6 +136,9 @@ std::optional<int32_t> AbilityRegistry::TellOrWait(Ability& ability, const Waite
         after.outbox.TellLoaded(waiter.callback, ability.file.id, ability.object);
         return ABILITY_OK;
     }
+    if (!ability.file.fault.empty()) {
+        return ABILITY_CANNOT_START;
+    }
     ability.backoff.Requested(Clock::now());
     if (ability.phase == Phase::IDLE) {
         Want(ability, after);
@@ -247,8 +250,8 @@ std::vector<AbilityDescription> AbilityRegistry::Describe()
     for (const auto& [id, ability] : abilities_) {
         const bool isRunning = ability.object != nullptr && ability.object->IsAlive();
         const int64_t startedAt = std::chrono::nanoseconds(ability.startedAt.time_since_epoch()).count();
-        descriptions.push_back(
-            {id, isRunning, true, isRunning ? ability.pid : 0, ability.starts, startedAt, ability.file.program});
+        descriptions.push_back({id, isRunning, ability.file.fault.empty(), isRunning ? ability.pid : 0, ability.starts,
+                                startedAt, ability.file.program});
     }
     return descriptions;
 }

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // tavo_manager: finds services by number, starts them on demand, takes their registrations.
+#include <fcntl.h>
 #include <getopt.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -31,11 +33,13 @@ constexpr const char* USAGE =
     "Runs in the foreground until SIGTERM or SIGINT, which also end the services that it started.\n"
     "  --runtime-dir DIR  where its socket is; default $TAVO_RUNTIME_DIR, else $XDG_RUNTIME_DIR/tavo,\n"
     "                     else /run/user/UID/tavo; made if need be, must be yours with mode 0700\n"
-    "  --abilities DIR    a folder of ability files (*.json); default, from the program's folder,\n"
-    "                     " TAVO_ABILITIES_DIR "\n";
+    "  --abilities DIR    a folder of ability files (*.json); later folders override earlier ones. Default:\n"
+    "                     " TAVO_ABILITIES_DIR
+    " (from the program's folder), /etc/tavo/abilities,\n"
+    "                     $XDG_CONFIG_HOME/tavo/abilities (else ~/.config/tavo/abilities)\n";
 
 struct Options {
-    std::string runtimeDir = Transport::RuntimeDir::DefaultPath();
+    std::string runtimeDir;
     std::vector<std::string> abilityDirs;
 };
 
@@ -51,7 +55,7 @@ Options ReadOptions(int argc, char** argv)
     for (int choice = 0; (choice = ::getopt_long(argc, argv, "", known, nullptr)) != -1;) {
         switch (choice) {
             case 'r':
-                options.runtimeDir = optarg;
+                options.runtimeDir = std::filesystem::absolute(optarg).string();
                 break;
             case 'a':
                 options.abilityDirs.emplace_back(optarg);
@@ -71,7 +75,9 @@ Options ReadOptions(int argc, char** argv)
         std::fprintf(stderr, "tavo_manager: unexpected argument %s\n%s", argv[optind], USAGE);
         std::exit(EXIT_CANNOT_START);
     }
-    options.runtimeDir = std::filesystem::absolute(options.runtimeDir).string();
+    if (options.runtimeDir.empty()) {
+        options.runtimeDir = Transport::RuntimeDir::DefaultPath();
+    }
     return options;
 }
 
@@ -88,18 +94,76 @@ std::filesystem::path InstalledAbilities()
     return (program.parent_path() / TAVO_ABILITIES_DIR).lexically_normal();
 }
 
-bool ReadAbilities(const Options& options, AbilityFiles& files, std::string& error)
+// The user's folder; empty when the environment names none.
+std::filesystem::path UserAbilities()
 {
-    std::vector<std::string> folders = options.abilityDirs;
-    if (folders.empty() && std::filesystem::exists(InstalledAbilities())) {
-        folders.push_back(InstalledAbilities().string());
+    const auto absolute = [](const char* name) {
+        const char* const value = std::getenv(name);
+        return value != nullptr && value[0] == '/' ? std::filesystem::path(value) : std::filesystem::path();
+    };
+    std::filesystem::path config = absolute("XDG_CONFIG_HOME");
+    if (config.empty() && !absolute("HOME").empty()) {
+        config = absolute("HOME") / ".config";
     }
-    for (const std::string& folder : folders) {
-        if (!ReadAbilityFolder(folder, files, error)) {
-            return false;
+    return config.empty() ? config : config / "tavo/abilities";
+}
+
+// Those of the command line, else the default ones that exist: the vendor's, the administrator's, the user's.
+std::vector<std::string> AbilityFolders(const Options& options)
+{
+    if (!options.abilityDirs.empty()) {
+        return options.abilityDirs;
+    }
+    std::vector<std::string> folders;
+    for (const std::filesystem::path& folder :
+         {InstalledAbilities(), std::filesystem::path("/etc/tavo/abilities"), UserAbilities()}) {
+        std::error_code ignored;
+        if (std::filesystem::exists(folder, ignored)) {
+            folders.push_back(folder.string());
         }
     }
+    return folders;
+}
+
+// False only when a folder of the command line cannot be read.
+bool ReadAbilities(const Options& options, AbilityFiles& files, std::string& error)
+{
+    const bool isDefault = options.abilityDirs.empty();
+    for (const std::string& path : AbilityFolders(options)) {
+        const AbilityFolder folder = ReadAbilityFolder(path, files);
+        for (const std::string& fault : folder.faults) {
+            Log(SCRIVO_ERROR, "%{public}s. This ability is disabled; correct the file and restart the manager",
+                fault.c_str());
+        }
+        if (!folder.error.empty() && !isDefault) {
+            error = folder.error + "; name a folder of ability files";
+            return false;
+        }
+        if (!folder.error.empty()) {
+            Log(SCRIVO_WARN, "%{public}s. Its files are ignored; make it readable and restart the manager",
+                folder.error.c_str());
+        } else if (folder.fileCount == 0 && !isDefault) {
+            Log(SCRIVO_WARN, "ability folder %{public}s has no ability file (*.json)", path.c_str());
+        }
+    }
+    if (files.empty()) {
+        Log(SCRIVO_WARN, "there is no ability file, so no service can be started. Looked in %{public}s",
+            isDefault ? (InstalledAbilities().string() + ", /etc/tavo/abilities, " + UserAbilities().string()).c_str()
+                      : "the folders of --abilities");
+    }
     return true;
+}
+
+// Launchers leave behind what services and the platform's descriptors must not inherit or replace.
+void ResetInherited()
+{
+    ::signal(SIGCHLD, SIG_DFL);  // If it is ignored, the kernel reaps services itself and their pids are used again.
+    for (int fd = 0; fd >= 0 && fd <= STDERR_FILENO;) {
+        fd = ::open("/dev/null", O_RDWR);  // takes the lowest free descriptor
+        if (fd > STDERR_FILENO) {
+            ::close(fd);
+        }
+    }
 }
 
 // Each client costs the manager a few descriptors.
@@ -127,6 +191,8 @@ sigset_t BlockEndSignals()
 
 int Run(const Options& options)
 {
+    ResetInherited();
+    ScrivoActAsDaemon();
     const sigset_t endSignals = BlockEndSignals();
     RaiseDescriptorLimit();
     // For the platform in this process and for every service that is started.
@@ -148,7 +214,7 @@ int Run(const Options& options)
     }
     static auto& registry = *new AbilityRegistry(dir, std::move(files));
     if (!registry.Begin()) {
-        return Refuse("the system has no thread left");
+        return Refuse("the system has no thread left; raise the limit of processes (ulimit -u)");
     }
     Transport::ServeAsManager(socket.ReleaseListener(), new ManagerStub(registry));
     if (!socket.Publish(error)) {
@@ -170,6 +236,8 @@ int Run(const Options& options)
 int main(int argc, char** argv)
 try {
     return Run(ReadOptions(argc, argv));
-} catch (const std::exception& fault) {
-    return Refuse(fault.what());
+} catch (const std::filesystem::filesystem_error& fault) {
+    return Refuse(fault.path1().string() + ": " + fault.code().message());
+} catch (const std::exception&) {
+    return Refuse("out of memory");
 }

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <string_view>
 
@@ -42,16 +43,26 @@ UniqueFd ListenAt(const std::string& path)
     return listener;
 }
 
-bool IsInstanceName(std::string_view name)
+constexpr std::string_view UNPUBLISHED_SUFFIX = ".new";
+// A process has its socket under a temporary name for microseconds. One that is older belongs to a process that was killed
+// then. Should it only have been stopped, it makes another.
+constexpr time_t UNPUBLISHED_LIFETIME_SECONDS = 60;
+
+// "<instance>" or "<instance>.new".
+bool IsInstanceName(std::string_view name, bool& isUnpublished)
 {
     constexpr size_t INSTANCE_DIGITS = 32;
-    return name.size() == INSTANCE_DIGITS && name.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+    const std::string_view digits = name.substr(0, INSTANCE_DIGITS);
+    isUnpublished = name.substr(digits.size()) == UNPUBLISHED_SUFFIX;
+    return digits.size() == INSTANCE_DIGITS && digits.find_first_not_of("0123456789abcdef") == std::string_view::npos &&
+           (isUnpublished || name.size() == INSTANCE_DIGITS);
 }
 
-bool IsStale(const Transport::RuntimeDir& dir, const std::string& name)
+bool IsStale(const Transport::RuntimeDir& dir, const std::string& name, bool isUnpublished)
 {
     struct stat status {};
-    if (::fstatat(dir.Fd(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISSOCK(status.st_mode)) {
+    if (::fstatat(dir.Fd(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISSOCK(status.st_mode) ||
+        (isUnpublished && ::time(nullptr) - status.st_mtim.tv_sec < UNPUBLISHED_LIFETIME_SECONDS)) {
         return false;
     }
     const Transport::ConnectionFd connection = Transport::ConnectStreamNow(dir.SocketPath(name));
@@ -109,7 +120,8 @@ void RemoveStaleSockets(const Transport::RuntimeDir& dir)
     }
     while (const dirent* entry = ::readdir(entries.get())) {
         const std::string name = std::string(PEER_FOLDER) + "/" + entry->d_name;
-        if (IsInstanceName(entry->d_name) && IsStale(dir, name)) {
+        bool isUnpublished = false;
+        if (IsInstanceName(entry->d_name, isUnpublished) && IsStale(dir, name, isUnpublished)) {
             ::unlinkat(dir.Fd(), name.c_str(), 0);
         }
     }

@@ -47,6 +47,8 @@ public:
         posix_spawnattr_setsigdefault(&attributes_, &IgnoredSignals());
         posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID);
         posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        // Descriptors that the manager's own launcher left open without close-on-exec.
+        posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1);
     }
     ~SpawnAttributes()
     {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// An ability file is understood whole or refused with a line that helps.
+// An invalid ability file disables its ability, with a line that names file and key; later folders override earlier ones.
 #include "manager/daemon/ability_file.h"
 
 #include <gtest/gtest.h>
@@ -16,10 +16,19 @@ using namespace TAVO::Manager;
 class AbilityFileTest : public ::testing::Test {
 protected:
     void Write(const std::string& name, const std::string& text) { std::ofstream(dir.Path() + "/" + name) << text; }
+    // The lines for the files that are not valid, one after the other.
+    std::string Read(const std::string& folder)
+    {
+        const AbilityFolder result = ReadAbilityFolder(folder, files);
+        std::string lines = result.error;
+        for (const std::string& fault : result.faults) {
+            lines += fault + "\n";
+        }
+        return lines;
+    }
 
     TestSupport::PrivateRuntimeDir dir;  // any private folder does
     AbilityFiles files;
-    std::string error;
 };
 
 TEST_F(AbilityFileTest, AllKeysAreReadAndOtherFilesAreNot)
@@ -28,7 +37,7 @@ TEST_F(AbilityFileTest, AllKeysAreReadAndOtherFilesAreNot)
                            "environment": {"A": "1=2", "B": ""}, "external": true})");
     Write("short.json", R"({"id": 7, "program": "/usr/bin/true"})");
     Write("short.json.bak", "{");
-    ASSERT_TRUE(ReadAbilityFolder(dir.Path(), files, error)) << error;
+    ASSERT_EQ(Read(dir.Path()), "");
     ASSERT_EQ(files.size(), 2u);
     const AbilityFile& full = files[66006];
     EXPECT_EQ(full.program, std::filesystem::path(dir.Path()).parent_path() / "bin/server");
@@ -39,20 +48,22 @@ TEST_F(AbilityFileTest, AllKeysAreReadAndOtherFilesAreNot)
     EXPECT_FALSE(files[7].external);
 }
 
-TEST_F(AbilityFileTest, AFaultNamesTheFileAndWhatIsWrong)
+TEST_F(AbilityFileTest, AFaultNamesFileAndKeyAndDisablesThatAbilityOnly)
 {
+    Write("good.json", R"({"id": 9, "program": "x"})");
     const std::vector<std::pair<std::string, std::string>> faults{
         {"", "not valid JSON"},
         {R"({"id": 1, "program": "x")", "not valid JSON"},
         {R"({"id": 1, "program": "x"} {})", "not valid JSON"},
         {R"({"id": 1, "id": 2, "program": "x"})", "not valid JSON"},
-        {std::string(1000, '['), "Exceeded stackLimit"},
+        {std::string(1000, '['), "nested more than 16"},
         {R"([1])", "one JSON object"},
         {R"({"program": "x"})", "\"id\" must be"},
         {R"({"id": 0, "program": "x"})", "\"id\" must be"},
         {R"({"id": 4294967296, "program": "x"})", "\"id\" must be"},
         {R"({"id": "1", "program": "x"})", "\"id\" must be"},
         {R"({"id": 1})", "\"program\" is missing"},
+        {R"({"id": 9, "program": "y"})", "\"id\" 9 is described by 1.json too"},
         {R"({"id": 1, "program": ""})", "\"program\" is missing"},
         {R"({"id": 1, "program": 3})", "\"program\" must be a text"},
         {R"({"id": 1, "program": "a\u0000b"})", "\"program\" must be a text"},
@@ -66,23 +77,57 @@ TEST_F(AbilityFileTest, AFaultNamesTheFileAndWhatIsWrong)
     };
     for (const auto& [text, why] : faults) {
         SCOPED_TRACE(text);
-        Write("bad.json", text);
+        Write("1.json", text);
         files.clear();
-        EXPECT_FALSE(ReadAbilityFolder(dir.Path(), files, error));
-        EXPECT_NE(error.find(dir.Path() + "/bad.json: "), std::string::npos) << error;
-        EXPECT_NE(error.find(why), std::string::npos) << error;
-        EXPECT_EQ(error.find('\n'), std::string::npos) << error;
+        if (why.find("is missing") == std::string::npos) {
+            files[1].program = "of an earlier folder";
+        }
+        const std::string line = Read(dir.Path());
+        const bool isDuplicate = why.find("described by") != std::string::npos;
+        EXPECT_NE(line.find(dir.Path() + (isDuplicate ? "/good.json: " : "/1.json: ")), std::string::npos) << line;
+        EXPECT_NE(line.find(why), std::string::npos) << line;
+        EXPECT_EQ(line.find('\n') + 1, line.size()) << line;
+        EXPECT_EQ(files[isDuplicate ? 9 : 1].fault + "\n", line);
+        EXPECT_EQ(files[isDuplicate ? 1 : 9].fault, "");
     }
 }
 
-TEST_F(AbilityFileTest, ASecondFileForTheSameIdAndAMissingFolderAreFaults)
+TEST_F(AbilityFileTest, ALaterFolderReplacesTheKeysThatItsFilesContain)
 {
-    Write("a.json", R"({"id": 7, "program": "x"})");
-    Write("b.json", R"({"id": 7, "program": "y"})");
-    EXPECT_FALSE(ReadAbilityFolder(dir.Path(), files, error));
-    EXPECT_NE(error.find("b.json: id 7 is described by another file"), std::string::npos) << error;
-    EXPECT_FALSE(ReadAbilityFolder(dir.Path() + "/none", files, error));
-    EXPECT_NE(error.find("none: No such file"), std::string::npos) << error;
+    Write("all.json", R"({"id": 7, "program": "p", "arguments": ["a"], "environment": {"A": "1"}, "external": true})");
+    Write("other.json", R"({"id": 8, "program": "p"})");
+    EXPECT_EQ(Read(dir.Path()), "");
+    const AbilityFile vendor = files[7];
+    const std::string later = dir.Path() + "/later";
+    std::filesystem::create_directory(later);
+    const struct {
+        const char* text;
+        void (*change)(AbilityFile& file);
+    } overrides[] = {
+        {R"({"id": 7, "arguments": ["b", "c"]})",
+         [](AbilityFile& file) {
+             file.arguments = {"b", "c"};
+         }},
+        {R"({"id": 7, "arguments": []})", [](AbilityFile& file) { file.arguments.clear(); }},
+        {R"({"id": 7, "environment": {}})", [](AbilityFile& file) { file.environment.clear(); }},
+        {R"({"id": 7, "external": false})", [](AbilityFile& file) { file.external = false; }},
+        {R"({"id": 7, "program": "/q"})", [](AbilityFile& file) { file.program = "/q"; }},
+    };
+    for (const auto& row : overrides) {
+        SCOPED_TRACE(row.text);
+        files[7] = vendor;
+        Write("later/any-name.json", row.text);
+        EXPECT_EQ(Read(later), "");
+        AbilityFile expected = vendor;
+        row.change(expected);
+        EXPECT_EQ(files[7].program, expected.program);
+        EXPECT_EQ(files[7].arguments, expected.arguments);
+        EXPECT_EQ(files[7].environment, expected.environment);
+        EXPECT_EQ(files[7].external, expected.external);
+        EXPECT_EQ(files[7].path, later + "/any-name.json");
+        EXPECT_EQ(files[8].fault, "");
+    }
+    EXPECT_NE(Read(dir.Path() + "/none").find("none: No such file"), std::string::npos);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A manager starts in a place that it can trust and that is free, or says in one line why it does not.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -8,8 +9,10 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 
 #include "platform/manager/ability_client.h"
 #include "platform/manager/manager_fixture.h"
@@ -56,9 +59,57 @@ TEST_F(ManagerStart, RefusesADirectoryOrAFileThatItCannotTrust)
     std::string line = Refusal(LaunchManager({"--runtime-dir", open}));
     EXPECT_NE(line.find(open), std::string::npos) << line;
     EXPECT_NE(line.find("mode"), std::string::npos) << line;
-    WriteAbilityFile("bad.json", "{");
-    line = Refusal(LaunchManager({"--abilities", AbilityPath()}));
-    EXPECT_NE(line.find("bad.json"), std::string::npos) << line;
+    line = Refusal(LaunchManager({"--abilities", RuntimePath() + "/none"}));
+    EXPECT_NE(line.find("/none: No such file"), std::string::npos) << line;
+}
+
+TEST_F(ManagerStart, AnInvalidAbilityFileDisablesThatAbilityAndNoOther)
+{
+    WriteAbility(ID, "serve");
+    WriteAbilityFile("8.json", R"({"id": 8, "program": "/bin/true", "argument": []})");
+    Child manager = LaunchManager({"--abilities", AbilityPath()});
+    const std::string line = manager.Pipe().Hear().value_or("");
+    EXPECT_NE(line.find(AbilityPath() + "/8.json: unknown key \"argument\""), std::string::npos) << line;
+    ASSERT_TRUE(TestSupport::WaitFor([] { return Manager() != nullptr; }));
+    EXPECT_EQ(Load(8), Status(TAVO::ABILITY_CANNOT_START));
+    EXPECT_NE(PidIn(Load(ID)), 0);
+}
+
+TEST_F(ManagerStart, WithoutArgumentsTheFilesOfTheUserOverrideTheInstalledOnes)
+{
+    const std::string folder = RuntimePath() + "/config/tavo/abilities";
+    fs::create_directories(folder);
+    std::ofstream(folder + "/mine.json") << R"({"id": 4711, "program": "/bin/false"})";
+    ::setenv("XDG_CONFIG_HOME", (RuntimePath() + "/config").c_str(), 1);
+    Child manager = Child::Start({"tavo_manager"});
+    ASSERT_TRUE(TestSupport::WaitFor([] { return Manager() != nullptr; }));
+    std::string programs;
+    for (const TAVO::AbilityDescription& ability : Manager()->DescribeAbilities()) {
+        programs += std::to_string(ability.id) + " " + ability.program + "\n";
+    }
+    EXPECT_NE(programs.find("4711 /bin/false\n"), std::string::npos) << programs;
+}
+
+// A launcher may ignore SIGCHLD, leave descriptors open without close-on-exec, and start the manager without stdout.
+TEST_F(ManagerStart, WhatItsLauncherLeftBehindReachesNoService)
+{
+    const std::string program = RuntimePath() + "/list";
+    std::ofstream(program) << "#!/bin/sh\nfor fd in /proc/$$/fd/*; do readlink $fd; done > " << RuntimePath()
+                           << "/descriptors\nexit 3\n";
+    fs::permissions(program, fs::perms::owner_all);
+    WriteAbilityFile("1.json", R"({"id": 1, "program": ")" + program + R"("})");
+    std::ofstream{RuntimePath() + "/secret"};
+    Child manager =
+        Child::Start({"/bin/sh", "-c", "trap '' CHLD; exec \"$0\" --abilities \"$1\" 2>&1 7<\"$2\" 8<\"$2\"",
+                      TestSupport::ProgramPath("tavo_manager"), AbilityPath(), RuntimePath() + "/secret"});
+    ASSERT_TRUE(TestSupport::WaitFor([] { return Manager() != nullptr; }));
+    Load(1);
+    const std::string line = manager.Pipe().Hear().value_or("");
+    EXPECT_NE(line.find(program + " ended with exit status 3 before it registered"), std::string::npos) << line;
+    std::ifstream file(RuntimePath() + "/descriptors");
+    const std::string descriptors{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    EXPECT_NE(descriptors.find("/dev/null"), std::string::npos) << "stdin";
+    EXPECT_EQ(descriptors.find("secret"), std::string::npos) << descriptors;
 }
 
 TEST_F(ManagerStart, RefusesBesideALivingManagerAndReplacesADeadOne)
@@ -116,14 +167,21 @@ TEST_F(ManagerStart, RemovesTheSocketsOfTheDeadAndNothingElse)
 {
     fs::current_path(RuntimePath());
     const std::string stale = RuntimePath() + "/p/0123456789abcdef0123456789abcdef";
+    const std::string unpublished = stale + ".new";  // by a process that was killed before it could rename it
+    const std::string fresh = RuntimePath() + "/p/0123456789abcdef0123456789abcde0.new";
     const std::string foreign = RuntimePath() + "/p/0123456789abcdef0123456789abcde";
     const std::string file = RuntimePath() + "/p/0123456789abcdef0123456789abcdee";
-    LeaveSocket(stale);
-    LeaveSocket(foreign);
+    for (const std::string& socket : {stale, unpublished, fresh, foreign}) {
+        LeaveSocket(socket);
+    }
+    const timespec hourAgo[2] = {{::time(nullptr) - 3600, 0}, {::time(nullptr) - 3600, 0}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, unpublished.c_str(), hourAgo, 0), 0);
     std::ofstream{file};
     WriteAbility(ID, "serve");
     Child manager = StartManager();
     EXPECT_FALSE(fs::exists(stale));
+    EXPECT_FALSE(fs::exists(unpublished));
+    EXPECT_TRUE(fs::exists(fresh)) << "its process may be about to rename it";
     EXPECT_TRUE(fs::exists(foreign));
     EXPECT_TRUE(fs::exists(file));
 
