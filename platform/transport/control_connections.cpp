@@ -210,6 +210,9 @@ void ControlThread::OnAccepted(ConnectionFd fd)
         WarnLimited("a connection of another user", "refused");
         return;
     }
+    if (admission_ && !admission_(identity.pid, fd.Get(), 0)) {
+        return;
+    }
     if (pending_.size() >= MAX_PENDING) {
         OnConnectionSettled(pending_.front());
     }
@@ -320,6 +323,11 @@ void ControlThread::AcceptControl(ConnectionFd& fd, const Hello& hello, const Pe
 {
     const Instance& self = Core::Get().Self();
     if (hello.instance == self || hello.instance == Instance{}) {
+        fd.Close();
+        return;
+    }
+    if (admission_ && Core::Get().FindSession(hello.instance) == nullptr &&
+        !admission_(identity.pid, fd.Get(), Core::Get().CountSessions() + 1)) {
         fd.Close();
         return;
     }

@@ -75,12 +75,15 @@ bool ControlThread::Post(std::function<void()> job) noexcept
     return true;
 }
 
-bool ControlThread::Listen(UniqueFd fd)
+bool ControlThread::Listen(UniqueFd fd, Admission admission)
 {
     auto listener = std::make_unique<Listener>(*this, std::move(fd));
     Listener* const kept = listener.get();
     const auto owner = std::make_shared<std::unique_ptr<Pollable>>(std::move(listener));
-    return Post([this, kept, owner] {
+    return Post([this, kept, owner, admission = std::move(admission)] {
+        if (admission) {
+            admission_ = admission;
+        }
         if (*owner != nullptr) {
             listeners_.reserve(listeners_.size() + 1);
             Own(std::move(*owner));

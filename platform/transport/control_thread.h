@@ -52,8 +52,12 @@ public:
     // The same with the manager, but waits for the answer until `deadline`: the first use of the platform waits for
     // nothing else, least of all for a thread to start. What is not that simple is left to this thread.
     void ConnectManager(const std::shared_ptr<Session>& session, Deadline deadline);
-    // Accepts connections on `fd` from now on; false when the thread cannot be started.
-    bool Listen(UniqueFd fd);
+    // Whether the process `pid` may have the connection `fd`, with which there are `sessions` sessions; 0: not known yet.
+    // Called on the control thread.
+    using Admission = std::function<bool(int pid, int fd, size_t sessions)>;
+    // Accepts connections on `fd` from now on; false when the thread cannot be started. A process that `admission` (may be
+    // empty) does not admit sees its connection closed.
+    bool Listen(UniqueFd fd, Admission admission = nullptr);
     // Has a lane look at its socket again in a moment, when the byte budget may allow more.
     void RetryLater(const std::shared_ptr<InLane>& lane);
     // Ends the lane when its patience is over.
@@ -176,6 +180,7 @@ private:
     std::unordered_map<const Pollable*, std::unique_ptr<Pollable>> owned_;
     std::vector<std::unique_ptr<Pollable>> disowned_;  // until the events in hand are done
     std::vector<Listener*> listeners_;
+    Admission admission_;             // empty: all
     std::vector<ControlLink*> ends_;  // noticed
     std::vector<ControlLink*> due_;   // noticed in an earlier turn: acted on at the end of this one
     bool isTakingIn_ = false;

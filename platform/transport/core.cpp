@@ -113,6 +113,12 @@ std::shared_ptr<Session> Core::FindSession(const Instance& peer)
     return found != sessions_.end() && found->second->GetState() != Session::State::DEAD ? found->second : nullptr;
 }
 
+size_t Core::CountSessions()
+{
+    MutexLock lock(sessionsMutex_);
+    return sessions_.size();
+}
+
 void Core::AddSession(const std::shared_ptr<Session>& session)
 {
     MutexLock lock(sessionsMutex_);

@@ -43,6 +43,7 @@ public:
     // The session with that process, connecting if there is none.
     std::shared_ptr<Session> SessionTo(const Instance& peer);
     std::shared_ptr<Session> FindSession(const Instance& peer);
+    size_t CountSessions();
     // The session with that process; a new one, not connecting yet, if there is none.
     std::shared_ptr<Session> EnsureSession(const Instance& peer, bool& isNew);
     void AddSession(const std::shared_ptr<Session>& session);

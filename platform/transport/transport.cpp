@@ -46,11 +46,12 @@ int RuntimeDirFd()
     return Core::Get().RuntimeDirFd();
 }
 
-void ServeAsManager(int listenFd, const sptr<IPCObjectStub>& root)
+void ServeAsManager(int listenFd, const sptr<IPCObjectStub>& root,
+                    std::function<bool(int pid, int fd, size_t sessions)> admission)
 {
     ::fcntl(listenFd, F_SETFL, O_NONBLOCK);  // The control thread accepts until there is nothing to accept.
     Core::Get().SetRoot(root);
-    Core::Get().Control().Listen(UniqueFd(listenFd));
+    Core::Get().Control().Listen(UniqueFd(listenFd), std::move(admission));
 }
 
 int SendNotice(const sptr<IRemoteObject>& object, uint32_t code, MessageParcel& data)

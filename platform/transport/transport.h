@@ -4,7 +4,10 @@
 #define TAVO_TRANSPORT_TRANSPORT_H
 
 #include <chrono>
+#include <cstddef>
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "tavo/ipc_object_stub.h"
@@ -25,8 +28,11 @@ sptr<IRemoteObject> ConnectManager(Clock::time_point deadline);
 int RuntimeDirFd();
 
 // Makes this process the manager: sessions are accepted on `listenFd` (bound and listening, owned by the transport from
-// here on), and any session may call `root` without having been given it.
-void ServeAsManager(int listenFd, const sptr<IPCObjectStub>& root);
+// here on), and any session may call `root` without having been given it. `admission` decides whether the process `pid`
+// may have the connection `fd`, with which there are `sessions` sessions (0: it may be another connection of a session);
+// it runs on the control thread and must not wait.
+void ServeAsManager(int listenFd, const sptr<IPCObjectStub>& root,
+                    std::function<bool(int pid, int fd, size_t sessions)> admission = nullptr);
 
 // Whether the object's process is there, looked at now: waits until `deadline` for an object that a third process
 // named, and asks the kernel whether the connection has ended, though its end may not have been noticed yet.
