@@ -216,7 +216,8 @@ int Run(const Options& options)
     if (!registry.Begin()) {
         return Refuse("the system has no thread left; raise the limit of processes (ulimit -u)");
     }
-    Transport::ServeAsManager(socket.ReleaseListener(), new ManagerStub(registry));
+    Transport::ServeAsManager(socket.ReleaseListener(), new ManagerStub(registry),
+                              [](int pid, int fd, size_t sessions) { return registry.Admits(pid, fd, sessions); });
     if (!socket.Publish(error)) {
         return Refuse(error);
     }

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <future>
 #include <iterator>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -228,6 +229,33 @@ TEST_F(ManagerLoad, OnlyTheCallersOwnObjectsAreTaken)
     const TAVO::sptr<TAVO::IRemoteObject> own(new PidService);
     EXPECT_EQ(ask(Server::CHECK_ABILITY, own), TAVO::IPC_OK);
     EXPECT_EQ(ask(Server::LOAD_ABILITY, own), TAVO::ABILITY_OK);
+}
+
+// However many clients are connected, a service can register; clients beyond the limit are refused, with the reason.
+TEST_F(ManagerLoad, WithFewDescriptorsClientsAreRefusedAndTheServiceRegisters)
+{
+    WriteAbility(ID, "serve");
+    Child manager = Child::Start({"/bin/sh", "-c", "ulimit -n 64; exec \"$0\" --abilities \"$1\" 2>&1",
+                                  TestSupport::ProgramPath("tavo_manager"), AbilityPath()});
+    ASSERT_TRUE(TestSupport::WaitFor([this] { return std::filesystem::exists(RuntimePath() + "/manager"); }));
+    std::vector<Child> clients;
+    for (int i = 0; i < 40; ++i) {
+        clients.push_back(StartClient());
+        clients.back().Pipe().Say("load 4711");
+    }
+    std::map<std::string, int> answers;
+    for (Child& client : clients) {
+        ++answers[client.Pipe().Hear().value_or("")];
+    }
+    ASSERT_EQ(Started().size(), 1u);
+    const int loaded = answers["loaded " + std::to_string(Started()[0])];
+    EXPECT_GE(loaded, 5) << ::testing::PrintToString(answers);
+    const int refused = answers["no manager"] + answers[Status(TAVO::ABILITY_UNREACHABLE)];
+    EXPECT_EQ(loaded + refused, 40) << ::testing::PrintToString(answers);
+    const std::string line = manager.Pipe().Hear().value_or("");
+    EXPECT_NE(line.find("Raise the manager's limit of open files"), std::string::npos) << line;
+    clients.clear();
+    EXPECT_TRUE(TestSupport::WaitFor([this] { return PidIn(Check(ID)) == Started()[0]; }));
 }
 
 TEST_F(ManagerLoad, AnImpostorIsRefusedAndLeavesThePlaceFree)
