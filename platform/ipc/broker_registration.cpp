@@ -3,10 +3,18 @@
 
 #include <algorithm>
 #include <new>
+#include <string>
 
 #include "base/forked_child.h"
+#include "tavo/scrivo_print.h"
 
 namespace TAVO {
+namespace {
+
+constexpr int LOG_TYPE = 3;
+constexpr uint32_t LOG_DOMAIN = 0xD00470C;
+
+}  // namespace
 
 IRemoteBroker::~IRemoteBroker() = default;
 
@@ -58,16 +66,37 @@ sptr<IRemoteBroker> BrokerRegistration::NewInstance(const std::u16string& descri
     {
         MutexLock lock(mutex_);
         const auto found = Find(descriptor);
-        if (found == entries_.end()) {
-            return nullptr;
-        }
-        creator = found->creator;
+        creator = found != entries_.end() ? found->creator : nullptr;
     }
     try {
-        return creator(object);
+        if (creator != nullptr) {
+            return creator(object);
+        }
+        if (object != nullptr && object->IsAlive()) {
+            ReportMissing(descriptor);
+        }
     } catch (const std::bad_alloc&) {
-        return nullptr;
     }
+    return nullptr;
+}
+
+void BrokerRegistration::ReportMissing(const std::u16string& descriptor)
+{
+    {
+        MutexLock lock(mutex_);
+        if (std::find(reported_.begin(), reported_.end(), descriptor) != reported_.end()) {
+            return;
+        }
+        reported_.push_back(descriptor);
+    }
+    std::string name;
+    for (const char16_t unit : descriptor) {
+        name += unit < 0x80 ? static_cast<char>(unit) : '?';
+    }
+    ScrivoPrint(LOG_TYPE, SCRIVO_WARN, LOG_DOMAIN, "Tavo",
+                "iface_cast returned null: no proxy class is registered for %{public}s. Give the proxy class a static "
+                "BrokerDelegator member, and link its library",
+                name.c_str());
 }
 
 }  // namespace TAVO

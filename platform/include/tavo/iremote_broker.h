@@ -70,7 +70,8 @@ public:
     bool Register(const std::u16string& descriptor, Creator creator, const void* owner);
     // Removes the entry if `owner` made it.
     void Unregister(const std::u16string& descriptor, const void* owner);
-    // A proxy for `object` by the creator of its descriptor; null when there is none or memory lacks.
+    // A proxy for `object` by the creator of its descriptor; null without memory or a creator. A missing creator is
+    // logged once for each descriptor: the proxy class has no BrokerDelegator, or its library is not loaded.
     sptr<IRemoteBroker> NewInstance(const std::u16string& descriptor, const sptr<IRemoteObject>& object);
 
 private:
@@ -82,9 +83,11 @@ private:
         const void* owner;
     };
     std::vector<Entry>::iterator Find(const std::u16string& descriptor) TAVO_REQUIRES(mutex_);
+    void ReportMissing(const std::u16string& descriptor) TAVO_EXCLUDES(mutex_);
 
     Mutex mutex_;
-    std::vector<Entry> entries_ TAVO_GUARDED_BY(mutex_);  // a handful: looked through on every interface cast
+    std::vector<Entry> entries_ TAVO_GUARDED_BY(mutex_);            // a handful: looked through on every interface cast
+    std::vector<std::u16string> reported_ TAVO_GUARDED_BY(mutex_);  // descriptors without a creator, once requested
 };
 
 // Registers proxy class T for its descriptor while it lives; one static member of each proxy class.

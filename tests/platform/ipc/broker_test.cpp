@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/log_capture.h"
 #include "tavo/tavo.h"
 
 using namespace std::string_literals;
@@ -130,6 +131,19 @@ TEST(InterfaceCast, OfAnythingElseIsNull)
 }
 
 // Libraries come and go while others cast.
+// A null result alone does not show that a delegator was forgotten.
+TEST(InterfaceCast, AForgottenDelegatorLeavesOneWarning)
+{
+    const Veltra::LogCapture log;
+    EXPECT_EQ(iface_cast<IGreeter>(ObjectNamed(u"test.IStranger")), nullptr);
+    EXPECT_EQ(iface_cast<IGreeter>(nullptr), nullptr);
+    EXPECT_EQ(log.Lines().size(), 0u) << "null for other reasons";
+    for (int cast = 0; cast < 3; ++cast) {
+        EXPECT_EQ(iface_cast<IStranger>(ObjectNamed(u"test.IStranger")), nullptr);
+    }
+    EXPECT_EQ(log.Count("no proxy class is registered for test.IStranger"), 1);
+}
+
 TEST(BrokerRegistration, ServesSeveralThreadsAtOnce)
 {
     constexpr int THREADS = 4;
