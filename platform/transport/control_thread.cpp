@@ -328,7 +328,8 @@ void ControlThread::RestListener(Listener& listener) noexcept
     }
     hasResting_ = true;
     restingUntil_ = Clock::now() + LISTENER_REST;
-    WarnLimited("no room for a new connection", "accepting again in a moment");
+    WarnLimited("no descriptor or memory left for a new connection",
+                "it waits until some are free; raise the limit of open files (ulimit -n)");
 }
 
 }  // namespace TAVO::Transport

@@ -67,7 +67,7 @@ int Core::RuntimeDirFd()
         std::string error;
         dir_ = RuntimeDir::Open(RuntimeDir::DefaultPath(), false, error);
         if (!dir_.IsOpen()) {
-            WarnLimited("no way to the manager", error.c_str());
+            WarnLimited("the ability manager cannot be reached", error.c_str());
         }
     }
     return dir_.Fd();
@@ -199,7 +199,9 @@ bool Core::EnsureListening()
         ::listen(fd.Get(), BACKLOG) != 0 || ::renameat(dir, firstName.c_str(), dir, name.c_str()) != 0) {
         const int reason = errno;
         ::unlinkat(dir, firstName.c_str(), 0);  // Or it would be in the way of the next attempt.
-        WarnLimited("cannot listen in the runtime directory", std::strerror(reason));
+        const std::string what =
+            "cannot listen at " + dir_.Path() + "/" + name + ", so this process can send no objects";
+        WarnLimited(what.c_str(), std::strerror(reason));
         return false;
     }
     isListening_ = control_.Listen(std::move(fd));

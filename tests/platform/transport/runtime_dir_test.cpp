@@ -11,6 +11,7 @@
 #include <iterator>
 #include <string>
 
+#include "support/log_capture.h"
 #include "support/process.h"
 #include "transport/transport.h"
 
@@ -90,7 +91,9 @@ TEST(RuntimeDirectory, WithoutATrustedOneThereIsNoManager)
 {
     const TestSupport::PrivateRuntimeDir dir;
     ASSERT_EQ(::chmod(dir.Path().c_str(), 0755), 0);
+    const TAVO::Veltra::LogCapture log;
     EXPECT_EQ(TAVO::Transport::ConnectManager(TestSupport::Clock::now() + std::chrono::seconds(10)), nullptr);
+    EXPECT_GT(log.Count("runtime directory " + dir.Path() + ": has mode 0755"), 0);
 }
 
 }  // namespace
