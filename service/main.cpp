@@ -9,9 +9,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include <tavo/system_ability_manager_client.h>
@@ -66,16 +68,16 @@ int32_t TryRegister(const sptr<IRemoteObject>& service)
 const char* Explain(int32_t status)
 {
     switch (status) {
-        case ABILITY_UNKNOWN:
-            return "the ability manager has no ability file for it";
         case ABILITY_REFUSED:
-            return "the ability manager does not let this process serve it";
+            return "the manager does not accept this process; let the manager start it, or set \"external\": true in "
+                   "the "
+                   "ability file";
         case ABILITY_TAKEN:
-            return "another process serves it already";
+            return "another process serves it already; end that one first";
         case ABILITY_UNREACHABLE:
-            return "the ability manager cannot be reached";
+            return "no manager answered within 5 s; start tavo_manager, or see the lines above";
         default:
-            return "the ability manager refused it";
+            return "the manager refused it; its log names the reason";
     }
 }
 
@@ -124,10 +126,11 @@ int Serve(const ServiceOptions& options)
     sigprocmask(SIG_BLOCK, &endSignals, nullptr);
     RaiseDescriptorLimit();
     if (!options.runtimeDir.empty()) {
-        setenv("TAVO_RUNTIME_DIR", options.runtimeDir.c_str(), 1);
+        setenv("TAVO_RUNTIME_DIR", std::filesystem::absolute(options.runtimeDir).c_str(), 1);
     }
     if (!IsFolder(options.rootDir)) {
-        std::fprintf(stderr, "veltra_server: %s is no folder\n", options.rootDir.c_str());
+        std::fprintf(stderr, "veltra_server: --root %s is no folder; name one that contains sys and proc\n",
+                     options.rootDir.c_str());
         return ServiceOptions::EXIT_REFUSED;
     }
     std::optional<ServiceSetup> setup = SetUp(options);
@@ -155,9 +158,16 @@ int Serve(const ServiceOptions& options)
 }  // namespace TAVO::Veltra
 
 int main(int argc, char** argv)
-{
+try {
     using TAVO::Veltra::ServiceOptions;
     int exitCode = 0;
     const std::optional<ServiceOptions> options = ServiceOptions::Parse(argc, argv, exitCode);
     return options ? TAVO::Veltra::Serve(*options) : exitCode;
+} catch (const std::system_error& error) {
+    std::fprintf(stderr, "veltra_server: cannot start: %s; free memory, or raise the limit of processes (ulimit -u)\n",
+                 error.code().message().c_str());
+    return TAVO::Veltra::ServiceOptions::EXIT_REFUSED;
+} catch (const std::exception&) {
+    std::fprintf(stderr, "veltra_server: out of memory\n");
+    return TAVO::Veltra::ServiceOptions::EXIT_REFUSED;
 }

@@ -38,6 +38,7 @@ TEST_F(ManagerFault, WithoutAManagerThereIsNoServiceAndNothingSpins)
     const LogCapture log;
     ExpectNoServiceAtOnce();
     EXPECT_EQ(log.Count("Try load systemAbility."), 0);
+    EXPECT_GT(log.Count("no ability manager at " + PathOf("manager") + ": No such file"), 0);
     StartManager();
     EXPECT_TRUE(IsServedAgain());
 }

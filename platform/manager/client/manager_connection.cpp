@@ -2,16 +2,39 @@
 // Keeps one proxy per session, and registers this process's abilities again when a session has ended.
 #include "manager/client/manager_connection.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <chrono>
+#include <cstring>
+#include <string>
 #include <utility>
 
+#include "manager/client/manager_log.h"
 #include "manager/client/own_abilities.h"
+#include "transport/runtime_dir.h"
 #include "transport/transport.h"
 
 namespace TAVO::Manager {
 namespace {
 
 constexpr std::chrono::seconds CONNECT_TIME{2};
+
+// No session could be established; a runtime directory that cannot be trusted has a line of its own already.
+void ReportAbsence()
+{
+    if (Transport::RuntimeDirFd() < 0) {
+        return;
+    }
+    const std::string path = Transport::RuntimeDir::DefaultPath() + "/manager";
+    const char* const reason = ::access(path.c_str(), F_OK) != 0
+                                   ? std::strerror(errno)
+                                   : "it does not answer, or has refused this process; its log names the reason";
+    Log(SCRIVO_WARN,
+        "no ability manager at %{public}s: %{public}s. Start tavo_manager; it and this process need the same "
+        "TAVO_RUNTIME_DIR",
+        path.c_str(), reason);
+}
 
 // The manager may be back already when its predecessor's end is noticed, with no further sign to come.
 class SessionEnd : public IRemoteObject::DeathRecipient {
@@ -33,7 +56,11 @@ sptr<SystemAbilityManagerProxy> ManagerConnection::Get()
         return living;
     }
     const sptr<IRemoteObject> root = Transport::ConnectManager(Transport::Clock::now() + CONNECT_TIME);
-    return root == nullptr ? nullptr : Adopt(root);
+    if (root == nullptr) {
+        ReportAbsence();
+        return nullptr;
+    }
+    return Adopt(root);
 }
 
 sptr<SystemAbilityManagerProxy> ManagerConnection::Living()

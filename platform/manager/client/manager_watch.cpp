@@ -5,6 +5,7 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -19,7 +20,10 @@ ManagerWatch::ManagerWatch(int dirFd) : fd_(::inotify_init1(IN_NONBLOCK | IN_CLO
 {
     const std::string path = "/proc/self/fd/" + std::to_string(dirFd);
     if (!fd_.IsOpen() || ::inotify_add_watch(fd_.Get(), path.c_str(), IN_MOVED_TO | IN_CREATE) < 0) {
-        Log(SCRIVO_WARN, "cannot watch for a new manager");
+        Log(SCRIVO_WARN,
+            "cannot watch the runtime directory for a new manager: %{public}s. The manager is looked for every few "
+            "seconds instead; raise fs.inotify.max_user_instances or the limit of open files (ulimit -n)",
+            std::strerror(errno));
         fd_.Reset();
     }
 }

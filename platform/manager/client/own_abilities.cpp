@@ -14,6 +14,7 @@
 #include "manager/client/manager_log.h"
 #include "manager/client/manager_watch.h"
 #include "tavo/ipc_object_stub.h"
+#include "transport/runtime_dir.h"
 #include "transport/threads.h"
 #include "transport/transport.h"
 
@@ -109,8 +110,10 @@ int32_t OwnAbilities::TakeLock(int32_t systemAbilityId, ProcessLock& lock)
     if (errno == EAGAIN) {
         return ABILITY_TAKEN;
     }
-    Log(SCRIVO_ERROR, "cannot lock %{public}s in the runtime directory: %{public}s", name.c_str(),
-        std::strerror(errno));
+    Log(SCRIVO_ERROR,
+        "cannot register ability %{public}d: %{public}s/%{public}s cannot be locked: %{public}s. Make it a regular "
+        "file that this user may write, or remove it",
+        systemAbilityId, Transport::RuntimeDir::DefaultPath().c_str(), name.c_str(), std::strerror(errno));
     return ABILITY_REFUSED;
 }
 
@@ -199,8 +202,14 @@ bool OwnAbilities::Register(SystemAbilityManagerProxy& manager, const Unknown& a
     if (status != ABILITY_OK && status != ABILITY_REFUSED) {
         return false;
     }
-    Log(status == ABILITY_OK ? SCRIVO_INFO : SCRIVO_ERROR,
-        "ability %{public}d registered again with a new manager: status %{public}d", ability.id, status);
+    if (status == ABILITY_OK) {
+        Log(SCRIVO_INFO, "ability %{public}d registered again with a new manager", ability.id);
+    } else {
+        Log(SCRIVO_ERROR,
+            "the new manager does not accept this process as ability %{public}d, which it no longer serves. Set "
+            "\"external\": true in the ability file, or let the manager start the service",
+            ability.id);
+    }
     decltype(abilities_)::node_type refused;  // released when the lock is free
     {
         MutexLock lock(mutex_);

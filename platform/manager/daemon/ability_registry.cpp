@@ -82,9 +82,8 @@ bool AbilityRegistry::Admits(pid_t pid, int fd, size_t sessions)
         return true;
     }
     Log(SCRIVO_WARN,
-        "a connection of a client was refused: the rest of %{public}llu descriptors is reserved for services. Raise "
-        "the "
-        "manager's limit of open files (ulimit -n)",
+        "a connection of a client was refused: the rest of %{public}llu descriptors is reserved for services. "
+        "Raise the manager's limit of open files (ulimit -n)",
         static_cast<unsigned long long>(limit.rlim_cur));
     return false;
 }
@@ -213,9 +212,19 @@ int32_t AbilityRegistry::Add(int32_t systemAbilityId, const sptr<IRemoteObject>&
         }
     }
     Finish(after);
-    Log(status == ABILITY_OK ? SCRIVO_INFO : SCRIVO_WARN,
-        "registration of ability %{public}d by process %{public}d of user %{public}u: status %{public}d",
-        systemAbilityId, peer.pid, peer.uid, status);
+    if (status == ABILITY_OK) {
+        Log(SCRIVO_INFO, "ability %{public}d registered by process %{public}d", systemAbilityId, peer.pid);
+    } else if (status == ABILITY_REFUSED) {
+        Log(SCRIVO_WARN,
+            "process %{public}d may not register ability %{public}d: the manager did not start it. Add an ability "
+            "file for this id with \"external\": true to allow it",
+            peer.pid, systemAbilityId);
+    } else {
+        Log(SCRIVO_WARN, "process %{public}d cannot register ability %{public}d now: %{public}s. It should try again",
+            peer.pid, systemAbilityId,
+            status == ABILITY_UNREACHABLE ? "the manager is ending or cannot read the lock of the ability"
+                                          : "the object that it sent is not alive");
+    }
     return status;
 }
 

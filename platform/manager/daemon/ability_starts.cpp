@@ -180,9 +180,8 @@ void AbilityRegistry::Start(int32_t systemAbilityId, uint64_t serial)
     Log(SCRIVO_INFO, "start of ability %{public}d: process %{public}d", systemAbilityId, started.pid);
     if (!WriteStartRecord(dir_, systemAbilityId, started.pid)) {
         Log(SCRIVO_WARN,
-            "cannot write %{public}s/%{public}d.started: %{public}s. If this manager is replaced, the next one does "
-            "not "
-            "recognise process %{public}d; free space in that directory and restart the service",
+            "cannot write %{public}s/%{public}d.started: %{public}s. A later manager will not recognise "
+            "process %{public}d; free space in that directory and restart the service",
             dir_.Path().c_str(), systemAbilityId, std::strerror(errno), started.pid);
     }
 }

@@ -143,13 +143,17 @@ bool ReadAbilities(const Options& options, AbilityFiles& files, std::string& err
             Log(SCRIVO_WARN, "%{public}s. Its files are ignored; make it readable and restart the manager",
                 folder.error.c_str());
         } else if (folder.fileCount == 0 && !isDefault) {
-            Log(SCRIVO_WARN, "ability folder %{public}s has no ability file (*.json)", path.c_str());
+            Log(SCRIVO_WARN,
+                "ability folder %{public}s has no ability file (*.json). Add one, or correct --abilities and restart "
+                "the manager",
+                path.c_str());
         }
     }
-    if (files.empty()) {
-        Log(SCRIVO_WARN, "there is no ability file, so no service can be started. Looked in %{public}s",
-            isDefault ? (InstalledAbilities().string() + ", /etc/tavo/abilities, " + UserAbilities().string()).c_str()
-                      : "the folders of --abilities");
+    if (files.empty() && isDefault) {
+        Log(SCRIVO_WARN,
+            "there is no ability file, so no service can be started. Add one to %{public}s, /etc/tavo/abilities or "
+            "%{public}s and restart the manager",
+            InstalledAbilities().c_str(), UserAbilities().c_str());
     }
     return true;
 }

@@ -80,14 +80,17 @@ bool ManagerSocket::Claim(std::string& error)
     if (!lock_.Take(dir_.Fd(), LOCK_NAME)) {
         error = "runtime directory " + dir_.Path() + ": ";
         error += errno == EAGAIN ? "another manager is running there (process " +
-                                       std::to_string(ProcessLock::Holder(dir_.Fd(), LOCK_NAME)) + ")"
-                                 : std::string("cannot write manager.lock: ") + std::strerror(errno);
+                                       std::to_string(ProcessLock::Holder(dir_.Fd(), LOCK_NAME)) +
+                                       "); end it, or give this one another --runtime-dir"
+                                 : std::string("cannot write manager.lock: ") + std::strerror(errno) +
+                                       "; it needs a file system " + "with free space that this user may write";
         return false;
     }
     ::unlinkat(dir_.Fd(), UNPUBLISHED_NAME, 0);
     listener_ = ListenAt(dir_.SocketPath(UNPUBLISHED_NAME));
     if (!listener_.IsOpen()) {
-        error = "runtime directory " + dir_.Path() + ": cannot make a socket: " + std::strerror(errno);
+        error = "runtime directory " + dir_.Path() + ": cannot make a socket: " + std::strerror(errno) +
+                "; it needs a local file system with free space";
         return false;
     }
     return true;
@@ -96,7 +99,8 @@ bool ManagerSocket::Claim(std::string& error)
 bool ManagerSocket::Publish(std::string& error)
 {
     if (::renameat(dir_.Fd(), UNPUBLISHED_NAME, dir_.Fd(), SOCKET_NAME) != 0) {
-        error = "runtime directory " + dir_.Path() + ": cannot put the socket in place: " + std::strerror(errno);
+        error = "runtime directory " + dir_.Path() + ": cannot rename manager.new to manager: " + std::strerror(errno) +
+                "; remove what is in its place";
         return false;
     }
     return true;

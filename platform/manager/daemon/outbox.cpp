@@ -35,7 +35,11 @@ void Outbox::Send()
 {
     for (const Notice& notice : notices_) {
         if (!SendOne(notice) && notice.receiver->IsAlive()) {
-            Log(SCRIVO_WARN, "a notice about ability %{public}d was lost: its receiver does not keep up", notice.id);
+            Log(SCRIVO_WARN,
+                "a notice about ability %{public}d was lost: its receiver does not read its notices, or no descriptor "
+                "is "
+                "left for the connection (ulimit -n)",
+                notice.id);
         }
     }
     notices_.clear();

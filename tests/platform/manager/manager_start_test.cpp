@@ -75,6 +75,13 @@ TEST_F(ManagerStart, AnInvalidAbilityFileDisablesThatAbilityAndNoOther)
     EXPECT_NE(PidIn(Load(ID)), 0);
 }
 
+TEST_F(ManagerStart, AnEmptyAbilityFolderLeavesAWarning)
+{
+    Child manager = LaunchManager({"--abilities", AbilityPath()});
+    const std::string line = manager.Pipe().Hear().value_or("");
+    EXPECT_NE(line.find("ability folder " + AbilityPath() + " has no ability file"), std::string::npos) << line;
+}
+
 TEST_F(ManagerStart, WithoutArgumentsTheFilesOfTheUserOverrideTheInstalledOnes)
 {
     const std::string folder = RuntimePath() + "/config/tavo/abilities";
