@@ -5,7 +5,6 @@
 
 #include <chrono>
 #include <cstddef>
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>

@@ -20,6 +20,8 @@ namespace {
 constexpr int MAX_WAITERS_PER_CLIENT = 256;
 // How long a registration waits for the start of a program to return, which takes a millisecond.
 constexpr std::chrono::seconds SPAWN_TIME{1};
+// Between two attempts to notify observers that could not be reached, for instance because they are stopped.
+constexpr std::chrono::milliseconds RESEND_INTERVAL{500};
 
 // A session takes descriptors for its connection, its process, a request and a notice.
 constexpr size_t DESCRIPTORS_PER_SESSION = 4;
@@ -126,13 +128,33 @@ AbilityRegistry::Ability* AbilityRegistry::FindLiving(int32_t systemAbilityId, A
 
 void AbilityRegistry::Finish(Aftermath& after)
 {
-    after.outbox.Send();
+    if (const std::vector<Outbox::Change> unsent = after.outbox.Send(); !unsent.empty()) {
+        ResendLater(unsent);
+    }
     for (const auto& [id, serial] : after.starts) {
         Start(id, serial);
     }
     if (watchHasNews_.exchange(false)) {
         watch_.Wake();
     }
+}
+
+void AbilityRegistry::ResendLater(const std::vector<Outbox::Change>& changes)
+{
+    MutexLock lock(mutex_);
+    for (const Outbox::Change& change : changes) {
+        const auto isSame = [&change](const Outbox::Change& other) {
+            return other.observer == change.observer && other.id == change.id;
+        };
+        const auto known = std::find_if(unsentChanges_.begin(), unsentChanges_.end(), isSame);
+        if (known == unsentChanges_.end()) {
+            unsentChanges_.push_back(change);
+        } else {
+            known->number = std::max(known->number, change.number);
+        }
+    }
+    nextResend_ = std::min(nextResend_, Clock::now() + RESEND_INTERVAL);
+    watchHasNews_ = true;
 }
 
 AbilityRegistry::Found AbilityRegistry::Check(int32_t systemAbilityId, const sptr<IRemoteObject>& observer,

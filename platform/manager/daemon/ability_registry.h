@@ -133,6 +133,8 @@ private:
     void ProcessEnded(uint64_t serial, const std::string& how);
     Clock::time_point DoWhatIsDue();
     void SweepSoon() TAVO_REQUIRES(mutex_);
+    // Sends notices of changes again later; of each observer and id the last one.
+    void ResendLater(const std::vector<Outbox::Change>& changes) TAVO_EXCLUDES(mutex_);
     void SignalStarted(int signal) TAVO_REQUIRES(mutex_);
 
     bool IsService(pid_t pid);
@@ -149,6 +151,8 @@ private:
     Clock::time_point nextSweep_ TAVO_GUARDED_BY(mutex_) = Clock::time_point::max();
     std::atomic<bool> watchHasNews_{false};  // it is woken when the lock is free, which it would only wait for
     Clock::time_point lastSweep_ TAVO_GUARDED_BY(mutex_);
+    std::vector<Outbox::Change> unsentChanges_ TAVO_GUARDED_BY(mutex_);
+    Clock::time_point nextResend_ TAVO_GUARDED_BY(mutex_) = Clock::time_point::max();
     std::condition_variable spawned_;  // notified when a start has been made or has failed
     std::condition_variable ended_;    // notified when a process has ended
 };

@@ -314,7 +314,13 @@ AbilityRegistry::Clock::time_point AbilityRegistry::DoWhatIsDue()
             nextSweep_ = Clock::time_point::max();
             lastSweep_ = now;
         }
-        next = std::min(next, nextSweep_);
+        if (nextResend_ <= now) {
+            nextResend_ = Clock::time_point::max();
+            for (const Outbox::Change& change : std::exchange(unsentChanges_, {})) {
+                after.outbox.TellChanged(change.observer, change.id, change.number);
+            }
+        }
+        next = std::min({next, nextSweep_, nextResend_});
     }
     Finish(after);
     if (isSweepDue) {

@@ -31,18 +31,24 @@ void Outbox::Drop(const sptr<IRemoteObject>& object)
     dropped_.push_back(object);
 }
 
-void Outbox::Send()
+std::vector<Outbox::Change> Outbox::Send()
 {
+    std::vector<Change> unsent;
     for (const Notice& notice : notices_) {
-        if (!SendOne(notice) && notice.receiver->IsAlive()) {
-            Log(SCRIVO_WARN,
-                "a notice about ability %{public}d was lost: its receiver does not read its notices, or no descriptor "
-                "is "
-                "left for the connection (ulimit -n)",
-                notice.id);
+        if (SendOne(notice) || !notice.receiver->IsAlive()) {
+            continue;
         }
+        if (notice.kind == Kind::CHANGED) {
+            unsent.push_back({notice.receiver, notice.id, notice.number});
+            continue;
+        }
+        Log(SCRIVO_WARN,
+            "a notice about ability %{public}d was lost: its receiver does not read its notices, or no descriptor is "
+            "left for the connection (ulimit -n)",
+            notice.id);
     }
     notices_.clear();
+    return unsent;
 }
 
 bool Outbox::SendOne(const Notice& notice)

@@ -19,8 +19,15 @@ public:
     // Keeps the reference until the outbox goes.
     void Drop(const sptr<IRemoteObject>& object);
 
-    // Never waits: a receiver that does not take its notices loses them, with a line in the log.
-    void Send();
+    struct Change {
+        sptr<IRemoteObject> observer;
+        int32_t id;
+        int64_t number;
+    };
+
+    // Never waits: a receiver that does not read its notices loses them, with a line in the log. Returns the changes that
+    // a living observer could not be notified of: without them its cached answers stay wrong.
+    [[nodiscard]] std::vector<Change> Send();
 
 private:
     enum class Kind { LOADED, FAILED, CHANGED };

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A load starts the service once, however many ask, and every asker gets one answer.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -21,6 +22,7 @@ namespace ManagerTest {
 namespace {
 
 using TestSupport::Child;
+using TestSupport::WaitFor;
 
 using ManagerLoad = ManagerFixture;
 
@@ -92,7 +94,7 @@ TEST_F(ManagerLoad, BrokenProgramsRefuseLoadsUntilTheManagerFindsThemRepaired)
     }
     for (id = 1; id <= static_cast<int>(std::size(programs)); ++id) {
         SCOPED_TRACE(programs[id - 1].make);
-        EXPECT_TRUE(TestSupport::WaitFor([id] { return PidIn(Check(id)) != 0; }));
+        EXPECT_TRUE(WaitFor([id] { return PidIn(Check(id)) != 0; }));
         EXPECT_EQ(Load(id), "loaded " + std::to_string(PidIn(Check(id))));
     }
     EXPECT_EQ(Load(99), Status(TAVO::ABILITY_UNKNOWN));
@@ -110,7 +112,7 @@ TEST_F(ManagerLoad, AServiceThatIsStillEndingIsNotHandedOutAgain)
     Child manager = StartManager();
     Child client = StartClient();
     const int first = PidIn(client.Ask("load 4711"));
-    ASSERT_TRUE(TestSupport::WaitFor([this] { return Started().size() == 2; }));
+    ASSERT_TRUE(WaitFor([this] { return Started().size() == 2; }));
     const auto object = Manager()->CheckAbility(ID);
     ASSERT_NE(object, nullptr);
     const TAVO::sptr<Notice> notice(new Notice);
@@ -137,7 +139,7 @@ TEST_F(ManagerLoad, AStartWhoseProcessHasEndedIsNotJoined)
         EXPECT_EQ(client.Ask("check " + std::to_string(id)), "null");
         std::future<std::string> first = std::async(std::launch::async, Load, id);
         const size_t position = static_cast<size_t>(id) - 1;
-        ASSERT_TRUE(TestSupport::WaitFor([this, position] {
+        ASSERT_TRUE(WaitFor([this, position] {
             return Started().size() == 2 * position + 1 && Manager()->DescribeAbilities().at(position).starts == 1;
         }));
         ASSERT_TRUE(StopAndWait(manager.Pid()));
@@ -149,8 +151,7 @@ TEST_F(ManagerLoad, AStartWhoseProcessHasEndedIsNotJoined)
         EXPECT_TRUE(answer == "failed" || answer == Status(TAVO::ABILITY_CANNOT_START)) << answer;
         EXPECT_EQ(client.Pipe().Hear(), Status(TAVO::ABILITY_CANNOT_START));
         TellServices();  // of the manager's own retry
-        EXPECT_TRUE(
-            TestSupport::WaitFor([this, id] { return Check(id) == "object " + std::to_string(Started().back()); }));
+        EXPECT_TRUE(WaitFor([this, id] { return Check(id) == "object " + std::to_string(Started().back()); }));
     }
 }
 
@@ -162,7 +163,7 @@ TEST_F(ManagerLoad, AChangeReachesAClientThatRemembersTheService)
     EXPECT_EQ(Check(ID), "object " + std::to_string(service.Pid()));
     EXPECT_EQ(service.Ask("remove 4711"), Status(TAVO::ABILITY_OK));
     // The service lives on, so only the manager's notice can tell.
-    EXPECT_TRUE(TestSupport::WaitFor([] { return Check(ID) == "null"; }));
+    EXPECT_TRUE(WaitFor([] { return Check(ID) == "null"; }));
     EXPECT_EQ(service.Ask("remove 4711"), Status(TAVO::ABILITY_NOT_RUNNING));
 
     // A question that finds the service gone has to pass that on, whatever it is answered itself.
@@ -170,7 +171,7 @@ TEST_F(ManagerLoad, AChangeReachesAClientThatRemembersTheService)
     EXPECT_EQ(service.Ask("check 4711"), "object " + std::to_string(::getpid()));
     std::ifstream(RuntimePath() + "/4711.lock").close();  // drops the lock, by which the manager takes us for dead
     EXPECT_EQ(Remove(ID), Status(TAVO::ABILITY_NOT_RUNNING));
-    EXPECT_TRUE(TestSupport::WaitFor([&service] { return service.Ask("check 4711") == "null"; }));
+    EXPECT_TRUE(WaitFor([&service] { return service.Ask("check 4711") == "null"; }));
 }
 
 TEST_F(ManagerLoad, DescribesEveryAbilityByAscendingId)
@@ -179,7 +180,7 @@ TEST_F(ManagerLoad, DescribesEveryAbilityByAscendingId)
     WriteAbility(10, "serve");
     Child manager = StartManager();
     ::kill(PidIn(Load(10)), SIGKILL);
-    EXPECT_TRUE(TestSupport::WaitFor([] { return Check(10) == "null"; }));
+    EXPECT_TRUE(WaitFor([] { return Check(10) == "null"; }));
     const int pid = PidIn(Load(20));
     const auto now = [] {
         return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
@@ -237,7 +238,7 @@ TEST_F(ManagerLoad, WithFewDescriptorsClientsAreRefusedAndTheServiceRegisters)
     WriteAbility(ID, "serve");
     Child manager = Child::Start({"/bin/sh", "-c", "ulimit -n 64; exec \"$0\" --abilities \"$1\" 2>&1",
                                   TestSupport::ProgramPath("tavo_manager"), AbilityPath()});
-    ASSERT_TRUE(TestSupport::WaitFor([this] { return std::filesystem::exists(RuntimePath() + "/manager"); }));
+    ASSERT_TRUE(WaitFor([this] { return std::filesystem::exists(RuntimePath() + "/manager"); }));
     std::vector<Child> clients;
     for (int i = 0; i < 40; ++i) {
         clients.push_back(StartClient());
@@ -255,7 +256,7 @@ TEST_F(ManagerLoad, WithFewDescriptorsClientsAreRefusedAndTheServiceRegisters)
     const std::string line = manager.Pipe().Hear().value_or("");
     EXPECT_NE(line.find("Raise the manager's limit of open files"), std::string::npos) << line;
     clients.clear();
-    EXPECT_TRUE(TestSupport::WaitFor([this] { return PidIn(Check(ID)) == Started()[0]; }));
+    EXPECT_TRUE(WaitFor([this] { return PidIn(Check(ID)) == Started()[0]; }));
 }
 
 TEST_F(ManagerLoad, AnImpostorIsRefusedAndLeavesThePlaceFree)
@@ -269,6 +270,24 @@ TEST_F(ManagerLoad, AnImpostorIsRefusedAndLeavesThePlaceFree)
     EXPECT_EQ(std::vector<pid_t>{pid}, Started());
     EXPECT_EQ(impostor.Ask("add 4711"), Status(TAVO::ABILITY_TAKEN));
     EXPECT_EQ(PidIn(Check(ID)), pid);
+}
+
+// What a client remembers of its checks stays right only if it is notified of changes.
+TEST_F(ManagerLoad, NoticeOfAChangeThatCannotBeSentIsSentAgain)
+{
+    WriteAbility(ID, "serve", true);
+    Child manager = StartManager();
+    Child service = StartExternal();
+    const std::string object = "object " + std::to_string(service.Pid());
+    ASSERT_EQ(Check(ID), object);
+    rlimit before{};
+    ASSERT_EQ(::prlimit(manager.Pid(), RLIMIT_NOFILE, nullptr, &before), 0);
+    const rlimit none{3, before.rlim_max};
+    ASSERT_EQ(::prlimit(manager.Pid(), RLIMIT_NOFILE, &none, nullptr), 0);
+    EXPECT_EQ(service.Ask("remove " + std::to_string(ID)), "status 0");
+    EXPECT_EQ(Check(ID), object) << "there was a connection for notices already";
+    ASSERT_EQ(::prlimit(manager.Pid(), RLIMIT_NOFILE, &before, nullptr), 0);
+    EXPECT_TRUE(WaitFor([] { return Check(ID) == "null"; }));
 }
 
 }  // namespace
