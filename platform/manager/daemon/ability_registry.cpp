@@ -132,7 +132,7 @@ void AbilityRegistry::Finish(Aftermath& after)
         ResendLater(unsent);
     }
     for (const auto& [id, serial] : after.starts) {
-        Start(id, serial);
+        after.isSpawned = Start(id, serial) || after.isSpawned;
     }
     if (watchHasNews_.exchange(false)) {
         watch_.Wake();
@@ -181,21 +181,25 @@ AbilityRegistry::Found AbilityRegistry::Check(int32_t systemAbilityId, const spt
 int32_t AbilityRegistry::Load(int32_t systemAbilityId, const sptr<IRemoteObject>& callback, uint64_t session)
 {
     std::optional<int32_t> status;
-    while (!status) {
+    for (bool hasStarted = false; !status;) {
         Aftermath after;
         {
             MutexLock lock(mutex_);
             Ability* const ability = FindLiving(systemAbilityId, after);
-            status = ability != nullptr ? TellOrWait(*ability, {callback, session}, after) : ABILITY_UNKNOWN;
+            status =
+                ability != nullptr ? TellOrWait(*ability, {callback, session}, hasStarted, after) : ABILITY_UNKNOWN;
         }
         Finish(after);
+        hasStarted = after.isFirstStart && after.isSpawned;
     }
     return *status;
 }
 
-// No value when the service has to be started first, without the lock: a start that fails at once refuses the load that
-// caused it. While starts fail, every load is refused, since its caller would wait for nothing.
-std::optional<int32_t> AbilityRegistry::TellOrWait(Ability& ability, const Waiter& waiter, Aftermath& after)
+// No value when the service has to be started first, without the lock: a program that cannot be executed refuses the load
+// that caused the start. While starts fail, every load is refused, since its caller would wait for nothing. The load that
+// has caused the first start (`hasStarted`) is accepted, however quickly that process has ended.
+std::optional<int32_t> AbilityRegistry::TellOrWait(Ability& ability, const Waiter& waiter, bool hasStarted,
+                                                   Aftermath& after)
 {
     const auto isOfClient = [&waiter](const Waiter& other) { return other.session == waiter.session; };
     if (isStopping_ ||
@@ -211,8 +215,13 @@ std::optional<int32_t> AbilityRegistry::TellOrWait(Ability& ability, const Waite
     }
     ability.backoff.Requested(Clock::now());
     if (ability.phase == Phase::IDLE) {
+        after.isFirstStart = !ability.backoff.IsFailing();
         Want(ability, after);
         return std::nullopt;
+    }
+    if (ability.backoff.IsFailing() && hasStarted) {
+        after.outbox.TellFailed(waiter.callback, ability.file.id);
+        return ABILITY_OK;
     }
     if (ability.backoff.IsFailing()) {
         return ABILITY_CANNOT_START;

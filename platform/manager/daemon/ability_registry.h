@@ -101,13 +101,16 @@ private:
     struct Aftermath {
         Outbox outbox;
         std::vector<std::pair<int32_t, uint64_t>> starts;  // id, serial
+        bool isFirstStart = false;                         // none has failed before
+        bool isSpawned = false;                            // one of them has become a process
     };
 
     Ability* Find(int32_t systemAbilityId) TAVO_REQUIRES(mutex_);
     Ability* FindLiving(int32_t systemAbilityId, Aftermath& after) TAVO_REQUIRES(mutex_);
     // On every path behind one that filled `after`: a service that FindLiving takes out is told of nowhere else.
     void Finish(Aftermath& after) TAVO_EXCLUDES(mutex_);
-    std::optional<int32_t> TellOrWait(Ability& ability, const Waiter& waiter, Aftermath& after) TAVO_REQUIRES(mutex_);
+    std::optional<int32_t> TellOrWait(Ability& ability, const Waiter& waiter, bool hasStarted, Aftermath& after)
+        TAVO_REQUIRES(mutex_);
 
     // Registrations (ability_registry.cpp).
     int32_t Register(Ability& ability, const sptr<IRemoteObject>& object, const CallingPeer& peer, Aftermath& after)
@@ -122,7 +125,7 @@ private:
     void OwnerRefused(Ability& ability, pid_t pid) TAVO_REQUIRES(mutex_);
     uint64_t Adopt(int32_t systemAbilityId, pid_t pid, bool isStarted) TAVO_REQUIRES(mutex_);
     void Enter(Ability& ability, Phase phase, uint64_t serial, Clock::time_point deadline) TAVO_REQUIRES(mutex_);
-    void Start(int32_t systemAbilityId, uint64_t serial) TAVO_EXCLUDES(mutex_);
+    bool Start(int32_t systemAbilityId, uint64_t serial) TAVO_EXCLUDES(mutex_);
     StartedProcess SpawnFor(int32_t systemAbilityId) TAVO_EXCLUDES(mutex_);
     bool Keep(uint64_t serial, const Process& process, StartedProcess& started) TAVO_REQUIRES(mutex_);
     // `what` happened, and `remedy` is what to do about it.

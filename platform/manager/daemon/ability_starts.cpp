@@ -151,7 +151,8 @@ void AbilityRegistry::Enter(Ability& ability, Phase phase, uint64_t serial, Cloc
     watchHasNews_ = true;
 }
 
-void AbilityRegistry::Start(int32_t systemAbilityId, uint64_t serial)
+// Returns whether there is a process now.
+bool AbilityRegistry::Start(int32_t systemAbilityId, uint64_t serial)
 {
     StartedProcess started = SpawnFor(systemAbilityId);
     bool isStarted = started.pidFd.IsOpen();
@@ -175,7 +176,7 @@ void AbilityRegistry::Start(int32_t systemAbilityId, uint64_t serial)
     }
     Finish(after);
     if (!isStarted) {
-        return;
+        return false;
     }
     Log(SCRIVO_INFO, "start of ability %{public}d: process %{public}d", systemAbilityId, started.pid);
     if (!WriteStartRecord(dir_, systemAbilityId, started.pid)) {
@@ -184,6 +185,7 @@ void AbilityRegistry::Start(int32_t systemAbilityId, uint64_t serial)
             "process %{public}d; free space in that directory and restart the service",
             dir_.Path().c_str(), systemAbilityId, std::strerror(errno), started.pid);
     }
+    return true;
 }
 
 StartedProcess AbilityRegistry::SpawnFor(int32_t systemAbilityId)
