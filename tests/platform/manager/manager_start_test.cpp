@@ -97,7 +97,7 @@ TEST_F(ManagerStart, WithoutArgumentsTheFilesOfTheUserOverrideTheInstalledOnes)
     EXPECT_NE(programs.find("4711 /bin/false\n"), std::string::npos) << programs;
 }
 
-// A launcher may ignore SIGCHLD, leave descriptors open without close-on-exec, and start the manager without stdout.
+// A launcher may ignore SIGCHLD and leave descriptors open without close-on-exec.
 TEST_F(ManagerStart, WhatItsLauncherLeftBehindReachesNoService)
 {
     const std::string program = RuntimePath() + "/list";
@@ -106,8 +106,9 @@ TEST_F(ManagerStart, WhatItsLauncherLeftBehindReachesNoService)
     fs::permissions(program, fs::perms::owner_all);
     WriteAbilityFile("1.json", R"({"id": 1, "program": ")" + program + R"("})");
     std::ofstream{RuntimePath() + "/secret"};
+    // Not sh, which may leave SIGCHLD alone.
     Child manager =
-        Child::Start({"/bin/sh", "-c", "trap '' CHLD; exec \"$0\" --abilities \"$1\" 2>&1 7<\"$2\" 8<\"$2\"",
+        Child::Start({"/bin/bash", "-c", "trap '' CHLD; exec \"$0\" --abilities \"$1\" 2>&1 7<\"$2\" 8<\"$2\"",
                       TestSupport::ProgramPath("tavo_manager"), AbilityPath(), RuntimePath() + "/secret"});
     ASSERT_TRUE(TestSupport::WaitFor([] { return Manager() != nullptr; }));
     Load(1);
