@@ -132,21 +132,23 @@ const Inherited INHERITED[] = {
 
 class FirstUse : public ::testing::TestWithParam<Inherited> {};
 
-// Returns how many platform threads do not have the property as the process has it; -1: there are none.
-int UseFromAChangedThread(const Inherited& property)
+// Returns whether all platform threads come to have the property as the process has it, and there are some.
+bool IsAdopted(const Inherited& property)
 {
     std::thread([&property] {
         property.change();
         KeepIn(ConnectToHub(), "ours", TAVO::MakeRef<TestObject>());
     }).join();
-    int others = -1;
-    for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
-        const pid_t id = std::stoi(thread.path().filename());
-        if (id != ::getpid()) {
-            others = std::max(others, 0) + (property.look(id) != property.look(::getpid()) ? 1 : 0);
+    return TestSupport::WaitFor([&property] {  // A thread adopts it when it first runs.
+        int same = 0;
+        int all = 0;
+        for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+            const pid_t id = std::stoi(thread.path().filename());
+            same += property.look(id) == property.look(::getpid());
+            ++all;
         }
-    }
-    return others;
+        return all > 1 && same == all;
+    });
 }
 
 TEST_P(FirstUse, FromAChangedThreadLeavesPlatformThreadsAsTheProcessIs)
@@ -157,7 +159,7 @@ TEST_P(FirstUse, FromAChangedThreadLeavesPlatformThreadsAsTheProcessIs)
     const TestSupport::PrivateRuntimeDir dir;
     const TestSupport::Child hub = TransportTest::StartPeer("hub");
     TestSupport::Child host =
-        TestSupport::Child::Fork([](TestSupport::LinePipe&) { return UseFromAChangedThread(GetParam()); });
+        TestSupport::Child::Fork([](TestSupport::LinePipe&) { return IsAdopted(GetParam()) ? 0 : 1; });
     EXPECT_EQ(host.WaitForExit(), "exit 0");
 }
 
