@@ -28,6 +28,12 @@ bool DeliveryThread::Start() noexcept
     return isRunning_;
 }
 
+bool DeliveryThread::EnsureRunning() noexcept
+{
+    MutexLock lock(mutex_);
+    return Start();
+}
+
 void DeliveryThread::PostDeath(sptr<ProxyObject> object) noexcept
 {
     {
@@ -50,11 +56,8 @@ void DeliveryThread::Retry() noexcept
 
 bool DeliveryThread::AddLane(const std::shared_ptr<InLane>& lane)
 {
-    {
-        MutexLock lock(mutex_);
-        if (!Start()) {
-            return false;
-        }
+    if (!EnsureRunning()) {
+        return false;
     }
     lane->Join(wait_.Epoll());
     return true;

@@ -22,6 +22,8 @@ public:
     ~DeliveryThread();
     // Opens what the thread waits with; false when no descriptor is left.
     bool Open();
+    // Starts the thread now; false when there is none to be had.
+    bool EnsureRunning() noexcept;
     // Notifies the recipients of a dead object, after those of objects that died before. Each object once. Takes no memory:
     // the objects form the queue. Without a thread they stay queued until Retry finds one.
     void PostDeath(sptr<ProxyObject> object) noexcept;

@@ -54,6 +54,11 @@ void ServeAsManager(int listenFd, const sptr<IPCObjectStub>& root,
     Core::Get().Control().Listen(UniqueFd(listenFd), std::move(admission));
 }
 
+bool StartDeliveryThread() noexcept
+{
+    return !InForkedChild() && Core::Get().Delivery().EnsureRunning();
+}
+
 int SendNotice(const sptr<IRemoteObject>& object, uint32_t code, MessageParcel& data)
 {
     auto* const proxy = dynamic_cast<ProxyObject*>(object.Get());

@@ -40,6 +40,9 @@ bool IsStillThere(const sptr<IRemoteObject>& object, Clock::time_point deadline)
 // The session with the object's process, as CallingPeer names it; 0 for an object of this process, and for null.
 uint64_t OwnerSession(const sptr<IRemoteObject>& object);
 
+// Starts the thread that delivers death notices, which is otherwise started with the first one. False when no thread can be had.
+bool StartDeliveryThread() noexcept;
+
 // Sends one-way over the lane of urgent notices: the receiver runs them on its delivery thread, and only for objects
 // that say RunsOnDeliveryThread. Same results as SendRequest, but never waits: for an object that a third process named
 // and whose owner has not answered yet it is IPC_TIMED_OUT at once.

@@ -126,8 +126,12 @@ void OwnAbilities::RegisterAgain()
     }
 }
 
+// The end of a session with the manager is notified on the delivery thread, which has to exist by then as well.
 bool OwnAbilities::StartRegistrar()
 {
+    if (!Transport::StartDeliveryThread()) {
+        return false;
+    }
     MutexLock lock(mutex_);
     isRegistrarRunning_ = isRegistrarRunning_ || Transport::StartThread(Transport::ThreadRole::OTHER, "tavo-register",
                                                                         [this] { RunRegistrar(); });
