@@ -25,6 +25,7 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds SHORTEST_PAUSE{200};
 constexpr milliseconds LONGEST_PAUSE{5000};
+constexpr milliseconds DELIVERY_START_DELAY{1000};
 
 }  // namespace
 
@@ -126,26 +127,35 @@ void OwnAbilities::RegisterAgain()
     }
 }
 
-// The end of a session with the manager is notified on the delivery thread, which has to exist by then as well.
 bool OwnAbilities::StartRegistrar()
 {
-    if (!Transport::StartDeliveryThread()) {
-        return false;
-    }
     MutexLock lock(mutex_);
     isRegistrarRunning_ = isRegistrarRunning_ || Transport::StartThread(Transport::ThreadRole::OTHER, "tavo-register",
                                                                         [this] { RunRegistrar(); });
     return isRegistrarRunning_;
 }
 
+// The end of a session with the manager is notified on the delivery thread, which may not exist yet. Until it can be
+// started, this thread looks for a new manager every second.
 void OwnAbilities::RunRegistrar()
 {
-    for (;;) {
+    for (bool isNotified = false;;) {
+        bool isWanted = false;
         {
             MutexLock lock(mutex_);
-            lock.Wait(wanted_, [this]() TAVO_REQUIRES(mutex_) { return isWanted_; });
+            const auto isSet = [this]() TAVO_REQUIRES(mutex_) { return isWanted_; };
+            if (isNotified) {
+                lock.Wait(wanted_, isSet);
+            } else {
+                // Deliberate: the delivery thread starts later, or it would delay the first call of a client.
+                lock.WaitUntil(wanted_, std::chrono::steady_clock::now() + DELIVERY_START_DELAY, isSet);
+            }
+            isWanted = isWanted_;
         }
-        RegisterUntilDone();
+        isNotified = isNotified || Transport::StartDeliveryThread();
+        if (isWanted || !RegisterUnknown()) {
+            RegisterUntilDone();
+        }
     }
 }
 

@@ -50,7 +50,7 @@ private:
     bool RegisterUnknown();
     std::vector<Unknown> UnknownTo(const sptr<IRemoteObject>& root);
     bool Register(SystemAbilityManagerProxy& manager, const Unknown& ability);
-    // Starts the threads that a lost manager requires. False when the system has none left.
+    // False when the system has no thread left.
     bool StartRegistrar();
     [[noreturn]] void RunRegistrar();
     void RegisterUntilDone();
