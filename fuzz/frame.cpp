@@ -6,7 +6,7 @@
 
 #include "base/parcel_buffer.h"
 #include "input.h"
-#include "transport/frame_reader.h"
+#include "wire/frame_reader.h"
 
 namespace {
 

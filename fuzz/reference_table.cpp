@@ -4,7 +4,7 @@
 
 #include "base/parcel_reference.h"
 #include "input.h"
-#include "transport/reference_table.h"
+#include "wire/reference_table.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <unistd.h>
 
-#include "transport/threads.h"
+#include "transport/calling_peer_scope.h"
 #include "transport/transport.h"
 
 namespace TAVO {

@@ -3,10 +3,10 @@
 #include "tavo/iremote_object.h"
 
 #include "base/forked_child.h"
+#include "os/threads.h"
 #include "tavo/iremote_broker.h"
 #include "tavo/message_parcel.h"
 #include "transport/core.h"
-#include "transport/threads.h"
 
 namespace TAVO {
 

@@ -12,9 +12,9 @@
 
 #include "base/parcel_access.h"
 #include "transport/core.h"
-#include "transport/frame_reader.h"
 #include "transport/in_lane.h"
 #include "transport/session.h"
+#include "wire/frame_reader.h"
 
 namespace TAVO::Transport {
 namespace {

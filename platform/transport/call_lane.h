@@ -9,9 +9,9 @@
 #include <thread>
 #include <vector>
 
+#include "os/fd.h"
 #include "tavo/mutex.h"
-#include "transport/fd.h"
-#include "transport/ring.h"
+#include "wire/ring.h"
 
 namespace TAVO::Transport {
 

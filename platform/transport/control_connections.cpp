@@ -7,12 +7,12 @@
 #include <cerrno>
 #include <new>
 
+#include "base/warn_limited.h"
 #include "transport/control_link.h"
 #include "transport/control_thread.h"
 #include "transport/core.h"
 #include "transport/in_lane.h"
 #include "transport/object_gate.h"
-#include "transport/threads.h"
 
 namespace TAVO::Transport {
 namespace {

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <new>
 
-#include "transport/threads.h"
+#include "base/warn_limited.h"
 
 namespace TAVO::Transport {
 namespace {

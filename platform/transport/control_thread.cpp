@@ -10,10 +10,11 @@
 #include <new>
 #include <string>
 
+#include "base/warn_limited.h"
+#include "os/threads.h"
 #include "transport/control_link.h"
 #include "transport/core.h"
 #include "transport/in_lane.h"
-#include "transport/threads.h"
 
 namespace TAVO::Transport {
 namespace {

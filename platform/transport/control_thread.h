@@ -12,11 +12,11 @@
 #include <utility>
 #include <vector>
 
+#include "os/fd.h"
+#include "os/wait_set.h"
 #include "tavo/mutex.h"
-#include "transport/fd.h"
 #include "transport/session.h"
-#include "transport/wait_set.h"
-#include "transport/wire.h"
+#include "wire/wire.h"
 
 namespace TAVO::Transport {
 

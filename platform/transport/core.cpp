@@ -16,9 +16,10 @@
 #include <utility>
 
 #include "base/forked_child.h"
+#include "base/warn_limited.h"
+#include "transport/calling_peer_scope.h"
 #include "transport/object_gate.h"
 #include "transport/outgoing_call.h"
-#include "transport/threads.h"
 
 namespace TAVO::Transport {
 namespace {

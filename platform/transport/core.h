@@ -9,15 +9,15 @@
 #include <string>
 #include <unordered_map>
 
+#include "os/runtime_dir.h"
 #include "tavo/ipc_object_stub.h"
 #include "tavo/mutex.h"
-#include "transport/byte_budget.h"
 #include "transport/control_thread.h"
 #include "transport/delivery_thread.h"
-#include "transport/runtime_dir.h"
 #include "transport/session.h"
-#include "transport/wire.h"
 #include "transport/worker_pool.h"
+#include "wire/byte_budget.h"
+#include "wire/wire.h"
 
 namespace TAVO::Transport {
 

@@ -7,9 +7,9 @@
 
 #include <utility>
 
+#include "os/threads.h"
 #include "transport/in_lane.h"
 #include "transport/proxy_object.h"
-#include "transport/threads.h"
 
 namespace TAVO::Transport {
 

@@ -6,9 +6,9 @@
 #include <atomic>
 #include <memory>
 
+#include "os/wait_set.h"
 #include "tavo/mutex.h"
 #include "tavo/ref_base.h"
-#include "transport/wait_set.h"
 
 namespace TAVO::Transport {
 

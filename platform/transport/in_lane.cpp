@@ -9,9 +9,10 @@
 #include <utility>
 
 #include "base/parcel_access.h"
+#include "base/warn_limited.h"
+#include "os/threads.h"
 #include "transport/core.h"
 #include "transport/object_gate.h"
-#include "transport/threads.h"
 
 namespace TAVO::Transport {
 namespace {

@@ -8,12 +8,12 @@
 #include <memory>
 #include <vector>
 
+#include "os/fd.h"
 #include "tavo/ipc_object_stub.h"
 #include "transport/call_lane.h"
-#include "transport/fd.h"
-#include "transport/frame_reader.h"
-#include "transport/ring.h"
 #include "transport/session.h"
+#include "wire/frame_reader.h"
+#include "wire/ring.h"
 
 namespace TAVO::Transport {
 

@@ -2,9 +2,9 @@
 // The ring of a lane that is used without pause: when it is offered, how it is read, when it is given back.
 #include <utility>
 
+#include "base/warn_limited.h"
 #include "transport/core.h"
 #include "transport/in_lane.h"
-#include "transport/threads.h"
 
 namespace TAVO::Transport {
 namespace {

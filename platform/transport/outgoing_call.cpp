@@ -4,9 +4,9 @@
 #include <functional>
 #include <utility>
 
+#include "os/threads.h"
 #include "transport/core.h"
 #include "transport/object_gate.h"
-#include "transport/threads.h"
 
 namespace TAVO::Transport {
 namespace {

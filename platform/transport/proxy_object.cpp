@@ -6,9 +6,9 @@
 #include <utility>
 
 #include "base/forked_child.h"
+#include "base/warn_limited.h"
 #include "transport/core.h"
 #include "transport/outgoing_call.h"
-#include "transport/threads.h"
 
 namespace TAVO::Transport {
 

@@ -12,13 +12,13 @@
 #include <utility>
 #include <vector>
 
+#include "os/fd.h"
 #include "tavo/calling_peer.h"
 #include "tavo/ipc_object_stub.h"
 #include "tavo/mutex.h"
-#include "transport/byte_budget.h"
 #include "transport/call_lane.h"
-#include "transport/fd.h"
-#include "transport/wire.h"
+#include "wire/byte_budget.h"
+#include "wire/wire.h"
 
 namespace TAVO::Transport {
 

@@ -9,9 +9,9 @@
 #include "transport/core.h"
 #include "transport/in_lane.h"
 #include "transport/proxy_object.h"
-#include "transport/reference_table.h"
 #include "transport/session.h"
 #include "transport/taken_ticket.h"
+#include "wire/reference_table.h"
 
 namespace TAVO::Transport {
 

@@ -8,9 +8,10 @@
 #include <new>
 #include <utility>
 
+#include "base/warn_limited.h"
+#include "os/threads.h"
 #include "transport/core.h"
 #include "transport/in_lane.h"
-#include "transport/threads.h"
 
 namespace TAVO::Transport {
 namespace {

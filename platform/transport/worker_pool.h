@@ -9,9 +9,9 @@
 #include <memory>
 #include <vector>
 
+#include "os/wait_set.h"
 #include "tavo/ipc_threads.h"
 #include "tavo/mutex.h"
-#include "transport/wait_set.h"
 
 namespace TAVO::Transport {
 

@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Fails on an include against the arrows: platform <- interfaces <- utils <- ipc <- callback <- client.
+"""Fails on an include against the arrows: platform <- interfaces <- utils <- ipc <- callback <- client,
+and inside the platform base <- os <- wire <- transport <- ipc <- manager.
 
 Usage: check_layering.py ROOT. Prints one line for each wrong include and exits 1 if there is one.
 """
@@ -15,9 +16,11 @@ CLIENT_ROOTS = ["src", "interfaces", TAVO]
 ROOMS = {
     TAVO: [],
     "platform/base": [TAVO],
-    "platform/transport": [TAVO, "platform/base"],
-    "platform/ipc": [TAVO, "platform/base", "platform/transport"],
-    "platform/manager": [TAVO, "platform/base", "platform/transport", "platform/ipc"],
+    "platform/os": [TAVO, "platform/base"],
+    "platform/wire": [TAVO, "platform/base", "platform/os"],
+    "platform/transport": [TAVO, "platform/base", "platform/os", "platform/wire"],
+    "platform/ipc": [TAVO, "platform/base", "platform/os", "platform/transport"],
+    "platform/manager": [TAVO, "platform/base", "platform/os", "platform/transport", "platform/ipc"],
     "interfaces": [TAVO],
     "src/utils": [TAVO, "interfaces"],
     "src/ipc": [TAVO, "interfaces", "src/utils"],

@@ -8,7 +8,9 @@ import tempfile
 RIGHT = {
     "platform/include/tavo/parcel.h": "#pragma once\n#include <vector>\n",
     "platform/base/log.h": "#include <tavo/parcel.h>\n",
-    "platform/transport/lane.h": '#include "base/log.h"\n',
+    "platform/os/fd.h": '#include "base/log.h"\n',
+    "platform/wire/frame.h": '#include "os/fd.h"\n#include "base/log.h"\n',
+    "platform/transport/lane.h": '#include "wire/frame.h"\n#include "os/fd.h"\n',
     "platform/ipc/stub.h": '#include "transport/lane.h"\n#include "ipc/pool.h"\n',
     "platform/ipc/pool.h": "",
     "platform/manager/client/manager.h": '#include "ipc/stub.h"\n#include "base/log.h"\n',
@@ -30,7 +32,10 @@ RIGHT = {
 WRONG = [
     ("platform/include/tavo/parcel.h", '#include "base/log.h"'),
     ("platform/base/log.h", '#include "transport/lane.h"'),
+    ("platform/os/fd.h", '#include "wire/frame.h"'),
+    ("platform/wire/frame.h", '#include "transport/lane.h"'),
     ("platform/transport/lane.h", '#include "ipc/stub.h"'),
+    ("platform/ipc/stub.h", '#include "wire/frame.h"'),
     ("platform/ipc/stub.h", '#include "manager/client/manager.h"'),
     ("platform/ipc/stub.h", '#include "veltra_info.h"'),
     ("interfaces/veltra_info.h", '#include "utils/json_utils.h"'),

@@ -12,7 +12,7 @@
 
 #include "manager/client/manager_log.h"
 #include "manager/client/own_abilities.h"
-#include "transport/runtime_dir.h"
+#include "os/runtime_dir.h"
 #include "transport/transport.h"
 
 namespace TAVO::Manager {

@@ -5,7 +5,7 @@
 
 #include <chrono>
 
-#include "transport/fd.h"
+#include "os/fd.h"
 
 namespace TAVO::Manager {
 

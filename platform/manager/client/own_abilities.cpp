@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The lock first, then the manager: two processes can never both believe that they serve an ability.
 #include "manager/client/own_abilities.h"
+#include "manager/client/ability_lock.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -13,9 +14,9 @@
 #include "manager/client/manager_connection.h"
 #include "manager/client/manager_log.h"
 #include "manager/client/manager_watch.h"
+#include "os/runtime_dir.h"
+#include "os/threads.h"
 #include "tavo/ipc_object_stub.h"
-#include "transport/runtime_dir.h"
-#include "transport/threads.h"
 #include "transport/transport.h"
 
 namespace TAVO::Manager {
@@ -98,7 +99,7 @@ int32_t OwnAbilities::Remove(SystemAbilityManagerProxy& manager, int32_t systemA
     return status;
 }
 
-int32_t OwnAbilities::TakeLock(int32_t systemAbilityId, ProcessLock& lock)
+int32_t OwnAbilities::TakeLock(int32_t systemAbilityId, Transport::ProcessLock& lock)
 {
     const int runtimeDir = Transport::RuntimeDirFd();
     if (runtimeDir < 0) {

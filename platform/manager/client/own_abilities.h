@@ -8,8 +8,8 @@
 #include <map>
 #include <vector>
 
-#include "manager/client/process_lock.h"
 #include "manager/client/system_ability_manager_proxy.h"
+#include "os/process_lock.h"
 #include "tavo/iremote_object.h"
 #include "tavo/mutex.h"
 
@@ -34,7 +34,7 @@ public:
 
 private:
     struct Ability {
-        ProcessLock lock;
+        Transport::ProcessLock lock;
         sptr<IRemoteObject> object;
         sptr<IRemoteObject> knownTo;  // root object of the last manager that took it
     };
@@ -45,7 +45,7 @@ private:
 
     OwnAbilities() = default;
 
-    int32_t TakeLock(int32_t systemAbilityId, ProcessLock& lock) TAVO_REQUIRES(mutex_);
+    int32_t TakeLock(int32_t systemAbilityId, Transport::ProcessLock& lock) TAVO_REQUIRES(mutex_);
     // One attempt; true when the present manager knows every ability of this process.
     bool RegisterUnknown();
     std::vector<Unknown> UnknownTo(const sptr<IRemoteObject>& root);

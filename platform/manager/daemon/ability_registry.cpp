@@ -8,9 +8,10 @@
 #include <algorithm>
 #include <utility>
 
+#include "manager/client/ability_lock.h"
 #include "manager/client/manager_log.h"
-#include "manager/client/process_lock.h"
 #include "manager/daemon/start_record.h"
+#include "os/process_lock.h"
 #include "transport/transport.h"
 
 namespace TAVO::Manager {
@@ -95,7 +96,8 @@ bool AbilityRegistry::Admits(pid_t pid, int fd, size_t sessions)
 bool AbilityRegistry::IsService(pid_t pid)
 {
     const auto isItsProcess = [this, pid](int32_t id) {
-        return RecordedProcess(dir_, id) == pid || ProcessLock::Holder(dir_.Fd(), AbilityLockName(id)) == pid;
+        return RecordedProcess(dir_, id) == pid ||
+               Transport::ProcessLock::Holder(dir_.Fd(), AbilityLockName(id)) == pid;
     };
     siginfo_t unused{};
     const bool isChild = ::waitid(P_PID, static_cast<id_t>(pid), &unused, WEXITED | WNOHANG | WNOWAIT) == 0;
@@ -117,7 +119,7 @@ AbilityRegistry::Ability* AbilityRegistry::FindLiving(int32_t systemAbilityId, A
     Ability* ability = Find(systemAbilityId);
     if (ability != nullptr && ability->object != nullptr &&
         (!Transport::IsStillThere(ability->object, Clock::time_point()) ||
-         ProcessLock::IsFree(dir_.Fd(), AbilityLockName(systemAbilityId)))) {
+         Transport::ProcessLock::IsFree(dir_.Fd(), AbilityLockName(systemAbilityId)))) {
         Unregister(*ability, after);
     }
     if (ability != nullptr && processes_.count(ability->serial) != 0 && watch_.IsOver(ability->serial)) {
@@ -262,11 +264,11 @@ int32_t AbilityRegistry::Add(int32_t systemAbilityId, const sptr<IRemoteObject>&
 int32_t AbilityRegistry::Register(Ability& ability, const sptr<IRemoteObject>& object, const CallingPeer& peer,
                                   Aftermath& after)
 {
-    const pid_t holder = ProcessLock::Holder(dir_.Fd(), AbilityLockName(ability.file.id));
-    if (isStopping_ || holder == ProcessLock::CANNOT_TELL) {
+    const pid_t holder = Transport::ProcessLock::Holder(dir_.Fd(), AbilityLockName(ability.file.id));
+    if (isStopping_ || holder == Transport::ProcessLock::CANNOT_TELL) {
         return ABILITY_UNREACHABLE;  // Not refused, which would be final: the process tries again, or the next manager.
     }
-    if (!MayServe(ability, peer.pid) || (holder != peer.pid && holder != ProcessLock::UNKNOWN_HOLDER)) {
+    if (!MayServe(ability, peer.pid) || (holder != peer.pid && holder != Transport::ProcessLock::UNKNOWN_HOLDER)) {
         OwnerRefused(ability, peer.pid);
         return ABILITY_REFUSED;
     }

@@ -19,10 +19,10 @@
 #include "manager/daemon/process_watch.h"
 #include "manager/daemon/spawn.h"
 #include "manager/daemon/start_backoff.h"
+#include "os/runtime_dir.h"
 #include "tavo/calling_peer.h"
 #include "tavo/isystem_ability_manager.h"
 #include "tavo/mutex.h"
-#include "transport/runtime_dir.h"
 
 namespace TAVO::Manager {
 

@@ -11,12 +11,13 @@
 #include <new>
 #include <utility>
 
+#include "manager/client/ability_lock.h"
 #include "manager/client/manager_log.h"
-#include "manager/client/process_lock.h"
 #include "manager/daemon/ability_registry.h"
 #include "manager/daemon/manager_socket.h"
 #include "manager/daemon/pidfd.h"
 #include "manager/daemon/start_record.h"
+#include "os/process_lock.h"
 
 namespace TAVO::Manager {
 namespace {
@@ -59,8 +60,8 @@ bool AbilityRegistry::Begin()
 // A client requests the ability, which does not run and is not being started. Leaves phase IDLE.
 void AbilityRegistry::Want(Ability& ability, Aftermath& after)
 {
-    const pid_t holder = ProcessLock::Holder(dir_.Fd(), AbilityLockName(ability.file.id));
-    if (holder == ProcessLock::CANNOT_TELL) {
+    const pid_t holder = Transport::ProcessLock::Holder(dir_.Fd(), AbilityLockName(ability.file.id));
+    if (holder == Transport::ProcessLock::CANNOT_TELL) {
         const int reason = errno;
         StartFailed(
             ability, "its lock " + dir_.Path() + "/" + AbilityLockName(ability.file.id) + ": " + std::strerror(reason),
@@ -86,7 +87,7 @@ void AbilityRegistry::Want(Ability& ability, Aftermath& after)
 bool AbilityRegistry::AwaitOwner(Ability& ability, pid_t holder)
 {
     const int32_t id = ability.file.id;
-    const bool isHeld = holder != ProcessLock::NOBODY;
+    const bool isHeld = holder != Transport::ProcessLock::NOBODY;
     // What this manager has started it knows without a record.
     const pid_t recorded = ability.starts == 0 ? RecordedProcess(dir_, id) : 0;
     const pid_t owner = isHeld ? holder : recorded;
@@ -131,7 +132,7 @@ void AbilityRegistry::OwnerRefused(Ability& ability, pid_t pid)
 uint64_t AbilityRegistry::Adopt(int32_t systemAbilityId, pid_t pid, bool isStarted)
 {
     Transport::UniqueFd pidFd = OpenPidFd(pid);
-    const bool isSame = ProcessLock::Holder(dir_.Fd(), AbilityLockName(systemAbilityId)) == pid ||
+    const bool isSame = Transport::ProcessLock::Holder(dir_.Fd(), AbilityLockName(systemAbilityId)) == pid ||
                         RecordedProcess(dir_, systemAbilityId) == pid;  // and not a later one with its pid
     if (!pidFd.IsOpen() || !isSame) {
         return 0;

@@ -19,7 +19,7 @@
 #include "manager/daemon/ability_registry.h"
 #include "manager/daemon/manager_socket.h"
 #include "manager/daemon/manager_stub.h"
-#include "transport/runtime_dir.h"
+#include "os/runtime_dir.h"
 #include "transport/transport.h"
 
 namespace {

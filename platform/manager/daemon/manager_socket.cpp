@@ -80,7 +80,7 @@ bool ManagerSocket::Claim(std::string& error)
     if (!lock_.Take(dir_.Fd(), LOCK_NAME)) {
         error = "runtime directory " + dir_.Path() + ": ";
         error += errno == EAGAIN ? "another manager is running there (process " +
-                                       std::to_string(ProcessLock::Holder(dir_.Fd(), LOCK_NAME)) +
+                                       std::to_string(Transport::ProcessLock::Holder(dir_.Fd(), LOCK_NAME)) +
                                        "); end it, or give this one another --runtime-dir"
                                  : std::string("cannot write manager.lock: ") + std::strerror(errno) +
                                        "; it needs a file system " + "with free space that this user may write";

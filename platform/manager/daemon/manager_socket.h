@@ -5,9 +5,9 @@
 
 #include <string>
 
-#include "manager/client/process_lock.h"
-#include "transport/fd.h"
-#include "transport/runtime_dir.h"
+#include "os/fd.h"
+#include "os/process_lock.h"
+#include "os/runtime_dir.h"
 
 namespace TAVO::Manager {
 
@@ -28,7 +28,7 @@ public:
 
 private:
     const Transport::RuntimeDir& dir_;
-    ProcessLock lock_;
+    Transport::ProcessLock lock_;
     Transport::UniqueFd listener_;
 };
 

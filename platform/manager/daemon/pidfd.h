@@ -7,7 +7,7 @@
 #include <sys/types.h>
 #include <unistd.h>
 
-#include "transport/fd.h"
+#include "os/fd.h"
 
 namespace TAVO::Manager {
 

@@ -15,7 +15,7 @@
 
 #include "manager/client/manager_log.h"
 #include "manager/daemon/pidfd.h"
-#include "transport/threads.h"
+#include "os/threads.h"
 
 namespace TAVO::Manager {
 namespace {

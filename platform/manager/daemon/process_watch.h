@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "os/fd.h"
 #include "tavo/mutex.h"
-#include "transport/fd.h"
 
 namespace TAVO::Manager {
 

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "manager/daemon/ability_file.h"
-#include "transport/fd.h"
+#include "os/fd.h"
 
 namespace TAVO::Manager {
 

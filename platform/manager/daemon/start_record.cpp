@@ -9,7 +9,7 @@
 #include <sstream>
 #include <string>
 
-#include "transport/fd.h"
+#include "os/fd.h"
 
 namespace TAVO::Manager {
 namespace {

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "transport/runtime_dir.h"
+#include "os/runtime_dir.h"
 
 namespace TAVO::Manager {
 

@@ -9,8 +9,9 @@
 #include <cerrno>
 #include <fstream>
 
-#include "manager/client/process_lock.h"
+#include "manager/client/ability_lock.h"
 #include "manager/daemon/start_record.h"
+#include "os/process_lock.h"
 #include "support/fake_remote_object.h"
 #include "support/process.h"
 
@@ -18,6 +19,7 @@ namespace {
 
 using namespace TAVO;
 using namespace TAVO::Manager;
+using TAVO::Transport::ProcessLock;
 using TAVO::Veltra::FakeRemoteObject;
 
 class PlaceFixture : public ::testing::Test {

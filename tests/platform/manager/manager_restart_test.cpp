@@ -12,16 +12,17 @@
 #include <thread>
 #include <vector>
 
-#include "manager/client/process_lock.h"
+#include "manager/client/ability_lock.h"
+#include "os/process_lock.h"
+#include "os/runtime_dir.h"
 #include "platform/manager/ability_client.h"
 #include "platform/manager/manager_fixture.h"
-#include "transport/runtime_dir.h"
 
 namespace ManagerTest {
 namespace {
 
 using TAVO::Manager::AbilityLockName;
-using TAVO::Manager::ProcessLock;
+using TAVO::Transport::ProcessLock;
 using TAVO::Transport::RuntimeDir;
 using TestSupport::Child;
 using TestSupport::WaitFor;

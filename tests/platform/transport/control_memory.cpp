@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <new>
 
-#include "transport/threads.h"
+#include "os/threads.h"
 
 namespace TransportTest {
 

@@ -7,7 +7,7 @@
 
 #include "platform/transport/peer_fixture.h"
 #include "support/raw_message.h"
-#include "transport/frame_reader.h"
+#include "wire/frame_reader.h"
 
 namespace TransportTest {
 namespace {

@@ -8,7 +8,7 @@
 
 #include "platform/transport/hub_fixture.h"
 #include "support/raw_ring.h"
-#include "transport/ring.h"
+#include "wire/ring.h"
 
 namespace TransportTest {
 namespace {

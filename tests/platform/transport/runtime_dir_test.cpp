@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A runtime directory that others could write to is refused, with one line that says which and why.
-#include "transport/runtime_dir.h"
+#include "os/runtime_dir.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "transport/runtime_dir.h"
+#include "os/runtime_dir.h"
 #include "transport/transport.h"
 
 namespace TransportTest {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Reads and writes reference tables; what is read is hostile until it holds together as a whole.
-#include "transport/reference_table.h"
+#include "wire/reference_table.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Makes and opens shared memory that neither end can cut off under the other, and moves bytes through it.
-#include "transport/ring.h"
+#include "wire/ring.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What makes a header or a name on the wire acceptable.
-#include "transport/wire.h"
+#include "wire/wire.h"
 
 namespace TAVO::Transport {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Descriptors that close themselves, and the few ways in which the transport touches a socket.
-#ifndef TAVO_TRANSPORT_FD_H
-#define TAVO_TRANSPORT_FD_H
+#ifndef TAVO_OS_FD_H
+#define TAVO_OS_FD_H
 
 #include <unistd.h>
 

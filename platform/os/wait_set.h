@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // What a platform thread waits with: an epoll, and in it an eventfd that says that there are jobs.
-#ifndef TAVO_TRANSPORT_WAIT_SET_H
-#define TAVO_TRANSPORT_WAIT_SET_H
+#ifndef TAVO_OS_WAIT_SET_H
+#define TAVO_OS_WAIT_SET_H
 
-#include "transport/fd.h"
+#include "os/fd.h"
 
 namespace TAVO::Transport {
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Puts frames together; every length is checked before anything is done with it.
-#include "transport/frame_reader.h"
+#include "wire/frame_reader.h"
 
 #include <algorithm>
 #include <cstring>

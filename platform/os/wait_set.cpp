@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "transport/wait_set.h"
+#include "os/wait_set.h"
 
 #include <sys/epoll.h>
 #include <sys/eventfd.h>

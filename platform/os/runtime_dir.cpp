@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Finds the runtime directory and checks it through an open descriptor.
-#include "transport/runtime_dir.h"
+#include "os/runtime_dir.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -13,7 +13,7 @@
 #include <cstring>
 #include <utility>
 
-#include "transport/fd.h"
+#include "os/fd.h"
 
 namespace TAVO::Transport {
 

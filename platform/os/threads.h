@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The platform's own threads: what they are for, and how they are started.
-#ifndef TAVO_TRANSPORT_THREADS_H
-#define TAVO_TRANSPORT_THREADS_H
+#ifndef TAVO_OS_THREADS_H
+#define TAVO_OS_THREADS_H
 
 #include <functional>
-
-#include "tavo/calling_peer.h"
 
 namespace TAVO::Transport {
 
@@ -18,24 +16,6 @@ ThreadRole CurrentRole() noexcept;
 // callback. It has the scheduling policy, nice value and processors of the process, that is of its main thread, and not
 // those of the calling thread, as far as the kernel permits the change.
 bool StartThread(ThreadRole role, const char* name, std::function<void()> body) noexcept;
-
-// Makes `peer` the calling peer of this thread for one request.
-class CallingPeerScope {
-public:
-    explicit CallingPeerScope(const CallingPeer& peer) noexcept;
-    ~CallingPeerScope();
-    CallingPeerScope(const CallingPeerScope&) = delete;
-    CallingPeerScope& operator=(const CallingPeerScope&) = delete;
-
-    static const CallingPeer* Current() noexcept;
-
-private:
-    const CallingPeer peer_;
-    const CallingPeerScope* const outer_;
-};
-
-// A warning about what a peer or the system did, at most ten lines a second in the process.
-void WarnLimited(const char* what, const char* detail) noexcept;
 
 }  // namespace TAVO::Transport
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Socket helpers: interruptions, short transfers and deadlines are dealt with here and nowhere else.
-#include "transport/fd.h"
+#include "os/fd.h"
 
 #include <fcntl.h>
 #include <poll.h>

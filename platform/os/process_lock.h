@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // A file lock that belongs to a process: held until it ends, seen by others without being touched.
-#ifndef TAVO_MANAGER_PROCESS_LOCK_H
-#define TAVO_MANAGER_PROCESS_LOCK_H
+#ifndef TAVO_OS_PROCESS_LOCK_H
+#define TAVO_OS_PROCESS_LOCK_H
 
 #include <sys/types.h>
 
 #include <string>
 
-#include "transport/fd.h"
+#include "os/fd.h"
 
-namespace TAVO::Manager {
+namespace TAVO::Transport {
 
 // Deliberate: a record lock of the process and not flock. A child that a service forks would share its parent's flock
 // and keep a dead service's place taken; and to ask whether a flock is held one has to take it, which could make a
@@ -34,12 +34,9 @@ public:
     static bool IsFree(int dirFd, const std::string& name);
 
 private:
-    Transport::UniqueFd file_;  // open while the lock is held
+    UniqueFd file_;  // open while the lock is held
 };
 
-// The lock file of an ability, taken by the process that serves it.
-std::string AbilityLockName(int32_t systemAbilityId);
-
-}  // namespace TAVO::Manager
+}  // namespace TAVO::Transport
 
 #endif

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Bounds the memory of messages that were received and not yet handed to a handler or caller, for a whole process and for
 // each peer.
-#ifndef TAVO_TRANSPORT_BYTE_BUDGET_H
-#define TAVO_TRANSPORT_BYTE_BUDGET_H
+#ifndef TAVO_WIRE_BYTE_BUDGET_H
+#define TAVO_WIRE_BYTE_BUDGET_H
 
 #include <atomic>
 #include <cstddef>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The runtime directory: where it is, and whether it can be trusted.
-#ifndef TAVO_TRANSPORT_RUNTIME_DIR_H
-#define TAVO_TRANSPORT_RUNTIME_DIR_H
+#ifndef TAVO_OS_RUNTIME_DIR_H
+#define TAVO_OS_RUNTIME_DIR_H
 
 #include <string>
 

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // Puts frames together from bytes that arrive in any pieces.
-#ifndef TAVO_TRANSPORT_FRAME_READER_H
-#define TAVO_TRANSPORT_FRAME_READER_H
+#ifndef TAVO_WIRE_FRAME_READER_H
+#define TAVO_WIRE_FRAME_READER_H
 
 #include <cstddef>
 #include <cstdint>
 #include <utility>
 
 #include "tavo/message_parcel.h"
-#include "transport/byte_budget.h"
-#include "transport/wire.h"
+#include "wire/byte_budget.h"
+#include "wire/wire.h"
 
 namespace TAVO::Transport {
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Starts platform threads and keeps what belongs to one thread.
-#include "transport/threads.h"
+#include "os/threads.h"
 
 #include <pthread.h>
 #include <sched.h>
@@ -8,24 +8,14 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <chrono>
-#include <memory>
-#include <system_error>
+#include <exception>
 #include <thread>
 #include <utility>
-
-#include "tavo/scrivo_print.h"
 
 namespace TAVO::Transport {
 namespace {
 
-constexpr uint32_t LOG_DOMAIN = 0xD00470C;
-constexpr int LOG_TYPE = 3;
-constexpr uint64_t LINES_PER_SECOND = 10;
-
 thread_local ThreadRole t_role = ThreadRole::OTHER;
-thread_local const CallingPeerScope* t_callingPeer = nullptr;
 
 // A fault of the thread itself raises these. A thread that blocks them is killed by the kernel without any handler.
 constexpr int SYNCHRONOUS_SIGNALS[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS};
@@ -79,39 +69,6 @@ bool StartThread(ThreadRole role, const char* name, std::function<void()> body) 
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return started;
-}
-
-CallingPeerScope::CallingPeerScope(const CallingPeer& peer) noexcept : peer_(peer), outer_(t_callingPeer)
-{
-    t_callingPeer = this;
-}
-
-CallingPeerScope::~CallingPeerScope()
-{
-    t_callingPeer = outer_;
-}
-
-const CallingPeer* CallingPeerScope::Current() noexcept
-{
-    return t_callingPeer != nullptr ? &t_callingPeer->peer_ : nullptr;
-}
-
-void WarnLimited(const char* what, const char* detail) noexcept
-{
-    static std::atomic<uint64_t> window{0};  // second since the start of the clock, times 256, plus lines in it
-    const auto now = std::chrono::steady_clock::now().time_since_epoch();
-    const uint64_t second = static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::seconds>(now).count());
-    uint64_t seen = window.load(std::memory_order_relaxed);
-    for (;;) {
-        const uint64_t lines = seen >> 8 == second ? seen & 255 : 0;
-        if (lines >= LINES_PER_SECOND) {
-            return;
-        }
-        if (window.compare_exchange_weak(seen, second << 8 | (lines + 1))) {
-            break;
-        }
-    }
-    ScrivoPrint(LOG_TYPE, SCRIVO_WARN, LOG_DOMAIN, "Tavo", "%{public}s: %{public}s", what, detail);
 }
 
 }  // namespace TAVO::Transport

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // The table behind a message's data that says which objects its references name.
-#ifndef TAVO_TRANSPORT_REFERENCE_TABLE_H
-#define TAVO_TRANSPORT_REFERENCE_TABLE_H
+#ifndef TAVO_WIRE_REFERENCE_TABLE_H
+#define TAVO_WIRE_REFERENCE_TABLE_H
 
 #include <string>
 #include <vector>
 
-#include "transport/wire.h"
+#include "wire/wire.h"
 
 namespace TAVO::Transport {
 

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // A stream of bytes through memory that two processes share: how a one-way lane goes on that is used without pause.
-#ifndef TAVO_TRANSPORT_RING_H
-#define TAVO_TRANSPORT_RING_H
+#ifndef TAVO_WIRE_RING_H
+#define TAVO_WIRE_RING_H
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 
-#include "transport/fd.h"
-#include "transport/wire.h"
+#include "os/fd.h"
+#include "wire/wire.h"
 
 namespace TAVO::Transport {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The bytes that travel between two processes; docs/wire.md is their description.
-#ifndef TAVO_TRANSPORT_WIRE_H
-#define TAVO_TRANSPORT_WIRE_H
+#ifndef TAVO_WIRE_WIRE_H
+#define TAVO_WIRE_WIRE_H
 
 #include <array>
 #include <cstddef>

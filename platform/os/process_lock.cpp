@@ -1,16 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // Record locks over the whole file, taken without waiting and queried without taking.
-#include "manager/client/process_lock.h"
+#include "os/process_lock.h"
 
 #include <fcntl.h>
 
 #include <cerrno>
 #include <utility>
 
-namespace TAVO::Manager {
+namespace TAVO::Transport {
 namespace {
-
-using Transport::UniqueFd;
 
 struct flock WholeFile()
 {
@@ -66,9 +64,4 @@ bool ProcessLock::IsFree(int dirFd, const std::string& name)
     return Look(dirFd, name, lock) && lock.l_type == F_UNLCK;
 }
 
-std::string AbilityLockName(int32_t systemAbilityId)
-{
-    return std::to_string(systemAbilityId) + ".lock";
-}
-
-}  // namespace TAVO::Manager
+}  // namespace TAVO::Transport
