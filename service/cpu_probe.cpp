@@ -72,9 +72,10 @@ std::map<std::string, int32_t> ReadCpuFrequencies(const RootFiles& files)
     return frequencies;
 }
 
-std::optional<Measured> ReadCpuPressure(const RootFiles& files)
+std::optional<Measured> ReadPressure(const RootFiles& files, const std::string& resource)
 {
-    const std::optional<std::string> text = files.ReadText("proc/pressure/cpu");
+    const std::string path = "proc/pressure/" + resource;
+    const std::optional<std::string> text = files.ReadText(path);
     std::string_view rest = text ? std::string_view(*text) : std::string_view();
     uint32_t whole = 0;
     uint32_t hundredths = 0;
@@ -83,17 +84,7 @@ std::optional<Measured> ReadCpuPressure(const RootFiles& files)
         !TakeNumber(rest, hundredths) || whole > 100) {
         return std::nullopt;
     }
-    const uint32_t pressure = std::min(whole * 100 + hundredths, 10000U);
-    return Measured{static_cast<int32_t>(pressure), "proc/pressure/cpu some avg10"};
-}
-
-int32_t PressureLevel(int32_t hundredths)
-{
-    int32_t level = 0;
-    for (const int32_t bound : {500, 1500, 3000, 5000, 7500}) {
-        level += hundredths >= bound ? 1 : 0;
-    }
-    return level;
+    return Measured{std::min((whole * 100 + hundredths + 50) / 100, 100U), path + " some avg10"};
 }
 
 }  // namespace TAVO::Veltra

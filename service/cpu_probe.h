@@ -25,12 +25,8 @@ std::optional<CpuTimes> ReadCpuTimes(const RootFiles& files);
 // MHz by cpufreq policy ("policy0"); empty on machines without frequency control.
 std::map<std::string, int32_t> ReadCpuFrequencies(const RootFiles& files);
 
-// From proc/pressure/cpu: the share of the last 10 s in which some work waited for a processor, in hundredths of a
-// percent, 0 to 10000.
-std::optional<Measured> ReadCpuPressure(const RootFiles& files);
-
-// 0 below 5 percent, 1 below 15, 2 below 30, 3 below 50, 4 below 75, else 5.
-int32_t PressureLevel(int32_t hundredths);
+// From proc/pressure/`resource` ("cpu", "memory"): percent of the last 10 s in which some work waited for it.
+std::optional<Measured> ReadPressure(const RootFiles& files, const std::string& resource);
 
 }  // namespace TAVO::Veltra
 

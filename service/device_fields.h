@@ -3,10 +3,14 @@
 #ifndef VELTRA_SERVICE_DEVICE_FIELDS_H
 #define VELTRA_SERVICE_DEVICE_FIELDS_H
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "measured.h"
@@ -19,16 +23,20 @@ enum class QueryType : int32_t {
     EVERYTHING = 0,
     THERMAL = 1,  // thermalInfo, temperature
     GPU = 2,      // gpuInfo
-    CPU = 3,      // cpuLoadPercent, cpuFrequencies
+    CPU = 3,      // cpuLoadPercent, cpuPressurePercent, cpuFrequencies and their limits
+    MEMORY = 4,   // memoryInfo
+    POWER = 5,    // powerInfo
 };
 
 struct DeviceField {
-    const char* key;
+    const char* key;                          // unique in the whole document
     const char* section;                      // the object of the document that holds it; null: the document itself
-    QueryType type;                           // EVERYTHING: told whatever is asked for
+    const char* unit;                         // empty: a level or a sign
+    QueryType type;                           // EVERYTHING: returned for every query
     int32_t GameCallbackEventInfo::*inEvent;  // null: events do not carry it
-    int32_t least;
-    int32_t most;
+    int32_t eventStep;                        // an event is sent for a change by more than this
+    int64_t least;
+    int64_t most;
 };
 
 const std::vector<DeviceField>& DeviceFields();
@@ -39,21 +47,32 @@ struct WantedState {
     bool thermal = true;
     bool gpu = true;
     bool cpu = true;
+    bool memory = true;
+    bool power = true;
+    pid_t game = 0;  // the process whose own use of the GPU is wanted; 0: none
 
     bool Includes(QueryType type) const
     {
         return type == QueryType::EVERYTHING || (type == QueryType::THERMAL && thermal) ||
-               (type == QueryType::GPU && gpu) || (type == QueryType::CPU && cpu);
+               (type == QueryType::GPU && gpu) || (type == QueryType::CPU && cpu) ||
+               (type == QueryType::MEMORY && memory) || (type == QueryType::POWER && power);
     }
 };
 
 // What is known at one moment. What the machine does not tell is not in it.
 struct DeviceReading {
-    std::map<std::string, Measured> values;  // by DeviceField::key
-    std::string levelFrom;                   // "sensor", "cpuPressure", "scenario"
-    std::map<std::string, int32_t> cpuFrequencies;
+    static constexpr char UNKNOWN_LEVEL[] = "unknown";
+
+    std::map<std::string, Measured> values;                              // by DeviceField::key
+    std::string levelFrom = UNKNOWN_LEVEL;                               // or "sensor", "throttling", "scenario"
+    std::map<std::string, std::map<std::string, int32_t>> frequencies;   // MHz by key of the document and policy
+    std::map<std::string, std::string> ignoredSensors;                   // why, by the name of the sensor
+    std::optional<std::pair<std::string, std::string>> platformProfile;  // its name and its source
 
     bool HasLevel() const { return values.count("tempLevel") > 0; }
+    bool IsEmpty() const { return values.empty() && frequencies.empty() && !platformProfile; }
+    // Adds what `other` knows; the two know different things.
+    void Add(const DeviceReading& other);
 };
 
 // Where readings come from. Any thread, several at once.

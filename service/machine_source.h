@@ -3,32 +3,63 @@
 #ifndef VELTRA_SERVICE_MACHINE_SOURCE_H
 #define VELTRA_SERVICE_MACHINE_SOURCE_H
 
+#include <chrono>
+#include <functional>
+#include <optional>
 #include <string>
 
 #include <tavo/mutex.h>
 
+#include "cpu_load.h"
 #include "device_fields.h"
-#include "reading_history.h"
+#include "heat_judge.h"
 #include "root_files.h"
-#include "thermal_probe.h"
+#include "sensor_choice.h"
 
 namespace TAVO::Veltra {
 
+// How a machine is read.
+struct MachineSettings {
+    using TimePoint = std::chrono::steady_clock::time_point;
+
+    SensorChoice sensors;
+    // Readings that are younger are returned again: the hardware has nothing newer, and a game may ask in every frame.
+    std::chrono::milliseconds heatInterval{1000};
+    std::chrono::milliseconds loadInterval{250};
+    std::function<TimePoint()> now = [] { return std::chrono::steady_clock::now(); };
+};
+
 class MachineSource final : public DeviceSource {
 public:
-    explicit MachineSource(const std::string& rootDir) : files_(rootDir) {}
+    explicit MachineSource(const std::string& rootDir, const MachineSettings& settings = {})
+        : settings_(settings), files_(rootDir), judge_(settings.sensors)
+    {
+    }
 
     DeviceReading Read(const WantedState& wanted) override;
 
 private:
-    void AddThermal(DeviceReading& reading, const Temperature& temperature);
-    void AddGpu(DeviceReading& reading) const;
-    void AddCpu(DeviceReading& reading);
+    using TimePoint = MachineSettings::TimePoint;
+    struct Part {
+        std::optional<TimePoint> readAt;
+        DeviceReading reading;
+    };
 
+    // The part as it was read last if that is young enough, else what `read` returns. Two threads may read at once.
+    template <typename Reader>
+    DeviceReading Fresh(Part& part, std::chrono::milliseconds interval, Reader read) TAVO_EXCLUDES(mutex_);
+    DeviceReading ReadHeat(TimePoint now);
+    DeviceReading ReadGpu() const;
+    DeviceReading ReadCpu();
+
+    const MachineSettings settings_;
     const RootFiles files_;
     Mutex mutex_;  // never held while a file is read
+    HeatJudge judge_ TAVO_GUARDED_BY(mutex_);
     CpuLoad cpuLoad_ TAVO_GUARDED_BY(mutex_);
-    ThermalTrend thermalTrend_ TAVO_GUARDED_BY(mutex_);
+    Part heat_ TAVO_GUARDED_BY(mutex_);
+    Part gpu_ TAVO_GUARDED_BY(mutex_);
+    Part cpu_ TAVO_GUARDED_BY(mutex_);
 };
 
 }  // namespace TAVO::Veltra

@@ -9,7 +9,7 @@
 namespace TAVO::Veltra {
 
 struct Measured {
-    int32_t value = 0;
+    int64_t value = 0;
     std::string source;  // "drm card0/gpu_busy_percent"
 };
 

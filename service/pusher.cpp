@@ -2,6 +2,7 @@
 #include "pusher.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <limits>
 
 #include "callback_proxies.h"
@@ -13,11 +14,13 @@ namespace {
 
 constexpr double NEVER = std::numeric_limits<double>::infinity();
 
+// Whether no level and no value has changed by more than its step.
 bool IsSameState(const GameCallbackEventInfo& left, const GameCallbackEventInfo& right)
 {
     const std::vector<DeviceField>& fields = DeviceFields();
     return std::all_of(fields.begin(), fields.end(), [&left, &right](const DeviceField& field) {
-        return field.inEvent == nullptr || left.*field.inEvent == right.*field.inEvent;
+        return field.inEvent == nullptr ||
+               std::abs(int64_t{left.*field.inEvent} - right.*field.inEvent) <= field.eventStep;
     });
 }
 
@@ -46,9 +49,12 @@ double Pusher::TickEvents(double now)
                                    [now](const Subscription& subscription) { return now >= subscription.due; });
     bool hasChanged = false;
     if (isDue || now >= readAgain_ || !texts.empty()) {
-        const GameCallbackEventInfo before = std::exchange(state_, device_.Event());
-        hasChanged = isListening_ && !IsSameState(before, state_);
+        state_ = device_.Event();
+        hasChanged = isListening_ && !IsSameState(announced_, state_);
         readAgain_ = now + READ_PERIOD;
+    }
+    if (hasChanged || !isListening_) {
+        announced_ = state_;  // and not at every reading: a slow drift adds up until it is news
     }
     isListening_ = true;
     double next = scenario_ != nullptr ? std::min(readAgain_, scenario_->NextEvent(now)) : readAgain_;

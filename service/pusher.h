@@ -51,8 +51,9 @@ private:
     const Scenario* const scenario_;
     Subscriptions& subscriptions_;
     DeliveryPool& pool_;
-    GameCallbackEventInfo state_;  // as last read
-    double readAgain_ = 0;         // when to read it again
+    GameCallbackEventInfo state_;      // as last read
+    GameCallbackEventInfo announced_;  // as it was when a change was last reported to all subscribers
+    double readAgain_ = 0;             // when to read it again
     double lastTick_ = 0;
     bool isListening_ = false;  // somebody was subscribed to events at the last tick
 };

@@ -37,7 +37,8 @@ std::vector<std::pair<const DeviceField*, Curve>> ParseCurves(const ConfigNode& 
         if (field == nullptr) {
             member.Fail("there is no such value");
         }
-        curves.emplace_back(field, Curve::Parse(member, field->least, field->most, SeedOf(key, seed)));
+        curves.emplace_back(field, Curve::Parse(member, static_cast<double>(field->least),
+                                                static_cast<double>(field->most), SeedOf(key, seed)));
     }
     return curves;
 }
@@ -104,7 +105,7 @@ DeviceReading Scenario::At(double seconds, const WantedState& wanted) const
     DeviceReading reading;
     for (const auto& [field, curve] : curves_) {
         if (wanted.Includes(field->type)) {
-            reading.values[field->key] = {static_cast<int32_t>(std::lround(curve.At(seconds))), "scenario " + name_};
+            reading.values[field->key] = {std::llround(curve.At(seconds)), "scenario " + name_};
         }
     }
     reading.levelFrom = "scenario";

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Temperatures of thermal zones and hwmon chips, and how near they are to the points at which the machine acts.
+// Reads the temperature sensors of a machine, from thermal zones and hwmon chips, as they are: nothing is judged here.
 #ifndef VELTRA_SERVICE_THERMAL_PROBE_H
 #define VELTRA_SERVICE_THERMAL_PROBE_H
 
@@ -9,29 +9,32 @@
 #include <vector>
 
 #include "root_files.h"
+#include "sensor_choice.h"
 
 namespace TAVO::Veltra {
 
 // One sensor. Temperatures are in thousandths of a degree Celsius, as the kernel gives them.
-struct Temperature {
-    std::string source;  // "hwmon coretemp/temp1", "thermal x86_pkg_temp/thermal_zone0"
-    int64_t current = 0;
+struct Sensor {
+    std::string key;     // "hwmon4/temp1": unique on the machine, but may be another sensor's after a restart
+    std::string source;  // the name in answers: "hwmon coretemp/temp1", "thermal x86_pkg_temp/thermal_zone0"
+    std::string label;   // "Package id 0"; may be empty
+    std::vector<std::string> names;  // by which a choice may refer to it: "coretemp/temp1", "coretemp/Package id 0"
+    SensorClass sensorClass = SensorClass::UNKNOWN;
+    bool isExcluded = false;
+    bool isPreferred = false;
+    bool hasFault = false;            // the driver reports that nothing is connected
+    std::optional<int64_t> current;   // empty: not readable, or not read
     std::vector<int64_t> trips;       // ascending: throttling, the maker's maximum, hot, critical; fans do not count
-    std::optional<int64_t> critical;  // the machine switches itself off there
+    std::optional<int64_t> critical;  // the lowest trip at which the machine switches itself off
 };
 
-// Sensors without trip points are taken to be hot here.
-constexpr int64_t ASSUMED_TRIP = 95000;
+enum class SensorScope {
+    RELEVANT,  // temperatures of disks, memory, radios, network cards and batteries are not read: that may wake them
+    EVERYTHING,
+};
 
-// The sensor that is nearest to its first trip point; empty when the machine has no sensor that makes sense.
-std::optional<Temperature> ReadHottest(const RootFiles& files);
-
-// 0 more than 30 degrees below the first trip point, 1 more than 20, 2 more than 10, 3 below it, 4 at or above it,
-// 5 at most 5 degrees below the critical one.
-int32_t TemperatureLevel(const Temperature& temperature);
-
-// Whole degrees to the next trip point above; beyond the last one, 0 or the negative distance. Empty without any.
-std::optional<int32_t> TemperatureMargin(const Temperature& temperature);
+// All sensors of the machine, thermal zones first, each in the order of its number. The choice has been applied.
+std::vector<Sensor> ReadSensors(const RootFiles& files, const SensorChoice& choice, SensorScope scope);
 
 }  // namespace TAVO::Veltra
 

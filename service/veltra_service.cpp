@@ -150,7 +150,7 @@ int32_t VeltraService::QueryGameState(GameState& state)
 std::map<std::string, std::string> VeltraService::GetSystemFunctionStatus(std::map<std::string, std::string>& query)
 {
     std::map<std::string, std::string> all = {
-        {"deviceState", SupportedIf(deviceState_.TellsLevel())},
+        {"deviceState", SupportedIf(deviceState_.TellsAnything())},
         {"gpuState", SupportedIf(deviceState_.TellsGpu())},
         {"gameState", SupportedIf(true)},
         {"gameEvents", SupportedIf(true)},
@@ -173,7 +173,7 @@ std::map<std::string, std::string> VeltraService::GetSystemFunctionStatus(std::m
 
 DeviceInfoResult VeltraService::GetDeviceInfo(std::vector<QueryDeviceStateDetail> details)
 {
-    return deviceState_.Describe(details);
+    return deviceState_.Describe(details, GetCallingPeer().pid);
 }
 
 int32_t VeltraService::RegisterCallBack(const sptr<IGpNapiEventCallback>& callback)

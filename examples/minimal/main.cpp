@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The first program: asks for leave, then prints the state of the device.
+// The first program: asks whether it may use the service, then prints the state of the device.
 #include <cstdio>
 
 #include "veltra_server_client.h"
@@ -13,10 +13,14 @@ int main()
         return 1;
     }
     const TAVO::Veltra::GameCallbackEventInfo state = client.GetDeviceInfo({});
-    if (state.resultCode != TAVO::Veltra::RESULT_OK || state.tempLevel == -1) {
-        std::fprintf(stderr, "the device state is not known: %d\n", state.resultCode);
+    if (state.resultCode != TAVO::Veltra::RESULT_OK) {
+        std::fprintf(stderr, "the device state cannot be read: %d\n", state.resultCode);
         return 1;
     }
-    std::printf("temperature level %d, GPU load level %d\n", state.tempLevel, state.gpuLoadLevel);
+    if (state.tempLevel == -1) {
+        std::puts("temperature level unknown on this machine: no temperature sensor");
+    } else {
+        std::printf("temperature level %d, GPU load level %d\n", state.tempLevel, state.gpuLoadLevel);
+    }
     return 0;
 }

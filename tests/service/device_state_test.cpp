@@ -8,8 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include "cpu_load.h"
 #include "machine_source.h"
-#include "reading_history.h"
+#include "service/fake_clock.h"
 #include "service_result.h"
 #include "support/scratch_dir.h"
 #include "support/threads.h"
@@ -23,9 +24,11 @@ std::string Recorded(const std::string& machine)
     return VELTRA_TEST_ROOTS "/" + machine;
 }
 
-DeviceState StateOf(const std::string& rootDir)
+DeviceState StateOf(const std::string& rootDir, const FakeClock& clock = {})
 {
-    return DeviceState(std::make_unique<MachineSource>(rootDir));
+    MachineSettings settings;
+    settings.now = clock.Now();
+    return DeviceState(std::make_unique<MachineSource>(rootDir, settings));
 }
 
 Json::Value Describe(DeviceState& state, std::vector<int32_t> queryTypes = {})
@@ -39,35 +42,53 @@ Json::Value Describe(DeviceState& state, std::vector<int32_t> queryTypes = {})
     return JsonUtils::StringToJson(info.result);
 }
 
+// What a game is told, without the parts that only name sources and units.
 TEST(DeviceState, RecordedMachinesGetAnswersOfTheirOwn)
 {
     const struct {
         const char* machine;
+        const char* levelSource;
         const char* document;
     } rows[] = {
-        {"laptop",
-         R"({"tempLevel": 2, "tempLevelFrom": "sensor", "temperature": 88, "thermalInfo": {"thermalMargin": 12},
-            "gpuInfo": {"currentFrequency": 650}, "cpuFrequencies": {"policy0": 3400, "policy10": 800}, "sources": {
-                "tempLevel": "hwmon coretemp/temp1", "temperature": "hwmon coretemp/temp1",
-                "thermalMargin": "hwmon coretemp/temp1", "currentFrequency": "drm card0/gt_act_freq_mhz",
-                "cpuFrequencies": "cpufreq scaling_cur_freq"}})"},
-        {"desktop",
+        {"laptop", "hwmon coretemp/temp1",
+         R"({"tempLevel": 2, "tempLevelFrom": "sensor", "temperature": 88,
+            "thermalInfo": {"thermalMargin": 12, "throttling": 0},
+            "gpuInfo": {"known": ["gpuLoadLevel", "bandwidthLoadLevel", "currentFrequency"], "gpuLoadLevel": 1,
+                "gpuLoadPercent": 37, "bandwidthLoadLevel": 0, "currentFrequency": 1200},
+            "cpuPressurePercent": 62, "cpuFrequencies": {"policy0": 3400, "policy10": 800}})"},
+        {"handheld", "hwmon k10temp/temp1",
+         R"({"tempLevel": 2, "tempLevelFrom": "sensor", "temperature": 78, "thermalInfo": {"throttling": 0},
+            "gpuInfo": {"known": ["gpuLoadLevel", "currentFrequency"], "gpuLoadLevel": 5, "gpuLoadPercent": 99,
+                "currentFrequency": 1600},
+            "cpuPressurePercent": 4, "cpuFrequencies": {"policy0": 2800}})"},
+        {"phone", "cooling_device1 thermal-devfreq-0",
+         R"({"tempLevel": 3, "tempLevelFrom": "throttling", "temperature": 81,
+            "thermalInfo": {"thermalMargin": 14, "throttling": 1}, "gpuInfo": {"known": []},
+            "cpuPressurePercent": 8, "cpuFrequencies": {"policy0": 1804, "policy7": 2200},
+            "ignoredSensors": {"thermal soc_thermal/thermal_zone7": "127 C: the input is not connected",
+                               "thermal xo-therm/thermal_zone6": "-273 C: absolute zero"}})"},
+        {"server", "hwmon coretemp@hwmon2/temp1",
+         R"({"tempLevel": 0, "tempLevelFrom": "sensor", "temperature": 58, "thermalInfo": {"thermalMargin": 32},
+            "gpuInfo": {"known": []}, "cpuPressurePercent": 0, "cpuFrequencies": {"policy0": 2100},
+            "ignoredSensors": {"hwmon nct6798/temp2": "127 C: the input is not connected",
+                               "hwmon nct6798/temp3": "127 C: the input is not connected",
+                               "hwmon nct6798/temp5": "-128 C: the input is not connected"}})"},
+        {"desktop", "hwmon amdgpu@hwmon2/temp1",
          R"({"tempLevel": 0, "tempLevelFrom": "sensor", "temperature": 59, "thermalInfo": {"thermalMargin": 41},
-            "gpuInfo": {"gpuLoadLevel": 5, "gpuLoadPercent": 97, "bandwidthLoadLevel": 2, "currentFrequency": 2450},
-            "sources": {
-                "tempLevel": "hwmon amdgpu/temp1", "temperature": "hwmon amdgpu/temp1",
-                "thermalMargin": "hwmon amdgpu/temp1", "gpuLoadLevel": "drm card1/device/gpu_busy_percent",
-                "gpuLoadPercent": "drm card1/device/gpu_busy_percent",
-                "bandwidthLoadLevel": "drm card1/device/mem_busy_percent",
-                "currentFrequency": "drm card1/device/hwmon/hwmon2/freq1_input"}})"},
-        {"virtual", R"({
-            "tempLevel": 2, "tempLevelFrom": "cpuPressure",
-            "sources": {"tempLevel": "proc/pressure/cpu some avg10"}})"},
+            "gpuInfo": {"known": ["gpuLoadLevel", "bandwidthLoadLevel", "currentFrequency"], "gpuLoadLevel": 5,
+                "gpuLoadPercent": 97, "bandwidthLoadLevel": 2, "currentFrequency": 2450},
+            "ignoredSensors": {"hwmon nct6798/temp1": "-62 C: out of range"}})"},
+        {"virtual", "", R"({"tempLevel": -1, "tempLevelFrom": "unknown", "thermalInfo": {"throttling": 0},
+            "gpuInfo": {"known": []}, "cpuPressurePercent": 17})"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.machine);
         DeviceState state = StateOf(Recorded(row.machine));
-        EXPECT_EQ(Describe(state), JsonUtils::StringToJson(row.document));
+        Json::Value document = Describe(state);
+        EXPECT_EQ(document["sources"].get("tempLevel", ""), row.levelSource);
+        document.removeMember("sources");
+        document.removeMember("units");
+        EXPECT_EQ(document, JsonUtils::StringToJson(row.document));
     }
 }
 
@@ -77,10 +98,9 @@ TEST(DeviceState, OnlyWhatIsAskedForIsAnswered)
         std::vector<int32_t> queryTypes;
         std::vector<std::string> keys;
     } rows[] = {
-        {{0}, {"cpuFrequencies", "gpuInfo", "sources", "tempLevel", "tempLevelFrom", "temperature", "thermalInfo"}},
-        {{1}, {"sources", "tempLevel", "tempLevelFrom", "temperature", "thermalInfo"}},
-        {{2, 3}, {"cpuFrequencies", "gpuInfo", "sources", "tempLevel", "tempLevelFrom"}},
-        {{-1, 4}, {"sources", "tempLevel", "tempLevelFrom"}},
+        {{1}, {"sources", "tempLevel", "tempLevelFrom", "temperature", "thermalInfo", "units"}},
+        {{2, 3}, {"cpuFrequencies", "cpuPressurePercent", "gpuInfo", "sources", "tempLevel", "tempLevelFrom", "units"}},
+        {{-1, 99}, {"sources", "tempLevel", "tempLevelFrom"}},
     };
     for (const auto& row : rows) {
         DeviceState state = StateOf(Recorded("laptop"));
@@ -88,7 +108,7 @@ TEST(DeviceState, OnlyWhatIsAskedForIsAnswered)
     }
 }
 
-TEST(DeviceState, AMachineThatTellsNothingGetsACodeAndNoText)
+TEST(DeviceState, OnlyAMachineThatTellsNothingAtAllHasNoAnswer)
 {
     const ScratchDir root;
     root.Write("proc/pressure/cpu", "some avg10=nan avg60=0.00\n");
@@ -97,8 +117,12 @@ TEST(DeviceState, AMachineThatTellsNothingGetsACodeAndNoText)
     const DeviceInfoResult info = state.Describe({});
     EXPECT_EQ(info.retCode, SERVICE_NO_SENSOR);
     EXPECT_EQ(info.result, "");
-    EXPECT_FALSE(state.TellsLevel());
+    EXPECT_FALSE(state.TellsAnything());
     EXPECT_FALSE(state.TellsGpu());
+    root.Write("proc/pressure/cpu", "some avg10=99.00 avg60=0.00\n");
+    DeviceState loaded = StateOf(root.Path());
+    EXPECT_EQ(Describe(loaded, {1})["tempLevel"], -1) << "asked for what is not known, though something is";
+    EXPECT_EQ(Describe(loaded)["cpuPressurePercent"], 99);
 }
 
 // Without a trip point that makes sense 95 degrees are assumed, which is no margin to tell.
@@ -120,6 +144,7 @@ TEST(DeviceState, LevelAndMarginFollowTheTripPoints)
         const ScratchDir root;
         const std::string zone = "sys/class/thermal/thermal_zone0/";
         root.Write(zone + "temp", row.temperature);
+        root.Write(zone + "type", "x86_pkg_temp\n");
         root.Write(zone + "trip_point_0_type", "critical\n");
         root.Write(zone + "trip_point_0_temp", row.critical);
         root.Write(zone + "trip_point_3_type", "passive\n");
@@ -128,50 +153,29 @@ TEST(DeviceState, LevelAndMarginFollowTheTripPoints)
         const Json::Value document = Describe(state);
         EXPECT_EQ(document["tempLevel"], row.level);
         EXPECT_EQ(document["thermalInfo"]["thermalMargin"], row.margin ? Json::Value(*row.margin) : Json::Value());
-        EXPECT_EQ(document["sources"]["tempLevel"], "thermal unnamed/thermal_zone0");
+        EXPECT_EQ(document["sources"]["tempLevel"], "thermal x86_pkg_temp/thermal_zone0");
     }
 }
 
-TEST(DeviceState, PressureStandsInWhereThereIsNoSensor)
-{
-    const struct {
-        const char* avg10;
-        std::optional<int32_t> level;
-    } rows[] = {{"0.00", 0},  {"4.99", 0},  {"5.00", 1},   {"14.99", 1},          {"15.00", 2},
-                {"30.00", 3}, {"50.00", 4}, {"75.00", 5},  {"100.99", 5},         {"101.00", {}},
-                {"5.0", {}},  {"5", {}},    {"-5.00", {}}, {"99999999999.00", {}}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.avg10);
-        const ScratchDir root;
-        root.Write("proc/pressure/cpu", std::string("some avg10=") + row.avg10 + " avg60=0.00 avg300=0.00 total=1\n");
-        DeviceState state = StateOf(root.Path());
-        EXPECT_EQ(state.TellsLevel(), row.level.has_value());
-        if (row.level) {
-            EXPECT_EQ(Describe(state)["tempLevel"], *row.level);
-        }
-    }
-}
-
-TEST(DeviceState, TheSecondReadingTellsCpuLoadAndTrend)
+TEST(DeviceState, CpuLoadIsKnownFromTheSecondReadingAndNotReadInEveryFrame)
 {
     const ScratchDir root;
-    DeviceState state = StateOf(root.Path());
-    root.Write("sys/class/hwmon/hwmon0/temp1_input", "50000");
+    FakeClock clock;
+    DeviceState state = StateOf(root.Path(), clock);
     root.Write("proc/stat", "cpu  100 0 100 700 100 0 0 0 5 5\n");
-    const Json::Value first = Describe(state);
-    EXPECT_FALSE(first.isMember("cpuLoadPercent"));
-    EXPECT_FALSE(first["thermalInfo"].isMember("thermalTrend"));
-    root.Write("sys/class/hwmon/hwmon0/temp1_input", "52000");
+    root.Write("proc/pressure/cpu", "some avg10=1.00 avg60=0.00\n");
+    EXPECT_FALSE(Describe(state).isMember("cpuLoadPercent"));
     root.Write("proc/stat", "cpu  130 0 145 720 105 0 0 0 95 95\n");
-    const Json::Value second = Describe(state);
-    EXPECT_EQ(second["cpuLoadPercent"], 75);
-    EXPECT_EQ(second["thermalInfo"]["thermalTrend"], 1);
-    EXPECT_EQ(second["sources"]["cpuLoadPercent"], "proc/stat");
-    EXPECT_EQ(second["sources"]["thermalTrend"], "hwmon hwmon0/temp1");
+    clock.Advance(std::chrono::milliseconds(100));
+    EXPECT_FALSE(Describe(state).isMember("cpuLoadPercent")) << "read again within the interval";
+    clock.Advance(std::chrono::milliseconds(200));
+    EXPECT_EQ(Describe(state)["cpuLoadPercent"], 75);
+    EXPECT_EQ(Describe(state)["sources"]["cpuLoadPercent"], "proc/stat");
     for (const char* nonsense : {"", "cpu \n", "cpu  1 2 3\n", "cpux 1 2 3 4 5 6 7 8\n",
                                  "cpu  18446744073709551615 18446744073709551615 1 1 1 1 1 1\n",
                                  "cpu  99999999999999999999 1 1 1 1 1 1 1\n", "cpu  -1 1 1 1 1 1 1 1\n"}) {
         root.Write("proc/stat", nonsense);
+        clock.Advance(std::chrono::seconds(1));
         EXPECT_FALSE(Describe(state).isMember("cpuLoadPercent")) << nonsense;
     }
 }
@@ -198,27 +202,6 @@ TEST(CpuLoad, IsTheShareOfTimeSinceTheReadingBefore)
     for (const auto& step : steps) {
         SCOPED_TRACE(step.now.total);
         EXPECT_EQ(load.Update(step.now), step.percent);
-    }
-}
-
-TEST(ThermalTrend, IsTheLastMoveOfADegreeUntilItHasStayed)
-{
-    const struct {
-        const char* source;
-        int64_t temperature;
-        int second;
-        std::optional<int32_t> trend;
-    } steps[] = {
-        {"cpu", 50000, 0, std::nullopt}, {"cpu", 50999, 1, std::nullopt},  {"cpu", 51000, 2, 1},  {"cpu", 51500, 3, 1},
-        {"cpu", 50000, 4, -1},           {"cpu", 50500, 13, -1},           {"cpu", 50500, 14, 0}, {"cpu", 51400, 15, 0},
-        {"cpu", 51500, 16, 1},           {"gpu", 90000, 17, std::nullopt}, {"gpu", 90000, 27, 0},
-    };
-    ThermalTrend trend;
-    for (const auto& step : steps) {
-        SCOPED_TRACE(step.second);
-        EXPECT_EQ(trend.Update(step.source, step.temperature,
-                               std::chrono::steady_clock::time_point() + std::chrono::seconds(step.second)),
-                  step.trend);
     }
 }
 

@@ -2,6 +2,7 @@
 // Subscribers are told what changed, when it is due, and nothing else.
 #include "pusher.h"
 
+#include <cmath>
 #include <limits>
 #include <memory>
 #include <string>
@@ -12,6 +13,7 @@
 #include "ipc/igpu_counter_native_callback.h"
 #include "machine_source.h"
 #include "scenario.h"
+#include "service/fake_clock.h"
 #include "service/push_receiver.h"
 #include "support/process.h"
 #include "support/scratch_dir.h"
@@ -33,8 +35,15 @@ protected:
 
     void SetTemperature(int degrees)
     {
+        root_.Write("sys/class/hwmon/hwmon0/name", "coretemp");
         root_.Write("sys/class/hwmon/hwmon0/temp1_max", "80000");
         root_.Write("sys/class/hwmon/hwmon0/temp1_input", std::to_string(degrees) + "000");
+    }
+    static MachineSettings With(const FakeClock& clock)
+    {
+        MachineSettings settings;
+        settings.now = clock.Now();
+        return settings;
     }
     void Play(const std::string& scenario)
     {
@@ -54,13 +63,15 @@ protected:
     // What the receiver has got once everything has gone out.
     std::vector<std::string> Tick(double now, const PushReceiver& receiver)
     {
+        clock_.Set(std::chrono::milliseconds(std::lround(now * 1000)));
         pusher_->Tick(now);
         EXPECT_TRUE(TestSupport::WaitFor([this] { return pool_.IsIdle(); }));
         return receiver.WaitFor(0);
     }
 
+    FakeClock clock_;
     const ScratchDir root_;
-    const DeviceState device_{std::make_unique<MachineSource>(root_.Path())};
+    const DeviceState device_{std::make_unique<MachineSource>(root_.Path(), With(clock_))};
     const sptr<Subscriptions> subscriptions_{new Subscriptions()};
     DeliveryPool pool_;
     std::unique_ptr<Scenario> scenario_;
@@ -77,11 +88,10 @@ TEST_F(PusherTest, ANewSubscriberIsToldAtOnceThenWhatChangesAndByTheTimer)
     std::vector<std::string> expected = {Event("deviceState", 2, 20)};
     EXPECT_EQ(Tick(0.5, receiver), expected);
     EXPECT_EQ(Tick(1.5, receiver), expected) << "nothing has changed";
-    SetTemperature(75);
+    SetTemperature(69);
     EXPECT_EQ(Tick(2.0, receiver), expected) << "the device is looked at too often";
     EXPECT_EQ(pusher_->Tick(2.4), 2.5);
-    // The trend is new as well: the temperature has risen.
-    expected.push_back(Event("deviceState", 3, 5, 1));
+    expected.push_back(Event("deviceState", 2, 11));
     EXPECT_EQ(Tick(2.5, receiver), expected);
     EXPECT_EQ(Tick(12.4, receiver), expected);
     EXPECT_EQ(Tick(12.5, receiver).size(), 3U) << "ten seconds without a word";
@@ -95,6 +105,32 @@ TEST_F(PusherTest, ANewSubscriberIsToldAtOnceThenWhatChangesAndByTheTimer)
     subscriptions_->Remove(Subject::EVENTS, 1);
     EXPECT_EQ(pusher_->Tick(30), NEVER);
     EXPECT_TRUE(pool_.IsIdle());
+}
+
+// The trip point is 80, so level 3 begins at 70 degrees.
+TEST_F(PusherTest, JitterAroundAStepSendsNoEvents)
+{
+    PushReceiver receiver;
+    SetTemperature(69);
+    Subscribe(Subject::EVENTS, 1, receiver);
+    std::vector<std::string> expected = {Event("deviceState", 2, 11)};
+    EXPECT_EQ(Tick(0, receiver), expected);
+    for (int second = 1; second < 10; ++second) {
+        SetTemperature(69 + second % 2);
+        EXPECT_EQ(Tick(second, receiver), expected) << second;
+    }
+}
+
+// A drift that never exceeds the step between two readings is reported once it has added up.
+TEST_F(PusherTest, ASlowDriftIsReported)
+{
+    PushReceiver receiver;
+    Subscribe(Subject::EVENTS, 1, receiver);
+    EXPECT_EQ(Tick(0, receiver).size(), 1U);
+    SetTemperature(61);
+    EXPECT_EQ(Tick(1, receiver).size(), 1U);
+    SetTemperature(62);
+    EXPECT_EQ(Tick(2, receiver).size(), 2U);
 }
 
 TEST_F(PusherTest, AnUnknownDeviceIsToldAsUnknown)

@@ -72,7 +72,7 @@ TEST(VeltraService, OneSubscriptionOfAProcessIsKeptUntilItEnds)
     const sptr<VeltraService> service = OnMachine("virtual");
     PushReceiver first;
     PushReceiver second;
-    const std::string state = Push(IGpNapiEventCallback::GetDescriptor(), {"deviceState", 2});
+    const std::string state = Push(IGpNapiEventCallback::GetDescriptor(), {"deviceState", -1});
     EXPECT_EQ(ResultOf(*service, ServerCode::REGISTER_CALL_BACK, {first.Object()}), 0);
     ASSERT_GE(first.WaitFor(1).size(), 1U);
     EXPECT_EQ(first.WaitFor(1)[0].substr(0, state.size()), state);

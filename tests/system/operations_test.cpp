@@ -72,6 +72,16 @@ TEST_F(SystemFixture, TheStateIsTheOneOfTheMachinesFiles)
     EXPECT_EQ(Starts(), 1);
 }
 
+// The first program succeeds on a machine that does not know how hot it is.
+TEST_F(SystemFixture, AnUnknownLevelIsNoFailure)
+{
+    WriteRealAbility("virtual");
+    StartManager();
+    Child example = Child::Start({"veltra_minimal"});
+    EXPECT_EQ(example.Pipe().Hear(), "temperature level unknown on this machine: no temperature sensor");
+    EXPECT_EQ(example.WaitForExit(), "exit 0");
+}
+
 TEST(Programs, SayHowTheyAreUsed)
 {
     for (const std::string program : {"tavo_manager", "veltra_server"}) {

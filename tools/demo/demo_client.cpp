@@ -33,8 +33,12 @@ bool DeviceState(VeltraClient& client)
         state = client.GetDeviceInfo({});
         return state.resultCode;
     });
-    if (!isAnswered || state.tempLevel == GameCallbackEventInfo().tempLevel) {
+    if (!isAnswered) {
         return false;
+    }
+    if (state.tempLevel == GameCallbackEventInfo().tempLevel) {
+        std::printf("    tempLevel unknown on this machine: no temperature sensor\n");
+        return true;
     }
     std::printf("    tempLevel %d", state.tempLevel);
     if (state.thermalMargin != std::numeric_limits<int32_t>::min()) {
