@@ -58,14 +58,13 @@ std::optional<CpuTimes> ReadCpuTimes(const RootFiles& files)
     return times;
 }
 
-std::map<std::string, int32_t> ReadCpuFrequencies(const RootFiles& files)
+std::map<std::string, int32_t> ReadCpuFrequencies(const RootFiles& files, const std::string& file)
 {
     const std::string dir = "sys/devices/system/cpu/cpufreq/";
     std::map<std::string, int32_t> frequencies;
     for (const int number : files.Numbers(dir, "policy")) {
         const std::string policy = "policy" + std::to_string(number);
-        const std::optional<int64_t> khz = files.ReadNumber(dir + policy + "/scaling_cur_freq", 1000, MOST_KHZ);
-        if (khz) {
+        if (const std::optional<int64_t> khz = files.ReadNumber(dir + policy + "/" + file, 1000, MOST_KHZ)) {
             frequencies[policy] = static_cast<int32_t>(*khz / 1000);
         }
     }

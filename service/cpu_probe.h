@@ -22,8 +22,9 @@ struct CpuTimes {
 // From proc/stat.
 std::optional<CpuTimes> ReadCpuTimes(const RootFiles& files);
 
-// MHz by cpufreq policy ("policy0"); empty on machines without frequency control.
-std::map<std::string, int32_t> ReadCpuFrequencies(const RootFiles& files);
+// MHz by cpufreq policy ("policy0") from its file: scaling_cur_freq is the current frequency, scaling_max_freq the cap,
+// cpuinfo_max_freq what the hardware allows. Empty on machines without frequency control.
+std::map<std::string, int32_t> ReadCpuFrequencies(const RootFiles& files, const std::string& file);
 
 // From proc/pressure/`resource` ("cpu", "memory"): percent of the last 10 s in which some work waited for it.
 std::optional<Measured> ReadPressure(const RootFiles& files, const std::string& resource);

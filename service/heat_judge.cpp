@@ -90,7 +90,8 @@ void KeepThose(std::vector<SensorVerdict>& verdicts, Property property, const ch
 bool IsHotter(const SensorVerdict& left, const SensorVerdict& right)
 {
     const auto headroom = [](const SensorVerdict& verdict) {
-        return static_cast<double>(verdict.limits.hot - *verdict.temperature) / static_cast<double>(verdict.limits.step);
+        return static_cast<double>(verdict.limits.hot - *verdict.temperature) /
+               static_cast<double>(verdict.limits.step);
     };
     return left.level != right.level ? left.level > right.level : headroom(left) < headroom(right);
 }

@@ -71,7 +71,7 @@ private:
     std::map<std::string, SensorTrack> tracks_;  // by Sensor::key
     SteadyLevel level_;
     std::map<int, int64_t> throttleEvents_;  // by processor
-    std::optional<TimePoint> throttledAt_;  // when the count was seen to rise
+    std::optional<TimePoint> throttledAt_;   // when the count was seen to rise
 };
 
 }  // namespace TAVO::Veltra

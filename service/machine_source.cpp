@@ -1,19 +1,37 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "machine_source.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "cpu_probe.h"
-#include "gpu_probe.h"
+#include "power_probe.h"
 
 namespace TAVO::Veltra {
 
 namespace {
 
 constexpr int64_t DEGREE = 1000;
+constexpr int64_t LOAD_HYSTERESIS = 5;  // percent
 
 void AddIfKnown(DeviceReading& reading, const char* key, const std::optional<Measured>& measured)
 {
     if (measured) {
         reading.values[key] = *measured;
+    }
+}
+
+std::optional<Measured> WithSource(const std::optional<int64_t>& value, const std::string& source)
+{
+    return value ? std::optional(Measured{*value, source}) : std::nullopt;
+}
+
+// The level falls only when the load is LOAD_HYSTERESIS below its bound.
+void AddLoadLevel(DeviceReading& reading, const char* key, const std::optional<Measured>& percent, int32_t& before)
+{
+    if (percent) {
+        before = std::clamp(before, LoadLevel(percent->value), LoadLevel(percent->value + LOAD_HYSTERESIS));
+        reading.values[key] = {before, percent->source};
     }
 }
 
@@ -78,10 +96,19 @@ DeviceReading MachineSource::Read(const WantedState& wanted)
         reading.ignoredSensors = std::move(heat.ignoredSensors);
     }
     if (wanted.gpu) {
-        reading.Add(Fresh(gpu_, settings_.loadInterval, [this](TimePoint) { return ReadGpu(); }));
+        reading.Add(Fresh(gpu_, settings_.loadInterval, [this](TimePoint now) { return ReadGpu(now); }));
+        if (wanted.game > 0) {
+            reading.Add(ReadGame(wanted.game));
+        }
     }
     if (wanted.cpu) {
         reading.Add(Fresh(cpu_, settings_.loadInterval, [this](TimePoint) { return ReadCpu(); }));
+    }
+    if (wanted.memory) {
+        reading.Add(Fresh(memory_, settings_.loadInterval, [this](TimePoint) { return ReadMainMemory(); }));
+    }
+    if (wanted.power) {
+        reading.Add(Fresh(power_, settings_.heatInterval, [this](TimePoint) { return ReadPower(); }));
     }
     return reading;
 }
@@ -90,24 +117,58 @@ DeviceReading MachineSource::ReadHeat(TimePoint now)
 {
     std::vector<Sensor> sensors = ReadSensors(files_, settings_.sensors, SensorScope::RELEVANT);
     const ThrottleReading throttling = ReadThrottling(files_);
+    const std::optional<Measured> fan = ReadFan(files_);
     MutexLock lock(mutex_);
-    return HeatReading(judge_.Judge(std::move(sensors), throttling, now));
+    DeviceReading reading = HeatReading(judge_.Judge(std::move(sensors), throttling, now));
+    AddIfKnown(reading, "fanRpm", fan);
+    return reading;
 }
 
-DeviceReading MachineSource::ReadGpu() const
+DeviceReading MachineSource::ReadGpu(TimePoint now)
 {
-    const GpuReading gpu = TAVO::Veltra::ReadGpu(files_);
+    std::vector<GpuReading> gpus = ReadGpus(files_);
+    MutexLock lock(mutex_);
+    gpuIdle_.AddLoads(gpus, now);
+    const GpuReading* gpu = Busiest(gpus);
+    if (gpu == nullptr) {
+        return {};
+    }
     DeviceReading reading;
-    if (gpu.loadPercent) {
-        const auto percent = static_cast<int32_t>(gpu.loadPercent->value);
-        reading.values["gpuLoadLevel"] = {LoadLevel(percent), gpu.loadPercent->source};
+    AddLoadLevel(reading, "gpuLoadLevel", gpu->loadPercent, gpuLevel_);
+    AddLoadLevel(reading, "bandwidthLoadLevel", gpu->memoryLoadPercent, bandwidthLevel_);
+    AddIfKnown(reading, "gpuLoadPercent", gpu->loadPercent);
+    AddIfKnown(reading, "currentFrequency", gpu->frequencyMhz);
+    AddIfKnown(reading, "gpuFrequencyCap", gpu->frequencyCapMhz);
+    AddIfKnown(reading, "gpuFrequencyMax", gpu->frequencyMaxMhz);
+    AddIfKnown(reading, "gpuMemoryUsedBytes", gpu->memoryUsedBytes);
+    AddIfKnown(reading, "gpuMemoryTotalBytes", gpu->memoryTotalBytes);
+    AddIfKnown(reading, "gpuPowerMilliwatts", gpu->powerMilliwatts);
+    return reading;
+}
+
+DeviceReading MachineSource::ReadGame(pid_t game)
+{
+    const TimePoint now = settings_.now();
+    std::optional<DrmLoadTracker::Uses> uses;
+    {
+        MutexLock lock(mutex_);
+        uses = games_.Recent(game, now, settings_.loadInterval * 9 / 10);
     }
-    if (gpu.memoryLoadPercent) {
-        const auto percent = static_cast<int32_t>(gpu.memoryLoadPercent->value);
-        reading.values["bandwidthLoadLevel"] = {LoadLevel(percent), gpu.memoryLoadPercent->source};
+    if (!uses) {
+        std::map<std::string, DrmUsage> usage = ReadDrmUsage(files_, game);
+        MutexLock lock(mutex_);
+        uses = games_.Update(game, std::move(usage), now);
     }
-    AddIfKnown(reading, "gpuLoadPercent", gpu.loadPercent);
-    AddIfKnown(reading, "currentFrequency", gpu.frequencyMhz);
+    DeviceReading reading;
+    const std::string source = "proc/" + std::to_string(game) + "/fdinfo of ";
+    std::optional<int64_t> most;  // of several GPUs the one that the game uses most
+    for (const auto& [gpu, use] : *uses) {
+        if (!most || use.loadPercent.value_or(0) > *most) {
+            most = use.loadPercent.value_or(0);
+            AddIfKnown(reading, "gameGpuLoadPercent", WithSource(use.loadPercent, source + gpu));
+            AddIfKnown(reading, "gameGpuMemoryBytes", WithSource(use.memoryBytes, source + gpu));
+        }
+    }
     return reading;
 }
 
@@ -121,10 +182,36 @@ DeviceReading MachineSource::ReadCpu()
         }
     }
     AddIfKnown(reading, "cpuPressurePercent", ReadPressure(files_, "cpu"));
-    const std::map<std::string, int32_t> frequencies = ReadCpuFrequencies(files_);
-    if (!frequencies.empty()) {
-        reading.frequencies["cpuFrequencies"] = frequencies;
+    const std::pair<const char*, const char*> lists[] = {{"cpuFrequencies", "scaling_cur_freq"},
+                                                         {"cpuFrequencyCaps", "scaling_max_freq"},
+                                                         {"cpuFrequencyMaxima", "cpuinfo_max_freq"}};
+    for (const auto& [key, file] : lists) {
+        const std::map<std::string, int32_t> frequencies = ReadCpuFrequencies(files_, file);
+        if (!frequencies.empty()) {
+            reading.frequencies[key] = frequencies;
+        }
     }
+    return reading;
+}
+
+DeviceReading MachineSource::ReadMainMemory() const
+{
+    const MemoryReading memory = ReadMemory(files_);
+    DeviceReading reading;
+    AddIfKnown(reading, "memoryAvailableBytes", memory.availableBytes);
+    AddIfKnown(reading, "memoryTotalBytes", memory.totalBytes);
+    AddIfKnown(reading, "memoryPressurePercent", ReadPressure(files_, "memory"));
+    return reading;
+}
+
+DeviceReading MachineSource::ReadPower() const
+{
+    const BatteryReading battery = ReadBattery(files_);
+    DeviceReading reading;
+    AddIfKnown(reading, "batteryPercent", battery.percent);
+    AddIfKnown(reading, "batteryCharging", battery.isCharging);
+    AddIfKnown(reading, "powerDrawMilliwatts", battery.drawMilliwatts);
+    reading.platformProfile = ReadPlatformProfile(files_);
     return reading;
 }
 

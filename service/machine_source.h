@@ -12,6 +12,8 @@
 
 #include "cpu_load.h"
 #include "device_fields.h"
+#include "drm_usage.h"
+#include "gpu_probe.h"
 #include "heat_judge.h"
 #include "root_files.h"
 #include "sensor_choice.h"
@@ -49,17 +51,26 @@ private:
     template <typename Reader>
     DeviceReading Fresh(Part& part, std::chrono::milliseconds interval, Reader read) TAVO_EXCLUDES(mutex_);
     DeviceReading ReadHeat(TimePoint now);
-    DeviceReading ReadGpu() const;
+    DeviceReading ReadGpu(TimePoint now);
+    DeviceReading ReadGame(pid_t game);
     DeviceReading ReadCpu();
+    DeviceReading ReadMainMemory() const;
+    DeviceReading ReadPower() const;
 
     const MachineSettings settings_;
     const RootFiles files_;
     Mutex mutex_;  // never held while a file is read
     HeatJudge judge_ TAVO_GUARDED_BY(mutex_);
     CpuLoad cpuLoad_ TAVO_GUARDED_BY(mutex_);
+    GpuIdleTracker gpuIdle_ TAVO_GUARDED_BY(mutex_);
+    DrmLoadTracker games_ TAVO_GUARDED_BY(mutex_);
+    int32_t gpuLevel_ TAVO_GUARDED_BY(mutex_) = 0;
+    int32_t bandwidthLevel_ TAVO_GUARDED_BY(mutex_) = 0;
     Part heat_ TAVO_GUARDED_BY(mutex_);
     Part gpu_ TAVO_GUARDED_BY(mutex_);
     Part cpu_ TAVO_GUARDED_BY(mutex_);
+    Part memory_ TAVO_GUARDED_BY(mutex_);
+    Part power_ TAVO_GUARDED_BY(mutex_);
 };
 
 }  // namespace TAVO::Veltra

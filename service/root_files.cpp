@@ -105,31 +105,51 @@ std::optional<int64_t> RootFiles::ReadNumber(const std::string& path, int64_t le
     return number && *number >= least && *number <= most ? number : std::nullopt;
 }
 
-std::vector<int> RootFiles::Numbers(const std::string& dir, std::string_view prefix, std::string_view suffix) const
+template <typename Take>
+void RootFiles::ForEachEntry(const std::string& dir, Take take) const
 {
-    std::vector<int> numbers;
     UniqueFd fd = Open(dir, O_RDONLY | O_DIRECTORY);
     const Folder folder(fd.IsOpen() ? fdopendir(fd.Get()) : nullptr, closedir);
     if (folder == nullptr) {
-        return numbers;
+        return;
     }
     fd.Release();  // the folder's now
     while (const dirent* entry = readdir(folder.get())) {
-        const std::string_view name(entry->d_name);
-        if (name.size() <= prefix.size() + suffix.size() || !name.starts_with(prefix) || !name.ends_with(suffix)) {
-            continue;
-        }
-        const std::string_view digits = name.substr(prefix.size(), name.size() - prefix.size() - suffix.size());
-        const std::optional<int> number = ParseWhole<int>(digits);
-        if (number && *number >= 0 && *number <= MAX_NUMBER) {
-            numbers.push_back(*number);
-        }
-        if (numbers.size() == MAX_NUMBERS) {
+        if (!take(std::string_view(entry->d_name))) {
             break;
         }
     }
+}
+
+std::vector<int> RootFiles::Numbers(const std::string& dir, std::string_view prefix, std::string_view suffix) const
+{
+    std::vector<int> numbers;
+    ForEachEntry(dir, [&numbers, prefix, suffix](std::string_view name) {
+        if (name.size() > prefix.size() + suffix.size() && name.starts_with(prefix) && name.ends_with(suffix)) {
+            name.remove_prefix(prefix.size());
+            name.remove_suffix(suffix.size());
+            const std::optional<int> number = ParseWhole<int>(name);
+            if (number && *number >= 0 && *number <= MAX_NUMBER) {
+                numbers.push_back(*number);
+            }
+        }
+        return numbers.size() < MAX_NUMBERS;
+    });
     std::sort(numbers.begin(), numbers.end());
     return numbers;
+}
+
+std::vector<std::string> RootFiles::Names(const std::string& dir) const
+{
+    std::vector<std::string> names;
+    ForEachEntry(dir, [&names](std::string_view name) {
+        if (!name.starts_with('.')) {
+            names.emplace_back(name);
+        }
+        return names.size() < MAX_NUMBERS;
+    });
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
 }  // namespace TAVO::Veltra

@@ -35,7 +35,13 @@ public:
     // The numbers N, ascending, of the entries `prefix`N`suffix` of a folder.
     std::vector<int> Numbers(const std::string& dir, std::string_view prefix, std::string_view suffix = {}) const;
 
+    // The names of all entries of a folder, ascending, at most MAX_NUMBERS; none that begins with a dot.
+    std::vector<std::string> Names(const std::string& dir) const;
+
 private:
+    // Calls `take` with the name of each entry until it returns false.
+    template <typename Take>
+    void ForEachEntry(const std::string& dir, Take take) const;
     UniqueFd Open(const std::string& path, int flags) const;
 
     const UniqueFd root_;

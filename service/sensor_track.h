@@ -17,7 +17,7 @@ class SensorTrack {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
 
-    static constexpr std::chrono::seconds SPAN{10};         // over which the slope is taken
+    static constexpr std::chrono::seconds SPAN{10};          // over which the slope is taken
     static constexpr std::chrono::seconds SHORTEST_SPAN{5};  // over less than this jitter would pass for a slope
     static constexpr int64_t MOST_JUMP = 40000;
 

@@ -114,7 +114,9 @@ Sensor Reader::Input(const std::string& hwmon, const std::string& chip, const st
     sensor.sensorClass = ClassOfInput(chip, sensor.label);
     ApplyChoice(sensor);
     sensor.hasFault = files.ReadNumber(path + "_fault", 1, 1).has_value();
-    sensor.current = Current(path + "_input", sensor);
+    const std::string status = "sys/class/hwmon/" + hwmon + "/device/power/runtime_status";
+    const bool isAsleep = sensor.sensorClass == SensorClass::GPU && files.ReadName(status) == "suspended";
+    sensor.current = isAsleep ? std::nullopt : Current(path + "_input", sensor);  // reading would wake the GPU
     AddTrip(sensor, ReadTrip(files, path + "_max"), false);
     AddTrip(sensor, ReadTrip(files, path + "_crit"), true);
     return sensor;

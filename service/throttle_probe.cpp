@@ -45,9 +45,9 @@ void ReadGpuReasons(const RootFiles& files, ThrottleReading& reading)
 {
     for (const int number : files.Numbers("sys/class/drm", "card")) {
         const std::string card = "card" + std::to_string(number) + "/";
-        for (const char* file : {"gt/gt0/throttle_reason_thermal", "gt/gt0/throttle_reason_prochot",
-                                 "device/tile0/gt0/freq0/throttle/reason_thermal",
-                                 "device/tile0/gt0/freq0/throttle/reason_prochot"}) {
+        for (const char* file :
+             {"gt/gt0/throttle_reason_thermal", "gt/gt0/throttle_reason_prochot",
+              "device/tile0/gt0/freq0/throttle/reason_thermal", "device/tile0/gt0/freq0/throttle/reason_prochot"}) {
             const std::optional<int64_t> reason = files.ReadNumber("sys/class/drm/" + card + file, 0, 1);
             reading.tellsGpu = reading.tellsGpu || reason;
             if (reason == 1 && reading.gpuReason.empty()) {
@@ -61,15 +61,16 @@ void ReadGpuReasons(const RootFiles& files, ThrottleReading& reading)
 
 std::string ThrottleReading::Active() const
 {
-    const auto active =
-        std::find_if(devices.begin(), devices.end(), [](const auto& device) { return device.counts && device.state > 0; });
+    const auto active = std::find_if(devices.begin(), devices.end(),
+                                     [](const auto& device) { return device.counts && device.state > 0; });
     return active != devices.end() ? active->source : gpuReason;
 }
 
 bool ThrottleReading::TellsAnything() const
 {
-    return !events.empty() || tellsGpu ||
-           std::any_of(devices.begin(), devices.end(), [](const auto& device) { return device.counts && device.state; });
+    return !events.empty() || tellsGpu || std::any_of(devices.begin(), devices.end(), [](const auto& device) {
+        return device.counts && device.state;
+    });
 }
 
 ThrottleReading ReadThrottling(const RootFiles& files)

@@ -21,9 +21,9 @@ struct CoolingDevice {
 
 struct ThrottleReading {
     std::vector<CoolingDevice> devices;
-    std::map<int, int64_t> events;   // by processor, since the machine started
-    std::string gpuReason;           // a file by which a GPU driver reports that heat slows it down now; may be empty
-    bool tellsGpu = false;           // there is such a file
+    std::map<int, int64_t> events;  // by processor, since the machine started
+    std::string gpuReason;          // a file by which a GPU driver reports that heat slows it down now; may be empty
+    bool tellsGpu = false;          // there is such a file
 
     // The first device that is active, or the GPU's file; empty when the kernel reports nothing.
     std::string Active() const;

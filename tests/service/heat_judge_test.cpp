@@ -148,8 +148,8 @@ TEST(HeatJudge, LevelIsSteady)
         int64_t temperature;
         int32_t level;
     } steps[] = {
-        {0, 69900, 2}, {1, 70000, 2}, {2, 69900, 2}, {3, 70100, 2}, {4, 70100, 2},   {5, 70100, 3},    // 2 s above
-        {6, 69900, 3}, {9, 68100, 3}, {13, 68100, 3},                                                  // hysteresis
+        {0, 69900, 2},  {1, 70000, 2},  {2, 69900, 2},  {3, 70100, 2},  {4, 70100, 2},  {5, 70100, 3},   // 2 s above
+        {6, 69900, 3},  {9, 68100, 3},  {13, 68100, 3},                                                  // hysteresis
         {14, 67900, 3}, {16, 67900, 3}, {18, 68100, 3}, {19, 67900, 3}, {23, 67900, 3}, {24, 67900, 2},  // 5 s below
         {25, 79000, 2}, {26, 81000, 2}, {27, 81000, 3}, {28, 81000, 4},  // each level needs its own 2 s
         {60, 45000, 0}, {61, 45000, 0}, {90, 75000, 3},                  // nothing is known about the time between
@@ -215,9 +215,10 @@ TEST(SensorTrack, AJumpCountsOnceTheNextReadingConfirmsIt)
         std::optional<int64_t> temperature;
         bool isReported;
     } steps[] = {
-        {0, 50000, 50000, false}, {1, 91000, 50000, true},  {2, 50500, 50500, false},                             // a glitch
-        {3, 95000, 50500, true},  {4, 94000, 94000, false},                                                       // true
-        {5, 30000, 94000, true},  {6, 127000, {}, true},    {7, 94000, 94000, false}, {30, 30000, 30000, false},  // long ago
+        {0, 50000, 50000, false},  {1, 91000, 50000, true},  {2, 50500, 50500, false},  // a glitch
+        {3, 95000, 50500, true},   {4, 94000, 94000, false},                            // true
+        {5, 30000, 94000, true},   {6, 127000, {}, true},    {7, 94000, 94000, false},
+        {30, 30000, 30000, false},  // long ago
     };
     SensorTrack track;
     for (const auto& step : steps) {
@@ -241,7 +242,9 @@ TEST(SensorTrack, TrendIsTheSlopeOfTenSeconds)
         {"too slow", {50000, 50050, 50100, 50150, 50200, 50250}, 0},
         {"the last pair goes against it", {50000, 51000, 52000, 53000, 54000, 53900}, 1},
         {"jitter", {50000, 50400, 50000, 50400, 50000, 50400, 50000, 50400, 50000}, 0},
-        {"it rose long ago", {40000, 45000, 50000, 50000, 50000, 50000, 50000, 50000, 50000, 50000, 50000, 50000, 50000}, 0},
+        {"it rose long ago",
+         {40000, 45000, 50000, 50000, 50000, 50000, 50000, 50000, 50000, 50000, 50000, 50000, 50000},
+         0},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
