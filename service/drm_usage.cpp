@@ -82,8 +82,7 @@ void AddEngines(const std::map<std::string, std::string>& lines, DrmUsage& usage
         }
     });
     if (!total) {
-        each("drm-memory-",
-             [&total](const std::string&, uint64_t value) { total = total.value_or(0) + value; });
+        each("drm-memory-", [&total](const std::string&, uint64_t value) { total = total.value_or(0) + value; });
     }
     if (total) {
         usage.memoryBytes = usage.memoryBytes.value_or(0) + *total;

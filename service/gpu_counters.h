@@ -3,6 +3,8 @@
 #ifndef VELTRA_SERVICE_GPU_COUNTERS_H
 #define VELTRA_SERVICE_GPU_COUNTERS_H
 
+#include <sys/types.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -20,7 +22,7 @@ enum class GpuCounter : size_t {
     MEMORY_LOAD_PERCENT,  // uint2
     MEMORY_USED_BYTES,    // ulong1
     MEMORY_TOTAL_BYTES,   // ulong2
-    ENERGY_MILLIJOULES,   // ulong3, since the driver was loaded
+    ENERGY_MILLIJOULES,   // ulong3, since an arbitrary moment, such as the load of the driver
     GRAPHICS_CLOCK_MHZ,   // uint3
     SM_CLOCK_MHZ,         // uint4
     MEMORY_CLOCK_MHZ,     // uint5
@@ -40,14 +42,22 @@ constexpr std::array<const char*, 12> GPU_COUNTER_NAMES = {
 // Values beyond 32 bits are cut to the largest one where the field is no wider.
 void SetGpuCounter(GpuPerfInfo& sample, GpuCounter counter, uint64_t value);
 
-// Batch: one thread at a time; Interval: any.
+// One client's stream of samples.
+struct CounterStream {
+    uint64_t sent = 0;  // samples so far
+    pid_t process = 0;  // the client's; 0: not known
+};
+
+// Interval: any thread; the others: one thread at a time.
 class GpuCounterSource {
 public:
     virtual ~GpuCounterSource() = default;
     // Seconds between the batches of a client that asked for `milliseconds`; 0 or below: it leaves that to the service.
     virtual double Interval(int32_t milliseconds) const;
-    // What a stream that has had `sent` samples gets at `now` (seconds of service time); empty: nothing for now.
-    virtual std::vector<GpuPerfInfo> Batch(double now, uint64_t sent) = 0;
+    // What a stream gets at `now` (seconds of service time): one sample of each GPU. Empty: nothing for now.
+    virtual std::vector<GpuPerfInfo> Batch(double now, const CounterStream& stream) = 0;
+    // How many GPUs there are, asleep or not: their numbers are below it.
+    virtual int32_t Count() const { return 1; }
 };
 
 }  // namespace TAVO::Veltra

@@ -72,16 +72,18 @@ public:
         }
     }
 
+    // The numbers of GPUs may have gaps: one that cannot be opened has none.
+    int32_t Count() const override { return devices_.back().first + 1; }
     bool HasDevices() const { return !devices_.empty(); }
 
-    std::vector<GpuPerfInfo> Batch(double, uint64_t sent) override
+    std::vector<GpuPerfInfo> Batch(double, const CounterStream& stream) override
     {
         std::vector<GpuPerfInfo> batch;
         for (const auto& [number, device] : devices_) {
             GpuPerfInfo sample = Read(device);
             if (sample.uint10 != 0) {  // a GPU that has fallen off the bus tells nothing
                 sample.int1 = number;
-                sample.long2 = static_cast<int64_t>(sent + batch.size());
+                sample.long2 = static_cast<int64_t>(stream.sent + batch.size());
                 batch.push_back(sample);
             }
         }

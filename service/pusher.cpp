@@ -87,7 +87,7 @@ double Pusher::TickGpu(double now)
     double next = NEVER;
     for (Subscription subscription : subscriptions_.All(Subject::GPU_COUNTERS)) {
         if (now >= subscription.due) {
-            std::vector<GpuPerfInfo> batch = gpu_()->Batch(now, subscription.sent);
+            std::vector<GpuPerfInfo> batch = gpu_()->Batch(now, {subscription.sent, subscription.process});
             subscription.sent += batch.size();
             subscription.due = std::max(subscription.due + subscription.interval, now);
             subscriptions_.Advance(Subject::GPU_COUNTERS, subscription);

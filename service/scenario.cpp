@@ -132,8 +132,9 @@ double ScenarioCounters::Interval(int32_t milliseconds) const
     return stream_.intervalSeconds.value_or(GpuCounterSource::Interval(milliseconds));
 }
 
-std::vector<GpuPerfInfo> ScenarioCounters::Batch(double now, uint64_t sent)
+std::vector<GpuPerfInfo> ScenarioCounters::Batch(double now, const CounterStream& stream)
 {
+    uint64_t sent = stream.sent;
     uint64_t count = stream_.count;
     if (stream_.total) {
         count = std::min(count, *stream_.total - std::min(sent, *stream_.total));

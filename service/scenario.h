@@ -73,7 +73,7 @@ public:
     explicit ScenarioCounters(const Scenario::GpuStream& stream) : stream_(stream) {}
 
     double Interval(int32_t milliseconds) const override;
-    std::vector<GpuPerfInfo> Batch(double now, uint64_t sent) override;
+    std::vector<GpuPerfInfo> Batch(double now, const CounterStream& stream) override;
 
 private:
     const Scenario::GpuStream stream_;

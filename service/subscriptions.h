@@ -3,6 +3,8 @@
 #ifndef VELTRA_SERVICE_SUBSCRIPTIONS_H
 #define VELTRA_SERVICE_SUBSCRIPTIONS_H
 
+#include <sys/types.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -22,6 +24,7 @@ struct Subscription {
     double interval = 0;  // GPU_COUNTERS: seconds of service time between batches
     double due = 0;       // service time of the next push; what is past means now
     uint64_t sent = 0;    // GPU_COUNTERS: samples so far
+    pid_t process = 0;    // for what the service looks up about it
 };
 
 // Any thread. Holds nothing of a process that has ended: its death notice removes what it had. Sends nothing itself.

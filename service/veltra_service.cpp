@@ -11,6 +11,7 @@
 #include <tavo/calling_peer.h>
 
 #include "callback_proxies.h"
+#include "machine_counters.h"
 #include "machine_source.h"
 #include "nvml_counters.h"
 #include "service_log.h"
@@ -38,7 +39,9 @@ std::unique_ptr<GpuCounterSource> GpuOf(const ServiceSetup& setup)
     if (setup.scenario != nullptr) {
         return setup.scenario->Gpu() ? std::make_unique<ScenarioCounters>(*setup.scenario->Gpu()) : nullptr;
     }
-    return setup.rootDir == "/" ? OpenNvmlCounters() : nullptr;  // another root is another machine
+    // The maker's library tells about this machine only, which another root is not.
+    return JoinedCounters::Join(setup.rootDir == "/" ? OpenNvmlCounters() : nullptr,
+                                MachineCounters::Open(setup.rootDir));
 }
 
 }  // namespace
@@ -244,6 +247,7 @@ int32_t VeltraService::Subscribe(Subject subject, const sptr<IRemoteBroker>& cal
     subscription.client = GetCallingPeer().session;
     subscription.object = callback->AsObject();
     subscription.interval = interval;
+    subscription.process = GetCallingPeer().pid;
     // Counters come after the first interval: clients set their callback once the request has returned.
     subscription.due = clock_.Now() + interval;
     sptr<IRemoteObject> replaced;

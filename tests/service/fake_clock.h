@@ -17,8 +17,8 @@ public:
     {
         return [now = now_] { return *now; };
     }
-    void Advance(std::chrono::milliseconds time) { *now_ += time; }
-    void Set(std::chrono::milliseconds sinceStart) { *now_ = TimePoint(sinceStart); }
+    void Advance(std::chrono::milliseconds time) const { *now_ += time; }
+    void Set(std::chrono::milliseconds sinceStart) const { *now_ = TimePoint(sinceStart); }
 
 private:
     const std::shared_ptr<TimePoint> now_ = std::make_shared<TimePoint>();

@@ -144,7 +144,7 @@ TEST(Scenario, CountersSayWhichOfThemAreTold)
     EXPECT_EQ(counters.Interval(200), 0.2);
     EXPECT_EQ(counters.Interval(1), 0.05);
     EXPECT_EQ(counters.Interval(INT32_MAX), 60.0);
-    const std::vector<GpuPerfInfo> batch = counters.Batch(1.5, 10);
+    const std::vector<GpuPerfInfo> batch = counters.Batch(1.5, {10, 0});
     ASSERT_EQ(batch.size(), 2U);
     MessageParcel encoded;
     ASSERT_TRUE(batch[1].Marshalling(encoded));

@@ -174,10 +174,12 @@ TEST(VeltraService, FunctionStatusFollowsTheMachine)
         std::string root;
         const char* deviceState;
         const char* gpuState;
+        const char* gpuCounters;
     } rows[] = {
-        {RecordedRoot("desktop"), "supported", "supported"},
-        {RecordedRoot("virtual"), "supported", "unsupported"},
-        {"/nonexistent", "unsupported", "unsupported"},
+        {RecordedRoot("desktop"), "supported", "supported", "supported"},
+        {RecordedRoot("server"), "supported", "unsupported", "unsupported"},
+        {RecordedRoot("virtual"), "supported", "unsupported", "unsupported"},
+        {"/nonexistent", "unsupported", "unsupported", "unsupported"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.root);
@@ -189,7 +191,7 @@ TEST(VeltraService, FunctionStatusFollowsTheMachine)
         EXPECT_EQ(all["gpuState"], row.gpuState);
         EXPECT_EQ(all["gameState"], "supported");
         EXPECT_EQ(all["gameEvents"], "supported");
-        EXPECT_EQ(all["gpuCounters"], "unsupported");
+        EXPECT_EQ(all["gpuCounters"], row.gpuCounters);
         EXPECT_EQ(all["resourcePreDownload"], "unsupported");
         Texts some = {{"gameState", ""}, {"teleport", "x"}};
         EXPECT_EQ(service.GetSystemFunctionStatus(some), (Texts{{"gameState", "supported"}}));
