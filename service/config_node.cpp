@@ -50,26 +50,27 @@ std::string Shown(Number number)
 
 ConfigNode ConfigNode::Load(const std::string& file)
 {
-    const std::string text = ReadFile(file);
+    const auto document = std::make_shared<Document>();
+    document->text = ReadFile(file);
+    const std::string& text = document->text;
     if (!IsJsonSafeToParse(text)) {
         throw ConfigError(file + ": nested too deep");
     }
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
     builder["allowComments"] = true;
-    const auto root = std::make_shared<Json::Value>();
     std::string errors;
     bool isParsed = false;
     try {
         const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-        isParsed = reader->parse(text.data(), text.data() + text.size(), root.get(), &errors);
+        isParsed = reader->parse(text.data(), text.data() + text.size(), &document->root, &errors);
     } catch (const Json::Exception& error) {
         errors = error.what();
     }
     if (!isParsed) {
         throw ConfigError(file + ": " + OneLine(errors));
     }
-    return ConfigNode(root, root.get(), file + ": ");
+    return ConfigNode(document, &document->root, document->root.getOffsetStart(), file + ": ");
 }
 
 void ConfigNode::ExpectKeys(std::initializer_list<const char*> keys) const
@@ -86,9 +87,11 @@ ConfigNode ConfigNode::Member(const std::string& key) const
     if (!value_->isObject()) {
         Fail("is not an object");
     }
-    const bool isTop = value_ == root_.get();
-    ConfigNode node(root_, &(*value_)[key], place_ + (isTop ? "" : ".") + key);
-    if (!value_->isMember(key)) {
+    const bool isThere = value_->isMember(key);
+    const Json::Value& value = (*value_)[key];
+    const ptrdiff_t offset = isThere ? value.getOffsetStart() : offset_;
+    ConfigNode node(document_, &value, offset, place_ + (IsTop() ? "" : ".") + key);
+    if (!isThere) {
         node.Fail("is missing");
     }
     return node;
@@ -116,7 +119,8 @@ std::vector<ConfigNode> ConfigNode::Items(size_t most) const
     }
     std::vector<ConfigNode> items;
     for (Json::ArrayIndex i = 0; i < value_->size(); ++i) {
-        items.push_back(ConfigNode(root_, &(*value_)[i], place_ + "[" + std::to_string(i) + "]"));
+        const Json::Value& item = (*value_)[i];
+        items.push_back(ConfigNode(document_, &item, item.getOffsetStart(), place_ + "[" + std::to_string(i) + "]"));
     }
     return items;
 }
@@ -182,8 +186,9 @@ std::string ConfigNode::TextOr(const char* key, const std::string& other, size_t
 
 void ConfigNode::Fail(const std::string& why) const
 {
-    const bool isTop = value_ == root_.get();
-    throw ConfigError(isTop ? place_ + "the file " + why : place_ + ": " + why);
+    const auto end = document_->text.begin() + offset_;
+    const auto line = std::count(document_->text.begin(), end, '\n') + 1;
+    throw ConfigError((IsTop() ? place_ + "the file " : place_ + ": ") + why + " (line " + std::to_string(line) + ")");
 }
 
 }  // namespace TAVO::Veltra

@@ -16,7 +16,7 @@
 
 namespace TAVO::Veltra {
 
-// The text names file and place: "warm.json: curves.tempLevel: 9 is not from 0 to 5".
+// The text names file, place and line: "warm.json: curves.tempLevel: 9 is not from 0 to 5 (line 3)".
 class ConfigError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -51,13 +51,20 @@ public:
     [[noreturn]] void Fail(const std::string& why) const;
 
 private:
-    ConfigNode(std::shared_ptr<const Json::Value> root, const Json::Value* value, std::string place)
-        : root_(std::move(root)), value_(value), place_(std::move(place))
+    struct Document {
+        std::string text;
+        Json::Value root;
+    };
+
+    ConfigNode(std::shared_ptr<const Document> document, const Json::Value* value, ptrdiff_t offset, std::string place)
+        : document_(std::move(document)), value_(value), offset_(offset), place_(std::move(place))
     {
     }
+    bool IsTop() const { return value_ == &document_->root; }
 
-    std::shared_ptr<const Json::Value> root_;
+    std::shared_ptr<const Document> document_;
     const Json::Value* value_;
+    ptrdiff_t offset_;  // of the value in the text, or of what should contain it
     std::string place_;
 };
 

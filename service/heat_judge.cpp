@@ -137,6 +137,7 @@ HeatVerdict HeatJudge::Judge(std::vector<Sensor> sensors, const ThrottleReading&
         verdict.margin = MarginOf(*hottest);
         verdict.trend = tracks_[hottest->sensor.key].Trend();
         verdict.temperatureSource = hottest->sensor.source;
+        verdict.hottestKey = hottest->sensor.key;
     }
     verdict.isLevelFromThrottling = verdict.isThrottling && level < THROTTLING_LEVEL;
     if (verdict.isThrottling) {

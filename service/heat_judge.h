@@ -45,6 +45,7 @@ struct HeatVerdict {
     std::optional<int32_t> margin;       // whole degrees to its next trip point; beyond the last one 0 or below
     std::optional<int32_t> trend;
     std::string temperatureSource;
+    std::string hottestKey;  // the deciding sensor's Sensor::key
     std::vector<SensorVerdict> sensors;
 };
 

@@ -15,9 +15,11 @@
 #include <string>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include <tavo/system_ability_manager_client.h>
 
+#include "explain.h"
 #include "ipc/server_codes.h"
 #include "service_log.h"
 #include "service_options.h"
@@ -104,6 +106,11 @@ std::optional<ServiceSetup> SetUp(const ServiceOptions& options)
     setup.rootDir = options.rootDir;
     setup.speed = options.scenarioFile.empty() ? 1 : options.speed;
     try {
+        const std::vector<std::string> configFiles =
+            options.configFile.empty() ? DefaultConfigFiles(options.rootDir) : std::vector{options.configFile};
+        for (const std::string& file : configFiles) {
+            setup.config.Read(file);
+        }
         if (!options.scenarioFile.empty()) {
             setup.scenario = std::make_shared<Scenario>(Scenario::Load(options.scenarioFile, options.seed));
         }
@@ -136,6 +143,10 @@ int Serve(const ServiceOptions& options)
     std::optional<ServiceSetup> setup = SetUp(options);
     if (!setup) {
         return ServiceOptions::EXIT_REFUSED;
+    }
+    if (options.explains) {
+        std::fputs(ExplainMachine(setup->rootDir, setup->config).c_str(), stdout);
+        return ServiceOptions::EXIT_DONE;
     }
     const sptr<VeltraService> service(new VeltraService(std::move(*setup)));
     const std::optional<int32_t> status = Register(service->AsObject(), endSignals);

@@ -21,8 +21,10 @@ namespace TAVO::Veltra {
 // One thread at a time: the ticker's. Sends nothing itself, the pool does.
 class Pusher {
 public:
-    static constexpr double READ_PERIOD = 1;    // seconds between looks at the device while anybody is subscribed
-    static constexpr double EVENT_PERIOD = 10;  // seconds after which a subscriber is told though nothing changed
+    struct Periods {
+        double look = 1;     // seconds between looks at the device while anybody is subscribed
+        double repeat = 10;  // seconds after which a subscriber gets an event though nothing changed
+    };
     static constexpr char STATE_EVENT[] = "deviceState";  // the text of such an event
 
     // Called while somebody has subscribed to GPU counters only; null: there are none.
@@ -30,8 +32,13 @@ public:
 
     // All that is referred to outlives the pusher; `scenario` may be null.
     Pusher(const DeviceState& device, GpuCounters gpu, const Scenario* scenario, Subscriptions& subscriptions,
-           DeliveryPool& pool)
-        : device_(device), gpu_(std::move(gpu)), scenario_(scenario), subscriptions_(subscriptions), pool_(pool)
+           DeliveryPool& pool, const Periods& periods)
+        : device_(device),
+          gpu_(std::move(gpu)),
+          scenario_(scenario),
+          subscriptions_(subscriptions),
+          pool_(pool),
+          periods_(periods)
     {
     }
 
@@ -51,6 +58,7 @@ private:
     const Scenario* const scenario_;
     Subscriptions& subscriptions_;
     DeliveryPool& pool_;
+    const Periods periods_;
     GameCallbackEventInfo state_;      // as last read
     GameCallbackEventInfo announced_;  // as it was when a change was last reported to all subscribers
     double readAgain_ = 0;             // when to read it again

@@ -15,11 +15,16 @@ namespace TAVO::Veltra {
 namespace {
 
 constexpr char USAGE[] =
-    "usage: veltra_server [--runtime-dir DIR] [--root DIR] [--catalogue FILE]\n"
+    "usage: veltra_server [--runtime-dir DIR] [--root DIR] [--config FILE] [--catalogue FILE]\n"
     "                     [--scenario FILE [--speed N] [--seed N]]\n"
+    "       veltra_server --explain [--root DIR] [--config FILE]\n"
     "The game-support service. The ability manager starts it on demand; by hand it serves until SIGTERM or SIGINT.\n"
     "  --runtime-dir DIR  where the manager is found (default $TAVO_RUNTIME_DIR, else $XDG_RUNTIME_DIR/tavo)\n"
     "  --root DIR         read the machine's state from DIR/sys and DIR/proc (default /)\n"
+    "  --config FILE      sensors, thresholds and intervals (JSON), instead of the file installed with the program and "
+    "the\n"
+    "                     user's own $XDG_CONFIG_HOME/veltra/service.json\n"
+    "  --explain          print every sensor, why it counts or not, and how the level results; serve nothing\n"
     "  --catalogue FILE   the applications that are known (JSON); without it queries about them are refused\n"
     "  --scenario FILE    play a script (JSON) instead of reading the machine\n"
     "  --speed N          of the scenario, 0.01 to 100 (default 1)\n"
@@ -50,6 +55,8 @@ std::optional<ServiceOptions> ServiceOptions::Parse(int argc, char** argv, int& 
     static const option OPTIONS[] = {
         {"runtime-dir", required_argument, nullptr, 'd'},
         {"root", required_argument, nullptr, 'r'},
+        {"config", required_argument, nullptr, 'f'},
+        {"explain", no_argument, nullptr, 'x'},
         {"catalogue", required_argument, nullptr, 'c'},
         {"scenario", required_argument, nullptr, 's'},
         {"speed", required_argument, nullptr, 'p'},
@@ -67,6 +74,12 @@ std::optional<ServiceOptions> ServiceOptions::Parse(int argc, char** argv, int& 
                 break;
             case 'r':
                 options.rootDir = optarg;
+                break;
+            case 'f':
+                options.configFile = optarg;
+                break;
+            case 'x':
+                options.explains = true;
                 break;
             case 'c':
                 options.catalogueFile = optarg;
@@ -99,6 +112,9 @@ std::optional<ServiceOptions> ServiceOptions::Parse(int argc, char** argv, int& 
     }
     if (optind < argc) {
         return Refuse(exitCode, "unexpected argument", argv[optind]);
+    }
+    if (options.explains && !options.scenarioFile.empty()) {
+        return Refuse(exitCode, "a scenario is no machine to explain:", options.scenarioFile.c_str());
     }
     return options;
 }

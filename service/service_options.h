@@ -12,6 +12,8 @@ namespace TAVO::Veltra {
 struct ServiceOptions {
     std::string runtimeDir;     // empty: the platform's default
     std::string rootDir = "/";  // where sys/ and proc/ are looked for
+    std::string configFile;     // empty: those that apply by default
+    bool explains = false;      // prints what it makes of the machine instead of serving it
     std::string catalogueFile;  // empty: none
     std::string scenarioFile;   // empty: none
     double speed = 1;           // of the scenario

@@ -31,7 +31,11 @@ std::unique_ptr<DeviceSource> DeviceOf(const ServiceSetup& setup, const ServiceC
     if (setup.scenario != nullptr) {
         return std::make_unique<ScenarioSource>(setup.scenario, clock);
     }
-    return std::make_unique<MachineSource>(setup.rootDir);
+    MachineSettings settings;
+    settings.sensors = setup.config.sensors;
+    settings.heatInterval = setup.config.heatInterval;
+    settings.loadInterval = setup.config.loadInterval;
+    return std::make_unique<MachineSource>(setup.rootDir, settings);
 }
 
 std::unique_ptr<GpuCounterSource> GpuOf(const ServiceSetup& setup)
@@ -51,8 +55,8 @@ VeltraService::VeltraService(ServiceSetup setup)
       clock_(setup_.speed),
       deviceState_(DeviceOf(setup_, clock_)),
       subscriptions_(new Subscriptions()),
-      pusher_(
-          deviceState_, [this] { return GpuCounters(); }, setup_.scenario.get(), *subscriptions_, pool_),
+      pusher_(deviceState_, [this] { return GpuCounters(); }, setup_.scenario.get(), *subscriptions_, pool_,
+              {setup_.config.lookSeconds, setup_.config.repeatSeconds}),
       ticker_(clock_, [this](double now) { return Tick(now); })
 {
     if (setup_.scenario != nullptr) {

@@ -20,6 +20,7 @@
 #include "pusher.h"
 #include "scenario.h"
 #include "service_clock.h"
+#include "service_config.h"
 #include "subscriptions.h"
 #include "ticker.h"
 #include "veltra_server_stub.h"
@@ -32,6 +33,7 @@ struct ServiceSetup {
     std::shared_ptr<const Scenario> scenario;  // in place of the machine; may be null
     double speed = 1;                          // of the scenario
     std::optional<Catalogue> catalogue;
+    ServiceConfig config;
 };
 
 // Operations run on platform workers, several at once, and wait for nobody, but for the first that asks after GPU

@@ -223,7 +223,7 @@ TEST(Catalogue, MistakesAreNamedWithTheirPlace)
          "apps[0].resources[0].bytes: -1 is not from 0 to 9223372036854775807"},
     };
     for (const auto& [text, error] : rows) {
-        EXPECT_EQ(ErrorOf<Catalogue>(text), error);
+        EXPECT_EQ(ErrorOf<Catalogue>(text), std::string(error) + " (line 1)");
     }
 }
 
@@ -255,6 +255,8 @@ TEST(VeltraServerProgram, BadFilesAndOptionsAreUsageErrors)
         {"--scenario", bad},
         {"--scenario", root.Path() + "/missing.json"},
         {"--catalogue", bad},
+        {"--config", bad},
+        {"--explain", "--scenario", good},
         {"--scenario", good, "--speed", "0"},
         {"--scenario", good, "--speed", "nan"},
         {"--scenario", good, "--speed", "1x"},
