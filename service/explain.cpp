@@ -74,7 +74,7 @@ void AddThrottling(const ThrottleReading& throttling, std::string& text)
     }
     for (const CoolingDevice& device : throttling.devices) {
         const std::string state = device.state ? "state " + std::to_string(*device.state) : "state not known";
-        const char* meaning = !device.counts              ? "does not count: slows neither processor nor GPU"
+        const char* meaning = !device.counts                 ? "does not count: slows neither processor nor GPU"
                               : device.state.value_or(0) > 0 ? "active: the level is 3 at least"
                                                              : "not active";
         Append(text, "  %s: %s, %s\n", device.source.c_str(), state.c_str(), meaning);
@@ -96,7 +96,8 @@ void AddThrottling(const ThrottleReading& throttling, std::string& text)
 void AddLevel(const HeatVerdict& verdict, std::string& text)
 {
     if (!verdict.level) {
-        text += "tempLevel -1: unknown on this machine: no temperature sensor that counts, and no throttling reported\n";
+        text +=
+            "tempLevel -1: unknown on this machine: no temperature sensor that counts, and no throttling reported\n";
         return;
     }
     Append(text, "tempLevel %d: by %s%s", *verdict.level, verdict.levelSource.c_str(),

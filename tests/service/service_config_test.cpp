@@ -36,7 +36,8 @@ TEST(ServiceConfig, MistakesAreReportedWithTheirLine)
          "sensors.class.a: there is no class \"cpuu\" (line 4)"},
         {"{\"thresholds\": {\n\"skni\": {}}}", "thresholds.skni: there is no class \"skni\" (line 2)"},
         {"{\"thresholds\": {\n\"skin\": {\"hot\": 60}}}", "thresholds.skin: critical is below hot (line 2)"},
-        {"{\"intervals\": {\"heatMilliseconds\": 1}}", "intervals.heatMilliseconds: 1 is not from 50 to 60000 (line 1)"},
+        {"{\"intervals\": {\"heatMilliseconds\": 1}}",
+         "intervals.heatMilliseconds: 1 is not from 50 to 60000 (line 1)"},
         {"{\"sensors\":\n{\"prefer\": \"cpu\"}}", "sensors.prefer: is not a list (line 2)"},
         {"{\n\"sensors\": {},,\n}", "Line 2, Column "},
     };
@@ -101,8 +102,7 @@ TEST(ServiceConfig, TheUsersFileAppliesToThisMachineOnly)
     setenv("XDG_CONFIG_HOME", home.Path().c_str(), 1);
     EXPECT_EQ(Child::Start({"veltra_server", "--explain"}).WaitForExit(), "exit 2");
     Child other = Child::Start({"veltra_server", "--explain", "--root", VELTRA_TEST_ROOTS "/virtual"});
-    while (other.Pipe().Hear()) {
-    }
+    while (other.Pipe().Hear()) {}
     EXPECT_EQ(other.WaitForExit(), "exit 0");
 }
 
@@ -113,22 +113,26 @@ TEST(Explain, SaysWhyTheLevelIsWhatItIs)
         std::vector<std::string> lines;
     } rows[] = {
         {"laptop",
-         {"does not count: class disk does not decide the level", "does not count: has no trip points, and another sensor has",
+         {"does not count: class disk does not decide the level",
+          "does not count: has no trip points, and another sensor has",
           "tempLevel 2: by hwmon coretemp/temp1, 12 degrees below its next trip point"}},
         {"handheld", {"tempLevel 2: by hwmon k10temp/temp1"}},
         {"phone",
-         {"left out: 127 C: the input is not connected", "cooling_device1 thermal-devfreq-0: state 2, active: the level is 3 at least",
+         {"left out: 127 C: the input is not connected",
+          "cooling_device1 thermal-devfreq-0: state 2, active: the level is 3 at least",
           "tempLevel 3: by cooling_device1 thermal-devfreq-0, which reports throttling"}},
         {"server", {"tempLevel 0: by hwmon coretemp@hwmon2/temp1, 32 degrees below its next trip point"}},
-        {"desktop", {"does not count: has no trip points, and another sensor has",
-                     "tempLevel 0: by hwmon amdgpu@hwmon2/temp1, 41 degrees below its next trip point"}},
+        {"desktop",
+         {"does not count: has no trip points, and another sensor has",
+          "tempLevel 0: by hwmon amdgpu@hwmon2/temp1, 41 degrees below its next trip point"}},
         {"virtual",
          {"this machine has none",
           "tempLevel -1: unknown on this machine: no temperature sensor that counts, and no throttling reported"}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.machine);
-        Child child = Child::Start({"veltra_server", "--explain", "--root", std::string(VELTRA_TEST_ROOTS "/") + row.machine});
+        Child child =
+            Child::Start({"veltra_server", "--explain", "--root", std::string(VELTRA_TEST_ROOTS "/") + row.machine});
         std::string text;
         while (const std::optional<std::string> line = child.Pipe().Hear()) {
             text += *line + "\n";
