@@ -108,7 +108,9 @@ DeviceReading Scenario::At(double seconds, const WantedState& wanted) const
             reading.values[field->key] = {std::llround(curve.At(seconds)), "scenario " + name_};
         }
     }
-    reading.levelFrom = "scenario";
+    if (reading.HasLevel()) {
+        reading.levelFrom = "scenario";
+    }
     return reading;
 }
 
