@@ -66,25 +66,26 @@ DeviceReading HeatReading(const HeatVerdict& verdict)
 }  // namespace
 
 template <typename Reader>
-DeviceReading MachineSource::Fresh(Part& part, std::chrono::milliseconds interval, Reader read)
+DeviceReading MachineSource::Fresh(Part part, std::chrono::milliseconds interval, Reader read)
 {
     const TimePoint now = settings_.now();
     {
         MutexLock lock(mutex_);
         // A tenth earlier, so that a caller with the same interval does not miss every other reading.
-        if (part.readAt && now - *part.readAt < interval * 9 / 10) {
-            return part.reading;
+        const LastReading& last = parts_[part];
+        if (last.readAt && now - *last.readAt < interval * 9 / 10) {
+            return last.reading;
         }
     }
     DeviceReading reading = read(now);
     MutexLock lock(mutex_);
-    part = {now, reading};
+    parts_[part] = {now, reading};
     return reading;
 }
 
 DeviceReading MachineSource::Read(const WantedState& wanted)
 {
-    DeviceReading heat = Fresh(heat_, settings_.heatInterval, [this](TimePoint now) { return ReadHeat(now); });
+    DeviceReading heat = Fresh(HEAT, settings_.heatInterval, [this](TimePoint now) { return ReadHeat(now); });
     DeviceReading reading;
     for (const auto& [key, value] : heat.values) {
         if (wanted.Includes(FindDeviceField(key)->type)) {
@@ -96,19 +97,19 @@ DeviceReading MachineSource::Read(const WantedState& wanted)
         reading.ignoredSensors = std::move(heat.ignoredSensors);
     }
     if (wanted.gpu) {
-        reading.Add(Fresh(gpu_, settings_.loadInterval, [this](TimePoint now) { return ReadGpu(now); }));
+        reading.Add(Fresh(GPU, settings_.loadInterval, [this](TimePoint now) { return ReadGpu(now); }));
         if (wanted.game > 0) {
             reading.Add(ReadGame(wanted.game));
         }
     }
     if (wanted.cpu) {
-        reading.Add(Fresh(cpu_, settings_.loadInterval, [this](TimePoint) { return ReadCpu(); }));
+        reading.Add(Fresh(CPU, settings_.loadInterval, [this](TimePoint) { return ReadCpu(); }));
     }
     if (wanted.memory) {
-        reading.Add(Fresh(memory_, settings_.loadInterval, [this](TimePoint) { return ReadMainMemory(); }));
+        reading.Add(Fresh(MEMORY, settings_.loadInterval, [this](TimePoint) { return ReadMainMemory(); }));
     }
     if (wanted.power) {
-        reading.Add(Fresh(power_, settings_.heatInterval, [this](TimePoint) { return ReadPower(); }));
+        reading.Add(Fresh(POWER, settings_.heatInterval, [this](TimePoint) { return ReadPower(); }));
     }
     return reading;
 }

@@ -3,7 +3,9 @@
 #ifndef VELTRA_SERVICE_MACHINE_SOURCE_H
 #define VELTRA_SERVICE_MACHINE_SOURCE_H
 
+#include <array>
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
@@ -42,14 +44,15 @@ public:
 
 private:
     using TimePoint = MachineSettings::TimePoint;
-    struct Part {
+    enum Part : size_t { HEAT, GPU, CPU, MEMORY, POWER, PARTS };
+    struct LastReading {
         std::optional<TimePoint> readAt;
         DeviceReading reading;
     };
 
     // The part as it was read last if that is young enough, else what `read` returns. Two threads may read at once.
     template <typename Reader>
-    DeviceReading Fresh(Part& part, std::chrono::milliseconds interval, Reader read) TAVO_EXCLUDES(mutex_);
+    DeviceReading Fresh(Part part, std::chrono::milliseconds interval, Reader read) TAVO_EXCLUDES(mutex_);
     DeviceReading ReadHeat(TimePoint now);
     DeviceReading ReadGpu(TimePoint now);
     DeviceReading ReadGame(pid_t game);
@@ -66,11 +69,7 @@ private:
     DrmLoadTracker games_ TAVO_GUARDED_BY(mutex_);
     int32_t gpuLevel_ TAVO_GUARDED_BY(mutex_) = 0;
     int32_t bandwidthLevel_ TAVO_GUARDED_BY(mutex_) = 0;
-    Part heat_ TAVO_GUARDED_BY(mutex_);
-    Part gpu_ TAVO_GUARDED_BY(mutex_);
-    Part cpu_ TAVO_GUARDED_BY(mutex_);
-    Part memory_ TAVO_GUARDED_BY(mutex_);
-    Part power_ TAVO_GUARDED_BY(mutex_);
+    std::array<LastReading, PARTS> parts_ TAVO_GUARDED_BY(mutex_);
 };
 
 }  // namespace TAVO::Veltra

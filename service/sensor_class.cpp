@@ -87,10 +87,11 @@ constexpr NamePart WORDS[] = {
     {"shell", SensorClass::SKIN},    {"quiet", SensorClass::SKIN},     {"gpu", SensorClass::GPU},
     {"g3d", SensorClass::GPU},       {"gfx", SensorClass::GPU},        {"mali", SensorClass::GPU},
     {"cpu", SensorClass::CPU},       {"little", SensorClass::CPU},     {"big", SensorClass::CPU},
-    {"soc", SensorClass::SOC},       {"apu", SensorClass::SOC},        {"aoss", SensorClass::SOC},
-    {"tsens", SensorClass::SOC},     {"case", SensorClass::CASE},      {"chassis", SensorClass::CASE},
-    {"board", SensorClass::CASE},    {"ambient", SensorClass::CASE},   {"system", SensorClass::CASE},
-    {"systin", SensorClass::CASE},   {"chipset", SensorClass::CASE},   {"pch", SensorClass::CASE},
+    {"soc", SensorClass::SOC},       {"bcm2", SensorClass::SOC},       {"imx", SensorClass::SOC},
+    {"apu", SensorClass::SOC},       {"aoss", SensorClass::SOC},       {"tsens", SensorClass::SOC},
+    {"case", SensorClass::CASE},     {"chassis", SensorClass::CASE},   {"board", SensorClass::CASE},
+    {"ambient", SensorClass::CASE},  {"system", SensorClass::CASE},    {"systin", SensorClass::CASE},
+    {"chipset", SensorClass::CASE},  {"pch", SensorClass::CASE},
 };
 
 std::string Lower(std::string_view text)

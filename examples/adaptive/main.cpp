@@ -139,8 +139,8 @@ int main(int argc, char** argv)
     int fixedLate = 0;
     const auto start = std::chrono::steady_clock::now();
     for (int second = 1; second <= seconds; ++second) {
-        std::this_thread::sleep_until(
-            start + std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double>(second / speed)));
+        std::this_thread::sleep_until(start + std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                                  std::chrono::duration<double>(second / speed)));
         GameCallbackEventInfo state;
         {
             const std::lock_guard lock(shared->mutex);

@@ -72,6 +72,13 @@ def check_loads_alone(installation):
     run([sys.executable, "-c", f"import ctypes; ctypes.CDLL({str(library)!r})"], env=installation.env)
 
 
+def check_configuration(installation):
+    """The service finds the configuration that is installed beside it, wherever that is."""
+    text = run([installation.prefix / "bin/veltra_server", "--explain"], timeout=WAIT_S, stdout=subprocess.PIPE).stdout
+    expected = str(installation.prefix / "share/veltra/service.json")
+    require(expected in text.split("temperature sensors")[0], f"the configuration is not {expected}: {text}")
+
+
 def build_project(installation, cmake, compiler, name, where):
     """A CMake project that finds its package; returns the folder of its programs."""
     folder = installation.prefix.parent / f"build_{name}"
@@ -147,6 +154,7 @@ def main():
         check_files(installation, source, build)
         check_headers(installation, compiler)
         check_loads_alone(installation)
+        check_configuration(installation)
         # One finds its package by the prefix, the other by its own folder only and has to find the platform beside it.
         platform = build_project(installation, cmake, compiler, "platform_consumer", f"-DCMAKE_PREFIX_PATH={prefix}")
         game = build_project(installation, cmake, compiler, "consumer",

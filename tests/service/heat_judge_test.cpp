@@ -69,6 +69,7 @@ TEST(SensorClass, FollowsDriverZoneAndLabel)
         {"gpuss-0-usr", nullptr, SensorClass::GPU},
         {"G3D", nullptr, SensorClass::GPU},
         {"soc-thermal", nullptr, SensorClass::SOC},
+        {"bcm2835_thermal", nullptr, SensorClass::SOC},
         {"skin-therm-usr", nullptr, SensorClass::SKIN},
         {"TSKN", nullptr, SensorClass::SKIN},
         {"battery", nullptr, SensorClass::BATTERY},

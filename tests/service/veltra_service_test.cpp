@@ -2,6 +2,8 @@
 // What the service does with requests: it tells what it knows and says so where it does not serve.
 #include "veltra_service.h"
 
+#include <unistd.h>
+
 #include <memory>
 #include <set>
 #include <string>
@@ -128,6 +130,15 @@ TEST(VeltraService, AScenarioSpoilsRequestsAsItSays)
     EXPECT_EQ(Sent(*service, ServerCode::SYNC_APP_TYPE, {"", 0}).status, 78);
     EXPECT_EQ(Bytes(Sent(*service, ServerCode::QUERY_GAME_STATE, {}).reply), Bytes(Items{0, 2}));
     EXPECT_EQ(Bytes(Sent(*service, ServerCode::GET_DEVICE_INFO, {0}).reply), Bytes(Items{0, "no JSON"}));
+}
+
+TEST(VeltraService, TheStateHasTheCallersOwnUseOfTheGpu)
+{
+    const ScratchDir root;
+    root.Write("proc/" + std::to_string(getpid()) + "/fdinfo/5", "drm-driver:\txe\ndrm-total-vram0:\t8 KiB\n");
+    VeltraService service(MachineOf(root.Path()));
+    const std::string text = service.GetDeviceInfo({}).result;
+    EXPECT_NE(text.find("\"gameGpuMemoryBytes\":8192"), std::string::npos) << text;
 }
 
 TEST(VeltraService, BundleNamesAndThreadsHaveTheirBounds)

@@ -27,8 +27,8 @@ TEST_F(SystemFixture, TheAdaptiveGameLowersItsQualityInTimeAndRaisesItOnce)
         Row row;
         const size_t level = line->find("level");
         if (level != std::string::npos &&
-            std::sscanf(line->c_str() + level, "level %d quality %*s %d frame %*s %lf ms (fixed quality %lf", &row.level,
-                        &row.quality, &row.frame, &row.fixedFrame) == 4) {
+            std::sscanf(line->c_str() + level, "level %d quality %*s %d frame %*s %lf ms (fixed quality %lf",
+                        &row.level, &row.quality, &row.frame, &row.fixedFrame) == 4) {
             rows.push_back(row);
         }
     }
