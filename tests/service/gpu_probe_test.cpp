@@ -3,8 +3,9 @@
 #include "gpu_probe.h"
 
 #include <map>
+#include <sstream>
 #include <string>
-#include <utility>
+#include <type_traits>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -18,23 +19,42 @@
 namespace TAVO::Veltra {
 namespace {
 
-using Files = std::vector<std::pair<std::string, std::string>>;
 using std::chrono::milliseconds;
+using std::chrono::nanoseconds;
 using TimePoint = GpuIdleTracker::TimePoint;
 
-void WriteAll(const ScratchDir& root, const std::string& dir, const Files& files)
+// The parts of "a;b;c".
+std::vector<std::string> Split(const std::string& text, char separator = ';')
 {
-    for (const auto& [name, text] : files) {
-        root.Write(dir + name, text);
+    std::vector<std::string> parts;
+    std::istringstream stream(text);
+    for (std::string part; std::getline(stream, part, separator);) {
+        parts.push_back(part);
+    }
+    return parts;
+}
+
+// Files as "name=content;name=content".
+void WriteAll(const ScratchDir& root, const std::string& dir, const std::string& files)
+{
+    for (const std::string& file : Split(files)) {
+        const size_t sign = file.find('=');
+        root.Write(dir + file.substr(0, sign), file.substr(sign + 1) + "\n");
     }
 }
 
-int64_t ValueOf(const std::optional<Measured>& measured)
+template <typename Value>
+std::string Shown(const std::optional<Value>& value)
 {
-    return measured ? measured->value : -1;
+    if constexpr (std::is_same_v<Value, Measured>) {
+        return value ? std::to_string(value->value) : "-";
+    } else {
+        return value ? std::to_string(*value) : "-";
+    }
 }
 
-// The second reading comes one second after the first and finds the files of `later` changed.
+// The second reading comes one second after the first and finds the files of `later` changed. What is expected: load in
+// percent, then the frequency, its cap and its maximum in MHz.
 TEST(GpuProbe, EachDriverTellsLoadClockAndCap)
 {
     const std::string card = "sys/class/drm/card0/";
@@ -42,73 +62,24 @@ TEST(GpuProbe, EachDriverTellsLoadClockAndCap)
     const struct {
         const char* what;
         std::string dir;
-        Files first;
-        Files later;
-        int64_t load;
-        int64_t mhz;
-        int64_t cap;
-        int64_t max;
+        const char* first;
+        const char* later;
+        const char* expected;
     } rows[] = {
-        {"amdgpu",
-         card,
-         {{"device/gpu_busy_percent", "97\n"}, {"device/pp_dpm_sclk", "0: 500Mhz\n1: 2600Mhz *\n"}},
-         {},
-         97,
-         -1,
-         -1,
-         2600},
-        {"i915",
-         card,
-         {{"gt_act_freq_mhz", "650\n"},
-          {"gt_max_freq_mhz", "1300\n"},
-          {"gt_RP0_freq_mhz", "1450\n"},
-          {"gt/gt0/rc6_residency_ms", "5000\n"}},
-         {{"gt/gt0/rc6_residency_ms", "5250\n"}},
-         75,
-         650,
-         1300,
-         1450},
-        {"i915, awake all the time", card, {{"power/rc6_residency_ms", "7\n"}}, {}, 100, -1, -1, -1},
-        {"xe",
-         card,
-         {{"device/tile0/gt0/freq0/act_freq", "1800\n"},
-          {"device/tile0/gt0/freq0/max_freq", "2050\n"},
-          {"device/tile0/gt0/gtidle/idle_residency_ms", "100\n"}},
-         {{"device/tile0/gt0/gtidle/idle_residency_ms", "1100\n"}},
-         0,
-         1800,
-         2050,
-         -1},
-        {"restarted driver",
-         card,
-         {{"power/rc6_residency_ms", "7000\n"}},
-         {{"power/rc6_residency_ms", "1\n"}},
-         -1,
-         -1,
-         -1,
-         -1},
-        {"devfreq with load and clock",
-         arm,
-         {{"load", "91@800000000Hz\n"},
-          {"cur_freq", "800000000\n"},
-          {"max_freq", "850000000\n"},
-          {"available_frequencies", "200000000 800000000 950000000 \n"}},
-         {},
-         91,
-         800,
-         850,
-         950},
-        {"devfreq below the card", card, {{"device/devfreq/fb000000.gpu/load", "33@1Hz\n"}}, {}, 33, -1, -1, -1},
-        {"percent with a unit",
-         "sys/class/devfreq/3d00000.qcom,kgsl-3d0/",
-         {{"device/gpu_busy_percentage", "91 %\n"}},
-         {},
-         91,
-         -1,
-         -1,
-         -1},
-        {"no number", arm, {{"load", "busy\n"}, {"cur_freq", "1\n"}}, {}, -1, 0, -1, -1},
-        {"more than all", arm, {{"load", "101\n"}, {"cur_freq", "1\n"}}, {}, -1, 0, -1, -1},
+        {"amdgpu", card, "device/gpu_busy_percent=97;device/pp_dpm_sclk=0: 500Mhz\n1: 2600Mhz *", "", "97 - - 2600"},
+        {"i915", card, "gt_act_freq_mhz=650;gt_max_freq_mhz=1300;gt_RP0_freq_mhz=1450;gt/gt0/rc6_residency_ms=5000",
+         "gt/gt0/rc6_residency_ms=5250", "75 650 1300 1450"},
+        {"i915, awake all the time", card, "power/rc6_residency_ms=7", "", "100 - - -"},
+        {"xe", card + "device/tile0/gt0/", "freq0/act_freq=1800;freq0/max_freq=2050;gtidle/idle_residency_ms=100",
+         "gtidle/idle_residency_ms=1100", "0 1800 2050 -"},
+        {"restarted driver", card, "power/rc6_residency_ms=7000", "power/rc6_residency_ms=1", "- - - -"},
+        {"devfreq with load and clock", arm,
+         "load=91@800000000Hz;cur_freq=800000000;max_freq=850000000;available_frequencies=200000000 950000000 ", "",
+         "91 800 850 950"},
+        {"devfreq below the card", card, "device/devfreq/fb000000.gpu/load=33@1Hz", "", "33 - - -"},
+        {"percent with a unit", "sys/class/devfreq/kgsl-3d0/", "device/gpu_busy_percentage=91 %", "", "91 - - -"},
+        {"no number", arm, "load=busy;cur_freq=1", "", "- 0 - -"},
+        {"more than all", arm, "load=101;cur_freq=1", "", "- 0 - -"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
@@ -122,10 +93,9 @@ TEST(GpuProbe, EachDriverTellsLoadClockAndCap)
         gpus = ReadGpus(files);
         tracker.AddLoads(gpus, TimePoint() + milliseconds(1000));
         ASSERT_EQ(gpus.size(), 1U);
-        EXPECT_EQ(ValueOf(gpus[0].loadPercent), row.load);
-        EXPECT_EQ(ValueOf(gpus[0].frequencyMhz), row.mhz);
-        EXPECT_EQ(ValueOf(gpus[0].frequencyCapMhz), row.cap);
-        EXPECT_EQ(ValueOf(gpus[0].frequencyMaxMhz), row.max);
+        EXPECT_EQ(Shown(gpus[0].loadPercent) + " " + Shown(gpus[0].frequencyMhz) + " " +
+                      Shown(gpus[0].frequencyCapMhz) + " " + Shown(gpus[0].frequencyMaxMhz),
+                  row.expected);
     }
 }
 
@@ -140,59 +110,42 @@ TEST(GpuProbe, OtherDevicesAreNoGpus)
     EXPECT_TRUE(ReadGpus(RootFiles(root.Path())).empty()) << "a display, one that sleeps, a bus, a disk";
 }
 
-// What the descriptors of one process say now and a second later, and what that is in percent.
+// The descriptors of a process as "client|key:value|key:value;client|...", the keys without "drm-".
+void WriteDescriptors(const ScratchDir& root, const std::string& descriptors)
+{
+    int fd = 3;
+    for (const std::string& descriptor : Split(descriptors)) {
+        const std::vector<std::string> parts = Split(descriptor, '|');
+        std::string text = "pos:\t0\ndrm-driver:\txe\ndrm-client-id:\t" + parts[0] + "\n";
+        for (size_t i = 1; i < parts.size(); ++i) {
+            text += "drm-" + parts[i].substr(0, parts[i].find(':')) + ":\t" + parts[i].substr(parts[i].find(':') + 1) +
+                    "\n";
+        }
+        root.Write("proc/77/fdinfo/" + std::to_string(fd++), text);
+    }
+}
+
+// What the descriptors of one process are now and a microsecond later, and the percent and the bytes that follow.
 TEST(DrmUsage, IsTheBusiestEngineSinceTheReadingBefore)
 {
-    const std::string pdev = "drm-driver:\txe\ndrm-pdev:\t0000:03:00.0\ndrm-client-id:\t";
     const struct {
         const char* what;
-        Files first;
-        Files later;
-        std::optional<int64_t> percent;
-        std::optional<int64_t> memory;
+        const char* first;
+        const char* later;
+        const char* expected;
     } rows[] = {
-        {"time of two engines",
-         {{"3", pdev + "1\ndrm-engine-gfx:\t100 ns\ndrm-engine-copy:\t0 ns\n"}},
-         {{"3", pdev + "1\ndrm-engine-gfx:\t400000100 ns\ndrm-engine-copy:\t10 ns\n"}},
-         40,
-         {}},
-        {"the same client twice",
-         {{"3", pdev + "1\ndrm-engine-gfx:\t0 ns\n"}, {"4", pdev + "1\ndrm-engine-gfx:\t0 ns\n"}},
-         {{"3", pdev + "1\ndrm-engine-gfx:\t300000000 ns\n"}, {"4", pdev + "1\ndrm-engine-gfx:\t300000000 ns\n"}},
-         30,
-         {}},
-        {"two clients",
-         {{"3", pdev + "1\ndrm-engine-gfx:\t0 ns\n"}, {"4", pdev + "2\ndrm-engine-gfx:\t0 ns\n"}},
-         {{"3", pdev + "1\ndrm-engine-gfx:\t300000000 ns\n"}, {"4", pdev + "2\ndrm-engine-gfx:\t300000000 ns\n"}},
-         60,
-         {}},
-        {"two engines of a kind",
-         {{"3", pdev + "1\ndrm-engine-gfx:\t0 ns\ndrm-engine-capacity-gfx:\t2\n"}},
-         {{"3", pdev + "1\ndrm-engine-gfx:\t1000000000 ns\ndrm-engine-capacity-gfx:\t2\n"}},
-         50,
-         {}},
-        {"cycles of all cycles",
-         {{"3", pdev + "1\ndrm-cycles-rcs:\t10\ndrm-total-cycles-rcs:\t1000\n"}},
-         {{"3", pdev + "1\ndrm-cycles-rcs:\t260\ndrm-total-cycles-rcs:\t2000\n"}},
-         25,
-         {}},
-        {"cycles by the clock",
-         {{"3", "drm-driver:\tpanfrost\ndrm-cycles-fragment:\t0\ndrm-maxfreq-fragment:\t800 Hz\n"}},
-         {{"3", "drm-driver:\tpanfrost\ndrm-cycles-fragment:\t400\ndrm-maxfreq-fragment:\t800 Hz\n"}},
-         50,
-         {}},
-        {"closed meanwhile",
-         {{"3", pdev + "1\ndrm-engine-gfx:\t900 ns\n"}},
-         {{"3", pdev + "1\ndrm-engine-gfx:\t5 ns\n"}},
-         {},
-         {}},
-        {"memory",
-         {},
-         {{"3", pdev + "1\ndrm-total-vram0:\t8 KiB\ndrm-total-gtt:\t1 MiB\ndrm-memory-vram:\t4 KiB\n"}},
-         {},
-         1056768},
-        {"memory of older drivers", {}, {{"3", pdev + "1\ndrm-memory-vram:\t4 KiB\n"}}, {}, 4096},
-        {"no number", {}, {{"3", pdev + "1\ndrm-total-vram:\tlots\n"}}, {}, 0},
+        {"two engines", "1|engine-gfx:100 ns|engine-copy:0 ns", "1|engine-gfx:500 ns|engine-copy:10 ns", "40 -"},
+        {"one client twice", "1|engine-gfx:0 ns;1|engine-gfx:0 ns", "1|engine-gfx:300 ns;1|engine-gfx:300 ns", "30 -"},
+        {"two clients", "1|engine-gfx:0 ns;2|engine-gfx:0 ns", "1|engine-gfx:300 ns;2|engine-gfx:300 ns", "60 -"},
+        {"two engines of a kind", "1|engine-gfx:0 ns|engine-capacity-gfx:2",
+         "1|engine-gfx:1000 ns|engine-capacity-gfx:2", "50 -"},
+        {"cycles of all", "1|cycles-rcs:10|total-cycles-rcs:1000", "1|cycles-rcs:260|total-cycles-rcs:2000", "25 -"},
+        {"cycles by the clock", "1|cycles-rcs:0|maxfreq-rcs:800000000 Hz", "1|cycles-rcs:400|maxfreq-rcs:800000000 Hz",
+         "50 -"},
+        {"closed meanwhile", "1|engine-gfx:900 ns", "1|engine-gfx:5 ns", "- -"},
+        {"memory", "", "1|total-vram0:8 KiB|total-gtt:1 MiB|memory-vram:4 KiB", "- 1056768"},
+        {"memory of older drivers", "", "1|memory-vram:4 KiB", "- 4096"},
+        {"no number", "", "1|total-vram:lots", "- 0"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
@@ -200,13 +153,13 @@ TEST(DrmUsage, IsTheBusiestEngineSinceTheReadingBefore)
         const RootFiles files(root.Path());
         DrmLoadTracker tracker;
         root.Write("proc/77/fdinfo/2", "pos:\t0\n");
-        WriteAll(root, "proc/77/fdinfo/", row.first);
-        tracker.Update(77, ReadDrmUsage(files, 77), TimePoint() + milliseconds(1000));
-        WriteAll(root, "proc/77/fdinfo/", row.later);
-        const DrmLoadTracker::Uses uses = tracker.Update(77, ReadDrmUsage(files, 77), TimePoint() + milliseconds(2000));
+        WriteDescriptors(root, row.first);
+        tracker.Update(77, ReadDrmUsage(files, 77), TimePoint() + nanoseconds(1000));
+        WriteDescriptors(root, row.later);
+        const DrmLoadTracker::Uses uses = tracker.Update(77, ReadDrmUsage(files, 77), TimePoint() + nanoseconds(2000));
         ASSERT_EQ(uses.size(), 1U);
-        EXPECT_EQ(uses.begin()->second.loadPercent, row.percent);
-        EXPECT_EQ(uses.begin()->second.memoryBytes, row.memory);
+        const DrmLoadTracker::Use& use = uses.begin()->second;
+        EXPECT_EQ(Shown(use.loadPercent) + " " + Shown(use.memoryBytes), row.expected);
         EXPECT_TRUE(ReadDrmUsage(files, 78).empty());
     }
 }
@@ -228,55 +181,49 @@ std::string Metrics(size_t bytes, int format, int revision, const std::map<size_
     return file;
 }
 
+// Load, memory load, both clocks, degrees and milliwatts.
 TEST(AmdgpuMetrics, FieldsStandWhereTheRevisionSays)
 {
     const struct {
         const char* what;
         std::string file;
-        AmdgpuMetrics expected;
+        const char* expected;
     } rows[] = {
-        {"1.0",
-         Metrics(80, 1, 0, {{16, 61}, {28, 97}, {30, 40}, {34, 212}, {54, 2450}, {58, 1250}}),
-         {97, 40, 2450, 1250, 61, 212000}},
-        {"1.3",
-         Metrics(120, 1, 3, {{4, 61}, {16, 97}, {18, 40}, {22, 212}, {54, 2450}, {58, 1250}}),
-         {97, 40, 2450, 1250, 61, 212000}},
-        {"2.0",
-         Metrics(120, 2, 0, {{16, 7130}, {40, 9100}, {44, 14500}, {80, 1600}, {84, 800}}),
-         {91, {}, 1600, 800, 71, 14500}},
-        {"2.3",
-         Metrics(152, 2, 3, {{4, 7130}, {28, 91}, {40, 14500}, {76, 1600}, {80, 800}}),
-         {91, {}, 1600, 800, 71, 14500}},
-        {"3.0",
-         Metrics(264, 3, 0, {{4, 7130}, {42, 55}, {112, 14500}, {114, 0}, {174, 1600}, {186, 800}}),
-         {55, {}, 1600, 800, 71, 14500}},
-        {"not measured", Metrics(120, 1, 3, {}), {}},
-        {"of the future", Metrics(120, 1, 4, {{16, 97}}), {}},
-        {"other format", Metrics(120, 4, 0, {{16, 97}}), {}},
-        {"cut off", Metrics(120, 1, 3, {{16, 97}}).substr(0, 59), {}},
-        {"header only", "\4", {}},
+        {"1.0", Metrics(80, 1, 0, {{16, 61}, {28, 97}, {30, 40}, {34, 212}, {54, 2450}, {58, 1250}}),
+         "97 40 2450 1250 61 212000"},
+        {"1.3", Metrics(120, 1, 3, {{4, 61}, {16, 97}, {18, 40}, {22, 212}, {54, 2450}, {58, 1250}}),
+         "97 40 2450 1250 61 212000"},
+        {"2.0", Metrics(120, 2, 0, {{16, 7130}, {40, 9100}, {44, 14500}, {80, 1600}, {84, 800}}),
+         "91 - 1600 800 71 14500"},
+        {"2.3", Metrics(152, 2, 3, {{4, 7130}, {28, 91}, {40, 14500}, {76, 1600}, {80, 800}}),
+         "91 - 1600 800 71 14500"},
+        {"3.0", Metrics(264, 3, 0, {{4, 7130}, {42, 55}, {112, 14500}, {114, 0}, {174, 1600}, {186, 800}}),
+         "55 - 1600 800 71 14500"},
+        {"not measured", Metrics(120, 1, 3, {}), "- - - - - -"},
+        {"of the future", Metrics(120, 1, 4, {{16, 97}}), "- - - - - -"},
+        {"other format", Metrics(120, 4, 0, {{16, 97}}), "- - - - - -"},
+        {"cut off", Metrics(120, 1, 3, {{16, 97}}).substr(0, 59), "- - - - - -"},
+        {"header only", "\4", "- - - - - -"},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
         const AmdgpuMetrics metrics = ParseAmdgpuMetrics(row.file);
-        EXPECT_EQ(metrics.loadPercent, row.expected.loadPercent);
-        EXPECT_EQ(metrics.memoryLoadPercent, row.expected.memoryLoadPercent);
-        EXPECT_EQ(metrics.graphicsClockMhz, row.expected.graphicsClockMhz);
-        EXPECT_EQ(metrics.memoryClockMhz, row.expected.memoryClockMhz);
-        EXPECT_EQ(metrics.temperatureCelsius, row.expected.temperatureCelsius);
-        EXPECT_EQ(metrics.powerMilliwatts, row.expected.powerMilliwatts);
+        EXPECT_EQ(Shown(metrics.loadPercent) + " " + Shown(metrics.memoryLoadPercent) + " " +
+                      Shown(metrics.graphicsClockMhz) + " " + Shown(metrics.memoryClockMhz) + " " +
+                      Shown(metrics.temperatureCelsius) + " " + Shown(metrics.powerMilliwatts),
+                  row.expected)
+            << row.what;
     }
 }
 
-// The counters that a sample has, by the names that scenarios use.
-std::map<std::string, uint64_t> CountersOf(const GpuPerfInfo& sample)
+// The counters that a sample has, after the number of its GPU: "1: gpuLoadPercent=97 fanPercent=40".
+std::string CountersOf(const GpuPerfInfo& sample)
 {
     const uint64_t values[] = {sample.uint1, sample.uint2, sample.ulong1, sample.ulong2, sample.ulong3, sample.uint3,
                                sample.uint4, sample.uint5, sample.uint6,  sample.uint7,  sample.uint8,  sample.uint9};
-    std::map<std::string, uint64_t> counters;
+    std::string counters = std::to_string(sample.int1) + ":";
     for (size_t i = 0; i < GPU_COUNTER_NAMES.size(); ++i) {
         if (sample.uint10 & 1U << i) {
-            counters[GPU_COUNTER_NAMES[i]] = values[i];
+            counters += std::string(" ") + GPU_COUNTER_NAMES[i] + "=" + std::to_string(values[i]);
         }
     }
     return counters;
@@ -284,45 +231,31 @@ std::map<std::string, uint64_t> CountersOf(const GpuPerfInfo& sample)
 
 TEST(MachineCounters, RecordedMachinesGiveOneSampleOfEachGpu)
 {
-    using Counters = std::map<std::string, uint64_t>;
     const struct {
         const char* machine;
-        std::vector<Counters> samples;
+        std::vector<std::string> samples;
     } rows[] = {
         {"desktop",
-         {{{"gpuLoadPercent", 3}, {"memoryLoadPercent", 0}, {"temperatureCelsius", 41}},
-          {{"gpuLoadPercent", 97},
-           {"memoryLoadPercent", 41},
-           {"memoryUsedBytes", 9663676416},
-           {"memoryTotalBytes", 17163091968},
-           {"graphicsClockMhz", 2450},
-           {"memoryClockMhz", 1250},
-           {"temperatureCelsius", 59},
-           {"powerMilliwatts", 212000}}}},
+         {"0: gpuLoadPercent=3 memoryLoadPercent=0 temperatureCelsius=41",
+          "1: gpuLoadPercent=97 memoryLoadPercent=41 memoryUsedBytes=9663676416 memoryTotalBytes=17163091968 "
+          "graphicsClockMhz=2450 memoryClockMhz=1250 temperatureCelsius=59 powerMilliwatts=212000"}},
         {"laptop",
-         {{{"graphicsClockMhz", 650}},
-          {{"gpuLoadPercent", 37},
-           {"memoryLoadPercent", 12},
-           {"memoryUsedBytes", 1073741824},
-           {"memoryTotalBytes", 4294967296},
-           {"graphicsClockMhz", 1200},
-           {"memoryClockMhz", 875},
-           {"temperatureCelsius", 61},
-           {"powerMilliwatts", 35000},
-           {"fanPercent", 40}}}},
-        {"phone", {{{"gpuLoadPercent", 91}, {"graphicsClockMhz", 587}}}},
+         {"0: graphicsClockMhz=650",
+          "1: gpuLoadPercent=37 memoryLoadPercent=12 memoryUsedBytes=1073741824 memoryTotalBytes=4294967296 "
+          "graphicsClockMhz=1200 memoryClockMhz=875 temperatureCelsius=61 powerMilliwatts=35000 fanPercent=40"}},
+        {"phone", {"0: gpuLoadPercent=91 graphicsClockMhz=587"}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.machine);
         const auto counters = MachineCounters::Open(std::string(VELTRA_TEST_ROOTS "/") + row.machine);
         ASSERT_NE(counters, nullptr);
-        const std::vector<GpuPerfInfo> batch = counters->Batch(0, {7, 0});
-        ASSERT_EQ(batch.size(), row.samples.size());
-        for (size_t i = 0; i < batch.size(); ++i) {
-            EXPECT_EQ(CountersOf(batch[i]), row.samples[i]);
-            EXPECT_EQ(batch[i].int1, static_cast<int32_t>(i));
-            EXPECT_EQ(batch[i].long2, static_cast<int64_t>(7 + i));
+        int64_t number = 7;
+        std::vector<std::string> samples;
+        for (const GpuPerfInfo& sample : counters->Batch(0, {7, 0})) {
+            samples.push_back(CountersOf(sample));
+            EXPECT_EQ(sample.long2, number++);
         }
+        EXPECT_EQ(samples, row.samples);
     }
     EXPECT_EQ(MachineCounters::Open(VELTRA_TEST_ROOTS "/server"), nullptr) << "a display is no GPU";
 }
@@ -347,9 +280,7 @@ TEST(MachineCounters, TheSubscribersOwnUseStandsInWhereTheDriverTellsNoMore)
     clock.Advance(milliseconds(1000));
     const std::vector<GpuPerfInfo> batch = counters->Batch(1, {1, 77});
     ASSERT_EQ(batch.size(), 1U);
-    using Counters = std::map<std::string, uint64_t>;
-    EXPECT_EQ(CountersOf(batch[0]),
-              (Counters{{"gpuLoadPercent", 40}, {"memoryUsedBytes", 4096}, {"graphicsClockMhz", 800}}));
+    EXPECT_EQ(CountersOf(batch[0]), "0: gpuLoadPercent=40 memoryUsedBytes=4096 graphicsClockMhz=800");
 }
 
 TEST(JoinedCounters, NumbersGpusOn)

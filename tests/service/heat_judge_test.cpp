@@ -35,53 +35,32 @@ ThrottleReading Cooling(int64_t state)
     return {{{"cooling", true, state}}, {}, {}, false};
 }
 
+// "chip/label" of a hwmon input, or the type of a thermal zone.
 TEST(SensorClass, FollowsDriverZoneAndLabel)
 {
-    const struct {
-        const char* name;
-        const char* label;  // null: a thermal zone
-        SensorClass sensorClass;
-    } rows[] = {
-        {"coretemp", "Package id 0", SensorClass::CPU},
-        {"k10temp", "Tctl", SensorClass::CPU},
-        {"amdgpu", "junction", SensorClass::GPU},
-        {"amdgpu@hwmon3", "mem", SensorClass::MEMORY},
-        {"xe", "vram", SensorClass::MEMORY},
-        {"nct6798", "PECI Agent 0", SensorClass::CPU},
-        {"nct6798", "CPUTIN", SensorClass::UNKNOWN},
-        {"nct6798", "SYSTIN", SensorClass::CASE},
-        {"it8688", "", SensorClass::UNKNOWN},
-        {"thinkpad", "GPU", SensorClass::GPU},
-        {"thinkpad", "", SensorClass::UNKNOWN},
-        {"dell_smm", "SODIMM", SensorClass::MEMORY},
-        {"asusec", "VRM", SensorClass::UNKNOWN},
-        {"asusec", "CPU VRM", SensorClass::UNKNOWN},
-        {"nvme", "Composite", SensorClass::DISK},
-        {"drivetemp", "", SensorClass::DISK},
-        {"mlx5", "asic", SensorClass::NETWORK},
-        {"iwlwifi_1", "", SensorClass::WIRELESS},
-        {"BAT0", "", SensorClass::BATTERY},
-        {"steamdeck_hwmon", "Battery Temp", SensorClass::BATTERY},
-        {"spd5118", "", SensorClass::MEMORY},
-        {"x86_pkg_temp", nullptr, SensorClass::CPU},
-        {"cpu-0-0-usr", nullptr, SensorClass::CPU},
-        {"cpu_thermal", nullptr, SensorClass::CPU},
-        {"gpuss-0-usr", nullptr, SensorClass::GPU},
-        {"G3D", nullptr, SensorClass::GPU},
-        {"soc-thermal", nullptr, SensorClass::SOC},
-        {"bcm2835_thermal", nullptr, SensorClass::SOC},
-        {"skin-therm-usr", nullptr, SensorClass::SKIN},
-        {"TSKN", nullptr, SensorClass::SKIN},
-        {"battery", nullptr, SensorClass::BATTERY},
-        {"modem-tz", nullptr, SensorClass::WIRELESS},
-        {"ddr-usr", nullptr, SensorClass::MEMORY},
-        {"pm8350-tz", nullptr, SensorClass::UNKNOWN},
-        {"acpitz", nullptr, SensorClass::CASE},
-        {"iwlwifi_1", nullptr, SensorClass::WIRELESS},
+    const std::pair<SensorClass, std::vector<std::string>> rows[] = {
+        {SensorClass::CPU,
+         {"coretemp/Package id 0", "k10temp/Tctl", "nct6798/PECI Agent 0", "x86_pkg_temp", "cpu-0-0-usr",
+          "cpu_thermal"}},
+        {SensorClass::GPU, {"amdgpu/junction", "thinkpad/GPU", "gpuss-0-usr", "G3D"}},
+        {SensorClass::SOC, {"soc-thermal", "bcm2835_thermal"}},
+        {SensorClass::SKIN, {"skin-therm-usr", "TSKN"}},
+        {SensorClass::CASE, {"nct6798/SYSTIN", "acpitz"}},
+        {SensorClass::MEMORY, {"amdgpu@hwmon3/mem", "xe/vram", "dell_smm/SODIMM", "spd5118/", "ddr-usr"}},
+        {SensorClass::DISK, {"nvme/Composite", "drivetemp/"}},
+        {SensorClass::NETWORK, {"mlx5/asic"}},
+        {SensorClass::WIRELESS, {"iwlwifi_1/", "modem-tz", "iwlwifi_1"}},
+        {SensorClass::BATTERY, {"BAT0/", "steamdeck_hwmon/Battery Temp", "battery"}},
+        {SensorClass::UNKNOWN, {"nct6798/CPUTIN", "it8688/", "thinkpad/", "asusec/CPU VRM", "pm8350-tz"}},
     };
-    for (const auto& row : rows) {
-        const SensorClass found = row.label == nullptr ? ClassOfZone(row.name) : ClassOfInput(row.name, row.label);
-        EXPECT_STREQ(NameOf(found), NameOf(row.sensorClass)) << row.name;
+    for (const auto& [sensorClass, names] : rows) {
+        for (const std::string& name : names) {
+            const size_t slash = name.find('/');
+            const SensorClass found = slash == std::string::npos
+                                          ? ClassOfZone(name)
+                                          : ClassOfInput(name.substr(0, slash), name.substr(slash + 1));
+            EXPECT_STREQ(NameOf(found), NameOf(sensorClass)) << name;
+        }
     }
 }
 

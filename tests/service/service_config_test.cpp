@@ -83,12 +83,12 @@ TEST(ServiceConfig, ChangesWhichSensorDecidesAndHow)
 
 TEST(ServiceConfig, TheInstalledFileChangesNothing)
 {
+    const ServiceConfig builtIn;
     ServiceConfig config;
     config.Read(VELTRA_SHARE "/service.json");
-    const ServiceConfig builtIn;
-    EXPECT_TRUE(config.sensors.hasThresholds.none());
-    EXPECT_TRUE(config.sensors.preferred.empty() && config.sensors.excluded.empty() && config.sensors.names.empty() &&
-                config.sensors.classes.empty());
+    const SensorChoice& sensors = config.sensors;
+    EXPECT_TRUE(sensors.hasThresholds.none() && sensors.preferred.empty() && sensors.excluded.empty());
+    EXPECT_TRUE(sensors.names.empty() && sensors.classes.empty());
     EXPECT_EQ(config.heatInterval, builtIn.heatInterval);
     EXPECT_EQ(config.loadInterval, builtIn.loadInterval);
     EXPECT_EQ(config.lookSeconds, builtIn.lookSeconds);
