@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The load of the processors, which only two readings together tell.
+// The load of the processors, which takes two readings.
 #ifndef VELTRA_SERVICE_CPU_LOAD_H
 #define VELTRA_SERVICE_CPU_LOAD_H
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the kernel tells about its processors: time spent, clocks, and how long work waits for one.
+// What the kernel reports about its processors: time spent, clocks, and how long work waits for one.
 #ifndef VELTRA_SERVICE_CPU_PROBE_H
 #define VELTRA_SERVICE_CPU_PROBE_H
 

@@ -59,7 +59,7 @@ struct WantedState {
     }
 };
 
-// What is known at one moment. What the machine does not tell is not in it.
+// What is known at one moment. What the machine does not report is not in it.
 struct DeviceReading {
     static constexpr char UNKNOWN_LEVEL[] = "unknown";
 

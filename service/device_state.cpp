@@ -24,7 +24,7 @@ WantedState WantedBy(const std::vector<QueryDeviceStateDetail>& details, pid_t g
             asksFor(QueryType::MEMORY),  asksFor(QueryType::POWER), game};
 }
 
-// By the name of its key, since a level of 0 that is known cannot be told from one that is not in a client's record.
+// A client's record cannot express that a level is unknown: it is 0 there.
 void AddKnownLevels(const DeviceReading& reading, Json::Value& gpuInfo)
 {
     Json::Value known(Json::arrayValue);
@@ -84,7 +84,7 @@ DeviceInfoResult DeviceState::Describe(const std::vector<QueryDeviceStateDetail>
 {
     const WantedState wanted = WantedBy(details, game);
     const DeviceReading reading = source_->Read(wanted);
-    if (reading.IsEmpty() && !TellsAnything()) {
+    if (reading.IsEmpty() && !ReportsAnything()) {
         return {SERVICE_NO_SENSOR, {}};
     }
     return {0, Document(reading, wanted)};
@@ -103,12 +103,12 @@ GameCallbackEventInfo DeviceState::Event() const
     return info;
 }
 
-bool DeviceState::TellsAnything() const
+bool DeviceState::ReportsAnything() const
 {
     return !source_->Read({}).IsEmpty();
 }
 
-bool DeviceState::TellsGpu() const
+bool DeviceState::ReportsGpu() const
 {
     const DeviceReading reading = source_->Read({false, true, false, false, false, 0});
     return std::any_of(reading.values.begin(), reading.values.end(), [](const auto& value) {

@@ -18,16 +18,16 @@ class DeviceState {
 public:
     explicit DeviceState(std::unique_ptr<DeviceSource> source) : source_(std::move(source)) {}
 
-    // Code 0 and the document, or SERVICE_NO_SENSOR if the machine tells nothing at all. No details ask for everything;
+    // Code 0 and the document, or SERVICE_NO_SENSOR if the machine reports no value. No details ask for everything;
     // `game` is the process whose own use of the GPU is included, 0 for none. What is not known has no key, except
     // that "tempLevel" is -1 then; "sources" and "units" name the file or sensor and the unit of each value.
     DeviceInfoResult Describe(const std::vector<QueryDeviceStateDetail>& details, pid_t game = 0) const;
 
-    // What an event tells of the device. What is not known keeps the record's default; eventText stays empty.
+    // The device state as an event carries it. What is not known keeps the record's default; eventText stays empty.
     GameCallbackEventInfo Event() const;
 
-    bool TellsAnything() const;  // whether Describe would succeed now
-    bool TellsGpu() const;
+    bool ReportsAnything() const;  // whether Describe would succeed now
+    bool ReportsGpu() const;
 
 private:
     const std::unique_ptr<DeviceSource> source_;

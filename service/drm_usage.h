@@ -19,8 +19,8 @@ namespace TAVO::Veltra {
 struct DrmEngine {
     std::optional<uint64_t> busyNanoseconds;
     std::optional<uint64_t> busyCycles;
-    uint64_t allCycles = 0;        // that passed meanwhile; 0: not told
-    uint64_t cyclesPerSecond = 0;  // at most; 0: not told
+    uint64_t allCycles = 0;        // that passed meanwhile; 0: not reported
+    uint64_t cyclesPerSecond = 0;  // at most; 0: not reported
     uint64_t capacity = 1;         // engines of this kind
 };
 

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "heat_judge.h"
+#include "machine_counters.h"
 #include "machine_source.h"
 
 namespace TAVO::Veltra {
@@ -69,7 +70,7 @@ void AddSensor(const SensorVerdict& verdict, bool decides, std::string& text)
 void AddThrottling(const ThrottleReading& throttling, std::string& text)
 {
     text += "throttling\n";
-    if (throttling.devices.empty() && throttling.events.empty() && !throttling.tellsGpu) {
+    if (throttling.devices.empty() && throttling.events.empty() && !throttling.reportsGpu) {
         text += "  this machine has nothing that reports it\n";
     }
     for (const CoolingDevice& device : throttling.devices) {
@@ -87,7 +88,7 @@ void AddThrottling(const ThrottleReading& throttling, std::string& text)
         Append(text, "  cpu*/thermal_throttle: %lld events of %zu processors; a rise makes the level 3 at least\n",
                static_cast<long long>(sum), throttling.events.size());
     }
-    if (throttling.tellsGpu) {
+    if (throttling.reportsGpu) {
         Append(text, "  GPU driver: %s\n",
                throttling.gpuReason.empty() ? "no throttling by heat" : throttling.gpuReason.c_str());
     }
@@ -132,6 +133,28 @@ void AddValues(const DeviceReading& reading, std::string& text)
     text += "  all others are not known on this machine\n";
 }
 
+// The first sample of each GPU, and a second one after `pause`, from which more may be known.
+void AddCounters(const std::string& rootDir, std::chrono::milliseconds pause, std::string& text)
+{
+    text += "GPU counters\n";
+    const std::unique_ptr<GpuCounterSource> counters = OpenGpuCounters(rootDir);
+    if (counters == nullptr) {
+        text += "  this machine has no GPU that has any\n";
+        return;
+    }
+    counters->Batch(0, {});
+    std::this_thread::sleep_for(pause);
+    for (const GpuPerfInfo& sample : counters->Batch(0, {})) {
+        Append(text, "  GPU %d:", sample.int1);
+        for (size_t i = 0; i < GPU_COUNTER_NAMES.size(); ++i) {
+            if (const std::optional<uint64_t> value = GpuCounterOf(sample, static_cast<GpuCounter>(i))) {
+                Append(text, " %s=%llu", GPU_COUNTER_NAMES[i], static_cast<unsigned long long>(*value));
+            }
+        }
+        text += "\n";
+    }
+}
+
 }  // namespace
 
 std::string ExplainMachine(const std::string& rootDir, const ServiceConfig& config)
@@ -143,9 +166,8 @@ std::string ExplainMachine(const std::string& rootDir, const ServiceConfig& conf
     const RootFiles files(rootDir);
     source.Read({});
     judge.Judge(ReadSensors(files, config.sensors, SensorScope::EVERYTHING), ReadThrottling(files), Clock::now());
-    if (rootDir == "/") {
-        std::this_thread::sleep_for(BETWEEN_READINGS);
-    }
+    const std::chrono::milliseconds pause = rootDir == "/" ? BETWEEN_READINGS : std::chrono::milliseconds::zero();
+    std::this_thread::sleep_for(pause);
     const ThrottleReading throttling = ReadThrottling(files);
     const HeatVerdict verdict =
         judge.Judge(ReadSensors(files, config.sensors, SensorScope::EVERYTHING), throttling, Clock::now());
@@ -165,6 +187,7 @@ std::string ExplainMachine(const std::string& rootDir, const ServiceConfig& conf
     AddThrottling(throttling, text);
     AddLevel(verdict, text);
     AddValues(source.Read({}), text);
+    AddCounters(rootDir, pause, text);
     return text;
 }
 

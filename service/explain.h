@@ -9,7 +9,7 @@
 
 namespace TAVO::Veltra {
 
-// Takes a second for this machine ("/"): some values are known from the second reading on.
+// Takes two seconds for this machine ("/"): some values are known from the second reading on.
 std::string ExplainMachine(const std::string& rootDir, const ServiceConfig& config);
 
 }  // namespace TAVO::Veltra

@@ -61,6 +61,16 @@ void SetGpuCounter(GpuPerfInfo& sample, GpuCounter counter, uint64_t value)
     sample.uint10 |= 1U << static_cast<size_t>(counter);
 }
 
+std::optional<uint64_t> GpuCounterOf(const GpuPerfInfo& sample, GpuCounter counter)
+{
+    if ((sample.uint10 & 1U << static_cast<size_t>(counter)) == 0) {
+        return std::nullopt;
+    }
+    GpuPerfInfo copy = sample;  // the fields of a counter are named once, for writing
+    const uint64_t* wide = WideField(copy, counter);
+    return wide != nullptr ? *wide : NarrowField(copy, counter);
+}
+
 double GpuCounterSource::Interval(int32_t milliseconds) const
 {
     const int32_t asked = milliseconds > 0 ? milliseconds : DEFAULT_INTERVAL_MS;

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "veltra_records.h"
@@ -15,8 +16,8 @@
 namespace TAVO::Veltra {
 
 // A sample's int1 is the number of the GPU, long1 the time in nanoseconds, long2 the sample's number in its stream,
-// from 0. Each counter has a field of its own; bit n of uint10 is set where counter n was told, so that 0 is never made
-// up.
+// from 0. Each counter has a field of its own; bit n of uint10 is set where counter n was reported, so that 0 is
+// never made up.
 enum class GpuCounter : size_t {
     GPU_LOAD_PERCENT,     // uint1
     MEMORY_LOAD_PERCENT,  // uint2
@@ -41,6 +42,8 @@ constexpr std::array<const char*, 12> GPU_COUNTER_NAMES = {
 
 // Values beyond 32 bits are cut to the largest one where the field is no wider.
 void SetGpuCounter(GpuPerfInfo& sample, GpuCounter counter, uint64_t value);
+// Empty: the sample does not have it.
+std::optional<uint64_t> GpuCounterOf(const GpuPerfInfo& sample, GpuCounter counter);
 
 // One client's stream of samples.
 struct CounterStream {

@@ -138,7 +138,7 @@ void AddDevfreq(const Source& device, GpuReading& gpu)
     }
 }
 
-// What stands behind `key` in a line of the device's description: "PCI_SLOT_NAME=0000:03:00.0".
+// The value of `key` in the device's description, which has lines such as "PCI_SLOT_NAME=0000:03:00.0".
 std::string Described(const RootFiles& files, const std::string& device, const std::string& key)
 {
     const std::string text = '\n' + files.ReadText(device + "uevent").value_or("");

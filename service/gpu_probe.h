@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the graphics drivers tell about each GPU of the machine: load, clocks and their caps, memory, power.
+// What the graphics drivers report about each GPU of the machine: load, clocks and their caps, memory, power.
 #ifndef VELTRA_SERVICE_GPU_PROBE_H
 #define VELTRA_SERVICE_GPU_PROBE_H
 
@@ -33,7 +33,7 @@ struct GpuReading {
     std::optional<Measured> powerMilliwatts;
     std::optional<Measured> energyMillijoules;
     std::optional<Measured> fanPercent;
-    std::optional<Measured> idleMilliseconds;  // since it was started; drivers without a load tell this instead
+    std::optional<Measured> idleMilliseconds;  // since it was started; drivers without a load report this instead
 
     bool IsEmpty() const;
 };
@@ -41,15 +41,15 @@ struct GpuReading {
 // Graphics cards by their number, then GPUs that are devfreq devices only.
 std::vector<GpuReading> ReadGpus(const RootFiles& files);
 
-// The busiest; where none tells its load, the first that tells anything. Null when none does.
+// The busiest; where none reports its load, the first that reports anything. Null when none does.
 const GpuReading* Busiest(const std::vector<GpuReading>& gpus);
 
-// The load of GPUs that tell how long they were idle. One thread at a time.
+// The load of GPUs that report how long they were idle. One thread at a time.
 class GpuIdleTracker {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
 
-    // Fills in the load where the driver tells none, from the second call on.
+    // Fills in the load where the driver reports none, from the second call on.
     void AddLoads(std::vector<GpuReading>& gpus, TimePoint now);
 
 private:

@@ -72,7 +72,7 @@ std::string WhyExcluded(const SensorVerdict& verdict)
     return verdict.temperature ? "" : "implausible";
 }
 
-// Excludes those that take part and lack the property, if any that takes part has it.
+// If a sensor that takes part has the property, excludes those without it.
 template <typename Property>
 void KeepThose(std::vector<SensorVerdict>& verdicts, Property property, const char* why)
 {
@@ -179,7 +179,7 @@ void HeatJudge::UpdateThrottling(const ThrottleReading& throttling, TimePoint no
         }
     }
     throttleEvents_ = throttling.events;
-    verdict.tellsThrottling = throttling.TellsAnything();
+    verdict.reportsThrottling = throttling.ReportsAnything();
     verdict.levelSource = throttling.Active();
     if (verdict.levelSource.empty() && throttledAt_ && now - *throttledAt_ <= THROTTLING_LASTS) {
         verdict.levelSource = THROTTLE_COUNTERS;

@@ -40,7 +40,7 @@ struct HeatVerdict {
     std::string levelSource;       // the sensor, or what reports throttling
     bool isThrottling = false;     // the kernel reports it now, or did within the last THROTTLING_LASTS
     bool isLevelFromThrottling = false;
-    bool tellsThrottling = false;
+    bool reportsThrottling = false;
     std::optional<int64_t> temperature;  // of the deciding sensor, as are the next two
     std::optional<int32_t> margin;       // whole degrees to its next trip point; beyond the last one 0 or below
     std::optional<int32_t> trend;

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "nvml_counters.h"
+
 namespace TAVO::Veltra {
 
 namespace {
@@ -17,7 +19,7 @@ void Set(GpuPerfInfo& sample, GpuCounter counter, const std::optional<Measured>&
 
 void SetIfAbsent(GpuPerfInfo& sample, GpuCounter counter, const std::optional<int64_t>& value)
 {
-    if (value && (sample.uint10 & 1U << static_cast<size_t>(counter)) == 0) {
+    if (value && !GpuCounterOf(sample, counter)) {
         SetGpuCounter(sample, counter, static_cast<uint64_t>(*value));
     }
 }
@@ -84,6 +86,12 @@ int32_t MachineCounters::NumberOf(const std::string& gpu)
         numbers_.push_back(gpu);
     }
     return number;
+}
+
+std::unique_ptr<GpuCounterSource> OpenGpuCounters(const std::string& rootDir)
+{
+    // The maker's library reports about this machine only, which another root is not.
+    return JoinedCounters::Join(rootDir == "/" ? OpenNvmlCounters() : nullptr, MachineCounters::Open(rootDir));
 }
 
 std::unique_ptr<GpuCounterSource> JoinedCounters::Join(std::unique_ptr<GpuCounterSource> first,

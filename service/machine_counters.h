@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// GPU counters of the GPUs that a machine's own files tell about, whatever their maker.
+// GPU counters of the GPUs that a machine's own files report about, whatever their maker.
 #ifndef VELTRA_SERVICE_MACHINE_COUNTERS_H
 #define VELTRA_SERVICE_MACHINE_COUNTERS_H
 
@@ -16,7 +16,7 @@
 
 namespace TAVO::Veltra {
 
-// Where a driver does not tell the load or the used memory of the whole GPU, the sample has what the subscriber's own
+// Where a driver does not report the load or the used memory of the whole GPU, the sample has what the subscriber's own
 // process uses of it.
 class MachineCounters final : public GpuCounterSource {
 public:
@@ -41,6 +41,9 @@ private:
     DrmLoadTracker games_;
     std::vector<std::string> numbers_;  // names of GPUs by their number: a GPU keeps it while others sleep or vanish
 };
+
+// All GPUs of the machine, by their maker's library and by the machine's files. Null when there is none.
+std::unique_ptr<GpuCounterSource> OpenGpuCounters(const std::string& rootDir);
 
 // The GPUs of several sources, numbered on: those of the second follow the last one of the first.
 class JoinedCounters final : public GpuCounterSource {

@@ -51,7 +51,7 @@ DeviceReading HeatReading(const HeatVerdict& verdict)
     if (verdict.trend) {
         reading.values["thermalTrend"] = {*verdict.trend, verdict.temperatureSource};
     }
-    if (verdict.tellsThrottling) {
+    if (verdict.reportsThrottling) {
         const std::string source = verdict.isLevelFromThrottling ? verdict.levelSource : "cooling devices and counters";
         reading.values["throttling"] = {verdict.isThrottling ? 1 : 0, source};
     }

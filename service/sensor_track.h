@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The recent past of one temperature sensor: tells readings that cannot be true, and where the temperature goes.
+// The recent past of one temperature sensor, by which false readings and the trend of the temperature are recognised.
 #ifndef VELTRA_SERVICE_SENSOR_TRACK_H
 #define VELTRA_SERVICE_SENSOR_TRACK_H
 

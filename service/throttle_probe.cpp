@@ -49,7 +49,7 @@ void ReadGpuReasons(const RootFiles& files, ThrottleReading& reading)
              {"gt/gt0/throttle_reason_thermal", "gt/gt0/throttle_reason_prochot",
               "device/tile0/gt0/freq0/throttle/reason_thermal", "device/tile0/gt0/freq0/throttle/reason_prochot"}) {
             const std::optional<int64_t> reason = files.ReadNumber("sys/class/drm/" + card + file, 0, 1);
-            reading.tellsGpu = reading.tellsGpu || reason;
+            reading.reportsGpu = reading.reportsGpu || reason;
             if (reason == 1 && reading.gpuReason.empty()) {
                 reading.gpuReason = "drm " + card + file;
             }
@@ -66,9 +66,9 @@ std::string ThrottleReading::Active() const
     return active != devices.end() ? active->source : gpuReason;
 }
 
-bool ThrottleReading::TellsAnything() const
+bool ThrottleReading::ReportsAnything() const
 {
-    return !events.empty() || tellsGpu || std::any_of(devices.begin(), devices.end(), [](const auto& device) {
+    return !events.empty() || reportsGpu || std::any_of(devices.begin(), devices.end(), [](const auto& device) {
         return device.counts && device.state;
     });
 }

@@ -23,12 +23,12 @@ struct ThrottleReading {
     std::vector<CoolingDevice> devices;
     std::map<int, int64_t> events;  // by processor, since the machine started
     std::string gpuReason;          // a file by which a GPU driver reports that heat slows it down now; may be empty
-    bool tellsGpu = false;          // there is such a file
+    bool reportsGpu = false;        // there is such a file
 
     // The first device that is active, or the GPU's file; empty when the kernel reports nothing.
     std::string Active() const;
     // Whether the machine has any means to report throttling.
-    bool TellsAnything() const;
+    bool ReportsAnything() const;
 };
 
 ThrottleReading ReadThrottling(const RootFiles& files);

@@ -13,7 +13,6 @@
 #include "callback_proxies.h"
 #include "machine_counters.h"
 #include "machine_source.h"
-#include "nvml_counters.h"
 #include "service_log.h"
 #include "service_result.h"
 
@@ -43,9 +42,7 @@ std::unique_ptr<GpuCounterSource> GpuOf(const ServiceSetup& setup)
     if (setup.scenario != nullptr) {
         return setup.scenario->Gpu() ? std::make_unique<ScenarioCounters>(*setup.scenario->Gpu()) : nullptr;
     }
-    // The maker's library tells about this machine only, which another root is not.
-    return JoinedCounters::Join(setup.rootDir == "/" ? OpenNvmlCounters() : nullptr,
-                                MachineCounters::Open(setup.rootDir));
+    return OpenGpuCounters(setup.rootDir);
 }
 
 }  // namespace
@@ -157,8 +154,8 @@ int32_t VeltraService::QueryGameState(GameState& state)
 std::map<std::string, std::string> VeltraService::GetSystemFunctionStatus(std::map<std::string, std::string>& query)
 {
     std::map<std::string, std::string> all = {
-        {"deviceState", SupportedIf(deviceState_.TellsAnything())},
-        {"gpuState", SupportedIf(deviceState_.TellsGpu())},
+        {"deviceState", SupportedIf(deviceState_.ReportsAnything())},
+        {"gpuState", SupportedIf(deviceState_.ReportsGpu())},
         {"gameState", SupportedIf(true)},
         {"gameEvents", SupportedIf(true)},
         {"gpuCounters", SupportedIf(GpuCounters() != nullptr)},
@@ -231,7 +228,7 @@ int32_t VeltraService::GetAppPrioritys(std::vector<std::string>& bundleNames,
 
 void VeltraService::RegisterCallbackForGraphic(std::string, int32_t, const sptr<IGameGraphicCallback>&)
 {
-    // The stub tells the sender that nothing was kept.
+    // The stub reports to the sender that nothing was kept.
 }
 
 int32_t VeltraService::ReportState(int32_t state, const std::string& bundleName)

@@ -47,7 +47,7 @@ Json::Value Describe(DeviceState& state, std::vector<int32_t> queryTypes = {}, p
     return JsonUtils::StringToJson(info.result);
 }
 
-// What a game is told, without the parts that only name sources and units.
+// The answer that a game gets, without the parts that only name sources and units.
 TEST(DeviceState, RecordedMachinesGetAnswersOfTheirOwn)
 {
     const struct {
@@ -142,7 +142,7 @@ TEST(DeviceState, OnlyWhatIsAskedForIsAnswered)
     }
 }
 
-TEST(DeviceState, OnlyAMachineThatTellsNothingAtAllHasNoAnswer)
+TEST(DeviceState, OnlyAMachineThatReportsNothingAtAllHasNoAnswer)
 {
     const ScratchDir root;
     root.Write("proc/pressure/cpu", "some avg10=nan avg60=0.00\n");
@@ -151,8 +151,8 @@ TEST(DeviceState, OnlyAMachineThatTellsNothingAtAllHasNoAnswer)
     const DeviceInfoResult info = state.Describe({});
     EXPECT_EQ(info.retCode, SERVICE_NO_SENSOR);
     EXPECT_EQ(info.result, "");
-    EXPECT_FALSE(state.TellsAnything());
-    EXPECT_FALSE(state.TellsGpu());
+    EXPECT_FALSE(state.ReportsAnything());
+    EXPECT_FALSE(state.ReportsGpu());
     root.Write("proc/pressure/cpu", "some avg10=99.00 avg60=0.00\n");
     DeviceState loaded = StateOf(root.Path());
     EXPECT_EQ(Describe(loaded, {1})["tempLevel"], -1) << "asked for what is not known, though something is";

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Every maker's driver tells the load of its GPU in its own way, and a game's own part of it is told apart.
+// Every maker's driver reports the load of its GPU in its own way, and the part of it that one game causes.
 #include "gpu_probe.h"
 
 #include <map>
@@ -55,7 +55,7 @@ std::string Shown(const std::optional<Value>& value)
 
 // The second reading comes one second after the first and finds the files of `later` changed. What is expected: load in
 // percent, then the frequency, its cap and its maximum in MHz.
-TEST(GpuProbe, EachDriverTellsLoadClockAndCap)
+TEST(GpuProbe, EachDriverReportsLoadClockAndCap)
 {
     const std::string card = "sys/class/drm/card0/";
     const std::string arm = "sys/class/devfreq/fb000000.gpu/";
@@ -182,7 +182,7 @@ std::string Metrics(size_t bytes, int format, int revision, const std::map<size_
 }
 
 // Load, memory load, both clocks, degrees and milliwatts.
-TEST(AmdgpuMetrics, FieldsStandWhereTheRevisionSays)
+TEST(AmdgpuMetrics, OffsetsDependOnTheRevision)
 {
     const struct {
         const char* what;
@@ -218,12 +218,10 @@ TEST(AmdgpuMetrics, FieldsStandWhereTheRevisionSays)
 // The counters that a sample has, after the number of its GPU: "1: gpuLoadPercent=97 fanPercent=40".
 std::string CountersOf(const GpuPerfInfo& sample)
 {
-    const uint64_t values[] = {sample.uint1, sample.uint2, sample.ulong1, sample.ulong2, sample.ulong3, sample.uint3,
-                               sample.uint4, sample.uint5, sample.uint6,  sample.uint7,  sample.uint8,  sample.uint9};
     std::string counters = std::to_string(sample.int1) + ":";
     for (size_t i = 0; i < GPU_COUNTER_NAMES.size(); ++i) {
-        if (sample.uint10 & 1U << i) {
-            counters += std::string(" ") + GPU_COUNTER_NAMES[i] + "=" + std::to_string(values[i]);
+        if (const auto value = GpuCounterOf(sample, static_cast<GpuCounter>(i))) {
+            counters += std::string(" ") + GPU_COUNTER_NAMES[i] + "=" + std::to_string(*value);
         }
     }
     return counters;
@@ -260,8 +258,8 @@ TEST(MachineCounters, RecordedMachinesGiveOneSampleOfEachGpu)
     EXPECT_EQ(MachineCounters::Open(VELTRA_TEST_ROOTS "/server"), nullptr) << "a display is no GPU";
 }
 
-// A driver that tells only what each process uses: the sample has the subscriber's part.
-TEST(MachineCounters, TheSubscribersOwnUseStandsInWhereTheDriverTellsNoMore)
+// The driver reports only the use of each process.
+TEST(MachineCounters, SamplesHaveTheSubscribersUseIfTheDriverReportsNoMore)
 {
     const ScratchDir root;
     const FakeClock clock;
