@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Says in words what the service makes of a machine: every sensor, whether it counts and why, and how the level results.
+// Reports in words what the service makes of a machine: every sensor, why it counts or not, how the level results.
 #ifndef VELTRA_SERVICE_EXPLAIN_H
 #define VELTRA_SERVICE_EXPLAIN_H
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The decision in five steps. Each sensor's reading is checked against its own past. Sensors that measure something
 // else than what a game heats drop out, then all but the preferred ones if there are any, then those without limits of
-// their own if another sensor has them. Of the rest the one with the highest level decides, and the nearest to its limit
-// among equals. Throttling that the kernel reports lifts the level to 3. What results is made steady.
+// their own if another sensor has them. Of the rest the one with the highest level decides, among equals the nearest to
+// its limit. Throttling that the kernel reports lifts the level to 3. What results is made steady.
 #include "heat_judge.h"
 
 #include <algorithm>

@@ -49,7 +49,8 @@ private:
     const std::shared_ptr<Shared> shared_;
 };
 
-// What the game can afford: one step less for each level, and one more in advance if the limit is near and comes nearer.
+// What the game can afford: one step less for each level, and one more in advance if the limit is near and the
+// temperature rises.
 int Affordable(const GameCallbackEventInfo& state)
 {
     if (state.tempLevel < 0) {

@@ -2,11 +2,14 @@
 // Which sensor decides, which readings are believed, and that the level neither flaps nor misses throttling.
 #include "heat_judge.h"
 
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include "support/scratch_dir.h"
 
 namespace TAVO::Veltra {
 namespace {
@@ -62,6 +65,26 @@ TEST(SensorClass, FollowsDriverZoneAndLabel)
             EXPECT_STREQ(NameOf(found), NameOf(sensorClass)) << name;
         }
     }
+}
+
+TEST(ThermalProbe, ReadingWakesNeitherDisksNorSleepingGpus)
+{
+    const ScratchDir root;
+    for (const char* chip : {"amdgpu", "nvme", "coretemp"}) {
+        const std::string dir = std::string("sys/class/hwmon/hwmon") + std::to_string(chip[0]);
+        root.Write(dir + "/name", chip);
+        root.Write(dir + "/temp1_input", "50000");
+        root.Write(dir + "/device/power/runtime_status", chip[0] == 'a' ? "suspended" : "active");
+    }
+    const auto sources = [files = std::make_shared<RootFiles>(root.Path())](SensorScope scope) {
+        std::string read;
+        for (const Sensor& sensor : ReadSensors(*files, {}, scope)) {
+            read += sensor.current ? sensor.source + ";" : "";
+        }
+        return read;
+    };
+    EXPECT_EQ(sources(SensorScope::RELEVANT), "hwmon coretemp/temp1;");
+    EXPECT_EQ(sources(SensorScope::EVERYTHING), "hwmon coretemp/temp1;hwmon nvme/temp1;");
 }
 
 TEST(HeatJudge, DecidesByTheSensorsThatAGameHeatsAndThoseWithTripPointsFirst)
