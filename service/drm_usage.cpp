@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <set>
 #include <string_view>
 #include <utility>
@@ -118,7 +119,7 @@ std::optional<int64_t> LoadOf(const DrmUsage& before, const DrmUsage& now, doubl
             most = std::max(most.value_or(0), *share);
         }
     }
-    return most ? std::optional(static_cast<int64_t>(std::min(*most, 1.0) * 100 + 0.5)) : std::nullopt;
+    return most ? std::optional(static_cast<int64_t>(std::llround(std::min(*most, 1.0) * 100))) : std::nullopt;
 }
 
 }  // namespace
