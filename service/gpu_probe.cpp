@@ -229,9 +229,13 @@ std::vector<GpuReading> ReadGpus(const RootFiles& files)
     return gpus;
 }
 
-const GpuReading* Busiest(const std::vector<GpuReading>& gpus)
+const GpuReading* Busiest(const std::vector<GpuReading>& gpus, const std::string& before)
 {
-    const auto load = [](const GpuReading& gpu) { return gpu.loadPercent ? gpu.loadPercent->value : -1; };
+    // In halves of a percent, so that no two are equal where one of them is the one before.
+    const auto load = [&before](const GpuReading& gpu) {
+        const int64_t advantage = gpu.name == before ? 2 * BUSIER_BY - 1 : 0;
+        return gpu.loadPercent ? 2 * gpu.loadPercent->value + advantage : -1;
+    };
     const auto busiest = std::max_element(
         gpus.begin(), gpus.end(), [&load](const auto& left, const auto& right) { return load(left) < load(right); });
     return busiest == gpus.end() ? nullptr : &*busiest;

@@ -130,10 +130,11 @@ DeviceReading MachineSource::ReadGpu(TimePoint now)
     std::vector<GpuReading> gpus = ReadGpus(files_);
     MutexLock lock(mutex_);
     gpuIdle_.AddLoads(gpus, now);
-    const GpuReading* gpu = Busiest(gpus);
+    const GpuReading* gpu = Busiest(gpus, busiestGpu_);
     if (gpu == nullptr) {
         return {};
     }
+    busiestGpu_ = gpu->name;
     DeviceReading reading;
     AddLoadLevel(reading, "gpuLoadLevel", gpu->loadPercent, gpuLevel_);
     AddLoadLevel(reading, "bandwidthLoadLevel", gpu->memoryLoadPercent, bandwidthLevel_);

@@ -67,6 +67,7 @@ private:
     CpuLoad cpuLoad_ TAVO_GUARDED_BY(mutex_);
     GpuIdleTracker gpuIdle_ TAVO_GUARDED_BY(mutex_);
     DrmLoadTracker games_ TAVO_GUARDED_BY(mutex_);
+    std::string busiestGpu_ TAVO_GUARDED_BY(mutex_);  // the one that is described
     int32_t gpuLevel_ TAVO_GUARDED_BY(mutex_) = 0;
     int32_t bandwidthLevel_ TAVO_GUARDED_BY(mutex_) = 0;
     std::array<LastReading, PARTS> parts_ TAVO_GUARDED_BY(mutex_);

@@ -5,6 +5,7 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <type_traits>
 #include <vector>
 
@@ -108,6 +109,22 @@ TEST(GpuProbe, OtherDevicesAreNoGpus)
     root.Write("sys/class/devfreq/soc:qcom,gpubw/cur_freq", "1720000000\n");
     root.Write("sys/class/devfreq/1d84000.ufshc/cur_freq", "300000000\n");
     EXPECT_TRUE(ReadGpus(RootFiles(root.Path())).empty()) << "a display, one that sleeps, a bus, a disk";
+}
+
+TEST(GpuProbe, GpusWithAlmostTheSameLoadDoNotTakeTurns)
+{
+    std::vector<GpuReading> gpus(2);
+    gpus[0].name = "card0";
+    gpus[1].name = "card1";
+    std::string described;
+    const std::tuple<int, int, const char*> steps[] = {{5, 6, "card1"},  {6, 5, "card1"},  {14, 5, "card1"},
+                                                       {15, 5, "card0"}, {5, 14, "card0"}, {5, 15, "card1"}};
+    for (const auto& [first, second, expected] : steps) {
+        gpus[0].loadPercent = Measured{first, ""};
+        gpus[1].loadPercent = Measured{second, ""};
+        described = Busiest(gpus, described)->name;
+        EXPECT_EQ(described, expected) << first << " " << second;
+    }
 }
 
 // The descriptors of a process as "client|key:value|key:value;client|...", the keys without "drm-".
