@@ -1,0 +1,89 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The documents are true: their commands work as printed, their first program is the one that is built, and no link is
+broken.
+
+Commands are the fenced blocks marked `sh`. The blocks of one page are run in one shell, in the source folder. The only
+change is the installation prefix, which is replaced by a scratch folder. scripts/test is left out, since it runs this.
+
+Usage: commands_test.py SOURCE_DIR PAGE, or commands_test.py --texts SOURCE_DIR PAGE..., the pages whose commands are run
+"""
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+
+PREFIX = "/opt/veltra"
+LEFT_OUT = "scripts/test\n"
+# Runs after a command that stays in the background: as long as a person takes to type the next one.
+AWAIT_MANAGER = """
+for ((i = 0; i < 1000; i++)); do [[ -S "$TAVO_RUNTIME_DIR/manager" ]] && break; sleep 0.01; done
+"""
+# What the first program prints; the second line on a machine without sensors, as the front page says.
+PROGRAM_OUTPUT = re.compile(
+    r"^(temperature level \d+, GPU load level -?\d+|the device state is not known: 1010310103)$", re.M)
+FIRST_PROGRAMS = ("build/release/bin/veltra_minimal", "build/game")
+MARK = "^ first program"
+
+
+def require(condition, what):
+    if not condition:
+        raise AssertionError(what)
+
+
+def blocks(page, language):
+    return re.findall(rf"^```{language}\n(.*?)^```$", page.read_text(), re.M | re.S)
+
+
+def shell_lines(page, prefix):
+    for block in blocks(page, "sh"):
+        if block == LEFT_OUT:
+            continue
+        for line in block.replace(PREFIX, str(prefix)).splitlines():
+            if line in FIRST_PROGRAMS:
+                yield f"{line} || true\necho '{MARK}'"
+            else:
+                yield line + (AWAIT_MANAGER if line.endswith("&") else "")
+
+
+def check_commands(page, source):
+    with tempfile.TemporaryDirectory(prefix="docs-", dir=source / "build") as scratch:
+        commands = list(shell_lines(page, pathlib.Path(scratch, "installed")))
+        require(commands, f"{page} has no commands")
+        script = "\n".join(["trap 'kill $(jobs -p) 2>/dev/null || true; wait' EXIT", *commands])
+        done = subprocess.run(["bash", "-euo", "pipefail", "-c", script], cwd=source, text=True,
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    print(done.stdout)
+    require(done.returncode == 0, f"a command of {page} failed with {done.returncode}")
+    before_marks = done.stdout.split(MARK)[:-1]
+    require(before_marks, f"{page} does not run the first program")
+    for part in before_marks:
+        require(PROGRAM_OUTPUT.search(part), f"{page}: the first program printed something else")
+    for expected in blocks(page, "text"):
+        if not PROGRAM_OUTPUT.search(expected):
+            require(expected in done.stdout, f"{page} promises: {expected}")
+
+
+def check_texts(source, run):
+    pages = [source / "README.md", *sorted((source / "docs").glob("*.md"))]
+    for page in pages:
+        require(not blocks(page, "sh") or page in run, f"{page} has commands that no test runs")
+        for target in re.findall(r"\]\(([^)#:]+)(?:#[^)]*)?\)", page.read_text()):
+            require((page.parent / target).exists(), f"{page} links to {target}, which does not exist")
+    program = (source / "examples/minimal/main.cpp").read_text()
+    code = "".join(line for line in program.splitlines(True) if not line.startswith("//"))
+    require(blocks(source / "README.md", "cpp") == [code], "the first program of README.md is not examples/minimal")
+
+
+def main():
+    are_texts = sys.argv[1] == "--texts"
+    source, *names = sys.argv[2:] if are_texts else sys.argv[1:]
+    source = pathlib.Path(source)
+    pages = [source / name for name in names]
+    if are_texts:
+        check_texts(source, pages)
+    else:
+        check_commands(pages[0], source)
+
+
+main()
