@@ -13,15 +13,21 @@ namespace TAVO::Veltra {
 
 namespace {
 
+// Takes memory for what the file holds, not for what it may hold: this is part of the service's start.
 std::string ReadFile(const std::string& file)
 {
+    constexpr size_t PIECE_BYTES = 4096;
     std::ifstream stream(file, std::ios::binary);
-    std::string text(ConfigNode::MAX_FILE_BYTES + 1, '\0');
-    stream.read(text.data(), static_cast<std::streamsize>(text.size()));
-    if (stream.bad() || !stream.is_open() || (stream.gcount() == 0 && !stream.eof())) {
+    std::string text;
+    do {
+        const size_t before = text.size();
+        text.resize(before + PIECE_BYTES);
+        stream.read(text.data() + before, PIECE_BYTES);
+        text.resize(before + static_cast<size_t>(stream.gcount()));
+    } while (stream.good() && text.size() <= ConfigNode::MAX_FILE_BYTES);
+    if (stream.bad() || !stream.is_open() || (text.empty() && !stream.eof())) {
         throw ConfigError(file + ": cannot be read");
     }
-    text.resize(static_cast<size_t>(stream.gcount()));
     if (text.size() > ConfigNode::MAX_FILE_BYTES) {
         throw ConfigError(file + ": larger than 1 MiB");
     }
