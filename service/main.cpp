@@ -106,10 +106,14 @@ std::optional<ServiceSetup> SetUp(const ServiceOptions& options)
     setup.rootDir = options.rootDir;
     setup.speed = options.scenarioFile.empty() ? 1 : options.speed;
     try {
-        const std::vector<std::string> configFiles =
-            options.configFile.empty() ? DefaultConfigFiles(options.rootDir) : std::vector{options.configFile};
-        for (const std::string& file : configFiles) {
-            setup.config.Read(file);
+        if (!options.configFile.empty()) {
+            setup.config.Read(options.configFile);
+        } else if (options.explains) {
+            for (const std::string& file : DefaultConfigFiles(options.rootDir)) {
+                setup.config.Read(file);
+            }
+        } else {
+            setup.lateConfigFiles = DefaultConfigFiles(options.rootDir);
         }
         if (!options.scenarioFile.empty()) {
             setup.scenario = std::make_shared<Scenario>(Scenario::Load(options.scenarioFile, options.seed));

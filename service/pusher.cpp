@@ -33,7 +33,7 @@ double Pusher::Tick(double now)
         return std::min(nextEvent, TickGpu(now));
     } catch (const std::exception& error) {
         VELTRA_SERVICE_LOGI("nothing pushed: %s", error.what());
-        return now + periods_.look;
+        return now + periods_().look;
     }
 }
 
@@ -51,7 +51,7 @@ double Pusher::TickEvents(double now)
     if (isDue || now >= readAgain_ || !texts.empty()) {
         state_ = device_.Event();
         hasChanged = isListening_ && !IsSameState(announced_, state_);
-        readAgain_ = now + periods_.look;
+        readAgain_ = now + periods_().look;
     }
     if (hasChanged || !isListening_) {
         announced_ = state_;  // and not at every reading: a slow drift adds up until it is news
@@ -60,7 +60,7 @@ double Pusher::TickEvents(double now)
     double next = scenario_ != nullptr ? std::min(readAgain_, scenario_->NextEvent(now)) : readAgain_;
     for (Subscription subscription : subscriptions) {
         if (hasChanged || !texts.empty() || now >= subscription.due) {
-            subscription.due = now + periods_.repeat;
+            subscription.due = now + periods_().repeat;
             subscriptions_.Advance(Subject::EVENTS, subscription);
             PushEvents(subscription, texts);
         }

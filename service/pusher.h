@@ -30,15 +30,15 @@ public:
     // Called while somebody has subscribed to GPU counters only; null: there are none.
     using GpuCounters = std::function<GpuCounterSource*()>;
 
-    // All that is referred to outlives the pusher; `scenario` may be null.
+    // All that is referred to outlives the pusher; `scenario` may be null. `periods` is asked once somebody has subscribed.
     Pusher(const DeviceState& device, GpuCounters gpu, const Scenario* scenario, Subscriptions& subscriptions,
-           DeliveryPool& pool, const Periods& periods)
+           DeliveryPool& pool, std::function<Periods()> periods)
         : device_(device),
           gpu_(std::move(gpu)),
           scenario_(scenario),
           subscriptions_(subscriptions),
           pool_(pool),
-          periods_(periods)
+          periods_(std::move(periods))
     {
     }
 
@@ -58,7 +58,7 @@ private:
     const Scenario* const scenario_;
     Subscriptions& subscriptions_;
     DeliveryPool& pool_;
-    const Periods periods_;
+    const std::function<Periods()> periods_;
     GameCallbackEventInfo state_;      // as last read
     GameCallbackEventInfo announced_;  // as it was when a change was last reported to all subscribers
     double readAgain_ = 0;             // when to read it again

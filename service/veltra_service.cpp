@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <functional>
 #include <limits>
 #include <string_view>
 #include <utility>
@@ -11,6 +12,7 @@
 #include <tavo/calling_peer.h>
 
 #include "callback_proxies.h"
+#include "config_node.h"
 #include "machine_counters.h"
 #include "machine_source.h"
 #include "service_log.h"
@@ -25,16 +27,41 @@ const char* SupportedIf(bool isThere)
     return isThere ? "supported" : "unsupported";
 }
 
-std::unique_ptr<DeviceSource> DeviceOf(const ServiceSetup& setup, const ServiceClock& clock)
+// The machine, from the first reading on: its configuration is not read before.
+class LateMachine final : public DeviceSource {
+public:
+    LateMachine(std::string rootDir, std::function<const ServiceConfig&()> config)
+        : rootDir_(std::move(rootDir)), config_(std::move(config))
+    {
+    }
+
+    DeviceReading Read(const WantedState& wanted) override
+    {
+        std::call_once(isMade_, [this] {
+            const ServiceConfig& config = config_();
+            MachineSettings settings;
+            settings.sensors = config.sensors;
+            settings.heatInterval = config.heatInterval;
+            settings.loadInterval = config.loadInterval;
+            machine_ = std::make_unique<MachineSource>(rootDir_, settings);
+        });
+        return machine_->Read(wanted);
+    }
+
+private:
+    const std::string rootDir_;
+    const std::function<const ServiceConfig&()> config_;
+    std::once_flag isMade_;
+    std::unique_ptr<MachineSource> machine_;
+};
+
+std::unique_ptr<DeviceSource> DeviceOf(const ServiceSetup& setup, const ServiceClock& clock,
+                                       std::function<const ServiceConfig&()> config)
 {
     if (setup.scenario != nullptr) {
         return std::make_unique<ScenarioSource>(setup.scenario, clock);
     }
-    MachineSettings settings;
-    settings.sensors = setup.config.sensors;
-    settings.heatInterval = setup.config.heatInterval;
-    settings.loadInterval = setup.config.loadInterval;
-    return std::make_unique<MachineSource>(setup.rootDir, settings);
+    return std::make_unique<LateMachine>(setup.rootDir, std::move(config));
 }
 
 std::unique_ptr<GpuCounterSource> GpuOf(const ServiceSetup& setup)
@@ -50,15 +77,36 @@ std::unique_ptr<GpuCounterSource> GpuOf(const ServiceSetup& setup)
 VeltraService::VeltraService(ServiceSetup setup)
     : setup_(std::move(setup)),
       clock_(setup_.speed),
-      deviceState_(DeviceOf(setup_, clock_)),
+      deviceState_(DeviceOf(setup_, clock_, [this]() -> const ServiceConfig& { return Config(); })),
       subscriptions_(new Subscriptions()),
-      pusher_(deviceState_, [this] { return GpuCounters(); }, setup_.scenario.get(), *subscriptions_, pool_,
-              {setup_.config.lookSeconds, setup_.config.repeatSeconds}),
+      pusher_(
+          deviceState_, [this] { return GpuCounters(); }, setup_.scenario.get(), *subscriptions_, pool_,
+          [this] {
+              return Pusher::Periods{Config().lookSeconds, Config().repeatSeconds};
+          }),
       ticker_(clock_, [this](double now) { return Tick(now); })
 {
     if (setup_.scenario != nullptr) {
         ticker_.Wake();  // a scenario may end the process before anybody subscribes
     }
+}
+
+const ServiceConfig& VeltraService::Config()
+{
+    std::call_once(configRead_, [this] {
+        config_ = setup_.config;
+        for (const std::string& file : setup_.lateConfigFiles) {
+            try {
+                ServiceConfig changed = config_;
+                changed.Read(file);
+                config_ = std::move(changed);
+            } catch (const ConfigError& error) {
+                VELTRA_SERVICE_LOGE("%{public}s; the file is left out until it is corrected and the service restarted",
+                                    error.what());
+            }
+        }
+    });
+    return config_;
 }
 
 double VeltraService::Tick(double now)

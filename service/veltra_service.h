@@ -34,6 +34,9 @@ struct ServiceSetup {
     double speed = 1;                          // of the scenario
     std::optional<Catalogue> catalogue;
     ServiceConfig config;
+    // Read on top of `config` when it is first needed, since that takes time which a game's first call need not wait for.
+    // One with a mistake is reported in the log and left out: it must not cost every game the service.
+    std::vector<std::string> lateConfigFiles;
 };
 
 // Operations run on platform workers, several at once, and wait for nobody, but for the first that asks after GPU
@@ -84,9 +87,12 @@ private:
     int32_t Unsubscribe(Subject subject);
     int32_t Answer(const sptr<IRemoteBroker>& callback, DeliveryPool::Delivery delivery);
     GpuCounterSource* GpuCounters();
+    const ServiceConfig& Config();
     double Tick(double now);
 
     const ServiceSetup setup_;
+    std::once_flag configRead_;
+    ServiceConfig config_;  // set once, by Config
     const ServiceClock clock_;
     const DeviceState deviceState_;
     GameTable games_;

@@ -53,7 +53,8 @@ protected:
             gpu_ = std::make_unique<ScenarioCounters>(*scenario_->Gpu());
         }
         pusher_ = std::make_unique<Pusher>(
-            device_, [this] { return gpu_.get(); }, scenario_.get(), *subscriptions_, pool_, Pusher::Periods());
+            device_, [this] { return gpu_.get(); }, scenario_.get(), *subscriptions_, pool_,
+            [] { return Pusher::Periods(); });
     }
     void Subscribe(Subject subject, uint64_t client, const PushReceiver& receiver, double interval = 0, double due = 0)
     {
@@ -77,7 +78,7 @@ protected:
     std::unique_ptr<Scenario> scenario_;
     std::unique_ptr<GpuCounterSource> gpu_;
     std::unique_ptr<Pusher> pusher_ = std::make_unique<Pusher>(
-        device_, [this] { return gpu_.get(); }, nullptr, *subscriptions_, pool_, Pusher::Periods());
+        device_, [this] { return gpu_.get(); }, nullptr, *subscriptions_, pool_, [] { return Pusher::Periods(); });
 };
 
 TEST_F(PusherTest, ANewSubscriberIsToldAtOnceThenWhatChangesAndByTheTimer)

@@ -15,6 +15,7 @@
 #include "service/push_receiver.h"
 #include "service/sent_request.h"
 #include "service_result.h"
+#include "support/log_capture.h"
 #include "support/process.h"
 #include "support/scratch_dir.h"
 
@@ -113,6 +114,23 @@ TEST(VeltraService, AClientThatCallsAgainIsPushedToAgain)
         Sent(*service, ServerCode::GET_APP_PRIORITYS, {0, answers.Object()});
         return answers.Count() >= 3;
     }));
+}
+
+// A slip in a user's configuration must not cost every game the service.
+TEST(VeltraService, AConfigurationFileWithAMistakeIsReportedAndLeftOut)
+{
+    const ScratchDir root;
+    ServiceSetup setup = MachineOf(RecordedRoot("laptop"));
+    setup.lateConfigFiles = {root.Write("good.json", R"({"sensors": {"exclude": ["*"]}})"),
+                             root.Write("bad.json", "{\n\"sensor\": {}}")};
+    const sptr<VeltraService> service(new VeltraService(std::move(setup)));
+    const LogCapture log;
+    for (int query = 0; query < 2; ++query) {
+        Sent sent(*service, ServerCode::GET_DEVICE_INFO, {0});
+        EXPECT_EQ(sent.reply.ReadInt32(), 0);
+        EXPECT_NE(sent.reply.ReadString().find(R"("tempLevel":-1)"), std::string::npos) << "the other file counts";
+    }
+    EXPECT_EQ(log.Count("bad.json: sensor: there is no such key (line 2)"), 1);
 }
 
 TEST(VeltraService, AScenarioSpoilsRequestsAsItSays)
