@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A load starts the service once, however many ask, and every asker gets one answer.
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -267,24 +266,6 @@ TEST_F(ManagerLoad, AnImpostorIsRefusedAndLeavesThePlaceFree)
     EXPECT_EQ(std::vector<pid_t>{pid}, Started());
     EXPECT_EQ(impostor.Ask("add 4711"), Status(TAVO::ABILITY_TAKEN));
     EXPECT_EQ(PidIn(Check(ID)), pid);
-}
-
-// What a client remembers of its checks stays right only if it is notified of changes.
-TEST_F(ManagerLoad, NoticeOfAChangeThatCannotBeSentIsSentAgain)
-{
-    WriteAbility(ID, "serve", true);
-    Child manager = StartManager();
-    Child service = StartExternal();
-    const std::string object = "object " + std::to_string(service.Pid());
-    ASSERT_EQ(Check(ID), object);
-    rlimit before{};
-    ASSERT_EQ(::prlimit(manager.Pid(), RLIMIT_NOFILE, nullptr, &before), 0);
-    const rlimit none{3, before.rlim_max};
-    ASSERT_EQ(::prlimit(manager.Pid(), RLIMIT_NOFILE, &none, nullptr), 0);
-    EXPECT_EQ(service.Ask("remove " + std::to_string(ID)), "status 0");
-    EXPECT_EQ(Check(ID), object) << "there was a connection for notices already";
-    ASSERT_EQ(::prlimit(manager.Pid(), RLIMIT_NOFILE, &before, nullptr), 0);
-    EXPECT_TRUE(WaitFor([] { return Check(ID) == "null"; }));
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The manager may die, hang or be told to end: there is never a second service, and nothing waits for long.
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -162,25 +161,6 @@ TEST_F(ManagerRestart, AServiceWhoseManagerHangsAtItsReturnRegistersLater)
     EXPECT_EQ(Manager()->CheckAbility(ID), nullptr);
     manager.Continue();
     EXPECT_TRUE(WaitFor([pid] { return Check(ID) == "object " + std::to_string(pid); }));
-}
-
-// Its lock would otherwise keep every load waiting for good.
-TEST_F(ManagerRestart, AServiceThatCanStartNoThreadStillRegistersAgain)
-{
-    WriteAbility(ID, "serve", true);
-    Child manager = StartManager();
-    Child service = StartExternal();
-    EXPECT_EQ(PidIn(Check(ID)), service.Pid());  // so that it has a worker thread
-    // Less address space than the stack of a thread needs, and enough for all else.
-    size_t pages = 0;
-    std::ifstream("/proc/" + std::to_string(service.Pid()) + "/statm") >> pages;
-    ASSERT_GT(pages, 0u);
-    const rlim_t size = pages * static_cast<size_t>(::sysconf(_SC_PAGESIZE)) + 4 * 1024 * 1024;
-    const rlimit limit{size, size};
-    ASSERT_EQ(::prlimit(service.Pid(), RLIMIT_AS, &limit, nullptr), 0);
-    Crash(manager);
-    manager = StartManager();
-    EXPECT_TRUE(WaitFor([&service] { return Check(ID) == "object " + std::to_string(service.Pid()); }));
 }
 
 }  // namespace
