@@ -50,7 +50,8 @@ private:
 
 int main()
 {
-    Bench::RawPeer raw(1, {1, EncodedList()});
+    const std::vector<uint8_t> encoded = EncodedList();
+    Bench::RawPeer raw(1, {1, encoded});
     Bench::Platform platform(1, 0, Bench::Service::BENCH);
     TAVO::Veltra::VeltraClient client;
     Arrival arrival;
@@ -70,7 +71,7 @@ int main()
         [&] {
             const double start = Bench::Now();
             raw.Send();
-            const std::vector<GpuPerfInfo> list = Bench::ReadListByHand(raw.Receive());
+            const std::vector<GpuPerfInfo> list = Bench::ReadListByHand(raw.Receive(), encoded.size());
             return milliseconds(start, {list.size(), Bench::Now()});
         });
     if (isBroken) {

@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "tavo/large_pages.h"
 #include "tavo/read_vector_from_parcel.h"
 
 namespace Bench {
@@ -30,16 +31,29 @@ bool WriteFullList(TAVO::Parcel& parcel)
     return TAVO::WriteVectorToParcel(parcel, list);
 }
 
-std::vector<GpuPerfInfo> ReadListByHand(const uint8_t* from)
+std::vector<GpuPerfInfo> ReadListByHand(const uint8_t* from, size_t sizeBytes)
 {
     int32_t flag = 0;
     int32_t count = 0;
+    if (sizeBytes < sizeof(flag) + sizeof(count)) {
+        return {};
+    }
     Take(from, flag);
     Take(from, count);
+    const size_t elementBytes = sizeof(int32_t) + GpuPerfInfo::FIXED_PARCEL_BYTES;
+    if (flag != 1 || count < 0 || count > TAVO::MAX_LIST_ELEMENTS ||
+        static_cast<size_t>(count) > (sizeBytes - sizeof(flag) - sizeof(count)) / elementBytes) {
+        return {};
+    }
     std::vector<GpuPerfInfo> list;
+    list.reserve(static_cast<size_t>(count));
+    TAVO::UseLargePages(list.data(), list.capacity() * sizeof(GpuPerfInfo));
     for (int32_t i = 0; i < count; ++i) {
         int32_t marker = 0;
         Take(from, marker);
+        if (marker == 0) {
+            return {};
+        }
         GpuPerfInfo& info = list.emplace_back();
         Take(from, info.long1);
         Take(from, info.long2);

@@ -15,8 +15,9 @@ namespace Bench {
 // Writes TAVO::MAX_LIST_ELEMENTS samples as the wire has them; false without memory.
 bool WriteFullList(TAVO::Parcel& parcel);
 
-// Flag, count, then marker and sixteen fields an element, into a new vector; checks nothing.
-std::vector<TAVO::Veltra::GpuPerfInfo> ReadListByHand(const uint8_t* from);
+// Flag, count, then a marker and sixteen fields per element, into a new vector with room for all of them. Checks the
+// count and the size once, as one can by hand for a list of this record alone. Empty for a malformed list.
+std::vector<TAVO::Veltra::GpuPerfInfo> ReadListByHand(const uint8_t* from, size_t sizeBytes);
 
 }  // namespace Bench
 

@@ -103,14 +103,16 @@ class VELTRA_EXPORT GpuPerfInfo final : public TAVO::Parcelable {
 public:
     GpuPerfInfo();
 
-    static constexpr size_t MIN_PARCEL_BYTES = 84;  // of every sample; a list reader makes room for all at once
+    static constexpr size_t FIXED_PARCEL_BYTES = 84;  // what every sample takes in a parcel
 
     // Writes the sixteen fields in their order; false at the first write that fails.
     bool Marshalling(TAVO::Parcel& parcel) const override;
     // A new record that the caller owns, or null when a field is missing or memory lacks. Does not throw.
     static GpuPerfInfo* Unmarshalling(TAVO::Parcel& parcel);
-    // The same into this record; false when a field is missing, those before it are set then.
-    bool ReadFields(TAVO::Parcel& parcel)
+    // The same into this record, from a Parcel or from TAVO::CheckedItems; false when a field is missing, those before
+    // it are set then.
+    template <typename Items>
+    bool ReadFields(Items& parcel)
     {
         return parcel.ReadInt64(long1) && parcel.ReadInt64(long2) && parcel.ReadInt32(int1) &&
                parcel.ReadUint32(uint1) && parcel.ReadUint32(uint2) && parcel.ReadUint64(ulong1) &&

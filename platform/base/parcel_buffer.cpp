@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "tavo/large_pages.h"
+
 namespace TAVO::ParcelBuffer {
 
 namespace {
@@ -84,6 +86,7 @@ Block* Resize(Block* block, size_t capacity) noexcept
     auto* resized = static_cast<Block*>(std::realloc(block, sizeof(Block) + capacity));
     if (resized != nullptr) {
         resized->capacity = capacity;
+        UseLargePages(resized->Data(), capacity);
     }
     return resized;
 }

@@ -83,7 +83,7 @@ TEST(RecordEncoding, EveryItemInItsPlace)
 {
     ExpectEncoding(SampleResource(), RESOURCE_ITEMS);
     ExpectEncoding(SampleGpu(), GPU_ITEMS);
-    EXPECT_EQ(Bytes(GPU_ITEMS).size(), GpuPerfInfo::MIN_PARCEL_BYTES);
+    EXPECT_EQ(Bytes(GPU_ITEMS).size(), GpuPerfInfo::FIXED_PARCEL_BYTES);
     EXPECT_EQ(AppResourceInfo().int1, 1);  // the one default of the records that no other test would miss
     GameSceneBundle bundle;
     bundle.sceneId = -4;

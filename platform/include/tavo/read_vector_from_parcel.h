@@ -1,17 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 // Lists of records in a parcel: presence flag, count, then per element a marker and the record's encoding.
+//
+// A list is read in two steps. Elements of a known size that lie whole in the parcel need one bounds check for all of
+// them. The rest, and lists of other records, are read item by item. Both steps give the same result for any bytes.
 #ifndef TAVO_READ_VECTOR_FROM_PARCEL_H
 #define TAVO_READ_VECTOR_FROM_PARCEL_H
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
+#include "tavo/large_pages.h"
 #include "tavo/parcel.h"
 
 namespace TAVO {
@@ -28,23 +33,66 @@ template <typename T>
 struct ReadsInPlace<T, std::void_t<decltype(std::declval<T&>().ReadFields(std::declval<Parcel&>()))>> : std::true_type {
 };
 
-// A record may also name the fewest bytes that its encoding takes, as MIN_PARCEL_BYTES: the vector is then made as
-// large at once as the bytes that are there allow, instead of being copied while it grows.
-template <typename T, typename = void>
-struct FewestBytes : std::integral_constant<size_t, 0> {
-};
-template <typename T>
-struct FewestBytes<T, std::void_t<decltype(T::MIN_PARCEL_BYTES)>>
-    : std::integral_constant<size_t, T::MIN_PARCEL_BYTES> {
+// Reads scalars from bytes whose bounds the caller has checked. Same names as in Parcel, always true.
+class CheckedItems {
+public:
+    explicit CheckedItems(const uint8_t* from) : from_(from) {}
+
+    bool ReadInt32(int32_t& value) { return Read(value); }
+    bool ReadUint32(uint32_t& value) { return Read(value); }
+    bool ReadInt64(int64_t& value) { return Read(value); }
+    bool ReadUint64(uint64_t& value) { return Read(value); }
+
+private:
+    template <typename V>
+    bool Read(V& value)
+    {
+        std::memcpy(&value, from_, sizeof(V));
+        from_ += sizeof(V);
+        return true;
+    }
+
+    const uint8_t* from_;
 };
 
+// A record whose encoding always takes the same number of bytes may offer FIXED_PARCEL_BYTES and a
+// `ReadFields(CheckedItems&)`. The vector then also gets its final capacity at once, as far as the bytes that are
+// present fill it.
+template <typename T, typename = void>
+struct HasFixedSize : std::false_type {
+};
 template <typename T>
-void MakeRoom(const Parcel& parcel, int32_t count, std::vector<T>& out)
+struct HasFixedSize<
+    T, std::void_t<decltype(std::declval<T&>().ReadFields(std::declval<CheckedItems&>()), T::FIXED_PARCEL_BYTES)>>
+    : std::true_type {
+};
+
+// Reads the leading elements that are present whole, up to `count`, into the empty `out`. Stops in front of a zero
+// marker. Returns how many it has read.
+template <typename T>
+int32_t ReadWholeElements(Parcel& parcel, int32_t count, std::vector<T>& out)
 {
-    if constexpr (FewestBytes<T>::value > 0) {
-        const size_t fitting = parcel.GetReadableBytes() / (Parcel::SLOT + FewestBytes<T>::value);
-        out.reserve(std::min(fitting, static_cast<size_t>(std::max(count, 0))));
+    constexpr size_t ELEMENT_BYTES = Parcel::SLOT + T::FIXED_PARCEL_BYTES;
+    const size_t present = std::min(parcel.GetReadableBytes() / ELEMENT_BYTES, static_cast<size_t>(std::max(count, 0)));
+    if (present == 0) {
+        return 0;
     }
+    out.reserve(present);
+    UseLargePages(out.data(), present * sizeof(T));
+    const uint8_t* const start = parcel.GetData() + parcel.GetReadPosition();
+    const uint8_t* const end = start + present * ELEMENT_BYTES;
+    const uint8_t* from = start;
+    for (; from != end; from += ELEMENT_BYTES) {
+        int32_t marker = 0;
+        std::memcpy(&marker, from, sizeof(marker));
+        if (marker == 0) {
+            break;
+        }
+        CheckedItems items(from + Parcel::SLOT);
+        out.emplace_back().ReadFields(items);
+    }
+    parcel.SetReadPosition(parcel.GetReadPosition() + static_cast<size_t>(from - start));
+    return static_cast<int32_t>(out.size());
 }
 
 // Out of memory is a failure here, as it is for Unmarshalling.
@@ -94,8 +142,11 @@ try {
         return false;
     }
     out.clear();
-    MakeRoom(parcel, count, out);
-    for (int32_t i = 0; i < count; ++i) {
+    int32_t i = 0;
+    if constexpr (HasFixedSize<T>::value) {
+        i = ReadWholeElements(parcel, count, out);
+    }
+    for (; i < count; ++i) {
         if (parcel.ReadInt32() == 0 || !ReadElement(parcel, out)) {
             return false;
         }

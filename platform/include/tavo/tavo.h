@@ -15,6 +15,7 @@
 #include "tavo/iremote_stub.h"
 #include "tavo/isystem_ability_load_callback.h"
 #include "tavo/isystem_ability_manager.h"
+#include "tavo/large_pages.h"
 #include "tavo/message_option.h"
 #include "tavo/message_parcel.h"
 #include "tavo/mutex.h"

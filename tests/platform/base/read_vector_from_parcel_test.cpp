@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The list reader at its limits, for records that read in place and for those that come from the heap.
+// The list reader at its limits, for records from the heap, records that read in place and records of a fixed size.
 #include "tavo/read_vector_from_parcel.h"
 
 #include <gtest/gtest.h>
@@ -24,6 +24,17 @@ struct PlaceRecord : public HeapRecord {
     bool ReadFields(Parcel& parcel) { return parcel.ReadInt64(value); }
 };
 static_assert(ReadsInPlace<PlaceRecord>::value && !ReadsInPlace<HeapRecord>::value);
+
+struct FixedRecord : public HeapRecord {
+    using HeapRecord::HeapRecord;
+    static constexpr size_t FIXED_PARCEL_BYTES = 8;
+    template <typename Items>
+    bool ReadFields(Items& items)
+    {
+        return items.ReadInt64(value);
+    }
+};
+static_assert(HasFixedSize<FixedRecord>::value && !HasFixedSize<PlaceRecord>::value);
 
 template <typename T>
 class ListReader : public testing::Test {
@@ -53,7 +64,7 @@ protected:
     const std::vector<int64_t> untouched_{100, 200};
 };
 
-using Records = testing::Types<HeapRecord, PlaceRecord>;
+using Records = testing::Types<HeapRecord, PlaceRecord, FixedRecord>;
 TYPED_TEST_SUITE(ListReader, Records);
 
 TYPED_TEST(ListReader, OtherFlagsMeanThatNoListWasSent)

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+// A hint to the kernel for large blocks of memory.
+#ifndef TAVO_LARGE_PAGES_H
+#define TAVO_LARGE_PAGES_H
+
+#include <cstddef>
+
+#include "tavo/export.h"
+
+namespace TAVO {
+
+// Asks the kernel to back these bytes with huge pages. Call it before the first write: one page fault then serves 2 MiB
+// instead of 4 KiB, which is most of the time that filling a new block takes. Only an optimization: nothing happens for
+// blocks of less than some MiB, and a kernel without huge pages ignores it. Keeps errno.
+TAVO_EXPORT void UseLargePages(void* start, size_t sizeBytes) noexcept;
+
+}  // namespace TAVO
+
+#endif
