@@ -17,9 +17,19 @@ namespace {
 constexpr int CALLS = 4000;  // a round
 constexpr int ROUNDS = 25;
 
-double MicrosecondsPerCall(double start)
+// Makes a round of calls, each timed. Both sides read the clock as often, about 0.03 us a call.
+template <typename Call>
+double MicrosecondsPerCall(Call call, std::vector<double>& singles)
 {
-    return (Bench::Now() - start) / CALLS * 1e6;
+    const double start = Bench::Now();
+    double last = start;
+    for (int i = 0; i < CALLS; ++i) {
+        call();
+        const double now = Bench::Now();
+        singles.push_back((now - last) * 1e6);
+        last = now;
+    }
+    return (last - start) / CALLS * 1e6;
 }
 
 }  // namespace
@@ -40,21 +50,17 @@ int main(int argc, char** argv)
     const Bench::Row row =
         isOneCpu ? Bench::Row{"facade_call_one_cpu", "us", 1.5} : Bench::Row{"facade_call", "us", 1.25};
     bool isBroken = false;
+    std::vector<double> calls;
+    std::vector<double> rawCalls;
+    for (std::vector<double>* singles : {&calls, &rawCalls}) {
+        singles->reserve(CALLS * (ROUNDS + 1));
+    }
     Bench::MeasureAndPrint(
         row, ROUNDS,
         [&] {
-            const double start = Bench::Now();
-            for (int i = 0; i < CALLS; ++i) {
-                isBroken = client.CallAuth(text) == TAVO::Veltra::RESULT_NO_SERVICE || isBroken;
-            }
-            return MicrosecondsPerCall(start);
+            return MicrosecondsPerCall(
+                [&] { isBroken = client.CallAuth(text) == TAVO::Veltra::RESULT_NO_SERVICE || isBroken; }, calls);
         },
-        [&] {
-            const double start = Bench::Now();
-            for (int i = 0; i < CALLS; ++i) {
-                raw.Call();
-            }
-            return MicrosecondsPerCall(start);
-        });
+        [&] { return MicrosecondsPerCall([&] { raw.Call(); }, rawCalls); }, &calls);
     return isBroken ? 1 : 0;
 }
