@@ -11,7 +11,7 @@
 
 namespace Bench {
 
-// Sends events to the service of service.cpp. ReportGameEvent tells of a failure in the log alone, so a hook counts the
+// Sends events to the service. ReportGameEvent tells of a failure in the log alone, so a hook counts the
 // error lines. One object, one thread.
 class EventSender {
 public:
@@ -20,16 +20,17 @@ public:
     EventSender(const EventSender&) = delete;
     EventSender& operator=(const EventSender&) = delete;
 
-    // False: it was not taken.
-    bool Send()
+    // False: it was not accepted. `state` is the event's.
+    bool Send(int32_t state = 0)
     {
         const int before = failures_;
+        event_.int32Value = state;
         client_.ReportGameEvent(event_);
         return failures_ == before;
     }
-    // How many the service has received.
+    // How many the service of service.cpp has received.
     int Arrived() { return client_.CallAuth(""); }
-    // Returns once the service has received `count` events; ends the program when that takes too long.
+    // Returns once that service has received `count` events; ends the program when that takes too long.
     void AwaitArrived(int count);
 
 private:

@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -24,6 +25,7 @@ constexpr double START_SECONDS = 10;
 
 std::string g_dir;
 pid_t g_manager = 0;
+pid_t g_owner = 0;  // of both: a forked process leaves them alone
 
 // Runtime directories lie in memory everywhere else too: a disk takes many times as long to make a socket's name.
 bool MakeDir(const char* parent)
@@ -34,6 +36,9 @@ bool MakeDir(const char* parent)
 
 void End()
 {
+    if (::getpid() != g_owner) {
+        return;
+    }
     if (g_manager > 0) {
         ::kill(g_manager, SIGTERM);
         ::waitpid(g_manager, nullptr, 0);
@@ -55,13 +60,22 @@ void Pin(int processor)
     }
 }
 
-Platform::Platform(int managerProcessor, int ownProcessor, Service service)
+void MakeRuntimeDir()
 {
+    if (!g_dir.empty()) {
+        return;
+    }
     if (!MakeDir("/dev/shm") && !MakeDir(VELTRA_BIN_DIR "/..")) {
         GiveUp("cannot make a runtime directory in memory or in the build folder");
     }
+    g_owner = ::getpid();
     std::atexit(End);
     ::setenv("TAVO_RUNTIME_DIR", g_dir.c_str(), 1);
+}
+
+Platform::Platform(int managerProcessor, int ownProcessor, Service service)
+{
+    MakeRuntimeDir();
     Pin(managerProcessor);
     std::string program = VELTRA_BIN_DIR "/tavo_manager";
     std::string option = "--abilities";

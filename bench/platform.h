@@ -18,6 +18,10 @@ public:
     Platform& operator=(const Platform&) = delete;
 };
 
+// Makes the runtime directory and names it to this process and those that it forks from now on: those that use the
+// library on their own are forked before the platform is made.
+void MakeRuntimeDir();
+
 // Keeps the calling process on one processor.
 void Pin(int processor);
 

@@ -12,6 +12,7 @@
 #include "tavo/ipc_threads.h"
 #include "tavo/mutex.h"
 #include "tavo/system_ability_manager_client.h"
+#include "witness.h"
 
 namespace {
 
@@ -87,6 +88,7 @@ private:
 
 int main()
 {
+    Bench::ConnectWitness();
     const sptr<IRemoteObject> service(new BenchService);
     const auto manager = SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
     if (manager == nullptr || manager->AddAbility(VELTRA_SERVER_SA_ID, service) != ABILITY_OK) {
