@@ -10,14 +10,12 @@ namespace TAVO {
 namespace {
 
 constexpr uintptr_t PAGE_BYTES = 4096;
-// Blocks below this come from the C library's heap, whose other blocks the hint would affect as well.
-constexpr size_t MIN_BLOCK_BYTES = size_t{4} << 20;
 
 }  // namespace
 
 void UseLargePages(void* start, size_t sizeBytes) noexcept
 {
-    if (sizeBytes < MIN_BLOCK_BYTES) {
+    if (sizeBytes < LARGE_BLOCK_BYTES) {
         return;
     }
     const auto address = reinterpret_cast<uintptr_t>(start);

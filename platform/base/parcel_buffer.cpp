@@ -2,9 +2,11 @@
 #include "base/parcel_buffer.h"
 
 #include <pthread.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 #include "tavo/large_pages.h"
 
@@ -78,15 +80,56 @@ bool Arm() noexcept
     return KEY.isMade && pthread_setspecific(KEY.key, &t_cache) == 0;
 }
 
-Block* Resize(Block* block, size_t capacity) noexcept
+// The size of the whole block, for large ones in whole huge pages.
+size_t BlockBytes(size_t capacity) noexcept
 {
-    if (capacity > PTRDIFF_MAX - sizeof(Block)) {
+    const size_t bytes = sizeof(Block) + capacity;
+    return bytes < LARGE_BLOCK_BYTES ? bytes : (bytes + LARGE_PAGE_BYTES - 1) / LARGE_PAGE_BYTES * LARGE_PAGE_BYTES;
+}
+
+bool IsLarge(const Block* block) noexcept
+{
+    return block != nullptr && BlockBytes(block->capacity) >= LARGE_BLOCK_BYTES;
+}
+
+void Release(Block* block) noexcept
+{
+    if (IsLarge(block)) {
+        ::munmap(block, BlockBytes(block->capacity));
+    } else {
+        std::free(block);
+    }
+}
+
+// Deliberate: large blocks are mappings of our own. The C library takes blocks of up to 32 MiB from a heap once it has
+// seen one of them freed: growing then copies, and each page is a fault. A mapping of whole huge pages grows by moving
+// its page table entries.
+Block* ResizeLarge(Block* block, size_t bytes) noexcept
+{
+    const bool wasLarge = IsLarge(block);
+    void* const mapped = wasLarge ? ::mremap(block, BlockBytes(block->capacity), bytes, MREMAP_MAYMOVE)
+                                  : ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (mapped == MAP_FAILED) {
         return nullptr;
     }
-    auto* resized = static_cast<Block*>(std::realloc(block, sizeof(Block) + capacity));
+    UseLargePages(mapped, bytes);
+    if (block != nullptr && !wasLarge) {
+        std::memcpy(mapped, block, sizeof(Block) + block->capacity);
+        std::free(block);
+    }
+    return static_cast<Block*>(mapped);
+}
+
+Block* Resize(Block* block, size_t capacity) noexcept
+{
+    if (capacity > PTRDIFF_MAX - sizeof(Block) - LARGE_PAGE_BYTES) {
+        return nullptr;
+    }
+    const size_t bytes = BlockBytes(capacity);
+    auto* resized =
+        bytes < LARGE_BLOCK_BYTES ? static_cast<Block*>(std::realloc(block, bytes)) : ResizeLarge(block, bytes);
     if (resized != nullptr) {
-        resized->capacity = capacity;
-        UseLargePages(resized->Data(), capacity);
+        resized->capacity = bytes - sizeof(Block);
     }
     return resized;
 }
@@ -113,7 +156,7 @@ void Free(uint8_t* data) noexcept
     Block* block = Block::Of(data);
     t_cache.isArmed = t_cache.isArmed || Arm();
     if (!t_cache.isArmed || !t_cache.Keep(block)) {
-        std::free(block);
+        Release(block);
     }
 }
 
