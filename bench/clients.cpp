@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What 1,000 idle client processes cost: a call of one more client, the memory and descriptors of veltra_server while
-// they are connected, and the memory that it keeps when they have left. Two services run side by side, one with the
-// 1,000 clients and one without, so that the rounds of both alternate.
+// they are connected, also with a subscription each, and the memory that it keeps when they have left. Two services run
+// side by side, one with the 1,000 clients and one without, so that the rounds of both alternate.
 #include <sched.h>
 
 #include <memory>
@@ -23,7 +23,7 @@ constexpr int CALLS = 2000;  // a round
 constexpr int ROUNDS = 25;
 constexpr double LEAVE_SECONDS = 10;
 
-enum Side : int { ALONE, CROWDED };
+enum Side : int { ALONE, CROWDED, SUBSCRIBED };
 enum Command : char { START = 's', CALL = 'c', MEMORY = 'm', DESCRIPTORS = 'd', LEAVE = 'l' };
 
 void CallOnce()
@@ -34,14 +34,27 @@ void CallOnce()
     }
 }
 
+class Subscriber : public TAVO::Veltra::GameEventCallbackBase {
+public:
+    int32_t OnGameCallbackEvent(const TAVO::Veltra::GameCallbackEventInfo&) override { return 0; }
+};
+
+void Subscribe()
+{
+    TAVO::Veltra::VeltraClient client;
+    if (client.RegisterGameCallback(std::make_unique<Subscriber>(), 1) != 0) {
+        Bench::GiveUp("the service refuses a subscription");
+    }
+}
+
 // A service with a measured client, in a process of its own. The crowd is forked before that process uses the library.
 class MeasuredService {
 public:
-    explicit MeasuredService(int clients)
+    MeasuredService(int clients, void (*connect)())
     {
         Bench::MakeRuntimeDir();
         if (clients > 0) {
-            crowd_.emplace(clients, CallOnce);
+            crowd_.emplace(clients, connect);
         }
         platform_.emplace(1, 0);
         CallOnce();
@@ -94,10 +107,11 @@ private:
 int main()
 {
     std::unique_ptr<MeasuredService> service;  // of each helper
-    Bench::Helpers helpers(2, [&](int side, char command) -> double {
+    Bench::Helpers helpers(3, [&](int side, char command) -> double {
         switch (command) {
             case START:
-                service = std::make_unique<MeasuredService>(side == CROWDED ? CLIENTS : 0);
+                service = std::make_unique<MeasuredService>(side == ALONE ? 0 : CLIENTS,
+                                                            side == SUBSCRIBED ? Subscribe : CallOnce);
                 return 0;
             case CALL:
                 return service->MicrosecondsPerCall();
@@ -109,6 +123,9 @@ int main()
                 return service->MemoryKept();
         }
     });
+    helpers.Run(SUBSCRIBED, START);
+    Bench::Print({"idle_subscriber_bytes", "bytes", 16 * 1024}, {helpers.Run(SUBSCRIBED, MEMORY) / CLIENTS});
+    helpers.Run(SUBSCRIBED, LEAVE);
     helpers.Run(ALONE, START);
     helpers.Run(CROWDED, START);
     Bench::Print({"idle_client_bytes", "bytes", 16 * 1024}, {helpers.Run(CROWDED, MEMORY) / CLIENTS});
