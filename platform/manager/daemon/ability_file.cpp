@@ -161,7 +161,7 @@ public:
         } catch (const Fault& fault) {
             AbilityFile disabled;
             disabled.fault = "ability file " + path.string() + ": " + fault.what();
-            const std::string line = disabled.fault;
+            std::string line = disabled.fault;
             if (id != 0) {
                 Keep(id, path, std::move(disabled));
             }
