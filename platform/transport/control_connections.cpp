@@ -154,7 +154,7 @@ bool ControlThread::AddLink(std::unique_ptr<ControlLink> link)
             kept->WatchProcess();
         }
     } catch (const std::bad_alloc&) {
-        WarnLimited("out of memory", "a connection was given up");
+        WarnLimited("out of memory", "a connection was closed");
     }
     if (!isAdded) {
         links_.erase(session.get());
@@ -207,7 +207,7 @@ void ControlThread::OnAccepted(ConnectionFd fd)
 {
     const PeerIdentity identity = ReadPeerIdentity(fd.Get());
     if (!identity.known || identity.uid != ::geteuid()) {
-        WarnLimited("a connection of another user", "refused");
+        WarnLimited("a process of another user tried to connect", "refused: a runtime directory serves one user");
         return;
     }
     if (admission_ && !admission_(identity.pid, fd.Get(), 0)) {
@@ -281,7 +281,7 @@ HelloResult ControlThread::AcceptLane(ConnectionFd& fd, const Hello& hello, cons
         return mayFollow ? HelloResult::AWAITS_SESSION : HelloResult::SETTLED;
     }
     if (!IsSameProcess(session->Identity().pid, identity.pid)) {
-        WarnLimited("a lane names the session of another process", "refused");
+        WarnLimited("a process opened a lane in the name of another one", "the lane was refused");
         return HelloResult::SETTLED;
     }
     if (hello.kind == ConnectionKind::CALL_LANE && !session->HasRoomForCallLane()) {

@@ -117,7 +117,7 @@ bool ControlLink::TakeRecords()
         ControlRecord record;
         std::memcpy(&record, buffer_.data() + used, sizeof(record));
         if (!session_->OnRecord(record)) {
-            WarnLimited("a peer broke the protocol", "its session was closed");
+            WarnLimited("a peer sent an invalid control record", "its session was closed");
             return false;
         }
     }
@@ -142,7 +142,8 @@ void PendingConnection::OnReady(uint32_t)
         return;
     }
     if (!hello_.IsValid()) {
-        WarnLimited("a connection began with something else than a hello of this version", "closed");
+        WarnLimited("a connection did not begin with a hello of this version",
+                    "closed; the peer may be of another release");
         control_.OnConnectionSettled(this);
         return;
     }

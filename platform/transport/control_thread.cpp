@@ -34,7 +34,7 @@ void Contain(const Step& step)
     try {
         step();
     } catch (const std::bad_alloc&) {
-        WarnLimited("out of memory", "a connection may have been lost");
+        WarnLimited("out of memory", "a connection may have been closed");
     }
 }
 
@@ -152,7 +152,7 @@ bool ControlThread::AddPoll(int fd, uint32_t events, Pollable* pollable)
     event.data.ptr = pollable;
     polled_.insert(pollable);
     if (::epoll_ctl(wait_.Epoll(), EPOLL_CTL_ADD, fd, &event) != 0) {
-        WarnLimited("a connection cannot be watched", std::strerror(errno));
+        WarnLimited("epoll cannot watch a connection, which is closed", std::strerror(errno));
         polled_.erase(pollable);
         return false;
     }

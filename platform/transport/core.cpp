@@ -260,9 +260,9 @@ int Dispatch(IPCObjectStub& target, const CallingPeer& peer, uint32_t code, Mess
     try {
         return target.OnRemoteRequest(code, data, reply, option);
     } catch (const std::exception& error) {
-        WarnLimited("a request handler threw", error.what());
+        WarnLimited("a request handler ended in an exception, its caller gets IPC_EXCEPTION", error.what());
     } catch (...) {
-        WarnLimited("a request handler threw", "no std::exception");
+        WarnLimited("a request handler ended in an exception, its caller gets IPC_EXCEPTION", "no std::exception");
     }
     return IPC_EXCEPTION;
 }

@@ -131,7 +131,7 @@ void InLane::Loop()
                 Core::Get().Control().RetryLater(shared_from_this());
                 return;
             case FrameReader::State::BAD:
-                WarnLimited("impossible frame", "a lane was closed");
+                WarnLimited("a peer sent an impossible frame", "its lane was closed");
                 Close();
                 return;
             case FrameReader::State::MORE:
@@ -217,7 +217,7 @@ InLane::Next InLane::Handle()
     reader_.Next();
     const FrameHeader& header = request.header;
     if (header.kind == FrameKind::REPLY || header.number != LastTaken() + 1) {
-        WarnLimited("frame out of turn", "a lane was closed");
+        WarnLimited("a peer sent a frame out of order", "its lane was closed");
         return Next::CLOSE;
     }
     if (header.kind == FrameKind::INTO_RING) {
@@ -238,7 +238,7 @@ InLane::Next InLane::Handle()
     }
     MessageParcel nothing;
     if (!session_->TakeReferences({false, number_}, header, request.data)) {
-        WarnLimited("references that do not hold together", "a request was refused");
+        WarnLimited("a peer sent an invalid reference table", "its request was refused");
         return IsCallLane() ? Reply(header.number, IPC_BAD_MESSAGE, nothing) : Next::GO_ON;
     }
     if (request.target == nullptr) {

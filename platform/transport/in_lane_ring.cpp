@@ -66,7 +66,7 @@ bool InLane::GoIntoRing()
 {
     MutexLock lock(ringMutex_);
     if (ring_ == nullptr || isInRing_) {
-        WarnLimited("a ring that is not there", "a lane was closed");
+        WarnLimited("a peer switched to a ring that was not offered", "its lane was closed");
         return false;
     }
     isInRing_ = true;

@@ -154,7 +154,7 @@ void ProxyObject::NotifyRecipients() noexcept
         try {
             recipient->OnRemoteDied(weak);
         } catch (...) {
-            WarnLimited("a death recipient threw", "contained");
+            WarnLimited("a death recipient ended in an exception", "the others are notified all the same");
         }
     }
 }

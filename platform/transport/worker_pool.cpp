@@ -117,7 +117,8 @@ bool WorkerPool::Spawn()
     }
     --total_;
     idle_.fetch_sub(1, std::memory_order_relaxed);
-    WarnLimited("no thread for requests", "going on with those that run");
+    WarnLimited("no thread can be started for requests",
+                "the running ones go on; raise the limit of processes (ulimit -u)");
     return false;
 }
 

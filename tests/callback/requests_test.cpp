@@ -218,7 +218,7 @@ TEST_F(Requests, CallbackThatThrowsLeavesAWarningOfThePlatform)
             EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
                                     [](const LogLine& line) {
                                         return line.level == SCRIVO_WARN && line.tag == "Tavo" &&
-                                               line.text.find("a request handler threw") == 0;
+                                               line.text.find("a request handler ended in an exception") == 0;
                                     }),
                       target.code == GAME_EVENT ? 0 : 1);
             result_ = [] { return 0; };
