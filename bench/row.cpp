@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 
@@ -12,7 +13,7 @@ namespace {
 
 double Percentile(std::vector<double> figures, double share)
 {
-    const auto index = static_cast<std::ptrdiff_t>(share * static_cast<double>(figures.size() - 1) + 0.5);
+    const auto index = static_cast<std::ptrdiff_t>(std::lround(share * static_cast<double>(figures.size() - 1)));
     std::nth_element(figures.begin(), figures.begin() + index, figures.end());
     return figures[static_cast<size_t>(index)];
 }
