@@ -93,10 +93,18 @@ std::string Check(int32_t systemAbilityId)
 
 std::string Load(int32_t systemAbilityId)
 {
-    return WithManager([systemAbilityId](ISystemAbilityManager& manager) {
-        const sptr<LoadAnswer> answer(new LoadAnswer);
-        if (const int32_t status = manager.LoadAbility(systemAbilityId, answer); status != ABILITY_OK) {
-            return Status(status);
+    return BeginLoad(systemAbilityId).get();
+}
+
+std::future<std::string> BeginLoad(int32_t systemAbilityId)
+{
+    const sptr<LoadAnswer> answer(new LoadAnswer);
+    const std::string accepted = WithManager([systemAbilityId, &answer](ISystemAbilityManager& manager) {
+        return Status(manager.LoadAbility(systemAbilityId, answer));
+    });
+    return std::async(std::launch::deferred, [answer, accepted] {
+        if (accepted != Status(ABILITY_OK)) {
+            return accepted;
         }
         const auto [text, object] = answer->Wait();
         return object == nullptr ? text : text + " " + AskForPid(object);

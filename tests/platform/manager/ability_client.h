@@ -4,6 +4,7 @@
 #define VELTRA_TESTS_PLATFORM_MANAGER_ABILITY_CLIENT_H
 
 #include <cstdint>
+#include <future>
 #include <string>
 
 #include "tavo/ipc_object_stub.h"
@@ -29,6 +30,8 @@ std::string Status(int32_t status);
 std::string Check(int32_t systemAbilityId);
 // "loaded PID", "failed", "status N" when the load was not accepted, "silence", or "no manager".
 std::string Load(int32_t systemAbilityId);
+// The same, once the manager has accepted or refused the load; the rest is awaited by whoever asks for the text.
+std::future<std::string> BeginLoad(int32_t systemAbilityId);
 // "status N", or "no manager".
 std::string Add(int32_t systemAbilityId);
 std::string Remove(int32_t systemAbilityId);
