@@ -80,16 +80,28 @@ bool Arm() noexcept
     return KEY.isMade && pthread_setspecific(KEY.key, &t_cache) == 0;
 }
 
-// The size of the whole block, for large ones in whole huge pages.
-size_t BlockBytes(size_t capacity) noexcept
+// The sanitizers see blocks of the C library only: the thread sanitizer takes memory that mremap has moved for a race.
+#ifdef TAVO_SANITIZED
+constexpr bool MAPS_LARGE_BLOCKS = false;
+#else
+constexpr bool MAPS_LARGE_BLOCKS = true;
+#endif
+
+bool IsLarge(size_t blockBytes) noexcept
 {
-    const size_t bytes = sizeof(Block) + capacity;
-    return bytes < LARGE_BLOCK_BYTES ? bytes : (bytes + LARGE_PAGE_BYTES - 1) / LARGE_PAGE_BYTES * LARGE_PAGE_BYTES;
+    return MAPS_LARGE_BLOCKS && blockBytes >= LARGE_BLOCK_BYTES;
 }
 
 bool IsLarge(const Block* block) noexcept
 {
-    return block != nullptr && BlockBytes(block->capacity) >= LARGE_BLOCK_BYTES;
+    return block != nullptr && IsLarge(sizeof(Block) + block->capacity);
+}
+
+// The size of the whole block, for large ones in whole huge pages.
+size_t BlockBytes(size_t capacity) noexcept
+{
+    const size_t bytes = sizeof(Block) + capacity;
+    return IsLarge(bytes) ? (bytes + LARGE_PAGE_BYTES - 1) / LARGE_PAGE_BYTES * LARGE_PAGE_BYTES : bytes;
 }
 
 void Release(Block* block) noexcept
@@ -126,8 +138,7 @@ Block* Resize(Block* block, size_t capacity) noexcept
         return nullptr;
     }
     const size_t bytes = BlockBytes(capacity);
-    auto* resized =
-        bytes < LARGE_BLOCK_BYTES ? static_cast<Block*>(std::realloc(block, bytes)) : ResizeLarge(block, bytes);
+    auto* resized = IsLarge(bytes) ? ResizeLarge(block, bytes) : static_cast<Block*>(std::realloc(block, bytes));
     if (resized != nullptr) {
         resized->capacity = bytes - sizeof(Block);
     }
