@@ -104,7 +104,7 @@ std::future<std::string> BeginLoad(int32_t systemAbilityId)
     });
     return std::async(std::launch::deferred, [answer, accepted] {
         if (accepted != Status(ABILITY_OK)) {
-            return accepted;
+            return std::string(accepted);
         }
         const auto [text, object] = answer->Wait();
         return object == nullptr ? text : text + " " + AskForPid(object);
