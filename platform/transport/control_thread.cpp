@@ -125,16 +125,18 @@ void ControlThread::ExpectIdleLanes()
 
 void ControlThread::Own(std::unique_ptr<Pollable>&& pollable)
 {
+    // Room for all of them to end at one time: noticing that takes no memory. First, so that a failure owns nothing.
+    const size_t count = owned_.size() + 1;
+    for (auto* const list : {&ends_, &due_}) {
+        if (list->capacity() < count) {
+            list->reserve(2 * count);
+        }
+    }
+    if (disowned_.capacity() < count) {
+        disowned_.reserve(2 * count);
+    }
     std::unique_ptr<Pollable>& place = owned_[pollable.get()];
     place = std::move(pollable);
-    // Room for all of them to end at one time: noticing that takes no memory.
-    if (disowned_.capacity() < owned_.size()) {
-        disowned_.reserve(2 * owned_.size());
-    }
-    if (ends_.capacity() < owned_.size() || due_.capacity() < owned_.size()) {
-        ends_.reserve(2 * owned_.size());
-        due_.reserve(2 * owned_.size());
-    }
 }
 
 void ControlThread::Disown(Pollable* pollable)
