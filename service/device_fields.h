@@ -49,7 +49,7 @@ struct WantedState {
     bool cpu = true;
     bool memory = true;
     bool power = true;
-    pid_t game = 0;  // the process whose own use of the GPU is wanted; 0: none
+    pid_t game = 0;  // process whose own use of the GPU is read; 0: none
 
     bool Includes(QueryType type) const
     {

@@ -231,7 +231,7 @@ std::vector<GpuReading> ReadGpus(const RootFiles& files)
 
 const GpuReading* Busiest(const std::vector<GpuReading>& gpus, const std::string& before)
 {
-    // In halves of a percent, so that no two are equal where one of them is the one before.
+    // In half percents. The previous GPU gets an odd advantage, so it never ties with another one.
     const auto load = [&before](const GpuReading& gpu) {
         const int64_t advantage = gpu.name == before ? 2 * BUSIER_BY - 1 : 0;
         return gpu.loadPercent ? 2 * gpu.loadPercent->value + advantage : -1;

@@ -30,7 +30,8 @@ public:
     // Called while somebody has subscribed to GPU counters only; null: there are none.
     using GpuCounters = std::function<GpuCounterSource*()>;
 
-    // All that is referred to outlives the pusher; `scenario` may be null. `periods` is asked once somebody has subscribed.
+    // The caller keeps all referenced objects alive longer than the pusher; `scenario` may be null. `periods` is called only
+    // while a client is subscribed.
     Pusher(const DeviceState& device, GpuCounters gpu, const Scenario* scenario, Subscriptions& subscriptions,
            DeliveryPool& pool, std::function<Periods()> periods)
         : device_(device),

@@ -101,11 +101,11 @@ public:
     int SendOneWay(ConnectionKind kind, uint64_t serial, uint32_t code, MessageParcel& data, Deadline deadline,
                    LanePlace& sent);
 
-    // Whether the peer may open one more call lane. If not, the control thread is told when it may.
+    // Whether the peer may open one more call lane. If not, the session notifies the control thread once it may.
     bool HasRoomForCallLane();
-    // Lanes that the peer opened. False, and the peer is told: too many, or the session is not established.
+    // Adds a lane that the peer opened. False if there are too many, or the session is not established; the peer is notified.
     bool AddInLane(const std::shared_ptr<InLane>& lane);
-    // Tells the peer that no message was taken from its lane.
+    // Notifies the peer that no message was received from its lane.
     void RefuseLane(uint64_t number) { Post({RecordType::LANE_CLOSED, 0, number, 0}); }
     // The lane takes no message after `lastTaken`.
     void RemoveInLane(const std::shared_ptr<InLane>& lane, uint64_t lastTaken);

@@ -276,7 +276,7 @@ TEST(MachineCounters, RecordedMachinesGiveOneSampleOfEachGpu)
 }
 
 // The driver reports only the use of each process.
-TEST(MachineCounters, SamplesHaveTheSubscribersUseIfTheDriverReportsNoMore)
+TEST(MachineCounters, SamplesHoldTheSubscribersOwnUseIfTheDriverReportsOnlyThat)
 {
     const ScratchDir root;
     const FakeClock clock;

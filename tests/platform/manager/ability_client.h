@@ -30,7 +30,7 @@ std::string Status(int32_t status);
 std::string Check(int32_t systemAbilityId);
 // "loaded PID", "failed", "status N" when the load was not accepted, "silence", or "no manager".
 std::string Load(int32_t systemAbilityId);
-// The same, once the manager has accepted or refused the load; the rest is awaited by whoever asks for the text.
+// Returns once the manager has accepted or refused the load. The future waits for the result, as Load does.
 std::future<std::string> BeginLoad(int32_t systemAbilityId);
 // "status N", or "no manager".
 std::string Add(int32_t systemAbilityId);

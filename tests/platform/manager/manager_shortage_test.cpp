@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A process that lacks descriptors or threads for a while delays what it has to do and loses none of it.
+// A process with no descriptors or threads left retries later and loses nothing.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -36,7 +36,7 @@ TEST_F(ManagerShortage, NoticeOfAChangeThatCannotBeSentIsSentAgain)
     EXPECT_TRUE(WaitFor([] { return Check(ID) == "null"; }));
 }
 
-// Its lock would otherwise keep every load waiting for good.
+// Otherwise its lock would block every load forever.
 TEST_F(ManagerShortage, AServiceThatCanStartNoThreadStillRegistersAgain)
 {
     WriteAbility(ID, "serve", true);

@@ -123,7 +123,7 @@ TEST(ForkOfACaller, HidesTheEndOfNoLane)
     EXPECT_EQ(callee.WaitForExit(), "exit 0");
 }
 
-// Nobody has met the owner before it dies: connecting to it succeeds all the same.
+// The owner dies before its first session. Connecting to its socket still succeeds.
 TEST(ForkOfAnOwner, HidesNoDeathFromThoseItHasNotMet)
 {
     const TestSupport::PrivateRuntimeDir dir;

@@ -50,7 +50,7 @@ protected:
 };
 
 // A request that waits for its object is charged to its sender until the handler has it.
-TEST_F(HostileMessage, RequestsQueuedAtABusyObjectFillTheSendersBudgetAndNoMore)
+TEST_F(HostileMessage, RequestsQueuedAtABusyObjectAreChargedToTheirSender)
 {
     constexpr int BUDGET = 128;                                             // MiB
     constexpr int SIZE = 12;                                                // MiB

@@ -112,7 +112,7 @@ TEST_F(HostilePeer, AcknowledgementsOfNothingAreHarmless)
     }
 }
 
-// A caller that gives up opens another lane, perhaps before a worker has closed the one before.
+// A caller that timed out opens another lane, perhaps before a worker has closed the first one.
 TEST_F(HostilePeer, CallLaneBeyondTheLimitWaitsUntilAnotherEnds)
 {
     constexpr int LIMIT = 64;

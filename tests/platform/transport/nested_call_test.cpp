@@ -72,8 +72,8 @@ TEST_F(NestedCalls, DeeperThanThereAreThreadsFailAtOnceAndHarmNoOther)
     EXPECT_LE(TestSupport::CountThreads(peer_.Pid()), IpcThreads::MAX_THREADS + 1 + 2) << "main, control, delivery";
 }
 
-// A handler that waits for an answer makes room for one other request of its object. Within that wait it may have to wait
-// for a reference to be acquired, which must make no more room.
+// A handler that waits for a reply lets one other request of its object run. If it also waits for a reference to be
+// acquired during that call, no second request may enter.
 TEST(ObjectGate, HandlerInNestedWaitsMakesRoomOnce)
 {
     using TAVO::Transport::ObjectGate;

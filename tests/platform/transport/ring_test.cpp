@@ -149,7 +149,7 @@ TEST_F(OfferedRing, IsWithdrawnWhenNobodyTakesItUp)
     EXPECT_TRUE(raw_->Ping());
 }
 
-// The reader falls asleep, then looks for bytes that were written before. Whoever ends idle rings may come in between.
+// The reader sets itself asleep, then checks for unread bytes. The idle sweep may end the ring between these two steps.
 TEST(Ring, IsNotEndedWithAcceptedBytesUnread)
 {
     using TAVO::Transport::IoStatus;
