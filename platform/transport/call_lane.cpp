@@ -30,14 +30,17 @@ bool WaitForBudget(Deadline deadline)
 }
 
 // Reads one whole reply; OK only with a complete frame.
-IoStatus ReadReply(int fd, FrameReader& reader, Deadline deadline, bool& extra)
+IoStatus ReadReply(int fd, Spin& spin, FrameReader& reader, Deadline deadline, bool& extra)
 {
     uint8_t first[FIRST_READ_BYTES];
     for (bool isFirst = true;; isFirst = false) {
         FrameReader::State state;
         IoResult got;
         if (!reader.HasHeader()) {
-            got = ReceiveUntil(fd, first, sizeof(first), deadline, isFirst);
+            got = isFirst ? spin.Receive(fd, first, sizeof(first)) : IoResult{IoStatus::WOULD_BLOCK, 0};
+            if (got.status == IoStatus::WOULD_BLOCK) {
+                got = ReceiveUntil(fd, first, sizeof(first), deadline, isFirst);
+            }
             const uint8_t* from = first;
             state = got.status == IoStatus::OK ? reader.Consume(from, first + got.bytes) : FrameReader::State::MORE;
             extra = got.status == IoStatus::OK && from != first + got.bytes;
@@ -120,7 +123,7 @@ int Session::Call(FrameKind kind, uint64_t serial, uint32_t code, MessageParcel&
         }
         bool extra = false;
         FrameReader reader(false, MessageKind::REPLY, &budget_);
-        const IoStatus received = ReadReply(lane->fd.Get(), reader, deadline, extra);
+        const IoStatus received = ReadReply(lane->fd.Get(), lane->spin, reader, deadline, extra);
         const FrameHeader& answer = reader.Header();
         if (received != IoStatus::OK || answer.kind != FrameKind::REPLY || answer.number != number) {
             DropLane(lane);

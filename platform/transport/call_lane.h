@@ -11,6 +11,7 @@
 
 #include "os/fd.h"
 #include "tavo/mutex.h"
+#include "transport/spin.h"
 #include "wire/ring.h"
 
 namespace TAVO::Transport {
@@ -25,6 +26,7 @@ struct CallLane {
     uint64_t lastReplyTaken = 0;
     std::chrono::milliseconds timeout{0};  // set on the socket, both ways
     Clock::time_point usedAt;
+    Spin spin{Spin::CALLER_POLLS};
     std::thread::id usedBy;  // the thread that used it last, which gets it again if it is idle
 };
 

@@ -90,6 +90,7 @@ private:
     int epoll_ = -1;
     std::shared_ptr<InLane> self_;  // while it waits in an epoll or is being served
 
+    Spin spin_{Spin::WORKER_POLLS};
     FrameReader reader_;
     std::vector<uint8_t> stash_;  // received behind the frame that is being handled
     size_t stashUsed_ = 0;
