@@ -110,10 +110,7 @@ private:
 // Two games with a manager and a service each, of which the second does not poll.
 class Games {
 public:
-    Games()
-        : helpers_(2, [this](int helper, char command) { return Work(helper, command); })
-    {
-    }
+    Games() : helpers_(2, [this](int helper, char command) { return Work(helper, command); }) {}
     double Run(bool mayPoll, char command) { return helpers_.Run(mayPoll ? 0 : 1, command); }
 
 private:
@@ -165,8 +162,7 @@ int main()
 {
     Games games;
     Bench::MeasureAndPrint(
-        {"spin_cpu", "us", 1.25}, ROUNDS, [&] { return games.Run(true, 't'); },
-        [&] { return games.Run(false, 't'); });
+        {"spin_cpu", "us", 1.25}, ROUNDS, [&] { return games.Run(true, 't'); }, [&] { return games.Run(false, 't'); });
     {
         const BusyLoops loops;
         Bench::MeasureAndPrint(
