@@ -56,14 +56,15 @@ void Watch()
     }
 }
 
-void AwaitNoWatcher()
+// Returns when the description of the service contains `text`.
+void AwaitDescription(const char* text, const char* complaint)
 {
     const sptr<IVeltraControl> control = FindControl();
     std::string answer;
-    for (const double start = Bench::Now(); answer.find("\"watchers\":0") == std::string::npos;) {
+    for (const double start = Bench::Now(); answer.find(text) == std::string::npos;) {
         control->Describe(answer);
         if (Bench::Now() - start > WAIT_SECONDS) {
-            Bench::GiveUp("the service keeps a watcher that has ended");
+            Bench::GiveUp(complaint);
         }
     }
 }
@@ -89,7 +90,7 @@ public:
         }
         if (side == LEFT) {
             watcher_->Leave();
-            AwaitNoWatcher();
+            AwaitDescription("\"watchers\":0", "the service keeps a watcher that has ended");
         }
     }
 
@@ -118,6 +119,9 @@ int main()
         if (command == START) {
             service = std::make_unique<MeasuredService>(side);
         } else if (command == LEAVE) {
+            if (side == WATCHED) {
+                AwaitDescription("\"CallAuth\"", "the calls were not recorded");
+            }
             service.reset();
         } else {
             return service->MicrosecondsPerCall();

@@ -164,6 +164,9 @@ TEST_F(Control, GamesSeeWhatIsSimulatedUntilItIsOff)
     EXPECT_EQ(report["device"]["sources"]["gpuLoadPercent"].asString(), "simulation");
     EXPECT_EQ(report["device"]["gpuInfo"]["currentFrequency"].asInt(), 2450) << "the rest is the real device";
     EXPECT_EQ(report["simulation"]["values"]["tempLevel"].asInt(), 3);
+    std::string answer;
+    EXPECT_EQ(control_->Explain(answer), 0);
+    EXPECT_NE(Parsed(answer)["text"].asString().find("simulated on top of what follows: {"), std::string::npos);
     Simulate(R"({"do": "release", "keys": ["tempLevel"]})");
     EXPECT_EQ(Level(), real);
 
