@@ -56,11 +56,16 @@ std::string Shown(Number number)
 
 ConfigNode ConfigNode::Load(const std::string& file)
 {
+    return Parse(ReadFile(file), file);
+}
+
+ConfigNode ConfigNode::Parse(std::string text, const std::string& name)
+{
     const auto document = std::make_shared<Document>();
-    document->text = ReadFile(file);
-    const std::string& text = document->text;
-    if (!IsJsonSafeToParse(text)) {
-        throw ConfigError(file + ": nested too deep");
+    document->text = std::move(text);
+    const std::string& whole = document->text;
+    if (!IsJsonSafeToParse(whole)) {
+        throw ConfigError(name + ": nested too deep");
     }
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
@@ -69,14 +74,14 @@ ConfigNode ConfigNode::Load(const std::string& file)
     bool isParsed = false;
     try {
         const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-        isParsed = reader->parse(text.data(), text.data() + text.size(), &document->root, &errors);
+        isParsed = reader->parse(whole.data(), whole.data() + whole.size(), &document->root, &errors);
     } catch (const Json::Exception& error) {
         errors = error.what();
     }
     if (!isParsed) {
-        throw ConfigError(file + ": " + OneLine(errors));
+        throw ConfigError(name + ": " + OneLine(errors));
     }
-    return ConfigNode(document, &document->root, document->root.getOffsetStart(), file + ": ");
+    return ConfigNode(document, &document->root, document->root.getOffsetStart(), name + ": ");
 }
 
 void ConfigNode::ExpectKeys(std::initializer_list<const char*> keys) const
@@ -194,7 +199,7 @@ void ConfigNode::Fail(const std::string& why) const
 {
     const auto end = document_->text.begin() + offset_;
     const auto line = std::count(document_->text.begin(), end, '\n') + 1;
-    throw ConfigError((IsTop() ? place_ + "the file " : place_ + ": ") + why + " (line " + std::to_string(line) + ")");
+    throw ConfigError((IsTop() ? place_ : place_ + ": ") + why + " (line " + std::to_string(line) + ")");
 }
 
 }  // namespace TAVO::Veltra

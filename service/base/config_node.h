@@ -28,6 +28,8 @@ public:
     static constexpr size_t MAX_FILE_BYTES = size_t{1} << 20;  // a parsed value takes 50 times the text
 
     static ConfigNode Load(const std::string& file);
+    // `name` stands for the file in error texts.
+    static ConfigNode Parse(std::string text, const std::string& name);
 
     bool IsNumber() const { return value_->isNumeric(); }
     bool Has(const char* key) const { return value_->isObject() && value_->isMember(key); }
@@ -47,6 +49,8 @@ public:
     double NumberOr(const char* key, double other, double least, double most) const;
     int64_t IntegerOr(const char* key, int64_t other, int64_t least, int64_t most) const;
     std::string TextOr(const char* key, const std::string& other, size_t mostBytes) const;
+
+    const Json::Value& Value() const { return *value_; }
 
     [[noreturn]] void Fail(const std::string& why) const;
 

@@ -4,8 +4,9 @@
 #include <algorithm>
 #include <string>
 
-#include <json/json.h>
+#include <json/value.h>
 
+#include "base/json_text.h"
 #include "base/service_result.h"
 
 namespace TAVO::Veltra {
@@ -73,9 +74,7 @@ std::string Document(const DeviceReading& reading, const WantedState& wanted)
     for (const auto& [sensor, why] : reading.ignoredSensors) {
         root["ignoredSensors"][sensor] = why;
     }
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    return Json::writeString(builder, root);
+    return JsonText(root);
 }
 
 }  // namespace
@@ -101,6 +100,15 @@ GameCallbackEventInfo DeviceState::Event() const
         }
     }
     return info;
+}
+
+std::map<std::string, int64_t> DeviceState::Values() const
+{
+    std::map<std::string, int64_t> values;
+    for (const auto& [key, measured] : source_->Read({}).values) {
+        values[key] = measured.value;
+    }
+    return values;
 }
 
 bool DeviceState::ReportsAnything() const
