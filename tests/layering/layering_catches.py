@@ -23,7 +23,8 @@ RIGHT = {
     "src/client/client.cpp": '#include "callback/event.h"\n  #  include <tavo/parcel.h>\n',
     "service/server.cpp": '#include "ipc/stub.h"\n#include "server.h"\n',
     "service/server.h": "",
-    "tools/veltra.cpp": '#include "veltra_info.h"\n#include <tavo/parcel.h>\n',
+    "control/control.h": '#include "veltra_info.h"\n#include <tavo/parcel.h>\n',
+    "tools/veltra.cpp": '#include "control/control.h"\n#include <tavo/parcel.h>\n',
     "examples/game.cpp": '#include "veltra_info.h"\n',
     "tests/support/fake.h": '#include "ipc/stub.h"\n#include "client/client.cpp"\n',
 }
@@ -50,6 +51,7 @@ WRONG = [
     ("src/client/client.cpp", '#include "support/fake.h"'),
     ("service/server.cpp", '#include "callback/event.h"'),
     ("service/server.cpp", '\t# include "base/log.h"'),
+    ("control/control.h", '#include "server.h"'),
     ("tools/veltra.cpp", '#include "ipc/codes.h"'),
     ("examples/game.cpp", '#include "tavo/parcel.h"'),
     ("src/stray.cpp", "#include <vector>"),

@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "control/control_stubs.h"
+
+#include <tavo/calling_peer.h>
+#include <tavo/message_parcel.h>
+
+#include "veltra_result.h"
+
+namespace TAVO::Veltra {
+
+namespace {
+
+int WriteAnswer(MessageParcel& reply, int32_t result, const std::string& answer)
+{
+    return reply.WriteInt32(result) && reply.WriteString(answer) ? 0 : RESULT_BAD_PARCEL;
+}
+
+bool ReadText(MessageParcel& data, size_t mostBytes, std::string& text)
+{
+    return data.ReadString(text) && text.size() <= mostBytes;
+}
+
+}  // namespace
+
+int VeltraControlStub::OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option)
+{
+    const auto control = static_cast<ControlCode>(code);
+    if (control < ControlCode::DESCRIBE || control > ControlCode::SIMULATE) {
+        return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
+    }
+    if (data.ReadInterfaceToken() != GetDescriptor()) {
+        return RESULT_TOKEN_REFUSED;
+    }
+    std::string answer;
+    switch (control) {
+        case ControlCode::DESCRIBE: {
+            const int32_t result = Describe(answer);
+            return WriteAnswer(reply, result, answer);
+        }
+        case ControlCode::EXPLAIN: {
+            const int32_t result = Explain(answer);
+            return WriteAnswer(reply, result, answer);
+        }
+        case ControlCode::WATCH:
+            return HandleWatch(data, reply);
+        case ControlCode::UNWATCH:
+            return reply.WriteInt32(Unwatch()) ? 0 : RESULT_BAD_PARCEL;
+        case ControlCode::SIMULATE:
+            return HandleSimulate(data, reply);
+    }
+    return RESULT_BAD_PARCEL;  // not reached
+}
+
+int VeltraControlStub::HandleWatch(MessageParcel& data, MessageParcel& reply)
+{
+    std::string filter;
+    if (!ReadText(data, MAX_CONTROL_FILTER_BYTES, filter)) {
+        return RESULT_BAD_PARCEL;
+    }
+    const sptr<IRemoteObject> object = data.ReadRemoteObject();
+    // What is kept for a watcher goes when the caller ends, which an object of another process would not.
+    if (!IsOfCaller(object) || object->Descriptor() != IVeltraWatcher::GetDescriptor()) {
+        return RESULT_BAD_PARCEL;
+    }
+    std::string answer;
+    const int32_t result = Watch(filter, iface_cast<IVeltraWatcher>(object), answer);
+    return WriteAnswer(reply, result, answer);
+}
+
+int VeltraControlStub::HandleSimulate(MessageParcel& data, MessageParcel& reply)
+{
+    std::string command;
+    if (!ReadText(data, MAX_CONTROL_COMMAND_BYTES, command)) {
+        return RESULT_BAD_PARCEL;
+    }
+    std::string answer;
+    const int32_t result = Simulate(command, answer);
+    return WriteAnswer(reply, result, answer);
+}
+
+int VeltraWatcherStub::OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option)
+{
+    if (code != static_cast<uint32_t>(WatcherCode::RECORDS)) {
+        return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
+    }
+    if (data.ReadInterfaceToken() != GetDescriptor()) {
+        return RESULT_TOKEN_REFUSED;
+    }
+    std::string lines;
+    uint64_t dropped = 0;
+    if (!ReadText(data, MAX_WATCH_BATCH_BYTES, lines) || !data.ReadUint64(dropped)) {
+        return RESULT_BAD_PARCEL;
+    }
+    OnRecords(lines, dropped);
+    return 0;
+}
+
+}  // namespace TAVO::Veltra
