@@ -62,7 +62,7 @@ FaultPlan FaultPlan::Parse(const ConfigNode& node)
 {
     FaultPlan plan;
     for (const ConfigNode& item : node.Items(MAX_FAULTS)) {
-        plan.faults_.push_back(ParseFault(item));
+        item.Try([&] { plan.faults_.push_back(ParseFault(item)); });
     }
     return plan;
 }
@@ -79,23 +79,29 @@ FaultPlan::Fault FaultPlan::ParseFault(const ConfigNode& node)
     };
     node.ExpectKeys({"kind", "at", "for", "operation", "code", "text"});
     Fault fault;
-    fault.kind = FindNamed(node.Member("kind"), KINDS, [](const KindName& row) { return row.name; }).kind;
-    fault.from = node.NumberOr("at", 0, 0, MOST_SECONDS);
-    fault.until = node.Has("for") ? fault.from + node.Member("for").Number(0, MOST_SECONDS) : FOR_GOOD;
-    if (node.Has("operation")) {
-        fault.operation =
-            FindNamed(node.Member("operation"), OPERATIONS, [](const OperationName& row) { return row.name; }).code;
-    }
+    node.Try(
+        [&] { fault.kind = FindNamed(node.Member("kind"), KINDS, [](const KindName& row) { return row.name; }).kind; });
+    node.Try([&] { fault.from = node.NumberOr("at", 0, 0, MOST_SECONDS); });
+    node.Try(
+        [&] { fault.until = node.Has("for") ? fault.from + node.Member("for").Number(0, MOST_SECONDS) : FOR_GOOD; });
+    node.Try([&] {
+        if (node.Has("operation")) {
+            fault.operation =
+                FindNamed(node.Member("operation"), OPERATIONS, [](const OperationName& row) { return row.name; }).code;
+        }
+    });
     if (fault.kind == Kind::BAD_TEXT) {
         if (fault.operation.value_or(ServerCode::GET_DEVICE_INFO) != ServerCode::GET_DEVICE_INFO) {
             node.Member("operation").Fail("only GetDeviceInfo answers with a text to spoil");
         }
         fault.operation = ServerCode::GET_DEVICE_INFO;
     }
-    fault.code = static_cast<int32_t>(node.IntegerOr("code", SERVICE_NOT_SUPPORTED, INT32_MIN, INT32_MAX));
-    if (fault.code == 0) {
-        node.Member("code").Fail("0 is no refusal");
-    }
+    node.Try([&] {
+        fault.code = static_cast<int32_t>(node.IntegerOr("code", SERVICE_NOT_SUPPORTED, INT32_MIN, INT32_MAX));
+        if (fault.code == 0) {
+            node.Member("code").Fail("0 is no refusal");
+        }
+    });
     fault.text = node.TextOr("text", CUT_TEXT, MAX_TEXT_BYTES);
     return fault;
 }
