@@ -74,10 +74,10 @@ std::string ConfigNode::ReadText(const std::string& file)
 
 ConfigNode ConfigNode::Load(const std::string& file)
 {
-    return Parse(file, ReadText(file));
+    return Parse(ReadText(file), file);
 }
 
-ConfigNode ConfigNode::Parse(const std::string& name, std::string text, std::vector<ConfigMistake>* mistakes)
+ConfigNode ConfigNode::Parse(std::string text, const std::string& name, std::vector<ConfigMistake>* mistakes)
 {
     const auto document = std::make_shared<Document>();
     document->name = name;

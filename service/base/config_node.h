@@ -45,7 +45,7 @@ public:
     static ConfigNode Load(const std::string& file);
     // The same of a text, which errors call `name`. With `mistakes`, those of the parts that are read through Try are
     // added there, so that all of them are found and not the first one only.
-    static ConfigNode Parse(const std::string& name, std::string text, std::vector<ConfigMistake>* mistakes = nullptr);
+    static ConfigNode Parse(std::string text, const std::string& name, std::vector<ConfigMistake>* mistakes = nullptr);
     // The whole file. Throws ConfigError when it cannot be read or is longer than MAX_FILE_BYTES.
     static std::string ReadText(const std::string& file);
 
@@ -82,6 +82,8 @@ public:
     double NumberOr(const char* key, double other, double least, double most) const;
     int64_t IntegerOr(const char* key, int64_t other, int64_t least, int64_t most) const;
     std::string TextOr(const char* key, const std::string& other, size_t mostBytes) const;
+
+    const Json::Value& Value() const { return *value_; }
 
     [[noreturn]] void Fail(const std::string& why) const;
 

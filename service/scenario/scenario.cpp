@@ -97,20 +97,15 @@ Scenario::GpuStream ParseGpu(const ConfigNode& node, uint64_t seed)
 
 Scenario Scenario::Load(const std::string& file, uint64_t seed)
 {
-    return Parse(file, ConfigNode::ReadText(file), seed);
-}
-
-Scenario Scenario::Parse(const std::string& name, std::string text, uint64_t seed)
-{
-    return Read(ConfigNode::Parse(name, std::move(text)), seed);
+    return Parse(ConfigNode::Load(file), seed);
 }
 
 std::vector<ConfigMistake> Scenario::Check(std::string text)
 {
     std::vector<ConfigMistake> mistakes;
     try {
-        const ConfigNode root = ConfigNode::Parse("", std::move(text), &mistakes);
-        root.Try([&root] { Read(root, 0); });
+        const ConfigNode root = ConfigNode::Parse(std::move(text), "", &mistakes);
+        root.Try([&root] { Parse(root, 0); });
     } catch (const ConfigError& error) {
         mistakes.push_back(error.Mistake());
     }
@@ -120,7 +115,7 @@ std::vector<ConfigMistake> Scenario::Check(std::string text)
     return mistakes;
 }
 
-Scenario Scenario::Read(const ConfigNode& root, uint64_t seed)
+Scenario Scenario::Parse(const ConfigNode& root, uint64_t seed)
 {
     root.ExpectKeys({"name", "curves", "events", "gpu", "faults"});
     Scenario scenario;

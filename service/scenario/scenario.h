@@ -23,8 +23,7 @@ class Scenario {
 public:
     // Throws ConfigError. The same file and seed tell the same story.
     static Scenario Load(const std::string& file, uint64_t seed);
-    // The same of a text, which errors call `name`.
-    static Scenario Parse(const std::string& name, std::string text, uint64_t seed);
+    static Scenario Parse(const ConfigNode& root, uint64_t seed);
     // Every mistake of a scenario's text, by its place; empty: it can be played.
     static std::vector<ConfigMistake> Check(std::string text);
 
@@ -49,8 +48,6 @@ public:
     const FaultPlan& Faults() const { return faults_; }
 
 private:
-    static Scenario Read(const ConfigNode& root, uint64_t seed);
-
     std::string name_;
     std::vector<std::pair<const DeviceField*, Curve>> curves_;
     std::vector<Event> events_;  // by time

@@ -5,8 +5,8 @@
 #include "call_arguments.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cctype>
+#include <charconv>
 #include <limits>
 
 #include "exit_code.h"
@@ -59,8 +59,7 @@ CallArguments::CallArguments(const std::string& operation, const std::vector<std
             }
             name = *next;
         } else if (std::find(names.begin(), names.end(), name) == names.end()) {
-            throw ToolError(EXIT_USAGE, operation + " has no argument '" + name + "'",
-                            "its arguments: " + List(names));
+            throw ToolError(EXIT_USAGE, operation + " has no argument '" + name + "'", "its arguments: " + List(names));
         }
         values_[name] = std::move(value);
     }

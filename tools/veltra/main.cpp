@@ -46,11 +46,9 @@ int Run(int argc, char** argv)
     app.footer(FOOTER);
     app.add_flag("--json", tool.isJson, "Print JSON, with the key \"schema\" and stable keys");
     app.add_option_function<std::string>(
-        "--runtime-dir",
-        [](const std::string& path) {
-            ::setenv("TAVO_RUNTIME_DIR", std::filesystem::absolute(path).c_str(), 1);
-        },
-        "Where the manager is found (default $TAVO_RUNTIME_DIR, else $XDG_RUNTIME_DIR/tavo)")
+           "--runtime-dir",
+           [](const std::string& path) { ::setenv("TAVO_RUNTIME_DIR", std::filesystem::absolute(path).c_str(), 1); },
+           "Where the manager is found (default $TAVO_RUNTIME_DIR, else $XDG_RUNTIME_DIR/tavo)")
         ->trigger_on_parse();
     // LATER AddStatus(app, tool);
     // LATER AddGet(app, tool);
@@ -58,7 +56,7 @@ int Run(int argc, char** argv)
     // LATER AddExplain(app, tool);
     AddCall(app, tool);
     // LATER AddDoctor(app, tool);
-    // LATER AddSimulate(app, tool);
+    AddSimulate(app, tool);
     // LATER AddCompletion(app, tool);
     try {
         app.parse(argc, argv);

@@ -71,8 +71,7 @@ char ProcessState(pid_t process)
         throw ToolError(EXIT_UNREACHABLE, "the manager has no ability file for the service (66006)",
                         "start the manager with --abilities, or install the service");
     }
-    throw ToolError(EXIT_UNREACHABLE,
-                    "the service cannot be started" + (fault.what.empty() ? "" : ": " + fault.what),
+    throw ToolError(EXIT_UNREACHABLE, "the service cannot be started" + (fault.what.empty() ? "" : ": " + fault.what),
                     fault.fix.empty() ? "run \"veltra doctor\"" : fault.fix);
 }
 
