@@ -9,6 +9,7 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
+#include "restart_probe.h"
 #include "verbs.h"
 
 namespace VeltraTool {
@@ -55,7 +56,8 @@ int Run(int argc, char** argv)
     // LATER AddWatch(app, tool);
     // LATER AddExplain(app, tool);
     AddCall(app, tool);
-    // LATER AddDoctor(app, tool);
+    AddDoctor(app, tool);
+    AddRestartProbe(app, tool);
     AddSimulate(app, tool);
     // LATER AddCompletion(app, tool);
     try {

@@ -80,8 +80,9 @@ void AddValue(Json::Value& values, const std::string& word)
     if (end == std::string::npos || end == 0 || result.ec != std::errc() || result.ptr != last) {
         throw ToolError(EXIT_USAGE, "'" + word + "' is not KEY=NUMBER", "for example tempLevel=4");
     }
-    values[word.substr(0, end)] =
-        number == static_cast<double>(static_cast<int64_t>(number)) ? Json::Value(Json::Int64(number)) : Json::Value(number);
+    values[word.substr(0, end)] = number == static_cast<double>(static_cast<int64_t>(number))
+                                      ? Json::Value(Json::Int64(number))
+                                      : Json::Value(number);
 }
 
 // What the verbs below `simulate` read from the command line.
@@ -157,7 +158,9 @@ void AddTime(CLI::App& simulate, Tool& tool, const Shared& options)
         });
     }
     CLI::App* const seek = AddVerb(simulate, "seek", "Go to another time of the scenario");
-    seek->add_option("seconds", options->number, "Since its beginning")->required()->check(CLI::Range(0.0, MOST_SECONDS));
+    seek->add_option("seconds", options->number, "Since its beginning")
+        ->required()
+        ->check(CLI::Range(0.0, MOST_SECONDS));
     seek->callback([options, &tool] {
         Json::Value command = Command("seek");
         command["seconds"] = options->number;
@@ -184,8 +187,8 @@ void AddFaults(CLI::App& simulate, Tool& tool, const Shared& options)
         Send(command, options->isStarting, tool);
     });
     CLI::App* const fault = AddVerb(simulate, "fault", "Let something go wrong");
-    const std::vector<std::string> kinds = {"die",        "hang",    "lateReply",  "refuse",       "shortReply",
-                                            "badText",    "wrongToken", "shortCallback", "flood"};
+    const std::vector<std::string> kinds = {"die",     "hang",       "lateReply",     "refuse", "shortReply",
+                                            "badText", "wrongToken", "shortCallback", "flood"};
     fault->add_option("kind", options->text, "What goes wrong; docs/service.md describes the kinds")->required();
     tool.words[fault] = kinds;
     CLI::Option* const operation = fault->add_option("--operation", options->operation, "Only this operation");
