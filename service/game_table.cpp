@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <vector>
 
 namespace TAVO::Veltra {
 
@@ -28,7 +27,7 @@ bool GameTable::Report(const CallingPeer& caller, int32_t state, const std::stri
         if (games_.size() >= MAX_GAMES) {
             games_.erase(LeastRecent());
         }
-        place = games_.emplace(caller.session, Game{std::move(process), {}, 0}).first;
+        place = games_.emplace(caller.session, Game{std::move(process), caller.pid, {}, 0}).first;
     }
     Game& game = place->second;
     game.state.state = state;
@@ -51,6 +50,17 @@ GameState GameTable::Query(const CallingPeer& caller)
         return left.second.order < right.second.order;
     });
     return last != games_.end() ? last->second.state : GameState{STATE_NO_GAME, {}};
+}
+
+std::vector<GameTable::Known> GameTable::All()
+{
+    MutexLock lock(mutex_);
+    DropEnded();
+    std::vector<Known> all;
+    for (const auto& [session, game] : games_) {
+        all.push_back({game.pid, game.state});
+    }
+    return all;
 }
 
 std::set<std::string> GameTable::BundleNames()

@@ -8,6 +8,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 #include <tavo/calling_peer.h>
 #include <tavo/mutex.h>
@@ -30,12 +31,19 @@ public:
     // The caller's own game if it has one, else the one that reported last, else STATE_NO_GAME and no name.
     GameState Query(const CallingPeer& caller);
 
+    struct Known {
+        pid_t process;
+        GameState state;
+    };
+    std::vector<Known> All();
+
     // The bundle names of all games, without empty ones.
     std::set<std::string> BundleNames();
 
 private:
     struct Game {
         UniqueFd process;  // readable once the process has ended
+        pid_t pid = 0;
         GameState state;
         uint64_t order = 0;  // of the last report
     };

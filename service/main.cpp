@@ -23,6 +23,7 @@
 #include "explain.h"
 #include "ipc/server_codes.h"
 #include "service_options.h"
+#include "veltra_control.h"
 #include "veltra_service.h"
 
 namespace TAVO::Veltra {
@@ -33,6 +34,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds MANAGER_WAIT{5};
 constexpr timespec ATTEMPT_PAUSE{0, 50000000};  // 50 ms
+// The control side is registered when the first call that has caused the start has surely been answered.
+constexpr timespec CONTROL_DELAY{0, 100000000};  // 100 ms
+constexpr timespec CONTROL_RETRY{2, 0};
 
 // The signals that end the process. Blocked before the first thread starts, so that only main takes them.
 sigset_t EndSignals()
@@ -60,11 +64,10 @@ bool IsFolder(const std::string& path)
     return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-int32_t TryRegister(const sptr<IRemoteObject>& service)
+int32_t TryRegister(int32_t ability, const sptr<IRemoteObject>& service)
 {
     const sptr<ISystemAbilityManager> manager = SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
-    return manager == nullptr ? static_cast<int32_t>(ABILITY_UNREACHABLE)
-                              : manager->AddAbility(VELTRA_SERVER_SA_ID, service);
+    return manager == nullptr ? static_cast<int32_t>(ABILITY_UNREACHABLE) : manager->AddAbility(ability, service);
 }
 
 const char* Explain(int32_t status)
@@ -89,7 +92,7 @@ std::optional<int32_t> Register(const sptr<IRemoteObject>& service, const sigset
     const Clock::time_point deadline = Clock::now() + MANAGER_WAIT;
     for (bool isFirst = true;; isFirst = false) {
         // Never only once: a process that was suspended in its first attempt has no time left and was not refused.
-        const int32_t status = TryRegister(service);
+        const int32_t status = TryRegister(VELTRA_SERVER_SA_ID, service);
         if (status != ABILITY_UNREACHABLE || (!isFirst && Clock::now() >= deadline)) {
             return status;
         }
@@ -99,11 +102,38 @@ std::optional<int32_t> Register(const sptr<IRemoteObject>& service, const sigset
     }
 }
 
+// Registers the control side a moment after the service, and serves both. Without it games are served all the same.
+// Gives the signal that ends the process.
+int AwaitEnd(const sptr<VeltraService>& service, const sigset_t& endSignals)
+{
+    const sptr<VeltraControl> control(new VeltraControl(service));
+    for (const timespec* pause = &CONTROL_DELAY;; pause = &CONTROL_RETRY) {
+        const int signal = sigtimedwait(&endSignals, nullptr, pause);
+        if (signal > 0) {
+            return signal;
+        }
+        const int32_t status = TryRegister(VELTRA_CONTROL_SA_ID, control->AsObject());
+        if (status != ABILITY_UNREACHABLE) {
+            if (status != ABILITY_OK) {
+                VELTRA_SERVICE_LOGW(
+                    "tools cannot reach this service: ability %d cannot be registered (status %d); "
+                    "install share/tavo/abilities/66007.json and restart the manager",
+                    VELTRA_CONTROL_SA_ID, status);
+            }
+            break;
+        }
+    }
+    int signal = 0;
+    sigwait(&endSignals, &signal);
+    return signal;
+}
+
 // Reads the files that the options name; empty, and said why, when one of them is no good.
 std::optional<ServiceSetup> SetUp(const ServiceOptions& options)
 {
     ServiceSetup setup;
     setup.rootDir = options.rootDir;
+    setup.allowsSimulation = options.allowsSimulation;
     setup.speed = options.scenarioFile.empty() ? 1 : options.speed;
     try {
         if (!options.configFile.empty()) {
@@ -161,9 +191,7 @@ int Serve(const ServiceOptions& options)
         std::fprintf(stderr, "veltra_server: cannot register ability %d: %s\n", VELTRA_SERVER_SA_ID, Explain(*status));
         return ServiceOptions::EXIT_REFUSED;
     }
-    int signal = 0;
-    sigwait(&endSignals, &signal);
-    VELTRA_SERVICE_LOGI("ended by signal %d", signal);
+    VELTRA_SERVICE_LOGI("ended by signal %d", AwaitEnd(service, endSignals));
     // Deliberate: workers may still run requests, which must not see the service or static objects go.
     std::_Exit(ServiceOptions::EXIT_DONE);
 }

@@ -16,7 +16,7 @@ namespace {
 
 constexpr char USAGE[] =
     "usage: veltra_server [--runtime-dir DIR] [--root DIR] [--config FILE] [--catalogue FILE]\n"
-    "                     [--scenario FILE [--speed N] [--seed N]]\n"
+    "                     [--scenario FILE [--speed N] [--seed N]] [--no-simulation]\n"
     "       veltra_server --explain [--root DIR] [--config FILE]\n"
     "The game-support service. The ability manager starts it on demand; by hand it serves until SIGTERM or SIGINT.\n"
     "  --runtime-dir DIR  where the manager is found (default $TAVO_RUNTIME_DIR, else $XDG_RUNTIME_DIR/tavo)\n"
@@ -29,6 +29,7 @@ constexpr char USAGE[] =
     "  --scenario FILE    play a script (JSON) instead of reading the machine\n"
     "  --speed N          of the scenario, 0.01 to 100 (default 1)\n"
     "  --seed N           of its noise, a whole number (default 0)\n"
+    "  --no-simulation    let no tool change what the service reports while it runs\n"
     "  --help, --version\n"
     "exit codes: 0 ended by a signal, 2 bad usage or no way to serve\n";
 
@@ -53,17 +54,12 @@ std::nullopt_t Refuse(int& exitCode, const char* why, const char* what)
 std::optional<ServiceOptions> ServiceOptions::Parse(int argc, char** argv, int& exitCode)
 {
     static const option OPTIONS[] = {
-        {"runtime-dir", required_argument, nullptr, 'd'},
-        {"root", required_argument, nullptr, 'r'},
-        {"config", required_argument, nullptr, 'f'},
-        {"explain", no_argument, nullptr, 'x'},
-        {"catalogue", required_argument, nullptr, 'c'},
-        {"scenario", required_argument, nullptr, 's'},
-        {"speed", required_argument, nullptr, 'p'},
-        {"seed", required_argument, nullptr, 'e'},
-        {"help", no_argument, nullptr, 'h'},
-        {"version", no_argument, nullptr, 'v'},
-        {nullptr, 0, nullptr, 0},
+        {"runtime-dir", required_argument, nullptr, 'd'}, {"root", required_argument, nullptr, 'r'},
+        {"config", required_argument, nullptr, 'f'},      {"explain", no_argument, nullptr, 'x'},
+        {"catalogue", required_argument, nullptr, 'c'},   {"scenario", required_argument, nullptr, 's'},
+        {"speed", required_argument, nullptr, 'p'},       {"seed", required_argument, nullptr, 'e'},
+        {"no-simulation", no_argument, nullptr, 'n'},     {"help", no_argument, nullptr, 'h'},
+        {"version", no_argument, nullptr, 'v'},           {nullptr, 0, nullptr, 0},
     };
     ServiceOptions options;
     exitCode = EXIT_DONE;
@@ -97,6 +93,9 @@ std::optional<ServiceOptions> ServiceOptions::Parse(int argc, char** argv, int& 
                 if (!ParseNumber(optarg, options.seed)) {
                     return Refuse(exitCode, "not a whole number:", optarg);
                 }
+                break;
+            case 'n':
+                options.allowsSimulation = false;
                 break;
             case 'h':
                 std::fputs(USAGE, stdout);

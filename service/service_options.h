@@ -18,6 +18,7 @@ struct ServiceOptions {
     std::string scenarioFile;   // empty: none
     double speed = 1;           // of the scenario
     uint64_t seed = 0;          // of the scenario
+    bool allowsSimulation = true;
 
     static constexpr int EXIT_DONE = 0;
     static constexpr int EXIT_REFUSED = 2;  // bad usage, or no way to serve

@@ -16,7 +16,7 @@
 #include "base/service_result.h"
 #include "probes/machine_counters.h"
 #include "probes/machine_source.h"
-#include "push/callback_proxies.h"
+#include "push/push_manner.h"
 
 namespace TAVO::Veltra {
 
@@ -55,40 +55,34 @@ private:
     std::unique_ptr<MachineSource> machine_;
 };
 
-std::unique_ptr<DeviceSource> DeviceOf(const ServiceSetup& setup, const ServiceClock& clock,
-                                       std::function<const ServiceConfig&()> config)
-{
-    if (setup.scenario != nullptr) {
-        return std::make_unique<ScenarioSource>(setup.scenario, clock);
-    }
-    return std::make_unique<LateMachine>(setup.rootDir, std::move(config));
-}
-
-std::unique_ptr<GpuCounterSource> GpuOf(const ServiceSetup& setup)
-{
-    if (setup.scenario != nullptr) {
-        return setup.scenario->Gpu() ? std::make_unique<ScenarioCounters>(*setup.scenario->Gpu()) : nullptr;
-    }
-    return OpenGpuCounters(setup.rootDir);
-}
-
 }  // namespace
 
 VeltraService::VeltraService(ServiceSetup setup)
     : setup_(std::move(setup)),
       clock_(setup_.speed),
-      deviceState_(DeviceOf(setup_, clock_, [this]() -> const ServiceConfig& { return Config(); })),
+      simulation_(clock_),
+      deviceState_(std::make_unique<SimulatedDevice>(
+          simulation_,
+          std::make_unique<LateMachine>(setup_.rootDir, [this]() -> const ServiceConfig& { return Config(); }))),
+      gpuCounters_(simulation_, [this] { return OpenGpuCounters(setup_.rootDir); }),
       subscriptions_(new Subscriptions()),
-      pusher_(
-          deviceState_, [this] { return GpuCounters(); }, setup_.scenario.get(), *subscriptions_, pool_,
-          [this] {
-              return Pusher::Periods{Config().lookSeconds, Config().repeatSeconds};
-          }),
+      pusher_(deviceState_, gpuCounters_, simulation_, *subscriptions_, pool_,
+              [this] {
+                  return Pusher::Periods{Config().lookSeconds, Config().repeatSeconds};
+              }),
       ticker_(clock_, [this](double now) { return Tick(now); })
 {
+    // Also without subscribers: what is simulated may end the process.
+    simulation_.OnChange([this] { ticker_.Wake(); });
     if (setup_.scenario != nullptr) {
-        ticker_.Wake();  // a scenario may end the process before anybody subscribes
+        simulation_.Start(setup_.scenario);
     }
+}
+
+ServiceView VeltraService::View()
+{
+    return {setup_,          clock_, deviceState_, games_,
+            *subscriptions_, pool_,  simulation_,  [this]() -> const ServiceConfig& { return Config(); }};
 }
 
 const ServiceConfig& VeltraService::Config()
@@ -111,8 +105,8 @@ const ServiceConfig& VeltraService::Config()
 
 double VeltraService::Tick(double now)
 {
-    const double death =
-        setup_.scenario != nullptr ? setup_.scenario->Faults().DeathTime() : std::numeric_limits<double>::infinity();
+    const std::shared_ptr<const Playing> playing = simulation_.Current();
+    const double death = playing != nullptr ? playing->DeathTime() : std::numeric_limits<double>::infinity();
     if (now >= death) {
         FaultPlan::Die();
     }
@@ -122,14 +116,12 @@ double VeltraService::Tick(double now)
 int32_t VeltraService::BeforeRequest(ServerCode code)
 {
     pool_.Heard(GetCallingPeer().session);
-    return setup_.scenario != nullptr ? setup_.scenario->Faults().Before(code, clock_) : 0;
+    return simulation_.Before(code);
 }
 
 void VeltraService::AfterReply(ServerCode code, MessageParcel& reply)
 {
-    if (setup_.scenario != nullptr) {
-        setup_.scenario->Faults().After(code, reply, clock_.Now());
-    }
+    simulation_.After(code, reply);
 }
 
 int32_t VeltraService::UpdateGameInfo(int32_t first, const std::string& text, int32_t)
@@ -206,7 +198,7 @@ std::map<std::string, std::string> VeltraService::GetSystemFunctionStatus(std::m
         {"gpuState", SupportedIf(deviceState_.ReportsGpu())},
         {"gameState", SupportedIf(true)},
         {"gameEvents", SupportedIf(true)},
-        {"gpuCounters", SupportedIf(GpuCounters() != nullptr)},
+        {"gpuCounters", SupportedIf(gpuCounters_.IsThere())},
         {"graphicSettings", SupportedIf(false)},
         {"resourcePreDownload", SupportedIf(setup_.catalogue.has_value())},
     };
@@ -240,11 +232,10 @@ int32_t VeltraService::UnRegisterCallBack()
 
 int32_t VeltraService::StartGetGpuPerfInfo(int32_t value, const sptr<IGpuCounterNativeCallback>& callback)
 {
-    const GpuCounterSource* counters = GpuCounters();
-    if (counters == nullptr) {
+    if (!gpuCounters_.IsThere()) {
         return SERVICE_NO_GPU_COUNTERS;
     }
-    return Subscribe(Subject::GPU_COUNTERS, callback, counters->Interval(value));
+    return Subscribe(Subject::GPU_COUNTERS, callback, gpuCounters_.Interval(value));
 }
 
 int32_t VeltraService::StopGetGpuPerfInfo()
@@ -258,8 +249,8 @@ int32_t VeltraService::QueryAppResourceInfos(const std::vector<std::string>& bun
     if (!setup_.catalogue) {
         return SERVICE_NOT_SUPPORTED;
     }
-    return Answer(callback, [callback, infos = setup_.catalogue->Resources(bundleNames)](uint32_t) {
-        return callback->OnQueryAppResourceInfos(infos);
+    return Answer(callback, [infos = setup_.catalogue->Resources(bundleNames)](auto& client) {
+        return client.OnQueryAppResourceInfos(infos);
     });
 }
 
@@ -269,8 +260,8 @@ int32_t VeltraService::GetAppPrioritys(std::vector<std::string>& bundleNames,
     if (!setup_.catalogue) {
         return SERVICE_NOT_SUPPORTED;
     }
-    return Answer(callback, [callback, names = setup_.catalogue->Priorities(bundleNames)](uint32_t) mutable {
-        return callback->OnGetAppPrioritys(names);
+    return Answer(callback, [names = setup_.catalogue->Priorities(bundleNames)](auto& client) mutable {
+        return client.OnGetAppPrioritys(names);
     });
 }
 
@@ -321,19 +312,18 @@ int32_t VeltraService::Unsubscribe(Subject subject)
     return 0;
 }
 
-int32_t VeltraService::Answer(const sptr<IRemoteBroker>& callback, DeliveryPool::Delivery delivery)
+int32_t VeltraService::Answer(const sptr<IRemoteBroker>& callback,
+                              std::function<int32_t(ResourcePreDownloadCallbackProxy&)> send)
 {
     if (callback == nullptr) {
         return SERVICE_NO_RESOURCES;
     }
-    const bool isKept = pool_.PushAnswer(GetCallingPeer().session, callback->AsObject(), std::move(delivery));
-    return isKept ? 0 : SERVICE_NO_RESOURCES;
-}
-
-GpuCounterSource* VeltraService::GpuCounters()
-{
-    std::call_once(gpuOpened_, [this] { gpuCounters_ = GpuOf(setup_); });
-    return gpuCounters_.get();
+    const sptr<IRemoteObject> object = callback->AsObject();
+    const auto deliver = [&simulation = simulation_, object, send = std::move(send)](uint32_t) {
+        ResourcePreDownloadCallbackProxy client(object, PushManner::Now(simulation).spoil);
+        return send(client);
+    };
+    return pool_.PushAnswer(GetCallingPeer().session, object, deliver) ? 0 : SERVICE_NO_RESOURCES;
 }
 
 }  // namespace TAVO::Veltra

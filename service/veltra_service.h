@@ -4,6 +4,7 @@
 #define VELTRA_SERVICE_VELTRA_SERVICE_H
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -18,10 +19,12 @@
 #include "base/ticker.h"
 #include "catalogue.h"
 #include "game_table.h"
+#include "push/callback_proxies.h"
 #include "push/delivery_pool.h"
 #include "push/pusher.h"
 #include "push/subscriptions.h"
-#include "scenario/scenario.h"
+#include "scenario/simulated_device.h"
+#include "scenario/simulation.h"
 #include "service_config.h"
 #include "veltra_server_stub.h"
 
@@ -32,11 +35,24 @@ struct ServiceSetup {
     std::string rootDir = "/";
     std::shared_ptr<const Scenario> scenario;  // in place of the machine; may be null
     double speed = 1;                          // of the scenario
+    bool allowsSimulation = true;              // whether the control side may change it
     std::optional<Catalogue> catalogue;
     ServiceConfig config;
     // Read on top of `config` when it is first needed, since that takes time which a game's first call need not wait for.
     // One with a mistake is reported in the log and left out: it must not cost every game the service.
     std::vector<std::string> lateConfigFiles;
+};
+
+// What the control side shows and changes; lives as long as the service.
+struct ServiceView {
+    const ServiceSetup& setup;
+    const ServiceClock& clock;
+    const DeviceState& device;
+    GameTable& games;
+    const Subscriptions& subscriptions;
+    const DeliveryPool& pool;
+    Simulation& simulation;
+    std::function<const ServiceConfig&()> config;
 };
 
 // Operations run on platform workers, several at once, and wait for nobody, but for the first that asks after GPU
@@ -46,6 +62,8 @@ public:
     static constexpr size_t MAX_BUNDLE_NAME_BYTES = 256;  // of a name that is kept
 
     explicit VeltraService(ServiceSetup setup);
+
+    ServiceView View();
 
     // Which of the names in `text` are games; all games for an empty text. At most MAX_APP_TYPES.
     static std::map<std::string, bool> AppTypes(const std::set<std::string>& games, const std::string& text);
@@ -85,8 +103,7 @@ private:
     int32_t ReportState(int32_t state, const std::string& bundleName);
     int32_t Subscribe(Subject subject, const sptr<IRemoteBroker>& callback, double interval);
     int32_t Unsubscribe(Subject subject);
-    int32_t Answer(const sptr<IRemoteBroker>& callback, DeliveryPool::Delivery delivery);
-    GpuCounterSource* GpuCounters();
+    int32_t Answer(const sptr<IRemoteBroker>& callback, std::function<int32_t(ResourcePreDownloadCallbackProxy&)> send);
     const ServiceConfig& Config();
     double Tick(double now);
 
@@ -94,10 +111,10 @@ private:
     std::once_flag configRead_;
     ServiceConfig config_;  // set once, by Config
     const ServiceClock clock_;
+    Simulation simulation_;
     const DeviceState deviceState_;
     GameTable games_;
-    std::once_flag gpuOpened_;
-    std::unique_ptr<GpuCounterSource> gpuCounters_;  // null: none; set once, used by the ticker's thread
+    SimulatedCounters gpuCounters_;
     const sptr<Subscriptions> subscriptions_;
     DeliveryPool pool_;
     Pusher pusher_;

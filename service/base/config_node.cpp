@@ -224,7 +224,7 @@ void ConfigNode::Fail(const std::string& why) const
     ConfigMistake mistake;
     mistake.line = static_cast<size_t>(std::count(before.begin(), before.end(), '\n')) + 1;
     mistake.column = before.size() - (before.rfind('\n') + 1) + 1;  // without an end of line: npos + 1 is 0
-    mistake.text = (IsTop() ? "the file " : place_ + ": ") + why;
+    mistake.text = (IsTop() ? "" : place_ + ": ") + why;
     throw ConfigError(document_->name, mistake);
 }
 

@@ -4,8 +4,9 @@
 #include <algorithm>
 #include <string>
 
-#include <json/json.h>
+#include <json/value.h>
 
+#include "base/json_text.h"
 #include "base/service_result.h"
 
 namespace TAVO::Veltra {
@@ -73,9 +74,7 @@ std::string Document(const DeviceReading& reading, const WantedState& wanted)
     for (const auto& [sensor, why] : reading.ignoredSensors) {
         root["ignoredSensors"][sensor] = why;
     }
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    return Json::writeString(builder, root);
+    return JsonText(root);
 }
 
 }  // namespace

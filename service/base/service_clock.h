@@ -17,6 +17,7 @@ public:
 
     explicit ServiceClock(double speed = 1) : speed_(speed) {}
 
+    double Speed() const { return speed_; }  // seconds of the service per second
     double Now() const { return std::chrono::duration<double>(Steady::now() - start_).count() * speed_; }
     // When the service's time will be `seconds`; what is more than a day off is a day off.
     Steady::time_point At(double seconds) const

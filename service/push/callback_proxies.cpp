@@ -16,16 +16,31 @@ BrokerDelegator<ResourcePreDownloadCallbackProxy> ResourcePreDownloadCallbackPro
 
 namespace {
 
+// Half of the slots that follow the first `keptBytes`.
+void Cut(MessageParcel& data, size_t keptBytes)
+{
+    const std::string written(reinterpret_cast<const char*>(data.GetData()), data.GetDataSize());
+    data.SetData(written.data(), keptBytes + (written.size() - keptBytes) / 2 / Parcel::SLOT * Parcel::SLOT);
+}
+
 // One request to a callback object; `write` puts what follows the token.
 template <typename Write>
-int32_t Call(const sptr<IRemoteObject>& object, const std::u16string& token, CallbackCode code, Write write)
+int32_t Call(const sptr<IRemoteObject>& object, PushSpoil spoil, const std::u16string& token, CallbackCode code,
+             Write write)
 {
     if (object == nullptr) {
         return IPC_DEAD_OBJECT;
     }
     MessageParcel data;
-    if (!data.WriteInterfaceToken(token) || !write(data)) {
+    if (!data.WriteInterfaceToken(spoil == PushSpoil::WRONG_TOKEN ? token + u"?" : token)) {
         return IPC_TOO_LARGE;
+    }
+    const size_t tokenBytes = data.GetDataSize();
+    if (!write(data)) {
+        return IPC_TOO_LARGE;
+    }
+    if (spoil == PushSpoil::CUT) {
+        Cut(data, tokenBytes);
     }
     MessageParcel reply;
     MessageOption option;
@@ -37,7 +52,7 @@ int32_t Call(const sptr<IRemoteObject>& object, const std::u16string& token, Cal
 
 int32_t GameEventCallbackProxy::OnGameCallbackEvent(const GameCallbackEventInfo& info)
 {
-    return Call(Remote(), GetDescriptor(), CallbackCode::GAME_EVENT, [&info](MessageParcel& data) {
+    return Call(Remote(), spoil_, GetDescriptor(), CallbackCode::GAME_EVENT, [&info](MessageParcel& data) {
         return data.WriteString(info.eventText) && data.WriteInt32(info.tempLevel) &&
                data.WriteInt32(info.gpuLoadLevel) && data.WriteInt32(info.vertexLoadLevel) &&
                data.WriteInt32(info.fragmentLoadLevel) && data.WriteInt32(info.textureLoadLevel) &&
@@ -49,13 +64,13 @@ int32_t GameEventCallbackProxy::OnGameCallbackEvent(const GameCallbackEventInfo&
 
 int32_t GpuCounterCallbackProxy::OnGpuData(std::vector<GpuPerfInfo>& infos)
 {
-    return Call(Remote(), GetDescriptor(), CallbackCode::GPU_COUNTER_DATA,
+    return Call(Remote(), spoil_, GetDescriptor(), CallbackCode::GPU_COUNTER_DATA,
                 [&infos](MessageParcel& data) { return WriteVectorToParcel(data, infos); });
 }
 
 int32_t ResourcePreDownloadCallbackProxy::OnGetAppPrioritys(std::vector<std::string>& list)
 {
-    return Call(Remote(), GetDescriptor(), CallbackCode::GET_APP_PRIORITYS, [&list](MessageParcel& data) {
+    return Call(Remote(), spoil_, GetDescriptor(), CallbackCode::GET_APP_PRIORITYS, [&list](MessageParcel& data) {
         const auto count = static_cast<int32_t>(std::min(list.size(), static_cast<size_t>(MAX_PRIORITIES)));
         return data.WriteInt32(count) && std::all_of(list.begin(), list.begin() + count,
                                                      [&data](const auto& text) { return data.WriteString(text); });
@@ -64,7 +79,7 @@ int32_t ResourcePreDownloadCallbackProxy::OnGetAppPrioritys(std::vector<std::str
 
 int32_t ResourcePreDownloadCallbackProxy::OnQueryAppResourceInfos(const AppResourceInfos& infos)
 {
-    return Call(Remote(), GetDescriptor(), CallbackCode::QUERY_APP_RESOURCE_INFOS,
+    return Call(Remote(), spoil_, GetDescriptor(), CallbackCode::QUERY_APP_RESOURCE_INFOS,
                 [&infos](MessageParcel& data) { return WriteVectorToParcel(data, infos.resourceInfos); });
 }
 

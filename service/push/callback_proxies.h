@@ -12,6 +12,7 @@
 #include "ipc/igp_napi_event_callback.h"
 #include "ipc/igpu_counter_native_callback.h"
 #include "ipc/iresource_pre_download_native_callback.h"
+#include "push/push_manner.h"
 
 namespace TAVO::Veltra {
 
@@ -21,26 +22,37 @@ namespace TAVO::Veltra {
 
 class GameEventCallbackProxy : public IRemoteProxy<IGpNapiEventCallback> {
 public:
-    explicit GameEventCallbackProxy(const sptr<IRemoteObject>& object) : IRemoteProxy(object) {}
+    explicit GameEventCallbackProxy(const sptr<IRemoteObject>& object, PushSpoil spoil = PushSpoil::NONE)
+        : IRemoteProxy(object), spoil_(spoil)
+    {
+    }
     int32_t OnGameCallbackEvent(const GameCallbackEventInfo& info) override;
 
 private:
     static BrokerDelegator<GameEventCallbackProxy> delegator_;
+    const PushSpoil spoil_;
 };
 
 class GpuCounterCallbackProxy : public IRemoteProxy<IGpuCounterNativeCallback> {
 public:
-    explicit GpuCounterCallbackProxy(const sptr<IRemoteObject>& object) : IRemoteProxy(object) {}
+    explicit GpuCounterCallbackProxy(const sptr<IRemoteObject>& object, PushSpoil spoil = PushSpoil::NONE)
+        : IRemoteProxy(object), spoil_(spoil)
+    {
+    }
     // IPC_TOO_LARGE, and nothing sent, when the list does not fit a message.
     int32_t OnGpuData(std::vector<GpuPerfInfo>& infos) override;
 
 private:
     static BrokerDelegator<GpuCounterCallbackProxy> delegator_;
+    const PushSpoil spoil_;
 };
 
 class ResourcePreDownloadCallbackProxy : public IRemoteProxy<IResourcePreDownloadNativeCallback> {
 public:
-    explicit ResourcePreDownloadCallbackProxy(const sptr<IRemoteObject>& object) : IRemoteProxy(object) {}
+    explicit ResourcePreDownloadCallbackProxy(const sptr<IRemoteObject>& object, PushSpoil spoil = PushSpoil::NONE)
+        : IRemoteProxy(object), spoil_(spoil)
+    {
+    }
     // Sends the first MAX_PRIORITIES texts: clients refuse a longer list whole.
     int32_t OnGetAppPrioritys(std::vector<std::string>& list) override;
     // IPC_TOO_LARGE, and nothing sent, when the list does not fit a message.
@@ -48,6 +60,7 @@ public:
 
 private:
     static BrokerDelegator<ResourcePreDownloadCallbackProxy> delegator_;
+    const PushSpoil spoil_;
 };
 
 }  // namespace TAVO::Veltra

@@ -7,6 +7,7 @@
 
 #include "base/service_log.h"
 #include "push/callback_proxies.h"
+#include "push/push_manner.h"
 
 namespace TAVO::Veltra {
 
@@ -40,15 +41,21 @@ double Pusher::Tick(double now)
 double Pusher::TickEvents(double now)
 {
     const std::vector<Subscription> subscriptions = subscriptions_.All(Subject::EVENTS);
+    std::vector<std::string> texts = simulation_.TakeTexts(now);
     if (subscriptions.empty()) {
         isListening_ = false;
         return NEVER;
     }
-    const std::vector<std::string> texts = TextsSince(now);
+    if (!isListening_) {
+        texts.clear();  // what happened before anybody listened
+    }
+    const uint64_t number = simulation_.Number();
+    const bool isSimulatedAnew = number != simulated_;
+    simulated_ = number;
     const bool isDue = std::any_of(subscriptions.begin(), subscriptions.end(),
                                    [now](const Subscription& subscription) { return now >= subscription.due; });
     bool hasChanged = false;
-    if (isDue || now >= readAgain_ || !texts.empty()) {
+    if (isDue || isSimulatedAnew || now >= readAgain_ || !texts.empty()) {
         state_ = device_.Event();
         hasChanged = isListening_ && !IsSameState(announced_, state_);
         readAgain_ = now + periods_().look;
@@ -57,7 +64,7 @@ double Pusher::TickEvents(double now)
         announced_ = state_;  // and not at every reading: a slow drift adds up until it is news
     }
     isListening_ = true;
-    double next = scenario_ != nullptr ? std::min(readAgain_, scenario_->NextEvent(now)) : readAgain_;
+    double next = std::min(readAgain_, simulation_.NextText(now));
     for (Subscription subscription : subscriptions) {
         if (hasChanged || !texts.empty() || now >= subscription.due) {
             subscription.due = now + periods_().repeat;
@@ -69,25 +76,12 @@ double Pusher::TickEvents(double now)
     return next;
 }
 
-// What the scenario let happen since the last tick; nothing that came before anybody listened.
-std::vector<std::string> Pusher::TextsSince(double now)
-{
-    const double before = std::exchange(lastTick_, now);
-    std::vector<std::string> texts;
-    if (isListening_ && scenario_ != nullptr) {
-        for (const Scenario::Event& event : scenario_->EventsIn(before, now)) {
-            texts.push_back(event.text);
-        }
-    }
-    return texts;
-}
-
 double Pusher::TickGpu(double now)
 {
     double next = NEVER;
     for (Subscription subscription : subscriptions_.All(Subject::GPU_COUNTERS)) {
         if (now >= subscription.due) {
-            std::vector<GpuPerfInfo> batch = gpu_()->Batch(now, {subscription.sent, subscription.process});
+            std::vector<GpuPerfInfo> batch = gpu_.Batch(now, {subscription.sent, subscription.process});
             subscription.sent += batch.size();
             subscription.due = std::max(subscription.due + subscription.interval, now);
             subscriptions_.Advance(Subject::GPU_COUNTERS, subscription);
@@ -106,9 +100,12 @@ void Pusher::PushEvents(const Subscription& subscription, const std::vector<std:
     const auto push = [this, &subscription](const std::string& text) {
         GameCallbackEventInfo info = state_;
         info.eventText = text;
-        const auto deliver = [object = subscription.object, info](uint32_t replaced) mutable {
+        const auto deliver = [&simulation = simulation_, object = subscription.object,
+                              info](uint32_t replaced) mutable {
             info.extraValue = static_cast<int32_t>(replaced);
-            return GameEventCallbackProxy(object).OnGameCallbackEvent(info);
+            const PushManner manner = PushManner::Now(simulation);
+            GameEventCallbackProxy client(object, manner.spoil);
+            return manner.Repeat([&] { return client.OnGameCallbackEvent(info); });
         };
         pool_.PushLatest(subscription.client, subscription.object, deliver);
     };
@@ -121,9 +118,12 @@ void Pusher::PushEvents(const Subscription& subscription, const std::vector<std:
 void Pusher::PushBatch(const Subscription& subscription, std::vector<GpuPerfInfo> batch)
 {
     const auto samples = std::make_shared<std::vector<GpuPerfInfo>>(std::move(batch));  // a delivery is copyable
-    pool_.PushLatest(subscription.client, subscription.object, [object = subscription.object, samples](uint32_t) {
-        return GpuCounterCallbackProxy(object).OnGpuData(*samples);
-    });
+    const auto deliver = [&simulation = simulation_, object = subscription.object, samples](uint32_t) {
+        const PushManner manner = PushManner::Now(simulation);
+        GpuCounterCallbackProxy client(object, manner.spoil);
+        return manner.Repeat([&] { return client.OnGpuData(*samples); });
+    };
+    pool_.PushLatest(subscription.client, subscription.object, deliver);
 }
 
 }  // namespace TAVO::Veltra

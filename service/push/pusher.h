@@ -14,7 +14,7 @@
 #include "base/gpu_counters.h"
 #include "push/delivery_pool.h"
 #include "push/subscriptions.h"
-#include "scenario/scenario.h"
+#include "scenario/simulation.h"
 
 namespace TAVO::Veltra {
 
@@ -27,16 +27,13 @@ public:
     };
     static constexpr char STATE_EVENT[] = "deviceState";  // the text of such an event
 
-    // Called while somebody has subscribed to GPU counters only; null: there are none.
-    using GpuCounters = std::function<GpuCounterSource*()>;
-
-    // The caller keeps all referenced objects alive longer than the pusher; `scenario` may be null. `periods` is called only
-    // while a client is subscribed.
-    Pusher(const DeviceState& device, GpuCounters gpu, const Scenario* scenario, Subscriptions& subscriptions,
+    // The caller keeps all referenced objects alive longer than the pusher. `periods` is called only while a client is
+    // subscribed.
+    Pusher(const DeviceState& device, GpuCounterSource& gpu, Simulation& simulation, Subscriptions& subscriptions,
            DeliveryPool& pool, std::function<Periods()> periods)
         : device_(device),
-          gpu_(std::move(gpu)),
-          scenario_(scenario),
+          gpu_(gpu),
+          simulation_(simulation),
           subscriptions_(subscriptions),
           pool_(pool),
           periods_(std::move(periods))
@@ -50,21 +47,20 @@ public:
 private:
     double TickEvents(double now);
     double TickGpu(double now);
-    std::vector<std::string> TextsSince(double now);
     void PushEvents(const Subscription& subscription, const std::vector<std::string>& texts);
     void PushBatch(const Subscription& subscription, std::vector<GpuPerfInfo> batch);
 
     const DeviceState& device_;
-    const GpuCounters gpu_;
-    const Scenario* const scenario_;
+    GpuCounterSource& gpu_;  // asked while somebody has subscribed to GPU counters only
+    Simulation& simulation_;
     Subscriptions& subscriptions_;
     DeliveryPool& pool_;
     const std::function<Periods()> periods_;
     GameCallbackEventInfo state_;      // as last read
     GameCallbackEventInfo announced_;  // as it was when a change was last reported to all subscribers
     double readAgain_ = 0;             // when to read it again
-    double lastTick_ = 0;
-    bool isListening_ = false;  // somebody was subscribed to events at the last tick
+    uint64_t simulated_ = 0;           // the number of the simulation's change that was read last
+    bool isListening_ = false;         // somebody was subscribed to events at the last tick
 };
 
 }  // namespace TAVO::Veltra

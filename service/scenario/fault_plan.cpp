@@ -4,10 +4,10 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
+#include <iterator>
 #include <limits>
-#include <string_view>
-#include <thread>
 
+#include "base/operation_names.h"
 #include "base/service_result.h"
 
 namespace TAVO::Veltra {
@@ -17,142 +17,151 @@ namespace {
 constexpr double MOST_SECONDS = 1e9;
 constexpr double FOR_GOOD = std::numeric_limits<double>::infinity();
 constexpr size_t MAX_TEXT_BYTES = 65536;
+constexpr double LATE_SECONDS = 10;  // longer than a client waits
+constexpr double MOST_LATE_SECONDS = 3600;
+constexpr int64_t FLOOD_COUNT = 1000;
+constexpr int64_t MOST_FLOOD_COUNT = 1000000;
 constexpr char CUT_TEXT[] = "{\"tempLevel\": ";
 
-struct OperationName {
+struct KindName {
     const char* name;
-    ServerCode code;
+    Fault::Kind kind;
 };
-constexpr OperationName OPERATIONS[] = {
-    {"ReportGameEvent", ServerCode::REPORT_GAME_EVENT},
-    {"NotifyGameEvent", ServerCode::NOTIFY_GAME_EVENT},
-    {"SyncAppType", ServerCode::SYNC_APP_TYPE},
-    {"ReportRenderThread", ServerCode::REPORT_RENDER_THREAD},
-    {"RegisterCallBack", ServerCode::REGISTER_CALL_BACK},
-    {"UnRegisterCallBack", ServerCode::UN_REGISTER_CALL_BACK},
-    {"UpdateGameInfo", ServerCode::UPDATE_GAME_INFO},
-    {"CallAuth", ServerCode::CALL_AUTH},
-    {"StartGetGpuPerfInfo", ServerCode::START_GET_GPU_PERF_INFO},
-    {"StopGetGpuPerfInfo", ServerCode::STOP_GET_GPU_PERF_INFO},
-    {"GetDeviceInfo", ServerCode::GET_DEVICE_INFO},
-    {"GetAppPrioritys", ServerCode::GET_APP_PRIORITYS},
-    {"QueryAppResourceInfos", ServerCode::QUERY_APP_RESOURCE_INFOS},
-    {"NotifyAppResourceDownLoadResults", ServerCode::NOTIFY_APP_RESOURCE_DOWN_LOAD_RESULTS},
-    {"RegisterCallbackForGraphic", ServerCode::REGISTER_CALLBACK_FOR_GRAPHIC},
-    {"GetSystemFunctionStatus", ServerCode::GET_SYSTEM_FUNCTION_STATUS},
-    {"QueryGameState", ServerCode::QUERY_GAME_STATE},
+constexpr KindName KINDS[] = {
+    {"die", Fault::Kind::DIE},
+    {"hang", Fault::Kind::HANG},
+    {"lateReply", Fault::Kind::LATE},
+    {"refuse", Fault::Kind::REFUSE},
+    {"shortReply", Fault::Kind::SHORT_REPLY},
+    {"badText", Fault::Kind::BAD_TEXT},
+    {"wrongToken", Fault::Kind::WRONG_TOKEN},
+    {"shortCallback", Fault::Kind::SHORT_CALLBACK},
+    {"flood", Fault::Kind::FLOOD},
 };
 
-// The row whose name the node has, or a complaint.
-template <typename Row, size_t COUNT, typename NameOf>
-const Row& FindNamed(const ConfigNode& node, const Row (&rows)[COUNT], NameOf nameOf)
+Fault::Kind ParseKind(const ConfigNode& node)
 {
     const std::string name = node.Text(MAX_TEXT_BYTES);
     const auto found =
-        std::find_if(std::begin(rows), std::end(rows), [&](const Row& row) { return name == nameOf(row); });
-    if (found == std::end(rows)) {
+        std::find_if(std::begin(KINDS), std::end(KINDS), [&name](const KindName& row) { return name == row.name; });
+    if (found == std::end(KINDS)) {
         node.Fail("there is no \"" + name + "\"");
     }
-    return *found;
+    return found->kind;
 }
 
-}  // namespace
-
-FaultPlan FaultPlan::Parse(const ConfigNode& node)
+// The operation that the fault is restricted to, or a complaint where there can be none.
+std::optional<ServerCode> ParseOperation(const ConfigNode& node, const Fault& fault)
 {
-    FaultPlan plan;
-    for (const ConfigNode& item : node.Items(MAX_FAULTS)) {
-        item.Try([&] { plan.faults_.push_back(ParseFault(item)); });
+    std::optional<ServerCode> operation;
+    if (node.Has("operation")) {
+        const ConfigNode name = node.Member("operation");
+        if (fault.IsOfPushes()) {
+            name.Fail("this fault spoils what the service pushes, not an operation");
+        }
+        operation = FindOperation(name.Text(MAX_TEXT_BYTES));
+        if (!operation) {
+            name.Fail("there is no \"" + name.Text(MAX_TEXT_BYTES) + "\"");
+        }
     }
-    return plan;
+    if (fault.kind == Fault::Kind::BAD_TEXT) {
+        if (operation.value_or(ServerCode::GET_DEVICE_INFO) != ServerCode::GET_DEVICE_INFO) {
+            node.Member("operation").Fail("only GetDeviceInfo answers with a text to spoil");
+        }
+        operation = ServerCode::GET_DEVICE_INFO;
+    }
+    return operation;
 }
 
-FaultPlan::Fault FaultPlan::ParseFault(const ConfigNode& node)
+Fault ParseFault(const ConfigNode& node)
 {
-    struct KindName {
-        const char* name;
-        Kind kind;
-    };
-    static constexpr KindName KINDS[] = {
-        {"die", Kind::DIE},          {"hang", Kind::HANG}, {"refuse", Kind::REFUSE}, {"shortReply", Kind::SHORT_REPLY},
-        {"badText", Kind::BAD_TEXT},
-    };
-    node.ExpectKeys({"kind", "at", "for", "operation", "code", "text"});
     Fault fault;
-    node.Try(
-        [&] { fault.kind = FindNamed(node.Member("kind"), KINDS, [](const KindName& row) { return row.name; }).kind; });
+    node.Try([&] { fault.kind = ParseKind(node.Member("kind")); });
     node.Try([&] { fault.from = node.NumberOr("at", 0, 0, MOST_SECONDS); });
     node.Try(
         [&] { fault.until = node.Has("for") ? fault.from + node.Member("for").Number(0, MOST_SECONDS) : FOR_GOOD; });
-    node.Try([&] {
-        if (node.Has("operation")) {
-            fault.operation =
-                FindNamed(node.Member("operation"), OPERATIONS, [](const OperationName& row) { return row.name; }).code;
-        }
-    });
-    if (fault.kind == Kind::BAD_TEXT) {
-        if (fault.operation.value_or(ServerCode::GET_DEVICE_INFO) != ServerCode::GET_DEVICE_INFO) {
-            node.Member("operation").Fail("only GetDeviceInfo answers with a text to spoil");
-        }
-        fault.operation = ServerCode::GET_DEVICE_INFO;
-    }
+    node.Try([&] { fault.operation = ParseOperation(node, fault); });
     node.Try([&] {
         fault.code = static_cast<int32_t>(node.IntegerOr("code", SERVICE_NOT_SUPPORTED, INT32_MIN, INT32_MAX));
         if (fault.code == 0) {
             node.Member("code").Fail("0 is no refusal");
         }
     });
-    fault.text = node.TextOr("text", CUT_TEXT, MAX_TEXT_BYTES);
+    node.Try([&] { fault.seconds = node.NumberOr("seconds", LATE_SECONDS, 0, MOST_LATE_SECONDS); });
+    node.Try([&] { fault.count = static_cast<uint32_t>(node.IntegerOr("count", FLOOD_COUNT, 1, MOST_FLOOD_COUNT)); });
+    node.Try([&] { fault.text = node.TextOr("text", CUT_TEXT, MAX_TEXT_BYTES); });
     return fault;
 }
 
-const FaultPlan::Fault* FaultPlan::Find(ServerCode code, double now) const
+}  // namespace
+
+const char* Fault::KindName() const
+{
+    return std::find_if(std::begin(KINDS), std::end(KINDS), [this](const auto& row) { return row.kind == kind; })->name;
+}
+
+void Fault::Spoil(MessageParcel& reply) const
+{
+    if (kind == Kind::SHORT_REPLY) {
+        const std::string written(reinterpret_cast<const char*>(reply.GetData()), reply.GetDataSize());
+        reply.SetData(written.data(), written.size() / 2 / Parcel::SLOT * Parcel::SLOT);
+    } else if (kind == Kind::BAD_TEXT) {
+        reply.SetData(nullptr, 0);
+        reply.WriteInt32(0);
+        reply.WriteString(text);
+    }
+}
+
+FaultPlan FaultPlan::Parse(const ConfigNode& node)
+{
+    FaultPlan plan;
+    for (const ConfigNode& item : node.Items(MAX_FAULTS)) {
+        item.Try([&] {
+            item.ExpectKeys({"kind", "at", "for", "operation", "code", "seconds", "count", "text"});
+            plan.faults_.push_back(ParseFault(item));
+        });
+    }
+    return plan;
+}
+
+void FaultPlan::Add(const ConfigNode& command, double now)
+{
+    command.ExpectKeys({"do", "kind", "at", "for", "operation", "code", "seconds", "count", "text"});
+    Fault fault = ParseFault(command);
+    fault.from += now;
+    fault.until += now;
+    if (faults_.size() >= MAX_FAULTS) {
+        command.Fail("there are " + std::to_string(MAX_FAULTS) + " faults already; switch the simulation off first");
+    }
+    faults_.push_back(std::move(fault));
+}
+
+void FaultPlan::Prune(double now)
+{
+    std::erase_if(faults_, [now](const Fault& fault) { return fault.until <= now; });
+}
+
+const Fault* FaultPlan::ForRequest(ServerCode code, double now) const
 {
     const auto found = std::find_if(faults_.begin(), faults_.end(), [&](const Fault& fault) {
-        return now >= fault.from && now < fault.until && fault.operation.value_or(code) == code;
+        return !fault.IsOfPushes() && now >= fault.from && now < fault.until && fault.operation.value_or(code) == code;
     });
     return found == faults_.end() ? nullptr : &*found;
 }
 
-int32_t FaultPlan::Before(ServerCode code, const ServiceClock& clock) const
+const Fault* FaultPlan::ForPush(double now) const
 {
-    const Fault* fault = Find(code, clock.Now());
-    if (fault == nullptr) {
-        return 0;
-    }
-    if (fault->kind == Kind::DIE) {
-        Die();
-    }
-    if (fault->kind == Kind::REFUSE) {
-        return fault->code;
-    }
-    while (fault->kind == Kind::HANG && clock.Now() < fault->until) {
-        std::this_thread::sleep_until(clock.At(fault->until));
-    }
-    return 0;
-}
-
-void FaultPlan::After(ServerCode code, MessageParcel& reply, double now) const
-{
-    const Fault* fault = Find(code, now);
-    if (fault == nullptr) {
-        return;
-    }
-    if (fault->kind == Kind::SHORT_REPLY) {
-        const std::string written(reinterpret_cast<const char*>(reply.GetData()), reply.GetDataSize());
-        reply.SetData(written.data(), written.size() / 2 / Parcel::SLOT * Parcel::SLOT);
-    } else if (fault->kind == Kind::BAD_TEXT) {
-        reply.SetData(nullptr, 0);
-        reply.WriteInt32(0);
-        reply.WriteString(fault->text);
-    }
+    const auto found = std::find_if(faults_.begin(), faults_.end(), [now](const Fault& fault) {
+        return fault.IsOfPushes() && now >= fault.from && now < fault.until;
+    });
+    return found == faults_.end() ? nullptr : &*found;
 }
 
 double FaultPlan::DeathTime() const
 {
     double time = FOR_GOOD;
     for (const Fault& fault : faults_) {
-        if (fault.kind == Kind::DIE && !fault.operation) {
+        if (fault.kind == Fault::Kind::DIE && !fault.operation) {
             time = std::min(time, fault.from);
         }
     }

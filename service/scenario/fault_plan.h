@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a scenario lets go wrong with requests, and when.
+// What goes wrong with requests and pushes, and when, as a scenario or a command has it.
 #ifndef VELTRA_SERVICE_FAULT_PLAN_H
 #define VELTRA_SERVICE_FAULT_PLAN_H
 
@@ -11,41 +11,59 @@
 #include <tavo/message_parcel.h>
 
 #include "base/config_node.h"
-#include "base/service_clock.h"
 #include "ipc/server_codes.h"
 
 namespace TAVO::Veltra {
 
-// Never changes once it is read. Where several faults apply, the first of the file does.
+struct Fault {
+    enum class Kind {
+        DIE,
+        HANG,
+        LATE,
+        REFUSE,
+        SHORT_REPLY,
+        BAD_TEXT,
+        WRONG_TOKEN,  // from here on: of pushes
+        SHORT_CALLBACK,
+        FLOOD,
+    };
+
+    Kind kind = Kind::REFUSE;
+    double from = 0;
+    double until = 0;
+    std::optional<ServerCode> operation;  // empty: every request
+    int32_t code = 0;                     // REFUSE
+    double seconds = 0;                   // LATE
+    uint32_t count = 1;                   // FLOOD
+    std::string text;                     // BAD_TEXT
+
+    bool IsOfPushes() const { return kind >= Kind::WRONG_TOKEN; }
+    const char* KindName() const;
+
+    // Spoils a reply that is written: cut to half of its slots (SHORT_REPLY), another document (BAD_TEXT).
+    void Spoil(MessageParcel& reply) const;
+};
+
+// Times are seconds of whichever clock the owner goes by. Where several faults apply, the first does.
 class FaultPlan {
 public:
     static constexpr size_t MAX_FAULTS = 100;
 
     static FaultPlan Parse(const ConfigNode& node);
+    // The fault that a command describes; its "at" counts from `now`. Throws ConfigError, also when there are too many.
+    void Add(const ConfigNode& command, double now);
+    // Forgets those that are over.
+    void Prune(double now);
 
-    // At the start of each request: ends the process (die), waits (hang), gives a refusal (refuse), else 0.
-    int32_t Before(ServerCode code, const ServiceClock& clock) const;
-    // Spoils a reply that is written: cut to half of its slots (shortReply), another document (badText).
-    void After(ServerCode code, MessageParcel& reply, double now) const;
-
+    // Those that may apply at `now` or later.
+    const std::vector<Fault>& All() const { return faults_; }
+    const Fault* ForRequest(ServerCode code, double now) const;  // null: none
+    const Fault* ForPush(double now) const;                      // null: none
     // When the process is to end whatever is asked; infinity when it is not.
     double DeathTime() const;
     [[noreturn]] static void Die();
 
 private:
-    enum class Kind { DIE, HANG, REFUSE, SHORT_REPLY, BAD_TEXT };
-    struct Fault {
-        Kind kind = Kind::REFUSE;
-        double from = 0;
-        double until = 0;
-        std::optional<ServerCode> operation;  // empty: every request
-        int32_t code = 0;                     // REFUSE
-        std::string text;                     // BAD_TEXT
-    };
-    static Fault ParseFault(const ConfigNode& node);
-    // The first that applies, of whatever kind.
-    const Fault* Find(ServerCode code, double now) const;
-
     std::vector<Fault> faults_;
 };
 

@@ -132,18 +132,15 @@ Scenario Scenario::Parse(const ConfigNode& root, uint64_t seed)
     return scenario;
 }
 
-DeviceReading Scenario::At(double seconds, const WantedState& wanted) const
+std::map<std::string, int64_t> Scenario::At(double seconds, const WantedState& wanted) const
 {
-    DeviceReading reading;
+    std::map<std::string, int64_t> values;
     for (const auto& [field, curve] : curves_) {
         if (wanted.Includes(field->type)) {
-            reading.values[field->key] = {std::llround(curve.At(seconds)), "scenario " + name_};
+            values[field->key] = std::llround(curve.At(seconds));
         }
     }
-    if (reading.HasLevel()) {
-        reading.levelFrom = "scenario";
-    }
-    return reading;
+    return values;
 }
 
 std::vector<Scenario::Event> Scenario::EventsIn(double after, double upTo) const
@@ -161,22 +158,17 @@ double Scenario::NextEvent(double seconds) const
     return next != events_.end() ? next->at : std::numeric_limits<double>::infinity();
 }
 
-double ScenarioCounters::Interval(int32_t milliseconds) const
-{
-    return stream_.intervalSeconds.value_or(GpuCounterSource::Interval(milliseconds));
-}
-
-std::vector<GpuPerfInfo> ScenarioCounters::Batch(double now, const CounterStream& stream)
+std::vector<GpuPerfInfo> Scenario::Samples(double seconds, const CounterStream& stream) const
 {
     uint64_t sent = stream.sent;
-    uint64_t count = stream_.count;
-    if (stream_.total) {
-        count = std::min(count, *stream_.total - std::min(sent, *stream_.total));
+    uint64_t count = gpu_->count;
+    if (gpu_->total) {
+        count = std::min(count, *gpu_->total - std::min(sent, *gpu_->total));
     }
     GpuPerfInfo sample;
-    sample.long1 = static_cast<int64_t>(now * 1e9);
-    for (const auto& [counter, curve] : stream_.counters) {
-        SetGpuCounter(sample, counter, static_cast<uint64_t>(std::llround(curve.At(now))));
+    sample.long1 = static_cast<int64_t>(seconds * 1e9);
+    for (const auto& [counter, curve] : gpu_->counters) {
+        SetGpuCounter(sample, counter, static_cast<uint64_t>(std::llround(curve.At(seconds))));
     }
     std::vector<GpuPerfInfo> batch(count, sample);
     for (GpuPerfInfo& numbered : batch) {

@@ -4,7 +4,7 @@
 #define VELTRA_SERVICE_SCENARIO_H
 
 #include <cstdint>
-#include <memory>
+#include <map>
 #include <optional>
 #include <string>
 #include <utility>
@@ -12,13 +12,12 @@
 
 #include "base/device_fields.h"
 #include "base/gpu_counters.h"
-#include "base/service_clock.h"
 #include "scenario/curve.h"
 #include "scenario/fault_plan.h"
 
 namespace TAVO::Veltra {
 
-// What the file says, in the time of the scenario. Never changes once it is read; docs/service.md describes the file.
+// What the document says, in the time of the scenario. Never changes once it is read; docs/service.md describes the file.
 class Scenario {
 public:
     // Throws ConfigError. The same file and seed tell the same story.
@@ -27,7 +26,10 @@ public:
     // Every mistake of a scenario's text, by its place; empty: it can be played.
     static std::vector<ConfigMistake> Check(std::string text);
 
-    DeviceReading At(double seconds, const WantedState& wanted) const;
+    const std::string& Name() const { return name_; }
+
+    // The values of what is wanted, by DeviceField::key.
+    std::map<std::string, int64_t> At(double seconds, const WantedState& wanted) const;
 
     struct Event {
         double at = 0;
@@ -45,6 +47,8 @@ public:
         std::vector<std::pair<GpuCounter, Curve>> counters;
     };
     const std::optional<GpuStream>& Gpu() const { return gpu_; }
+    // What a stream gets at `seconds` from a scenario that has a GPU.
+    std::vector<GpuPerfInfo> Samples(double seconds, const CounterStream& stream) const;
     const FaultPlan& Faults() const { return faults_; }
 
 private:
@@ -53,33 +57,6 @@ private:
     std::vector<Event> events_;  // by time
     std::optional<GpuStream> gpu_;
     FaultPlan faults_;
-};
-
-// The device of a scenario, by the service's clock.
-class ScenarioSource final : public DeviceSource {
-public:
-    ScenarioSource(std::shared_ptr<const Scenario> scenario, const ServiceClock& clock)
-        : scenario_(std::move(scenario)), clock_(clock)
-    {
-    }
-
-    DeviceReading Read(const WantedState& wanted) override { return scenario_->At(clock_.Now(), wanted); }
-
-private:
-    const std::shared_ptr<const Scenario> scenario_;
-    const ServiceClock clock_;
-};
-
-// The GPU of a scenario that has one.
-class ScenarioCounters final : public GpuCounterSource {
-public:
-    explicit ScenarioCounters(const Scenario::GpuStream& stream) : stream_(stream) {}
-
-    double Interval(int32_t milliseconds) const override;
-    std::vector<GpuPerfInfo> Batch(double now, const CounterStream& stream) override;
-
-private:
-    const Scenario::GpuStream stream_;
 };
 
 }  // namespace TAVO::Veltra

@@ -12,7 +12,8 @@
 
 #include "ipc/igpu_counter_native_callback.h"
 #include "probes/machine_source.h"
-#include "scenario/scenario.h"
+#include "scenario/simulated_device.h"
+#include "scenario/simulation.h"
 #include "service/fake_clock.h"
 #include "service/push_receiver.h"
 #include "support/process.h"
@@ -48,13 +49,7 @@ protected:
     void Play(const std::string& scenario)
     {
         root_.Write("scenario.json", scenario);
-        scenario_ = std::make_unique<Scenario>(Scenario::Load(root_.Path() + "/scenario.json", 0));
-        if (scenario_->Gpu()) {
-            gpu_ = std::make_unique<ScenarioCounters>(*scenario_->Gpu());
-        }
-        pusher_ = std::make_unique<Pusher>(
-            device_, [this] { return gpu_.get(); }, scenario_.get(), *subscriptions_, pool_,
-            [] { return Pusher::Periods(); });
+        simulation_.Start(std::make_shared<Scenario>(Scenario::Load(root_.Path() + "/scenario.json", 0)));
     }
     void Subscribe(Subject subject, uint64_t client, const PushReceiver& receiver, double interval = 0, double due = 0)
     {
@@ -74,11 +69,11 @@ protected:
     const ScratchDir root_;
     const DeviceState device_{std::make_unique<MachineSource>(root_.Path(), With(clock_))};
     const sptr<Subscriptions> subscriptions_{new Subscriptions()};
+    Simulation simulation_{ServiceClock()};  // outlives the deliveries of the pool
     DeliveryPool pool_;
-    std::unique_ptr<Scenario> scenario_;
-    std::unique_ptr<GpuCounterSource> gpu_;
-    std::unique_ptr<Pusher> pusher_ = std::make_unique<Pusher>(
-        device_, [this] { return gpu_.get(); }, nullptr, *subscriptions_, pool_, [] { return Pusher::Periods(); });
+    SimulatedCounters gpu_{simulation_, [] { return nullptr; }};
+    std::unique_ptr<Pusher> pusher_ =
+        std::make_unique<Pusher>(device_, gpu_, simulation_, *subscriptions_, pool_, [] { return Pusher::Periods(); });
 };
 
 TEST_F(PusherTest, ANewSubscriberIsToldAtOnceThenWhatChangesAndByTheTimer)
@@ -179,7 +174,7 @@ TEST_F(PusherTest, GpuBatchesComeInTheirTimeUntilTheTotalIsReached)
 {
     Play(R"({"gpu": {"count": 3, "intervalSeconds": 0.5, "total": 5, "counters": {"powerMilliwatts": 7000}}})");
     PushReceiver receiver(IGpuCounterNativeCallback::GetDescriptor());
-    Subscribe(Subject::GPU_COUNTERS, 1, receiver, gpu_->Interval(16), 2);
+    Subscribe(Subject::GPU_COUNTERS, 1, receiver, gpu_.Interval(16), 2);
     const auto sample = [](int64_t time, int64_t number) {
         const int64_t none = 0;
         return Items{1, time, number, 0, 0, 0, none, none, none, 0, 0, 0, 0, 7000, 0, 0, 1 << 9};

@@ -11,6 +11,8 @@
 
 #include "base/service_result.h"
 #include "catalogue.h"
+#include "scenario/simulated_device.h"
+#include "scenario/simulation.h"
 #include "support/parcel_items.h"
 #include "support/process.h"
 #include "support/scratch_dir.h"
@@ -69,6 +71,8 @@ TEST(Scenario, MistakesAreNamedWithTheirPlace)
          "faults[0].code: 4294967296 is not from -2147483648 to 2147483647"},
         {R"({"faults": [{"kind": "badText", "operation": "CallAuth"}]})",
          "faults[0].operation: only GetDeviceInfo answers with a text to spoil"},
+        {R"({"faults": [{"kind": "flood", "operation": "CallAuth"}]})",
+         "faults[0].operation: this fault spoils what the service pushes, not an operation"},
     };
     for (const auto& [text, error] : rows) {
         EXPECT_EQ(ErrorOf<Scenario>(text, 0U).substr(0, std::strlen(error)), error) << text;
@@ -84,7 +88,7 @@ TEST(Scenario, ACheckFindsEveryMistakeInOrder)
 {
     const std::pair<const char*, const char*> rows[] = {
         {"{}", ""},
-        {"[]", "1:1 the file is not an object\n"},
+        {"[]", "1:1 is not an object\n"},
         {"{\n  \"name\": nothing\n}", "2:11 Syntax error: value, object or array expected.\n"},
         {R"({"curve": 1, "name": 2,
  "curves": {"tempLevel": {"points": [[0, 9], [1], [2, 3], [2, 4]], "noise": "x", "loop": 1}, "fps": 60},
@@ -133,13 +137,11 @@ TEST(Scenario, CurvesJoinTheirPoints)
                 {5, 50, 50}, {9, 50, 90}, {10, 50, 100}, {13, 50, 30}, {1000004, 50, 40}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.at);
-        const DeviceReading reading = scenario.At(row.at, {});
-        EXPECT_EQ(reading.values.at("temperature").value, row.temperature);
-        EXPECT_EQ(reading.values.at("gpuLoadPercent").value, row.load);
-        EXPECT_EQ(reading.values.at("thermalMargin").value, 7);
-        EXPECT_FALSE(reading.HasLevel()) << "a level that nobody drew";
+        const std::map<std::string, int64_t> expected = {
+            {"gpuLoadPercent", row.load}, {"temperature", row.temperature}, {"thermalMargin", 7}};
+        EXPECT_EQ(scenario.At(row.at, {}), expected);
     }
-    EXPECT_EQ(scenario.At(0, {false, true, false}).values.size(), 1U);
+    EXPECT_EQ(scenario.At(0, {false, true, false}).size(), 1U);
 }
 
 TEST(Scenario, NoiseIsBoundedAndRepeatedByTheSeed)
@@ -152,7 +154,7 @@ TEST(Scenario, NoiseIsBoundedAndRepeatedByTheSeed)
         const Scenario scenario = Load(text, seed);
         std::vector<int32_t> values;
         for (int second = 0; second < 100; ++second) {
-            values.push_back(scenario.At(second, {}).values.at(key).value);
+            values.push_back(scenario.At(second, {}).at(key));
         }
         return values;
     };
@@ -178,11 +180,15 @@ TEST(Scenario, CountersSayWhichOfThemAreTold)
         "gpuLoadPercent": 1, "memoryLoadPercent": 2, "memoryUsedBytes": 30000000000, "memoryTotalBytes": 4,
         "energyMillijoules": 5, "graphicsClockMhz": 6, "smClockMhz": 7, "memoryClockMhz": 8, "temperatureCelsius": 9,
         "powerMilliwatts": 10, "fanPercent": 11, "encoderPercent": 9000000000}}})");
-    ScenarioCounters counters(*scenario.Gpu());
+    Simulation simulation{ServiceClock()};
+    SimulatedCounters counters(simulation, [] { return nullptr; });
     EXPECT_EQ(counters.Interval(0), 1.0);
     EXPECT_EQ(counters.Interval(200), 0.2);
     EXPECT_EQ(counters.Interval(1), 0.05);
     EXPECT_EQ(counters.Interval(INT32_MAX), 60.0);
+    EXPECT_FALSE(counters.IsThere());
+    simulation.Start(std::make_shared<Scenario>(scenario));
+    EXPECT_TRUE(counters.IsThere());
     const std::vector<GpuPerfInfo> batch = counters.Batch(1.5, {10, 0});
     ASSERT_EQ(batch.size(), 2U);
     MessageParcel encoded;
@@ -193,20 +199,19 @@ TEST(Scenario, CountersSayWhichOfThemAreTold)
 
 TEST(FaultPlan, FaultsApplyInTheirWindowToTheirOperation)
 {
-    const Scenario scenario = Load(R"({"faults": [
+    Simulation simulation{ServiceClock(100)};
+    simulation.Start(std::make_shared<Scenario>(Load(R"({"faults": [
         {"kind": "refuse", "at": 0, "for": 1000, "operation": "CallAuth", "code": 77},
         {"kind": "hang", "at": 0, "for": 5, "operation": "QueryGameState"},
         {"kind": "refuse", "at": 100000, "operation": "UpdateGameInfo"},
         {"kind": "shortReply", "operation": "SyncAppType"},
-        {"kind": "refuse", "operation": "SyncAppType"}]})");
-    const ServiceClock clock(100);
-    EXPECT_EQ(scenario.Faults().Before(ServerCode::CALL_AUTH, clock), 77);
-    EXPECT_EQ(scenario.Faults().Before(ServerCode::UPDATE_GAME_INFO, clock), 0);
-    EXPECT_EQ(scenario.Faults().Before(ServerCode::SYNC_APP_TYPE, clock), 0)
-        << "the first that applies is the short reply";
-    EXPECT_EQ(scenario.Faults().Before(ServerCode::QUERY_GAME_STATE, clock), 0);
-    EXPECT_GE(clock.Now(), 5);
-    EXPECT_EQ(scenario.Faults().DeathTime(), std::numeric_limits<double>::infinity());
+        {"kind": "refuse", "operation": "SyncAppType"}]})")));
+    EXPECT_EQ(simulation.Before(ServerCode::CALL_AUTH), 77);
+    EXPECT_EQ(simulation.Before(ServerCode::UPDATE_GAME_INFO), 0);
+    EXPECT_EQ(simulation.Before(ServerCode::SYNC_APP_TYPE), 0) << "the first that applies is the short reply";
+    EXPECT_EQ(simulation.Before(ServerCode::QUERY_GAME_STATE), 0);
+    EXPECT_GE(simulation.Clock().Now(), 5);
+    EXPECT_EQ(simulation.Current()->DeathTime(), std::numeric_limits<double>::infinity());
 }
 
 TEST(FaultPlan, RepliesAreCutOrTheirTextSpoiled)
@@ -233,7 +238,9 @@ TEST(FaultPlan, RepliesAreCutOrTheirTextSpoiled)
     for (const auto& row : rows) {
         MessageParcel reply;
         WriteItems(reply, row.written);
-        scenario.Faults().After(row.code, reply, row.at);
+        if (const Fault* fault = scenario.Faults().ForRequest(row.code, row.at)) {
+            fault->Spoil(reply);
+        }
         EXPECT_EQ(Bytes(reply), Bytes(row.left));
     }
 }
@@ -242,11 +249,11 @@ TEST(FaultPlan, DeathIsThatOfTheProcess)
 {
     EXPECT_EQ(
         Load(R"({"faults": [{"kind": "die", "at": 9}, {"kind": "die", "at": 4, "for": 0}]})").Faults().DeathTime(), 4);
-    const Scenario scenario = Load(R"({"faults": [{"kind": "die", "operation": "CallAuth"}]})");
-    EXPECT_EQ(scenario.Faults().DeathTime(), std::numeric_limits<double>::infinity());
-    TestSupport::Child child = TestSupport::Child::Fork([&scenario](TestSupport::LinePipe&) {
-        return scenario.Faults().Before(ServerCode::CALL_AUTH, ServiceClock());
-    });
+    Simulation simulation{ServiceClock()};
+    simulation.Start(std::make_shared<Scenario>(Load(R"({"faults": [{"kind": "die", "operation": "CallAuth"}]})")));
+    EXPECT_EQ(simulation.Current()->DeathTime(), std::numeric_limits<double>::infinity());
+    TestSupport::Child child = TestSupport::Child::Fork(
+        [&simulation](TestSupport::LinePipe&) { return simulation.Before(ServerCode::CALL_AUTH); });
     EXPECT_EQ(child.WaitForExit(), "signal 9");
 }
 

@@ -54,6 +54,7 @@ void SystemFixture::WriteAbility(const std::string& program, const std::vector<s
     }
     std::ofstream(abilityPath_ + "/66006.json") << R"({"id": 66006, "program": ")" << TestSupport::ProgramPath(program)
                                                 << R"(", "arguments": [)" << list << R"(], "external": true})";
+    std::ofstream(abilityPath_ + "/66007.json") << R"({"id": 66007, "external": true})";
 }
 
 void SystemFixture::WriteRealAbility(const std::string& machine)

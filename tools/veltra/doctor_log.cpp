@@ -57,10 +57,10 @@ bool IsWritable(const std::string& file)
 std::optional<Finding> MistakeIn(const std::string& setting, const std::string& whose)
 {
     if (const std::string_view word = TAVO::ScrivoUnknownWord(setting); !word.empty()) {
-        return Finding{Health::WARNING,
-                       whose + ": " + SETTING + " has the word \"" + std::string(word) +
-                           "\", which is not understood and ignored",
-                       "use debug, info, warn, error, off, stderr, or a path with a slash"};
+        return Finding{
+            Health::WARNING,
+            whose + ": " + SETTING + " has the word \"" + std::string(word) + "\", which is not understood and ignored",
+            "use debug, info, warn, error, off, stderr, or a path with a slash"};
     }
     if (const std::string file = FileIn(setting); !file.empty() && !IsWritable(file)) {
         return Finding{Health::WARNING, whose + ": nothing is logged, since " + file + " cannot be written",

@@ -71,14 +71,19 @@ std::string LastLineOf(const std::string& path)
     return text.substr(text.rfind('\n') + 1);
 }
 
-std::string WriteAbility(const std::string& folder, const std::string& program)
+// Returns the folder of the ability files.
+std::string WriteAbilities(const std::string& folder, const std::string& program)
 {
-    Json::Value ability;
-    ability["id"] = SERVICE_ABILITY;
-    ability["program"] = program;
+    Json::Value service;
+    service["id"] = SERVICE_ABILITY;
+    service["program"] = program;
+    Json::Value control;
+    control["id"] = TAVO::Veltra::VELTRA_CONTROL_SA_ID;
+    control["external"] = true;
     std::error_code ignored;
     fs::create_directory(folder + "/abilities", ignored);
-    std::ofstream(folder + "/abilities/66006.json") << JsonText(ability);
+    std::ofstream(folder + "/abilities/66006.json") << JsonText(service);
+    std::ofstream(folder + "/abilities/66007.json") << JsonText(control);
     return folder + "/abilities";
 }
 
@@ -119,11 +124,11 @@ Finding CheckRestart(Patient& patient)
     const std::string runtime = folder.Path() + "/run";
     const std::string managerLog = folder.Path() + "/manager.log";
     const std::string output = folder.Path() + "/probe.json";
-    const std::string abilities = WriteAbility(folder.Path(), serviceProgram);
+    const std::string abilities = WriteAbilities(folder.Path(), serviceProgram);
     ChildProcess manager({managerProgram, "--abilities", abilities},
                          {{"TAVO_RUNTIME_DIR", runtime}, {"TAVO_LOG", "warn,stderr"}}, managerLog);
-    ChildProcess probe({ProgramFolder() + "/veltra", PROBE_VERB},
-                       {{"TAVO_RUNTIME_DIR", runtime}, {"TAVO_LOG", "off"}}, output);
+    ChildProcess probe({ProgramFolder() + "/veltra", PROBE_VERB}, {{"TAVO_RUNTIME_DIR", runtime}, {"TAVO_LOG", "off"}},
+                       output);
     const std::optional<int> status = probe.Wait(PROBE_LIMIT);
     return FromProbe(status, output, managerLog);
 }

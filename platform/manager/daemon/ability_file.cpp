@@ -111,8 +111,8 @@ AbilityFile Interpret(const Json::Value& root, const fs::path& folder, AbilityFi
             throw Fault(key == "external" ? "\"external\" must be true or false" : "unknown key \"" + key + "\"");
         }
     }
-    if (ability.program.empty()) {
-        throw Fault("\"program\" is missing");
+    if (ability.program.empty() && !ability.external) {
+        throw Fault("\"program\" is missing, without which \"external\" must be true");
     }
     return ability;
 }

@@ -12,12 +12,13 @@
 namespace TAVO::Manager {
 
 // {"id": 66006, "program": "../bin/server", "arguments": ["--quiet"], "environment": {"A": "b"}, "external": false}
-// Only the first two are required, and only the first in a file that overrides another.
+// Only the first two are required, and only the first in a file that overrides another or whose ability is external:
+// without a program it cannot be loaded, only registered.
 struct AbilityFile {
     int32_t id = 0;
     std::string path;     // of the last file that described the ability, for log lines
     std::string fault;    // not empty: that file is not valid, so the service is not started
-    std::string program;  // absolute; in the file it may be relative to the file's folder
+    std::string program;  // absolute; in the file it may be relative to the file's folder; empty: never started
     std::vector<std::string> arguments;
     std::map<std::string, std::string> environment;  // added to the manager's own
     bool external = false;  // a process that the manager did not start may register the id as well

@@ -212,7 +212,7 @@ std::optional<int32_t> AbilityRegistry::TellOrWait(Ability& ability, const Waite
         after.outbox.TellLoaded(waiter.callback, ability.file.id, ability.object);
         return ABILITY_OK;
     }
-    if (!ability.file.fault.empty()) {
+    if (!ability.file.fault.empty() || ability.file.program.empty()) {
         return ABILITY_CANNOT_START;
     }
     ability.backoff.Requested(Clock::now());

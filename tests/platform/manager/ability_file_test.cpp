@@ -62,7 +62,7 @@ TEST_F(AbilityFileTest, AFaultNamesFileAndKeyAndDisablesThatAbilityOnly)
         {R"({"id": 0, "program": "x"})", "\"id\" must be"},
         {R"({"id": 4294967296, "program": "x"})", "\"id\" must be"},
         {R"({"id": "1", "program": "x"})", "\"id\" must be"},
-        {R"({"id": 1})", "\"program\" is missing"},
+        {R"({"id": 1, "external": false})", "\"program\" is missing"},
         {R"({"id": 9, "program": "y"})", "\"id\" 9 is described by 1.json too"},
         {R"({"id": 1, "program": ""})", "\"program\" is missing"},
         {R"({"id": 1, "program": 3})", "\"program\" must be a text"},

@@ -1,0 +1,172 @@
+// SPDX-License-Identifier: Apache-2.0
+// A change copies what is simulated, alters the copy and publishes it, so that readers hold a whole state for as long as
+// they need it and no lock while they use it. Requests that a fault keeps waiting wake up with every change and look
+// again: switching the simulation off releases them.
+#include "scenario/simulation.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+namespace TAVO::Veltra {
+
+namespace {
+
+constexpr double NEVER = std::numeric_limits<double>::infinity();
+
+}  // namespace
+
+double Playing::WhenIs(double at) const
+{
+    return isPaused || at == NEVER ? NEVER : since + (at - time) / pace;
+}
+
+void Playing::SetTime(double newTime, double now)
+{
+    time = newTime;
+    since = now;
+}
+
+RunningFault Playing::RequestFault(ServerCode code, double now) const
+{
+    if (const Fault* fault = faults.ForRequest(code, now)) {
+        return {fault, fault->until};
+    }
+    const Fault* fault = scenario != nullptr ? scenario->Faults().ForRequest(code, TimeAt(now)) : nullptr;
+    return {fault, fault != nullptr ? WhenIs(fault->until) : 0};
+}
+
+const Fault* Playing::PushFault(double now) const
+{
+    const Fault* fault = faults.ForPush(now);
+    return fault == nullptr && scenario != nullptr ? scenario->Faults().ForPush(TimeAt(now)) : fault;
+}
+
+double Playing::DeathTime() const
+{
+    const double ofScenario = scenario == nullptr ? NEVER : WhenIs(scenario->Faults().DeathTime());
+    return std::min(faults.DeathTime(), ofScenario);
+}
+
+std::shared_ptr<const Playing> Simulation::Current() const
+{
+    if (!isActive_.load(std::memory_order_relaxed)) {
+        return nullptr;
+    }
+    MutexLock lock(mutex_);
+    return playing_;
+}
+
+void Simulation::Change(const std::function<void(Playing&, double)>& change)
+{
+    {
+        MutexLock lock(mutex_);
+        const double now = clock_.Now();
+        auto next = playing_ == nullptr ? std::make_shared<Playing>() : std::make_shared<Playing>(*playing_);
+        const std::shared_ptr<const Scenario> before = next->scenario;
+        const double timeBefore = next->TimeAt(now);
+        next->faults.Prune(now);
+        change(*next, now);
+        if (next->scenario != before) {
+            takenUpTo_ = -1;  // the events at its very beginning are to come
+        } else if (next->TimeAt(now) != timeBefore) {
+            takenUpTo_ = next->TimeAt(now);
+        }
+        next->number = number_.load(std::memory_order_relaxed) + 1;
+        number_.store(next->number, std::memory_order_relaxed);
+        playing_ = next->IsIdle() ? nullptr : std::move(next);
+        isActive_.store(playing_ != nullptr, std::memory_order_relaxed);
+    }
+    news_.notify_all();
+    if (changed_) {
+        changed_();
+    }
+}
+
+void Simulation::Start(std::shared_ptr<const Scenario> scenario)
+{
+    Change([&scenario](Playing& playing, double) {
+        playing.name = scenario->Name();
+        playing.scenario = std::move(scenario);
+        playing.hidesMachine = true;
+    });
+}
+
+bool Simulation::AddText(const std::string& text)
+{
+    {
+        MutexLock lock(mutex_);
+        if (texts_.size() >= MAX_TEXTS) {
+            return false;
+        }
+        texts_.push_back(text);
+        number_.fetch_add(1, std::memory_order_relaxed);
+    }
+    if (changed_) {
+        changed_();
+    }
+    return true;
+}
+
+std::vector<std::string> Simulation::TakeTexts(double now)
+{
+    MutexLock lock(mutex_);
+    std::vector<std::string> texts = std::exchange(texts_, {});
+    if (playing_ != nullptr && playing_->scenario != nullptr) {
+        const double time = playing_->TimeAt(now);
+        for (const Scenario::Event& event : playing_->scenario->EventsIn(takenUpTo_, time)) {
+            texts.push_back(event.text);
+        }
+        takenUpTo_ = time;
+    }
+    return texts;
+}
+
+double Simulation::NextText(double now) const
+{
+    const std::shared_ptr<const Playing> playing = Current();
+    return playing == nullptr || playing->scenario == nullptr
+               ? NEVER
+               : playing->WhenIs(playing->scenario->NextEvent(playing->TimeAt(now)));
+}
+
+int32_t Simulation::Before(ServerCode code)
+{
+    for (;;) {
+        const std::shared_ptr<const Playing> playing = Current();
+        const auto [fault, until] = playing == nullptr ? RunningFault() : playing->RequestFault(code, clock_.Now());
+        if (fault == nullptr) {
+            return 0;
+        }
+        if (fault->kind == Fault::Kind::DIE) {
+            FaultPlan::Die();
+        }
+        if (fault->kind != Fault::Kind::HANG) {
+            return fault->kind == Fault::Kind::REFUSE ? fault->code : 0;
+        }
+        Wait(playing->number, until);
+    }
+}
+
+void Simulation::After(ServerCode code, MessageParcel& reply)
+{
+    const std::shared_ptr<const Playing> playing = Current();
+    const Fault* fault = playing == nullptr ? nullptr : playing->RequestFault(code, clock_.Now()).fault;
+    if (fault == nullptr) {
+        return;
+    }
+    if (fault->kind == Fault::Kind::LATE) {
+        Wait(playing->number, clock_.Now() + fault->seconds);
+    }
+    fault->Spoil(reply);
+}
+
+void Simulation::Wait(uint64_t number, double until)
+{
+    MutexLock lock(mutex_);
+    lock.WaitUntil(news_, clock_.At(until), [this, number]() TAVO_REQUIRES(mutex_) {
+        return playing_ == nullptr || playing_->number != number;
+    });
+}
+
+}  // namespace TAVO::Veltra

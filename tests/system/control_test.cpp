@@ -1,0 +1,169 @@
+// SPDX-License-Identifier: Apache-2.0
+// A tool reaches the running service by its control side, and games see what it simulates.
+#include <json/json.h>
+
+#include <memory>
+#include <string>
+
+#include "control/control_proxies.h"
+#include "support/game_callbacks.h"
+#include "system/system_fixture.h"
+#include "tavo/isystem_ability_load_callback.h"
+#include "tavo/system_ability_manager_client.h"
+
+namespace SystemTest {
+namespace {
+
+using namespace TAVO::Veltra;
+using TAVO::sptr;
+
+// The service's own codes, as its documentation has them.
+constexpr int32_t BAD_REQUEST = 1010310101;
+constexpr int32_t NOT_SUPPORTED = 1010310102;
+
+Json::Value Parsed(const std::string& text)
+{
+    Json::Value value;
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &value, nullptr)) << text;
+    return value;
+}
+
+class Control : public SystemFixture {
+protected:
+    // Starts manager and service; the control side follows the first call.
+    void StartService(const std::vector<std::string>& arguments)
+    {
+        WriteAbility("veltra_server", arguments);
+        StartManager();
+        ASSERT_EQ(client_.CallAuth("start"), 0);
+        const auto manager = TAVO::SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
+        ASSERT_TRUE(WaitFor([&] {
+            control_ = TAVO::iface_cast<IVeltraControl>(manager->CheckAbility(VELTRA_CONTROL_SA_ID));
+            return control_ != nullptr;
+        }));
+    }
+    static std::string Machine(const char* name) { return std::string(VELTRA_TEST_ROOTS) + "/" + name; }
+
+    Json::Value Describe()
+    {
+        std::string answer;
+        EXPECT_EQ(control_->Describe(answer), 0);
+        return Parsed(answer);
+    }
+    // What the service says of a command that it refuses.
+    std::string Refusal(const std::string& command, int32_t code = BAD_REQUEST)
+    {
+        std::string answer;
+        EXPECT_EQ(control_->Simulate(command, answer), code) << answer;
+        return Parsed(answer)["error"].asString();
+    }
+    void Simulate(const std::string& command)
+    {
+        std::string answer;
+        EXPECT_EQ(control_->Simulate(command, answer), 0) << answer;
+        EXPECT_EQ(Parsed(answer)["schema"].asInt(), 1);
+    }
+    int Level() { return client_.GetDeviceInfo({}).tempLevel; }
+
+    sptr<IVeltraControl> control_ = nullptr;
+};
+
+TEST_F(Control, DescribesTheServiceAndWhomItServes)
+{
+    StartService({"--root", Machine("desktop")});
+    EXPECT_EQ(client_.UpdateGameInfo(1, "com.example.\"game\"\n", 0), 0);
+    EXPECT_EQ(client_.RegisterGameCallback(std::make_unique<EventFunction>([](auto&) { return 0; }), 1), 0);
+    const Json::Value report = Describe();
+    EXPECT_EQ(report["schema"].asInt(), 1);
+    EXPECT_EQ(report["service"]["pid"].asInt(), ServicePid());
+    EXPECT_EQ(report["service"]["root"].asString(), Machine("desktop"));
+    EXPECT_TRUE(report["service"]["simulationAllowed"].asBool());
+    EXPECT_EQ(report["device"]["gpuInfo"]["gpuLoadLevel"].asInt(), 5);
+    EXPECT_FALSE(report["simulation"]["active"].asBool());
+    EXPECT_EQ(report["games"][0]["pid"].asInt(), getpid());
+    EXPECT_EQ(report["games"][0]["bundle"].asString(), "com.example.\"game\"\n");
+    EXPECT_EQ(report["subscriptions"][0]["subject"].asString(), "events");
+    std::string answer;
+    EXPECT_EQ(control_->Explain(answer), 0);
+    EXPECT_NE(Parsed(answer)["text"].asString().find("temperature sensors"), std::string::npos);
+}
+
+// Nothing can start the control side alone, and nobody waits for a start.
+TEST_F(Control, ALoadIsRefusedAtOnceUntilTheServiceRuns)
+{
+    class Callback : public TAVO::SystemAbilityLoadCallbackStub {};
+    WriteRealAbility("desktop");
+    StartManager();
+    const auto manager = TAVO::SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
+    EXPECT_EQ(manager->LoadAbility(VELTRA_CONTROL_SA_ID, new Callback()), TAVO::ABILITY_CANNOT_START);
+    EXPECT_EQ(client_.CallAuth("start"), 0);
+    EXPECT_TRUE(WaitFor([&] { return manager->CheckAbility(VELTRA_CONTROL_SA_ID) != nullptr; }));
+    EXPECT_EQ(manager->LoadAbility(VELTRA_CONTROL_SA_ID, new Callback()), TAVO::ABILITY_OK);
+}
+
+TEST_F(Control, GamesSeeWhatIsSimulatedUntilItIsOff)
+{
+    StartService({"--root", Machine("desktop")});
+    const int real = Level();
+    Simulate(R"({"do": "set", "values": {"tempLevel": 3, "gpuLoadPercent": 80}})");
+    EXPECT_EQ(Level(), 3);
+    Json::Value report = Describe();
+    EXPECT_EQ(report["device"]["tempLevelFrom"].asString(), "simulation");
+    EXPECT_EQ(report["device"]["sources"]["gpuLoadPercent"].asString(), "simulation");
+    EXPECT_EQ(report["device"]["gpuInfo"]["currentFrequency"].asInt(), 2450) << "the rest is the real device";
+    EXPECT_EQ(report["simulation"]["values"]["tempLevel"].asInt(), 3);
+    Simulate(R"({"do": "release", "keys": ["tempLevel"]})");
+    EXPECT_EQ(Level(), real);
+
+    Simulate(
+        "{\"do\": \"load\", \"scenario\": {\"name\": \"hot\",\n // a comment\n"
+        "\"curves\": {\"tempLevel\": {\"points\": [[10, 1], [20, 5]]}}}}");
+    Simulate(R"({"do": "pause"})");
+    EXPECT_EQ(Level(), 1);
+    Simulate(R"({"do": "seek", "seconds": 20})");
+    EXPECT_EQ(Level(), 5);
+    report = Describe();
+    EXPECT_EQ(report["simulation"]["scenario"].asString(), "hot");
+    EXPECT_EQ(report["simulation"]["timeSeconds"].asDouble(), 20);
+    EXPECT_EQ(report["device"]["sources"]["tempLevel"].asString(), "simulation hot");
+    Simulate(R"({"do": "set", "values": {"tempLevel": 2}})");
+    EXPECT_EQ(Level(), 2) << "a set value comes before the scenario";
+    Simulate(R"({"do": "off"})");
+    EXPECT_EQ(Level(), real);
+    EXPECT_FALSE(Describe()["simulation"]["active"].asBool());
+}
+
+TEST_F(Control, MistakesInCommandsAreNamedAndChangeNothing)
+{
+    StartService({"--root", Machine("desktop")});
+    const std::pair<const char*, const char*> rows[] = {
+        {"", "command: Line 1, Column 1"},
+        {"[]", "command: is not an object (line 1)"},
+        {R"({"do": "explode"})", R"(command: do: there is no "explode" (line 1))"},
+        {R"({"do": "set", "values": {"tempLvl": 3}})", "command: values.tempLvl: there is no such value (line 1)"},
+        {R"({"do": "set", "values": {"tempLevel": 6}})", "command: values.tempLevel: 6 is not from 0 to 5 (line 1)"},
+        {R"({"do": "seek", "seconds": 1})", "command: no scenario is loaded; load one first (line 1)"},
+        {"{\"do\": \"load\", \"scenario\": {\n\"curves\": {\n\"tempLevel\": 9}}}",
+         "command: scenario.curves.tempLevel: 9 is not from 0 to 5 (line 3)"},
+        {R"({"do": "fault", "kind": "none"})", R"(command: kind: there is no "none" (line 1))"},
+    };
+    for (const auto& [command, error] : rows) {
+        EXPECT_EQ(Refusal(command).substr(0, std::string(error).size()), error);
+    }
+    EXPECT_NE(Refusal(std::string(100000, '[')).find("nested too deep"), std::string::npos);
+    EXPECT_FALSE(Describe()["simulation"]["active"].asBool());
+}
+
+TEST_F(Control, NoSimulationIsAllowedWhereTheServiceWasStartedSo)
+{
+    StartService({"--root", Machine("desktop"), "--no-simulation"});
+    const int real = Level();
+    EXPECT_NE(Refusal(R"({"do": "set", "values": {"tempLevel": 5}})", NOT_SUPPORTED).find("--no-simulation"),
+              std::string::npos);
+    EXPECT_EQ(Level(), real);
+    EXPECT_FALSE(Describe()["service"]["simulationAllowed"].asBool());
+}
+
+}  // namespace
+}  // namespace SystemTest
