@@ -71,9 +71,11 @@ Finding CheckAbilityFiles(Patient& patient)
     const std::string restart =
         ", then start the manager again (end it with kill " + std::to_string(patient.directory.manager) + ")";
     size_t count = 0;
+    bool hasControl = false;
     std::optional<Trouble> other;
     for (const AbilityDescription& ability : patient.manager->DescribeAbilities()) {
         ++count;
+        hasControl = hasControl || ability.id == VELTRA_CONTROL_SA_ID;
         if (ability.id == SERVICE_ABILITY) {
             patient.service = ability;
         } else if (!ability.startable) {
@@ -92,6 +94,10 @@ Finding CheckAbilityFiles(Patient& patient)
     }
     if (other) {
         return {Health::WARNING, other->what, "correct that file" + restart};
+    }
+    if (!hasControl) {
+        return {Health::WARNING, "none describes the control side of the service (66007), which tools need",
+                "put 66007.json beside 66006.json" + restart};
     }
     return {Health::OK, std::to_string(count) + " valid; the service is " + patient.service->program, ""};
 }

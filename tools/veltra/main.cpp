@@ -51,10 +51,10 @@ int Run(int argc, char** argv)
            [](const std::string& path) { ::setenv("TAVO_RUNTIME_DIR", std::filesystem::absolute(path).c_str(), 1); },
            "Where the manager is found (default $TAVO_RUNTIME_DIR, else $XDG_RUNTIME_DIR/tavo)")
         ->trigger_on_parse();
-    // LATER AddStatus(app, tool);
-    // LATER AddGet(app, tool);
-    // LATER AddWatch(app, tool);
-    // LATER AddExplain(app, tool);
+    AddStatus(app, tool);
+    AddGet(app, tool);
+    AddWatch(app, tool);
+    AddExplain(app, tool);
     AddCall(app, tool);
     AddDoctor(app, tool);
     AddRestartProbe(app, tool);

@@ -163,7 +163,12 @@ sptr<IVeltraControl> ReachControl(bool isStarting)
             FailToStart(start, DescribeAbility(manager, SERVICE_ABILITY));
         }
     }
-    const auto deadline = std::chrono::steady_clock::now() + (isStarting ? CONTROL_TIME : seconds(0));
+    if (!DescribeAbility(manager, VELTRA_CONTROL_SA_ID)) {
+        throw ToolError(EXIT_UNREACHABLE, "the manager has no ability file for the control side of the service (66007)",
+                        "put 66007.json beside 66006.json and start the manager again");
+    }
+    // It is registered a moment after the service.
+    const auto deadline = std::chrono::steady_clock::now() + CONTROL_TIME;
     for (;;) {
         const sptr<IVeltraControl> control = iface_cast<IVeltraControl>(manager->CheckAbility(VELTRA_CONTROL_SA_ID));
         if (control != nullptr) {
@@ -171,8 +176,7 @@ sptr<IVeltraControl> ReachControl(bool isStarting)
         }
         if (std::chrono::steady_clock::now() >= deadline) {
             throw ToolError(EXIT_UNREACHABLE, "the service does not offer its control ability (66007)",
-                            "it registers it shortly after its start: try again; a service of an earlier version has "
-                            "none");
+                            "see the log of the service; one of an earlier version has none");
         }
         std::this_thread::sleep_for(LOOK_PAUSE);
     }

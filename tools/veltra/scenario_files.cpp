@@ -59,4 +59,13 @@ std::string ReadScenario(const ScenarioFile& file)
     }
 }
 
+std::vector<std::string> DeviceKeys()
+{
+    std::vector<std::string> keys;
+    for (const TAVO::Veltra::DeviceField& field : TAVO::Veltra::DeviceFields()) {
+        keys.emplace_back(field.key);
+    }
+    return keys;
+}
+
 }  // namespace VeltraTool

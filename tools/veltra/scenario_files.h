@@ -20,6 +20,9 @@ ScenarioFile FindScenario(const std::string& given);
 // The text of the file. ToolError when it cannot be read.
 std::string ReadScenario(const ScenarioFile& file);
 
+// The keys of the device state that scenarios may draw and `simulate set` may set, for completion.
+std::vector<std::string> DeviceKeys();
+
 // The folder of the program that runs.
 std::string ProgramFolder();
 

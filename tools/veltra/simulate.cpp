@@ -102,6 +102,9 @@ void AddValues(CLI::App& simulate, Tool& tool, const Shared& options)
 {
     CLI::App* const set = AddVerb(simulate, "set", "Pretend values, until they are released");
     set->add_option("values", options->words, "KEY=NUMBER, by the keys of the device state")->required();
+    for (const std::string& key : DeviceKeys()) {
+        tool.words[set].push_back(key + "=");
+    }
     set->callback([options, &tool] {
         Json::Value command = Command("set");
         for (const std::string& word : options->words) {
