@@ -59,7 +59,7 @@ int Run(int argc, char** argv)
     AddDoctor(app, tool);
     AddRestartProbe(app, tool);
     AddSimulate(app, tool);
-    // LATER AddCompletion(app, tool);
+    AddCompletion(app, tool);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -41,8 +41,8 @@ void PrintAbility(const Json::Value& ability)
     } else if (ability.isMember("fault")) {
         text = "cannot start: " + TextOf(ability["fault"]);
     }
-    PrintRow("ability " + ability["id"].asString(), text + (ability.isMember("program") ? ", " : "") +
-                                                        TextOf(ability["program"]));
+    PrintRow("ability " + ability["id"].asString(),
+             text + (ability.isMember("program") ? ", " : "") + TextOf(ability["program"]));
 }
 
 void PrintService(const Json::Value& service)
@@ -56,8 +56,8 @@ void PrintSimulation(const Json::Value& simulation)
     const bool isActive = simulation.isObject() && simulation["active"].isBool() && simulation["active"].asBool();
     std::string text = isActive ? "on" : "off";
     if (isActive && simulation.isMember("scenario")) {
-        text += ", scenario " + TextOf(simulation["scenario"]) + " at " + Shown(NumberOf(simulation["timeSeconds"]), 1) +
-                " s";
+        text += ", scenario " + TextOf(simulation["scenario"]) + " at " +
+                Shown(NumberOf(simulation["timeSeconds"]), 1) + " s";
     }
     if (isActive && simulation["values"].isObject()) {
         for (const std::string& key : simulation["values"].getMemberNames()) {
@@ -108,8 +108,8 @@ void PrintCounters(const Json::Value& calls)
 
 void PrintDocument(const Json::Value& document)
 {
-    PrintRow("manager", "process " + ShownValue(document["manager"]["pid"]) + ", " +
-                            TextOf(document["runtimeDirectory"]));
+    PrintRow("manager",
+             "process " + ShownValue(document["manager"]["pid"]) + ", " + TextOf(document["runtimeDirectory"]));
     for (const Json::Value& ability : document["abilities"]) {
         PrintAbility(ability);
     }
