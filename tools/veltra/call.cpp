@@ -206,6 +206,7 @@ void AddCall(CLI::App& app, Tool& tool)
     CLI::App* const verb = AddVerb(app, "call", "Call one operation of the service, as a game does");
     const auto options = std::make_shared<CallOptions>();
     verb->add_option("operation", options->operation, "Its name; without it all of them are listed");
+    // A word in brackets would be split at its commas, so a JSON list is given by name.
     verb->add_option("arguments", options->arguments, "Its arguments, by name (text=hello) or by position");
     verb->add_option("--for", options->seconds, "How many seconds to print what comes to its callback")
         ->check(CLI::Range(0.0, MOST_SECONDS));

@@ -158,7 +158,7 @@ std::vector<CallOperation> MakeOperations()
          nullptr},
         {"NotifyAppResourceDownLoadResults",
          {"results"},
-         "how downloads ended; JSON objects",
+         "how downloads ended: results=[{...}], JSON objects",
          Answers::NONE,
          NotifyAppResourceDownLoadResults,
          nullptr},

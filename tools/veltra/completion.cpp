@@ -28,9 +28,8 @@ void AddOptions(const CLI::App& verb, Level& level)
 {
     for (const CLI::Option* const option : verb.get_options()) {
         const std::vector<std::string>& names = option->get_lnames();
-        const bool isKnown = std::any_of(level.options.begin(), level.options.end(), [&names](const auto* each) {
-            return each->get_lnames() == names;
-        });
+        const bool isKnown = std::any_of(level.options.begin(), level.options.end(),
+                                         [&names](const auto* each) { return each->get_lnames() == names; });
         if (!names.empty() && !isKnown) {
             level.options.push_back(option);
         }
@@ -117,27 +116,29 @@ std::string WordsFunction(const std::vector<Level>& levels)
 
 void PrintBash(const std::vector<Level>& levels)
 {
-    PrintLine("# bash completion for veltra, made by: veltra completion bash\n_veltra() {\n"
-              "    local before=(\"${COMP_WORDS[@]:1:COMP_CWORD-1}\") candidates=''\n" +
-              WordsFunction(levels) +
-              "    local current=\"${COMP_WORDS[COMP_CWORD]}\"\n"
-              "    mapfile -t COMPREPLY < <(compgen -W \"$candidates\" -- \"$current\")\n"
-              "    [[ ${#COMPREPLY[@]} -ne 1 || \"${COMPREPLY[0]}\" != *= ]] || compopt -o nospace\n"
-              "}\n"
-              "complete -o default -F _veltra veltra");
+    PrintLine(
+        "# bash completion for veltra, made by: veltra completion bash\n_veltra() {\n"
+        "    local before=(\"${COMP_WORDS[@]:1:COMP_CWORD-1}\") candidates=''\n" +
+        WordsFunction(levels) +
+        "    local current=\"${COMP_WORDS[COMP_CWORD]}\"\n"
+        "    mapfile -t COMPREPLY < <(compgen -W \"$candidates\" -- \"$current\")\n"
+        "    [[ ${#COMPREPLY[@]} -ne 1 || \"${COMPREPLY[0]}\" != *= ]] || compopt -o nospace\n"
+        "}\n"
+        "complete -o default -F _veltra veltra");
 }
 
 void PrintZsh(const std::vector<Level>& levels)
 {
-    PrintLine("#compdef veltra\n# zsh completion for veltra, made by: veltra completion zsh\n_veltra() {\n"
-              "    local -a before\n"
-              "    local candidates=''\n"
-              "    before=(\"${(@)words[2,CURRENT-1]}\")\n" +
-              WordsFunction(levels) +
-              "    compadd -- ${=candidates}\n"
-              "    _files\n"
-              "}\n"
-              "_veltra \"$@\"");
+    PrintLine(
+        "#compdef veltra\n# zsh completion for veltra, made by: veltra completion zsh\n_veltra() {\n"
+        "    local -a before\n"
+        "    local candidates=''\n"
+        "    before=(\"${(@)words[2,CURRENT-1]}\")\n" +
+        WordsFunction(levels) +
+        "    compadd -- ${=candidates}\n"
+        "    _files\n"
+        "}\n"
+        "_veltra \"$@\"");
 }
 
 void PrintFish(const std::vector<Level>& levels)
@@ -157,8 +158,8 @@ void PrintFish(const std::vector<Level>& levels)
             PrintLine(start + " -a " + verb->get_name() + " -d " + Quoted(verb->get_description()));
         }
         for (const CLI::Option* const option : level.options) {
-            PrintLine(start + " -l " + option->get_lnames().front() + (option->get_items_expected_max() > 0 ? " -r" : "") +
-                      " -d " + Quoted(option->get_description()));
+            PrintLine(start + " -l " + option->get_lnames().front() +
+                      (option->get_items_expected_max() > 0 ? " -r" : "") + " -d " + Quoted(option->get_description()));
         }
         if (!level.words.empty()) {
             std::string words;

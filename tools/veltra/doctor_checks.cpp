@@ -184,7 +184,8 @@ Finding CheckCallback(Patient& patient)
     const Clock::time_point start = Clock::now();
     const int32_t result = client.RegisterGameCallback(std::make_unique<FirstEvent>(came), CALLBACK_KEY);
     if (result != RESULT_OK) {
-        return {Health::FAILED, "RegisterGameCallback: " + MeaningOf(result), RemedyOf(result)};
+        return {Health::FAILED, "the service refused to register a callback (" + std::to_string(result) + ")",
+                "see the log of the service; \"veltra status\" shows whether it simulates faults"};
     }
     const bool hasCome = event.wait_for(EVENT_LIMIT) == std::future_status::ready;
     const std::string time = MillisecondsSince(start);

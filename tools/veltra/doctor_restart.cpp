@@ -107,10 +107,9 @@ Finding FromProbe(std::optional<int> status, const std::string& output, const st
 Finding CheckRestart(Patient& patient)
 {
     const std::string managerProgram = ProgramFolder() + "/tavo_manager";
-    std::string serviceProgram = patient.service ? patient.service->program : "";
-    if (!IsProgram(serviceProgram)) {
-        serviceProgram = ProgramFolder() + "/veltra_server";
-    }
+    // One that does not start here would not start there: what is installed beside the tool may.
+    const std::string serviceProgram =
+        patient.isServing && patient.service ? patient.service->program : ProgramFolder() + "/veltra_server";
     for (const std::string& program : {managerProgram, serviceProgram}) {
         if (!IsProgram(program)) {
             return {Health::WARNING, "cannot be tried without " + program, "install the manager and the service there"};
