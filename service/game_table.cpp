@@ -63,6 +63,15 @@ std::vector<GameTable::Known> GameTable::All()
     return all;
 }
 
+std::vector<pid_t> GameTable::Processes()
+{
+    std::vector<pid_t> processes;
+    for (const Known& game : All()) {
+        processes.push_back(game.process);
+    }
+    return processes;
+}
+
 std::set<std::string> GameTable::BundleNames()
 {
     MutexLock lock(mutex_);

@@ -36,6 +36,7 @@ public:
         GameState state;
     };
     std::vector<Known> All();
+    std::vector<pid_t> Processes();
 
     // The bundle names of all games, without empty ones.
     std::set<std::string> BundleNames();

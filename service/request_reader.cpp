@@ -7,53 +7,80 @@
 
 namespace TAVO::Veltra {
 
-int32_t RequestReader::Int32()
+int32_t RequestReader::RawInt32()
 {
     int32_t value = 0;
     isBad_ = isBad_ || !data_.ReadInt32(value);
     return value;
 }
 
-int64_t RequestReader::Int64()
-{
-    int64_t value = 0;
-    isBad_ = isBad_ || !data_.ReadInt64(value);
-    return value;
-}
-
-std::string RequestReader::Text()
+std::string RequestReader::RawText()
 {
     std::string text;
     isBad_ = isBad_ || !data_.ReadString(text) || text.size() > MAX_REQUEST_TEXT_BYTES;
     return isBad_ ? std::string() : text;
 }
 
+int32_t RequestReader::Int32(const char* name)
+{
+    const int32_t value = RawInt32();
+    if (note_ != nullptr && !isBad_) {
+        note_->Number(name, value);
+    }
+    return value;
+}
+
+int64_t RequestReader::Int64(const char* name)
+{
+    int64_t value = 0;
+    isBad_ = isBad_ || !data_.ReadInt64(value);
+    if (note_ != nullptr && !isBad_) {
+        note_->Number(name, value);
+    }
+    return value;
+}
+
+std::string RequestReader::Text(const char* name)
+{
+    std::string text = RawText();
+    if (note_ != nullptr && !isBad_) {
+        note_->Text(name, text);
+    }
+    return text;
+}
+
 int32_t RequestReader::Count(int32_t least, int32_t most)
 {
-    const int32_t count = Int32();
+    const int32_t count = RawInt32();
     isBad_ = isBad_ || count < least || count > most;
     return isBad_ ? 0 : count;
 }
 
-std::vector<std::string> RequestReader::Texts(int32_t least, int32_t most)
+std::vector<std::string> RequestReader::Texts(const char* name, int32_t least, int32_t most)
 {
     std::vector<std::string> texts;
     const int32_t count = Count(least, most);
     for (int32_t i = 0; i < count && !isBad_; ++i) {
-        texts.push_back(Text());
+        texts.push_back(RawText());
+    }
+    if (note_ != nullptr) {
+        note_->Texts(name, texts);
     }
     return texts;
 }
 
-std::map<std::string, std::string> RequestReader::TextMap(int32_t most)
+std::map<std::string, std::string> RequestReader::TextMap(const char* name, int32_t most)
 {
     std::map<std::string, std::string> pairs;
     const int32_t count = Count(0, most);
     for (int32_t i = 0; i < count && !isBad_; ++i) {
-        std::string key = Text();
-        std::string value = Text();
+        std::string key = RawText();
+        std::string value = RawText();
         isBad_ = isBad_ || (!pairs.empty() && key <= pairs.rbegin()->first);
         pairs.emplace_hint(pairs.end(), std::move(key), std::move(value));
+    }
+    if (note_ != nullptr) {
+        note_->Pairs(name, pairs);
     }
     return pairs;
 }

@@ -6,11 +6,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include <tavo/iremote_broker.h>
 #include <tavo/message_parcel.h>
+
+#include "watch/note.h"
 
 namespace TAVO::Veltra {
 
@@ -25,18 +28,60 @@ constexpr int32_t MAX_DOWNLOAD_RESULTS = 1000;  // of one NotifyAppResourceDownL
 // After a failure everything else reads as 0 or empty, so a caller tests IsBad() once, before it acts.
 class RequestReader {
 public:
-    explicit RequestReader(MessageParcel& data) : data_(data) {}
+    // `note` gets what is read under the names of the arguments; null: there is no watcher.
+    explicit RequestReader(MessageParcel& data, Note* note = nullptr) : data_(data), note_(note) {}
 
     bool IsBad() const { return isBad_; }
+    Note* GetNote() const { return note_; }
 
-    int32_t Int32();
-    int64_t Int64();
-    std::string Text();
+    int32_t Int32(const char* name);
+    int64_t Int64(const char* name);
+    std::string Text(const char* name);
     // How many items follow; 0 unless `least` <= count <= `most`.
     int32_t Count(int32_t least, int32_t most);
-    std::vector<std::string> Texts(int32_t least, int32_t most);
+    std::vector<std::string> Texts(const char* name, int32_t least, int32_t most);
     // Pairs with strictly ascending keys, as a map is sent.
-    std::map<std::string, std::string> TextMap(int32_t most);
+    std::map<std::string, std::string> TextMap(const char* name, int32_t most);
+    // A record of the game's own encoding; null, and bad, when it does not decode.
+    template <typename T>
+    std::unique_ptr<T> Record()
+    {
+        std::unique_ptr<T> record = isBad_ ? nullptr : data_.ReadParcelable<T>();
+        isBad_ = record == nullptr;
+        return record;
+    }
+    // Items that are one object of the arguments.
+    template <typename Read>
+    void Object(const char* name, Read read)
+    {
+        if (note_ != nullptr) {
+            note_->Begin(name);
+        }
+        read();
+        if (note_ != nullptr) {
+            note_->End();
+        }
+    }
+    // A list of `count` objects, each read by `read(i)`, or until one is bad.
+    template <typename Read>
+    void Objects(const char* name, int32_t count, Read read)
+    {
+        if (note_ != nullptr) {
+            note_->BeginList(name, static_cast<size_t>(count));
+        }
+        for (int32_t i = 0; i < count && !isBad_; ++i) {
+            if (note_ != nullptr) {
+                note_->BeginItem(static_cast<size_t>(i));
+            }
+            read();
+            if (note_ != nullptr) {
+                note_->EndItem();
+            }
+        }
+        if (note_ != nullptr) {
+            note_->End();
+        }
+    }
 
     // A callback object of the caller's process that serves T. Null for a good one, too, where this process has no
     // proxy class for T.
@@ -49,8 +94,11 @@ public:
 
 private:
     sptr<IRemoteObject> Object(const std::u16string& descriptor);
+    int32_t RawInt32();
+    std::string RawText();
 
     MessageParcel& data_;
+    Note* const note_;
     bool isBad_ = false;
 };
 

@@ -5,6 +5,9 @@
 
 #include <utility>
 
+#include <tavo/calling_peer.h>
+
+#include "base/config_node.h"
 #include "base/json_text.h"
 #include "base/service_result.h"
 #include "explain.h"
@@ -47,14 +50,27 @@ int32_t VeltraControl::Explain(std::string& answer)
     return 0;
 }
 
-int32_t VeltraControl::Watch(const std::string&, const sptr<IVeltraWatcher>&, std::string& answer)
+int32_t VeltraControl::Watch(const std::string& filter, const sptr<IVeltraWatcher>& watcher, std::string& answer)
 {
-    return Refuse(SERVICE_NOT_SUPPORTED, "this service cannot be watched", answer);
+    WatchFilter wanted;
+    try {
+        wanted = WatchFilter::Parse(filter);
+    } catch (const ConfigError& error) {
+        return Refuse(SERVICE_BAD_REQUEST, error.what(), answer);
+    }
+    if (watcher == nullptr || !view_.watchers.AddWatcher(GetCallingPeer().session, std::move(wanted), watcher)) {
+        return Refuse(SERVICE_NO_RESOURCES,
+                      "no thread is left, or " + std::to_string(Watchers::MAX_WATCHERS) +
+                          " processes watch already; end one of them first",
+                      answer);
+    }
+    answer = Document(Json::Value(Json::objectValue));
+    return 0;
 }
 
 int32_t VeltraControl::Unwatch()
 {
-    return SERVICE_NOT_SUBSCRIBED;
+    return view_.watchers.RemoveWatcher(GetCallingPeer().session) ? 0 : SERVICE_NOT_SUBSCRIBED;
 }
 
 int32_t VeltraControl::Simulate(const std::string& command, std::string& answer)
@@ -64,7 +80,12 @@ int32_t VeltraControl::Simulate(const std::string& command, std::string& answer)
                       "this service allows no simulation; start it without --no-simulation to change that", answer);
     }
     try {
-        PerformCommand(command, view_.simulation);
+        WatchRecord record;
+        record.kind = WatchRecord::Kind::SIMULATION;
+        record.values.Document("command", JsonText(PerformCommand(command, view_.simulation)));
+        if (view_.watchers.Wants(record.kind)) {
+            view_.watchers.Add(std::move(record));
+        }
     } catch (const ConfigError& error) {
         return Refuse(SERVICE_BAD_REQUEST, error.what(), answer);
     }

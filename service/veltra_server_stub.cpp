@@ -9,9 +9,9 @@
 
 #include <tavo/calling_peer.h>
 
+#include "base/operation_names.h"
 #include "base/service_log.h"
 #include "base/service_result.h"
-#include "request_reader.h"
 #include "veltra_result.h"
 
 namespace TAVO::Veltra {
@@ -50,28 +50,54 @@ int VeltraServerStub::OnRemoteRequest(uint32_t code, MessageParcel& data, Messag
     if (request == nullptr) {
         return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
     }
+    WatchHub* const watch = Watching();
     const int status =
-        data.ReadInterfaceToken() == GetDescriptor() ? Answer(*request, data, reply) : RESULT_TOKEN_REFUSED;
+        watch == nullptr ? Answer(*request, data, reply, nullptr) : AnswerWatched(*watch, *request, data, reply);
     if (status != 0) {
         VELTRA_SERVICE_LOGI("request %u of process %d refused: %d", code, GetCallingPeer().pid, status);
     }
     return status;
 }
 
-int VeltraServerStub::Answer(const Request& request, MessageParcel& data, MessageParcel& reply)
+int VeltraServerStub::Answer(const Request& request, MessageParcel& data, MessageParcel& reply, WatchRecord* record)
 {
-    const int status = Perform(request, data, reply);
+    if (data.ReadInterfaceToken() != GetDescriptor()) {
+        return RESULT_TOKEN_REFUSED;
+    }
+    const int status = Perform(request, data, reply, record);
     AfterReply(request.code, reply);
     return status;
 }
 
-int VeltraServerStub::Perform(const Request& request, MessageParcel& data, MessageParcel& reply)
+int VeltraServerStub::AnswerWatched(WatchHub& watch, const Request& request, MessageParcel& data, MessageParcel& reply)
+{
+    WatchRecord record;
+    record.name = NameOf(request.code);
+    record.process = GetCallingPeer().pid;
+    record.isOneWay = request.code == ServerCode::REPORT_GAME_EVENT;
+    record.code = RESULT_TOKEN_REFUSED;
+    const auto begin = WatchRecord::Clock::now();
+    const int status = Answer(request, data, reply, &record);
+    record.duration = WatchRecord::Clock::now() - begin;
+    try {
+        watch.Add(std::move(record));
+    } catch (...) {  // memory; the record is lost, the request is done
+    }
+    return status;
+}
+
+int VeltraServerStub::Perform(const Request& request, MessageParcel& data, MessageParcel& reply, WatchRecord* record)
 {
     int32_t result = SERVICE_NO_RESOURCES;
     try {
+        RequestReader reader(data, record != nullptr ? &record->values : nullptr);
+        ReplyWriter writer(reply, record != nullptr ? &record->reply : nullptr);
         const int32_t refusal = BeforeRequest(request.code);
-        result = refusal != 0 ? refusal : (this->*request.handler)(data, reply);
+        result = refusal != 0 ? refusal : (this->*request.handler)(reader, writer);
     } catch (...) {  // memory; handlers write nothing before their operation has returned
+    }
+    if (record != nullptr) {
+        record->code = result;
     }
     if (!request.leadsWithCode || reply.GetDataSize() > 0) {
         return result;
@@ -79,104 +105,103 @@ int VeltraServerStub::Perform(const Request& request, MessageParcel& data, Messa
     return reply.WriteInt32(result) ? 0 : RESULT_BAD_PARCEL;
 }
 
-int32_t VeltraServerStub::HandleReportGameEvent(MessageParcel& data, MessageParcel&)
+int32_t VeltraServerStub::HandleReportGameEvent(RequestReader& request, ReplyWriter&)
 {
-    RequestReader reader(data);
     GameInfo info;
-    info.int32Value = reader.Int32();
-    info.int64Value = reader.Int64();
-    info.text1 = reader.Text();
-    info.text2 = reader.Text();
-    info.text3 = reader.Text();
-    info.text5 = reader.Text();
-    info.text6 = reader.Text();
-    info.text4 = reader.Text();  // Deliberate: sent last; in the order of the record three texts would change places.
-    if (reader.IsBad()) {
+    request.Object("info", [&request, &info] {
+        info.int32Value = request.Int32("int32Value");
+        info.int64Value = request.Int64("int64Value");
+        info.text1 = request.Text("text1");
+        info.text2 = request.Text("text2");
+        info.text3 = request.Text("text3");
+        info.text5 = request.Text("text5");
+        info.text6 = request.Text("text6");
+        info.text4 = request.Text("text4");  // Deliberate: sent last; else three texts would change places.
+    });
+    if (request.IsBad()) {
         return SERVICE_BAD_REQUEST;
     }
     ReportGameEvent(info);
     return 0;
 }
 
-int32_t VeltraServerStub::HandleNotifyGameEvent(MessageParcel& data, MessageParcel&)
+int32_t VeltraServerStub::HandleNotifyGameEvent(RequestReader& request, ReplyWriter&)
 {
-    const std::unique_ptr<GameSceneBundle> bundle = data.ReadParcelable<GameSceneBundle>();
-    return bundle == nullptr ? SERVICE_BAD_REQUEST : NotifyGameEvent(*bundle);
-}
-
-int32_t VeltraServerStub::HandleSyncAppType(MessageParcel& data, MessageParcel& reply)
-{
-    RequestReader reader(data);
-    const std::string text = reader.Text();
-    const int32_t value = reader.Int32();
-    if (reader.IsBad()) {
+    const std::unique_ptr<GameSceneBundle> bundle = request.Record<GameSceneBundle>();
+    if (bundle == nullptr) {
         return SERVICE_BAD_REQUEST;
     }
-    const std::map<std::string, bool> types = SyncAppType(text, value);
-    bool isWritten = reply.WriteInt32(static_cast<int32_t>(types.size()));
-    for (const auto& [name, isGame] : types) {
-        isWritten = isWritten && reply.WriteString(name) && reply.WriteBool(isGame);
+    if (Note* note = request.GetNote()) {
+        note->Begin("bundle");
+        note->Number("sceneId", bundle->sceneId);
+        note->Text("sceneName", bundle->sceneName);
+        note->Pairs("attributes", bundle->attributes);
+        note->End();
     }
-    return isWritten ? 0 : RESULT_BAD_PARCEL;
+    return NotifyGameEvent(*bundle);
 }
 
-int32_t VeltraServerStub::HandleReportRenderThread(MessageParcel& data, MessageParcel&)
+int32_t VeltraServerStub::HandleSyncAppType(RequestReader& request, ReplyWriter& reply)
 {
-    RequestReader reader(data);
-    std::string first = reader.Text();
-    std::string second = reader.Text();
-    const int32_t value = reader.Int32();
-    return reader.IsBad() ? SERVICE_BAD_REQUEST : ReportRenderThread(std::move(first), std::move(second), value);
+    const std::string text = request.Text("text");
+    const int32_t value = request.Int32("value");
+    if (request.IsBad()) {
+        return SERVICE_BAD_REQUEST;
+    }
+    return reply.Pairs("result", SyncAppType(text, value)) ? 0 : RESULT_BAD_PARCEL;
 }
 
-int32_t VeltraServerStub::HandleRegisterCallBack(MessageParcel& data, MessageParcel&)
+int32_t VeltraServerStub::HandleReportRenderThread(RequestReader& request, ReplyWriter&)
 {
-    RequestReader reader(data);
-    const sptr<IGpNapiEventCallback> callback = reader.Callback<IGpNapiEventCallback>();
-    return reader.IsBad() ? SERVICE_BAD_REQUEST : RegisterCallBack(callback);
+    std::string first = request.Text("first");
+    std::string second = request.Text("second");
+    const int32_t value = request.Int32("value");
+    return request.IsBad() ? SERVICE_BAD_REQUEST : ReportRenderThread(std::move(first), std::move(second), value);
 }
 
-int32_t VeltraServerStub::HandleUnRegisterCallBack(MessageParcel&, MessageParcel&)
+int32_t VeltraServerStub::HandleRegisterCallBack(RequestReader& request, ReplyWriter&)
+{
+    const sptr<IGpNapiEventCallback> callback = request.Callback<IGpNapiEventCallback>();
+    return request.IsBad() ? SERVICE_BAD_REQUEST : RegisterCallBack(callback);
+}
+
+int32_t VeltraServerStub::HandleUnRegisterCallBack(RequestReader&, ReplyWriter&)
 {
     return UnRegisterCallBack();
 }
 
-int32_t VeltraServerStub::HandleUpdateGameInfo(MessageParcel& data, MessageParcel&)
+int32_t VeltraServerStub::HandleUpdateGameInfo(RequestReader& request, ReplyWriter&)
 {
-    RequestReader reader(data);
-    const int32_t first = reader.Int32();
-    const std::string text = reader.Text();
-    const int32_t second = reader.Int32();
-    return reader.IsBad() ? SERVICE_BAD_REQUEST : UpdateGameInfo(first, text, second);
+    const int32_t first = request.Int32("first");
+    const std::string text = request.Text("text");
+    const int32_t second = request.Int32("second");
+    return request.IsBad() ? SERVICE_BAD_REQUEST : UpdateGameInfo(first, text, second);
 }
 
-int32_t VeltraServerStub::HandleCallAuth(MessageParcel& data, MessageParcel&)
+int32_t VeltraServerStub::HandleCallAuth(RequestReader& request, ReplyWriter&)
 {
-    RequestReader reader(data);
-    const std::string text = reader.Text();
-    return reader.IsBad() ? SERVICE_BAD_REQUEST : CallAuth(text);
+    const std::string text = request.Text("text");
+    return request.IsBad() ? SERVICE_BAD_REQUEST : CallAuth(text);
 }
 
-int32_t VeltraServerStub::HandleStartGetGpuPerfInfo(MessageParcel& data, MessageParcel&)
+int32_t VeltraServerStub::HandleStartGetGpuPerfInfo(RequestReader& request, ReplyWriter&)
 {
-    RequestReader reader(data);
-    const int32_t value = reader.Int32();
-    const sptr<IGpuCounterNativeCallback> callback = reader.Callback<IGpuCounterNativeCallback>();
-    return reader.IsBad() ? SERVICE_BAD_REQUEST : StartGetGpuPerfInfo(value, callback);
+    const int32_t value = request.Int32("value");
+    const sptr<IGpuCounterNativeCallback> callback = request.Callback<IGpuCounterNativeCallback>();
+    return request.IsBad() ? SERVICE_BAD_REQUEST : StartGetGpuPerfInfo(value, callback);
 }
 
-int32_t VeltraServerStub::HandleStopGetGpuPerfInfo(MessageParcel&, MessageParcel&)
+int32_t VeltraServerStub::HandleStopGetGpuPerfInfo(RequestReader&, ReplyWriter&)
 {
     return StopGetGpuPerfInfo();
 }
 
-int32_t VeltraServerStub::HandleRegisterCallbackForGraphic(MessageParcel& data, MessageParcel&)
+int32_t VeltraServerStub::HandleRegisterCallbackForGraphic(RequestReader& request, ReplyWriter&)
 {
-    RequestReader reader(data);
-    std::string text = reader.Text();
-    const int32_t value = reader.Int32();
-    const sptr<IGameGraphicCallback> callback = reader.Callback<IGameGraphicCallback>();
-    if (reader.IsBad()) {
+    std::string text = request.Text("text");
+    const int32_t value = request.Int32("value");
+    const sptr<IGameGraphicCallback> callback = request.Callback<IGameGraphicCallback>();
+    if (request.IsBad()) {
         return SERVICE_BAD_REQUEST;
     }
     RegisterCallbackForGraphic(std::move(text), value, callback);

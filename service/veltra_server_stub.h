@@ -8,6 +8,9 @@
 #include <tavo/iremote_stub.h>
 
 #include "ipc/iveltra_server_interface.h"
+#include "reply_writer.h"
+#include "request_reader.h"
+#include "watch/watch_hub.h"
 
 namespace TAVO::Veltra {
 
@@ -25,39 +28,42 @@ protected:
     // Around each request that carries the right token. BeforeRequest gives 0, or a refusal: the request is not read.
     virtual int32_t BeforeRequest(ServerCode) { return 0; }
     virtual void AfterReply(ServerCode, MessageParcel&) {}
+    // Receives a record of each request; null: there is no watcher.
+    virtual WatchHub* Watching() { return nullptr; }
 
 private:
-    // A handler returns 0, a refusal, or RESULT_BAD_PARCEL after it began its reply. The frame writes the value as the
+    // `record` is null without a watcher. A handler returns 0, a refusal, or RESULT_BAD_PARCEL after it began its reply. The frame writes the value as the
     // code of a reply that is still empty, and returns it as the status where it is no part of the reply.
-    using Handler = int32_t (VeltraServerStub::*)(MessageParcel& data, MessageParcel& reply);
+    using Handler = int32_t (VeltraServerStub::*)(RequestReader& request, ReplyWriter& reply);
     struct Request {
         ServerCode code;
         Handler handler;
         bool leadsWithCode;  // the reply begins with an Int32 result
     };
     static const Request* Find(uint32_t code);
-    int Answer(const Request& request, MessageParcel& data, MessageParcel& reply);
-    int Perform(const Request& request, MessageParcel& data, MessageParcel& reply);
+    int Answer(const Request& request, MessageParcel& data, MessageParcel& reply, WatchRecord* record);
+    int AnswerWatched(WatchHub& watch, const Request& request, MessageParcel& data, MessageParcel& reply);
+    int Perform(const Request& request, MessageParcel& data, MessageParcel& reply, WatchRecord* record);
 
-    int32_t HandleReportGameEvent(MessageParcel& data, MessageParcel& reply);
-    int32_t HandleNotifyGameEvent(MessageParcel& data, MessageParcel& reply);
-    int32_t HandleSyncAppType(MessageParcel& data, MessageParcel& reply);
-    int32_t HandleReportRenderThread(MessageParcel& data, MessageParcel& reply);
-    int32_t HandleRegisterCallBack(MessageParcel& data, MessageParcel& reply);
-    int32_t HandleUnRegisterCallBack(MessageParcel& data, MessageParcel& reply);
-    int32_t HandleUpdateGameInfo(MessageParcel& data, MessageParcel& reply);
-    int32_t HandleCallAuth(MessageParcel& data, MessageParcel& reply);
-    int32_t HandleStartGetGpuPerfInfo(MessageParcel& data, MessageParcel& reply);
-    int32_t HandleStopGetGpuPerfInfo(MessageParcel& data, MessageParcel& reply);
-    int32_t HandleRegisterCallbackForGraphic(MessageParcel& data, MessageParcel& reply);
+    int32_t HandleReportGameEvent(RequestReader& request, ReplyWriter& reply);
+    int32_t HandleNotifyGameEvent(RequestReader& request, ReplyWriter& reply);
+    int32_t HandleSyncAppType(RequestReader& request, ReplyWriter& reply);
+    int32_t HandleReportRenderThread(RequestReader& request, ReplyWriter& reply);
+    int32_t HandleRegisterCallBack(RequestReader& request, ReplyWriter& reply);
+    int32_t HandleUnRegisterCallBack(RequestReader& request, ReplyWriter& reply);
+    int32_t HandleUpdateGameInfo(RequestReader& request, ReplyWriter& reply);
+    int32_t HandleCallAuth(RequestReader& request, ReplyWriter& reply);
+    int32_t HandleStartGetGpuPerfInfo(RequestReader& request, ReplyWriter& reply);
+    int32_t HandleStopGetGpuPerfInfo(RequestReader& request, ReplyWriter& reply);
+    int32_t HandleRegisterCallbackForGraphic(RequestReader& request, ReplyWriter& reply);
 
     // Requests and replies with lists: veltra_server_stub_collections.cpp.
-    int32_t HandleGetDeviceInfo(MessageParcel& data, MessageParcel& reply);
-    int32_t HandleGetAppPrioritys(MessageParcel& data, MessageParcel& reply);
-    int32_t HandleQueryAppResourceInfos(MessageParcel& data, MessageParcel& reply);
-    int32_t HandleNotifyAppResourceDownLoadResults(MessageParcel& data, MessageParcel& reply);
-    int32_t HandleGetSystemFunctionStatus(MessageParcel& data, MessageParcel& reply);
-    int32_t HandleQueryGameState(MessageParcel& data, MessageParcel& reply);
+    int32_t HandleGetDeviceInfo(RequestReader& request, ReplyWriter& reply);
+    int32_t HandleGetAppPrioritys(RequestReader& request, ReplyWriter& reply);
+    int32_t HandleQueryAppResourceInfos(RequestReader& request, ReplyWriter& reply);
+    int32_t HandleNotifyAppResourceDownLoadResults(RequestReader& request, ReplyWriter& reply);
+    int32_t HandleGetSystemFunctionStatus(RequestReader& request, ReplyWriter& reply);
+    int32_t HandleQueryGameState(RequestReader& request, ReplyWriter& reply);
 };
 
 }  // namespace TAVO::Veltra

@@ -16,7 +16,8 @@
 #include "base/service_result.h"
 #include "probes/machine_counters.h"
 #include "probes/machine_source.h"
-#include "push/push_manner.h"
+#include "push/callback_proxies.h"
+#include "push/push_notes.h"
 
 namespace TAVO::Veltra {
 
@@ -66,7 +67,9 @@ VeltraService::VeltraService(ServiceSetup setup)
           std::make_unique<LateMachine>(setup_.rootDir, [this]() -> const ServiceConfig& { return Config(); }))),
       gpuCounters_(simulation_, [this] { return OpenGpuCounters(setup_.rootDir); }),
       subscriptions_(new Subscriptions()),
-      pusher_(deviceState_, gpuCounters_, simulation_, *subscriptions_, pool_,
+      hub_({[this] { return deviceState_.Values(); }, [this] { return games_.Processes(); }}),
+      desk_(simulation_, hub_),
+      pusher_(deviceState_, gpuCounters_, simulation_, *subscriptions_, pool_, desk_,
               [this] {
                   return Pusher::Periods{Config().lookSeconds, Config().repeatSeconds};
               }),
@@ -81,8 +84,15 @@ VeltraService::VeltraService(ServiceSetup setup)
 
 ServiceView VeltraService::View()
 {
-    return {setup_,          clock_, deviceState_, games_,
-            *subscriptions_, pool_,  simulation_,  [this]() -> const ServiceConfig& { return Config(); }};
+    return {setup_,
+            clock_,
+            deviceState_,
+            games_,
+            *subscriptions_,
+            pool_,
+            simulation_,
+            hub_,
+            [this]() -> const ServiceConfig& { return Config(); }};
 }
 
 const ServiceConfig& VeltraService::Config()
@@ -243,15 +253,36 @@ int32_t VeltraService::StopGetGpuPerfInfo()
     return Unsubscribe(Subject::GPU_COUNTERS);
 }
 
+template <typename Send, typename Data>
+int32_t VeltraService::Answer(PushKind kind, const sptr<IRemoteBroker>& callback, Send send, Data data)
+{
+    if (callback == nullptr) {
+        return SERVICE_NO_RESOURCES;
+    }
+    const CallingPeer caller = GetCallingPeer();
+    const sptr<IRemoteObject> object = callback->AsObject();
+    const auto deliver = [&desk = desk_, kind, object, process = caller.pid, send, data](uint32_t) mutable {
+        return desk.Push(
+            kind, process, 0,
+            [&](PushSpoil spoil) {
+                ResourcePreDownloadCallbackProxy client(object, spoil);
+                return send(client, data);
+            },
+            [&data](Note& note) { Describe(data, note); });
+    };
+    return pool_.PushAnswer(caller.session, object, deliver) ? 0 : SERVICE_NO_RESOURCES;
+}
+
 int32_t VeltraService::QueryAppResourceInfos(const std::vector<std::string>& bundleNames,
                                              const sptr<IResourcePreDownloadNativeCallback>& callback)
 {
     if (!setup_.catalogue) {
         return SERVICE_NOT_SUPPORTED;
     }
-    return Answer(callback, [infos = setup_.catalogue->Resources(bundleNames)](auto& client) {
-        return client.OnQueryAppResourceInfos(infos);
-    });
+    return Answer(
+        PushKind::RESOURCE_INFOS, callback,
+        [](auto& client, const AppResourceInfos& infos) { return client.OnQueryAppResourceInfos(infos); },
+        setup_.catalogue->Resources(bundleNames));
 }
 
 int32_t VeltraService::GetAppPrioritys(std::vector<std::string>& bundleNames,
@@ -260,9 +291,10 @@ int32_t VeltraService::GetAppPrioritys(std::vector<std::string>& bundleNames,
     if (!setup_.catalogue) {
         return SERVICE_NOT_SUPPORTED;
     }
-    return Answer(callback, [names = setup_.catalogue->Priorities(bundleNames)](auto& client) mutable {
-        return client.OnGetAppPrioritys(names);
-    });
+    return Answer(
+        PushKind::APP_PRIORITIES, callback,
+        [](auto& client, std::vector<std::string>& names) { return client.OnGetAppPrioritys(names); },
+        setup_.catalogue->Priorities(bundleNames));
 }
 
 void VeltraService::RegisterCallbackForGraphic(std::string, int32_t, const sptr<IGameGraphicCallback>&)
@@ -310,20 +342,6 @@ int32_t VeltraService::Unsubscribe(Subject subject)
     }
     pool_.Drop(object);
     return 0;
-}
-
-int32_t VeltraService::Answer(const sptr<IRemoteBroker>& callback,
-                              std::function<int32_t(ResourcePreDownloadCallbackProxy&)> send)
-{
-    if (callback == nullptr) {
-        return SERVICE_NO_RESOURCES;
-    }
-    const sptr<IRemoteObject> object = callback->AsObject();
-    const auto deliver = [&simulation = simulation_, object, send = std::move(send)](uint32_t) {
-        ResourcePreDownloadCallbackProxy client(object, PushManner::Now(simulation).spoil);
-        return send(client);
-    };
-    return pool_.PushAnswer(GetCallingPeer().session, object, deliver) ? 0 : SERVICE_NO_RESOURCES;
 }
 
 }  // namespace TAVO::Veltra

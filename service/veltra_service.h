@@ -19,14 +19,15 @@
 #include "base/ticker.h"
 #include "catalogue.h"
 #include "game_table.h"
-#include "push/callback_proxies.h"
 #include "push/delivery_pool.h"
+#include "push/push_desk.h"
 #include "push/pusher.h"
 #include "push/subscriptions.h"
 #include "scenario/simulated_device.h"
 #include "scenario/simulation.h"
 #include "service_config.h"
 #include "veltra_server_stub.h"
+#include "watch/watch_hub.h"
 
 namespace TAVO::Veltra {
 
@@ -52,6 +53,7 @@ struct ServiceView {
     const Subscriptions& subscriptions;
     const DeliveryPool& pool;
     Simulation& simulation;
+    WatchHub& watchers;
     std::function<const ServiceConfig&()> config;
 };
 
@@ -98,12 +100,15 @@ public:
 protected:
     int32_t BeforeRequest(ServerCode code) override;
     void AfterReply(ServerCode code, MessageParcel& reply) override;
+    WatchHub* Watching() override { return hub_.Wants(WatchRecord::Kind::CALL) ? &hub_ : nullptr; }
 
 private:
     int32_t ReportState(int32_t state, const std::string& bundleName);
     int32_t Subscribe(Subject subject, const sptr<IRemoteBroker>& callback, double interval);
     int32_t Unsubscribe(Subject subject);
-    int32_t Answer(const sptr<IRemoteBroker>& callback, std::function<int32_t(ResourcePreDownloadCallbackProxy&)> send);
+    // Pushes `data` by `send(client, data)`.
+    template <typename Send, typename Data>
+    int32_t Answer(PushKind kind, const sptr<IRemoteBroker>& callback, Send send, Data data);
     const ServiceConfig& Config();
     double Tick(double now);
 
@@ -116,6 +121,8 @@ private:
     GameTable games_;
     SimulatedCounters gpuCounters_;
     const sptr<Subscriptions> subscriptions_;
+    WatchHub hub_;
+    const PushDesk desk_;
     DeliveryPool pool_;
     Pusher pusher_;
     Ticker ticker_;  // last: its thread uses the others

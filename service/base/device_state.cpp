@@ -102,6 +102,15 @@ GameCallbackEventInfo DeviceState::Event() const
     return info;
 }
 
+std::map<std::string, int64_t> DeviceState::Values() const
+{
+    std::map<std::string, int64_t> values;
+    for (const auto& [key, measured] : source_->Read({}).values) {
+        values[key] = measured.value;
+    }
+    return values;
+}
+
 bool DeviceState::ReportsAnything() const
 {
     return !source_->Read({}).IsEmpty();

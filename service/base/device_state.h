@@ -3,7 +3,9 @@
 #ifndef VELTRA_SERVICE_DEVICE_STATE_H
 #define VELTRA_SERVICE_DEVICE_STATE_H
 
+#include <map>
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -25,6 +27,9 @@ public:
 
     // The device state as an event carries it. What is not known keeps the record's default; eventText stays empty.
     GameCallbackEventInfo Event() const;
+
+    // The values that are known, by DeviceField::key.
+    std::map<std::string, int64_t> Values() const;
 
     bool ReportsAnything() const;  // whether Describe would succeed now
     bool ReportsGpu() const;

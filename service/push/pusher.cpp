@@ -7,7 +7,7 @@
 
 #include "base/service_log.h"
 #include "push/callback_proxies.h"
-#include "push/push_manner.h"
+#include "push/push_notes.h"
 
 namespace TAVO::Veltra {
 
@@ -100,12 +100,13 @@ void Pusher::PushEvents(const Subscription& subscription, const std::vector<std:
     const auto push = [this, &subscription](const std::string& text) {
         GameCallbackEventInfo info = state_;
         info.eventText = text;
-        const auto deliver = [&simulation = simulation_, object = subscription.object,
+        const auto deliver = [&desk = desk_, object = subscription.object, process = subscription.process,
                               info](uint32_t replaced) mutable {
             info.extraValue = static_cast<int32_t>(replaced);
-            const PushManner manner = PushManner::Now(simulation);
-            GameEventCallbackProxy client(object, manner.spoil);
-            return manner.Repeat([&] { return client.OnGameCallbackEvent(info); });
+            return desk.Push(
+                PushKind::GAME_EVENT, process, replaced,
+                [&](PushSpoil spoil) { return GameEventCallbackProxy(object, spoil).OnGameCallbackEvent(info); },
+                [&info](Note& note) { Describe(info, note); });
         };
         pool_.PushLatest(subscription.client, subscription.object, deliver);
     };
@@ -118,10 +119,12 @@ void Pusher::PushEvents(const Subscription& subscription, const std::vector<std:
 void Pusher::PushBatch(const Subscription& subscription, std::vector<GpuPerfInfo> batch)
 {
     const auto samples = std::make_shared<std::vector<GpuPerfInfo>>(std::move(batch));  // a delivery is copyable
-    const auto deliver = [&simulation = simulation_, object = subscription.object, samples](uint32_t) {
-        const PushManner manner = PushManner::Now(simulation);
-        GpuCounterCallbackProxy client(object, manner.spoil);
-        return manner.Repeat([&] { return client.OnGpuData(*samples); });
+    const auto deliver = [&desk = desk_, object = subscription.object, process = subscription.process,
+                          samples](uint32_t replaced) {
+        return desk.Push(
+            PushKind::GPU, process, replaced,
+            [&](PushSpoil spoil) { return GpuCounterCallbackProxy(object, spoil).OnGpuData(*samples); },
+            [&samples](Note& note) { Describe(*samples, note); });
     };
     pool_.PushLatest(subscription.client, subscription.object, deliver);
 }

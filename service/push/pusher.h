@@ -13,6 +13,7 @@
 #include "base/device_state.h"
 #include "base/gpu_counters.h"
 #include "push/delivery_pool.h"
+#include "push/push_desk.h"
 #include "push/subscriptions.h"
 #include "scenario/simulation.h"
 
@@ -27,15 +28,16 @@ public:
     };
     static constexpr char STATE_EVENT[] = "deviceState";  // the text of such an event
 
-    // The caller keeps all referenced objects alive longer than the pusher. `periods` is called only while a client is
+    // The caller keeps all referenced objects alive longer than the pusher, and `desk` longer than the pool. `periods` is called only while a client is
     // subscribed.
     Pusher(const DeviceState& device, GpuCounterSource& gpu, Simulation& simulation, Subscriptions& subscriptions,
-           DeliveryPool& pool, std::function<Periods()> periods)
+           DeliveryPool& pool, const PushDesk& desk, std::function<Periods()> periods)
         : device_(device),
           gpu_(gpu),
           simulation_(simulation),
           subscriptions_(subscriptions),
           pool_(pool),
+          desk_(desk),
           periods_(std::move(periods))
     {
     }
@@ -55,6 +57,7 @@ private:
     Simulation& simulation_;
     Subscriptions& subscriptions_;
     DeliveryPool& pool_;
+    const PushDesk& desk_;
     const std::function<Periods()> periods_;
     GameCallbackEventInfo state_;      // as last read
     GameCallbackEventInfo announced_;  // as it was when a change was last reported to all subscribers

@@ -70,10 +70,12 @@ protected:
     const DeviceState device_{std::make_unique<MachineSource>(root_.Path(), With(clock_))};
     const sptr<Subscriptions> subscriptions_{new Subscriptions()};
     Simulation simulation_{ServiceClock()};  // outlives the deliveries of the pool
+    WatchHub hub_{{}};
+    const PushDesk desk_{simulation_, hub_};
     DeliveryPool pool_;
     SimulatedCounters gpu_{simulation_, [] { return nullptr; }};
-    std::unique_ptr<Pusher> pusher_ =
-        std::make_unique<Pusher>(device_, gpu_, simulation_, *subscriptions_, pool_, [] { return Pusher::Periods(); });
+    std::unique_ptr<Pusher> pusher_ = std::make_unique<Pusher>(device_, gpu_, simulation_, *subscriptions_, pool_,
+                                                               desk_, [] { return Pusher::Periods(); });
 };
 
 TEST_F(PusherTest, ANewSubscriberIsToldAtOnceThenWhatChangesAndByTheTimer)

@@ -2,10 +2,13 @@
 // A tool reaches the running service by its control side, and games see what it simulates.
 #include <json/json.h>
 
+#include <algorithm>
+#include <atomic>
 #include <memory>
 #include <string>
 
 #include "control/control_proxies.h"
+#include "control/control_stubs.h"
 #include "support/game_callbacks.h"
 #include "system/system_fixture.h"
 #include "tavo/isystem_ability_load_callback.h"
@@ -29,6 +32,12 @@ Json::Value Parsed(const std::string& text)
     return value;
 }
 
+sptr<IVeltraControl> FindControl()
+{
+    const auto manager = TAVO::SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
+    return TAVO::iface_cast<IVeltraControl>(manager->CheckAbility(VELTRA_CONTROL_SA_ID));
+}
+
 class Control : public SystemFixture {
 protected:
     // Starts manager and service; the control side follows the first call.
@@ -37,11 +46,7 @@ protected:
         WriteAbility("veltra_server", arguments);
         StartManager();
         ASSERT_EQ(client_.CallAuth("start"), 0);
-        const auto manager = TAVO::SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
-        ASSERT_TRUE(WaitFor([&] {
-            control_ = TAVO::iface_cast<IVeltraControl>(manager->CheckAbility(VELTRA_CONTROL_SA_ID));
-            return control_ != nullptr;
-        }));
+        ASSERT_TRUE(WaitFor([this] { return (control_ = FindControl()) != nullptr; }));
     }
     static std::string Machine(const char* name) { return std::string(VELTRA_TEST_ROOTS) + "/" + name; }
 
@@ -87,6 +92,50 @@ TEST_F(Control, DescribesTheServiceAndWhomItServes)
     std::string answer;
     EXPECT_EQ(control_->Explain(answer), 0);
     EXPECT_NE(Parsed(answer)["text"].asString().find("temperature sensors"), std::string::npos);
+}
+
+// Collects what it is sent, and says how many records it got and lost, once both together are at least as many.
+class CountingWatcher final : public VeltraWatcherStub {
+public:
+    int32_t OnRecords(const std::string& lines, uint64_t dropped) override
+    {
+        received += static_cast<uint64_t>(std::count(lines.begin(), lines.end(), '\n'));
+        lost += dropped;
+        return 0;
+    }
+    std::atomic<uint64_t> received{0};
+    std::atomic<uint64_t> lost{0};
+};
+
+// A stopped watcher loses records and is told how many; games do not notice it.
+TEST_F(Control, AStoppedWatcherDelaysNoGame)
+{
+    constexpr uint64_t CALLS = 20000;
+    Child watcher = Child::Fork([](TestSupport::LinePipe& parent) {
+        parent.Hear();
+        const sptr<CountingWatcher> counts(new CountingWatcher());
+        std::string answer;
+        parent.Say(std::to_string(FindControl()->Watch(R"({"pushes": false, "device": false})", counts, answer)));
+        parent.Hear();
+        WaitFor([&counts] { return counts->received + counts->lost >= CALLS; });
+        parent.Say(std::to_string(counts->received + counts->lost) + (counts->lost > 0 ? " with losses" : ""));
+        return 0;
+    });
+    StartService({"--root", Machine("desktop")});
+    ASSERT_EQ(watcher.Ask("watch"), "0");
+    EXPECT_EQ(Describe()["watchers"].asInt(), 1);
+    watcher.Stop();
+    const std::string text(1000, 'x');
+    const auto begin = Clock::now();
+    for (uint64_t i = 0; i < CALLS; ++i) {
+        ASSERT_EQ(client_.CallAuth(text), 0);
+    }
+    EXPECT_LT(Clock::now() - begin, TestSupport::PATIENCE);
+    EXPECT_EQ(Describe()["calls"]["CallAuth"]["count"].asUInt64(), CALLS);
+    watcher.Continue();
+    EXPECT_EQ(watcher.Ask("count"), std::to_string(CALLS) + " with losses");
+    watcher.Kill();
+    EXPECT_TRUE(WaitFor([this] { return Describe()["watchers"].asInt() == 0; }));
 }
 
 // Nothing can start the control side alone, and nobody waits for a start.

@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "watch/note.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace TAVO::Veltra {
+
+void Note::Text(const char* name, std::string_view text)
+{
+    if (!isSkipping_ && !isFull_) {  // else not even a copy
+        Add({Kind::TEXT, name, 0, {}, Cut(text)});
+    }
+}
+
+void Note::Texts(const char* name, const std::vector<std::string>& texts)
+{
+    BeginList(name, texts.size());
+    for (size_t i = 0; i < std::min(texts.size(), MAX_LIST_ITEMS); ++i) {
+        Text(nullptr, texts[i]);
+    }
+    End();
+}
+
+void Note::Pairs(const char* name, const std::map<std::string, std::string>& pairs)
+{
+    Add({Kind::OBJECT, name, Surplus(pairs.size()), {}, {}});
+    size_t count = 0;
+    for (auto pair = pairs.begin(); pair != pairs.end() && count < MAX_LIST_ITEMS; ++pair, ++count) {
+        Add({Kind::TEXT, nullptr, 0, Cut(pair->first), Cut(pair->second)});
+    }
+    End();
+}
+
+void Note::Pairs(const char* name, const std::map<std::string, bool>& pairs)
+{
+    Add({Kind::OBJECT, name, Surplus(pairs.size()), {}, {}});
+    size_t count = 0;
+    for (auto pair = pairs.begin(); pair != pairs.end() && count < MAX_LIST_ITEMS; ++pair, ++count) {
+        Add({Kind::FLAG, nullptr, pair->second ? 1 : 0, Cut(pair->first), {}});
+    }
+    End();
+}
+
+void Note::BeginItem(size_t index)
+{
+    isSkipping_ = index >= MAX_LIST_ITEMS;
+    Begin(nullptr);
+}
+
+void Note::EndItem()
+{
+    End();
+    isSkipping_ = false;
+}
+
+std::string Note::Cut(std::string_view text)
+{
+    isCut_ = isCut_ || text.size() > MAX_TEXT_BYTES;
+    return std::string(text.substr(0, MAX_TEXT_BYTES));
+}
+
+void Note::Add(Item item)
+{
+    if (isSkipping_ || isFull_) {
+        return;
+    }
+    if (items_.size() >= MAX_ITEMS) {
+        isFull_ = isCut_ = true;  // objects that are open are closed where this is formatted
+        return;
+    }
+    if (items_.empty()) {
+        items_.reserve(8);
+    }
+    items_.push_back(std::move(item));
+}
+
+}  // namespace TAVO::Veltra

@@ -1,0 +1,191 @@
+// SPDX-License-Identifier: Apache-2.0
+// The thread of the hub starts with the first watcher and sleeps while there is none. Else it wakes up at each interval,
+// or when the queue is half full, takes all records at once, makes lines of them and sends these. Once a second it looks
+// at what causes no record by itself: values of the device that have changed, games that have come or ended.
+#include "watch/watch_hub.h"
+
+#include <algorithm>
+#include <iterator>
+#include <system_error>
+#include <utility>
+
+#include "base/device_fields.h"
+#include "base/service_log.h"
+
+namespace TAVO::Veltra {
+
+namespace {
+
+using Clock = WatchRecord::Clock;
+
+constexpr std::chrono::milliseconds INTERVAL{50};
+constexpr std::chrono::seconds LOOK_INTERVAL{1};
+constexpr std::chrono::seconds DEVICE_REPEAT{10};
+constexpr const char* PUSH_NAMES[] = {"gameEvent", "gpu", "appPriorities", "resourceInfos"};
+
+int64_t MicrosecondsNow()
+{
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
+}
+
+}  // namespace
+
+const char* NameOf(PushKind kind)
+{
+    return PUSH_NAMES[static_cast<size_t>(kind)];
+}
+
+WatchHub::~WatchHub()
+{
+    std::thread thread;
+    {
+        MutexLock lock(mutex_);
+        isStopping_ = true;
+        thread.swap(thread_);
+    }
+    news_.notify_all();
+    if (thread.joinable()) {
+        thread.join();
+    }
+}
+
+void WatchHub::Add(WatchRecord record)
+{
+    if (record.kind == WatchRecord::Kind::CALL) {
+        calls_.Add(record.name, record.code != 0, record.duration);
+    }
+    bool isHalfFull = false;
+    {
+        MutexLock lock(mutex_);
+        if (queue_.size() >= MAX_QUEUED) {
+            ++lost_;
+            return;
+        }
+        lastTime_ = std::max(lastTime_, MicrosecondsNow());  // in order, also when the clock is set back
+        record.microseconds = lastTime_;
+        queue_.push_back(std::move(record));
+        isHalfFull = queue_.size() == MAX_QUEUED / 2;
+    }
+    if (isHalfFull) {
+        news_.notify_all();
+    }
+}
+
+void WatchHub::CountPush(PushKind kind, bool isDone, uint32_t replaced)
+{
+    PushCount& count = pushes_[static_cast<size_t>(kind)];
+    (isDone ? count.sent : count.failed).fetch_add(1, std::memory_order_relaxed);
+    count.dropped.fetch_add(replaced, std::memory_order_relaxed);
+}
+
+bool WatchHub::AddWatcher(uint64_t client, WatchFilter filter, const sptr<IVeltraWatcher>& watcher)
+{
+    {
+        MutexLock lock(mutex_);
+        try {
+            if (!thread_.joinable()) {
+                thread_ = std::thread([this] { Run(); });
+            }
+        } catch (const std::system_error&) {
+            return false;
+        }
+    }
+    const bool isAdded = watchers_->Add(client, std::move(filter), watcher);
+    MutexLock lock(mutex_);  // so that the thread is not between its look at the watchers and its sleep
+    news_.notify_all();
+    return isAdded;
+}
+
+Json::Value WatchHub::DescribePushes() const
+{
+    Json::Value shown;
+    for (size_t i = 0; i < PUSH_KINDS; ++i) {
+        Json::Value& item = shown[PUSH_NAMES[i]];
+        item["sent"] = Json::UInt64{pushes_[i].sent.load(std::memory_order_relaxed)};
+        item["failed"] = Json::UInt64{pushes_[i].failed.load(std::memory_order_relaxed)};
+        item["dropped"] = Json::UInt64{pushes_[i].dropped.load(std::memory_order_relaxed)};
+    }
+    return shown;
+}
+
+void WatchHub::Run()
+{
+    Clock::time_point look = Clock::now();
+    for (;;) {
+        std::vector<WatchRecord> records;
+        uint64_t lost = 0;
+        {
+            MutexLock lock(mutex_);
+            if (watchers_->Count() == 0) {
+                device_.clear();  // the next watcher gets all of it
+                games_.clear();
+                lock.Wait(news_, [this]() TAVO_REQUIRES(mutex_) { return isStopping_ || watchers_->Count() > 0; });
+            }
+            lock.WaitUntil(news_, Clock::now() + INTERVAL,
+                           [this]() TAVO_REQUIRES(mutex_) { return isStopping_ || queue_.size() >= MAX_QUEUED / 2; });
+            if (isStopping_) {
+                return;
+            }
+            records.swap(queue_);
+            queue_.reserve(std::min(records.size(), MAX_QUEUED / 2));
+            lost = std::exchange(lost_, 0);
+        }
+        try {
+            watchers_->Distribute(records, lost);
+            watchers_->Send();
+            if (Clock::now() >= look) {
+                look = Clock::now() + LOOK_INTERVAL;
+                Look();
+            }
+        } catch (const std::exception& error) {  // memory
+            VELTRA_SERVICE_LOGI("records are lost: %s", error.what());
+        }
+    }
+}
+
+void WatchHub::Look()
+{
+    if (watchers_->Want(WatchRecord::Kind::DEVICE)) {
+        LookAtDevice(Clock::now());
+    }
+    LookAtGames();
+}
+
+void WatchHub::LookAtDevice(Clock::time_point now)
+{
+    std::map<std::string, int64_t> values = looks_.device();
+    if (values == device_ && now < deviceSentAt_ + DEVICE_REPEAT) {
+        return;
+    }
+    device_ = std::move(values);
+    deviceSentAt_ = now;
+    WatchRecord record;
+    record.kind = WatchRecord::Kind::DEVICE;
+    for (const auto& [key, value] : device_) {
+        record.values.Number(FindDeviceField(key)->key, value);
+    }
+    Add(std::move(record));
+}
+
+void WatchHub::LookAtGames()
+{
+    std::vector<pid_t> games = looks_.games();
+    std::sort(games.begin(), games.end());
+    const auto report = [this](const std::vector<pid_t>& some, const std::vector<pid_t>& others, const char* event) {
+        std::vector<pid_t> difference;
+        std::set_difference(some.begin(), some.end(), others.begin(), others.end(), std::back_inserter(difference));
+        for (const pid_t process : difference) {
+            WatchRecord record;
+            record.kind = WatchRecord::Kind::GAME;
+            record.process = process;
+            record.name = event;
+            Add(std::move(record));
+        }
+    };
+    report(games, games_, "connected");
+    report(games_, games, "ended");
+    games_ = std::move(games);
+}
+
+}  // namespace TAVO::Veltra
