@@ -73,6 +73,10 @@ class System:
         return subprocess.run([self.programs / "veltra", *map(str, words)], env={**self.env, **env}, text=True,
                               stdin=subprocess.DEVNULL, capture_output=True, timeout=WAIT_S)
 
+    def start(self, *words):
+        return subprocess.Popen([self.programs / "veltra", *words], env=self.env, text=True, stdin=subprocess.DEVNULL,
+                                stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+
     def on_terminal(self, command, **env):
         """What the command line prints to a terminal."""
         return subprocess.run(["script", "--quiet", "--return", "--command", command, "/dev/null"], check=True,

@@ -3,9 +3,12 @@
 
 Usage: verbs_test.py PROGRAMS SOURCE
 """
+import json
+import os
+import signal
 import sys
 
-from harness import System, require
+from harness import WAIT_S, System, require
 
 
 def without_manager(system):
@@ -20,7 +23,7 @@ def usage(system):
                   ["call", "CallAuth", "a", "b"], ["call", "UpdateGameInfo", "one"],
                   ["call", "UpdateGameInfo", "4294967296"], ["call", "GetDeviceInfo", "1,x"],
                   ["call", "NotifyAppResourceDownLoadResults", "{"], ["simulate"], ["simulate", "set", "tempLevel"],
-                  ["simulate", "set", "tempLevel=hot"], ["simulate", "load", "nowhere"], ["simulate", "speed", "0"],
+                  ["simulate", "set", "tempLevel=hot"], ["simulate", "set", "tempLevel=nan"], ["simulate", "load", "nowhere"], ["simulate", "speed", "0"],
                   ["completion", "sh"]):
         system.expect(2, *words)
     system.expect(0, "--help", output="exit status")
@@ -130,6 +133,25 @@ def values(system):
     system.expect(0, "explain", output="temperature sensors")
 
 
+def watching(system):
+    """One line for each change, until the limit, an interruption (0) or the end of the service (3)."""
+    system.expect(0, "simulate", "set", "tempLevel=1", "thermalMargin=9")
+    watch = system.start("watch", "--json", "tempLevel", "thermalMargin", "--count", "3")
+    first = sorted((each["key"], each["value"]) for each in (json.loads(watch.stdout.readline()) for _ in range(2)))
+    require(first == [("tempLevel", 1), ("thermalMargin", 9)], first)
+    system.expect(0, "simulate", "set", "tempLevel=4")
+    change = json.loads(watch.stdout.readline())
+    require((change["key"], change["before"], change["value"]) == ("tempLevel", 1, 4), change)
+    require(watch.wait(WAIT_S) == 0, "the limit is no success")
+    system.expect(0, "watch", "tempLevel", "--count", "1", output=r"^\d\d:\d\d:\d\d\.\d{3} tempLevel 4\n$")
+    for end, status in ((lambda: watch.send_signal(signal.SIGINT), 0),
+                        (lambda: os.kill(system.service_pid(), signal.SIGKILL), 3)):
+        watch = system.start("watch", "tempLevel")
+        watch.stdout.readline()
+        end()
+        require(watch.wait(WAIT_S) == status, f"watch ended with {watch.returncode} and not {status}")
+
+
 def main():
     with System(*sys.argv[1:]) as system:
         without_manager(system)
@@ -151,6 +173,7 @@ def main():
         system.expect(0, "call", "CallAuth")
         simulation(system)
         values(system)
+        watching(system)
     with System(*sys.argv[1:]) as system:
         system.write_ability(arguments=["--no-simulation"])
         system.start_manager()

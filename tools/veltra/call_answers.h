@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the service sends to the callbacks of an operation, as JSON, on its way from the library's threads to main.
+// What the service sends to the callbacks of an operation, as JSON, handed from the library's threads to main.
 #ifndef VELTRA_TOOLS_CALL_ANSWERS_H
 #define VELTRA_TOOLS_CALL_ANSWERS_H
 
@@ -16,7 +16,7 @@
 
 namespace VeltraTool {
 
-// Any thread. Keeps at most 1000 records; later ones are dropped while nobody takes them.
+// Any thread. Keeps at most 1000 records; later ones are dropped.
 class CallAnswers {
 public:
     // Never destroyed: callbacks may run until the process ends.

@@ -5,6 +5,7 @@
 #include "simulate.h"
 
 #include <charconv>
+#include <cmath>
 #include <memory>
 
 #include "reach.h"
@@ -15,6 +16,7 @@ namespace VeltraTool {
 namespace {
 
 constexpr double MOST_SECONDS = 1e9;
+constexpr double MOST_NUMBER = 9007199254740992;  // 2^53: whole numbers up to it are exact
 constexpr double LEAST_SPEED = 0.01;
 constexpr double MOST_SPEED = 100;
 
@@ -77,7 +79,8 @@ void AddValue(Json::Value& values, const std::string& word)
     const char* const last = word.data() + word.size();
     const char* const first = end == std::string::npos ? last : word.data() + end + 1;
     const std::from_chars_result result = std::from_chars(first, last, number);
-    if (end == std::string::npos || end == 0 || result.ec != std::errc() || result.ptr != last) {
+    const bool isNumber = result.ec == std::errc() && result.ptr == last && std::fabs(number) <= MOST_NUMBER;
+    if (end == std::string::npos || end == 0 || !isNumber) {
         throw ToolError(EXIT_USAGE, "'" + word + "' is not KEY=NUMBER", "for example tempLevel=4");
     }
     values[word.substr(0, end)] = number == static_cast<double>(static_cast<int64_t>(number))

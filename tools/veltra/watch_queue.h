@@ -23,7 +23,7 @@ public:
     static WatchQueue& Instance();
 
     void Add(const std::string& lines, uint64_t dropped);
-    // Wakes whoever waits; the first code stays.
+    // Wakes the thread that waits; the first code stays.
     void End(ExitCode code);
 
     // The next record, a line of JSON. Empty when the watch has ended, or none came before `deadline`.

@@ -19,7 +19,7 @@ struct RuntimeDirectory {
     pid_t manager = 0;  // the process that holds the manager's lock, which may hang all the same; 0: none
 };
 
-// Looks at the directory and the lock in it. Creates nothing, connects to nobody, and waits for nobody. Throws only
+// Looks at the directory and the lock in it. Creates nothing, and neither connects nor waits. Throws only
 // std::bad_alloc. Not for the manager's own process, whose lock it would drop.
 TAVO_EXPORT RuntimeDirectory DescribeRuntimeDirectory();
 
