@@ -44,8 +44,12 @@ int32_t VeltraControl::Describe(std::string& answer)
 
 int32_t VeltraControl::Explain(std::string& answer)
 {
+    const Json::Value simulation = DescribeSimulation(view_.simulation);
+    const std::string notice = simulation["active"].asBool()
+                                   ? "simulated on top of what follows: " + JsonText(simulation) + "\n"
+                                   : std::string();
     Json::Value content;
-    content["text"] = ExplainMachine(view_.setup.rootDir, view_.config());
+    content["text"] = notice + ExplainMachine(view_.setup.rootDir, view_.config());
     answer = Document(std::move(content));
     return 0;
 }

@@ -172,6 +172,28 @@ TEST_F(PusherTest, ScenarioEventsReachThoseWhoListenWhenTheyHappen)
     EXPECT_EQ(Tick(8, receiver).back(), Event("later", 2, 20));
 }
 
+TEST_F(PusherTest, FaultsSpoilWhatIsPushed)
+{
+    const std::string whole = Event("deviceState", 2, 20);
+    MessageParcel token;
+    token.WriteInterfaceToken(IGpNapiEventCallback::GetDescriptor());
+    const size_t kept = token.GetDataSize();
+    const Items items = {"deviceState", 2, 0, 0, 0, 0, 0, 0, 20, 0, 0};
+    const std::pair<const char*, std::vector<std::string>> rows[] = {
+        {R"("kind": "wrongToken")", {Push(IGpNapiEventCallback::GetDescriptor() + u"?", items)}},
+        {R"("kind": "shortCallback")",
+         {whole.substr(0, kept + (whole.size() - kept) / 2 / Parcel::SLOT * Parcel::SLOT)}},
+        {R"("kind": "flood", "count": 3)", {whole, whole, whole}},
+    };
+    for (const auto& [fault, expected] : rows) {
+        Play(R"({"faults": [{)" + std::string(fault) + "}]}");
+        PushReceiver receiver;
+        Subscribe(Subject::EVENTS, 1, receiver);
+        EXPECT_EQ(Tick(0, receiver), expected) << fault;
+        subscriptions_->Remove(Subject::EVENTS, 1);
+    }
+}
+
 TEST_F(PusherTest, GpuBatchesComeInTheirTimeUntilTheTotalIsReached)
 {
     Play(R"({"gpu": {"count": 3, "intervalSeconds": 0.5, "total": 5, "counters": {"powerMilliwatts": 7000}}})");

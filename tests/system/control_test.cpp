@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A tool reaches the running service by its control side, and games see what it simulates.
 #include <json/json.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -10,6 +11,7 @@
 #include "control/control_proxies.h"
 #include "control/control_stubs.h"
 #include "support/game_callbacks.h"
+#include "support/notes.h"
 #include "system/system_fixture.h"
 #include "tavo/isystem_ability_load_callback.h"
 #include "tavo/system_ability_manager_client.h"
@@ -162,6 +164,9 @@ TEST_F(Control, GamesSeeWhatIsSimulatedUntilItIsOff)
     EXPECT_EQ(report["device"]["sources"]["gpuLoadPercent"].asString(), "simulation");
     EXPECT_EQ(report["device"]["gpuInfo"]["currentFrequency"].asInt(), 2450) << "the rest is the real device";
     EXPECT_EQ(report["simulation"]["values"]["tempLevel"].asInt(), 3);
+    std::string answer;
+    EXPECT_EQ(control_->Explain(answer), 0);
+    EXPECT_NE(Parsed(answer)["text"].asString().find("simulated on top of what follows: {"), std::string::npos);
     Simulate(R"({"do": "release", "keys": ["tempLevel"]})");
     EXPECT_EQ(Level(), real);
 
@@ -181,6 +186,58 @@ TEST_F(Control, GamesSeeWhatIsSimulatedUntilItIsOff)
     Simulate(R"({"do": "off"})");
     EXPECT_EQ(Level(), real);
     EXPECT_FALSE(Describe()["simulation"]["active"].asBool());
+}
+
+TEST_F(Control, SubscribersGetSimulatedEventsAndCounters)
+{
+    StartService({"--root", Machine("virtual")});
+    TestSupport::Notes events;
+    const auto note = [&events](const GameCallbackEventInfo& info) {
+        events.Add(info.eventText + " " + std::to_string(info.tempLevel));
+        return 0;
+    };
+    EXPECT_EQ(client_.RegisterGameCallback(std::make_unique<EventFunction>(note), 1), 0);
+    EXPECT_EQ(events.WaitFor(1), std::vector<std::string>{"deviceState -1"});
+    Simulate(R"({"do": "set", "values": {"tempLevel": 4}})");
+    EXPECT_EQ(events.WaitFor(2).back(), "deviceState 4");
+    Simulate(R"({"do": "event", "text": "levelStarted"})");
+    EXPECT_EQ(events.WaitFor(3).back(), "levelStarted 4");
+
+    TestSupport::Notes loads;
+    const auto start = [this, &loads] {
+        const auto noteLoad = [&loads](const std::vector<GpuPerfInfo>& samples) {
+            loads.Add(std::to_string(samples.at(0).uint1));
+            return 0;
+        };
+        return client_.StartGetGpuPerfInfo(50, std::make_unique<GpuFunction>(noteLoad));
+    };
+    EXPECT_EQ(start(), RESULT_GPU_REFUSED) << "the machine has no GPU";
+    Simulate(R"({"do": "load", "scenario": {"gpu": {"counters": {"gpuLoadPercent": 70}}}})");
+    EXPECT_EQ(start(), 0);
+    EXPECT_EQ(loads.WaitFor(1).at(0), "70");
+    EXPECT_GE(Describe()["pushes"]["gameEvent"]["sent"].asInt(), 3);
+}
+
+TEST_F(Control, SwitchingOffReleasesRequestsThatAFaultKeepsWaiting)
+{
+    StartService({"--root", Machine("desktop")});
+    for (const char* kind : {"hang", "lateReply"}) {
+        Simulate(R"({"do": "fault", "operation": "CallAuth", "seconds": 3600, "kind": ")" + std::string(kind) +
+                 R"("})");
+        std::atomic<pid_t> thread{0};
+        std::atomic<int32_t> result{-1};
+        Threads game(1, [&](size_t) {
+            thread = ::gettid();
+            result = VeltraClient().CallAuth("");
+        });
+        EXPECT_TRUE(WaitFor([&thread] { return thread != 0 && IsAsleep(thread); }));
+        EXPECT_EQ(result, -1) << kind;
+        const auto begin = Clock::now();
+        Simulate(R"({"do": "off"})");
+        game.Join();
+        EXPECT_EQ(result, 0) << kind;
+        EXPECT_LT(Clock::now() - begin, SOON);
+    }
 }
 
 TEST_F(Control, MistakesInCommandsAreNamedAndChangeNothing)
