@@ -217,6 +217,17 @@ ScrivoSink OpenScrivoSink(const char* settings, bool isDaemon) noexcept
     return isStderr ? ScrivoSink{SinkKind::DESCRIPTOR, level, STDERR_FILENO} : DefaultSink(level, isDaemon);
 }
 
+std::string_view ScrivoUnknownWord(std::string_view settings)
+{
+    for (std::string_view rest = settings; !rest.empty();) {
+        const Word word = NextWord(rest);
+        if (word.kind == Word::UNKNOWN && !word.text.empty()) {
+            return word.text;
+        }
+    }
+    return {};
+}
+
 void ReportScrivoSettings(const char* settings, const ScrivoSink& sink) noexcept
 {
     const int reason = errno;

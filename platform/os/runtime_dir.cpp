@@ -79,8 +79,11 @@ RuntimeDir RuntimeDir::Open(const std::string& path, bool create, std::string& e
         if (reason == ELOOP || reason == ENOTDIR) {
             return refuse("is a symbolic link or no directory; give a directory of your own");
         }
+        const bool hasParent = ::access(name.substr(0, name.rfind('/') + 1).c_str(), F_OK) == 0;
         return refuse(std::string("cannot be opened: ") + std::strerror(reason) +
-                      (reason == ENOENT ? "; start tavo_manager, which creates it" : ""));
+                      (reason != ENOENT ? ""
+                       : hasParent      ? "; start tavo_manager, which creates it"
+                                        : "; create its parent, or set TAVO_RUNTIME_DIR to another directory"));
     }
     struct stat status {};
     if (::fstat(dir.fd_, &status) != 0) {

@@ -4,6 +4,7 @@
 #include <json/reader.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 
@@ -13,26 +14,7 @@ namespace TAVO::Veltra {
 
 namespace {
 
-// Takes memory for what the file holds, not for what it may hold: this is part of the service's start.
-std::string ReadFile(const std::string& file)
-{
-    constexpr size_t PIECE_BYTES = 4096;
-    std::ifstream stream(file, std::ios::binary);
-    std::string text;
-    do {
-        const size_t before = text.size();
-        text.resize(before + PIECE_BYTES);
-        stream.read(text.data() + before, PIECE_BYTES);
-        text.resize(before + static_cast<size_t>(stream.gcount()));
-    } while (stream.good() && text.size() <= ConfigNode::MAX_FILE_BYTES);
-    if (stream.bad() || !stream.is_open() || (text.empty() && !stream.eof())) {
-        throw ConfigError(file + ": cannot be read");
-    }
-    if (text.size() > ConfigNode::MAX_FILE_BYTES) {
-        throw ConfigError(file + ": larger than 1 MiB");
-    }
-    return text;
-}
+constexpr char TOO_LARGE[] = "larger than 1 MiB";
 
 // The parser's own explanation, on one line.
 std::string OneLine(std::string text)
@@ -42,6 +24,21 @@ std::string OneLine(std::string text)
     text.erase(0, text.find_first_not_of("* "));
     text.erase(text.find_last_not_of(' ') + 1);
     return text;
+}
+
+// The first mistake of the parser's explanation, "* Line 3, Column 5 ...": those behind it often follow from it.
+ConfigMistake SyntaxMistake(const std::string& errors)
+{
+    ConfigMistake mistake;
+    const std::string text = OneLine(errors);
+    int end = 0;
+    if (std::sscanf(text.c_str(), "Line %zu, Column %zu%n", &mistake.line, &mistake.column, &end) != 2) {
+        return {0, 0, text};
+    }
+    const size_t from = std::min(text.find_first_not_of(' ', static_cast<size_t>(end)), text.size());
+    const size_t next = text.find(" * Line", from);
+    mistake.text = text.substr(from, next == std::string::npos ? next : next - from);
+    return mistake;
 }
 
 template <typename Number>
@@ -54,18 +51,44 @@ std::string Shown(Number number)
 
 }  // namespace
 
-ConfigNode ConfigNode::Load(const std::string& file)
+// Takes memory for what the file holds, not for what it may hold: this is part of the service's start.
+std::string ConfigNode::ReadText(const std::string& file)
 {
-    return Parse(ReadFile(file), file);
+    constexpr size_t PIECE_BYTES = 4096;
+    std::ifstream stream(file, std::ios::binary);
+    std::string text;
+    do {
+        const size_t before = text.size();
+        text.resize(before + PIECE_BYTES);
+        stream.read(text.data() + before, PIECE_BYTES);
+        text.resize(before + static_cast<size_t>(stream.gcount()));
+    } while (stream.good() && text.size() <= MAX_FILE_BYTES);
+    if (stream.bad() || !stream.is_open() || (text.empty() && !stream.eof())) {
+        throw ConfigError(file, {0, 0, "cannot be read"});
+    }
+    if (text.size() > MAX_FILE_BYTES) {
+        throw ConfigError(file, {0, 0, TOO_LARGE});
+    }
+    return text;
 }
 
-ConfigNode ConfigNode::Parse(std::string text, const std::string& name)
+ConfigNode ConfigNode::Load(const std::string& file)
+{
+    return Parse(ReadText(file), file);
+}
+
+ConfigNode ConfigNode::Parse(std::string text, const std::string& name, std::vector<ConfigMistake>* mistakes)
 {
     const auto document = std::make_shared<Document>();
+    document->name = name;
     document->text = std::move(text);
+    document->mistakes = mistakes;
     const std::string& whole = document->text;
+    if (whole.size() > MAX_FILE_BYTES) {
+        throw ConfigError(name, {0, 0, TOO_LARGE});
+    }
     if (!IsJsonSafeToParse(whole)) {
-        throw ConfigError(name + ": nested too deep");
+        throw ConfigError(name, {0, 0, "nested too deep"});
     }
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
@@ -79,16 +102,16 @@ ConfigNode ConfigNode::Parse(std::string text, const std::string& name)
         errors = error.what();
     }
     if (!isParsed) {
-        throw ConfigError(name + ": " + OneLine(errors));
+        throw ConfigError(name, SyntaxMistake(errors));
     }
-    return ConfigNode(document, &document->root, document->root.getOffsetStart(), name + ": ");
+    return ConfigNode(document, &document->root, document->root.getOffsetStart(), "");
 }
 
 void ConfigNode::ExpectKeys(std::initializer_list<const char*> keys) const
 {
     for (const auto& [key, node] : Members()) {
         if (std::none_of(keys.begin(), keys.end(), [&name = key](const char* known) { return name == known; })) {
-            node.Fail("there is no such key");
+            Try([&unknown = node] { unknown.Fail("there is no such key"); });
         }
     }
 }
@@ -197,9 +220,12 @@ std::string ConfigNode::TextOr(const char* key, const std::string& other, size_t
 
 void ConfigNode::Fail(const std::string& why) const
 {
-    const auto end = document_->text.begin() + offset_;
-    const auto line = std::count(document_->text.begin(), end, '\n') + 1;
-    throw ConfigError((IsTop() ? place_ : place_ + ": ") + why + " (line " + std::to_string(line) + ")");
+    const std::string before = document_->text.substr(0, static_cast<size_t>(offset_));
+    ConfigMistake mistake;
+    mistake.line = static_cast<size_t>(std::count(before.begin(), before.end(), '\n')) + 1;
+    mistake.column = before.size() - (before.rfind('\n') + 1) + 1;  // without an end of line: npos + 1 is 0
+    mistake.text = (IsTop() ? "" : place_ + ": ") + why;
+    throw ConfigError(document_->name, mistake);
 }
 
 }  // namespace TAVO::Veltra

@@ -16,10 +16,25 @@
 
 namespace TAVO::Veltra {
 
+struct ConfigMistake {
+    size_t line = 0;    // from 1; 0: of the file as a whole
+    size_t column = 0;  // from 1, in bytes
+    std::string text;   // with its place in the document: "curves.tempLevel: 9 is not from 0 to 5"
+};
+
 // The text names file, place and line: "warm.json: curves.tempLevel: 9 is not from 0 to 5 (line 3)".
 class ConfigError : public std::runtime_error {
 public:
-    using std::runtime_error::runtime_error;
+    ConfigError(const std::string& file, const ConfigMistake& mistake)
+        : std::runtime_error(file + ": " + mistake.text +
+                             (mistake.line == 0 ? "" : " (line " + std::to_string(mistake.line) + ")")),
+          mistake_(mistake)
+    {
+    }
+    const ConfigMistake& Mistake() const { return mistake_; }
+
+private:
+    ConfigMistake mistake_;
 };
 
 // One value of the file. Everything but the tests throws ConfigError where the value is not what is asked for.
@@ -28,8 +43,26 @@ public:
     static constexpr size_t MAX_FILE_BYTES = size_t{1} << 20;  // a parsed value takes 50 times the text
 
     static ConfigNode Load(const std::string& file);
-    // `name` stands for the file in error texts.
-    static ConfigNode Parse(std::string text, const std::string& name);
+    // The same of a text, which errors call `name`. With `mistakes`, those of the parts that are read through Try are
+    // added there, so that all of them are found and not the first one only.
+    static ConfigNode Parse(std::string text, const std::string& name, std::vector<ConfigMistake>* mistakes = nullptr);
+    // The whole file. Throws ConfigError when it cannot be read or is longer than MAX_FILE_BYTES.
+    static std::string ReadText(const std::string& file);
+
+    // Calls `read`, which reads a part of the document. While mistakes are collected, the first one in that part is,
+    // and the rest of the document is still read.
+    template <typename Read>
+    void Try(Read read) const
+    {
+        try {
+            read();
+        } catch (const ConfigError& error) {
+            if (document_->mistakes == nullptr) {
+                throw;
+            }
+            document_->mistakes->push_back(error.Mistake());
+        }
+    }
 
     bool IsNumber() const { return value_->isNumeric(); }
     bool Has(const char* key) const { return value_->isObject() && value_->isMember(key); }
@@ -56,8 +89,10 @@ public:
 
 private:
     struct Document {
+        std::string name;
         std::string text;
         Json::Value root;
+        std::vector<ConfigMistake>* mistakes = nullptr;  // null: the first one ends the reading
     };
 
     ConfigNode(std::shared_ptr<const Document> document, const Json::Value* value, ptrdiff_t offset, std::string place)
@@ -68,8 +103,8 @@ private:
 
     std::shared_ptr<const Document> document_;
     const Json::Value* value_;
-    ptrdiff_t offset_;  // of the value in the text, or of what should contain it
-    std::string place_;
+    ptrdiff_t offset_;   // of the value in the text, or of what should contain it
+    std::string place_;  // "curves.tempLevel"; empty: the document itself
 };
 
 }  // namespace TAVO::Veltra

@@ -33,23 +33,29 @@ Curve Curve::Parse(const ConfigNode& node, double least, double most, uint64_t s
     }
     node.ExpectKeys({"points", "repeat", "noise"});
     const ConfigNode points = node.Member("points");
-    for (const ConfigNode& item : points.Items(MAX_POINTS)) {
-        const std::vector<ConfigNode> pair = item.Items(2);
-        if (pair.size() != 2) {
-            item.Fail("is not [seconds, value]");
-        }
-        const double time = pair[0].Number(0, MOST_SECONDS);
-        if (!curve.points_.empty() && time <= curve.points_.back().first) {
-            item.Fail("is not later than the point before");
-        }
-        curve.points_.emplace_back(time, pair[1].Number(least, most));
-    }
-    if (curve.points_.empty()) {
+    const std::vector<ConfigNode> items = points.Items(MAX_POINTS);
+    if (items.empty()) {
         points.Fail("has no point");
     }
-    curve.noise_ = node.NumberOr("noise", 0, 0, most - least);
-    curve.repeats_ = node.Has("repeat") && node.Member("repeat").Flag();
+    for (const ConfigNode& item : items) {
+        item.Try([&] { curve.AddPoint(item); });
+    }
+    node.Try([&] { curve.noise_ = node.NumberOr("noise", 0, 0, most - least); });
+    node.Try([&] { curve.repeats_ = node.Has("repeat") && node.Member("repeat").Flag(); });
     return curve;
+}
+
+void Curve::AddPoint(const ConfigNode& item)
+{
+    const std::vector<ConfigNode> pair = item.Items(2);
+    if (pair.size() != 2) {
+        item.Fail("is not [seconds, value]");
+    }
+    const double time = pair[0].Number(0, MOST_SECONDS);
+    if (!points_.empty() && time <= points_.back().first) {
+        item.Fail("is not later than the point before");
+    }
+    points_.emplace_back(time, pair[1].Number(least_, most_));
 }
 
 double Curve::At(double seconds) const

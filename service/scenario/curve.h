@@ -23,6 +23,7 @@ public:
     double At(double seconds) const;
 
 private:
+    void AddPoint(const ConfigNode& item);
     double NoiseAt(double seconds) const;
 
     std::vector<std::pair<double, double>> points_;  // ascending times; never empty

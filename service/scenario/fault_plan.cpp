@@ -76,17 +76,20 @@ std::optional<ServerCode> ParseOperation(const ConfigNode& node, const Fault& fa
 Fault ParseFault(const ConfigNode& node)
 {
     Fault fault;
-    fault.kind = ParseKind(node.Member("kind"));
-    fault.from = node.NumberOr("at", 0, 0, MOST_SECONDS);
-    fault.until = node.Has("for") ? fault.from + node.Member("for").Number(0, MOST_SECONDS) : FOR_GOOD;
-    fault.operation = ParseOperation(node, fault);
-    fault.code = static_cast<int32_t>(node.IntegerOr("code", SERVICE_NOT_SUPPORTED, INT32_MIN, INT32_MAX));
-    if (fault.code == 0) {
-        node.Member("code").Fail("0 is no refusal");
-    }
-    fault.seconds = node.NumberOr("seconds", LATE_SECONDS, 0, MOST_LATE_SECONDS);
-    fault.count = static_cast<uint32_t>(node.IntegerOr("count", FLOOD_COUNT, 1, MOST_FLOOD_COUNT));
-    fault.text = node.TextOr("text", CUT_TEXT, MAX_TEXT_BYTES);
+    node.Try([&] { fault.kind = ParseKind(node.Member("kind")); });
+    node.Try([&] { fault.from = node.NumberOr("at", 0, 0, MOST_SECONDS); });
+    node.Try(
+        [&] { fault.until = node.Has("for") ? fault.from + node.Member("for").Number(0, MOST_SECONDS) : FOR_GOOD; });
+    node.Try([&] { fault.operation = ParseOperation(node, fault); });
+    node.Try([&] {
+        fault.code = static_cast<int32_t>(node.IntegerOr("code", SERVICE_NOT_SUPPORTED, INT32_MIN, INT32_MAX));
+        if (fault.code == 0) {
+            node.Member("code").Fail("0 is no refusal");
+        }
+    });
+    node.Try([&] { fault.seconds = node.NumberOr("seconds", LATE_SECONDS, 0, MOST_LATE_SECONDS); });
+    node.Try([&] { fault.count = static_cast<uint32_t>(node.IntegerOr("count", FLOOD_COUNT, 1, MOST_FLOOD_COUNT)); });
+    node.Try([&] { fault.text = node.TextOr("text", CUT_TEXT, MAX_TEXT_BYTES); });
     return fault;
 }
 
@@ -113,8 +116,10 @@ FaultPlan FaultPlan::Parse(const ConfigNode& node)
 {
     FaultPlan plan;
     for (const ConfigNode& item : node.Items(MAX_FAULTS)) {
-        item.ExpectKeys({"kind", "at", "for", "operation", "code", "seconds", "count", "text"});
-        plan.faults_.push_back(ParseFault(item));
+        item.Try([&] {
+            item.ExpectKeys({"kind", "at", "for", "operation", "code", "seconds", "count", "text"});
+            plan.faults_.push_back(ParseFault(item));
+        });
     }
     return plan;
 }

@@ -33,12 +33,14 @@ std::vector<std::pair<const DeviceField*, Curve>> ParseCurves(const ConfigNode& 
 {
     std::vector<std::pair<const DeviceField*, Curve>> curves;
     for (const auto& [key, member] : node.Members()) {
-        const DeviceField* field = FindDeviceField(key);
-        if (field == nullptr) {
-            member.Fail("there is no such value");
-        }
-        curves.emplace_back(field, Curve::Parse(member, static_cast<double>(field->least),
-                                                static_cast<double>(field->most), SeedOf(key, seed)));
+        node.Try([&, &name = key, &curve = member] {
+            const DeviceField* field = FindDeviceField(name);
+            if (field == nullptr) {
+                curve.Fail("there is no such value");
+            }
+            curves.emplace_back(field, Curve::Parse(curve, static_cast<double>(field->least),
+                                                    static_cast<double>(field->most), SeedOf(name, seed)));
+        });
     }
     return curves;
 }
@@ -47,32 +49,46 @@ std::vector<Scenario::Event> ParseEvents(const ConfigNode& node)
 {
     std::vector<Scenario::Event> events;
     for (const ConfigNode& item : node.Items(MAX_EVENTS)) {
-        item.ExpectKeys({"at", "text"});
-        events.push_back({item.Member("at").Number(0, MOST_SECONDS), item.Member("text").Text(MAX_EVENT_TEXT_BYTES)});
+        Scenario::Event event;
+        item.Try([&] { item.ExpectKeys({"at", "text"}); });
+        item.Try([&] { event.at = item.Member("at").Number(0, MOST_SECONDS); });
+        item.Try([&] { event.text = item.Member("text").Text(MAX_EVENT_TEXT_BYTES); });
+        events.push_back(std::move(event));
     }
     std::stable_sort(events.begin(), events.end(),
                      [](const auto& left, const auto& right) { return left.at < right.at; });
     return events;
 }
 
+GpuCounter CounterNamed(std::string_view key, const ConfigNode& node)
+{
+    const auto name = std::find(GPU_COUNTER_NAMES.begin(), GPU_COUNTER_NAMES.end(), key);
+    if (name == GPU_COUNTER_NAMES.end()) {
+        node.Fail("there is no such counter");
+    }
+    return static_cast<GpuCounter>(name - GPU_COUNTER_NAMES.begin());
+}
+
 Scenario::GpuStream ParseGpu(const ConfigNode& node, uint64_t seed)
 {
     node.ExpectKeys({"count", "intervalSeconds", "total", "counters"});
     Scenario::GpuStream stream;
-    stream.count = static_cast<size_t>(node.IntegerOr("count", 1, 1, MAX_LIST_ELEMENTS));
-    if (node.Has("intervalSeconds")) {
-        stream.intervalSeconds = node.Member("intervalSeconds").Number(LEAST_INTERVAL_SECONDS, MOST_SECONDS);
-    }
-    if (node.Has("total")) {
-        stream.total = static_cast<uint64_t>(node.Member("total").Integer(1, INT64_MAX));
-    }
-    for (const auto& [key, member] : node.Member("counters").Members()) {
-        const auto name = std::find(GPU_COUNTER_NAMES.begin(), GPU_COUNTER_NAMES.end(), std::string_view(key));
-        if (name == GPU_COUNTER_NAMES.end()) {
-            member.Fail("there is no such counter");
+    node.Try([&] { stream.count = static_cast<size_t>(node.IntegerOr("count", 1, 1, MAX_LIST_ELEMENTS)); });
+    node.Try([&] {
+        if (node.Has("intervalSeconds")) {
+            stream.intervalSeconds = node.Member("intervalSeconds").Number(LEAST_INTERVAL_SECONDS, MOST_SECONDS);
         }
-        const auto counter = static_cast<GpuCounter>(name - GPU_COUNTER_NAMES.begin());
-        stream.counters.emplace_back(counter, Curve::Parse(member, 0, MOST_COUNTER, SeedOf(key, seed)));
+    });
+    node.Try([&] {
+        if (node.Has("total")) {
+            stream.total = static_cast<uint64_t>(node.Member("total").Integer(1, INT64_MAX));
+        }
+    });
+    for (const auto& [key, member] : node.Member("counters").Members()) {
+        node.Try([&, &name = key, &curve = member] {
+            stream.counters.emplace_back(CounterNamed(name, curve),
+                                         Curve::Parse(curve, 0, MOST_COUNTER, SeedOf(name, seed)));
+        });
     }
     return stream;
 }
@@ -84,23 +100,35 @@ Scenario Scenario::Load(const std::string& file, uint64_t seed)
     return Parse(ConfigNode::Load(file), seed);
 }
 
+std::vector<ConfigMistake> Scenario::Check(std::string text)
+{
+    std::vector<ConfigMistake> mistakes;
+    try {
+        const ConfigNode root = ConfigNode::Parse(std::move(text), "", &mistakes);
+        root.Try([&root] { Parse(root, 0); });
+    } catch (const ConfigError& error) {
+        mistakes.push_back(error.Mistake());
+    }
+    std::stable_sort(mistakes.begin(), mistakes.end(), [](const ConfigMistake& left, const ConfigMistake& right) {
+        return std::pair(left.line, left.column) < std::pair(right.line, right.column);
+    });
+    return mistakes;
+}
+
 Scenario Scenario::Parse(const ConfigNode& root, uint64_t seed)
 {
     root.ExpectKeys({"name", "curves", "events", "gpu", "faults"});
     Scenario scenario;
-    scenario.name_ = root.TextOr("name", "unnamed", MAX_NAME_BYTES);
-    if (root.Has("curves")) {
-        scenario.curves_ = ParseCurves(root.Member("curves"), seed);
-    }
-    if (root.Has("events")) {
-        scenario.events_ = ParseEvents(root.Member("events"));
-    }
-    if (root.Has("gpu")) {
-        scenario.gpu_ = ParseGpu(root.Member("gpu"), seed);
-    }
-    if (root.Has("faults")) {
-        scenario.faults_ = FaultPlan::Parse(root.Member("faults"));
-    }
+    root.Try([&] { scenario.name_ = root.TextOr("name", "unnamed", MAX_NAME_BYTES); });
+    const auto readMember = [&root](const char* key, const auto& read) {
+        if (root.Has(key)) {
+            root.Try([&] { read(root.Member(key)); });
+        }
+    };
+    readMember("curves", [&](const ConfigNode& node) { scenario.curves_ = ParseCurves(node, seed); });
+    readMember("events", [&](const ConfigNode& node) { scenario.events_ = ParseEvents(node); });
+    readMember("gpu", [&](const ConfigNode& node) { scenario.gpu_ = ParseGpu(node, seed); });
+    readMember("faults", [&](const ConfigNode& node) { scenario.faults_ = FaultPlan::Parse(node); });
     return scenario;
 }
 

@@ -23,6 +23,8 @@ public:
     // Throws ConfigError. The same file and seed tell the same story.
     static Scenario Load(const std::string& file, uint64_t seed);
     static Scenario Parse(const ConfigNode& root, uint64_t seed);
+    // Every mistake of a scenario's text, by its place; empty: it can be played.
+    static std::vector<ConfigMistake> Check(std::string text);
 
     const std::string& Name() const { return name_; }
 

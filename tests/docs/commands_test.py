@@ -4,6 +4,7 @@ broken.
 
 Commands are the fenced blocks marked `sh`. The blocks of one page are run in one shell, in the source folder. The only
 change is the installation prefix, which is replaced by a scratch folder. scripts/test is left out, since it runs this.
+Blocks marked `text` are printed, with other numbers perhaps. The lines that the demo suggests at its end work too.
 
 Usage: commands_test.py SOURCE_DIR PAGE, or commands_test.py --texts SOURCE_DIR PAGE..., the pages whose commands are run
 """
@@ -14,7 +15,9 @@ import sys
 import tempfile
 
 PREFIX = "/opt/veltra"
+SOURCE = "/home/me/veltra"  # the source folder in what is printed
 LEFT_OUT = "scripts/test\n"
+NEXT = "Try next, in this folder:\n"  # in the demo's output, before lines indented by two
 # Runs after a command that stays in the background: as long as a person takes to type the next one.
 AWAIT_MANAGER = """
 for ((i = 0; i < 1000; i++)); do [[ -S "$TAVO_RUNTIME_DIR/manager" ]] && break; sleep 0.01; done
@@ -46,22 +49,39 @@ def shell_lines(page, prefix):
                 yield line + (AWAIT_MANAGER if line.endswith("&") else "")
 
 
+def run_shell(lines, source):
+    script = "\n".join(["trap 'kill $(jobs -p) 2>/dev/null || true; wait' EXIT", *lines])
+    done = subprocess.run(["bash", "-euo", "pipefail", "-c", script], cwd=source, text=True,
+                          stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    print(done.stdout)
+    require(done.returncode == 0, f"a command failed with {done.returncode}: {lines}")
+    return done.stdout
+
+
+def printed(expected, source):
+    """A pattern for the text of a page: its numbers stand for any."""
+    text = re.escape(expected.replace(SOURCE, str(source)))
+    return re.sub(r"\d+(?:\\\.\d+)*", r"\\d+(?:\\.\\d+)*", text)
+
+
 def check_commands(page, source):
     with tempfile.TemporaryDirectory(prefix="docs-", dir=source / "build") as scratch:
         commands = list(shell_lines(page, pathlib.Path(scratch, "installed")))
         require(commands, f"{page} has no commands")
-        script = "\n".join(["trap 'kill $(jobs -p) 2>/dev/null || true; wait' EXIT", *commands])
-        done = subprocess.run(["bash", "-euo", "pipefail", "-c", script], cwd=source, text=True,
-                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
-    print(done.stdout)
-    require(done.returncode == 0, f"a command of {page} failed with {done.returncode}")
-    before_marks = done.stdout.split(MARK)[:-1]
-    require(before_marks, f"{page} does not run the first program")
+        output = run_shell(commands, source)
+    before_marks = output.split(MARK)[:-1]
+    require(before_marks or not any(line in FIRST_PROGRAMS for line in page.read_text().splitlines()),
+            f"{page} does not run the first program")
     for part in before_marks:
         require(PROGRAM_OUTPUT.search(part), f"{page}: the first program printed something else")
     for expected in blocks(page, "text"):
         if not PROGRAM_OUTPUT.search(expected):
-            require(expected in done.stdout, f"{page} promises: {expected}")
+            require(re.search(printed(expected, source), output), f"{page} promises: {expected}")
+    if NEXT in output:
+        suggested = output.split(NEXT)[1].splitlines()
+        count = next((i for i, line in enumerate(suggested) if not line.startswith("  ")), len(suggested))
+        require(count > 0, "the demo suggests nothing")
+        run_shell([line.strip() + (AWAIT_MANAGER if line.endswith("&") else "") for line in suggested[:count]], source)
 
 
 def check_texts(source, run):

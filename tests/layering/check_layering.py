@@ -38,6 +38,8 @@ ROOMS = {
     "service": [TAVO, "interfaces", "src/utils", "src/ipc", "control", *SERVICE_ROOMS],
     "control": [TAVO, "interfaces", "src/utils", "src/ipc"],
     "tools": [TAVO, "interfaces", "control"],
+    # Reads answers as the library does, and checks scenario files by the code that loads them.
+    "tools/veltra": [TAVO, "interfaces", "src/utils", "control", "service/scenario"],
     "examples": ["interfaces"],
     # These look into everything, and nothing above looks into them.
     "tests": None,

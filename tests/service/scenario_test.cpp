@@ -43,8 +43,8 @@ std::string ErrorOf(const std::string& text, Arguments... arguments)
 TEST(Scenario, MistakesAreNamedWithTheirPlace)
 {
     const std::pair<const char*, const char*> rows[] = {
-        {"", "Line 1, Column 1 "},
-        {R"({"curves": {)", "Line 1, Column 13 "},
+        {"", "Syntax error: value, object or array expected. (line 1)"},
+        {R"({"curves": {)", "Missing '}' or object member name (line 1)"},
         {R"({"curve": {}})", "curve: there is no such key"},
         {R"({"name": 5})", "name: is not a text"},
         {R"({"curves": {"tempLvl": 1}})", "curves.tempLvl: there is no such value"},
@@ -82,6 +82,45 @@ TEST(Scenario, MistakesAreNamedWithTheirPlace)
     EXPECT_EQ(ErrorOf<Scenario>(std::string(ConfigNode::MAX_FILE_BYTES + 1, ' '), 0U), "larger than 1 MiB");
     EXPECT_THROW(Scenario::Load("/nonexistent/s.json", 0), ConfigError);
     EXPECT_THROW(Scenario::Load("/", 0), ConfigError);
+}
+
+TEST(Scenario, ACheckFindsEveryMistakeInOrder)
+{
+    const std::pair<const char*, const char*> rows[] = {
+        {"{}", ""},
+        {"[]", "1:1 is not an object\n"},
+        {"{\n  \"name\": nothing\n}", "2:11 Syntax error: value, object or array expected.\n"},
+        {R"({"curve": 1, "name": 2,
+ "curves": {"tempLevel": {"points": [[0, 9], [1], [2, 3], [2, 4]], "noise": "x", "loop": 1}, "fps": 60},
+ "events": [{"at": -1, "txt": 5}, {"at": 3, "text": "go"}],
+ "gpu": {"count": 0, "counters": {"fps": 1, "fanPercent": "?"}},
+ "faults": [{"kind": "explode", "code": 0}, {"kind": "hang", "at": "now", "operation": "call"}]})",
+         "1:11 curve: there is no such key\n"
+         "1:22 name: is not a text\n"
+         "2:42 curves.tempLevel.points[0][1]: 9 is not from 0 to 5\n"
+         "2:46 curves.tempLevel.points[1]: is not [seconds, value]\n"
+         "2:59 curves.tempLevel.points[3]: is not later than the point before\n"
+         "2:77 curves.tempLevel.noise: is not a number\n"
+         "2:90 curves.tempLevel.loop: there is no such key\n"
+         "2:101 curves.fps: there is no such value\n"
+         "3:13 events[0].text: is missing\n"
+         "3:20 events[0].at: -1 is not from 0 to 1e+09\n"
+         "3:31 events[0].txt: there is no such key\n"
+         "4:19 gpu.count: 0 is not from 1 to 524288\n"
+         "4:42 gpu.counters.fps: there is no such counter\n"
+         "4:59 gpu.counters.fanPercent: is not an object\n"
+         "5:22 faults[0].kind: there is no \"explode\"\n"
+         "5:41 faults[0].code: 0 is no refusal\n"
+         "5:68 faults[1].at: is not a number\n"
+         "5:88 faults[1].operation: there is no \"call\"\n"},
+    };
+    for (const auto& [text, expected] : rows) {
+        std::string found;
+        for (const ConfigMistake& mistake : Scenario::Check(text)) {
+            found += std::to_string(mistake.line) + ":" + std::to_string(mistake.column) + " " + mistake.text + "\n";
+        }
+        EXPECT_EQ(found, expected);
+    }
 }
 
 TEST(Scenario, CurvesJoinTheirPoints)

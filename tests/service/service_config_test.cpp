@@ -39,7 +39,7 @@ TEST(ServiceConfig, MistakesAreReportedWithTheirLine)
         {"{\"intervals\": {\"heatMilliseconds\": 1}}",
          "intervals.heatMilliseconds: 1 is not from 50 to 60000 (line 1)"},
         {"{\"sensors\":\n{\"prefer\": \"cpu\"}}", "sensors.prefer: is not a list (line 2)"},
-        {"{\n\"sensors\": {},,\n}", "Line 2, Column "},
+        {"{\n\"sensors\": {},,\n}", "Missing '}' or object member name (line 2)"},
     };
     for (const auto& [text, error] : rows) {
         try {

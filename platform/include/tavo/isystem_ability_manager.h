@@ -35,6 +35,7 @@ struct AbilityDescription {
     int32_t starts = 0;      // processes that this manager has started for it
     int64_t startedAt = 0;   // when it began to start the last of them: nanoseconds of the steady clock, 0 before
     std::string program;     // from the ability file, empty without one
+    std::string fault;       // the mistake of its file, or why its last start failed and what to do; else empty
 };
 
 // Each call to the manager ends within 2 s; once one timed out, calls fail at once until the manager answers again.
@@ -48,7 +49,7 @@ public:
         ADD_ABILITY = 3,     // Int32 id, RemoteObject -> Int32 status
         REMOVE_ABILITY = 4,  // Int32 id -> Int32 status
         // nothing -> Int32 count, then each description in the order of its fields: Int32, Bool, Bool, Int32, Int32,
-        // Int64, String
+        // Int64, String, String
         DESCRIBE_ABILITIES = 5,
     };
 

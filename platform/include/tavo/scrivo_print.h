@@ -4,6 +4,7 @@
 #define TAVO_SCRIVO_PRINT_H
 
 #include <cstdint>
+#include <string_view>
 
 #include "tavo/export.h"
 
@@ -46,6 +47,9 @@ TAVO_EXPORT bool ScrivoIsLoggable(int level);
 // For a daemon, at the beginning of main, before other threads log: unless TAVO_LOG names a sink, this process logs to
 // stderr, so that a container or a service manager sees its warnings.
 TAVO_EXPORT void ScrivoActAsDaemon();
+
+// The first word of `settings`, a value of TAVO_LOG, that is not understood; empty when there is none.
+TAVO_EXPORT std::string_view ScrivoUnknownWord(std::string_view settings);
 
 // Lines that a full or failing sink lost in this process.
 TAVO_EXPORT uint64_t ScrivoDroppedLines();

@@ -23,6 +23,7 @@
 #include "tavo/peer_holder.h"
 #include "tavo/read_vector_from_parcel.h"
 #include "tavo/ref_base.h"
+#include "tavo/runtime_directory.h"
 #include "tavo/scrivo_print.h"
 #include "tavo/system_ability_manager_client.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The lock file of an ability, held by the process that serves it for as long as that process lives.
+// The lock files: of an ability, held by the process that serves it for as long as that process lives, and the manager's.
 #ifndef TAVO_MANAGER_ABILITY_LOCK_H
 #define TAVO_MANAGER_ABILITY_LOCK_H
 
@@ -8,7 +8,9 @@
 
 namespace TAVO::Manager {
 
-// Its name in the runtime directory.
+constexpr char MANAGER_LOCK_NAME[] = "manager.lock";
+
+// The name of an ability's in the runtime directory.
 inline std::string AbilityLockName(int32_t systemAbilityId)
 {
     return std::to_string(systemAbilityId) + ".lock";

@@ -17,7 +17,7 @@ bool ReadDescription(MessageParcel& reply, AbilityDescription& ability)
 {
     return reply.ReadInt32(ability.id) && reply.ReadBool(ability.running) && reply.ReadBool(ability.startable) &&
            reply.ReadInt32(ability.pid) && reply.ReadInt32(ability.starts) && reply.ReadInt64(ability.startedAt) &&
-           reply.ReadString(ability.program);
+           reply.ReadString(ability.program) && reply.ReadString(ability.fault);
 }
 
 }  // namespace

@@ -284,6 +284,7 @@ int32_t AbilityRegistry::Register(Ability& ability, const sptr<IRemoteObject>& o
     ability.pid = peer.pid;
     ability.session = peer.session;
     ability.backoff.Registered();
+    ability.failure.clear();
     for (const Waiter& waiter : ability.waiters) {
         after.outbox.TellLoaded(waiter.callback, ability.file.id, object);
     }
@@ -342,7 +343,8 @@ std::vector<AbilityDescription> AbilityRegistry::Describe()
         const bool isRunning = ability.object != nullptr && ability.object->IsAlive();
         const int64_t startedAt = std::chrono::nanoseconds(ability.startedAt.time_since_epoch()).count();
         descriptions.push_back({id, isRunning, ability.file.fault.empty(), isRunning ? ability.pid : 0, ability.starts,
-                                startedAt, ability.file.program});
+                                startedAt, ability.file.program,
+                                ability.file.fault.empty() ? ability.failure : ability.file.fault});
     }
     return descriptions;
 }

@@ -90,6 +90,7 @@ private:
         StartBackoff backoff;
         int32_t starts = 0;
         Clock::time_point startedAt;  // the beginning of the last start
+        std::string failure;          // of the last start, with the remedy; empty once it has registered
     };
     struct Process {
         int32_t id;

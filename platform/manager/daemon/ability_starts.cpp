@@ -45,6 +45,10 @@ std::string RemedyOf(int error, const AbilityFile& file)
     if (error == ENOMEM || error == EAGAIN) {
         return "free memory or raise the limit of processes (ulimit -u)";
     }
+    if (error == EACCES) {
+        return "make the program executable (chmod +x), and its folders accessible, or correct \"program\" in " +
+               file.path;
+    }
     return "install the program or correct \"program\" in " + file.path;
 }
 
@@ -226,6 +230,7 @@ void AbilityRegistry::StartFailed(Ability& ability, const std::string& what, con
         "cannot start ability %{public}d: %{public}s (ability file %{public}s); %{public}s. Loads are refused; the "
         "manager tries again by itself",
         ability.file.id, what.c_str(), ability.file.path.c_str(), remedy.c_str());
+    ability.failure = what + "; " + remedy;
     for (const Waiter& waiter : ability.waiters) {
         after.outbox.TellFailed(waiter.callback, ability.file.id);
     }

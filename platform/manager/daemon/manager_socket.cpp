@@ -16,12 +16,13 @@
 #include <memory>
 #include <string_view>
 
+#include "manager/client/ability_lock.h"
+
 namespace TAVO::Manager {
 namespace {
 
 using Transport::UniqueFd;
 
-constexpr const char* LOCK_NAME = "manager.lock";
 constexpr const char* SOCKET_NAME = "manager";
 constexpr const char* UNPUBLISHED_NAME = "manager.new";
 constexpr const char* PEER_FOLDER = "p";
@@ -77,10 +78,10 @@ struct DirCloser {
 
 bool ManagerSocket::Claim(std::string& error)
 {
-    if (!lock_.Take(dir_.Fd(), LOCK_NAME)) {
+    if (!lock_.Take(dir_.Fd(), MANAGER_LOCK_NAME)) {
         error = "runtime directory " + dir_.Path() + ": ";
         error += errno == EAGAIN ? "another manager is running there (process " +
-                                       std::to_string(Transport::ProcessLock::Holder(dir_.Fd(), LOCK_NAME)) +
+                                       std::to_string(Transport::ProcessLock::Holder(dir_.Fd(), MANAGER_LOCK_NAME)) +
                                        "); end it, or give this one another --runtime-dir"
                                  : std::string("cannot write manager.lock: ") + std::strerror(errno) +
                                        "; it needs a file system " + "with free space that this user may write";

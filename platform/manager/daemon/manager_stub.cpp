@@ -27,7 +27,7 @@ bool WriteDescription(MessageParcel& reply, const AbilityDescription& ability)
 {
     return reply.WriteInt32(ability.id) && reply.WriteBool(ability.running) && reply.WriteBool(ability.startable) &&
            reply.WriteInt32(ability.pid) && reply.WriteInt32(ability.starts) && reply.WriteInt64(ability.startedAt) &&
-           reply.WriteString(ability.program);
+           reply.WriteString(ability.program) && reply.WriteString(ability.fault);
 }
 
 }  // namespace

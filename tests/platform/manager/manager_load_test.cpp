@@ -84,6 +84,10 @@ TEST_F(ManagerLoad, BrokenProgramsRefuseLoadsUntilTheManagerFindsThemRepaired)
         EXPECT_EQ(Load(id), refused);
         EXPECT_EQ(Check(id), "null");
     }
+    for (const TAVO::AbilityDescription& ability : Manager()->DescribeAbilities()) {
+        EXPECT_EQ(ability.fault.find(ability.program), 0u) << ability.fault;
+        EXPECT_NE(ability.fault.find("; "), std::string::npos) << "no remedy: " << ability.fault;
+    }
     for (id = 1; id <= static_cast<int>(std::size(programs)); ++id) {
         const std::string path = AbilityPath() + "/p" + std::to_string(id);
         std::filesystem::remove(path);
@@ -93,6 +97,9 @@ TEST_F(ManagerLoad, BrokenProgramsRefuseLoadsUntilTheManagerFindsThemRepaired)
         SCOPED_TRACE(programs[id - 1].make);
         EXPECT_TRUE(WaitFor([id] { return PidIn(Check(id)) != 0; }));
         EXPECT_EQ(Load(id), "loaded " + std::to_string(PidIn(Check(id))));
+    }
+    for (const TAVO::AbilityDescription& ability : Manager()->DescribeAbilities()) {
+        EXPECT_EQ(ability.fault, "");
     }
     EXPECT_EQ(Load(99), Status(TAVO::ABILITY_UNKNOWN));
 }

@@ -1,0 +1,96 @@
+// SPDX-License-Identifier: Apache-2.0
+// veltra: looks at a running system, asks its service, finds out what does not work, and lets the device pretend. Each
+// verb has a file of its own; this one builds the command line, runs the verb and turns its end into an exit status.
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <new>
+
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+
+#include "restart_probe.h"
+#include "verbs.h"
+
+namespace VeltraTool {
+
+namespace {
+
+constexpr char FOOTER[] =
+    "exit status: 0 done, 1 the answer is no or it failed, 2 usage, 3 no manager or service can be reached,\n"
+    "             4 no answer in time, 5 this machine or service does not have it";
+
+void PrintError(const Tool& tool, const ToolError& error)
+{
+    if (tool.isJson) {
+        Json::Value document;
+        document["error"] = error.what();
+        document["exitCode"] = error.Code();
+        if (!error.Fix().empty()) {
+            document["fix"] = error.Fix();
+        }
+        PrintJson(document);
+        return;
+    }
+    std::fprintf(stderr, "veltra: %s\n", Escaped(error.what()).c_str());
+    if (!error.Fix().empty()) {
+        std::fprintf(stderr, "  to do: %s\n", Escaped(error.Fix()).c_str());
+    }
+}
+
+int Run(int argc, char** argv)
+{
+    Tool tool;
+    CLI::App app("Looks at the game-support service of this machine, calls it, and checks it", "veltra");
+    app.require_subcommand(1);
+    app.set_version_flag("--version", "veltra " VELTRA_VERSION);
+    app.footer(FOOTER);
+    app.add_flag("--json", tool.isJson, "Print JSON, with the key \"schema\" and stable keys");
+    app.add_option_function<std::string>(
+           "--runtime-dir",
+           [](const std::string& path) { ::setenv("TAVO_RUNTIME_DIR", std::filesystem::absolute(path).c_str(), 1); },
+           "Where the manager is found (default $TAVO_RUNTIME_DIR, else $XDG_RUNTIME_DIR/tavo)")
+        ->trigger_on_parse();
+    AddStatus(app, tool);
+    AddGet(app, tool);
+    AddWatch(app, tool);
+    AddExplain(app, tool);
+    AddCall(app, tool);
+    AddDoctor(app, tool);
+    AddRestartProbe(app, tool);
+    AddSimulate(app, tool);
+    AddCompletion(app, tool);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
+    } catch (const ToolError& error) {
+        PrintError(tool, error);
+        return error.Code();
+    }
+    return tool.exitCode;
+}
+
+}  // namespace
+
+CLI::App* AddVerb(CLI::App& app, const std::string& name, const std::string& what)
+{
+    CLI::App* const verb = app.add_subcommand(name, what);
+    verb->fallthrough();
+    return verb;
+}
+
+}  // namespace VeltraTool
+
+int main(int argc, char** argv)
+try {
+    // The tool reports by itself what fails; the lines of the library would only repeat it. TAVO_LOG brings them back.
+    ::setenv("TAVO_LOG", "off", 0);
+    const int exitCode = VeltraTool::Run(argc, argv);
+    std::fflush(stdout);
+    // Deliberate: platform threads may still run callbacks, which must not see static objects go.
+    std::_Exit(exitCode);
+} catch (const std::exception& error) {
+    std::fprintf(stderr, "veltra: %s\n", error.what());
+    return VeltraTool::EXIT_NO;
+}

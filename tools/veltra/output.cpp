@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "output.h"
+
+#include <json/writer.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace VeltraTool {
+
+namespace {
+
+constexpr size_t LABEL_WIDTH = 14;
+
+// The length of the character at the start of `text`; 0 when it is no valid UTF-8 or a control character.
+size_t PrintableLength(std::string_view text)
+{
+    const auto byte = [text](size_t i) { return static_cast<unsigned char>(text[i]); };
+    const unsigned char first = byte(0);
+    if (first < 0x80) {
+        return first >= 0x20 && first != 0x7f && first != '\\' ? 1 : 0;
+    }
+    const size_t length = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : 2;
+    if (first < 0xc2 || first > 0xf4 || text.size() < length) {
+        return 0;
+    }
+    for (size_t i = 1; i < length; ++i) {
+        if ((byte(i) & 0xc0) != 0x80) {
+            return 0;
+        }
+    }
+    const unsigned second = byte(1);
+    const bool isOverlong = (first == 0xe0 && second < 0xa0) || (first == 0xf0 && second < 0x90);
+    const bool isSurrogate = first == 0xed && second >= 0xa0;
+    const bool isControl = first == 0xc2 && second < 0xa0;
+    // Characters that reverse the direction of what follows: U+200E, U+200F, U+202A to U+202E, U+2066 to U+2069.
+    const bool isDirection =
+        length == 3 && first == 0xe2 &&
+        ((second == 0x80 && (byte(2) == 0x8e || byte(2) == 0x8f || (byte(2) >= 0xaa && byte(2) <= 0xae))) ||
+         (second == 0x81 && byte(2) >= 0xa6 && byte(2) <= 0xa9));
+    return isOverlong || isSurrogate || isControl || isDirection ? 0 : length;
+}
+
+bool HasColour()
+{
+    const char* const noColour = std::getenv("NO_COLOR");
+    const char* const terminal = std::getenv("TERM");
+    return (noColour == nullptr || *noColour == '\0') && terminal != nullptr && std::string_view(terminal) != "dumb" &&
+           ::isatty(STDOUT_FILENO) == 1;
+}
+
+std::string Written(const Json::Value& value, const char* indentation)
+{
+    constexpr int MICROSECONDS = 6;
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = indentation;
+    builder["commentStyle"] = "None";
+    builder["precision"] = MICROSECONDS;
+    builder["precisionType"] = "decimal";
+    return Json::writeString(builder, value);
+}
+
+}  // namespace
+
+std::string Escaped(std::string_view text)
+{
+    std::string escaped;
+    while (!text.empty()) {
+        const size_t length = PrintableLength(text);
+        if (length > 0) {
+            escaped += text.substr(0, length);
+        } else if (text.front() == '\n') {
+            escaped += "\\n";
+        } else if (text.front() == '\t') {
+            escaped += "\\t";
+        } else if (text.front() == '\\') {
+            escaped += "\\\\";
+        } else {
+            char code[8];
+            std::snprintf(code, sizeof(code), "\\x%02x", static_cast<unsigned char>(text.front()));
+            escaped += code;
+        }
+        text.remove_prefix(length > 0 ? length : 1);
+    }
+    return escaped;
+}
+
+std::string Toned(std::string_view text, Tone tone)
+{
+    static const bool hasColour = HasColour();
+    static constexpr const char* STARTS[] = {"", "\033[32m", "\033[33m", "\033[31m"};
+    if (!hasColour || tone == Tone::PLAIN) {
+        return std::string(text);
+    }
+    return STARTS[static_cast<size_t>(tone)] + std::string(text) + "\033[0m";
+}
+
+void PrintLine(const std::string& text)
+{
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fputc('\n', stdout);
+    std::fflush(stdout);
+}
+
+void PrintRow(const std::string& label, const std::string& value)
+{
+    const size_t gap = label.size() < LABEL_WIDTH ? LABEL_WIDTH - label.size() : 1;
+    PrintLine(label + std::string(gap, ' ') + Escaped(value));
+}
+
+void PrintJson(Json::Value document)
+{
+    document["schema"] = SCHEMA;
+    PrintLine(Written(document, "  "));
+}
+
+void PrintJsonLine(Json::Value document)
+{
+    document["schema"] = SCHEMA;
+    PrintLine(JsonText(document));
+}
+
+std::string JsonText(const Json::Value& value)
+{
+    return Written(value, "");
+}
+
+std::string Shown(double number, int decimals)
+{
+    char text[64];
+    std::snprintf(text, sizeof(text), "%.*f", decimals, number);
+    return text;
+}
+
+std::string ShownValue(const Json::Value& value)
+{
+    return value.isString() ? value.asString() : JsonText(value);
+}
+
+std::string TextOf(const Json::Value& value)
+{
+    return value.isString() ? value.asString() : "";
+}
+
+double NumberOf(const Json::Value& value)
+{
+    return value.isNumeric() ? value.asDouble() : 0;
+}
+
+}  // namespace VeltraTool
