@@ -77,7 +77,10 @@ TEST(ServerProxyFailure, EachOperationHasItsOwnWord)
             VeltraServerProxy proxy(remote);
             EXPECT_EQ(operation.call(proxy), expected[static_cast<size_t>(operation.report)]);
         };
-        expect(FakeRemoteObject::FailingWith(BROKEN_PIPE), NO_SERVICE, BROKEN_PIPE, 0);
+        // A handler's own status is no answer, not even one that looks like a result.
+        for (const int status : {BROKEN_PIPE, 1, 1010310010, int{MAX32}}) {
+            expect(FakeRemoteObject::FailingWith(status), NO_SERVICE, status, 0);
+        }
         expect(
             MakeRef<FakeRemoteObject>([](uint32_t, MessageParcel&, MessageParcel&) -> int { throw std::bad_alloc(); }),
             NO_SERVICE, IPC_BROKEN, NO_SERVICE);

@@ -78,7 +78,7 @@ TEST_F(ClientEnd, ACallbackThatNeverReturnsHoldsUpNothing)
     for (const char* how : {"blocking", "registering"}) {
         const auto block = [&](Child& client) {
             EXPECT_EQ(client.Ask(std::string("subscribe ") + how), "0");
-            service.Pipe().Say("push events 7 zem.game.perf.iGpNapiEventCallback");
+            service.Pipe().Say("push events");
             EXPECT_EQ(client.Pipe().Hear(), "called");
             EXPECT_EQ(client.Ask("auth beside"), "0");
         };
