@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Every line that the library logs, word for word: watchers of the log search for these texts.
+// The lines that the client logs itself, word for word: watchers of the log search for these texts.
 #include <algorithm>
 #include <functional>
 #include <string>
@@ -10,126 +10,11 @@
 #include "client/veltra_sa_load_callback.h"
 #include "support/game_callbacks.h"
 #include "support/log_capture.h"
-#include "support/server_operations.h"
 
 namespace TAVO::Veltra {
 namespace {
 
-struct RequestTexts {
-    std::string operation;
-    const char* remoteNull = nullptr;  // null here and below: with the operation's name, as most have it
-    const char* sendFailed = nullptr;
-    const char* tokenRefused = "write descriptor fail";
-};
-
-// In the place of remoteNull: a dead object to the sending; of sendFailed: no line of its own.
-constexpr char NONE[] = "";
-
-const RequestTexts REQUEST_TEXTS[] = {
-    {"RegisterCallBack", "UnRegisterCallBack Remote is null"},
-    {"UnRegisterCallBack"},
-    {"UpdateGameInfo", "Remote is null"},
-    {"CallAuth", "Remote is null"},
-    {"ReportGameEvent", NONE, "Veltra ReportGameEvent call remote failed. ret[%{public}d]"},
-    {"SyncAppType", NONE, "Veltra SyncAppType call remote failed. ret[%{public}d]"},
-    {"ReportRenderThread", NONE, "Veltra ReportGameRenderThread call remote failed. ret[%{public}d]"},
-    {"RegisterCallbackForGraphic", "RegisterCallBackForGraphic Remote is null",
-     "function RegisterCallBackForGraphic call failed! errCode:%{public}d"},
-    {"StartGetGpuPerfInfo"},
-    {"StopGetGpuPerfInfo"},
-    {"GetSystemFunctionStatus"},
-    {"QueryGameState", "[Proxy] Remote is null", "[Proxy] send request failed! errCode:%{public}d",
-     "[Proxy]write descriptor fail"},
-    {"NotifyGameEvent", "StopGetGpuPerfInfo Remote is null", NONE, "Write interface token error!"},
-    {"GetDeviceInfo"},
-    {"QueryAppResourceInfos"},
-    {"GetAppPrioritys", nullptr, nullptr, "GetAppPrioritys write descriptor fail"},
-    {"NotifyAppResourceDownLoadResults", nullptr, nullptr, "NotifyAppResourceDownLoadResults write descriptor fail"},
-};
-
-struct ReplyTexts {
-    const char* operation;
-    Items reply;
-    std::vector<Line> lines;
-    int status = 0;
-};
-
 constexpr char SCENE_RESULT[] = "ret is %{public}d, result is %{public}d";
-
-// What is not named here says nothing.
-const ReplyTexts REPLY_TEXTS[] = {
-    {"RegisterCallBack", {1}, {}},
-    {"UnRegisterCallBack", {1}, {Info("UnRegisterCallBack success!")}},
-    {"UpdateGameInfo", {5}, {Info("function UpdateGameInfo call reply:%{public}d", {"5"})}},
-    {"CallAuth", {5}, {Info("function callAuth reply:%{public}d", {"5"})}},
-    {"SyncAppType", {1000}, {}},
-    {"SyncAppType",
-     {1001},
-     {Warn("[SyncTask]sync app type count over max. count[%{public}d] will be set max[%{public}d]", {"1001", "1000"})}},
-    {"GetSystemFunctionStatus", {150}, {}},
-    {"StartGetGpuPerfInfo", {1}, {}},
-    {"StopGetGpuPerfInfo", {1}, {Info("StopGetGpuPerfInfo success!")}},
-    {"QueryGameState", {0, 3, "game"}, {Info("[Proxy] state:%{public}d, bundleName:%{public}s", {"3", "game"})}},
-    {"QueryGameState", {9}, {Error("[Proxy] call sa failed! retCode:%{public}d", {"0"})}},
-    {"NotifyGameEvent", {5}, {Info(SCENE_RESULT, {"0", "5"})}},
-    {"NotifyGameEvent", {5}, {Info(SCENE_RESULT, {"-32", "5"})}, -32},
-    {"GetDeviceInfo", {0, "{}"}, {Info("GetDeviceInfo success, result=%{public}s", {"{}"})}},
-    {"GetDeviceInfo", {5}, {Error("proxy GetDeviceInfo failed! retCode:%{public}d", {"5"})}},
-    {"QueryAppResourceInfos", {5}, {}},
-    {"GetAppPrioritys", {5}, {}},
-    {"NotifyAppResourceDownLoadResults", {5}, {}},
-};
-
-void Call(const std::string& operation, VeltraServerProxy& proxy)
-{
-    const auto& operations = ServerOperations();
-    const auto found = std::find_if(operations.begin(), operations.end(),
-                                    [&](const ServerOperation& candidate) { return candidate.name == operation; });
-    ASSERT_NE(found, operations.end());
-    found->call(proxy);
-}
-
-TEST(LogTexts, RequestsThatCannotBeSent)
-{
-    ASSERT_EQ(std::size(REQUEST_TEXTS), ServerOperations().size());
-    const size_t limit = Parcel::DefaultCapacityLimit();
-    for (const RequestTexts& texts : REQUEST_TEXTS) {
-        SCOPED_TRACE(texts.operation);
-        const std::string& name = texts.operation;
-        const std::string remoteNull = texts.remoteNull != nullptr ? texts.remoteNull : name + " Remote is null";
-        const std::string sendFailed =
-            texts.sendFailed != nullptr ? texts.sendFailed : "function " + name + " call failed! errCode:%{public}d";
-        VeltraServerProxy unplugged(nullptr);
-        VeltraServerProxy failing(FakeRemoteObject::FailingWith(-32));
-        ExpectLines({name},
-                    {remoteNull != NONE ? Error(remoteNull) : Error(sendFailed, {std::to_string(IPC_DEAD_OBJECT)})},
-                    [&] { Call(name, unplugged); });
-        if (sendFailed != NONE) {
-            ExpectLines({name}, {Error(sendFailed, {"-32"})}, [&] { Call(name, failing); });
-        }
-        ExpectLines({name}, {Error(texts.tokenRefused)}, [&] {
-            Parcel::SetDefaultCapacityLimit(0);
-            Call(name, failing);
-            Parcel::SetDefaultCapacityLimit(limit);
-        });
-    }
-    VeltraServerProxy working(MakeRef<FakeRemoteObject>());
-    ExpectLines({"QueryAppResourceInfos"}, {Error("bundleNames size cannot be 0")},
-                [&] { working.QueryAppResourceInfos({}, nullptr); });
-}
-
-TEST(LogTexts, Replies)
-{
-    for (const ReplyTexts& texts : REPLY_TEXTS) {
-        SCOPED_TRACE(texts.operation);
-        VeltraServerProxy proxy(MakeRef<FakeRemoteObject>([&](uint32_t, MessageParcel&, MessageParcel& reply) {
-            WriteItems(reply, texts.reply);
-            return texts.status;
-        }));
-        ExpectLines({texts.operation}, texts.lines, [&] { Call(texts.operation, proxy); });
-    }
-}
-
 const Line CHECK_FAILED = Warn("Check systemAbility not exist and try to release veltra_server proxy.");
 const Line TRY_LOAD = Info("Try load systemAbility.");
 const Line NO_MANAGER = Error("Get SystemAbilityManager failed.");

@@ -3,12 +3,14 @@
 // and hostile ones, maps at their caps.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 #include <new>
 #include <stdexcept>
 
 #include "support/callback_stubs.h"
 #include "support/fake_remote_object.h"
+#include "support/log_capture.h"
 #include "support/server_operations.h"
 #include "veltra_result.h"
 
@@ -44,7 +46,9 @@ TEST(ServerProxyRequest, ResourceQueryForNoBundleSendsNothing)
     const auto service = MakeRef<FakeRemoteObject>();
     for (const sptr<IRemoteObject>& remote : {sptr<IRemoteObject>(service), sptr<IRemoteObject>()}) {
         VeltraServerProxy proxy(remote);
-        EXPECT_EQ(proxy.QueryAppResourceInfos({}, MakeRef<SilentResourceCallback>()), 1010310001);
+        ExpectLines({"QueryAppResourceInfos"}, {Error("bundleNames size cannot be 0")}, [&proxy] {
+            EXPECT_EQ(proxy.QueryAppResourceInfos({}, MakeRef<SilentResourceCallback>()), 1010310001);
+        });
     }
     EXPECT_TRUE(service->Requests().empty());
 }
@@ -66,11 +70,18 @@ TEST(ServerProxyRequest, PayloadThatDoesNotFitIsSentShort)
 }
 
 // A dead or refusing service, or memory that runs out on the way, must never look like success to the game.
-TEST(ServerProxyFailure, EachOperationHasItsOwnWord)
+TEST(ServerProxyFailure, EachOperationReportsAndLogsWhatFailed)
 {
     const size_t limit = Parcel::DefaultCapacityLimit();
     for (const ServerOperation& operation : ServerOperations()) {
         SCOPED_TRACE(operation.name);
+        const std::string name = operation.name;
+        const RequestTexts& texts = operation.texts;
+        const std::string sendFailed =
+            texts.sendFailed != nullptr ? texts.sendFailed : "function " + name + " call failed! errCode:%{public}d";
+        const Line noRemote = texts.remoteNull == RequestTexts::NONE
+                                  ? Error(sendFailed, {std::to_string(IPC_DEAD_OBJECT)})
+                                  : Error(texts.remoteNull != nullptr ? texts.remoteNull : name + " Remote is null");
         // The operations that report by their code, by the status, or by the reply; the others yield 0.
         const auto expect = [&](const sptr<IRemoteObject>& remote, int32_t code, int32_t status, int32_t reply) {
             const int32_t expected[] = {code, status, reply, 0, 0};
@@ -79,17 +90,23 @@ TEST(ServerProxyFailure, EachOperationHasItsOwnWord)
         };
         // A handler's own status is no answer, not even one that looks like a result.
         for (const int status : {BROKEN_PIPE, 1, 1010310010, int{MAX32}}) {
-            expect(FakeRemoteObject::FailingWith(status), NO_SERVICE, status, 0);
+            const auto fail = [&] { expect(FakeRemoteObject::FailingWith(status), NO_SERVICE, status, 0); };
+            sendFailed == RequestTexts::NONE ? fail()
+                                             : ExpectLines({name}, {Error(sendFailed, {std::to_string(status)})}, fail);
         }
         expect(
             MakeRef<FakeRemoteObject>([](uint32_t, MessageParcel&, MessageParcel&) -> int { throw std::bad_alloc(); }),
             NO_SERVICE, IPC_BROKEN, NO_SERVICE);
-        const bool isRenderThread = operation.code == 4;  // does not look; the platform's word for it is a dead object
-        expect(nullptr, NO_SERVICE, isRenderThread ? int32_t{IPC_DEAD_OBJECT} : NO_SERVICE, NO_SERVICE);
+        const bool isRenderThread = operation.code == 4;  // does not look; the platform's status is a dead object
+        ExpectLines({name}, {noRemote}, [&] {
+            expect(nullptr, NO_SERVICE, isRenderThread ? int32_t{IPC_DEAD_OBJECT} : NO_SERVICE, NO_SERVICE);
+        });
         const auto service = MakeRef<FakeRemoteObject>();
-        Parcel::SetDefaultCapacityLimit(64);  // the token takes 80 bytes
-        expect(service, 1010310010, 1010310010, 1010310010);
-        Parcel::SetDefaultCapacityLimit(limit);
+        ExpectLines({name}, {Error(texts.tokenRefused)}, [&] {
+            Parcel::SetDefaultCapacityLimit(64);  // the token takes 80 bytes
+            expect(service, 1010310010, 1010310010, 1010310010);
+            Parcel::SetDefaultCapacityLimit(limit);
+        });
         EXPECT_TRUE(service->Requests().empty());
     }
 }
@@ -138,6 +155,49 @@ TEST(ServerProxyReply, ResultOfTheServiceIsPassedOn)
     // Also when the sending failed, unlike everywhere else.
     GameSceneBundle bundle;
     EXPECT_EQ(ProxyAnswering({5}, IPC_BROKEN).NotifyGameEvent(bundle), 5);
+}
+
+// Watchers of the log search for these texts.
+TEST(ServerProxyReply, LogsFixedLines)
+{
+    constexpr char sceneResult[] = "ret is %{public}d, result is %{public}d";
+    constexpr char tooManyTypes[] =
+        "[SyncTask]sync app type count over max. count[%{public}d] will be set max[%{public}d]";
+    const struct {
+        const char* operation;
+        Items reply;
+        std::vector<Line> lines;
+        int status = 0;
+    } rows[] = {
+        {"RegisterCallBack", {1}, {}},
+        {"UnRegisterCallBack", {1}, {Info("UnRegisterCallBack success!")}},
+        {"UpdateGameInfo", {5}, {Info("function UpdateGameInfo call reply:%{public}d", {"5"})}},
+        {"CallAuth", {5}, {Info("function callAuth reply:%{public}d", {"5"})}},
+        {"SyncAppType", {1000}, {}},
+        {"SyncAppType", {1001}, {Warn(tooManyTypes, {"1001", "1000"})}},
+        {"GetSystemFunctionStatus", {150}, {}},
+        {"StartGetGpuPerfInfo", {1}, {}},
+        {"StopGetGpuPerfInfo", {1}, {Info("StopGetGpuPerfInfo success!")}},
+        {"QueryGameState", {0, 3, "game"}, {Info("[Proxy] state:%{public}d, bundleName:%{public}s", {"3", "game"})}},
+        {"QueryGameState", {9}, {Error("[Proxy] call sa failed! retCode:%{public}d", {"0"})}},
+        {"NotifyGameEvent", {5}, {Info(sceneResult, {"0", "5"})}},
+        {"NotifyGameEvent", {5}, {Info(sceneResult, {"-32", "5"})}, -32},
+        {"GetDeviceInfo", {0, "{}"}, {Info("GetDeviceInfo success, result=%{public}s", {"{}"})}},
+        {"GetDeviceInfo", {5}, {Error("proxy GetDeviceInfo failed! retCode:%{public}d", {"5"})}},
+        {"QueryAppResourceInfos", {5}, {}},
+        {"GetAppPrioritys", {5}, {}},
+        {"NotifyAppResourceDownLoadResults", {5}, {}},
+    };
+    const auto& operations = ServerOperations();
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.operation);
+        const auto operation = std::find_if(operations.begin(), operations.end(), [&row](const auto& candidate) {
+            return std::string(row.operation) == candidate.name;
+        });
+        ASSERT_NE(operation, operations.end());
+        VeltraServerProxy proxy = ProxyAnswering(row.reply, row.status);
+        ExpectLines({row.operation}, row.lines, [&] { operation->call(proxy); });
+    }
 }
 
 // `count` as announced, then `present` pairs: key "k<i>", value `value`.
