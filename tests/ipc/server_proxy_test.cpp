@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <limits>
 #include <new>
+#include <regex>
 #include <stdexcept>
 
 #include "support/callback_stubs.h"
@@ -46,7 +47,7 @@ TEST(ServerProxyRequest, ResourceQueryForNoBundleSendsNothing)
     const auto service = MakeRef<FakeRemoteObject>();
     for (const sptr<IRemoteObject>& remote : {sptr<IRemoteObject>(service), sptr<IRemoteObject>()}) {
         VeltraServerProxy proxy(remote);
-        ExpectLines({"QueryAppResourceInfos"}, {Error("bundleNames size cannot be 0")}, [&proxy] {
+        ExpectLog({"E QueryAppResourceInfos: bundleNames size cannot be 0"}, [&proxy] {
             EXPECT_EQ(proxy.QueryAppResourceInfos({}, MakeRef<SilentResourceCallback>()), 1010310001);
         });
     }
@@ -76,12 +77,16 @@ TEST(ServerProxyFailure, EachOperationReportsAndLogsWhatFailed)
     for (const ServerOperation& operation : ServerOperations()) {
         SCOPED_TRACE(operation.name);
         const std::string name = operation.name;
+        const std::string begin = "E " + name + ": ";
         const RequestTexts& texts = operation.texts;
-        const std::string sendFailed =
-            texts.sendFailed != nullptr ? texts.sendFailed : "function " + name + " call failed! errCode:%{public}d";
-        const Line noRemote = texts.remoteNull == RequestTexts::NONE
-                                  ? Error(sendFailed, {std::to_string(IPC_DEAD_OBJECT)})
-                                  : Error(texts.remoteNull != nullptr ? texts.remoteNull : name + " Remote is null");
+        const auto sendFailed = [&](int status) {
+            const std::string text =
+                texts.sendFailed != nullptr ? texts.sendFailed : "function " + name + " call failed! errCode:%d";
+            return begin + std::regex_replace(text, std::regex("%d"), std::to_string(status));
+        };
+        const std::string noRemote = texts.remoteNull == RequestTexts::NONE ? sendFailed(IPC_DEAD_OBJECT)
+                                     : texts.remoteNull != nullptr          ? begin + texts.remoteNull
+                                                                            : begin + name + " Remote is null";
         // The operations that report by their code, by the status, or by the reply; the others yield 0.
         const auto expect = [&](const sptr<IRemoteObject>& remote, int32_t code, int32_t status, int32_t reply) {
             const int32_t expected[] = {code, status, reply, 0, 0};
@@ -91,18 +96,17 @@ TEST(ServerProxyFailure, EachOperationReportsAndLogsWhatFailed)
         // A handler's own status is no answer, not even one that looks like a result.
         for (const int status : {BROKEN_PIPE, 1, 1010310010, int{MAX32}}) {
             const auto fail = [&] { expect(FakeRemoteObject::FailingWith(status), NO_SERVICE, status, 0); };
-            sendFailed == RequestTexts::NONE ? fail()
-                                             : ExpectLines({name}, {Error(sendFailed, {std::to_string(status)})}, fail);
+            texts.sendFailed == RequestTexts::NONE ? fail() : ExpectLog({sendFailed(status)}, fail);
         }
         expect(
             MakeRef<FakeRemoteObject>([](uint32_t, MessageParcel&, MessageParcel&) -> int { throw std::bad_alloc(); }),
             NO_SERVICE, IPC_BROKEN, NO_SERVICE);
         const bool isRenderThread = operation.code == 4;  // does not look; the platform's status is a dead object
-        ExpectLines({name}, {noRemote}, [&] {
+        ExpectLog({noRemote}, [&] {
             expect(nullptr, NO_SERVICE, isRenderThread ? int32_t{IPC_DEAD_OBJECT} : NO_SERVICE, NO_SERVICE);
         });
         const auto service = MakeRef<FakeRemoteObject>();
-        ExpectLines({name}, {Error(texts.tokenRefused)}, [&] {
+        ExpectLog({begin + texts.tokenRefused}, [&] {
             Parcel::SetDefaultCapacityLimit(64);  // the token takes 80 bytes
             expect(service, 1010310010, 1010310010, 1010310010);
             Parcel::SetDefaultCapacityLimit(limit);
@@ -160,34 +164,32 @@ TEST(ServerProxyReply, ResultOfTheServiceIsPassedOn)
 // Watchers of the log search for these texts.
 TEST(ServerProxyReply, LogsFixedLines)
 {
-    constexpr char sceneResult[] = "ret is %{public}d, result is %{public}d";
-    constexpr char tooManyTypes[] =
-        "[SyncTask]sync app type count over max. count[%{public}d] will be set max[%{public}d]";
     const struct {
         const char* operation;
         Items reply;
-        std::vector<Line> lines;
+        const char* text;  // with the level; empty: nothing is logged
         int status = 0;
     } rows[] = {
-        {"RegisterCallBack", {1}, {}},
-        {"UnRegisterCallBack", {1}, {Info("UnRegisterCallBack success!")}},
-        {"UpdateGameInfo", {5}, {Info("function UpdateGameInfo call reply:%{public}d", {"5"})}},
-        {"CallAuth", {5}, {Info("function callAuth reply:%{public}d", {"5"})}},
-        {"SyncAppType", {1000}, {}},
-        {"SyncAppType", {1001}, {Warn(tooManyTypes, {"1001", "1000"})}},
-        {"GetSystemFunctionStatus", {150}, {}},
-        {"StartGetGpuPerfInfo", {1}, {}},
-        {"StopGetGpuPerfInfo", {1}, {Info("StopGetGpuPerfInfo success!")}},
-        {"QueryGameState", {0, 3, "game"}, {Info("[Proxy] state:%{public}d, bundleName:%{public}s", {"3", "game"})}},
-        {"QueryGameState", {9}, {Error("[Proxy] call sa failed! retCode:%{public}d", {"0"})}},
-        {"NotifyGameEvent", {5}, {Info(sceneResult, {"0", "5"})}},
-        {"NotifyGameEvent", {5}, {Info(sceneResult, {"-32", "5"})}, -32},
-        {"GetDeviceInfo", {0, "{}"}, {Info("GetDeviceInfo success, result=%{public}s", {"{}"})}},
-        {"GetDeviceInfo", {5}, {Error("proxy GetDeviceInfo failed! retCode:%{public}d", {"5"})}},
-        {"QueryAppResourceInfos", {5}, {}},
-        {"GetAppPrioritys", {5}, {}},
-        {"NotifyAppResourceDownLoadResults", {5}, {}},
+        {"RegisterCallBack", {1}, ""},
+        {"UnRegisterCallBack", {1}, "I UnRegisterCallBack success!"},
+        {"UpdateGameInfo", {5}, "I function UpdateGameInfo call reply:5"},
+        {"CallAuth", {5}, "I function callAuth reply:5"},
+        {"SyncAppType", {1000}, ""},
+        {"SyncAppType", {1001}, "W [SyncTask]sync app type count over max. count[1001] will be set max[1000]"},
+        {"GetSystemFunctionStatus", {150}, ""},
+        {"StartGetGpuPerfInfo", {1}, ""},
+        {"StopGetGpuPerfInfo", {1}, "I StopGetGpuPerfInfo success!"},
+        {"QueryGameState", {0, 3, "game"}, "I [Proxy] state:3, bundleName:game"},
+        {"QueryGameState", {9}, "E [Proxy] call sa failed! retCode:0"},
+        {"NotifyGameEvent", {5}, "I ret is 0, result is 5"},
+        {"NotifyGameEvent", {5}, "I ret is -32, result is 5", -32},
+        {"GetDeviceInfo", {0, "{}"}, "I GetDeviceInfo success, result={}"},
+        {"GetDeviceInfo", {5}, "E proxy GetDeviceInfo failed! retCode:5"},
+        {"QueryAppResourceInfos", {5}, ""},
+        {"GetAppPrioritys", {5}, ""},
+        {"NotifyAppResourceDownLoadResults", {5}, ""},
     };
+    using Texts = std::vector<std::string>;
     const auto& operations = ServerOperations();
     for (const auto& row : rows) {
         SCOPED_TRACE(row.operation);
@@ -196,7 +198,9 @@ TEST(ServerProxyReply, LogsFixedLines)
         });
         ASSERT_NE(operation, operations.end());
         VeltraServerProxy proxy = ProxyAnswering(row.reply, row.status);
-        ExpectLines({row.operation}, row.lines, [&] { operation->call(proxy); });
+        const std::string text = row.text;
+        const std::string line = text.substr(0, 2) + row.operation + ": " + (text.empty() ? text : text.substr(2));
+        ExpectLog(text.empty() ? Texts() : Texts{line}, [&] { operation->call(proxy); });
     }
 }
 

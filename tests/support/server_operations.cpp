@@ -83,12 +83,12 @@ std::vector<ServerOperation> MakeOperations()
     const auto syncType = [](auto& proxy) { return proxy.SyncAppType("app", 9).empty() ? 0 : 1; };
     constexpr const char* none = RequestTexts::NONE;
     const RequestTexts noRemote = {"Remote is null"};
-    const RequestTexts eventTexts = {none, "Veltra ReportGameEvent call remote failed. ret[%{public}d]"};
-    const RequestTexts typeTexts = {none, "Veltra SyncAppType call remote failed. ret[%{public}d]"};
-    const RequestTexts threadTexts = {none, "Veltra ReportGameRenderThread call remote failed. ret[%{public}d]"};
+    const RequestTexts eventTexts = {none, "Veltra ReportGameEvent call remote failed. ret[%d]"};
+    const RequestTexts typeTexts = {none, "Veltra SyncAppType call remote failed. ret[%d]"};
+    const RequestTexts threadTexts = {none, "Veltra ReportGameRenderThread call remote failed. ret[%d]"};
     const RequestTexts graphicTexts = {"RegisterCallBackForGraphic Remote is null",
-                                       "function RegisterCallBackForGraphic call failed! errCode:%{public}d"};
-    const RequestTexts stateTexts = {"[Proxy] Remote is null", "[Proxy] send request failed! errCode:%{public}d",
+                                       "function RegisterCallBackForGraphic call failed! errCode:%d"};
+    const RequestTexts stateTexts = {"[Proxy] Remote is null", "[Proxy] send request failed! errCode:%d",
                                      "[Proxy]write descriptor fail"};
     const RequestTexts sceneTexts = {"StopGetGpuPerfInfo Remote is null", none, "Write interface token error!"};
     const RequestTexts prioritysTexts = {nullptr, nullptr, "GetAppPrioritys write descriptor fail"};

@@ -20,8 +20,8 @@ enum class Report {
     NOTHING,    // not at all; the call yields 0
 };
 
-// What a request that cannot be sent logs; null: with the operation's name, as most have it. NONE: no line of its own,
-// and without a remote object that of a failed sending.
+// What a request that cannot be sent logs; null: with the operation's name, as most have it; %d is the status. NONE: no
+// line of its own, and without a remote object that of a failed sending.
 struct RequestTexts {
     static constexpr char NONE[] = "";
 
