@@ -64,11 +64,6 @@ TEST_F(SystemFixture, TheStateIsTheOneOfTheMachinesFiles)
     EXPECT_EQ(ValuesOf(client_.GetDeviceInfo({})), (Values{0, 5, 0, 0, 0, 2, 2450, 41, 0, 0, 0}));
     EXPECT_EQ(client_.GetDeviceInfo(std::vector<QueryDeviceStateDetail>(65)).resultCode, BAD_REQUEST);
 
-    std::map<std::string, std::string> query = {{"deviceState", ""}, {"gpuState", ""}, {"no such function", ""}};
-    EXPECT_EQ(client_.GetSystemFunctionStatus(query),
-              (std::map<std::string, std::string>{{"deviceState", "supported"}, {"gpuState", "supported"}}));
-    query.clear();
-    EXPECT_EQ(client_.GetSystemFunctionStatus(query).size(), 7u);
     EXPECT_EQ(Starts(), 1);
 }
 

@@ -42,23 +42,6 @@ protected:
     const SharedNotes notes_ = std::make_shared<Notes>();
 };
 
-TEST_F(Subscriptions, AnEventTellsTheDeviceStateOrItsOwnText)
-{
-    Serve(STORY);
-    const auto check = [notes = notes_](const GameCallbackEventInfo& info) {
-        EXPECT_TRUE(info.tempLevel >= 0 && info.tempLevel <= 5) << info.tempLevel;
-        EXPECT_EQ(info.thermalMargin, 33);
-        EXPECT_EQ(info.gpuLoadLevel, 0);
-        EXPECT_EQ(info.resultCode, 0);
-        notes->Add(info.eventText == "levelStarted" ? info.eventText : info.eventText + std::to_string(info.tempLevel));
-        return 0;
-    };
-    ASSERT_EQ(client_.RegisterGameCallback(std::make_unique<EventFunction>(check), 1), 0);
-    for (const char* note : {"deviceState0", "deviceState4", "levelStarted"}) {
-        EXPECT_TRUE(notes_->WaitForNote(note)) << note;
-    }
-}
-
 // Whoever is replaced or stopped is let go by both sides.
 TEST_F(Subscriptions, GpuBatchesComeUntilTheyAreStopped)
 {
@@ -72,34 +55,6 @@ TEST_F(Subscriptions, GpuBatchesComeUntilTheyAreStopped)
     EXPECT_TRUE(notes_->WaitForNote("~second"));
     EXPECT_EQ(notes_->WaitFor(0).back(), "~second");
     EXPECT_EQ(client_.StopGetGpuPerfInfo(), RESULT_GPU_REFUSED);
-}
-
-TEST_F(Subscriptions, QueriesAreAnsweredFromTheCatalogue)
-{
-    using Names = std::vector<std::string>;
-    Serve(STORY);
-    Names names = {"com.example.puzzle", "com.other", "com.example.racer"};
-    const auto prioritys = [notes = notes_](const Names& list) {
-        notes->Add(testing::PrintToString(list));
-        return 0;
-    };
-    ASSERT_EQ(client_.GetAppPrioritys(names, Living<PrioritysFunction>(notes_, "prioritys", prioritys)), 0);
-    EXPECT_EQ(notes_->WaitFor(2), (Names{R"({ "com.example.racer", "com.example.puzzle" })", "~prioritys"}));
-    const auto infos = [notes = notes_](const AppResourceInfos& answer) {
-        for (const AppResourceInfo& info : answer.resourceInfos) {
-            notes->Add(info.text1 + ' ' + info.text2 + ' ' + std::to_string(info.long1) + ' ' +
-                       std::to_string(info.int3));
-        }
-        return 0;
-    };
-    names = {"com.example.racer"};
-    ASSERT_EQ(client_.QueryAppResourceInfos(names, Living<ResourceInfoFunction>(notes_, "infos", infos)), 0);
-    const Names heard = notes_->WaitFor(4);
-    ASSERT_EQ(heard.size(), 4u);
-    EXPECT_EQ(heard[2], "com.example.racer tracks-alps 734003200 80");
-    EXPECT_EQ(heard[3], "com.example.racer voices-fr 52428800 80");
-    EXPECT_EQ(client_.QueryAppResourceInfos({}, Noting<ResourceInfoFunction>(notes_, "none")), RESULT_NO_BUNDLE_NAMES);
-    EXPECT_TRUE(notes_->WaitForNote("~infos")) << "the object of the query before is kept";
 }
 
 TEST_F(Subscriptions, GamesAreKnownWhileTheyRunAndAskingForTheirStateStartsNothing)

@@ -54,43 +54,28 @@ TEST_F(Callee, WhoDiesWithTheRequestUnreadFailsTheCallAtOnce)
     EXPECT_EQ(Echo(object), TAVO::IPC_DEAD_OBJECT);
 }
 
-TEST_F(Callee, WhoIsKilledWakesEveryOneOf64CallersOnce)
+// And IsAlive is false for those that learn of the death by their status, or they would call the object again.
+TEST_F(Callee, DeathFailsEachOf64BlockedCallsOnce)
 {
     constexpr int AT_ONCE = 12;  // so many of them reach the handler; the others wait behind them
     ServeAsHub();
     Child callee = StartPeer("peer");
     const sptr<IRemoteObject> object = World::Get().Kept("peer");
-    std::vector<std::future<int>> calls(64);
-    for (std::future<int>& call : calls) {
-        call = std::async(std::launch::async, [object] { return Call(object, TestCode::WAIT).Send(30); });
+    std::vector<std::future<bool>> calls(64);
+    for (std::future<bool>& call : calls) {
+        call = std::async(std::launch::async, [object] {
+            const int status = Call(object, TestCode::WAIT).Send(30);
+            EXPECT_PRED1(IsConnectionError, status);
+            return status == TAVO::IPC_DEAD_OBJECT && object->IsAlive();
+        });
     }
     EXPECT_EQ(callee.Ask("await-waiting " + std::to_string(AT_ONCE)), "waiting");
     const Clock::time_point start = Clock::now();
     callee.Kill();
-    for (std::future<int>& call : calls) {
-        EXPECT_PRED1(IsConnectionError, call.get());
-    }
-    EXPECT_LT(Clock::now() - start, SOON);
-}
-
-// Or they would call it again.
-TEST_F(Callee, WhoIsKilledIsNotAliveForCallersThatItsDeathHasWoken)
-{
-    constexpr int CALLERS = 12;
-    ServeAsHub();
-    Child callee = StartPeer("peer");
-    const sptr<IRemoteObject> object = World::Get().Kept("peer");
-    std::vector<std::future<bool>> calls(CALLERS);
-    for (std::future<bool>& call : calls) {
-        call = std::async(std::launch::async, [object] {
-            return Call(object, TestCode::WAIT).Send(30) == TAVO::IPC_DEAD_OBJECT && object->IsAlive();
-        });
-    }
-    EXPECT_EQ(callee.Ask("await-waiting " + std::to_string(CALLERS)), "waiting");
-    callee.Kill();
     for (std::future<bool>& call : calls) {
         EXPECT_FALSE(call.get());
     }
+    EXPECT_LT(Clock::now() - start, SOON);
 }
 
 // So many bytes of a reply of 200.

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// What takes seconds: a peer that stands still costs its callers 8 s and nobody anything else, and idle workers go.
+// What takes seconds: a peer that stands still costs its callers 8 s and nobody anything else; idle workers end, and
+// idle rings are given back.
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <sstream>
 #include <utility>
 
 #include "platform/transport/peer_fixture.h"
@@ -93,6 +96,41 @@ TEST_F(IdleWorker, OneStaysWhileAllOthersAreInHandlers)
     EXPECT_TRUE(AwaitNotesThere(2));
     EXPECT_EQ(Call(object_, TestCode::OPEN).Send(), TAVO::IPC_OK);
     busy.join();
+}
+
+// The memory of a stream that has ended is given back at both ends, and the next request finds its way all the same.
+using IdleRing = PeerFixture;
+
+bool HasRing(pid_t pid)
+{
+    const std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
+    std::ostringstream all;
+    all << maps.rdbuf();
+    return all.str().find("/memfd:tavo-lane") != std::string::npos;
+}
+
+TEST_F(IdleRing, IsGivenBackAtBothEnds)
+{
+    int32_t sent = 0;
+    const auto send = [this, &sent] {
+        const bool isSent = Call(object_, TestCode::NOTE).Int(sent).SendOneWay() == TAVO::IPC_OK;
+        sent += isSent ? 1 : 0;
+        return isSent;
+    };
+    for (int round = 0; round < 2; ++round) {
+        SCOPED_TRACE(round);
+        EXPECT_TRUE(TestSupport::WaitFor([&] {
+            for (int i = 0; i < 1000; ++i) {
+                send();
+            }
+            return HasRing(::getpid()) && HasRing(peer_.Pid());
+        }));
+        EXPECT_TRUE(AwaitNotesThere(static_cast<size_t>(sent)));
+        EXPECT_TRUE(TestSupport::WaitFor([this] { return !HasRing(::getpid()) && !HasRing(peer_.Pid()); }));
+        EXPECT_TRUE(TestSupport::WaitFor(send));
+        EXPECT_TRUE(AwaitNotesThere(static_cast<size_t>(sent)));
+    }
+    EXPECT_EQ(NotesThere(), Counting(0, sent));
 }
 
 }  // namespace
