@@ -137,6 +137,10 @@ TEST_F(AbilityRegistryTest, ADeadObjectIsNotRegisteredAndADyingOneIsTakenOut)
     const sptr<FakeRemoteObject> observer = MakeRef<FakeRemoteObject>();
     EXPECT_EQ(registry.Add(ID, object, peer), ABILITY_OK);
     EXPECT_EQ(registry.Check(ID, observer, 2).object, object);
+    const sptr<FakeRemoteObject> ofTheDead = MakeRef<FakeRemoteObject>();
+    registry.Check(ID, ofTheDead, 3);
+    ofTheDead->Die();
+    EXPECT_EQ(ofTheDead->GetStrongCount(), 1) << "the observer of a dead client is kept";
     object->Die();
     EXPECT_EQ(registry.Check(ID, observer, 2).object, nullptr);
     EXPECT_EQ(registry.Add(ID, object, peer), ABILITY_BAD_REQUEST);

@@ -149,6 +149,22 @@ TEST_F(ManagerLoad, AStartWhoseProcessHasEndedIsNotJoined)
     }
 }
 
+TEST_F(ManagerLoad, WaitingLoadsOfOneClientAreLimited)
+{
+    constexpr size_t LIMIT = 256;
+    WriteAbility(ID, "when-told");
+    Child manager = StartManager();
+    std::vector<std::future<std::string>> loads;
+    for (size_t load = 0; load < LIMIT; ++load) {
+        loads.push_back(BeginLoad(ID));
+    }
+    EXPECT_EQ(Load(ID), Status(TAVO::ABILITY_REFUSED));
+    TellServices();
+    for (std::future<std::string>& load : loads) {
+        EXPECT_EQ(load.get(), "loaded " + std::to_string(Started().at(0)));
+    }
+}
+
 TEST_F(ManagerLoad, AChangeReachesAClientThatRemembersTheService)
 {
     WriteAbility(ID, "serve", true);

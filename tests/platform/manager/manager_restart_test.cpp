@@ -113,6 +113,18 @@ TEST_F(ManagerRestart, AServiceThatTheNextManagerRefusesGivesItsPlaceBack)
     EXPECT_EQ(Started().size(), 2u);
 }
 
+TEST_F(ManagerRestart, AbilityThatAHungManagerDidNotRemoveStaysRegistered)
+{
+    WriteAbility(ID, "serve", true);
+    Child manager = StartManager();
+    Child service = StartExternal();
+    manager.Stop();
+    EXPECT_EQ(service.Ask("remove 4711"), Status(TAVO::ABILITY_UNREACHABLE));
+    Crash(manager);
+    manager = StartManager();
+    EXPECT_TRUE(WaitFor([&service] { return Check(ID) == "object " + std::to_string(service.Pid()); }));
+}
+
 // What is refused is refused for good, so a manager that cannot look must not refuse.
 TEST_F(ManagerRestart, AManagerThatCannotLookAtTheLockLetsAServiceTryAgain)
 {

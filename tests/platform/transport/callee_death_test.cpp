@@ -175,6 +175,32 @@ TEST_F(Callee, WhoRepliesWronglyEndsThatLaneAndNothingElse)
     EXPECT_TRUE(object->IsAlive());
 }
 
+// The rest of a half-sent request is sent by the control thread; until then there is room for no other frame.
+TEST_F(Callee, HalfSentOneWayRequestIsNotMixedWithTheNext)
+{
+    static constexpr uint64_t REQUESTS = 2000;
+    Add([](RawPeer& raw) {
+        RawHello hello;
+        RawSocket lane = raw.Accept(hello);
+        for (uint64_t number = 1; number <= REQUESTS; ++number) {
+            const auto frame = lane.ReceiveFrame(5s);
+            if (!frame || frame->number != number || frame->kind != RawFrame::REQUEST) {
+                ::_exit(1);
+            }
+        }
+        ::_exit(0);
+    });
+    ServeAsHub();
+    const sptr<IRemoteObject> object = Start();
+    const std::string texts[] = {"", std::string(60 << 10, 'l')};
+    std::string end = "running";
+    for (size_t attempt = 0; end == "running"; ++attempt) {
+        Call(object, TestCode::NOTE).Text(texts[attempt % 2]).SendOneWay();
+        end = callees_[0].WaitForExit(0s);
+    }
+    EXPECT_EQ(end, "exit 0");
+}
+
 // Else an object that is asked to do a last thing could be gone before it is.
 TEST_F(Callee, IsReleasedBehindTheOneWayRequestsToIt)
 {

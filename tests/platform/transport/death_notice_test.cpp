@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <future>
 #include <thread>
 #include <utility>
@@ -57,6 +58,21 @@ TEST_F(DeathNotice, IsToldOncePerRegistrationThatStandsWithAnyObjectOfTheDead)
         EXPECT_TRUE(TestSupport::WaitFor([&] { return recipients[at]->GetStrongCount() == 1; })) << "somebody holds it";
         EXPECT_EQ(recipients[at]->told, added - removed);
     }
+}
+
+// What is connected stays connected; what is new fails, and no directory is made in its place.
+TEST_F(DeathNotice, ComesThoughTheRuntimeDirectoryWasRemoved)
+{
+    const sptr<CountingRecipient> recipient = CountingRecipient::Of(object_);
+    ASSERT_EQ(Echo(object_), TAVO::IPC_OK);
+    std::filesystem::remove_all(dir_.Path());
+    EXPECT_EQ(Echo(object_), TAVO::IPC_OK);
+    EXPECT_NE(MakeIn(object_), nullptr);
+    EXPECT_FALSE(std::filesystem::exists(dir_.Path()));
+    Child stranger = Child::Start({"transport_peer", "stranger"});
+    EXPECT_EQ(stranger.WaitForExit(), "exit 1");
+    peer_.Kill();
+    EXPECT_TRUE(recipient->AwaitTold());
 }
 
 TEST_F(DeathNotice, LeavesNothingOfTheConnectionThoughAProxyIsHeld)

@@ -85,6 +85,19 @@ TEST_F(ForkOfAPeer, HoldsTheSocketsAndHidesNoDeath)
     ::kill(grandchild, SIGKILL);
 }
 
+TEST_F(ForkOfAPeer, ExitOfAForkedChildLeavesTheParentsSocket)
+{
+    const auto sockets = [this] {
+        const std::filesystem::directory_iterator entries(dir_.Path() + "/p");
+        return std::distance(begin(entries), end(entries));
+    };
+    ASSERT_EQ(KeepIn(object_, "ours", TAVO::MakeRef<TestObject>()), TAVO::IPC_OK);
+    const auto before = sockets();
+    Child child = Child::Fork([](LinePipe&) -> int { std::exit(3); });
+    EXPECT_EQ(child.WaitForExit(), "exit 3");
+    EXPECT_EQ(sockets(), before);
+}
+
 // A child of this process that holds all its descriptors and does nothing.
 Child ForkIdleChild()
 {

@@ -5,6 +5,7 @@
 #include <functional>
 #include <utility>
 
+#include "platform/transport/descriptor_limit.h"
 #include "platform/transport/hub_fixture.h"
 
 namespace TransportTest {
@@ -91,7 +92,7 @@ TEST_F(HostilePeer, ImpossibleFrameEndsItsLaneOnly)
             }
             RawSocket lane = raw_->OpenLane(kind);
             ASSERT_TRUE(lane.Send(frame.Encode()));
-            EXPECT_TRUE(lane.WaitForEnd());
+            EXPECT_TRUE(lane.WaitForEnd(std::chrono::seconds(5))) << "an unfinished frame would end it after 8 s";
             EXPECT_TRUE(raw_->Ping()) << "the session was to stay";
         }
     }
@@ -191,21 +192,53 @@ TEST_F(HostilePeer, UninvitedDescriptorsAreNeverOpenInTheReceiver)
 
 TEST_F(HostilePeer, ConnectionsWithoutAWholeHelloLeaveNothingAndKeepNobodyOut)
 {
+    constexpr size_t LIMIT = 1024;  // of connections without a whole hello
+    LimitDescriptors(hub_.Pid(), 4 * LIMIT);
     const Bytes hello = RawHello().Encode();
+    size_t most = 0;
     const auto start = TestSupport::Clock::now();
     std::vector<RawSocket> silent;
     for (int round = 0; round < 3000; ++round) {
         RawSocket connection = raw_->Connect("manager");
-        ASSERT_TRUE(connection.Send(Bytes(hello.begin(), hello.begin() + round % 32)));
-        if (round % 3 == 0) {  // the others close at once
+        connection.Send(Bytes(hello.begin(), hello.begin() + round % 32));
+        if (round % 2 == 0) {  // the others close at once
             silent.push_back(std::move(connection));
         }
+        most = round % 100 == 0 ? std::max(most, TestSupport::CountDescriptors(hub_.Pid())) : most;
     }
+    EXPECT_LE(most, descriptors_ + LIMIT + 100);
     ExpectServes();
     for (RawSocket& connection : silent) {
         EXPECT_TRUE(connection.WaitForEnd()) << "a hello must come within 2 s";
     }
     EXPECT_LT(TestSupport::Clock::now() - start, std::chrono::seconds(10));
+}
+
+// 24 bytes of answer to each, which the peer never reads.
+TEST_F(HostilePeer, SessionOfAPeerThatReadsNoRecordsEnds)
+{
+    const auto deaf = NewPeer();
+    Bytes pings;
+    while (pings.size() < (size_t{1} << 20)) {
+        const Bytes ping = RawRecord{RawRecord::PING, 0, 1, 0}.Encode();
+        pings.insert(pings.end(), ping.begin(), ping.end());
+    }
+    int mebibytes = 0;
+    while (mebibytes < 16 && deaf->Control().Send(pings)) {
+        ++mebibytes;
+    }
+    EXPECT_LT(mebibytes, 16);
+}
+
+TEST_F(HostilePeer, AThousandSessionsAreServedAndLeaveNothing)
+{
+    LimitDescriptors(hub_.Pid(), 4096);
+    LimitDescriptors(::getpid(), 4096);
+    std::vector<std::unique_ptr<RawPeer>> peers;
+    for (int count = 0; count < 1000; ++count) {
+        peers.push_back(NewPeer());
+        ASSERT_EQ(StatusOf(peers.back()->CallOnce(RequestFor(TestCode::ECHO).Int32(count))), TAVO::IPC_OK) << count;
+    }
 }
 
 TEST_F(HostilePeer, SecondSessionOfOneInstanceHarmsNobodyElse)

@@ -3,6 +3,7 @@
 // idle rings are given back.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <utility>
@@ -82,7 +83,18 @@ TEST(HungPeer, ANoticeForItsObjectThatAThirdProcessNamedNeverWaits)
     EXPECT_EQ(TAVO::Transport::SendNotice(object, 1, data), TAVO::IPC_OK);
 }
 
-// Workers that have had nothing to do for a while go, but never the last one that is free.
+size_t CountWorkers(pid_t pid)
+{
+    size_t count = 0;
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
+        std::string name;
+        std::ifstream(thread.path() / "comm") >> name;
+        count += name == "tavo-worker" ? 1 : 0;
+    }
+    return count;
+}
+
+// Workers that have had nothing to do for a while end, but never the last one that is free.
 TEST_F(IdleWorker, OneStaysWhileAllOthersAreInHandlers)
 {
     ASSERT_EQ(Call(object_, TestCode::NOTE).Int(0).SendOneWay(), TAVO::IPC_OK);
@@ -92,6 +104,7 @@ TEST_F(IdleWorker, OneStaysWhileAllOthersAreInHandlers)
     EXPECT_EQ(peer_.Ask("await-waiting 4"), "waiting");
     EXPECT_TRUE(AwaitNotesThere(1));  // a lane is left idle by this
     std::this_thread::sleep_for(7s);  // longer than an idle worker stays, shorter than an idle lane does
+    EXPECT_EQ(CountWorkers(peer_.Pid()), 5u);
     EXPECT_EQ(Call(object_, TestCode::NOTE).Int(1).SendOneWay(), TAVO::IPC_OK);
     EXPECT_TRUE(AwaitNotesThere(2));
     EXPECT_EQ(Call(object_, TestCode::OPEN).Send(), TAVO::IPC_OK);

@@ -44,6 +44,17 @@ TEST_F(References, WhatProcessesHeldThatDieIsFreedEachOtherIncluded)
     EXPECT_TRUE(WaitFor([] { return !Kept("left")->IsAlive() && !Kept("right")->IsAlive(); }));
 }
 
+// Small ones fill the socket, so that the next is refused whole, after its references have been counted.
+TEST_F(References, RefusedOneWayRequestGivesItsReferencesBack)
+{
+    peer_.Stop();
+    while (Call(object_, TestCode::NOTE).Int(1).SendOneWay() == TAVO::IPC_OK) {}
+    EXPECT_EQ(Call(object_, TestCode::KEEP).Text("it").Object(TAVO::MakeRef<TestObject>()).SendOneWay(),
+              TAVO::IPC_QUEUE_FULL);
+    EXPECT_TRUE(WaitFor([] { return World::Get().liveObjects == 1; }));
+    peer_.Continue();
+}
+
 // The receiver cannot acknowledge references whose owner does not answer it. The sender keeps a record of each message.
 TEST(UnacknowledgedReferences, AreRefusedBeyondALimitUntilTheirOwnerAnswersOrDies)
 {

@@ -26,7 +26,7 @@ enum class TestCode : uint32_t {
     KEEP,          // String name, reference: kept under that name; without one: forgotten
     FETCH,         // String name -> reference
     CALL_KEPT,     // String name, Int32 code -> Int32: status of that call to the object kept under the name
-    MAKE,          // Bool serialInvoke -> reference to a new object that nobody keeps
+    MAKE,          // Bool serialInvoke, Int32 count (or 1) -> references to new objects that nobody keeps
     NUMBER,        // -> Int32: of the object, no two in a process are alike
     LIVE,          // -> Int32: objects that live in the process
     WAIT,          // waits at the gate
@@ -77,6 +77,7 @@ public:
 
 private:
     int Handle(TestCode code, MessageParcel& data, MessageParcel& reply);
+    static int Make(MessageParcel& data, MessageParcel& reply);
     int HandleState(TestCode code, MessageParcel& data, MessageParcel& reply);
     int HandleNest(MessageParcel& data, MessageParcel& reply);
 
