@@ -93,6 +93,21 @@ TEST_F(LoadWait, AServiceThatIsLateIsTakenWhenItComes)
     EXPECT_TRUE(WaitFor([this] { return log_.Count("OnRemoteSaDead") == 1; }));
 }
 
+TEST_F(LoadWait, DeathOfTheManagerEndsTheWaitByItsDeadline)
+{
+    WriteAbility("system_test_service", {"second", "silence", PathOf("started-once")});
+    StartManager();
+    Child caller = Child::Start({"system_test_client"});
+    const Clock::time_point begin = Clock::now();
+    caller.Pipe().Say("auth a");
+    EXPECT_TRUE(WaitFor([this] { return std::filesystem::exists(PathOf("started-once")); }));
+    KillManager();
+    EXPECT_EQ(caller.Pipe().Hear(), std::to_string(RESULT_NO_SERVICE));
+    EXPECT_LT(Clock::now() - begin, 16s);
+    StartManager();
+    EXPECT_TRUE(WaitFor([&caller] { return caller.Ask("auth b") == "0"; }));
+}
+
 TEST_F(LoadWait, CallsThatWaitForTheSameFailureEndTogetherOrInTheirTurn)
 {
     WriteAbility("system_test_service", {"second", "silence", PathOf("started-once")});

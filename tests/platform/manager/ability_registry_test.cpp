@@ -127,6 +127,8 @@ TEST_F(AbilityRegistryTest, OneRegistrationLeavesOneDeathRecipientHoweverOftenIt
     const sptr<FakeRemoteObject> second = MakeRef<FakeRemoteObject>();
     EXPECT_EQ(registry.Add(ID, second, peer), ABILITY_OK);
     EXPECT_EQ(first->DeathRecipients(), 0u);
+    registry.ServiceGone(ID, 1);  // the notice of the first registration is late
+    EXPECT_EQ(registry.Check(ID, MakeRef<FakeRemoteObject>(), 2).object, second);
     EXPECT_EQ(registry.Remove(ID, peer.session), ABILITY_OK);
     EXPECT_EQ(second->DeathRecipients(), 0u);
 }

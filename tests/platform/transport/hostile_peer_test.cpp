@@ -128,6 +128,7 @@ TEST_F(HostilePeer, CallLaneBeyondTheLimitWaitsUntilAnotherEnds)
         waiting.push_back(raw_->OpenLane());
         ASSERT_TRUE(waiting.back().Send(echo));
     }
+    EXPECT_FALSE(waiting.front().AwaitReadable(std::chrono::milliseconds(200))) << "one more is served";
     waiting.erase(waiting.begin(), waiting.begin() + LIMIT / 2);  // their callers give up
     RawSocket tooMany;
     for (int count = 0; count < LIMIT; ++count) {
@@ -212,6 +213,17 @@ TEST_F(HostilePeer, ConnectionsWithoutAWholeHelloLeaveNothingAndKeepNobodyOut)
         EXPECT_TRUE(connection.WaitForEnd()) << "a hello must come within 2 s";
     }
     EXPECT_LT(TestSupport::Clock::now() - start, std::chrono::seconds(10));
+}
+
+TEST_F(HostilePeer, OneWayLanesOfAPeerAreLimited)
+{
+    constexpr int LIMIT = 4;
+    std::vector<RawSocket> lanes;
+    for (int count = 0; count < LIMIT; ++count) {
+        lanes.push_back(raw_->OpenLane(count % 2 == 0 ? RawHello::ONE_WAY : RawHello::NOTICE));
+    }
+    EXPECT_TRUE(raw_->OpenLane(RawHello::ONE_WAY).WaitForEnd(std::chrono::seconds(5)));
+    EXPECT_TRUE(raw_->Ping());
 }
 
 // 24 bytes of answer to each, which the peer never reads.
