@@ -47,7 +47,7 @@ protected:
 };
 
 // Whoever takes a callback away may destroy what it uses: so it must be over by then.
-TEST_F(CallbackLife, ReplacingOrRemovingACallbackWaitsForItsEnd)
+TEST_F(CallbackLife, ReplacingACallbackWaitsUntilItReturns)
 {
     const std::function<int32_t()> ways[] = {
         [this] { return client_.RegisterGameCallback(Noting<EventFunction>(notes_, "next"), 1); },
@@ -74,7 +74,7 @@ TEST_F(CallbackLife, ReplacingOrRemovingACallbackWaitsForItsEnd)
 }
 
 // The delivery holds what it calls.
-TEST_F(CallbackLife, ACallbackThatNobodyHoldsAnyMoreRunsToItsEnd)
+TEST_F(CallbackLife, RemovedCallbackRunsToItsEnd)
 {
     ASSERT_EQ(client_.StartGetGpuPerfInfo(0, Living<GpuFunction>(notes_, "gpu", Lingering(notes_))), 0);
     service_.Pipe().Say("push gpu");
@@ -120,7 +120,7 @@ protected:
 };
 
 // Played by the real service, which gives each object one push at a time.
-TEST_F(BlockedCallback, HoldsUpNoOtherKindOfDelivery)
+TEST_F(BlockedCallback, BlockedCallbackDelaysNoOtherKindOfEvent)
 {
     WriteScenario(R"({"curves": {"tempLevel": {"points": [[0, 0], [1.2, 0], [1.3, 4], [2.5, 4]], "repeat": true}},
                       "gpu": {"intervalSeconds": 1, "counters": {"gpuLoadPercent": 70}}})");
@@ -162,7 +162,7 @@ private:
 class LateNotice : public SystemFixture {};
 
 // The notice of a dead service comes when its successor is in use already: it costs no call.
-TEST_F(LateNotice, OfTheServiceBeforeCostsNoCall)
+TEST_F(LateNotice, StaleDeathNoticeFailsNoCall)
 {
     constexpr int ROUNDS = 10;
     const LogCapture log;

@@ -39,7 +39,7 @@ protected:
     }
 };
 
-TEST_F(ClientEnd, CallsInFlightHoldUpNoEnd)
+TEST_F(ClientEnd, ExitDoesNotWaitForCallsInFlight)
 {
     StartManager();
     Child service = StartTestService();
@@ -57,7 +57,7 @@ TEST_F(ClientEnd, CallsInFlightHoldUpNoEnd)
 }
 
 // Events keep coming while the client ends.
-TEST_F(ClientEnd, DeliveriesInProgressHoldUpNoEnd)
+TEST_F(ClientEnd, ExitDoesNotWaitForEvents)
 {
     StartManager();
     Child service = StartTestService();
@@ -71,7 +71,7 @@ TEST_F(ClientEnd, DeliveriesInProgressHoldUpNoEnd)
                    [&](Child&) { EXPECT_EQ(service.Pipe().Hear().value_or("nothing").find("flooded -1000"), 0u); });
 }
 
-TEST_F(ClientEnd, ACallbackThatNeverReturnsHoldsUpNothing)
+TEST_F(ClientEnd, ExitDoesNotWaitForABlockedCallback)
 {
     StartManager();
     Child service = StartTestService();
@@ -89,7 +89,7 @@ TEST_F(ClientEnd, ACallbackThatNeverReturnsHoldsUpNothing)
     }
 }
 
-TEST_F(ClientEnd, AWaitForALoadHoldsUpNoEnd)
+TEST_F(ClientEnd, ExitDoesNotWaitForPendingLoad)
 {
     WriteAbility("system_test_service", {"second", "silence", PathOf("started-once")});
     StartManager();
@@ -150,7 +150,7 @@ private:
 };
 
 // The child of a fork has no service, is told so at once, and does its parent no harm.
-TEST_F(SystemFixture, TheLibrarysLockHeldByAnotherThreadHurtsNoForkedChild)
+TEST_F(SystemFixture, ForkedChildFailsAtOnceAlthoughAThreadHeldTheLock)
 {
     StartManager();
     HeldInLoad held;

@@ -43,7 +43,7 @@ protected:
 };
 
 // Whoever is replaced or stopped is let go by both sides.
-TEST_F(Subscriptions, GpuBatchesComeUntilTheyAreStopped)
+TEST_F(Subscriptions, GpuSamplesAreSentUntilTheyAreStopped)
 {
     Serve(STORY);
     ASSERT_EQ(client_.StartGetGpuPerfInfo(0, Noting<GpuFunction>(notes_, "first")), 0);
@@ -57,7 +57,7 @@ TEST_F(Subscriptions, GpuBatchesComeUntilTheyAreStopped)
     EXPECT_EQ(client_.StopGetGpuPerfInfo(), RESULT_GPU_REFUSED);
 }
 
-TEST_F(Subscriptions, GamesAreKnownWhileTheyRunAndAskingForTheirStateStartsNothing)
+TEST_F(Subscriptions, GamesAreKnownWhileTheyRun)
 {
     using Types = std::map<std::string, bool>;
     Serve(STORY);
@@ -92,7 +92,7 @@ TEST_F(Subscriptions, GamesAreKnownWhileTheyRunAndAskingForTheirStateStartsNothi
 }
 
 // Registered with a service that is no more, a game hears nothing until it unregisters and registers again.
-TEST_F(Subscriptions, AfterARestartTheGameHasToRegisterAnew)
+TEST_F(Subscriptions, RestartOfTheServiceEndsSubscriptions)
 {
     Serve(STORY);
     ASSERT_EQ(Register(1), 0);
@@ -121,7 +121,7 @@ TEST_F(Subscriptions, AfterARestartTheGameHasToRegisterAnew)
 }
 
 // The largest list that is taken at all. Smaller calls do not queue up behind it.
-TEST_F(Subscriptions, TheLargestBatchArrivesWholeBesideOtherCalls)
+TEST_F(Subscriptions, LargestBatchOfSamplesDelaysNoOtherCall)
 {
     constexpr size_t SAMPLES = 524288;
     Serve(R"({"curves": {"tempLevel": 1},

@@ -122,7 +122,7 @@ TEST_F(ManagerStart, WhatItsLauncherLeftBehindReachesNoService)
     EXPECT_NE(descriptors.find("SigBlk:\t0000000000000000"), std::string::npos) << descriptors;
 }
 
-TEST_F(ManagerStart, RefusesBesideALivingManagerAndReplacesADeadOne)
+TEST_F(ManagerStart, SecondManagerIsRefusedAndADeadOneIsReplaced)
 {
     EXPECT_EQ(Manager(), nullptr);  // no socket
     Child first = StartManager();
@@ -148,7 +148,7 @@ TEST(ManagerStartLong, WorksWhereThePathIsLongerThanASocketAddress)
     EXPECT_EQ(Check(1), "null");
 }
 
-TEST_F(ManagerStart, ASigtermEndsItAndItsSocket)
+TEST_F(ManagerStart, SigtermRemovesTheSocket)
 {
     for (const int signal : {SIGTERM, SIGINT}) {
         Child manager = StartManager();

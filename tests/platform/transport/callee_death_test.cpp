@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Whatever becomes of the callee, each caller gets one answer, in time, and never somebody else's.
+// Callees that die, hang up or reply wrongly: each call returns one result, in time, and never that of another call.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -38,7 +38,7 @@ protected:
     std::vector<Child> callees_;
 };
 
-TEST_F(Callee, WhoDiesWithTheRequestUnreadFailsTheCallAtOnce)
+TEST_F(Callee, DeathBeforeReadingTheRequestFailsTheCallAtOnce)
 {
     Add([](RawPeer& raw) {
         RawHello hello;
@@ -97,7 +97,7 @@ void ExpectReply(const sptr<IRemoteObject>& object, int32_t size)
     EXPECT_EQ(call.reply.GetDataSize(), size < 200 ? 0 : 200 - RawFrame::HEADER_SIZE);
 }
 
-TEST_F(Callee, WhoCutsAReplyAtAnyByteFailsTheCallAndKeepsTheSession)
+TEST_F(Callee, ReplyCutAtAnyByteFailsTheCallAndKeepsTheSession)
 {
     AddServing([](RawSocket& lane, const RawFrame& request) {
         const auto size = TestSupport::ReadAt<uint32_t>(request.data, 0);
@@ -114,7 +114,7 @@ TEST_F(Callee, WhoCutsAReplyAtAnyByteFailsTheCallAndKeepsTheSession)
     EXPECT_TRUE(object->IsAlive());
 }
 
-TEST_F(Callee, WhoDiesHavingSentAWholeReplyIsHeardAndThenToldDead)
+TEST_F(Callee, WholeReplyOfADeadPeerIsDeliveredBeforeTheDeathNotice)
 {
     std::vector<int32_t> sizes{1, 31, 32, 33, 199};
     sizes.resize(20, 200);
@@ -146,7 +146,7 @@ const std::vector<std::pair<const char*, std::function<void(RawFrame& reply)>>> 
      [](RawFrame& reply) { reply.Reference(TestSupport::RawInstance{}, 5).references[0].offset += 8; }},
 };
 
-TEST_F(Callee, WhoRepliesWronglyEndsThatLaneAndNothingElse)
+TEST_F(Callee, InvalidReplyClosesThatLaneOnly)
 {
     AddServing([](RawSocket& lane, const RawFrame& request) {
         const auto row = TestSupport::ReadAt<uint32_t>(request.data, 0);
@@ -202,7 +202,7 @@ TEST_F(Callee, HalfSentOneWayRequestIsNotMixedWithTheNext)
 }
 
 // Else an object that is asked to do a last thing could be gone before it is.
-TEST_F(Callee, IsReleasedBehindTheOneWayRequestsToIt)
+TEST_F(Callee, ReleaseIsSentAfterTheOneWayRequestsToTheObject)
 {
     Add([](RawPeer& raw) {
         RawHello hello;
@@ -222,7 +222,7 @@ TEST_F(Callee, IsReleasedBehindTheOneWayRequestsToIt)
     EXPECT_EQ(callees_[0].WaitForExit(), "exit 0");
 }
 
-TEST_F(Callee, WhoClosesItsOneWayLaneGetsAnotherForReferencesToo)
+TEST_F(Callee, ClosedOneWayLaneIsReplacedAlsoForReferences)
 {
     Add([](RawPeer& raw) {
         RawHello hello;
@@ -243,7 +243,7 @@ TEST_F(Callee, WhoClosesItsOneWayLaneGetsAnotherForReferencesToo)
     }));
 }
 
-TEST_F(Callee, WhoSendsDescriptorsWithRepliesOpensNoneInTheCaller)
+TEST_F(Callee, DescriptorsSentWithRepliesAreNotOpenInTheCaller)
 {
     AddServing([](RawSocket& lane, const RawFrame& request) {
         lane.SendWithDescriptors(EchoReply(request).Encode(), 1 + request.number % 253);
@@ -259,7 +259,7 @@ TEST_F(Callee, WhoSendsDescriptorsWithRepliesOpensNoneInTheCaller)
 }
 
 // A connection that breaks under a large request must not raise SIGPIPE, which ends a program that left it alone.
-TEST_F(Callee, WhoClosesTheLaneUnderALargeRequestRaisesNoSignal)
+TEST_F(Callee, LaneClosedDuringALargeRequestRaisesNoSignal)
 {
     Add([](RawPeer& raw) {
         RawHello hello;

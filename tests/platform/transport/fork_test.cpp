@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A fork holds a dead library and harms nobody.
+// In a forked child every operation fails at once, and its parent is not affected.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -35,7 +35,7 @@ int UseDeadLibrary(const sptr<IRemoteObject>& hub, sptr<IRemoteObject> last)
     return wrong == std::end(failsAsItShould) ? 0 : static_cast<int>(wrong - failsAsItShould) + 1;
 }
 
-TEST(Fork, AThousandChildrenFailAtOnceAndTheParentsCallsGoOn)
+TEST(Fork, AThousandForkedChildrenFailAtOnceAndTheParentsCallsSucceed)
 {
     constexpr int CALLERS = 3;
     const TestSupport::PrivateRuntimeDir dir;
@@ -70,7 +70,7 @@ TEST(Fork, AThousandChildrenFailAtOnceAndTheParentsCallsGoOn)
 using ForkOfAPeer = PeerFixture;
 
 // The descriptors of a killed process stay open in its child: only the process itself tells of the death.
-TEST_F(ForkOfAPeer, HoldsTheSocketsAndHidesNoDeath)
+TEST_F(ForkOfAPeer, DeathOfTheParentIsNoticedAlthoughTheChildHoldsItsSockets)
 {
     const sptr<CountingRecipient> recipient = CountingRecipient::Of(object_);
     std::thread caller([this] { EXPECT_PRED1(IsConnectionError, Call(object_, TestCode::WAIT).Send(30)); });
@@ -122,7 +122,7 @@ int AwaitEndsOfLanes(RawPeer& raw)
     return refused.WaitForEnd() ? 0 : 2;
 }
 
-TEST(ForkOfACaller, HidesTheEndOfNoLane)
+TEST(ForkOfACaller, PeerNoticesClosedLanesAlthoughTheChildHoldsTheirSockets)
 {
     const TestSupport::PrivateRuntimeDir dir;
     Child callee = ForkCallee(dir.Path(), "raw", [](RawPeer& raw) { ::_exit(AwaitEndsOfLanes(raw)); });
@@ -137,7 +137,7 @@ TEST(ForkOfACaller, HidesTheEndOfNoLane)
 }
 
 // The owner dies before its first session. Connecting to its socket still succeeds.
-TEST(ForkOfAnOwner, HidesNoDeathFromThoseItHasNotMet)
+TEST(ForkOfAnOwner, DeathBeforeTheFirstSessionIsNoticedAlthoughTheChildHoldsTheSocket)
 {
     const TestSupport::PrivateRuntimeDir dir;
     const Child hub = StartPeer("hub");
@@ -194,7 +194,7 @@ int CountInheritable(pid_t pid)
     return count;
 }
 
-TEST(Fork, AnExecutedProgramInheritsNoDescriptorOfThePlatform)
+TEST(Fork, ExecutedProgramInheritsNoDescriptor)
 {
     const TestSupport::PrivateRuntimeDir dir;
     const Child plain = Child::Start({"/bin/cat"});

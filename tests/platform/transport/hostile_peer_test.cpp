@@ -13,7 +13,7 @@ namespace {
 
 using HostilePeer = HubFixture;
 
-TEST_F(HostilePeer, WrongHelloClosesTheConnection)
+TEST_F(HostilePeer, InvalidHelloClosesTheConnection)
 {
     const std::vector<std::pair<const char*, std::function<void(RawHello & hello)>>> rows = {
         {"magic", [](RawHello& hello) { hello.magic ^= 1; }},
@@ -54,7 +54,7 @@ RawFrame EchoOfKind(uint16_t kind)
     return frame;
 }
 
-TEST_F(HostilePeer, ImpossibleFrameEndsItsLaneOnly)
+TEST_F(HostilePeer, InvalidFrameHeaderClosesThatLaneOnly)
 {
     constexpr uint32_t LARGEST = 64 << 20;
     const std::vector<std::pair<const char*, RawFrame>> rows = {
@@ -99,7 +99,7 @@ TEST_F(HostilePeer, ImpossibleFrameEndsItsLaneOnly)
 }
 
 // Records about lanes and numbers that never were may be ignored or end the session; they do no other harm.
-TEST_F(HostilePeer, AcknowledgementsOfNothingAreHarmless)
+TEST_F(HostilePeer, UnexpectedAcknowledgementsAreIgnored)
 {
     for (const uint32_t type : {RawRecord::TAKEN, RawRecord::LANE_CLOSED, RawRecord::ACQUIRED, RawRecord::PONG}) {
         for (const uint32_t flags : {0u, RawRecord::OWN_LANE}) {
@@ -114,7 +114,7 @@ TEST_F(HostilePeer, AcknowledgementsOfNothingAreHarmless)
 }
 
 // A caller that timed out opens another lane, perhaps before a worker has closed the first one.
-TEST_F(HostilePeer, CallLaneBeyondTheLimitWaitsUntilAnotherEnds)
+TEST_F(HostilePeer, CallLaneBeyondTheLimitWaitsUntilAnotherCloses)
 {
     constexpr int LIMIT = 64;
     const Bytes echo = RequestFor(TestCode::ECHO).Int32(1).Encode();
@@ -163,7 +163,7 @@ TEST_F(HostilePeer, LaneInTheNameOfAnotherProcessIsRefused)
     EXPECT_TRUE(notes && notes->data.empty()) << "a request was run";
 }
 
-TEST_F(HostilePeer, UninvitedDescriptorsAreNeverOpenInTheReceiver)
+TEST_F(HostilePeer, UnexpectedDescriptorsAreNotOpenInTheReceiver)
 {
     const pid_t target = hub_.Pid();
     RawSocket lane = raw_->OpenLane();
@@ -191,7 +191,7 @@ TEST_F(HostilePeer, UninvitedDescriptorsAreNeverOpenInTheReceiver)
     EXPECT_LE(TestSupport::CountDescriptors(target), before + 1);
 }
 
-TEST_F(HostilePeer, ConnectionsWithoutAWholeHelloLeaveNothingAndKeepNobodyOut)
+TEST_F(HostilePeer, IncompleteHellosAreBoundedAndTimeOut)
 {
     constexpr size_t LIMIT = 1024;  // of connections without a whole hello
     LimitDescriptors(hub_.Pid(), 4 * LIMIT);
@@ -227,7 +227,7 @@ TEST_F(HostilePeer, OneWayLanesOfAPeerAreLimited)
 }
 
 // 24 bytes of answer to each, which the peer never reads.
-TEST_F(HostilePeer, SessionOfAPeerThatReadsNoRecordsEnds)
+TEST_F(HostilePeer, SessionOfAPeerThatReadsNoRecordsIsClosed)
 {
     const auto deaf = NewPeer();
     Bytes pings;
@@ -242,7 +242,7 @@ TEST_F(HostilePeer, SessionOfAPeerThatReadsNoRecordsEnds)
     EXPECT_LT(mebibytes, 16);
 }
 
-TEST_F(HostilePeer, AThousandSessionsAreServedAndLeaveNothing)
+TEST_F(HostilePeer, AThousandSessionsAreServed)
 {
     LimitDescriptors(hub_.Pid(), 4096);
     LimitDescriptors(::getpid(), 4096);
@@ -253,7 +253,7 @@ TEST_F(HostilePeer, AThousandSessionsAreServedAndLeaveNothing)
     }
 }
 
-TEST_F(HostilePeer, SecondSessionOfOneInstanceHarmsNobodyElse)
+TEST_F(HostilePeer, SecondSessionOfAnInstanceAffectsNoOther)
 {
     const auto twin = NewPeer();
     for (int round = 0; round < 20; ++round) {

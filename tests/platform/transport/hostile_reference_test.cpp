@@ -12,7 +12,7 @@ using TestSupport::WaitFor;
 
 using HostileReference = HubFixture;
 
-TEST_F(HostileReference, WrongRecordsEndTheSessionAndTouchNothingOfOthers)
+TEST_F(HostileReference, InvalidRecordClosesOnlyThatSession)
 {
     constexpr uint64_t HELD = 1'000'000;
     constexpr uint64_t UNOPENED_LANE = 1000;
@@ -54,7 +54,7 @@ TEST_F(HostileReference, WrongRecordsEndTheSessionAndTouchNothingOfOthers)
     }
 }
 
-TEST_F(HostileReference, ReleaseAfterAMessageWaitsForItAndNoLonger)
+TEST_F(HostileReference, ReleaseAfterAMessageWaitsForTheMessageOrTheEndOfItsLane)
 {
     const uint64_t serial = MakeObject(*raw_);
     RawSocket lane = raw_->OpenLane(RawHello::ONE_WAY);
@@ -136,7 +136,7 @@ TEST_F(HostileReference, ObjectsHeldOfAPeerAreLimited)
 }
 
 // What a session passed stays the sender's until it is acknowledged, and comes back with the lane's end.
-TEST_F(HostileReference, PassedReferenceIsTakenBackWhenItsLaneEndsUnacknowledged)
+TEST_F(HostileReference, UnacknowledgedReferenceIsReleasedWhenItsLaneCloses)
 {
     const int32_t live = LiveObjects();
     RawSocket lane = raw_->OpenLane();
@@ -152,7 +152,7 @@ TEST_F(HostileReference, PassedReferenceIsTakenBackWhenItsLaneEndsUnacknowledged
 }
 
 // A request is refused as a whole, and with it goes back what its sender had counted.
-TEST_F(HostileReference, RefusedRequestGivesItsReferencesBack)
+TEST_F(HostileReference, RefusedRequestReleasesItsReferences)
 {
     constexpr uint64_t OWN_SERIAL = 77;
     RawFrame request = RequestFor(TestCode::KEEP).String("it");
@@ -180,7 +180,7 @@ TEST_F(HostileReference, MessagesThatCannotBeAcknowledgedAreRefusedBeyondALimit)
     }
 }
 
-TEST_F(HostileReference, FirstRequestReachesWhatAnAcquireWouldAndHoldsNothing)
+TEST_F(HostileReference, FirstRequestReachesAnExportedObjectAndHoldsNoReference)
 {
     constexpr uint16_t FIRST_REQUEST = 3;
     const int32_t live = LiveObjects();
@@ -226,7 +226,7 @@ TEST_F(HostileReference, AcquireSentBeforeTheOnlyHolderEndedSucceeds)
 }
 
 // Its hello came when its connection had been accepted already, and the lane is seen before that.
-TEST_F(HostileReference, LaneIsServedThoughItsSessionsHelloIsStillUnread)
+TEST_F(HostileReference, LaneIsServedAlthoughTheHelloOfItsSessionIsUnread)
 {
     RawHello hello;
     hello.instance.fill(0x55);
@@ -271,7 +271,7 @@ struct Replayed {
 };
 
 // Another process, or the same one after its session ended.
-TEST_F(HostileReference, MessageReplayedOnAnotherSessionReachesNothingThatIsNotItsOwn)
+TEST_F(HostileReference, MessageReplayedOnAnotherSessionReachesOnlyThatSessionsObjects)
 {
     const int32_t live = LiveObjects();
     const uint64_t held = MakeObject(*raw_);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What takes seconds: a peer that stands still costs its callers 8 s and nobody anything else; idle workers end, and
-// idle rings are given back.
+// What takes seconds: a stopped peer delays its callers by 8 s and no other call; idle workers end, and the memory of
+// idle rings is freed.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -30,7 +30,7 @@ void ExpectEightSeconds(Body body)
     EXPECT_LT(Clock::now() - start, 12s);
 }
 
-TEST(HungPeer, CallTimesOutAndItsLateReplyMeetsNoOtherCall)
+TEST(HungPeer, CallTimesOutAndItsLateReplyReachesNoOtherCall)
 {
     PrivateRuntimeDir dir;
     ServeAsHub();
@@ -46,7 +46,7 @@ TEST(HungPeer, CallTimesOutAndItsLateReplyMeetsNoOtherCall)
     }
 }
 
-TEST(HungPeer, ReplyThatStopsHalfwayTimesOutTheSame)
+TEST(HungPeer, IncompleteReplyTimesOut)
 {
     PrivateRuntimeDir dir;
     Child callee = ForkCallee(dir.Path(), "raw", [](RawPeer& raw) {
@@ -66,7 +66,7 @@ TEST(HungPeer, ReplyThatStopsHalfwayTimesOutTheSame)
     EXPECT_EQ(Echo(object), TAVO::IPC_OK);
 }
 
-TEST(HungPeer, ANoticeForItsObjectThatAThirdProcessNamedNeverWaits)
+TEST(HungPeer, NoticeToAnUnconnectedPeerDoesNotWait)
 {
     PrivateRuntimeDir dir;
     Child hub = StartPeer("hub");
@@ -95,10 +95,10 @@ size_t CountWorkers(pid_t pid)
 }
 
 // Workers that have had nothing to do for a while end, but never the last one that is free.
-TEST_F(IdleWorker, OneStaysWhileAllOthersAreInHandlers)
+TEST_F(IdleWorker, LastIdleWorkerStaysWhileAllOthersRunHandlers)
 {
     ASSERT_EQ(Call(object_, TestCode::NOTE).Int(0).SendOneWay(), TAVO::IPC_OK);
-    std::thread busy([this] {  // as many as are kept for good
+    std::thread busy([this] {  // as many as never end
         Threads(4, [this](int) { EXPECT_EQ(Call(object_, TestCode::WAIT).Send(60), TAVO::IPC_OK); });
     });
     EXPECT_EQ(peer_.Ask("await-waiting 4"), "waiting");
@@ -111,7 +111,7 @@ TEST_F(IdleWorker, OneStaysWhileAllOthersAreInHandlers)
     busy.join();
 }
 
-// The memory of a stream that has ended is given back at both ends, and the next request finds its way all the same.
+// And the next request is delivered all the same.
 using IdleRing = PeerFixture;
 
 bool HasRing(pid_t pid)
@@ -122,7 +122,7 @@ bool HasRing(pid_t pid)
     return all.str().find("/memfd:tavo-lane") != std::string::npos;
 }
 
-TEST_F(IdleRing, IsGivenBackAtBothEnds)
+TEST_F(IdleRing, MemoryOfAnIdleRingIsFreedAtBothEnds)
 {
     int32_t sent = 0;
     const auto send = [this, &sent] {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a test process does when it is told to.
+// What a test process does on request.
 #include "platform/transport/test_object.h"
 
 #include <sys/socket.h>
@@ -54,7 +54,7 @@ void World::OpenGate()
 {
     TAVO::MutexLock lock(mutex_);
     ++opened_;
-    waiting_ = 0;  // at once, so that nobody takes one who is about to leave for one who waits
+    waiting_ = 0;  // at once, so that no handler that is about to leave counts as one that waits
     changed_.notify_all();
 }
 
