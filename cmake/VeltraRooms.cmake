@@ -112,19 +112,24 @@ function(veltra_program name)
     target_link_libraries(${name} PRIVATE veltra_options ${arg_USES} ${arg_LINK})
 endfunction()
 
-# veltra_test(NAME SOURCES file... [USES room...] [LINK lib...] [LABELS label...] [SLOW] [TIMEOUT seconds])
-# A GoogleTest program; each of its tests is a ctest entry NAME.Suite.Test that runs in a process of its own, with
-# the labels NAME, LABELS (asan, tsan: run under these presets too) and, with SLOW, `slow`. VELTRA_BIN_DIR is the
+# veltra_test(NAME SOURCES file... [USES room...] [LINK lib...] [LABELS label...] [SLOW regex] [TIMEOUT seconds])
+# A GoogleTest program; each of its tests is a ctest entry NAME.Suite.Test that runs in a process of its own, with the
+# labels NAME and LABELS. A sanitizer's build has only the programs with its label, asan or tsan. Entries that match
+# the regex of SLOW mostly sleep: their label `slow` lets scripts/test run many of them at a time. VELTRA_BIN_DIR is the
 # folder of the built programs. TAVO_RUNTIME_DIR points into the build folder, so that no test meets a live system.
 function(veltra_test name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "SLOW" "TIMEOUT" "SOURCES;USES;LINK;LABELS")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "SLOW;TIMEOUT" "SOURCES;USES;LINK;LABELS")
     veltra_program(${name} SOURCES ${arg_SOURCES} USES ${arg_USES} LINK ${arg_LINK} GTest::gmock_main)
     target_compile_definitions(${name} PRIVATE VELTRA_BIN_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")
     set_target_properties(${name} PROPERTIES CXX_CLANG_TIDY "")  # the test macros drown what it says
-    set(labels ${name} ${arg_LABELS})
+    string(REPLACE "thread" "tsan" preset "${VELTRA_SANITIZE}")
+    string(REPLACE "address,undefined" "asan" preset "${preset}")
+    if(preset AND NOT preset IN_LIST arg_LABELS)
+        set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ON)
+        return()
+    endif()
     set(timeout 60)
     if(arg_SLOW)
-        list(APPEND labels slow)
         set(timeout 180)
     endif()
     if(arg_TIMEOUT)
@@ -139,8 +144,15 @@ function(veltra_test name)
         PROPERTIES TIMEOUT ${timeout} ENVIRONMENT "TAVO_RUNTIME_DIR=${runtimeDir}")
     # Discovery takes a single label only; the list is set on what it found.
     set(labelFile "${CMAKE_CURRENT_BINARY_DIR}/${name}_labels.cmake")
-    file(WRITE "${labelFile}"
-        "if(${name}_found)\n    set_tests_properties(\${${name}_found} PROPERTIES LABELS \"${labels}\")\nendif()\n")
+    file(WRITE "${labelFile}" "\
+foreach(test IN LISTS ${name}_found)
+    set(labels \"${name};${arg_LABELS}\")
+    if(NOT \"${arg_SLOW}\" STREQUAL \"\" AND test MATCHES \"${arg_SLOW}\")
+        list(APPEND labels slow)
+    endif()
+    set_tests_properties(\"\${test}\" PROPERTIES LABELS \"\${labels}\")
+endforeach()
+")
     set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES "${labelFile}")
 endfunction()
 

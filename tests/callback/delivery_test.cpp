@@ -3,6 +3,7 @@
 #include <atomic>
 #include <stdexcept>
 #include <thread>
+#include <tuple>
 
 #include "callback/endpoints.h"
 #include "support/notes.h"
@@ -93,49 +94,35 @@ std::unique_ptr<Callback> Watched()
     return std::make_unique<Callback>([sentinel = std::make_shared<Sentinel>()](auto&) { return sentinel->Run(); });
 }
 
-// Two threads deliver, and `change` is called with rising numbers until they are done.
-void ChangeDuringDeliveries(IPCObjectStub& endpoint, const std::vector<std::pair<uint32_t, Items>>& requests,
-                            const std::function<void(int round)>& change)
+// Two threads deliver to all endpoints while the callbacks come and go.
+TEST_F(Delivery, CallbackIsNeitherReplacedNorDestroyedWhileItRuns)
 {
+    const auto events = MakeRef<GameEventCallback>();
+    const auto gpu = MakeRef<GpuCounterCallBack>();
+    const auto resource = MakeRef<ResourcePreDownloadCallback>();
+    const std::tuple<IPCObjectStub*, uint32_t, Items> requests[] = {
+        {events.Get(), GAME_EVENT, {"x", 1}},
+        {gpu.Get(), GPU_DATA, GpuItems(3, 3)},
+        {resource.Get(), PRIORITYS, {1, "p"}},
+        {resource.Get(), RESOURCE_INFOS, ResourceItems(2, 2)},
+    };
     std::atomic<int> deliverersLeft{2};
     const TestSupport::Threads deliverers(2, [&](size_t) {
         for (int delivery = 0; delivery < DELIVERIES; ++delivery) {
-            for (const auto& [code, payload] : requests) {
-                EXPECT_EQ(Send(endpoint, code, payload), (Outcome{0, {0}}));
+            for (const auto& [endpoint, code, payload] : requests) {
+                EXPECT_EQ(Send(*endpoint, code, payload), (Outcome{0, {0}}));
             }
         }
         --deliverersLeft;
     });
     for (int round = 0; deliverersLeft > 0; ++round) {
-        change(round);
+        events->AddCallback(Watched<EventFunction>(), round % 4);
+        events->RemoveCallback((round + 2) % 4);
+        events->HasCallBacks();
+        gpu->SetProcessCallback(round % 3 == 2 ? nullptr : Watched<GpuFunction>());
+        resource->SetGetAppPrioritysCallback(round % 3 == 2 ? nullptr : Watched<PrioritysFunction>());
+        resource->SetQueryAppResourceInfoCallback(round % 3 == 1 ? nullptr : Watched<ResourceInfoFunction>());
     }
-}
-
-TEST(DeliveryRace, EventCallbacksComeAndGo)
-{
-    const auto endpoint = MakeRef<GameEventCallback>();
-    ChangeDuringDeliveries(*endpoint, {{GAME_EVENT, {"x", 1}}}, [&](int round) {
-        endpoint->AddCallback(Watched<EventFunction>(), round % 4);
-        endpoint->RemoveCallback((round + 2) % 4);
-        endpoint->HasCallBacks();
-    });
-}
-
-TEST(DeliveryRace, GpuCallbackIsReplaced)
-{
-    const auto endpoint = MakeRef<GpuCounterCallBack>();
-    ChangeDuringDeliveries(*endpoint, {{GPU_DATA, GpuItems(3, 3)}}, [&](int round) {
-        endpoint->SetProcessCallback(round % 3 == 2 ? nullptr : Watched<GpuFunction>());
-    });
-}
-
-TEST(DeliveryRace, ResourceCallbacksAreReplaced)
-{
-    const auto endpoint = MakeRef<ResourcePreDownloadCallback>();
-    ChangeDuringDeliveries(*endpoint, {{PRIORITYS, {1, "p"}}, {RESOURCE_INFOS, ResourceItems(2, 2)}}, [&](int round) {
-        endpoint->SetGetAppPrioritysCallback(round % 3 == 2 ? nullptr : Watched<PrioritysFunction>());
-        endpoint->SetQueryAppResourceInfoCallback(round % 3 == 1 ? nullptr : Watched<ResourceInfoFunction>());
-    });
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "client/client_test.h"
 #include "client/veltra_sa_load_callback.h"
+#include "support/log_capture.h"
 #include "support/threads.h"
 
 namespace TAVO::Veltra {
@@ -132,6 +133,41 @@ TEST_F(ConnectionTest, ReportsAboutOtherAbilitiesChangeNothing)
     EXPECT_EQ(service->GetStrongCount(), 3);  // the test, the manager and the field's proxy
     callback.OnLoadSystemAbilityFail(66006);
     EXPECT_EQ(service->GetStrongCount(), 2);
+}
+
+const std::string CHECK_FAILED =
+    "W GetServiceProxy: Check systemAbility not exist and try to release veltra_server proxy.";
+const std::string TRY_LOAD = "I GetServiceProxy: Try load systemAbility.";
+
+// Watchers of the log search for these texts. The line of a timeout is tested with the wait.
+TEST_F(ConnectionTest, EachStepLogsFixedLines)
+{
+    ExpectLog({CHECK_FAILED, TRY_LOAD, "W GetServiceProxy: Failed to load systemAbility."},
+              [this] { proxy_.GetServiceProxy(); });
+    const auto service = MakeRef<FakeRemoteObject>();
+    VeltraSaLoadCallback callback;
+    const std::string loaded = "I OnLoadSystemAbilitySuccess: Load system ability successed!";
+    ExpectLog({"I LoadSystemAbilitySuccess: Load systemAbility success\xef\xbc\x8c but remoteObject is null.", loaded},
+              [&] { callback.OnLoadSystemAbilitySuccess(66006, nullptr); });
+    ExpectLog({loaded}, [&] { callback.OnLoadSystemAbilitySuccess(66006, service); });
+    ExpectLog({"I OnLoadSystemAbilitySuccess: system ability is not veltra_server:7"},
+              [&] { callback.OnLoadSystemAbilitySuccess(7, service); });
+    ExpectLog({"I OnRemoteDied: Remote systemAbility dead.", "I OnRemoteSaDead: OnRemoteSaDead"},
+              [&] { service->Die(); });
+    ExpectLog({"I OnLoadSystemAbilityFail: Load system ability failed!"},
+              [&] { callback.OnLoadSystemAbilityFail(66006); });
+    ExpectLog({"W OnLoadSystemAbilityFail: system ability is not veltra_server:7"},
+              [&] { callback.OnLoadSystemAbilityFail(7); });
+
+    // The report's own line may come before or after the waiter's.
+    ReportSuccessOnLoad(66006, service);
+    const LogCapture log;
+    proxy_.GetServiceProxy();
+    manager_->WaitForReports();
+    std::vector<std::string> lines = log.Lines();
+    std::erase(lines, loaded);
+    EXPECT_EQ(lines,
+              (std::vector<std::string>{CHECK_FAILED, TRY_LOAD, "I GetServiceProxy: Load systemAbility succeeded."}));
 }
 
 TEST(ConnectionStart, FirstCallsOfManyThreadsMakeOneProxy)

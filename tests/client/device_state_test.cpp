@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "client/client_test.h"
+#include "support/deep_text.h"
 #include "support/event_values.h"
 #include "veltra_server_client.h"
 
@@ -54,6 +55,11 @@ const Row ROWS[] = {
     {"no object", "[]", {REJECTED, -1}},
     {"empty object", "{}", {REJECTED, -1}},
     {"no document", "not json", {REJECTED, -1}},
+    {"binary", std::string("\x00\x01\xff\xfe{\x80", 6), {REJECTED, -1}},
+    {"NUL in a key and a text", std::string("{\"a\0b\":\"\0\",\"tempLevel\":2}", 26), {0, 2}},
+    {"NUL behind it", std::string("{\"tempLevel\":1}\0\0", 17), {0, 1}},
+    {"a million digits", R"({"tempLevel":)" + std::string(1000000, '9') + "}", {REJECTED, -1}},
+    {"1 MiB of one key", "{" + TestSupport::Repeat(R"("tempLevel":1,)", 74000) + R"("tempLevel":4})", {0, 4}},
     {"1001 levels", Nested(1001), {REJECTED, -1}},
     {"100000 levels", Nested(100000), {REJECTED, -1}},
     {"1 MiB", R"({"tempLevel":1})" + std::string(1024 * 1024 - 15, ' '), {0, 1}},

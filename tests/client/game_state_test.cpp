@@ -10,6 +10,7 @@
 #include "client/veltra_server_client_proxy.h"
 #include "support/fake_ability_manager.h"
 #include "support/fake_remote_object.h"
+#include "support/log_capture.h"
 #include "support/threads.h"
 #include "tavo/delayed_ref_singleton.h"
 #include "tavo/system_ability_manager_client.h"
@@ -48,7 +49,9 @@ protected:
 
 TEST_F(GameStateTest, ComesFromTheRunningServiceOrIsNoGame)
 {
-    ExpectAnswer(0, 2, "mine");  // not running
+    const std::string noGame = "I QueryGameState: No games exists.";
+    ExpectLog({"W GetServiceProxy: Check systemAbility not exist and try to release veltra_server proxy.", noGame},
+              [this] { ExpectAnswer(0, 2, "mine"); });  // not running
 
     const auto service = ServiceReporting(0, 1);
     manager_->SetRunning(service);
@@ -74,7 +77,7 @@ TEST_F(GameStateTest, ComesFromTheRunningServiceOrIsNoGame)
     manager_->SetRunning(service);
     ExpectAnswer(0, 1, "com.game");
     FakeAbilityManager::Remove();
-    ExpectAnswer(0, 2, "mine");
+    ExpectLog({"E GetServiceProxy: Get SystemAbilityManager failed.", noGame}, [this] { ExpectAnswer(0, 2, "mine"); });
     EXPECT_EQ(service->GetStrongCount(), 3);  // the test, the manager and the field's proxy
     // A check that failed says nothing about games.
     SystemAbilityManagerClient::GetInstance().SetTestManager(MakeRef<ThrowingManager>());

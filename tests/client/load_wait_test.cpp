@@ -22,8 +22,7 @@ TEST_F(LoadWaitTest, FailureAndSuccessWithoutObjectDoNotEndIt)
     EXPECT_TRUE(proxy_.GetServiceProxy() == nullptr);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
     ASSERT_FALSE(log.Lines().empty());
-    EXPECT_EQ(log.Lines().back().level, SCRIVO_WARN);
-    EXPECT_EQ(log.Lines().back().format, "[%{public}s(%{public}s:%{public}d)]Load systemAbility timeout.");
+    EXPECT_EQ(log.Lines().back(), "W GetServiceProxy: Load systemAbility timeout.");
 }
 
 }  // namespace

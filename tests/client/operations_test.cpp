@@ -5,20 +5,20 @@
 #include <functional>
 
 #include "client/client_test.h"
+#include "support/log_capture.h"
 #include "support/parcel_items.h"
 #include "tavo/system_ability_manager_client.h"
 
 namespace TAVO::Veltra {
 namespace {
 
-constexpr int32_t NO_SERVICE = 1010310014;
-
 struct ClientOperation {
-    const char* name;
+    std::string name;
     uint32_t code;
     Items payload;  // empty: not looked at, or none
     int32_t noService;
     int32_t whenRefusedWith7;
+    std::string refusalLog;                      // its last line without the name; empty: none
     std::function<int32_t(VeltraClient&)> call;  // for map operations: the number of pairs
 };
 
@@ -53,29 +53,37 @@ int32_t GetFunctionStatus(VeltraClient& client)
     return static_cast<int32_t>(client.GetSystemFunctionStatus(query).size());
 }
 
-const ClientOperation OPERATIONS[] = {
-    {"CallAuth", 9, {"t"}, NO_SERVICE, 7, [](auto& client) { return client.CallAuth("t"); }},
-    {"UpdateGameInfo", 8, {1, "t", 2}, NO_SERVICE, 7, [](auto& client) { return client.UpdateGameInfo(1, "t", 2); }},
-    {"ReportRenderThread", 4, {"a", "b", 1}, -1, 7, [](auto& c) { return c.ReportRenderThread("a", "b", 1); }},
-    {"NotifyGameEvent", 2, {1, 0, "", 0}, NO_SERVICE, 7, NotifyGameEvent},
-    {"NotifyAppResourceDownLoadResults", 20, {}, NO_SERVICE, 1010310025, NotifyResults},
-    {"GetDeviceInfo",
-     13,
-     {1, 5, 1, "a", "b"},
-     NO_SERVICE,
-     7,
-     [](auto& client) {
-         return client.GetDeviceInfo({{5, {{"a", "b"}}}}).resultCode;
-     }},
-    {"StartGetGpuPerfInfo", 10, {}, NO_SERVICE, 1010310019, [](auto& c) { return c.StartGetGpuPerfInfo(1, nullptr); }},
-    {"StopGetGpuPerfInfo", 11, {}, NO_SERVICE, 1010310019, [](auto& client) { return client.StopGetGpuPerfInfo(); }},
-    {"QueryAppResourceInfos", 17, {}, NO_SERVICE, 7, [](auto& c) { return c.QueryAppResourceInfos({"app"}, nullptr); }},
-    {"GetAppPrioritys", 15, {}, NO_SERVICE, 1010310024, GetAppPrioritys},
-    {"ReportGameEvent", 1, {}, 0, 0, ReportGameEvent},
-    // A reply of 7 announces seven pairs; they are not there and read as one with an empty key.
-    {"SyncAppType", 3, {"t", 4}, 0, 1, [](auto& c) { return static_cast<int32_t>(c.SyncAppType("t", 4).size()); }},
-    {"GetSystemFunctionStatus", 27, {1, "k", "v"}, 0, 1, GetFunctionStatus},
-};
+std::vector<ClientOperation> Operations()
+{
+    const auto callAuth = [](auto& client) { return client.CallAuth("t"); };
+    const auto update = [](auto& client) { return client.UpdateGameInfo(1, "t", 2); };
+    const auto thread = [](auto& client) { return client.ReportRenderThread("a", "b", 1); };
+    const auto state = [](auto& client) { return client.GetDeviceInfo({{5, {{"a", "b"}}}}).resultCode; };
+    const auto start = [](auto& client) { return client.StartGetGpuPerfInfo(1, nullptr); };
+    const auto stop = [](auto& client) { return client.StopGetGpuPerfInfo(); };
+    const auto infos = [](auto& client) { return client.QueryAppResourceInfos({"app"}, nullptr); };
+    const auto types = [](auto& client) { return static_cast<int32_t>(client.SyncAppType("t", 4).size()); };
+    constexpr int32_t noService = 1010310014;
+    const std::string results = "NotifyAppResourceDownLoadResults";
+    return {
+        {"CallAuth", 9, {"t"}, noService, 7, "I function callAuth reply:7", callAuth},
+        {"UpdateGameInfo", 8, {1, "t", 2}, noService, 7, "I function UpdateGameInfo call reply:7", update},
+        {"ReportRenderThread", 4, {"a", "b", 1}, -1, 7, "", thread},
+        {"NotifyGameEvent", 2, {1, 0, "", 0}, noService, 7, "D serviceProxy NotifyGameEvent ret=[7]", NotifyGameEvent},
+        {results, 20, {}, noService, 1010310025, "E " + results + " failed! [7] ret!", NotifyResults},
+        {"GetDeviceInfo", 13, {1, 5, 1, "a", "b"}, noService, 7, "E proxy GetDeviceInfo failed! retCode:7", state},
+        {"StartGetGpuPerfInfo", 10, {}, noService, 1010310019, "I serviceProxy StartGetGpuPerfInfo[7] ret!", start},
+        {"StopGetGpuPerfInfo", 11, {}, noService, 1010310019, "I serviceProxy StopGetGpuPerfInfo[7] ret!", stop},
+        {"QueryAppResourceInfos", 17, {}, noService, 7, "E serviceProxy QueryAppResourceInfos ret=[7]", infos},
+        {"GetAppPrioritys", 15, {}, noService, 1010310024, "E GetAppPrioritys failed! [7] ret!", GetAppPrioritys},
+        {"ReportGameEvent", 1, {}, 0, 0, "", ReportGameEvent},
+        // A reply of 7 announces seven pairs; they are not there and read as one with an empty key.
+        {"SyncAppType", 3, {"t", 4}, 0, 1, "", types},
+        {"GetSystemFunctionStatus", 27, {1, "k", "v"}, 0, 1, "", GetFunctionStatus},
+    };
+}
+
+using Lines = std::vector<std::string>;
 
 class OperationsTest : public ClientTest {};
 
@@ -83,7 +91,7 @@ TEST_F(OperationsTest, AnswersArePassedOnAndWithoutServiceEachHasItsOwn)
 {
     VeltraClient client;
     auto& managers = SystemAbilityManagerClient::GetInstance();
-    for (const ClientOperation& operation : OPERATIONS) {
+    for (const ClientOperation& operation : Operations()) {
         SCOPED_TRACE(operation.name);
         for (const int32_t result : {0, 7}) {
             const auto service = RunService([&](uint32_t, MessageParcel& data, MessageParcel& reply) {
@@ -94,12 +102,22 @@ TEST_F(OperationsTest, AnswersArePassedOnAndWithoutServiceEachHasItsOwn)
                 reply.WriteInt32(result);
                 return 0;
             });
+            const LogCapture log;
             EXPECT_EQ(operation.call(client), result == 0 ? 0 : operation.whenRefusedWith7);
+            std::string last = log.Lines().empty() ? "" : log.Lines().back();
+            last.erase(std::min<size_t>(last.size(), 2), last.empty() ? 0 : operation.name.size() + 2);
+            EXPECT_EQ(last, result == 0 ? last : operation.refusalLog);
             ASSERT_EQ(service->Requests().size(), 1u);
             EXPECT_EQ(service->Requests().front().code, operation.code);
         }
         manager_->SetRunning(nullptr);
         EXPECT_EQ(operation.call(client), operation.noService);
+        FakeAbilityManager::Remove();
+        Lines expected = {"E GetServiceProxy: Get SystemAbilityManager failed."};
+        if (operation.refusalLog.ends_with("failed! [7] ret!")) {
+            expected.push_back("E " + operation.name + ": get veltraServerProxy failed!");
+        }
+        ExpectLog(expected, [&] { EXPECT_EQ(operation.call(client), operation.noService); });
         managers.SetTestManager(MakeRef<ThrowingManager>());  // nothing that is thrown below comes out
         EXPECT_EQ(operation.call(client), operation.noService);
         managers.SetTestManager(manager_);

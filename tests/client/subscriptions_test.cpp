@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "client/subscriptions_fixture.h"
+#include "support/log_capture.h"
 
 namespace TAVO::Veltra {
 namespace {
@@ -31,30 +32,38 @@ TEST_F(SubscriptionsTest, RegistrationGoesThroughItsStates)
         int32_t result;
         std::vector<uint32_t> requests;
         int living;
+        std::string log;  // the last line
     };
+    const std::string none;
+    const std::string success = "I RegisterGameCallback: register callback success!";
+    const std::string joins = "W RegisterGameCallback: already register to SA, try to add callback list";
+    const std::string notRegistered = "W UnRegisterGameCallback: not register!";
+    const std::string ended = "I UnRegisterGameCallback: UnRegisterCallBack success!";
+    const std::string refused = "W UnRegisterGameCallback: unregister failed!";
+    const std::string absent = "W GetServiceProxy: Failed to load systemAbility.";
     const Row rows[] = {
-        {Step::UNREGISTER, 1, Service::TAKES, NOT_REGISTERED, {}, 0},
-        {Step::REGISTER, 1, Service::ABSENT, NO_SERVICE, {}, 0},
-        {Step::REGISTER, 1, Service::REFUSES, NOT_REGISTERED, {5}, 0},
-        {Step::UNREGISTER, 1, Service::TAKES, NOT_REGISTERED, {}, 0},
-        {Step::REGISTER, 1, Service::TAKES, 0, {5}, 1},
-        {Step::REGISTER, 2, Service::TAKES, 0, {}, 2},
-        {Step::REGISTER, 3, Service::ABSENT, 0, {}, 3},
-        {Step::REGISTER, 3, Service::REFUSES, 0, {}, 3},  // replaces
-        {Step::UNREGISTER, 7, Service::TAKES, 0, {}, 3},  // an unknown key
-        {Step::UNREGISTER, 1, Service::TAKES, 0, {}, 2},
-        {Step::UNREGISTER, 3, Service::ABSENT, 0, {}, 1},
-        {Step::UNREGISTER, 2, Service::ABSENT, NO_SERVICE, {}, 0},  // registered, no keys
-        {Step::REGISTER, 4, Service::TAKES, 0, {}, 1},              // joins without a request
-        {Step::UNREGISTER, 4, Service::ABSENT, NO_SERVICE, {}, 0},
-        {Step::UNREGISTER, 4, Service::TAKES, 0, {6}, 0},
-        {Step::UNREGISTER, 4, Service::TAKES, NOT_REGISTERED, {}, 0},
-        {Step::REGISTER, 5, Service::TAKES, 0, {5}, 1},
-        {Step::UNREGISTER, 5, Service::REFUSES, 1010310018, {6}, 0},
-        {Step::UNREGISTER, 5, Service::TAKES, NOT_REGISTERED, {}, 0},
-        {Step::REGISTER, 6, Service::ABSENT, NO_SERVICE, {}, 0},
-        {Step::REGISTER, 6, Service::TAKES, 0, {5}, 1},
-        {Step::UNREGISTER, 6, Service::TAKES, 0, {6}, 0},
+        {Step::UNREGISTER, 1, Service::TAKES, NOT_REGISTERED, {}, 0, notRegistered},
+        {Step::REGISTER, 1, Service::ABSENT, NO_SERVICE, {}, 0, absent},
+        {Step::REGISTER, 1, Service::REFUSES, NOT_REGISTERED, {5}, 0, none},
+        {Step::UNREGISTER, 1, Service::TAKES, NOT_REGISTERED, {}, 0, notRegistered},
+        {Step::REGISTER, 1, Service::TAKES, 0, {5}, 1, success},
+        {Step::REGISTER, 2, Service::TAKES, 0, {}, 2, joins},
+        {Step::REGISTER, 3, Service::ABSENT, 0, {}, 3, joins},
+        {Step::REGISTER, 3, Service::REFUSES, 0, {}, 3, joins},  // replaces
+        {Step::UNREGISTER, 7, Service::TAKES, 0, {}, 3, none},   // an unknown key
+        {Step::UNREGISTER, 1, Service::TAKES, 0, {}, 2, none},
+        {Step::UNREGISTER, 3, Service::ABSENT, 0, {}, 1, none},
+        {Step::UNREGISTER, 2, Service::ABSENT, NO_SERVICE, {}, 0, absent},  // registered, no keys
+        {Step::REGISTER, 4, Service::TAKES, 0, {}, 1, joins},               // joins without a request
+        {Step::UNREGISTER, 4, Service::ABSENT, NO_SERVICE, {}, 0, absent},
+        {Step::UNREGISTER, 4, Service::TAKES, 0, {6}, 0, ended},
+        {Step::UNREGISTER, 4, Service::TAKES, NOT_REGISTERED, {}, 0, notRegistered},
+        {Step::REGISTER, 5, Service::TAKES, 0, {5}, 1, success},
+        {Step::UNREGISTER, 5, Service::REFUSES, 1010310018, {6}, 0, refused},
+        {Step::UNREGISTER, 5, Service::TAKES, NOT_REGISTERED, {}, 0, notRegistered},
+        {Step::REGISTER, 6, Service::ABSENT, NO_SERVICE, {}, 0, absent},
+        {Step::REGISTER, 6, Service::TAKES, 0, {5}, 1, success},
+        {Step::UNREGISTER, 6, Service::TAKES, 0, {6}, 0, ended},
     };
     for (size_t i = 0; i < std::size(rows); ++i) {
         const Row& row = rows[i];
@@ -63,12 +72,14 @@ TEST_F(SubscriptionsTest, RegistrationGoesThroughItsStates)
         if (row.service == Service::ABSENT) {
             manager_->SetRunning(nullptr);
         }
+        const LogCapture log;
         EXPECT_EQ(row.step == Step::REGISTER ? Register(row.key) : client_.UnRegisterGameCallback(row.key), row.result);
         std::vector<uint32_t> requests;
         for (const FakeRemoteObject::Request& request : service->Requests()) {
             requests.push_back(request.code);
         }
         EXPECT_EQ(requests, row.requests);
+        EXPECT_EQ(log.Lines().empty() ? "" : log.Lines().back(), row.log);
         if (row.service == Service::REFUSES && !row.requests.empty()) {
             kept_ = nullptr;  // a service that refused lets go
         }
@@ -115,7 +126,8 @@ TEST_F(SubscriptionsTest, RegisteredWithoutAnObjectIsReportedOnceAndMended)
     });
     EXPECT_EQ(Register(1), NOT_REGISTERED);
     EXPECT_EQ(living_, 0);
-    EXPECT_EQ(client_.UnRegisterGameCallback(2), 1010310008);
+    ExpectLog({"W UnRegisterGameCallback: callbackPtr_ is nullptr!"},
+              [this] { EXPECT_EQ(client_.UnRegisterGameCallback(2), 1010310008); });
     EXPECT_EQ(client_.UnRegisterGameCallback(2), NOT_REGISTERED);
 }
 

@@ -67,9 +67,13 @@ def check_headers(installation, compiler):
 
 
 def check_loads_alone(installation):
-    """A host may open the client library at run time; the library then finds the platform by itself."""
+    """A host may open the client library at run time; the library then finds the platform by itself. It stays loaded when
+    it is closed, since its threads may still run."""
     library = installation.libraries / "libveltra_client.so"
-    run([sys.executable, "-c", f"import ctypes; ctypes.CDLL({str(library)!r})"], env=installation.env)
+    program = f"""import _ctypes, ctypes, os
+_ctypes.dlclose(ctypes.CDLL({str(library)!r})._handle)
+ctypes.CDLL({str(library)!r}, mode=os.RTLD_NOLOAD | os.RTLD_NOW)"""
+    run([sys.executable, "-c", program], env=installation.env)
 
 
 def check_configuration(installation):

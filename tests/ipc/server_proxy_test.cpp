@@ -3,12 +3,15 @@
 // and hostile ones, maps at their caps.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 #include <new>
+#include <regex>
 #include <stdexcept>
 
 #include "support/callback_stubs.h"
 #include "support/fake_remote_object.h"
+#include "support/log_capture.h"
 #include "support/server_operations.h"
 #include "veltra_result.h"
 
@@ -44,7 +47,9 @@ TEST(ServerProxyRequest, ResourceQueryForNoBundleSendsNothing)
     const auto service = MakeRef<FakeRemoteObject>();
     for (const sptr<IRemoteObject>& remote : {sptr<IRemoteObject>(service), sptr<IRemoteObject>()}) {
         VeltraServerProxy proxy(remote);
-        EXPECT_EQ(proxy.QueryAppResourceInfos({}, MakeRef<SilentResourceCallback>()), 1010310001);
+        ExpectLog({"E QueryAppResourceInfos: bundleNames size cannot be 0"}, [&proxy] {
+            EXPECT_EQ(proxy.QueryAppResourceInfos({}, MakeRef<SilentResourceCallback>()), 1010310001);
+        });
     }
     EXPECT_TRUE(service->Requests().empty());
 }
@@ -66,27 +71,46 @@ TEST(ServerProxyRequest, PayloadThatDoesNotFitIsSentShort)
 }
 
 // A dead or refusing service, or memory that runs out on the way, must never look like success to the game.
-TEST(ServerProxyFailure, EachOperationHasItsOwnWord)
+TEST(ServerProxyFailure, EachOperationReportsAndLogsWhatFailed)
 {
     const size_t limit = Parcel::DefaultCapacityLimit();
     for (const ServerOperation& operation : ServerOperations()) {
         SCOPED_TRACE(operation.name);
+        const std::string name = operation.name;
+        const std::string begin = "E " + name + ": ";
+        const RequestTexts& texts = operation.texts;
+        const auto sendFailed = [&](int status) {
+            const std::string text =
+                texts.sendFailed != nullptr ? texts.sendFailed : "function " + name + " call failed! errCode:%d";
+            return begin + std::regex_replace(text, std::regex("%d"), std::to_string(status));
+        };
+        const std::string noRemote = texts.remoteNull == RequestTexts::NONE ? sendFailed(IPC_DEAD_OBJECT)
+                                     : texts.remoteNull != nullptr          ? begin + texts.remoteNull
+                                                                            : begin + name + " Remote is null";
         // The operations that report by their code, by the status, or by the reply; the others yield 0.
         const auto expect = [&](const sptr<IRemoteObject>& remote, int32_t code, int32_t status, int32_t reply) {
             const int32_t expected[] = {code, status, reply, 0, 0};
             VeltraServerProxy proxy(remote);
             EXPECT_EQ(operation.call(proxy), expected[static_cast<size_t>(operation.report)]);
         };
-        expect(FakeRemoteObject::FailingWith(BROKEN_PIPE), NO_SERVICE, BROKEN_PIPE, 0);
+        // A handler's own status is no answer, not even one that looks like a result.
+        for (const int status : {BROKEN_PIPE, 1, 1010310010, int{MAX32}}) {
+            const auto fail = [&] { expect(FakeRemoteObject::FailingWith(status), NO_SERVICE, status, 0); };
+            texts.sendFailed == RequestTexts::NONE ? fail() : ExpectLog({sendFailed(status)}, fail);
+        }
         expect(
             MakeRef<FakeRemoteObject>([](uint32_t, MessageParcel&, MessageParcel&) -> int { throw std::bad_alloc(); }),
             NO_SERVICE, IPC_BROKEN, NO_SERVICE);
-        const bool isRenderThread = operation.code == 4;  // does not look; the platform's word for it is a dead object
-        expect(nullptr, NO_SERVICE, isRenderThread ? int32_t{IPC_DEAD_OBJECT} : NO_SERVICE, NO_SERVICE);
+        const bool isRenderThread = operation.code == 4;  // does not look; the platform's status is a dead object
+        ExpectLog({noRemote}, [&] {
+            expect(nullptr, NO_SERVICE, isRenderThread ? int32_t{IPC_DEAD_OBJECT} : NO_SERVICE, NO_SERVICE);
+        });
         const auto service = MakeRef<FakeRemoteObject>();
-        Parcel::SetDefaultCapacityLimit(64);  // the token takes 80 bytes
-        expect(service, 1010310010, 1010310010, 1010310010);
-        Parcel::SetDefaultCapacityLimit(limit);
+        ExpectLog({begin + texts.tokenRefused}, [&] {
+            Parcel::SetDefaultCapacityLimit(64);  // the token takes 80 bytes
+            expect(service, 1010310010, 1010310010, 1010310010);
+            Parcel::SetDefaultCapacityLimit(limit);
+        });
         EXPECT_TRUE(service->Requests().empty());
     }
 }
@@ -135,6 +159,49 @@ TEST(ServerProxyReply, ResultOfTheServiceIsPassedOn)
     // Also when the sending failed, unlike everywhere else.
     GameSceneBundle bundle;
     EXPECT_EQ(ProxyAnswering({5}, IPC_BROKEN).NotifyGameEvent(bundle), 5);
+}
+
+// Watchers of the log search for these texts.
+TEST(ServerProxyReply, LogsFixedLines)
+{
+    const struct {
+        const char* operation;
+        Items reply;
+        const char* text;  // with the level; empty: nothing is logged
+        int status = 0;
+    } rows[] = {
+        {"RegisterCallBack", {1}, ""},
+        {"UnRegisterCallBack", {1}, "I UnRegisterCallBack success!"},
+        {"UpdateGameInfo", {5}, "I function UpdateGameInfo call reply:5"},
+        {"CallAuth", {5}, "I function callAuth reply:5"},
+        {"SyncAppType", {1000}, ""},
+        {"SyncAppType", {1001}, "W [SyncTask]sync app type count over max. count[1001] will be set max[1000]"},
+        {"GetSystemFunctionStatus", {150}, ""},
+        {"StartGetGpuPerfInfo", {1}, ""},
+        {"StopGetGpuPerfInfo", {1}, "I StopGetGpuPerfInfo success!"},
+        {"QueryGameState", {0, 3, "game"}, "I [Proxy] state:3, bundleName:game"},
+        {"QueryGameState", {9}, "E [Proxy] call sa failed! retCode:0"},
+        {"NotifyGameEvent", {5}, "I ret is 0, result is 5"},
+        {"NotifyGameEvent", {5}, "I ret is -32, result is 5", -32},
+        {"GetDeviceInfo", {0, "{}"}, "I GetDeviceInfo success, result={}"},
+        {"GetDeviceInfo", {5}, "E proxy GetDeviceInfo failed! retCode:5"},
+        {"QueryAppResourceInfos", {5}, ""},
+        {"GetAppPrioritys", {5}, ""},
+        {"NotifyAppResourceDownLoadResults", {5}, ""},
+    };
+    using Texts = std::vector<std::string>;
+    const auto& operations = ServerOperations();
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.operation);
+        const auto operation = std::find_if(operations.begin(), operations.end(), [&row](const auto& candidate) {
+            return std::string(row.operation) == candidate.name;
+        });
+        ASSERT_NE(operation, operations.end());
+        VeltraServerProxy proxy = ProxyAnswering(row.reply, row.status);
+        const std::string text = row.text;
+        const std::string line = text.substr(0, 2) + row.operation + ": " + (text.empty() ? text : text.substr(2));
+        ExpectLog(text.empty() ? Texts() : Texts{line}, [&] { operation->call(proxy); });
+    }
 }
 
 // `count` as announced, then `present` pairs: key "k<i>", value `value`.

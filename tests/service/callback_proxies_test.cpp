@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What is pushed to a client lies in its parcel as the client's stub reads it.
+// What is pushed to a client lies in its parcel as the client's stub reads it; the records are tested with their room.
 #include "push/callback_proxies.h"
 
 #include <functional>
@@ -16,78 +16,58 @@ namespace {
 
 constexpr int32_t RESULT = 4711;
 constexpr int32_t MIN32 = std::numeric_limits<int32_t>::min();
-const std::u16string EVENTS = u"zem.game.perf.iGpNapiEventCallback";
-const std::u16string GPU = u"zem.game.perf.IGpuCounterNativeCallback";
-const std::u16string RESOURCES = u"zem.game.perf.IResourcePreDownloadNativeCallback";
-
-struct PushRow {
-    const char* what;
-    std::function<int32_t(const sptr<IRemoteObject>&)> send;
-    std::u16string token;
-    uint32_t code;
-    Items items;
-};
 
 int32_t SendEvent(const sptr<IRemoteObject>& object)
 {
     return GameEventCallbackProxy(object).OnGameCallbackEvent({"text", 1, 2, 3, 4, 5, 6, 7, MIN32, -9, 10, 99});
 }
 
-const Items SAMPLE = {int64_t{1}, int64_t{-2}, 3,  -1, 5,  int64_t{6}, int64_t{-1}, int64_t{8},
-                      9,          10,          11, 12, 13, 14,         15,          16};
-const Items RESOURCE = {"com.game", 2, 3, "name", "place", int64_t{1} << 40, 7, "sum"};
-
-// The record that is encoded so.
-template <typename Record>
-Record Decoded(const Items& items)
+auto SendSamples(size_t count)
 {
-    MessageParcel parcel;
-    WriteItems(parcel, items);
-    Record record;
-    EXPECT_TRUE(record.ReadFields(parcel));
-    return record;
-}
-
-PushRow GpuRow(const char* what, size_t count)
-{
-    const auto send = [batch = std::vector<GpuPerfInfo>(count, Decoded<GpuPerfInfo>(SAMPLE))](const auto& object) {
-        std::vector<GpuPerfInfo> infos = batch;
+    return [count](const sptr<IRemoteObject>& object) {
+        std::vector<GpuPerfInfo> infos(count);
         return GpuCounterCallbackProxy(object).OnGpuData(infos);
     };
-    return {what, send, GPU, 12, Items{1, static_cast<int32_t>(count)} + Times(count, Items{1} + SAMPLE)};
 }
 
-PushRow PrioritiesRow(const char* what, size_t count, int32_t sent)
+auto SendPriorities(size_t count)
 {
-    const auto send = [count](const auto& object) {
+    return [count](const sptr<IRemoteObject>& object) {
         std::vector<std::string> names(count, "n");
         return ResourcePreDownloadCallbackProxy(object).OnGetAppPrioritys(names);
     };
-    return {what, send, RESOURCES, 16, Items{sent} + Times(static_cast<size_t>(sent), {"n"})};
 }
 
-PushRow ResourcesRow()
+int32_t SendResources(const sptr<IRemoteObject>& object)
 {
     AppResourceInfos infos;
-    infos.resourceInfos.assign(2, Decoded<AppResourceInfo>(RESOURCE));
-    const auto send = [infos](const auto& object) {
-        return ResourcePreDownloadCallbackProxy(object).OnQueryAppResourceInfos(infos);
-    };
-    return {"resources", send, RESOURCES, 18, Items{1, 2} + Times(2, Items{1} + RESOURCE)};
+    infos.resourceInfos.resize(2);
+    return ResourcePreDownloadCallbackProxy(object).OnQueryAppResourceInfos(infos);
 }
 
-TEST(CallbackProxies, EachPushIsLaidOutAsItsReaderExpectsOrIsNotSentAtAll)
+TEST(CallbackProxies, EachPushIsEncodedAsItsReaderExpectsOrNotSent)
 {
-    const PushRow rows[] = {
-        {"event", SendEvent, EVENTS, 7, {"text", 1, 2, 3, 4, 5, 6, 7, MIN32, -9, 10}},
-        GpuRow("GPU counters", 2),
-        GpuRow("no GPU counters", 0),
-        PrioritiesRow("priorities", 2, 2),
-        PrioritiesRow("priorities beyond what clients take", 101, 100),
-        ResourcesRow(),
+    const std::u16string gpu = IGpuCounterNativeCallback::GetDescriptor();
+    const std::u16string resources = IResourcePreDownloadNativeCallback::GetDescriptor();
+    const Items wide = {int64_t{0}};
+    const Items sample = Items{1} + Times(2, wide) + Times(3, {0}) + Times(3, wide) + Times(8, {0});
+    const Items resource = {1, "", 1, 0, "", "", int64_t{0}, 0, ""};
+    const struct {
+        const char* what;
+        std::function<int32_t(const sptr<IRemoteObject>&)> send;
+        std::u16string token;
+        uint32_t code;
+        Items items;
+    } rows[] = {
+        {"event", SendEvent, IGpNapiEventCallback::GetDescriptor(), 7, {"text", 1, 2, 3, 4, 5, 6, 7, MIN32, -9, 10}},
+        {"samples", SendSamples(2), gpu, 12, Items{1, 2} + Times(2, sample)},
+        {"no samples", SendSamples(0), gpu, 12, {1, 0}},
+        {"priorities", SendPriorities(2), resources, 16, {2, "n", "n"}},
+        {"priorities beyond what clients accept", SendPriorities(101), resources, 16, Items{100} + Times(100, {"n"})},
+        {"resources", SendResources, resources, 18, Items{1, 2} + Times(2, resource)},
     };
     const size_t usual = Parcel::DefaultCapacityLimit();
-    for (const PushRow& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
         const std::string expected = Push(row.token, row.items);
         const auto object = MakeRef<FakeRemoteObject>([&](uint32_t, MessageParcel& data, MessageParcel& reply) {

@@ -14,6 +14,7 @@
 #include "probes/amdgpu_metrics.h"
 #include "probes/drm_usage.h"
 #include "probes/machine_counters.h"
+#include "probes/nvml_counters.h"
 #include "service/fake_clock.h"
 #include "support/scratch_dir.h"
 
@@ -296,6 +297,23 @@ TEST(MachineCounters, SamplesHoldTheSubscribersOwnUseIfTheDriverReportsOnlyThat)
     const std::vector<GpuPerfInfo> batch = counters->Batch(1, {1, 77});
     ASSERT_EQ(batch.size(), 1U);
     EXPECT_EQ(CountersOf(batch[0]), "0: gpuLoadPercent=40 memoryUsedBytes=4096 graphicsClockMhz=800");
+}
+
+TEST(NvmlCounters, GpusGiveWhatTheirDriverReports)
+{
+    const auto counters = OpenNvmlCounters(FAKE_NVML);
+    ASSERT_NE(counters, nullptr);
+    EXPECT_EQ(counters->Count(), 3) << "numbers may have gaps";
+    std::vector<std::string> samples;
+    for (const GpuPerfInfo& sample : counters->Batch(0, {7, 0})) {
+        samples.push_back(std::to_string(sample.long2) + " of " + CountersOf(sample));
+    }
+    EXPECT_EQ(samples, (std::vector<std::string>{
+                           "7 of 0: gpuLoadPercent=97 memoryLoadPercent=41 memoryUsedBytes=8589934592 "
+                           "memoryTotalBytes=17179869184 energyMillijoules=5 graphicsClockMhz=1000 smClockMhz=1001 "
+                           "memoryClockMhz=1002 temperatureCelsius=60 powerMilliwatts=212000 fanPercent=40",
+                           "8 of 2: temperatureCelsius=62"}));
+    EXPECT_EQ(OpenNvmlCounters("/nonexistent/library.so"), nullptr);
 }
 
 TEST(JoinedCounters, NumbersGpusOn)

@@ -11,10 +11,12 @@ namespace {
 
 std::atomic<long> g_left{0};  // until one fails; 0: none does
 std::atomic<bool> g_hasFailed{false};
+std::atomic<bool (*)()> g_isThread{nullptr};
 
 void* Allocate(size_t size) noexcept
 {
-    if (g_left > 0 && g_left.fetch_sub(1) == 1) {
+    bool (*const isThread)() = g_isThread;
+    if ((g_left > 0 && g_left.fetch_sub(1) == 1) || (isThread != nullptr && isThread())) {
         g_hasFailed = true;
         return nullptr;
     }
@@ -27,6 +29,11 @@ void FailAllocation(long nth)
 {
     g_hasFailed = nth == 0 && g_hasFailed;
     g_left = nth;
+}
+
+void FailAllocationsOf(bool (*isThread)())
+{
+    g_isThread = isThread;
 }
 
 bool HasAllocationFailed()

@@ -7,6 +7,8 @@ namespace TestSupport {
 
 // The `nth` allocation from now on fails, on whichever thread; 0: none does.
 void FailAllocation(long nth);
+// While `isThread` returns true on a thread, all its allocations fail; null: none does.
+void FailAllocationsOf(bool (*isThread)());
 // Whether an allocation has failed since the last FailAllocation.
 bool HasAllocationFailed();
 

@@ -246,11 +246,6 @@ size_t ResidentBytes(pid_t pid)
     return std::stoul(StatusField(pid, "VmRSS:")) * 1024;
 }
 
-size_t PeakResidentBytes(pid_t pid)
-{
-    return std::stoul(StatusField(pid, "VmHWM:")) * 1024;
-}
-
 Clock::duration ProcessorTime(pid_t pid)
 {
     clockid_t clock{};

@@ -142,7 +142,6 @@ private:
 size_t CountDescriptors(pid_t pid);
 size_t CountThreads(pid_t pid);
 size_t ResidentBytes(pid_t pid);
-size_t PeakResidentBytes(pid_t pid);
 // What its threads have used up; needs no descriptor.
 Clock::duration ProcessorTime(pid_t pid);
 

@@ -77,24 +77,40 @@ std::vector<ServerOperation> MakeOperations()
     const auto getDeviceInfo = [](auto& proxy) {
         return proxy.GetDeviceInfo({{6, {{"b", "2"}, {"a", "1"}}}, {7, {}}}).retCode;
     };
+    const auto registerEvent = [event](auto& proxy) { return proxy.RegisterCallBack(event); };
+    const auto update = [](auto& proxy) { return proxy.UpdateGameInfo(-7, "text", MIN32); };
+    const auto callAuth = [](auto& proxy) { return proxy.CallAuth(std::string("a\0b", 3)); };
+    const auto syncType = [](auto& proxy) { return proxy.SyncAppType("app", 9).empty() ? 0 : 1; };
+    constexpr const char* none = RequestTexts::NONE;
+    const RequestTexts noRemote = {"Remote is null"};
+    const RequestTexts eventTexts = {none, "Veltra ReportGameEvent call remote failed. ret[%d]"};
+    const RequestTexts typeTexts = {none, "Veltra SyncAppType call remote failed. ret[%d]"};
+    const RequestTexts threadTexts = {none, "Veltra ReportGameRenderThread call remote failed. ret[%d]"};
+    const RequestTexts graphicTexts = {"RegisterCallBackForGraphic Remote is null",
+                                       "function RegisterCallBackForGraphic call failed! errCode:%d"};
+    const RequestTexts stateTexts = {"[Proxy] Remote is null", "[Proxy] send request failed! errCode:%d",
+                                     "[Proxy]write descriptor fail"};
+    const RequestTexts sceneTexts = {"StopGetGpuPerfInfo Remote is null", none, "Write interface token error!"};
+    const RequestTexts prioritysTexts = {nullptr, nullptr, "GetAppPrioritys write descriptor fail"};
+    const RequestTexts resultsTexts = {nullptr, nullptr, "NotifyAppResourceDownLoadResults write descriptor fail"};
     return {
-        {"RegisterCallBack", 5, CODE, {event->AsObject()}, [event](auto& p) { return p.RegisterCallBack(event); }},
+        {"RegisterCallBack", 5, CODE, {event->AsObject()}, registerEvent, {"UnRegisterCallBack Remote is null"}},
         {"UnRegisterCallBack", 6, CODE, {}, [](auto& p) { return p.UnRegisterCallBack(); }},
-        {"UpdateGameInfo", 8, CODE, {-7, "text", MIN32}, [](auto& p) { return p.UpdateGameInfo(-7, "text", MIN32); }},
-        {"CallAuth", 9, CODE, {std::string("a\0b", 3)}, [](auto& p) { return p.CallAuth(std::string("a\0b", 3)); }},
-        {"ReportGameEvent", 1, NOTHING, report, ReportGameEvent},
-        {"SyncAppType", 3, EMPTY_MAP, {"app", 9}, [](auto& p) { return p.SyncAppType("app", 9).empty() ? 0 : 1; }},
-        {"ReportRenderThread", 4, STATUS, {"one", "two", 3}, reportThread},
-        {"RegisterCallbackForGraphic", 22, NOTHING, {"g", 4, graphic->AsObject()}, registerGraphic},
+        {"UpdateGameInfo", 8, CODE, {-7, "text", MIN32}, update, noRemote},
+        {"CallAuth", 9, CODE, {std::string("a\0b", 3)}, callAuth, noRemote},
+        {"ReportGameEvent", 1, NOTHING, report, ReportGameEvent, eventTexts, {}},
+        {"SyncAppType", 3, EMPTY_MAP, {"app", 9}, syncType, typeTexts, {2, "a", 1, "b", 0}},
+        {"ReportRenderThread", 4, STATUS, {"one", "two", 3}, reportThread, threadTexts},
+        {"RegisterCallbackForGraphic", 22, NOTHING, {"g", 4, graphic->AsObject()}, registerGraphic, graphicTexts, {}},
         {"StartGetGpuPerfInfo", 10, CODE, {5, gpu->AsObject()}, startGpu},
         {"StopGetGpuPerfInfo", 11, CODE, {}, [](auto& p) { return p.StopGetGpuPerfInfo(); }},
-        {"GetSystemFunctionStatus", 27, EMPTY_MAP, {2, "a", "1", "b", ""}, GetFunctionStatus},
-        {"QueryGameState", 28, STATUS, {}, QueryGameState},
-        {"NotifyGameEvent", 2, REPLY, {1, 11, "lobby", 2, "a", "1", "b", "2"}, NotifyGameEvent},
-        {"GetDeviceInfo", 13, CODE, {2, 6, 2, "a", "1", "b", "2", 7, 0}, getDeviceInfo},
+        {"GetSystemFunctionStatus", 27, EMPTY_MAP, {2, "a", "1", "b", ""}, GetFunctionStatus, {}, {1, "k", "v"}},
+        {"QueryGameState", 28, STATUS, {}, QueryGameState, stateTexts, {0, 3, "com.game"}},
+        {"NotifyGameEvent", 2, REPLY, {1, 11, "lobby", 2, "a", "1", "b", "2"}, NotifyGameEvent, sceneTexts},
+        {"GetDeviceInfo", 13, CODE, {2, 6, 2, "a", "1", "b", "2", 7, 0}, getDeviceInfo, {}, {0, R"({"tempLevel":1})"}},
         {"QueryAppResourceInfos", 17, CODE, {2, "y", "x", resource->AsObject()}, queryInfos},
-        {"GetAppPrioritys", 15, CODE, {0, resource->AsObject()}, getPrioritys},
-        {"NotifyAppResourceDownLoadResults", 20, CODE, Items{2} + result + result, NotifyResults},
+        {"GetAppPrioritys", 15, CODE, {0, resource->AsObject()}, getPrioritys, prioritysTexts},
+        {"NotifyAppResourceDownLoadResults", 20, CODE, Items{2} + result + result, NotifyResults, resultsTexts},
     };
 }
 

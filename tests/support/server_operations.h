@@ -20,12 +20,24 @@ enum class Report {
     NOTHING,    // not at all; the call yields 0
 };
 
+// What a request that cannot be sent logs; null: with the operation's name, as most have it; %d is the status. NONE: no
+// line of its own, and without a remote object that of a failed sending.
+struct RequestTexts {
+    static constexpr char NONE[] = "";
+
+    const char* remoteNull = nullptr;
+    const char* sendFailed = nullptr;
+    const char* tokenRefused = "write descriptor fail";
+};
+
 struct ServerOperation {
     const char* name;
     uint32_t code;
     Report report;
     Items payload;  // behind the interface token
     std::function<int32_t(VeltraServerProxy&)> call;
+    RequestTexts texts = {};
+    Items reply = {4711};  // with all that the operation may return
 
     bool HasResult() const { return report != Report::EMPTY_MAP && report != Report::NOTHING; }
 };

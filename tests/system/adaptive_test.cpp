@@ -15,7 +15,7 @@ struct Row {
     double fixedFrame = 0;
 };
 
-TEST_F(SystemFixture, TheAdaptiveGameLowersItsQualityInTimeAndRaisesItOnce)
+TEST_F(SystemFixture, AdaptiveGameLowersItsQualityBeforeTheMachineThrottles)
 {
     constexpr int HIGHEST = 5;
     constexpr double BUDGET_MS = 16.7;

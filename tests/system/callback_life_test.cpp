@@ -8,7 +8,8 @@
 #include <thread>
 
 #include "support/log_capture.h"
-#include "system/callback_fixture.h"
+#include "support/notes.h"
+#include "system/system_fixture.h"
 #include "tavo/ipc_threads.h"
 #include "tavo/system_ability_manager_client.h"
 
@@ -17,8 +18,19 @@ namespace {
 
 using namespace TAVO::Veltra;
 
-class CallbackLife : public CallbackFixture {
+using TestSupport::Living;
+using TestSupport::Notes;
+using TestSupport::Noting;
+using TestSupport::SharedNotes;
+
+class CallbackLife : public SystemFixture {
 protected:
+    CallbackLife()
+    {
+        StartManager();
+        service_ = StartTestService();
+    }
+
     // A callback that says "in", waits for the test to open the gate and says "out".
     static auto Lingering(const SharedNotes& notes)
     {
@@ -29,20 +41,23 @@ protected:
             return 0;
         };
     }
+
+    const SharedNotes notes_ = std::make_shared<Notes>();
+    Child service_;
 };
 
 // Whoever takes a callback away may destroy what it uses: so it must be over by then.
-TEST_F(CallbackLife, ReplacingOrRemovingACallbackWaitsForItsEnd)
+TEST_F(CallbackLife, ReplacingACallbackWaitsUntilItReturns)
 {
     const std::function<int32_t()> ways[] = {
-        [this] { return TakeEvents([](auto&) { return 0; }, 1); },
+        [this] { return client_.RegisterGameCallback(Noting<EventFunction>(notes_, "next"), 1); },
         [this] { return client_.UnRegisterGameCallback(1); },
     };
     for (const auto& takeAway : ways) {
         const SharedNotes notes = std::make_shared<Notes>();
         ASSERT_EQ(client_.RegisterGameCallback(Living<EventFunction>(notes, "events", Lingering(notes)), 1), 0);
-        ASSERT_EQ(TakeEvents([](auto&) { return 0; }, 2), 0);
-        service_.Pipe().Say(PUSH_EVENT);
+        ASSERT_EQ(client_.RegisterGameCallback(Noting<EventFunction>(notes_, "beside"), 2), 0);
+        service_.Pipe().Say("push events");
         EXPECT_EQ(notes->WaitFor(1).back(), "in");
         std::atomic<pid_t> remover{0};
         std::thread thread([&] {
@@ -59,10 +74,10 @@ TEST_F(CallbackLife, ReplacingOrRemovingACallbackWaitsForItsEnd)
 }
 
 // The delivery holds what it calls.
-TEST_F(CallbackLife, ACallbackThatNobodyHoldsAnyMoreRunsToItsEnd)
+TEST_F(CallbackLife, RemovedCallbackRunsToItsEnd)
 {
-    ASSERT_EQ(TakeGpu(Lingering(notes_)), 0);
-    service_.Pipe().Say(PUSH_GPU);
+    ASSERT_EQ(client_.StartGetGpuPerfInfo(0, Living<GpuFunction>(notes_, "gpu", Lingering(notes_))), 0);
+    service_.Pipe().Say("push gpu");
     EXPECT_EQ(notes_->WaitFor(1).back(), "in");
     EXPECT_EQ(client_.StopGetGpuPerfInfo(), 0);
     notes_->Open();
@@ -81,9 +96,9 @@ TEST_F(CallbackLife, CallbacksMayCallWhileTheServiceIsDead)
         return 0;
     };
     for (size_t i = 0; i < CALLBACKS; ++i) {
-        const std::string slot = "slot" + std::to_string(i);
-        ASSERT_EQ(TakePrioritys(call, slot), 0);
-        service_.Pipe().Say("push " + slot + " 16 zem.game.perf.IResourcePreDownloadNativeCallback 0");
+        std::vector<std::string> slot = {"slot" + std::to_string(i)};
+        ASSERT_EQ(client_.GetAppPrioritys(slot, Living<PrioritysFunction>(notes_, "prioritys", call)), 0);
+        service_.Pipe().Say("push " + slot[0]);
     }
     EXPECT_EQ(notes_->WaitFor(CALLBACKS).size(), CALLBACKS);
     const auto object = ServiceObject();
@@ -105,7 +120,7 @@ protected:
 };
 
 // Played by the real service, which gives each object one push at a time.
-TEST_F(BlockedCallback, HoldsUpNoOtherKindOfDelivery)
+TEST_F(BlockedCallback, BlockedCallbackDelaysNoOtherKindOfEvent)
 {
     WriteScenario(R"({"curves": {"tempLevel": {"points": [[0, 0], [1.2, 0], [1.3, 4], [2.5, 4]], "repeat": true}},
                       "gpu": {"intervalSeconds": 1, "counters": {"gpuLoadPercent": 70}}})");
@@ -147,7 +162,7 @@ private:
 class LateNotice : public SystemFixture {};
 
 // The notice of a dead service comes when its successor is in use already: it costs no call.
-TEST_F(LateNotice, OfTheServiceBeforeCostsNoCall)
+TEST_F(LateNotice, StaleDeathNoticeFailsNoCall)
 {
     constexpr int ROUNDS = 10;
     const LogCapture log;

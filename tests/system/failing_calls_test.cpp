@@ -31,7 +31,7 @@ protected:
     static constexpr char TRACER[] = "/usr/bin/strace";
 };
 
-TEST_F(FailingCalls, OneFailureCostsWhatWasUnderWay)
+TEST_F(FailingCalls, FailedSystemCallFailsOnlyCallsInFlight)
 {
     if (StartGame("getpid", "ENOSYS", 1).Ask("auth traced").empty()) {
         GTEST_SKIP() << "no process can be traced here";
@@ -68,7 +68,7 @@ TEST_F(FailingCalls, OneFailureCostsWhatWasUnderWay)
     }
 }
 
-TEST_F(FailingCalls, OneAllocationCostsWhatWasUnderWay)
+TEST_F(FailingCalls, FailedAllocationFailsOnlyCallsInFlight)
 {
     constexpr int FEWEST = 100;  // allocations of a first contact and the operations after it
     WriteRealAbility("laptop");

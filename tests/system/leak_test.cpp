@@ -34,7 +34,7 @@ protected:
     }
 };
 
-TEST_F(Leak, NothingIsLeftOfAStormOfKills)
+TEST_F(Leak, RepeatedKillsLeakNoDescriptorAndNoThread)
 {
     StartStory();
     Rage(5);  // what is made at the first use stays
@@ -45,7 +45,7 @@ TEST_F(Leak, NothingIsLeftOfAStormOfKills)
     ExpectBackTo(manager, Manager().Pid(), "manager");
 }
 
-TEST_F(Leak, NothingIsLeftOfClientsThatEnded)
+TEST_F(Leak, EndedClientsLeakNoDescriptorAndNoThread)
 {
     constexpr int CLIENTS = 50;
     StartManager();

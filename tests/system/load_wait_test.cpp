@@ -42,7 +42,7 @@ protected:
     const LogCapture log_;
 };
 
-TEST_F(LoadWait, AServiceThatNeverRegistersIsStartedAgainByTheManagerWhenItEnds)
+TEST_F(LoadWait, ServiceThatEndsBeforeItRegistersIsStartedAgain)
 {
     ExpectVainWait("silence");
     const pid_t pid = StartedPid();
@@ -55,7 +55,7 @@ TEST_F(LoadWait, AServiceThatNeverRegistersIsStartedAgainByTheManagerWhenItEnds)
 }
 
 // Only the callers of the first start wait; a broken installation must not freeze every call of a game for 10 s.
-TEST_F(LoadWait, AfterAFailedStartCallsReturnAtOnceUntilTheProgramIsRepaired)
+TEST_F(LoadWait, CallsFailAtOnceWhileTheServiceCannotBeStarted)
 {
     const std::string program = PathOf("server");
     std::ofstream(program) << "#!/bin/sh\nexit 1\n";
@@ -77,7 +77,7 @@ TEST_F(LoadWait, AfterAFailedStartCallsReturnAtOnceUntilTheProgramIsRepaired)
 }
 
 // Given up by its callers, the service comes up all the same and is taken, with all that belongs to a load.
-TEST_F(LoadWait, AServiceThatIsLateIsTakenWhenItComes)
+TEST_F(LoadWait, ServiceThatRegistersLateIsUsed)
 {
     ExpectVainWait("late");
     std::ofstream{PathOf("started-once.go")};
@@ -93,7 +93,23 @@ TEST_F(LoadWait, AServiceThatIsLateIsTakenWhenItComes)
     EXPECT_TRUE(WaitFor([this] { return log_.Count("OnRemoteSaDead") == 1; }));
 }
 
-TEST_F(LoadWait, CallsThatWaitForTheSameFailureEndTogetherOrInTheirTurn)
+TEST_F(LoadWait, DeathOfTheManagerEndsTheWaitByItsDeadline)
+{
+    WriteAbility("system_test_service", {"second", "silence", PathOf("started-once")});
+    StartManager();
+    Child caller = Child::Start({"system_test_client"});
+    const Clock::time_point begin = Clock::now();
+    caller.Pipe().Say("auth a");
+    EXPECT_TRUE(WaitFor([this] { return std::filesystem::exists(PathOf("started-once")); }));
+    KillManager();
+    EXPECT_EQ(caller.Pipe().Hear(), std::to_string(RESULT_NO_SERVICE));
+    EXPECT_LT(Clock::now() - begin, 16s);
+    ::kill(StartedPid(), SIGKILL);
+    StartManager();
+    EXPECT_TRUE(WaitFor([&caller] { return caller.Ask("auth b") == "0"; }));
+}
+
+TEST_F(LoadWait, WaitsOfTwoProcessesForALoadDoNotAddUp)
 {
     WriteAbility("system_test_service", {"second", "silence", PathOf("started-once")});
     StartManager();

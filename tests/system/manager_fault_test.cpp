@@ -33,7 +33,7 @@ protected:
     }
 };
 
-TEST_F(ManagerFault, WithoutAManagerThereIsNoServiceAndNothingSpins)
+TEST_F(ManagerFault, CallsFailAtOnceWithoutAManager)
 {
     const LogCapture log;
     ExpectNoServiceAtOnce();
@@ -43,7 +43,7 @@ TEST_F(ManagerFault, WithoutAManagerThereIsNoServiceAndNothingSpins)
     EXPECT_TRUE(IsServedAgain());
 }
 
-TEST_F(ManagerFault, FirstContactWithAHangingManagerEndsSoonAndTheNextCallsAtOnce)
+TEST_F(ManagerFault, OneCallWaitsForAHungManagerAndTheNextFailAtOnce)
 {
     StartManager();
     Manager().Stop();
@@ -58,7 +58,7 @@ TEST_F(ManagerFault, FirstContactWithAHangingManagerEndsSoonAndTheNextCallsAtOnc
     EXPECT_EQ(Starts(), 1);
 }
 
-TEST_F(ManagerFault, AHangingManagerHoldsUpNoCallToARunningService)
+TEST_F(ManagerFault, HungManagerDelaysNoCallToARunningService)
 {
     StartManager();
     ASSERT_EQ(client_.CallAuth("loads"), 0);
@@ -87,7 +87,7 @@ TEST_F(ManagerFault, AHangingManagerHoldsUpNoCallToARunningService)
     EXPECT_EQ(Starts(), 2);
 }
 
-TEST_F(ManagerFault, WhileTheManagerIsDeadThereIsNoServiceAndAfterwardsTheSameOne)
+TEST_F(ManagerFault, RestartedManagerFindsTheRunningService)
 {
     StartManager();
     ASSERT_EQ(client_.CallAuth("first"), 0);

@@ -19,7 +19,7 @@ using namespace TAVO::Veltra;
 constexpr int32_t BAD_REQUEST = 1010310101;
 
 // What is kept for a client goes with its process, so the objects that it brings have to be its own.
-TEST_F(SystemFixture, ACallbackObjectOfAThirdProcessIsRefused)
+TEST_F(SystemFixture, CallbackObjectOfAThirdProcessIsRefused)
 {
     constexpr int32_t OTHER_ID = 7;
     const auto manager = [] { return TAVO::SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager(); };
@@ -49,7 +49,7 @@ TEST_F(SystemFixture, ACallbackObjectOfAThirdProcessIsRefused)
 }
 
 // The answers follow the machine's files, through service, transport, library and the smallest of programs.
-TEST_F(SystemFixture, TheStateIsTheOneOfTheMachinesFiles)
+TEST_F(SystemFixture, DeviceStateComesFromTheFilesOfTheMachine)
 {
     WriteRealAbility("desktop");
     StartManager();
@@ -64,16 +64,11 @@ TEST_F(SystemFixture, TheStateIsTheOneOfTheMachinesFiles)
     EXPECT_EQ(ValuesOf(client_.GetDeviceInfo({})), (Values{0, 5, 0, 0, 0, 2, 2450, 41, 0, 0, 0}));
     EXPECT_EQ(client_.GetDeviceInfo(std::vector<QueryDeviceStateDetail>(65)).resultCode, BAD_REQUEST);
 
-    std::map<std::string, std::string> query = {{"deviceState", ""}, {"gpuState", ""}, {"no such function", ""}};
-    EXPECT_EQ(client_.GetSystemFunctionStatus(query),
-              (std::map<std::string, std::string>{{"deviceState", "supported"}, {"gpuState", "supported"}}));
-    query.clear();
-    EXPECT_EQ(client_.GetSystemFunctionStatus(query).size(), 7u);
     EXPECT_EQ(Starts(), 1);
 }
 
 // The first program succeeds on a machine that does not know how hot it is.
-TEST_F(SystemFixture, AnUnknownLevelIsNoFailure)
+TEST_F(SystemFixture, UnknownTemperatureLevelIsNoFailure)
 {
     WriteRealAbility("virtual");
     StartManager();
@@ -82,7 +77,7 @@ TEST_F(SystemFixture, AnUnknownLevelIsNoFailure)
     EXPECT_EQ(example.WaitForExit(), "exit 0");
 }
 
-TEST(Programs, SayHowTheyAreUsed)
+TEST(Programs, ProgramsPrintTheirUsage)
 {
     for (const std::string program : {"tavo_manager", "veltra_server"}) {
         Child help = Child::Start({program, "--help"});

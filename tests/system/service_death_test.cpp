@@ -9,7 +9,7 @@ namespace {
 
 using namespace TAVO::Veltra;
 
-TEST_F(SystemFixture, ADeathInTheHandlerFailsThatCallAndTheNextLoadsAgain)
+TEST_F(SystemFixture, DeathInAHandlerFailsThatCallAndTheNextStartsTheService)
 {
     StartManager();
     Child service = StartTestService();
@@ -40,7 +40,7 @@ private:
     mutable bool isDead_ = false;
 };
 
-TEST_F(SystemFixture, ADeathBetweenCheckAndRequestLosesTheRequestOnly)
+TEST_F(SystemFixture, DeathBeforeTheRequestIsSentFailsThatRequestOnly)
 {
     StartManager();
     ASSERT_EQ(client_.CallAuth("first"), 0);
@@ -59,7 +59,7 @@ TEST_F(SystemFixture, ADeathBetweenCheckAndRequestLosesTheRequestOnly)
 }
 
 // Calls that fail are part of it; calls that hang, or that get another's answer, are not.
-TEST_F(StormFixture, AStormOfKillsLeavesEveryCallerWithADefinedResult)
+TEST_F(StormFixture, CallsDuringRepeatedKillsReturnADefinedResult)
 {
     StartStory();
     Rage(20);

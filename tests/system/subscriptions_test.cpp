@@ -42,25 +42,8 @@ protected:
     const SharedNotes notes_ = std::make_shared<Notes>();
 };
 
-TEST_F(Subscriptions, AnEventTellsTheDeviceStateOrItsOwnText)
-{
-    Serve(STORY);
-    const auto check = [notes = notes_](const GameCallbackEventInfo& info) {
-        EXPECT_TRUE(info.tempLevel >= 0 && info.tempLevel <= 5) << info.tempLevel;
-        EXPECT_EQ(info.thermalMargin, 33);
-        EXPECT_EQ(info.gpuLoadLevel, 0);
-        EXPECT_EQ(info.resultCode, 0);
-        notes->Add(info.eventText == "levelStarted" ? info.eventText : info.eventText + std::to_string(info.tempLevel));
-        return 0;
-    };
-    ASSERT_EQ(client_.RegisterGameCallback(std::make_unique<EventFunction>(check), 1), 0);
-    for (const char* note : {"deviceState0", "deviceState4", "levelStarted"}) {
-        EXPECT_TRUE(notes_->WaitForNote(note)) << note;
-    }
-}
-
 // Whoever is replaced or stopped is let go by both sides.
-TEST_F(Subscriptions, GpuBatchesComeUntilTheyAreStopped)
+TEST_F(Subscriptions, GpuSamplesAreSentUntilTheyAreStopped)
 {
     Serve(STORY);
     ASSERT_EQ(client_.StartGetGpuPerfInfo(0, Noting<GpuFunction>(notes_, "first")), 0);
@@ -74,35 +57,7 @@ TEST_F(Subscriptions, GpuBatchesComeUntilTheyAreStopped)
     EXPECT_EQ(client_.StopGetGpuPerfInfo(), RESULT_GPU_REFUSED);
 }
 
-TEST_F(Subscriptions, QueriesAreAnsweredFromTheCatalogue)
-{
-    using Names = std::vector<std::string>;
-    Serve(STORY);
-    Names names = {"com.example.puzzle", "com.other", "com.example.racer"};
-    const auto prioritys = [notes = notes_](const Names& list) {
-        notes->Add(testing::PrintToString(list));
-        return 0;
-    };
-    ASSERT_EQ(client_.GetAppPrioritys(names, Living<PrioritysFunction>(notes_, "prioritys", prioritys)), 0);
-    EXPECT_EQ(notes_->WaitFor(2), (Names{R"({ "com.example.racer", "com.example.puzzle" })", "~prioritys"}));
-    const auto infos = [notes = notes_](const AppResourceInfos& answer) {
-        for (const AppResourceInfo& info : answer.resourceInfos) {
-            notes->Add(info.text1 + ' ' + info.text2 + ' ' + std::to_string(info.long1) + ' ' +
-                       std::to_string(info.int3));
-        }
-        return 0;
-    };
-    names = {"com.example.racer"};
-    ASSERT_EQ(client_.QueryAppResourceInfos(names, Living<ResourceInfoFunction>(notes_, "infos", infos)), 0);
-    const Names heard = notes_->WaitFor(4);
-    ASSERT_EQ(heard.size(), 4u);
-    EXPECT_EQ(heard[2], "com.example.racer tracks-alps 734003200 80");
-    EXPECT_EQ(heard[3], "com.example.racer voices-fr 52428800 80");
-    EXPECT_EQ(client_.QueryAppResourceInfos({}, Noting<ResourceInfoFunction>(notes_, "none")), RESULT_NO_BUNDLE_NAMES);
-    EXPECT_TRUE(notes_->WaitForNote("~infos")) << "the object of the query before is kept";
-}
-
-TEST_F(Subscriptions, GamesAreKnownWhileTheyRunAndAskingForTheirStateStartsNothing)
+TEST_F(Subscriptions, GamesAreKnownWhileTheyRun)
 {
     using Types = std::map<std::string, bool>;
     Serve(STORY);
@@ -137,7 +92,7 @@ TEST_F(Subscriptions, GamesAreKnownWhileTheyRunAndAskingForTheirStateStartsNothi
 }
 
 // Registered with a service that is no more, a game hears nothing until it unregisters and registers again.
-TEST_F(Subscriptions, AfterARestartTheGameHasToRegisterAnew)
+TEST_F(Subscriptions, RestartOfTheServiceEndsSubscriptions)
 {
     Serve(STORY);
     ASSERT_EQ(Register(1), 0);
@@ -166,7 +121,7 @@ TEST_F(Subscriptions, AfterARestartTheGameHasToRegisterAnew)
 }
 
 // The largest list that is taken at all. Smaller calls do not queue up behind it.
-TEST_F(Subscriptions, TheLargestBatchArrivesWholeBesideOtherCalls)
+TEST_F(Subscriptions, LargestBatchOfSamplesDelaysNoOtherCall)
 {
     constexpr size_t SAMPLES = 524288;
     Serve(R"({"curves": {"tempLevel": 1},

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // A service in place of the real one that hangs, dies and answers as its caller wants it to.
 //
-//     system_test_service serve               registers, says "serving", then does what its stdin says:
+//     system_test_service serve               registers, reports "serving", then obeys its stdin:
 //         release                             lets the calls go on that hang
-//         push NAME CODE TOKEN ITEM...        see callback_box.h; the objects are named events, gpu and, those of the
-//         flood NAME                          two queries, as the first text of the query
+//         push NAME                           sends one request to a callback object, see Push
+//         flood NAME                          the same without a pause until one fails; reports "flooded" and its status
 //     system_test_service second HOW FILE     the first start marks FILE and then fails by HOW; the next ones serve
+//
+// The objects are named events, gpu and, those of the two queries, as the first text of the query.
 #include <signal.h>
 #include <unistd.h>
 
@@ -13,12 +15,13 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <string>
+#include <thread>
 
 #include "ipc/server_codes.h"
 #include "support/process.h"
-#include "system/callback_box.h"
 #include "tavo/ipc_object_stub.h"
 #include "tavo/ipc_threads.h"
 #include "tavo/mutex.h"
@@ -27,6 +30,7 @@
 namespace {
 
 using namespace TAVO;
+using TAVO::Veltra::CallbackCode;
 using TAVO::Veltra::ServerCode;
 
 TestSupport::LinePipe& Parent()
@@ -35,10 +39,26 @@ TestSupport::LinePipe& Parent()
     return parent;
 }
 
-SystemTest::CallbackBox& Box()
+// Sends an event of zeros, no GPU samples or no priorities. The status and, behind a space, each Int32 of the reply.
+std::string Push(const sptr<IRemoteObject>& object)
 {
-    static auto& box = *new SystemTest::CallbackBox(Parent());
-    return box;
+    if (object == nullptr) {
+        return "no such object";
+    }
+    const std::u16string& token = object->Descriptor();
+    const CallbackCode code = token.ends_with(u"EventCallback")           ? CallbackCode::GAME_EVENT
+                              : token.ends_with(u"CounterNativeCallback") ? CallbackCode::GPU_COUNTER_DATA
+                                                                          : CallbackCode::GET_APP_PRIORITYS;
+    MessageParcel data;
+    MessageParcel reply;
+    MessageOption option;
+    data.WriteInterfaceToken(token);
+    data.WriteInt32(0);
+    std::string answer = std::to_string(object->SendRequest(static_cast<uint32_t>(code), data, reply, option));
+    while (reply.GetReadableBytes() > 0) {
+        answer += ' ' + std::to_string(reply.ReadInt32());
+    }
+    return answer;
 }
 
 class TestService : public IPCObjectStub {
@@ -51,23 +71,16 @@ public:
         switch (static_cast<ServerCode>(code)) {
             case ServerCode::CALL_AUTH:
                 return CallAuth(data.ReadString(), reply);
-            case ServerCode::GET_DEVICE_INFO:
-                data.SetReadPosition(data.GetReadPosition() + 3 * Parcel::SLOT);  // one detail, a type, one parameter
-                data.ReadString();                                                // its name
-                reply.WriteInt32(0);
-                reply.WriteString(data.ReadString());
-                return 0;
             case ServerCode::REGISTER_CALL_BACK:
                 return Keep("events", data);
             case ServerCode::UN_REGISTER_CALL_BACK:
-                return Box().Drop("events");
+                return Drop("events");
             case ServerCode::START_GET_GPU_PERF_INFO:
                 data.ReadInt32();  // how often does not matter
                 return Keep("gpu", data);
             case ServerCode::STOP_GET_GPU_PERF_INFO:
-                return Box().Drop("gpu");
-            case ServerCode::GET_APP_PRIORITYS:
-            case ServerCode::QUERY_APP_RESOURCE_INFOS: {
+                return Drop("gpu");
+            case ServerCode::GET_APP_PRIORITYS: {
                 data.ReadInt32();  // one text is expected
                 const std::string name = data.ReadString();
                 return Keep(name, data);
@@ -83,27 +96,35 @@ public:
         ++releases_;
         released_.notify_all();
     }
+    sptr<IRemoteObject> Find(const std::string& name)
+    {
+        MutexLock lock(mutex_);
+        const auto found = objects_.find(name);
+        return found != objects_.end() ? found->second : nullptr;
+    }
 
 private:
-    static int Keep(const std::string& name, MessageParcel& data)
+    int Keep(const std::string& name, MessageParcel& data)
     {
-        Box().Keep(name, data.ReadRemoteObject());
+        MutexLock lock(mutex_);
+        objects_[name] = data.ReadRemoteObject();
+        return 0;
+    }
+    int Drop(const std::string& name)
+    {
+        MutexLock lock(mutex_);
+        objects_.erase(name);
         return 0;
     }
 
-    // A number is the status of the request, without a reply.
     int CallAuth(const std::string& text, MessageParcel& reply)
     {
         if (text == "die") {
             ::raise(SIGKILL);
-        }
-        if (text == "hang") {
+        } else if (text == "hang") {
             Hang();
-        }
-        if (text == "pid") {
+        } else if (text == "pid") {
             reply.WriteInt32(::getpid());
-        } else if (!text.empty() && text.find_first_not_of("-0123456789") == std::string::npos) {
-            return std::stoi(text);
         }
         return 0;
     }
@@ -119,7 +140,20 @@ private:
     Mutex mutex_;
     std::condition_variable released_;
     int releases_ TAVO_GUARDED_BY(mutex_) = 0;
+    std::map<std::string, sptr<IRemoteObject>> objects_ TAVO_GUARDED_BY(mutex_);
 };
+
+// Pushes from a thread of its own, since the client may block.
+void PushFromThread(const sptr<TestService>& service, const std::string& name, bool isFlood)
+{
+    std::thread([service, name, isFlood] {
+        std::string answer = Push(service->Find(name));
+        while (isFlood && answer == "0 0") {
+            answer = Push(service->Find(name));
+        }
+        Parent().Say((isFlood ? "flooded " : "") + answer);
+    }).detach();
+}
 
 int Serve()
 {
@@ -132,18 +166,16 @@ int Serve()
     Parent().Say("serving");
     while (const auto line = Parent().Hear(std::chrono::hours(1))) {
         std::istringstream words(*line);
-        std::string word;
-        words >> word;
-        if (word == "release") {
+        std::string verb;
+        std::string name;
+        words >> verb >> name;
+        if (verb == "release") {
             service->Release();
-        } else if (word == "push") {
-            Box().Push(std::move(words));
-        } else if (word == "flood") {
-            words >> word;
-            Box().Flood(word);
+        } else {
+            PushFromThread(service, name, verb == "flood");
         }
     }
-    IpcThreads::JoinPool();  // Started by the manager: nobody speaks.
+    IpcThreads::JoinPool();  // Started by the manager: stdin is at its end.
 }
 
 // How the first start fails: it keeps "silence"; or it is "late", and serves once there is a FILE.go.

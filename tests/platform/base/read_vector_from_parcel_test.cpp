@@ -100,6 +100,11 @@ TYPED_TEST(ListReader, LargestListIsReadWholeAndWithoutElementsTakesNoMemory)
     EXPECT_FALSE(this->Read());
     EXPECT_EQ(this->list_.capacity(), 0u);
     this->Header(1, MAX_LIST_ELEMENTS);
+    this->Element(1, 1);
+    this->Element(1, 2);
+    EXPECT_FALSE(this->Read());
+    EXPECT_LE(this->list_.capacity(), 100u) << "room is made for what is present, not for what is announced";
+    this->Header(1, MAX_LIST_ELEMENTS);
     for (int32_t i = 0; i < MAX_LIST_ELEMENTS; ++i) {
         this->Element(1, i);
     }

@@ -237,16 +237,5 @@ TEST_F(ScrivoSinkTest, FloodIntoAFullPipeTakesWholeLinesAndCountsTheOthers)
                 testing::Each(MatchesRegex(PREFIX + "[WI] D00470A/Child: (x{150}|before main|after main)")));
 }
 
-TEST_F(ScrivoSinkTest, LinesOfSeveralThreadsDoNotMix)
-{
-    EXPECT_EQ(RunChild("threads", (path_ + ",info").c_str()).end, "exit 0");
-    const std::vector<std::string> lines = Lines(Content(path_));
-    EXPECT_EQ(lines.size(), 1000u + 2);
-    for (const std::string& line : lines) {
-        const std::string text = line.substr(line.rfind(' ') + 1);
-        EXPECT_TRUE(text == "main" || text == std::string(static_cast<size_t>(text[0] - 'a') * 700 + 1, text[0]));
-    }
-}
-
 }  // namespace
 }  // namespace TAVO

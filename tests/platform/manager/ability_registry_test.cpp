@@ -127,6 +127,8 @@ TEST_F(AbilityRegistryTest, OneRegistrationLeavesOneDeathRecipientHoweverOftenIt
     const sptr<FakeRemoteObject> second = MakeRef<FakeRemoteObject>();
     EXPECT_EQ(registry.Add(ID, second, peer), ABILITY_OK);
     EXPECT_EQ(first->DeathRecipients(), 0u);
+    registry.ServiceGone(ID, 1);  // the notice of the first registration is late
+    EXPECT_EQ(registry.Check(ID, MakeRef<FakeRemoteObject>(), 2).object, second);
     EXPECT_EQ(registry.Remove(ID, peer.session), ABILITY_OK);
     EXPECT_EQ(second->DeathRecipients(), 0u);
 }
@@ -137,6 +139,10 @@ TEST_F(AbilityRegistryTest, ADeadObjectIsNotRegisteredAndADyingOneIsTakenOut)
     const sptr<FakeRemoteObject> observer = MakeRef<FakeRemoteObject>();
     EXPECT_EQ(registry.Add(ID, object, peer), ABILITY_OK);
     EXPECT_EQ(registry.Check(ID, observer, 2).object, object);
+    const sptr<FakeRemoteObject> ofTheDead = MakeRef<FakeRemoteObject>();
+    registry.Check(ID, ofTheDead, 3);
+    ofTheDead->Die();
+    EXPECT_EQ(ofTheDead->GetStrongCount(), 1) << "the observer of a dead client is kept";
     object->Die();
     EXPECT_EQ(registry.Check(ID, observer, 2).object, nullptr);
     EXPECT_EQ(registry.Add(ID, object, peer), ABILITY_BAD_REQUEST);

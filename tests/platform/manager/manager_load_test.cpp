@@ -25,7 +25,7 @@ using TestSupport::WaitFor;
 
 using ManagerLoad = ManagerFixture;
 
-TEST_F(ManagerLoad, StartsTheServiceOnceForAllAskersInThreadsAndProcesses)
+TEST_F(ManagerLoad, ServiceIsStartedOnceForAllCallers)
 {
     WriteAbility(ID, "when-told");
     Child manager = StartManager();
@@ -52,7 +52,7 @@ TEST_F(ManagerLoad, StartsTheServiceOnceForAllAskersInThreadsAndProcesses)
 }
 
 // A load waits only if its start may still succeed. A repaired program is found without another load.
-TEST_F(ManagerLoad, BrokenProgramsRefuseLoadsUntilTheManagerFindsThemRepaired)
+TEST_F(ManagerLoad, LoadsAreRefusedUntilTheProgramIsRepaired)
 {
     const struct {
         const char* make;  // a command; the program's path is in P
@@ -105,7 +105,7 @@ TEST_F(ManagerLoad, BrokenProgramsRefuseLoadsUntilTheManagerFindsThemRepaired)
 }
 
 // The manager may hear of a death milliseconds after its client. It must not answer with the dead service then.
-TEST_F(ManagerLoad, AServiceThatIsStillEndingIsNotHandedOutAgain)
+TEST_F(ManagerLoad, EndingServiceIsNotReturned)
 {
     class Notice : public TAVO::IRemoteObject::DeathRecipient {
     public:
@@ -130,7 +130,7 @@ TEST_F(ManagerLoad, AServiceThatIsStillEndingIsNotHandedOutAgain)
 
 // The manager finds the end of the process and the next load at the same time: that load must not wait for a process
 // that has ended, whichever of the two is handled first.
-TEST_F(ManagerLoad, AStartWhoseProcessHasEndedIsNotJoined)
+TEST_F(ManagerLoad, LoadDoesNotWaitForAStartThatHasFailed)
 {
     constexpr int ROUNDS = 10;
     for (int id = 1; id <= ROUNDS; ++id) {
@@ -156,7 +156,23 @@ TEST_F(ManagerLoad, AStartWhoseProcessHasEndedIsNotJoined)
     }
 }
 
-TEST_F(ManagerLoad, AChangeReachesAClientThatRemembersTheService)
+TEST_F(ManagerLoad, WaitingLoadsOfOneClientAreLimited)
+{
+    constexpr size_t LIMIT = 256;
+    WriteAbility(ID, "when-told");
+    Child manager = StartManager();
+    std::vector<std::future<std::string>> loads;
+    for (size_t load = 0; load < LIMIT; ++load) {
+        loads.push_back(BeginLoad(ID));
+    }
+    EXPECT_EQ(Load(ID), Status(TAVO::ABILITY_REFUSED));
+    TellServices();
+    for (std::future<std::string>& load : loads) {
+        EXPECT_EQ(load.get(), "loaded " + std::to_string(Started().at(0)));
+    }
+}
+
+TEST_F(ManagerLoad, ClientsAreNotifiedOfChanges)
 {
     WriteAbility(ID, "serve", true);
     Child manager = StartManager();
@@ -201,7 +217,7 @@ TEST_F(ManagerLoad, DescribesEveryAbilityByAscendingId)
 }
 
 // Of an object of a third process the manager could not tell when it goes, and could be made to wait for its owner.
-TEST_F(ManagerLoad, OnlyTheCallersOwnObjectsAreTaken)
+TEST_F(ManagerLoad, OnlyObjectsOfTheCallerAreAccepted)
 {
     using Server = TAVO::ISystemAbilityManager;
     WriteAbility(ID, "serve", true);
@@ -234,7 +250,7 @@ TEST_F(ManagerLoad, OnlyTheCallersOwnObjectsAreTaken)
 }
 
 // However many clients are connected, a service can register; clients beyond the limit are refused, with the reason.
-TEST_F(ManagerLoad, WithFewDescriptorsClientsAreRefusedAndTheServiceRegisters)
+TEST_F(ManagerLoad, ClientsBeyondTheDescriptorLimitAreRefused)
 {
     WriteAbility(ID, "serve");
     Child manager = Child::Start({"/bin/sh", "-c", "ulimit -n 64; exec \"$0\" --abilities \"$1\" 2>&1",
@@ -260,7 +276,7 @@ TEST_F(ManagerLoad, WithFewDescriptorsClientsAreRefusedAndTheServiceRegisters)
     EXPECT_TRUE(WaitFor([this] { return PidIn(Check(ID)) == Started()[0]; }));
 }
 
-TEST_F(ManagerLoad, AnImpostorIsRefusedAndLeavesThePlaceFree)
+TEST_F(ManagerLoad, ProcessThatWasNotStartedMayNotRegister)
 {
     WriteAbility(ID, "serve");
     Child manager = StartManager();

@@ -28,7 +28,7 @@ using TestSupport::WaitFor;
 
 using ManagerRestart = ManagerFixture;
 
-TEST_F(ManagerRestart, AnAdoptedServiceThatDiesIsStartedAgain)
+TEST_F(ManagerRestart, AdoptedServiceIsStartedAgainAfterItsDeath)
 {
     WriteAbility(ID, "serve");
     Child manager = StartManager();
@@ -46,7 +46,7 @@ TEST_F(ManagerRestart, AnAdoptedServiceThatDiesIsStartedAgain)
     EXPECT_EQ(second, "loaded " + std::to_string(Started()[1]));
 }
 
-TEST_F(ManagerRestart, AStartUnderWayIsAwaitedByTheNextManager)
+TEST_F(ManagerRestart, PendingStartIsContinuedByTheNextManager)
 {
     WriteAbility(ID, "when-told");
     Child manager = StartManager();
@@ -66,7 +66,7 @@ TEST_F(ManagerRestart, AStartUnderWayIsAwaitedByTheNextManager)
     EXPECT_TRUE(WaitUntilDead(Started().at(0)));
 }
 
-TEST_F(ManagerRestart, AServiceRegistersAgainUnaskedAndAnImpostorStillCannot)
+TEST_F(ManagerRestart, ServiceRegistersWithTheNextManager)
 {
     WriteAbility(ID, "serve", true);
     WriteAbility(ID + 1, "serve");
@@ -79,7 +79,7 @@ TEST_F(ManagerRestart, AServiceRegistersAgainUnaskedAndAnImpostorStillCannot)
 }
 
 // Whether it comes back before the load or while the load waits for it.
-TEST_F(ManagerRestart, AServiceThatTheNextManagerRefusesGivesItsPlaceBack)
+TEST_F(ManagerRestart, RefusedServiceReleasesItsLock)
 {
     class Unheard : public TAVO::SystemAbilityLoadCallbackStub {
         void OnLoadSystemAbilitySuccess(int32_t, const TAVO::sptr<TAVO::IRemoteObject>&) override {}
@@ -113,8 +113,20 @@ TEST_F(ManagerRestart, AServiceThatTheNextManagerRefusesGivesItsPlaceBack)
     EXPECT_EQ(Started().size(), 2u);
 }
 
+TEST_F(ManagerRestart, AbilityThatAHungManagerDidNotRemoveStaysRegistered)
+{
+    WriteAbility(ID, "serve", true);
+    Child manager = StartManager();
+    Child service = StartExternal();
+    manager.Stop();
+    EXPECT_EQ(service.Ask("remove 4711"), Status(TAVO::ABILITY_UNREACHABLE));
+    Crash(manager);
+    manager = StartManager();
+    EXPECT_TRUE(WaitFor([&service] { return Check(ID) == "object " + std::to_string(service.Pid()); }));
+}
+
 // What is refused is refused for good, so a manager that cannot look must not refuse.
-TEST_F(ManagerRestart, AManagerThatCannotLookAtTheLockLetsAServiceTryAgain)
+TEST_F(ManagerRestart, UnreadableLockDoesNotRefuseAService)
 {
     namespace fs = std::filesystem;
     WriteAbility(ID, "serve", true);
@@ -129,7 +141,7 @@ TEST_F(ManagerRestart, AManagerThatCannotLookAtTheLockLetsAServiceTryAgain)
     EXPECT_EQ(PidIn(Check(ID)), service.Pid());
 }
 
-TEST_F(ManagerRestart, EndingTheManagerEndsItsServicesEvenStubbornOnes)
+TEST_F(ManagerRestart, ExitOfTheManagerEndsItsServices)
 {
     WriteAbility(1, "serve");
     WriteAbility(2, "ignore-term");
@@ -147,7 +159,7 @@ TEST_F(ManagerRestart, EndingTheManagerEndsItsServicesEvenStubbornOnes)
     }
 }
 
-TEST_F(ManagerRestart, AServiceWhoseManagerHangsAtItsReturnRegistersLater)
+TEST_F(ManagerRestart, ServiceRegistersOnceAHungManagerContinues)
 {
     WriteAbility(ID, "serve");
     Child manager = StartManager();

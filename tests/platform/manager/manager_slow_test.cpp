@@ -8,7 +8,7 @@ namespace {
 
 using ManagerSlow = ManagerFixture;
 
-TEST_F(ManagerSlow, AServiceThatNeverRegistersFailsItsAskersAndIsEnded)
+TEST_F(ManagerSlow, ServiceThatDoesNotRegisterIsEndedAndItsLoadsFail)
 {
     WriteAbility(ID, "when-told");
     TestSupport::Child manager = StartManager();

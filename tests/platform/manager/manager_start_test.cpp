@@ -102,6 +102,7 @@ TEST_F(ManagerStart, WhatItsLauncherLeftBehindReachesNoService)
 {
     const std::string program = RuntimePath() + "/list";
     std::ofstream(program) << "#!/bin/sh\nfor fd in /proc/$$/fd/*; do readlink $fd; done > " << RuntimePath()
+                           << "/descriptors\ngrep SigBlk /proc/$$/status >> " << RuntimePath()
                            << "/descriptors\nexit 3\n";
     fs::permissions(program, fs::perms::owner_all);
     WriteAbilityFile("1.json", R"({"id": 1, "program": ")" + program + R"("})");
@@ -118,9 +119,10 @@ TEST_F(ManagerStart, WhatItsLauncherLeftBehindReachesNoService)
     const std::string descriptors{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     EXPECT_NE(descriptors.find("/dev/null"), std::string::npos) << "stdin";
     EXPECT_EQ(descriptors.find("secret"), std::string::npos) << descriptors;
+    EXPECT_NE(descriptors.find("SigBlk:\t0000000000000000"), std::string::npos) << descriptors;
 }
 
-TEST_F(ManagerStart, RefusesBesideALivingManagerAndReplacesADeadOne)
+TEST_F(ManagerStart, SecondManagerIsRefusedAndADeadOneIsReplaced)
 {
     EXPECT_EQ(Manager(), nullptr);  // no socket
     Child first = StartManager();
@@ -146,7 +148,7 @@ TEST(ManagerStartLong, WorksWhereThePathIsLongerThanASocketAddress)
     EXPECT_EQ(Check(1), "null");
 }
 
-TEST_F(ManagerStart, ASigtermEndsItAndItsSocket)
+TEST_F(ManagerStart, SigtermRemovesTheSocket)
 {
     for (const int signal : {SIGTERM, SIGINT}) {
         Child manager = StartManager();

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// Death notices: as many as were registered, on time whatever else is stuck, and nobody waits for one under way.
+// Death notices: one for each registration, on time whatever else is blocked; no call waits for one.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <future>
 #include <thread>
 #include <utility>
@@ -32,7 +33,7 @@ protected:
     }
 };
 
-TEST_F(DeathNotice, IsToldOncePerRegistrationThatStandsWithAnyObjectOfTheDead)
+TEST_F(DeathNotice, RecipientIsNotifiedOncePerRegistration)
 {
     const std::vector<std::pair<int, int>> rows = {{0, 0}, {1, 0}, {2, 0}, {2, 1}, {1, 1}, {3, 3}};  // added, removed
     std::vector<sptr<CountingRecipient>> recipients;
@@ -59,7 +60,22 @@ TEST_F(DeathNotice, IsToldOncePerRegistrationThatStandsWithAnyObjectOfTheDead)
     }
 }
 
-TEST_F(DeathNotice, LeavesNothingOfTheConnectionThoughAProxyIsHeld)
+// What is connected stays connected; what is new fails, and no directory is made in its place.
+TEST_F(DeathNotice, SessionsOutliveTheRuntimeDirectory)
+{
+    const sptr<CountingRecipient> recipient = CountingRecipient::Of(object_);
+    ASSERT_EQ(Echo(object_), TAVO::IPC_OK);
+    std::filesystem::remove_all(dir_.Path());
+    EXPECT_EQ(Echo(object_), TAVO::IPC_OK);
+    EXPECT_NE(MakeIn(object_), nullptr);
+    EXPECT_FALSE(std::filesystem::exists(dir_.Path()));
+    Child stranger = Child::Start({"transport_peer", "stranger"});
+    EXPECT_EQ(stranger.WaitForExit(), "exit 1");
+    peer_.Kill();
+    EXPECT_TRUE(recipient->AwaitTold());
+}
+
+TEST_F(DeathNotice, DeathClosesTheConnectionAlthoughAProxyIsHeld)
 {
     EXPECT_EQ(Echo(object_), TAVO::IPC_OK);  // opens what this process opens once
     KillPeer();
@@ -74,7 +90,7 @@ TEST_F(DeathNotice, LeavesNothingOfTheConnectionThoughAProxyIsHeld)
         << TestSupport::CountDescriptors(::getpid()) << " descriptors, " << before << " before";
 }
 
-TEST_F(DeathNotice, IsRefusedForTheDeadTheLocalAndTheNull)
+TEST_F(DeathNotice, RecipientIsRefusedForDeadLocalAndNullObjects)
 {
     const sptr<CountingRecipient> recipient = TAVO::MakeRef<CountingRecipient>();
     EXPECT_FALSE(object_->AddDeathRecipient(nullptr));
@@ -89,7 +105,7 @@ TEST_F(DeathNotice, IsRefusedForTheDeadTheLocalAndTheNull)
     EXPECT_EQ(recipient->told, 0);
 }
 
-TEST_F(DeathNotice, NobodyWaitsForADeliveryUnderWay)
+TEST_F(DeathNotice, CallsDoNotWaitForARunningRecipient)
 {
     std::promise<void> begun;
     std::promise<void> mayEnd;
@@ -102,7 +118,7 @@ TEST_F(DeathNotice, NobodyWaitsForADeliveryUnderWay)
     ASSERT_TRUE(object_->AddDeathRecipient(slow));
     peer_.Kill();
     ASSERT_EQ(begun.get_future().wait_for(PATIENCE), std::future_status::ready);
-    // All of these come back although the delivery stands; were they to wait, it would not end within its patience.
+    // All of these return although the recipient is blocked.
     EXPECT_FALSE(object_->AddDeathRecipient(removed));
     object_->RemoveDeathRecipient(slow);
     other->RemoveDeathRecipient(slow);
@@ -114,7 +130,7 @@ TEST_F(DeathNotice, NobodyWaitsForADeliveryUnderWay)
     EXPECT_EQ(removed->told, 0);
 }
 
-TEST_F(DeathNotice, ARecipientMayTakeAllApart)
+TEST_F(DeathNotice, RecipientMayReleaseItsObject)
 {
     sptr<CountingRecipient> second = TAVO::MakeRef<CountingRecipient>();
     const sptr<CountingRecipient> first = TAVO::MakeRef<CountingRecipient>([this, &second] {
@@ -131,7 +147,7 @@ TEST_F(DeathNotice, ARecipientMayTakeAllApart)
 }
 
 // Every worker of this process is held up, and more requests wait behind them.
-TEST_F(DeathNotice, IsNotDelayedByBlockedWorkers)
+TEST_F(DeathNotice, BlockedWorkersDoNotDelayDeathNotices)
 {
     constexpr int WORKERS = 16;
     constexpr int CALLS = WORKERS + 4;
@@ -160,7 +176,7 @@ TEST_F(DeathNotice, IsNotDelayedByBlockedWorkers)
 }
 
 // Dropping the last reference may run any code: never on a thread that others wait for.
-TEST_F(DeathNotice, AnObjectThatItsHolderReleasesOrDiesWithMayCallOutInItsDestructor)
+TEST_F(DeathNotice, DestructorOfAReleasedObjectMayCallOtherProcesses)
 {
     const Child witness = StartPeer("witness");
     for (const bool dies : {false, true}) {

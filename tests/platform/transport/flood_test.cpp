@@ -28,7 +28,7 @@ protected:
     sptr<IRemoteObject> second_;
 };
 
-TEST_F(Flood, IntoAStoppedReceiverCostsNoMemoryAndNoTime)
+TEST_F(Flood, RequestsToAStoppedReceiverTakeNoMemoryAndNoTime)
 {
     constexpr int REFUSALS = 100000;
     int32_t accepted = 0;

@@ -70,7 +70,7 @@ TEST_F(Flow, OneWayFloodDelaysNoCallOfAnotherClient)
     EXPECT_EQ(Call(object_, TestCode::OPEN).Send(), TAVO::IPC_OK);
 }
 
-TEST_F(Flow, OneWayRequestsRunInTheOrderInWhichTheyWereSent)
+TEST_F(Flow, OneWayRequestsRunInTheirOrder)
 {
     constexpr int32_t COUNT = 8000;  // through the socket and several times around the ring
     for (int32_t i = 0; i < COUNT; ++i) {
@@ -82,7 +82,7 @@ TEST_F(Flow, OneWayRequestsRunInTheOrderInWhichTheyWereSent)
     EXPECT_EQ(NotesThere(), Counting(0, COUNT));
 }
 
-TEST_F(Flow, WhatWaitedForItsObjectIsNotRunForACallerThatGaveUp)
+TEST_F(Flow, QueuedRequestOfATimedOutCallDoesNotRun)
 {
     const sptr<IRemoteObject> oneAtATime = MakeIn(object_, true);
     Statuses first = WaitIn(1, oneAtATime);
@@ -100,7 +100,7 @@ struct Crowd {
     int atOnce;
 };
 
-TEST_F(Flow, AnObjectOccupiesOneOrTwelveWorkersAndLeavesTheOthers)
+TEST_F(Flow, ObjectOccupiesAtMostTwelveWorkers)
 {
     for (const Crowd& row : {Crowd{true, 8, 1}, Crowd{false, 30, 12}}) {
         SCOPED_TRACE(row.atOnce);
@@ -123,7 +123,7 @@ TEST_F(Flow, AnObjectOccupiesOneOrTwelveWorkersAndLeavesTheOthers)
     }
 }
 
-TEST_F(Flow, AMessageOfAnyPermittedSizeTravelsBothWays)
+TEST_F(Flow, MessagesUpToTheLimitAreSentBothWays)
 {
     constexpr int32_t SIZE = 46137344;  // of the longest list that is sent
     constexpr int SECONDS = 60;         // A sanitizer on a busy machine takes its time over so many bytes.
@@ -143,7 +143,7 @@ TEST_F(Flow, AMessageOfAnyPermittedSizeTravelsBothWays)
 }
 
 // Objects of both are handed out by the hub, so that neither has a session with the other before the first call.
-TEST_F(Flow, FirstCallsThatCrossBothSucceed)
+TEST_F(Flow, SimultaneousFirstCallsSucceedInBothDirections)
 {
     for (int round = 0; round < 40; ++round) {
         Child left = StartPeer("left");
@@ -165,7 +165,7 @@ Bytes FrameOf(size_t dataBytes)
     return frame.Encode();
 }
 
-TEST(FlowOfLargeFrames, IsChargedAndWaitsWhenTheBudgetIsUsedUp)
+TEST(FlowOfLargeFrames, LargeFramesWaitWhileTheBudgetIsUsedUp)
 {
     constexpr size_t LIMIT = size_t{300} << 10;
     ByteBudget process(size_t{400} << 10);

@@ -79,7 +79,7 @@ TEST_F(HostileMessage, RequestsQueuedAtABusyObjectAreChargedToTheirSender)
     }
 }
 
-TEST_F(HostileMessage, AWholeConversationByteByByteIsUnderstood)
+TEST_F(HostileMessage, MessagesSentByteByByteAreReassembled)
 {
     RawPeer slow(dir_.Path());
     RawSocket control = slow.Connect("manager");
@@ -186,7 +186,7 @@ const std::vector<std::pair<const char*, std::function<void(RawFrame& f)>>> TABL
     {"serial 0", [](RawFrame& f) { f.references[1].serial = 0; }},
 };
 
-TEST_F(HostileMessage, TableThatDoesNotHoldTogetherRefusesThatRequestOnly)
+TEST_F(HostileMessage, InvalidReferenceTableRefusesThatRequestOnly)
 {
     RawSocket lane = raw_->OpenLane();
     uint64_t number = 0;
@@ -215,8 +215,8 @@ TEST_F(HostileMessage, TableThatDoesNotHoldTogetherRefusesThatRequestOnly)
     }));
 }
 
-// The message waits for nobody: its acknowledgement alone waits for the owner, and what it names is dead then.
-TEST_F(HostileMessage, ReferenceWhoseOwnerIsAbsentSilentOrIgnorantIsADeadObject)
+// The message is handled at once. Only its acknowledgement waits for the owner, and its object is dead then.
+TEST_F(HostileMessage, ReferenceWithoutALivingOwnerIsADeadObject)
 {
     for (const std::string owner : {"absent", "silent until it dies", "ignorant"}) {
         SCOPED_TRACE(owner);

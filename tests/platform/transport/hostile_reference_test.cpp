@@ -12,7 +12,7 @@ using TestSupport::WaitFor;
 
 using HostileReference = HubFixture;
 
-TEST_F(HostileReference, WrongRecordsEndTheSessionAndTouchNothingOfOthers)
+TEST_F(HostileReference, InvalidRecordClosesOnlyThatSession)
 {
     constexpr uint64_t HELD = 1'000'000;
     constexpr uint64_t UNOPENED_LANE = 1000;
@@ -54,7 +54,7 @@ TEST_F(HostileReference, WrongRecordsEndTheSessionAndTouchNothingOfOthers)
     }
 }
 
-TEST_F(HostileReference, ReleaseAfterAMessageWaitsForItAndNoLonger)
+TEST_F(HostileReference, ReleaseAfterAMessageWaitsForTheMessageOrTheEndOfItsLane)
 {
     const uint64_t serial = MakeObject(*raw_);
     RawSocket lane = raw_->OpenLane(RawHello::ONE_WAY);
@@ -69,10 +69,74 @@ TEST_F(HostileReference, ReleaseAfterAMessageWaitsForItAndNoLonger)
     }));
     const auto notes = raw_->CallOnce(RequestFor(TestCode::NOTES));
     EXPECT_TRUE(notes && notes->data == RequestFor(TestCode::NOTE).Int32(5).data) << "the message was run";
+
+    // Nor longer than its lane, when the message never comes.
+    const int32_t live = LiveObjects();
+    const uint64_t second = MakeObject(*raw_);
+    RawSocket ended = raw_->OpenLane(RawHello::ONE_WAY);
+    const RawRecord afterNone{RawRecord::AFTER, RawRecord::OWN_LANE, raw_->LastLane(), 1};
+    ASSERT_TRUE(raw_->Control().Send(afterNone.Encode()));
+    ASSERT_TRUE(raw_->Control().Send(RawRecord{RawRecord::RELEASE, 0, second, 1}.Encode()));
+    ASSERT_TRUE(raw_->Ping());
+    ended.Close();
+    EXPECT_TRUE(AwaitLiveObjects(live));
+}
+
+// Of the receiver's objects a peer holds so many, and no more are passed to it or acquired by it.
+TEST_F(HostileReference, ObjectsHeldByAPeerAreLimited)
+{
+    constexpr int32_t IN_ONE_MESSAGE = 1024;
+    constexpr int32_t LIMIT = 65536;
+    const auto other = NewPeer();
+    const uint64_t ofOther = MakeObject(*other);
+    RawSocket lane = raw_->OpenLane();
+    const uint64_t laneNumber = raw_->LastLane();
+    uint64_t number = 0;
+    for (int32_t held = 0; held < LIMIT; held += IN_ONE_MESSAGE) {
+        ASSERT_TRUE(lane.Send(RequestFor(TestCode::MAKE, 0, ++number).Int32(0).Int32(IN_ONE_MESSAGE).Encode()));
+        ASSERT_EQ(StatusOf(lane.ReceiveFrame()), TAVO::IPC_OK) << held;
+        ASSERT_TRUE(
+            raw_->Control().Send(RawRecord{RawRecord::TAKEN, RawRecord::OWN_LANE, laneNumber, number}.Encode()));
+    }
+    ASSERT_TRUE(lane.Send(RequestFor(TestCode::MAKE, 0, ++number).Int32(0).Encode()));
+    EXPECT_TRUE(lane.WaitForEnd()) << "more were passed";
+    ASSERT_TRUE(raw_->Control().Send(RawRecord{RawRecord::ACQUIRE, 0, ofOther, 0}.Encode()));
+    EXPECT_EQ(raw_->AwaitRecord(RawRecord::ACQUIRED)->b, 1u);
+}
+
+// Of a peer's objects the receiver holds so many: those of requests that wait count too.
+TEST_F(HostileReference, ObjectsHeldOfAPeerAreLimited)
+{
+    constexpr uint64_t LANES = 64;
+    constexpr uint64_t IN_ONE_MESSAGE = 1024;
+    const uint64_t busy = MakeObject(*raw_);
+    std::vector<RawSocket> lanes;
+    uint64_t serial = 0;
+    const auto waitWith = [&](uint64_t references) {
+        RawFrame wait = RequestFor(TestCode::WAIT, busy);
+        for (uint64_t count = 0; count < references; ++count) {
+            wait.Reference(raw_->Instance(), ++serial);
+        }
+        return wait.Encode();
+    };
+    for (uint64_t lane = 0; lane < LANES; ++lane) {
+        lanes.push_back(raw_->OpenLane());
+        ASSERT_TRUE(lanes.back().Send(waitWith(IN_ONE_MESSAGE)));
+        ASSERT_TRUE(raw_->AwaitRecord(RawRecord::TAKEN)) << lane;
+    }
+    ASSERT_TRUE(raw_->OpenLane(RawHello::ONE_WAY).Send(waitWith(1)));
+    const auto release = raw_->AwaitRecord(RawRecord::RELEASE);
+    ASSERT_TRUE(release);
+    EXPECT_EQ(release->a, serial) << "the one beyond the limit is given back";
+    EXPECT_TRUE(WaitFor([&] {  // they come to wait twelve at a time
+        raw_->Ping();          // reads the releases
+        NewPeer()->CallOnce(RequestFor(TestCode::OPEN));
+        return lanes.back().ReceiveFrame(std::chrono::milliseconds(10)).has_value();
+    }));
 }
 
 // What a session passed stays the sender's until it is acknowledged, and comes back with the lane's end.
-TEST_F(HostileReference, PassedReferenceIsTakenBackWhenItsLaneEndsUnacknowledged)
+TEST_F(HostileReference, UnacknowledgedReferenceIsReleasedWhenItsLaneCloses)
 {
     const int32_t live = LiveObjects();
     RawSocket lane = raw_->OpenLane();
@@ -88,7 +152,7 @@ TEST_F(HostileReference, PassedReferenceIsTakenBackWhenItsLaneEndsUnacknowledged
 }
 
 // A request is refused as a whole, and with it goes back what its sender had counted.
-TEST_F(HostileReference, RefusedRequestGivesItsReferencesBack)
+TEST_F(HostileReference, RefusedRequestReleasesItsReferences)
 {
     constexpr uint64_t OWN_SERIAL = 77;
     RawFrame request = RequestFor(TestCode::KEEP).String("it");
@@ -116,7 +180,7 @@ TEST_F(HostileReference, MessagesThatCannotBeAcknowledgedAreRefusedBeyondALimit)
     }
 }
 
-TEST_F(HostileReference, FirstRequestReachesWhatAnAcquireWouldAndHoldsNothing)
+TEST_F(HostileReference, FirstRequestReachesAnExportedObjectAndHoldsNoReference)
 {
     constexpr uint16_t FIRST_REQUEST = 3;
     const int32_t live = LiveObjects();
@@ -132,25 +196,37 @@ TEST_F(HostileReference, FirstRequestReachesWhatAnAcquireWouldAndHoldsNothing)
     EXPECT_EQ(StatusOf(other->CallOnce(first)), TAVO::IPC_DEAD_OBJECT);
 }
 
-// The control thread hears of both at once, and of the holder first: it had said something before.
-TEST_F(HostileReference, AcquireThatWasSentBeforeTheOnlyHolderEndedIsHeardBeforeThat)
+// The control thread finds both at once, and the holder first, which had sent something before. The connection of the
+// other one may not even be accepted then.
+TEST_F(HostileReference, AcquireSentBeforeTheOnlyHolderEndedSucceeds)
 {
-    auto holder = NewPeer();
-    const uint64_t serial = MakeObject(*holder);
-    ASSERT_TRUE(raw_->Ping());
-    hub_.Stop();
-    holder->Control().Send(RawRecord{RawRecord::PING, 0, 0, 0}.Encode());
-    raw_->Control().Send(RawRecord{RawRecord::ACQUIRE, 0, serial, 0}.Encode());
-    holder.reset();
-    hub_.Continue();
-    const auto acquired = raw_->AwaitRecord(RawRecord::ACQUIRED);
-    ASSERT_TRUE(acquired);
-    EXPECT_EQ(acquired->b, 0u);
-    EXPECT_EQ(StatusOf(raw_->CallOnce(RequestFor(TestCode::NUMBER, serial))), TAVO::IPC_OK);
+    for (const bool isConnected : {true, false}) {
+        SCOPED_TRACE(isConnected);
+        auto holder = NewPeer();
+        const uint64_t serial = MakeObject(*holder);
+        ASSERT_TRUE(raw_->Ping());
+        hub_.Stop();
+        holder->Control().Send(RawRecord{RawRecord::PING, 0, 0, 0}.Encode());
+        RawSocket fresh;
+        if (!isConnected) {
+            RawHello hello;
+            hello.instance.fill(0x66);
+            fresh = raw_->Connect("manager");
+            fresh.Send(hello.Encode());
+        }
+        RawSocket& control = isConnected ? raw_->Control() : fresh;
+        control.Send(RawRecord{RawRecord::ACQUIRE, 0, serial, 0}.Encode());
+        holder.reset();
+        hub_.Continue();
+        EXPECT_TRUE(isConnected || fresh.ReceiveHello());
+        const auto acquired = control.ReceiveRecord();
+        ASSERT_TRUE(acquired && acquired->type == RawRecord::ACQUIRED);
+        EXPECT_EQ(acquired->b, 0u);
+    }
 }
 
 // Its hello came when its connection had been accepted already, and the lane is seen before that.
-TEST_F(HostileReference, LaneIsServedThoughItsSessionsHelloIsStillUnread)
+TEST_F(HostileReference, LaneIsServedAlthoughTheHelloOfItsSessionIsUnread)
 {
     RawHello hello;
     hello.instance.fill(0x55);
@@ -195,7 +271,7 @@ struct Replayed {
 };
 
 // Another process, or the same one after its session ended.
-TEST_F(HostileReference, MessageReplayedOnAnotherSessionReachesNothingThatIsNotItsOwn)
+TEST_F(HostileReference, MessageReplayedOnAnotherSessionReachesOnlyThatSessionsObjects)
 {
     const int32_t live = LiveObjects();
     const uint64_t held = MakeObject(*raw_);

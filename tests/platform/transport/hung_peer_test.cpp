@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// What takes seconds: a peer that stands still costs its callers 8 s and nobody anything else, and idle workers go.
+// What takes seconds: a stopped peer delays its callers by 8 s and no other call; idle workers end, and the memory of
+// idle rings is freed.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <utility>
 
 #include "platform/transport/peer_fixture.h"
@@ -26,7 +30,7 @@ void ExpectEightSeconds(Body body)
     EXPECT_LT(Clock::now() - start, 12s);
 }
 
-TEST(HungPeer, CallTimesOutAndItsLateReplyMeetsNoOtherCall)
+TEST(HungPeer, CallTimesOutAndItsLateReplyReachesNoOtherCall)
 {
     PrivateRuntimeDir dir;
     ServeAsHub();
@@ -42,7 +46,7 @@ TEST(HungPeer, CallTimesOutAndItsLateReplyMeetsNoOtherCall)
     }
 }
 
-TEST(HungPeer, ReplyThatStopsHalfwayTimesOutTheSame)
+TEST(HungPeer, IncompleteReplyTimesOut)
 {
     PrivateRuntimeDir dir;
     Child callee = ForkCallee(dir.Path(), "raw", [](RawPeer& raw) {
@@ -62,7 +66,7 @@ TEST(HungPeer, ReplyThatStopsHalfwayTimesOutTheSame)
     EXPECT_EQ(Echo(object), TAVO::IPC_OK);
 }
 
-TEST(HungPeer, ANoticeForItsObjectThatAThirdProcessNamedNeverWaits)
+TEST(HungPeer, NoticeToAnUnconnectedPeerDoesNotWait)
 {
     PrivateRuntimeDir dir;
     Child hub = StartPeer("hub");
@@ -79,20 +83,67 @@ TEST(HungPeer, ANoticeForItsObjectThatAThirdProcessNamedNeverWaits)
     EXPECT_EQ(TAVO::Transport::SendNotice(object, 1, data), TAVO::IPC_OK);
 }
 
-// Workers that have had nothing to do for a while go, but never the last one that is free.
-TEST_F(IdleWorker, OneStaysWhileAllOthersAreInHandlers)
+size_t CountWorkers(pid_t pid)
+{
+    size_t count = 0;
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
+        std::string name;
+        std::ifstream(thread.path() / "comm") >> name;
+        count += name == "tavo-worker" ? 1 : 0;
+    }
+    return count;
+}
+
+// Workers that have had nothing to do for a while end, but never the last one that is free.
+TEST_F(IdleWorker, LastIdleWorkerStaysWhileAllOthersRunHandlers)
 {
     ASSERT_EQ(Call(object_, TestCode::NOTE).Int(0).SendOneWay(), TAVO::IPC_OK);
-    std::thread busy([this] {  // as many as are kept for good
+    std::thread busy([this] {  // as many as never end
         Threads(4, [this](int) { EXPECT_EQ(Call(object_, TestCode::WAIT).Send(60), TAVO::IPC_OK); });
     });
     EXPECT_EQ(peer_.Ask("await-waiting 4"), "waiting");
     EXPECT_TRUE(AwaitNotesThere(1));  // a lane is left idle by this
     std::this_thread::sleep_for(7s);  // longer than an idle worker stays, shorter than an idle lane does
+    EXPECT_EQ(CountWorkers(peer_.Pid()), 5u);
     EXPECT_EQ(Call(object_, TestCode::NOTE).Int(1).SendOneWay(), TAVO::IPC_OK);
     EXPECT_TRUE(AwaitNotesThere(2));
     EXPECT_EQ(Call(object_, TestCode::OPEN).Send(), TAVO::IPC_OK);
     busy.join();
+}
+
+// And the next request is delivered all the same.
+using IdleRing = PeerFixture;
+
+bool HasRing(pid_t pid)
+{
+    const std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
+    std::ostringstream all;
+    all << maps.rdbuf();
+    return all.str().find("/memfd:tavo-lane") != std::string::npos;
+}
+
+TEST_F(IdleRing, MemoryOfAnIdleRingIsFreedAtBothEnds)
+{
+    int32_t sent = 0;
+    const auto send = [this, &sent] {
+        const bool isSent = Call(object_, TestCode::NOTE).Int(sent).SendOneWay() == TAVO::IPC_OK;
+        sent += isSent ? 1 : 0;
+        return isSent;
+    };
+    for (int round = 0; round < 2; ++round) {
+        SCOPED_TRACE(round);
+        EXPECT_TRUE(TestSupport::WaitFor([&] {
+            for (int i = 0; i < 1000; ++i) {
+                send();
+            }
+            return HasRing(::getpid()) && HasRing(peer_.Pid());
+        }));
+        EXPECT_TRUE(AwaitNotesThere(static_cast<size_t>(sent)));
+        EXPECT_TRUE(TestSupport::WaitFor([this] { return !HasRing(::getpid()) && !HasRing(peer_.Pid()); }));
+        EXPECT_TRUE(TestSupport::WaitFor(send));
+        EXPECT_TRUE(AwaitNotesThere(static_cast<size_t>(sent)));
+    }
+    EXPECT_EQ(NotesThere(), Counting(0, sent));
 }
 
 }  // namespace

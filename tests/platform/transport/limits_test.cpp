@@ -45,7 +45,7 @@ protected:
     Child peer_ = StartPeer("peer");
 };
 
-TEST_F(DescriptorLimit, AtTheFirstUseFailsAtOnceAndTheNextSucceeds)
+TEST_F(DescriptorLimit, FirstUseFailsAtOnceAndTheNextSucceeds)
 {
     {
         const NoDescriptorLeft full;
@@ -58,7 +58,7 @@ TEST_F(DescriptorLimit, AtTheFirstUseFailsAtOnceAndTheNextSucceeds)
     EXPECT_EQ(Echo(TAVO::MakeRef<TestObject>()), TAVO::IPC_OK);
 }
 
-TEST_F(DescriptorLimit, InTheCallerFailsWhatNeedsAnotherAndNothingElse)
+TEST_F(DescriptorLimit, CallerFailsOnlyWhatNeedsAnotherDescriptor)
 {
     const sptr<IRemoteObject> root = ConnectToHub();
     ASSERT_EQ(Echo(root), TAVO::IPC_OK);
@@ -80,7 +80,7 @@ TEST_F(DescriptorLimit, InTheCallerFailsWhatNeedsAnotherAndNothingElse)
     EXPECT_EQ(KeepIn(root, "ours", ours), TAVO::IPC_OK);
 }
 
-TEST_F(DescriptorLimit, InTheCalleeTimesOutNewLanesUntilSomeAreFree)
+TEST_F(DescriptorLimit, NewLanesToTheCalleeTimeOutUntilDescriptorsAreFree)
 {
     const sptr<IRemoteObject> root = ConnectToHub();
     RawPeer asking(dir_.Path());

@@ -38,7 +38,7 @@ protected:
     }
 };
 
-TEST_F(NestedCalls, OfSixteenThreadsEndFourDeep)
+TEST_F(NestedCalls, NestedCallsOfSixteenThreadsReturn)
 {
     constexpr int THREADS = 16;
     constexpr int32_t DEEPEST = 4;
@@ -60,7 +60,7 @@ TEST_F(NestedCalls, OfSixteenThreadsEndFourDeep)
     EXPECT_LT(Clock::now() - start, SOON) << "calls waited for each other";
 }
 
-TEST_F(NestedCalls, DeeperThanThereAreThreadsFailAtOnceAndHarmNoOther)
+TEST_F(NestedCalls, CallsNestedDeeperThanTheThreadLimitFailAtOnce)
 {
     const sptr<TestObject> ours = TAVO::MakeRef<TestObject>();
     const Clock::time_point start = Clock::now();
@@ -74,7 +74,7 @@ TEST_F(NestedCalls, DeeperThanThereAreThreadsFailAtOnceAndHarmNoOther)
 
 // A handler that waits for a reply lets one other request of its object run. If it also waits for a reference to be
 // acquired during that call, no second request may enter.
-TEST(ObjectGate, HandlerInNestedWaitsMakesRoomOnce)
+TEST(ObjectGate, WaitingHandlerAdmitsOneOtherRequest)
 {
     using TAVO::Transport::ObjectGate;
     using TAVO::Transport::OutgoingCall;
@@ -94,7 +94,7 @@ TEST(ObjectGate, HandlerInNestedWaitsMakesRoomOnce)
 }
 
 // The peer calls more objects of ours than there are workers, each of which calls back or within the process.
-TEST_F(NestedCalls, FromTheHandlersOfAllWorkersEnd)
+TEST_F(NestedCalls, CallsFromTheHandlersOfAllWorkersReturn)
 {
     constexpr int WORKERS = static_cast<int>(IpcThreads::DEFAULT_WORKERS);
     for (const sptr<IRemoteObject>& target : {object_, sptr<IRemoteObject>(root_)}) {

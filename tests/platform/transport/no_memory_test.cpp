@@ -5,9 +5,10 @@
 
 #include <thread>
 
-#include "platform/transport/control_memory.h"
+#include "os/threads.h"
 #include "platform/transport/descriptor_limit.h"
 #include "platform/transport/raw_callee.h"
+#include "support/failing_memory.h"
 
 namespace TransportTest {
 namespace {
@@ -16,6 +17,11 @@ using namespace std::chrono_literals;
 using TestSupport::PrivateRuntimeDir;
 using TestSupport::WaitFor;
 
+bool IsControlThread()
+{
+    return TAVO::Transport::CurrentRole() == TAVO::Transport::ThreadRole::CONTROL;
+}
+
 TEST(ControlThreadWithoutMemory, NotifiesOfADeath)
 {
     const PrivateRuntimeDir dir;
@@ -23,10 +29,10 @@ TEST(ControlThreadWithoutMemory, NotifiesOfADeath)
     Child peer = StartPeer("peer");
     const sptr<IRemoteObject> object = World::Get().Kept("peer");
     const sptr<CountingRecipient> recipient = CountingRecipient::Of(object);
-    g_noMemoryForControl = true;
+    TestSupport::FailAllocationsOf(IsControlThread);
     peer.Kill();
     EXPECT_TRUE(WaitFor([&object] { return !object->IsAlive(); }));
-    g_noMemoryForControl = false;  // the thread that notifies could not be started before
+    TestSupport::FailAllocationsOf(nullptr);  // the thread that notifies could not be started before
     EXPECT_TRUE(recipient->AwaitTold());
 }
 
@@ -44,11 +50,11 @@ TEST(ControlThreadWithoutMemory, AcceptsAgainAfterwards)
     ASSERT_TRUE(first.OpenSession());
     {
         const NoDescriptorLeft full;
-        g_noMemoryForControl = true;
+        TestSupport::FailAllocationsOf(IsControlThread);
         ASSERT_EQ(client.Ask("go"), "connected");
         ExpectIdle(::getpid(), [] { std::this_thread::sleep_for(1s); });
     }
-    g_noMemoryForControl = false;
+    TestSupport::FailAllocationsOf(nullptr);
     RawPeer third(dir.Path());
     EXPECT_TRUE(third.OpenSession());
 }

@@ -27,8 +27,8 @@ protected:
     PrivateRuntimeDir dir_;
 };
 
-// The first fence is the directory's mode; it is taken down here to come to the second.
-TEST_F(OtherUser, ConnectionIsClosedWithoutAnAnswer)
+// The directory's mode keeps other users out; it is changed here to reach the check of the connection.
+TEST_F(OtherUser, ConnectionOfAnotherUserIsClosedWithoutAnAnswer)
 {
     Child hub = StartPeer("hub");
     Child intruder = Child::Fork([this](LinePipe& parent) {
@@ -62,7 +62,7 @@ TEST_F(OtherUser, ConnectionIsClosedWithoutAnAnswer)
     EXPECT_EQ(Echo(ConnectToHub()), TAVO::IPC_OK);
 }
 
-TEST_F(OtherUser, ManagerOfAnotherUserIsNoManager)
+TEST_F(OtherUser, ManagerOfAnotherUserIsRefused)
 {
     Child impostor = Child::Fork([this](LinePipe& parent) {
         const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);

@@ -75,7 +75,7 @@ protected:
     std::optional<RawRing> ring_;
 };
 
-TEST_F(OfferedRing, RequestsInItAreRunInOrderAndThoseOfADeadSenderToo)
+TEST_F(OfferedRing, RequestsInTheRingRunInOrderAlsoAfterTheSenderDied)
 {
     // It sleeps at first, so there may be a bell at once.
     ring_->Write(Note(last_ + 1).Encode());
@@ -135,7 +135,7 @@ TEST_P(SpoiledRing, EndsItsLaneOnly)
 
 INSTANTIATE_TEST_SUITE_P(Ring, SpoiledRing, ::testing::ValuesIn(SPOILED));
 
-TEST_F(OfferedRing, IsWithdrawnWhenNobodyTakesItUp)
+TEST_F(OfferedRing, IsWithdrawnWhenTheSenderDoesNotUseIt)
 {
     const auto withdrawn = raw_->AwaitRecord(RING_RECORD);
     ASSERT_TRUE(withdrawn);
@@ -177,7 +177,7 @@ TEST(Ring, IsNotEndedWithAcceptedBytesUnread)
     EXPECT_EQ(reader->Read(&received, sizeof(received)).status, IoStatus::CLOSED);
 }
 
-TEST_F(OfferedRing, NobodyGoesIntoOneThatWasNotOffered)
+TEST_F(OfferedRing, SwitchToARingThatWasNotOfferedClosesTheLane)
 {
     for (const uint16_t kind : {RawHello::CALL, RawHello::ONE_WAY, RawHello::NOTICE}) {
         SCOPED_TRACE(kind);
@@ -267,7 +267,7 @@ int OfferAllKinds(RawPeer& raw)
     return isRung && good.Written() > 0 && good.Written() <= RawRing::CAPACITY ? 0 : 7;
 }
 
-TEST(RingOfAnother, IsUsedOnlyIfItHolds)
+TEST(RingOfAnother, IsUsedOnlyIfItIsValid)
 {
     const TestSupport::PrivateRuntimeDir dir;
     Child callee = ForkCallee(dir.Path(), "callee", [](RawPeer& raw) { ::_exit(OfferAllKinds(raw)); });

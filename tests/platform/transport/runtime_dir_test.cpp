@@ -43,7 +43,7 @@ constexpr Place PLACES[] = {
     {"another user's", "mkdir -m 0700 $P && chown 65534:65534 $P", true, "another user"},
 };
 
-TEST(RuntimeDirectory, OnlyAPrivateDirectoryOfOursIsAccepted)
+TEST(RuntimeDirectory, OnlyAPrivateDirectoryOfThisUserIsAccepted)
 {
     const TestSupport::PrivateRuntimeDir parent;
     const size_t rows = std::size(PLACES) - (::geteuid() == 0 ? 0 : 1);
@@ -87,7 +87,7 @@ TEST(RuntimeDirectory, IsNamedByTheEnvironment)
     EXPECT_EQ(RuntimeDir::DefaultPath(), "/run/user/" + std::to_string(::geteuid()) + "/tavo");
 }
 
-TEST(RuntimeDirectory, WithoutATrustedOneThereIsNoManager)
+TEST(RuntimeDirectory, ManagerIsNotContactedInAnUntrustedDirectory)
 {
     const TestSupport::PrivateRuntimeDir dir;
     ASSERT_EQ(::chmod(dir.Path().c_str(), 0755), 0);

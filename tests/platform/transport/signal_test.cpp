@@ -39,7 +39,7 @@ protected:
     }
 };
 
-TEST_F(Signals, LoseNoCallAndRepeatNone)
+TEST_F(Signals, InterruptedCallsRunExactlyOnce)
 {
     const Clock::time_point end = Clock::now() + std::chrono::seconds(5);
     int32_t calls = 0;
@@ -51,7 +51,7 @@ TEST_F(Signals, LoseNoCallAndRepeatNone)
 }
 
 // Waits for an answer, for room in the socket, and for the rest of a message are all interrupted.
-TEST_F(Signals, ShortenNoMessageAndNoWait)
+TEST_F(Signals, InterruptedMessagesAndWaitsAreComplete)
 {
     const std::string large(4 << 20, 'l');
     for (int round = 0; round < 20; ++round) {
@@ -154,7 +154,7 @@ bool IsAdopted(const Inherited& property)
     });
 }
 
-TEST_P(FirstUse, FromAChangedThreadLeavesPlatformThreadsAsTheProcessIs)
+TEST_P(FirstUse, PlatformThreadsInheritFromTheProcessNotFromTheCallingThread)
 {
     if (::geteuid() != 0 && std::string_view(GetParam().name) != "processors") {
         GTEST_SKIP() << "only root may raise a priority again";

@@ -42,7 +42,7 @@ protected:
     Clock::time_point start_;  // of the sending
 };
 
-TEST_F(SilentPeer, AnAnnounced64MebibytesCostNoMemoryAndNoWorker)
+TEST_F(SilentPeer, AnnouncedSizeOf64MebibytesTakesNoMemoryAndNoWorker)
 {
     const size_t before = TestSupport::ResidentBytes(hub_.Pid());
     RawFrame large = RequestFor(TestCode::ECHO);
@@ -54,7 +54,7 @@ TEST_F(SilentPeer, AnAnnounced64MebibytesCostNoMemoryAndNoWorker)
     ExpectTheyEndInTime();
 }
 
-TEST_F(SilentPeer, LargeRepliesThatNobodyReadsHoldNoWorker)
+TEST_F(SilentPeer, UnreadLargeRepliesBlockNoWorker)
 {
     const std::vector<RawSocket> lanes = SendOnLanes(RequestFor(TestCode::ECHO).String(std::string(1 << 20, 's')));
     ExpectTheyEndInTime();

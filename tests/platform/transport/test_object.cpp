@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a test process does when it is told to.
+// What a test process does on request.
 #include "platform/transport/test_object.h"
 
 #include <sys/socket.h>
@@ -7,6 +7,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -53,7 +54,7 @@ void World::OpenGate()
 {
     TAVO::MutexLock lock(mutex_);
     ++opened_;
-    waiting_ = 0;  // at once, so that nobody takes one who is about to leave for one who waits
+    waiting_ = 0;  // at once, so that no handler that is about to leave counts as one that waits
     changed_.notify_all();
 }
 
@@ -118,12 +119,22 @@ int TestObject::Handle(TestCode code, MessageParcel& data, MessageParcel& reply)
         case TestCode::FETCH:
             return reply.WriteRemoteObject(world.Kept(data.ReadString())) ? TAVO::IPC_OK : 1;
         case TestCode::MAKE:
-            return reply.WriteRemoteObject(TAVO::MakeRef<TestObject>(data.ReadBool())) ? TAVO::IPC_OK : 1;
+            return Make(data, reply);
         case TestCode::NEST:
             return HandleNest(data, reply);
         default:
             return HandleState(code, data, reply);
     }
+}
+
+int TestObject::Make(MessageParcel& data, MessageParcel& reply)
+{
+    const bool isSerial = data.ReadBool();
+    int32_t count = std::max(data.ReadInt32(), 1);
+    while (count > 0 && reply.WriteRemoteObject(TAVO::MakeRef<TestObject>(isSerial))) {
+        --count;
+    }
+    return count == 0 ? TAVO::IPC_OK : 1;
 }
 
 int TestObject::HandleState(TestCode code, MessageParcel& data, MessageParcel& reply)

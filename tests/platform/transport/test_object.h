@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The object that test processes serve: it keeps, hands on, calls and waits as it is told. Every process has a store of
+// The object that test processes serve: it keeps, passes, calls and waits on request. Every process has a store of
 // kept objects, one gate that handlers wait at, and a list of notes.
 #ifndef VELTRA_TESTS_TRANSPORT_TEST_OBJECT_H
 #define VELTRA_TESTS_TRANSPORT_TEST_OBJECT_H
@@ -26,7 +26,7 @@ enum class TestCode : uint32_t {
     KEEP,          // String name, reference: kept under that name; without one: forgotten
     FETCH,         // String name -> reference
     CALL_KEPT,     // String name, Int32 code -> Int32: status of that call to the object kept under the name
-    MAKE,          // Bool serialInvoke -> reference to a new object that nobody keeps
+    MAKE,          // Bool serialInvoke, Int32 count (or 1) -> references to new objects, held by the caller only
     NUMBER,        // -> Int32: of the object, no two in a process are alike
     LIVE,          // -> Int32: objects that live in the process
     WAIT,          // waits at the gate
@@ -77,6 +77,7 @@ public:
 
 private:
     int Handle(TestCode code, MessageParcel& data, MessageParcel& reply);
+    static int Make(MessageParcel& data, MessageParcel& reply);
     int HandleState(TestCode code, MessageParcel& data, MessageParcel& reply);
     int HandleNest(MessageParcel& data, MessageParcel& reply);
 
@@ -86,7 +87,7 @@ private:
     std::atomic<int32_t> mostAtOnce_{0};
 };
 
-// Counts what it is told, and does what else the test wants there.
+// Counts its notices, and runs a function of the test with each.
 class CountingRecipient : public IRemoteObject::DeathRecipient {
 public:
     explicit CountingRecipient(std::function<void()> then = nullptr) : then_(std::move(then)) {}
@@ -126,7 +127,7 @@ private:
 
 // 0 when the object sent back just what it was sent, else the status, or 1 for a wrong answer.
 int Echo(const sptr<IRemoteObject>& target, int32_t value = 7);
-// A new object in the process of `world`, which nobody keeps but the caller.
+// A new object in the process of `world`, held by the caller only.
 sptr<IRemoteObject> MakeIn(const sptr<IRemoteObject>& world, bool serialInvoke = false);
 // The process of `to` keeps under that name what the one of `from` does, or else a new object of its (the status).
 int HandOn(const sptr<IRemoteObject>& from, const std::string& name, const sptr<IRemoteObject>& to);
