@@ -90,7 +90,7 @@ HelloResult ControlThread::OnHello(ConnectionFd& fd, const Hello& hello, const P
 HelloResult ControlThread::AcceptLane(ConnectionFd& fd, const Hello& hello, const PeerIdentity& identity)
 {
     const auto isUp = [](const std::shared_ptr<Session>& of) {
-        return of != nullptr && of->GetState() == Session::State::UP;
+        return of != nullptr && of->GetState() == Session::State::ESTABLISHED;
     };
     std::shared_ptr<Session> session = Core::Get().FindSession(hello.instance);
     if (!isUp(session)) {
@@ -107,21 +107,21 @@ HelloResult ControlThread::AcceptLane(ConnectionFd& fd, const Hello& hello, cons
         WarnLimited("a process opened a lane in the name of another one", "the lane was refused");
         return HelloResult::SETTLED;
     }
-    if (hello.kind == ConnectionKind::CALL_LANE && !session->HasRoomForCallLane()) {
+    if (hello.kind == ConnectionKind::CALL_LANE && !session->InLanes().HasRoomForCallLane()) {
         // Workers may not have closed the lanes yet whose callers have given up. This one waits until they have, or until
         // its own caller gives up.
-        const bool mayWait = !HasHungUp(fd.Get()) && CountWaitingLanes(hello.instance) <= Session::MAX_LANES;
+        const bool mayWait = !HasHungUp(fd.Get()) && CountWaitingLanes(hello.instance) <= InLaneTable::MAX_CALL_LANES;
         return mayWait ? HelloResult::AWAITS_ROOM : HelloResult::SETTLED;
     }
     ::epoll_ctl(wait_.Epoll(), EPOLL_CTL_DEL, fd.Get(), nullptr);
     const auto lane = std::make_shared<InLane>(std::move(fd), hello.kind, hello.lane, session);
-    if (!session->AddInLane(lane)) {
+    if (!session->InLanes().Add(lane)) {
         return HelloResult::SETTLED;
     }
     const bool isServed = hello.kind == ConnectionKind::NOTICE_LANE ? Core::Get().Delivery().AddLane(lane)
                                                                     : Core::Get().Workers().AddLane(lane);
     if (!isServed) {
-        session->RemoveInLane(lane, 0);  // The peer learns at once that nobody is there to answer.
+        session->InLanes().Remove(*lane);  // The peer learns at once that nobody is there to answer.
     }
     return HelloResult::SETTLED;
 }
@@ -136,9 +136,9 @@ size_t ControlThread::CountWaitingLanes(const Instance& peer) const
 void ControlThread::RefuseLane(const Hello& hello, const PeerIdentity& identity)
 {
     const std::shared_ptr<Session> session = hello.IsValid() ? Core::Get().FindSession(hello.instance) : nullptr;
-    if (hello.kind != ConnectionKind::CONTROL && session != nullptr && session->GetState() == Session::State::UP &&
-        IsSameProcess(session->Identity().pid, identity.pid)) {
-        session->RefuseLane(hello.lane);
+    if (hello.kind != ConnectionKind::CONTROL && session != nullptr &&
+        session->GetState() == Session::State::ESTABLISHED && IsSameProcess(session->Identity().pid, identity.pid)) {
+        session->InLanes().Refuse(hello.lane);
     }
 }
 
@@ -157,12 +157,13 @@ void ControlThread::AcceptControl(ConnectionFd& fd, const Hello& hello, const Pe
     bool isNew = false;
     std::shared_ptr<Session> session = Core::Get().EnsureSession(hello.instance, isNew);
     ControlLink* link = LinkOf(session.get());
-    if (session->GetState() == Session::State::UP && link != nullptr && session->HasHungUp()) {
+    if (session->GetState() == Session::State::ESTABLISHED && link != nullptr && session->Control().HasHungUp()) {
         TearDown(*link);
         link = nullptr;
         session = Core::Get().EnsureSession(hello.instance, isNew);
     }
-    const bool isAccepted = session->GetState() != Session::State::UP && session->GiveWay(self < hello.instance);
+    const bool isAccepted =
+        session->GetState() != Session::State::ESTABLISHED && session->Control().YieldToPeer(self < hello.instance);
     Hello answer;
     answer.instance = self;
     answer.lane = isAccepted ? Hello::ACCEPTED : Hello::USE_OTHER;
@@ -188,7 +189,7 @@ void ControlThread::Establish(const std::shared_ptr<Session>& session, Connectio
     if (!AddLink(std::move(link))) {
         return;
     }
-    session->ComeUp(kept.Fd(), wait_.Epoll(), static_cast<Pollable*>(&kept), identity);
+    session->Establish(kept.Fd(), wait_.Epoll(), static_cast<Pollable*>(&kept), identity);
     retriesParked_ = true;
     kept.OnReady(EPOLLIN);  // What follows the hello was said before any end of others that is still to be acted on.
 }

@@ -30,11 +30,11 @@ void ControlThread::Connect(const std::shared_ptr<Session>& session)
 void ControlThread::Connect(const std::shared_ptr<Session>& session, Clock::time_point giveUp)
 try {
     auto dialing = std::make_shared<Dialing>(dialing_);
-    std::unique_ptr<ControlLink> link = Dial(session);
-    if (link != nullptr) {
-        HandOver(std::move(link), nullptr, std::move(dialing));
+    Dialed dialed = Dial(session);
+    if (dialed.link != nullptr) {
+        HandOver(std::move(dialed.link), nullptr, std::move(dialing));
     } else {
-        NotDialed(session, giveUp);
+        NotDialed(session, dialed.failure, giveUp);
     }
 } catch (const std::bad_alloc&) {
     Abandon(session);
@@ -51,11 +51,12 @@ try {
         }
     }
     auto dialing = std::make_shared<Dialing>(dialing_);
-    std::unique_ptr<ControlLink> link = Dial(session);
-    if (link == nullptr) {
-        NotDialed(session, Clock::now() + CONNECT_PATIENCE);
+    Dialed dialed = Dial(session);
+    if (dialed.link == nullptr) {
+        NotDialed(session, dialed.failure, Clock::now() + CONNECT_PATIENCE);
         return;
     }
+    std::unique_ptr<ControlLink> link = std::move(dialed.link);
     if (ObjectGate::Exists()) {
         Core::Get().EnsureListening();  // Others will call them; the manager reads the hello meanwhile.
     }
@@ -67,28 +68,30 @@ try {
     Abandon(session);
 }
 
-std::unique_ptr<ControlLink> ControlThread::Dial(const std::shared_ptr<Session>& session)
+ControlThread::Dialed ControlThread::Dial(const std::shared_ptr<Session>& session)
 {
     ConnectionFd fd = ConnectStreamNow(Core::Get().SocketPath(session->Path()));
     if (!fd.IsOpen()) {
-        return nullptr;
+        return {nullptr, errno == EAGAIN ? DialFailure::BUSY : DialFailure::REFUSED};
     }
     const PeerIdentity identity = ReadPeerIdentity(fd.Get());
     auto link = std::make_unique<ControlLink>(*this, session, std::move(fd), identity, false);
-    if (!session->SayHello(link->Fd())) {
-        const int reason = errno;
-        link.reset();
-        errno = reason;
+    switch (session->SendHello(link->Fd())) {
+        case ControlChannel::HelloSent::SENT:
+            return {std::move(link), DialFailure::REFUSED};
+        case ControlChannel::HelloSent::PEER_WAS_FIRST:
+            return {nullptr, DialFailure::PEER_WAS_FIRST};
+        default:
+            return {nullptr, DialFailure::REFUSED};
     }
-    return link;
 }
 
-void ControlThread::NotDialed(const std::shared_ptr<Session>& session, Clock::time_point giveUp)
+void ControlThread::NotDialed(const std::shared_ptr<Session>& session, DialFailure failure, Clock::time_point giveUp)
 {
-    if (errno == EALREADY) {
+    if (failure == DialFailure::PEER_WAS_FIRST) {
         return;
     }
-    const bool isBusy = errno == EAGAIN && Clock::now() < giveUp;
+    const bool isBusy = failure == DialFailure::BUSY && Clock::now() < giveUp;
     if (!isBusy || !Post([this, session, giveUp] { connecting_.push_back({session, giveUp}); })) {
         Abandon(session);
     }
@@ -106,7 +109,7 @@ void ControlThread::HandOver(std::unique_ptr<ControlLink> dialed, const Hello* a
         (*link)->BecomeAnswered();
         session->SetPeer(answer->instance);
         Core::Get().AddSession(session);
-        session->ComeUp((*link)->Fd(), wait_.Epoll(), static_cast<Pollable*>(link->get()), (*link)->Identity());
+        session->Establish((*link)->Fd(), wait_.Epoll(), static_cast<Pollable*>(link->get()), (*link)->Identity());
     }
     if (!Post(std::move(adopt))) {
         (*link)->ShutDown();
@@ -118,11 +121,11 @@ void ControlThread::Adopt(std::unique_ptr<ControlLink> link)
 {
     ControlLink& kept = *link;
     const Session::State state = kept.GetSession()->GetState();
-    const bool isLate = state == Session::State::DEAD || (state == Session::State::UP && !kept.IsAnswered());
+    const bool isLate = state == Session::State::DEAD || (state == Session::State::ESTABLISHED && !kept.IsAnswered());
     if (isLate || !AddLink(std::move(link)) || !kept.IsAnswered()) {
         return;
     }
-    kept.GetSession()->FlushControl();
+    kept.GetSession()->Control().Flush();
     retriesParked_ = true;
 }
 
@@ -159,7 +162,7 @@ bool ControlThread::AddLink(std::unique_ptr<ControlLink> link)
 
 void ControlThread::Abandon(const std::shared_ptr<Session>& session)
 {
-    session->Die();
+    session->End();
     Core::Get().RemoveSession(session);
 }
 
@@ -172,13 +175,13 @@ void ControlThread::OnAnswer(ControlLink& link, const Hello& answer)
     }
     const std::shared_ptr<Session> other = Core::Get().FindSession(answer.instance);
     if (answer.lane == Hello::USE_OTHER) {
-        session->TakeHelloBack();
+        session->Control().WithdrawHello();
         links_.erase(session.get());
         if (isManager && other != nullptr) {
             Core::Get().ReplaceManagerSession(other);
         }
         if (isManager || (other != nullptr && other != session)) {
-            session->Die();  // Whoever waits for it asks for the session again.
+            session->End();  // Whoever waits for it asks for the session again.
         } else {
             expected_.push_back({session, Clock::now() + EXPECT_PATIENCE});
         }
@@ -192,7 +195,7 @@ void ControlThread::OnAnswer(ControlLink& link, const Hello& answer)
         Core::Get().AddSession(session);
     }
     link.BecomeAnswered();
-    session->ComeUp(link.Fd(), wait_.Epoll(), static_cast<Pollable*>(&link), link.Identity());
+    session->Establish(link.Fd(), wait_.Epoll(), static_cast<Pollable*>(&link), link.Identity());
     retriesParked_ = true;
 }
 
@@ -214,7 +217,7 @@ void ControlThread::OnEnd(ControlLink& link)
 void ControlThread::TearDown(ControlLink& link)
 {
     const std::shared_ptr<Session> session = link.GetSession();
-    if (session->GetState() == Session::State::UP) {
+    if (session->GetState() == Session::State::ESTABLISHED) {
         TakeInWhatWaits();
     }
     link.StopWatching();

@@ -27,7 +27,7 @@ ControlLink::ControlLink(ControlThread& control, std::shared_ptr<Session> sessio
 
 ControlLink::~ControlLink()
 {
-    session_->ForgetConnection(fd_.Get());
+    session_->Control().Detach(fd_.Get());
 }
 
 void ControlLink::WatchProcess()
@@ -63,7 +63,7 @@ void ControlLink::OnReady(uint32_t events)
 {
     const bool hasRoom = (events & EPOLLOUT) != 0;
     const bool hasNews = (events & ~static_cast<uint32_t>(EPOLLOUT)) != 0;
-    if ((hasRoom && !session_->FlushControl()) || (hasNews && !ReadAll())) {
+    if ((hasRoom && !session_->Control().Flush()) || (hasNews && !ReadAll())) {
         control_.OnEnd(*this);
     }
 }
@@ -109,7 +109,7 @@ bool ControlLink::TakeRecords()
             return false;
         }
         control_.OnAnswer(*this, answer);
-        if (session_->GetState() != Session::State::UP) {
+        if (session_->GetState() != Session::State::ESTABLISHED) {
             return false;
         }
     }

@@ -95,19 +95,19 @@ bool ControlThread::Listen(UniqueFd fd, Admission admission)
     });
 }
 
-void ControlThread::RetryLater(const std::shared_ptr<InLane>& lane)
+void ControlThread::RetryLater(const std::shared_ptr<PeerLane>& lane)
 {
     Post([this, lane] { stalled_.push_back(lane); });
 }
 
-void ControlThread::WatchPatience(const std::shared_ptr<InLane>& lane)
+void ControlThread::WatchDeadline(const std::shared_ptr<PeerLane>& lane)
 {
-    Post([this, lane] { impatient_.push_back(lane); });
+    Post([this, lane] { watched_.push_back(lane); });
 }
 
-void ControlThread::FlushLater(const std::shared_ptr<Session>& session, ConnectionKind kind)
+bool ControlThread::FlushLater(const std::shared_ptr<Session>& session, ConnectionKind kind)
 {
-    Post([this, session, kind] { flushing_.emplace_back(session, kind); });
+    return Post([this, session, kind] { flushing_.emplace_back(session, kind); });
 }
 
 bool ControlThread::RetryWaitingLanes()
@@ -240,7 +240,7 @@ int ControlThread::TickMilliseconds() const
     if (!stalled_.empty() || !connecting_.empty() || !jobsInHand_.empty() || !due_.empty()) {
         return 20;
     }
-    if (!pending_.empty() || !impatient_.empty() || hasResting_ || !expected_.empty() ||
+    if (!pending_.empty() || !watched_.empty() || hasResting_ || !expected_.empty() ||
         Core::Get().Delivery().IsStarved()) {
         return 100;
     }
@@ -270,9 +270,9 @@ void ControlThread::OnTick(Clock::time_point now)
          late = std::find_if(pending_.begin(), pending_.end(), isLate)) {
         OnConnectionSettled(*late);
     }
-    std::erase_if(impatient_, [now](const std::weak_ptr<InLane>& entry) {
-        const std::shared_ptr<InLane> lane = entry.lock();
-        return lane == nullptr || !lane->CheckPatience(now);
+    std::erase_if(watched_, [now](const std::weak_ptr<PeerLane>& entry) {
+        const std::shared_ptr<PeerLane> lane = entry.lock();
+        return lane == nullptr || !lane->CheckDeadline(now);
     });
     std::erase_if(expected_, [this, now](const Retry& entry) {
         const bool isSettled = entry.session->GetState() != Session::State::CONNECTING;

@@ -15,13 +15,13 @@
 #include "os/fd.h"
 #include "os/wait_set.h"
 #include "tavo/mutex.h"
+#include "transport/peer_lane.h"
 #include "transport/session.h"
 #include "wire/wire.h"
 
 namespace TAVO::Transport {
 
 class ControlLink;
-class InLane;
 class Listener;
 class PendingConnection;
 
@@ -59,11 +59,11 @@ public:
     // empty) does not admit sees its connection closed.
     bool Listen(UniqueFd fd, Admission admission = nullptr);
     // Has a lane look at its socket again in a moment, when the byte budget may allow more.
-    void RetryLater(const std::shared_ptr<InLane>& lane);
-    // Ends the lane when its patience is over.
-    void WatchPatience(const std::shared_ptr<InLane>& lane);
-    // Sends the rest of a one-way request as soon as there is room.
-    void FlushLater(const std::shared_ptr<Session>& session, ConnectionKind kind);
+    void RetryLater(const std::shared_ptr<PeerLane>& lane);
+    // Ends the lane when its peer has not finished a message in time.
+    void WatchDeadline(const std::shared_ptr<PeerLane>& lane);
+    // Sends the rest of a one-way request as soon as there is room. False without memory.
+    bool FlushLater(const std::shared_ptr<Session>& session, ConnectionKind kind);
     // A session has room for another lane: those that wait are looked at again. False without memory.
     bool RetryWaitingLanes();
     // Some session has an idle lane, to be closed after a while.
@@ -98,6 +98,15 @@ private:
     struct Retry {
         std::shared_ptr<Session> session;
         Clock::time_point giveUp;
+    };
+    enum class DialFailure {
+        BUSY,            // the queue of the peer's listener is full
+        PEER_WAS_FIRST,  // the connection that the peer opened is used
+        REFUSED,
+    };
+    struct Dialed {
+        std::unique_ptr<ControlLink> link;  // the hello is sent; null: `failure` is the reason
+        DialFailure failure;
     };
     // A connection that is being made, or waits to be adopted.
     class Dialing {
@@ -138,10 +147,8 @@ private:
     int TickMilliseconds() const;
     void OnTick(Clock::time_point now);
     void Connect(const std::shared_ptr<Session>& session, Clock::time_point giveUp);
-    // Connects and says hello; null, and errno says why, when that was not to be.
-    std::unique_ptr<ControlLink> Dial(const std::shared_ptr<Session>& session);
-    // Why is in errno.
-    void NotDialed(const std::shared_ptr<Session>& session, Clock::time_point giveUp);
+    Dialed Dial(const std::shared_ptr<Session>& session);
+    void NotDialed(const std::shared_ptr<Session>& session, DialFailure failure, Clock::time_point giveUp);
     // Gives a link on which hello was said to this thread; with the `answer` that lies there the session comes up now.
     void HandOver(std::unique_ptr<ControlLink> dialed, const Hello* answer, std::shared_ptr<Dialing> dialing);
     void Adopt(std::unique_ptr<ControlLink> link);
@@ -189,8 +196,8 @@ private:
     std::vector<PendingConnection*> pending_;  // in the order of acceptance
     std::vector<Retry> connecting_;            // to try again: the peer's queue was full
     std::vector<Retry> expected_;              // the peer said that its connection is on its way
-    std::vector<std::weak_ptr<InLane>> impatient_;
-    std::vector<std::shared_ptr<InLane>> stalled_;
+    std::vector<std::weak_ptr<PeerLane>> watched_;
+    std::vector<std::shared_ptr<PeerLane>> stalled_;
     std::vector<std::pair<std::weak_ptr<Session>, ConnectionKind>> flushing_;
     bool hasResting_ = false;  // listeners that found no descriptor or memory left
     Clock::time_point restingUntil_;

@@ -20,6 +20,7 @@
 #include "transport/calling_peer_scope.h"
 #include "transport/object_gate.h"
 #include "transport/outgoing_call.h"
+#include "transport/proxy_object.h"
 
 namespace TAVO::Transport {
 namespace {
@@ -100,8 +101,7 @@ std::shared_ptr<Session> Core::EnsureSession(const Instance& peer, bool& isNew)
     if (!isNew) {
         return found->second;
     }
-    auto session = std::make_shared<Session>(ListeningName(peer));
-    session->SetPeer(peer);
+    auto session = Session::Create(*this, ListeningName(peer), peer);
     replaced = std::exchange(sessions_[peer], session);
     lock.Unlock();
     return session;
@@ -162,7 +162,7 @@ std::shared_ptr<Session> Core::ManagerSession(Deadline deadline)
         if (manager_ != nullptr && manager_->GetState() != Session::State::DEAD) {
             return manager_;
         }
-        session = std::make_shared<Session>("manager");
+        session = Session::Create(*this, "manager", Instance{});
         manager_ = session;
     }
     control_.ConnectManager(session, deadline);
@@ -217,8 +217,23 @@ ObjectGate& Core::GateOf(IPCObjectStub& object)
     return *object.gate_;
 }
 
+sptr<PeerObject> Core::NewProxy(std::shared_ptr<Session> session, uint64_t serial, const std::u16string& descriptor,
+                                PeerObject::Life life)
+{
+    return MakeRef<ProxyObject>(std::move(session), serial, descriptor, life);
+}
+
+sptr<PeerObject> Core::AcquireFrom(const Instance& owner, uint64_t serial, const std::u16string& descriptor,
+                                   const std::shared_ptr<PendingAcknowledgement>& message)
+{
+    return SessionTo(owner)->Proxies().Acquire(serial, descriptor, message);
+}
+
 uint64_t Core::Export(const sptr<IPCObjectStub>& object)
 {
+    if (!EnsureListening()) {
+        return 0;
+    }
     ObjectGate& gate = GateOf(*object);
     MutexLock lock(objectsMutex_);
     if (gate.serial == 0) {

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <utility>
 
 #include "os/runtime_dir.h"
 #include "tavo/ipc_object_stub.h"
@@ -15,6 +16,7 @@
 #include "transport/control_thread.h"
 #include "transport/delivery_thread.h"
 #include "transport/session.h"
+#include "transport/session_host.h"
 #include "transport/worker_pool.h"
 #include "wire/byte_budget.h"
 #include "wire/wire.h"
@@ -23,19 +25,19 @@ namespace TAVO::Transport {
 
 class ObjectGate;
 
-class Core {
+class Core final : public SessionHost {
 public:
     static Core& Get();
 
-    const Instance& Self() const noexcept { return self_; }
-    ByteBudget& Budget() noexcept { return budget_; }
+    const Instance& Self() const noexcept override { return self_; }
+    ByteBudget& Budget() noexcept override { return budget_; }
     WorkerPool& Workers() noexcept { return workers_; }
     ControlThread& Control() noexcept { return control_; }
     DeliveryThread& Delivery() noexcept { return delivery_; }
 
     // The runtime directory's path for `name`, usable in a socket address. Opens the directory if that has not worked
     // before; a name that leads nowhere when it still does not.
-    std::string SocketPath(const std::string& name);
+    std::string SocketPath(const std::string& name) override;
     // Descriptor of the runtime directory, -1 while it cannot be opened.
     int RuntimeDirFd();
 
@@ -55,12 +57,25 @@ public:
     // The manager turned out to be a process with which a session stood already.
     void ReplaceManagerSession(const std::shared_ptr<Session>& session);
 
+    // ---- for sessions
+    sptr<PeerObject> NewProxy(std::shared_ptr<Session> session, uint64_t serial, const std::u16string& descriptor,
+                              PeerObject::Life life) override;
+    sptr<PeerObject> AcquireFrom(const Instance& owner, uint64_t serial, const std::u16string& descriptor,
+                                 const std::shared_ptr<PendingAcknowledgement>& message) override;
+    void PostDeath(sptr<PeerObject> object) noexcept override { delivery_.PostDeath(std::move(object)); }
+    void ExpectIdleLanes() override { control_.ExpectIdleLanes(); }
+    bool FlushLater(const std::shared_ptr<Session>& session, ConnectionKind kind) override
+    {
+        return control_.FlushLater(session, kind);
+    }
+    bool RetryWaitingLanes() override { return control_.RetryWaitingLanes(); }
+
     // ---- our objects
     // Listens on our own socket from the first call on; false while that fails.
     bool EnsureListening();
-    // The object's serial, drawn at its first export.
-    uint64_t Export(const sptr<IPCObjectStub>& object);
-    sptr<IPCObjectStub> FindExported(uint64_t serial);
+    // As SessionHost: listens first.
+    uint64_t Export(const sptr<IPCObjectStub>& object) override;
+    sptr<IPCObjectStub> FindExported(uint64_t serial) override;
     void Unexport(uint64_t serial);
     // The manager process's root object; null elsewhere.
     sptr<IPCObjectStub> Root();

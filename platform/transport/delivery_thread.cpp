@@ -8,8 +8,7 @@
 #include <utility>
 
 #include "os/threads.h"
-#include "transport/in_lane.h"
-#include "transport/proxy_object.h"
+#include "transport/peer_lane.h"
 
 namespace TAVO::Transport {
 
@@ -34,12 +33,12 @@ bool DeliveryThread::EnsureRunning() noexcept
     return Start();
 }
 
-void DeliveryThread::PostDeath(sptr<ProxyObject> object) noexcept
+void DeliveryThread::PostDeath(sptr<PeerObject> object) noexcept
 {
     {
         MutexLock lock(mutex_);
-        ProxyObject* const added = object.Get();
-        (lastDead_ != nullptr ? lastDead_->nextDead : firstDead_) = std::move(object);
+        PeerObject* const added = object.Get();
+        (lastDead_ != nullptr ? lastDead_->nextDead_ : firstDead_) = std::move(object);
         lastDead_ = added;
     }
     Retry();
@@ -54,7 +53,7 @@ void DeliveryThread::Retry() noexcept
     }
 }
 
-bool DeliveryThread::AddLane(const std::shared_ptr<InLane>& lane)
+bool DeliveryThread::AddLane(const std::shared_ptr<PeerLane>& lane)
 {
     if (!EnsureRunning()) {
         return false;
@@ -73,7 +72,7 @@ void DeliveryThread::Run()
         if (event.data.ptr == nullptr) {  // anything else is a lane
             NotifyQueued();
         } else {
-            static_cast<InLane*>(event.data.ptr)->Serve(event.events);
+            static_cast<PeerLane*>(event.data.ptr)->Serve(event.events);
         }
     }
 }
@@ -82,14 +81,14 @@ void DeliveryThread::NotifyQueued()
 {
     wait_.Take();
     for (;;) {
-        sptr<ProxyObject> dead;
+        sptr<PeerObject> dead;
         {
             MutexLock lock(mutex_);
             if (lastDead_ == nullptr) {
                 return;
             }
             dead = std::move(firstDead_);
-            firstDead_ = std::move(dead->nextDead);
+            firstDead_ = std::move(dead->nextDead_);
             if (firstDead_ == nullptr) {
                 lastDead_ = nullptr;
             }

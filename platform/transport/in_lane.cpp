@@ -45,9 +45,8 @@ struct InLane::Request {
 };
 
 InLane::InLane(ConnectionFd fd, ConnectionKind kind, uint64_t number, std::shared_ptr<Session> session)
-    : fd_(std::move(fd)),
-      kind_(kind),
-      number_(number),
+    : PeerLane(kind, number),
+      fd_(std::move(fd)),
       session_(std::move(session)),
       reader_(kind != ConnectionKind::CALL_LANE, MessageKind::REQUEST, &session_->Budget())
 {
@@ -74,7 +73,7 @@ bool InLane::Arm(int operation, uint32_t events)
 {
     epoll_event event{};
     event.events = events | EPOLLRDHUP | EPOLLONESHOT;
-    event.data.ptr = this;
+    event.data.ptr = static_cast<PeerLane*>(this);
     return ::epoll_ctl(epoll_, operation, fd_.Get(), &event) == 0;
 }
 
@@ -211,7 +210,7 @@ FrameReader::State InLane::NextFrame(bool wait, IoStatus& io)
 
 InLane::Next InLane::Handle()
 {
-    patienceEnds_.store(0, std::memory_order_relaxed);
+    peerDeadline_.store(0, std::memory_order_relaxed);
     Request request(reader_.Header(), reader_.TakeCharge());
     ParcelAccess::Swap(request.data, reader_.Body());
     reader_.Next();
@@ -225,26 +224,26 @@ InLane::Next InLane::Handle()
     }
     if (IsCallLane()) {
         SetLastTaken(header.number);
-        request.target = session_->FindHeld(header.serial);
+        request.target = session_->Held().Find(header.serial);
         if (request.target == nullptr && header.kind == FrameKind::FIRST_REQUEST) {
             request.target = Core::Get().FindExported(header.serial);  // As its ACQUIRE will find it.
         }
     } else {
-        request.target = session_->FindOneWayTarget(*this, header.number, header.serial);
+        request.target = session_->Held().FindOneWayTarget(*this, header.number, header.serial);
         OfferRing(header.number);
     }
     if (header.serial == 0) {
         request.target = Core::Get().Root();
     }
     MessageParcel nothing;
-    if (!session_->TakeReferences({false, number_}, header, request.data)) {
+    if (!session_->References().Take({false, Number()}, header, request.data)) {
         WarnLimited("a peer sent an invalid reference table", "its request was refused");
         return IsCallLane() ? Reply(header.number, IPC_BAD_MESSAGE, nothing) : Next::GO_ON;
     }
     if (request.target == nullptr) {
         return IsCallLane() ? Reply(header.number, IPC_DEAD_OBJECT, nothing) : Next::GO_ON;
     }
-    if (kind_ == ConnectionKind::NOTICE_LANE) {
+    if (Kind() == ConnectionKind::NOTICE_LANE) {
         return request.target->RunsOnDeliveryThread() ? Run(request) : Next::GO_ON;
     }
     const bool runs = Core::GateOf(*request.target).EnterOrWait([this, &request] {
@@ -252,7 +251,7 @@ InLane::Next InLane::Handle()
         waiting->target = request.target;
         ParcelAccess::Swap(waiting->data, request.data);
         return std::function<void()>(
-            [lane = shared_from_this(), waiting] { lane->Proceed([&] { return lane->RunWaited(*waiting); }); });
+            [lane = Self(), waiting] { lane->Proceed([&] { return lane->RunWaited(*waiting); }); });
     });
     return runs ? Run(request) : Next::GONE;
 }
@@ -272,7 +271,7 @@ InLane::Next InLane::Run(Request& request)
     request.charge.Release();
     MessageParcel reply;
     MessageOption option(IsCallLane() ? MessageOption::FLAG_SYNC : MessageOption::FLAG_ONE_WAY);
-    const auto dispatch = kind_ == ConnectionKind::NOTICE_LANE ? Dispatch : DispatchInGate;
+    const auto dispatch = Kind() == ConnectionKind::NOTICE_LANE ? Dispatch : DispatchInGate;
     const int status =
         dispatch(*request.target, session_->Identity(), request.header.codeOrStatus, request.data, reply, option);
     return IsCallLane() ? Reply(request.header.number, status, reply) : Next::GO_ON;
@@ -285,7 +284,8 @@ InLane::Next InLane::Reply(uint64_t number, int status, MessageParcel& reply)
     header.number = number;
     header.dataBytes = static_cast<uint32_t>(reply.GetDataSize());
     if (!ParcelAccess::References(reply).empty()) {
-        const int passed = session_->PassReferences({false, number_}, number, reply, header, Clock::now() + PATIENCE);
+        const int passed =
+            session_->References().Pass({false, Number()}, number, reply, header, Clock::now() + PEER_TIMEOUT);
         if (passed == IPC_BAD_MESSAGE) {
             MessageParcel nothing;
             return Reply(number, IPC_BAD_MESSAGE, nothing);
@@ -326,40 +326,39 @@ InLane::Next InLane::FlushReply()
     }
     ParcelAccess::Clear(unsent_);
     unsentBytes_ = 0;
-    patienceEnds_.store(0, std::memory_order_relaxed);
+    peerDeadline_.store(0, std::memory_order_relaxed);
     return sent.status == IoStatus::OK ? Next::GO_ON : Next::CLOSE;
 }
 
-void InLane::Await(uint32_t events, bool impatient)
+void InLane::Await(uint32_t events, bool hasDeadline)
 {
-    if (impatient && patienceEnds_.load(std::memory_order_relaxed) == 0) {
-        patienceEnds_.store((Clock::now() + PATIENCE).time_since_epoch().count(), std::memory_order_relaxed);
+    if (hasDeadline && peerDeadline_.load(std::memory_order_relaxed) == 0) {
+        peerDeadline_.store((Clock::now() + PEER_TIMEOUT).time_since_epoch().count(), std::memory_order_relaxed);
         if (!isWatched_.exchange(true)) {
-            Core::Get().Control().WatchPatience(shared_from_this());
+            Core::Get().Control().WatchDeadline(shared_from_this());
         }
     }
     MutexLock lock(handOver_);
     Arm(EPOLL_CTL_MOD, events);
 }
 
-void InLane::AwaitMore(bool impatient)
+void InLane::AwaitMore(bool hasDeadline)
 {
     if (isInRing_) {
         ringUsedAt_.store(Clock::now().time_since_epoch().count(), std::memory_order_relaxed);
         Core::Get().Control().ExpectIdleLanes();
     }
     if (!isInRing_ || ring_->Sleep()) {
-        Await(EPOLLIN, impatient);
-    } else if (!Core::Get().Workers().Post(
-                   [lane = shared_from_this()] { lane->Proceed([] { return Next::GO_ON; }); })) {
+        Await(EPOLLIN, hasDeadline);
+    } else if (!Core::Get().Workers().Post([lane = Self()] { lane->Proceed([] { return Next::GO_ON; }); })) {
         WarnLimited("out of memory", "a lane was closed");
         Close();
     }
 }
 
-bool InLane::CheckPatience(Clock::time_point now)
+bool InLane::CheckDeadline(Clock::time_point now)
 {
-    const int64_t ends = patienceEnds_.load(std::memory_order_relaxed);
+    const int64_t ends = peerDeadline_.load(std::memory_order_relaxed);
     if (ends != 0 && now.time_since_epoch().count() < ends) {
         return true;
     }
@@ -368,7 +367,7 @@ bool InLane::CheckPatience(Clock::time_point now)
     }
     isWatched_.store(false);
     // It may have begun to wait in between, seen that it is watched, and relied on that.
-    return ends == 0 && patienceEnds_.load() != 0 && !isWatched_.exchange(true);
+    return ends == 0 && peerDeadline_.load() != 0 && !isWatched_.exchange(true);
 }
 
 void InLane::Rearm()
@@ -382,15 +381,15 @@ void InLane::Rearm()
 void InLane::Close()
 {
     ::epoll_ctl(epoll_, EPOLL_CTL_DEL, fd_.Get(), nullptr);
-    const std::shared_ptr<InLane> last = std::move(self_);
-    patienceEnds_.store(0, std::memory_order_relaxed);
+    const std::shared_ptr<PeerLane> last = std::move(self_);
+    peerDeadline_.store(0, std::memory_order_relaxed);
     {
         MutexLock lock(ringMutex_);
         if (ring_ != nullptr) {
             ring_->End();
         }
     }
-    session_->RemoveInLane(shared_from_this(), LastTaken());
+    session_->InLanes().Remove(*this);
     ShutDown();
 }
 

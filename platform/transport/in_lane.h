@@ -10,7 +10,8 @@
 
 #include "os/fd.h"
 #include "tavo/ipc_object_stub.h"
-#include "transport/call_lane.h"
+#include "tavo/mutex.h"
+#include "transport/peer_lane.h"
 #include "transport/session.h"
 #include "wire/frame_reader.h"
 #include "wire/ring.h"
@@ -18,41 +19,28 @@
 namespace TAVO::Transport {
 
 // Belongs to one thread at a time: its one-shot registration in an epoll hands it from one to the next.
-class InLane : public std::enable_shared_from_this<InLane> {
+class InLane final : public PeerLane {
 public:
-    // An incomplete request, or a reply that is not taken, ends the lane after this.
-    static constexpr std::chrono::seconds PATIENCE{8};
+    // An incomplete request, or a reply that is not read, ends the lane after this.
+    static constexpr std::chrono::seconds PEER_TIMEOUT{8};
 
     InLane(ConnectionFd fd, ConnectionKind kind, uint64_t number, std::shared_ptr<Session> session);
-    ~InLane();
+    ~InLane() override;
 
-    uint64_t Number() const noexcept { return number_; }
-    ConnectionKind Kind() const noexcept { return kind_; }
-    // The last message that was taken from it.
-    uint64_t LastTaken() const noexcept { return lastTaken_.load(std::memory_order_acquire); }
-    void SetLastTaken(uint64_t number) noexcept { lastTaken_.store(number, std::memory_order_release); }
+    void Join(int epoll) override;
+    void Serve(uint32_t events) override;
+    void ShutDown() noexcept override;
+    bool CheckDeadline(Clock::time_point now) override;
+    void Rearm() override;
+    bool EndIdleRing(Clock::time_point before) override;
 
-    // Begins to wait for requests in `epoll`; the lane keeps itself alive until it is closed.
-    void Join(int epoll);
-    // Handles what there is, after the epoll reported `events`.
-    void Serve(uint32_t events);
-    // Gives back what the calling thread kept for serving lanes.
+    // Frees what the calling thread kept for serving lanes.
     static void EndOfThread() noexcept;
-    // Any thread: wakes the lane for its end.
-    void ShutDown() noexcept;
-
-    // Control thread: ends the lane if its patience is over. False when it needs no watching any more.
-    bool CheckPatience(Clock::time_point now);
-    // Control thread: has a lane that waited for the byte budget look again.
-    void Rearm();
-    // Control thread: gives the memory of a ring back that has not been used since `before`. One that was taken up goes
-    // with its lane: the sender opens another. True while there is a ring.
-    bool EndIdleRing(Clock::time_point before);
 
 private:
     enum class Next {
         GO_ON,  // the lane is ready for the next request
-        GONE,   // somebody else goes on with it, or an epoll does
+        GONE,   // another thread or an epoll has the lane
         CLOSE,  // it must end
     };
     struct Request;
@@ -74,21 +62,19 @@ private:
     Next Run(Request& request);
     Next Reply(uint64_t number, int status, MessageParcel& reply);
     Next FlushReply();
-    void Await(uint32_t events, bool impatient);
+    void Await(uint32_t events, bool hasDeadline);
     // Waits for more to read; the lane is the caller's no longer.
-    void AwaitMore(bool impatient);
+    void AwaitMore(bool hasDeadline);
     // Asks the epoll for `events` once; from the return on another thread may have the lane.
     bool Arm(int operation, uint32_t events);
     void Close();
-    bool IsCallLane() const noexcept { return kind_ == ConnectionKind::CALL_LANE; }
+    std::shared_ptr<InLane> Self() { return std::static_pointer_cast<InLane>(shared_from_this()); }
 
     const ConnectionFd fd_;
-    const ConnectionKind kind_;
-    const uint64_t number_;
     const std::shared_ptr<Session> session_;
     Mutex handOver_;  // held while the lane is armed again: the next thread begins after that
     int epoll_ = -1;
-    std::shared_ptr<InLane> self_;  // while it waits in an epoll or is being served
+    std::shared_ptr<PeerLane> self_;  // while it waits in an epoll or is being served
 
     FrameReader reader_;
     std::vector<uint8_t> stash_;  // received behind the frame that is being handled
@@ -99,11 +85,10 @@ private:
     bool hasEnded_ = false;               // of the socket, while there may still be something in the ring
     std::atomic<int64_t> ringUsedAt_{0};  // when it was offered, or the lane last went to sleep, in steady clock ticks
     Clock::time_point lastMark_;          // when a message was taken whose number OfferRing counts by
-    std::atomic<uint64_t> lastTaken_{0};  // message number; for one-way lanes written with the target found
     MessageParcel unsent_;                // a reply that the socket took in part
     size_t unsentBytes_ = 0;              // of its frame, header included; 0: none
     size_t unsentDone_ = 0;
-    std::atomic<int64_t> patienceEnds_{0};  // steady clock ticks; 0: not waiting for the peer to finish something
+    std::atomic<int64_t> peerDeadline_{0};  // steady clock ticks; 0: not waiting for the peer to finish something
     std::atomic<bool> isWatched_{false};
 };
 

@@ -45,7 +45,7 @@ void InLane::TakeBells(bool wait)
 
 void InLane::OfferRing(uint64_t number)
 {
-    if (number % RING_MESSAGES != 0 || kind_ != ConnectionKind::ONE_WAY_LANE || isInRing_) {
+    if (number % RING_MESSAGES != 0 || Kind() != ConnectionKind::ONE_WAY_LANE || isInRing_) {
         return;
     }
     const Clock::time_point before = std::exchange(lastMark_, Clock::now());
@@ -53,11 +53,11 @@ void InLane::OfferRing(uint64_t number)
         return;
     }
     MutexLock lock(ringMutex_);
-    if (ring_ != nullptr || (ring_ = RingReader::Make(Core::Get().Self(), number_)) == nullptr) {
+    if (ring_ != nullptr || (ring_ = RingReader::Make(Core::Get().Self(), Number())) == nullptr) {
         return;
     }
     ringUsedAt_.store(lastMark_.time_since_epoch().count(), std::memory_order_relaxed);
-    session_->Post({RecordType::RING, 0, number_, static_cast<uint64_t>(ring_->Fd())});
+    session_->Control().Send({RecordType::RING, 0, Number(), static_cast<uint64_t>(ring_->Fd())});
     lock.Unlock();
     Core::Get().Control().ExpectIdleLanes();
 }
@@ -90,7 +90,7 @@ bool InLane::EndIdleRing(Clock::time_point before)
         ShutDown();
     } else {
         ring_.reset();
-        session_->Post({RecordType::RING, 0, number_, NO_RING});
+        session_->Control().Send({RecordType::RING, 0, Number(), NO_RING});
     }
     return false;
 }

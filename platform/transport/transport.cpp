@@ -23,18 +23,18 @@ sptr<IRemoteObject> ConnectManager(Clock::time_point deadline)
         if (session->IsSuspect()) {
             return nullptr;
         }
-        switch (session->WaitUp(deadline)) {
-            case Session::State::UP:
-                return session->RootProxy();
+        switch (session->WaitEstablished(deadline)) {
+            case Session::State::ESTABLISHED:
+                return session->Proxies().Root();
             case Session::State::CONNECTING:
-                session->SuspectPeer();  // Until its answer comes, which makes the session come up.
+                session->Suspect();  // Until its answer establishes the session.
                 return nullptr;
             case Session::State::DEAD:
                 break;
         }
         // Dead at once: nobody listens. Only a manager that was replaced by a session that stood already is tried
         // again.
-        if (before != nullptr || Core::Get().ManagerSession(deadline)->GetState() != Session::State::UP) {
+        if (before != nullptr || Core::Get().ManagerSession(deadline)->GetState() != Session::State::ESTABLISHED) {
             return nullptr;
         }
         before = session;
@@ -71,13 +71,13 @@ bool IsStillThere(const sptr<IRemoteObject>& object, Clock::time_point deadline)
     if (proxy == nullptr || InForkedChild()) {
         return proxy == nullptr && object != nullptr && object->IsAlive();
     }
-    return proxy->Ready(deadline) == IPC_OK && !proxy->Owner()->HasHungUp();
+    return proxy->WaitReady(deadline) == IPC_OK && !proxy->GetSession().Control().HasHungUp();
 }
 
 uint64_t OwnerSession(const sptr<IRemoteObject>& object)
 {
     const auto* const proxy = dynamic_cast<const ProxyObject*>(object.Get());
-    return proxy != nullptr ? proxy->Owner()->Id() : 0;
+    return proxy != nullptr ? proxy->GetSession().Id() : 0;
 }
 
 bool IsForkedChild() noexcept

@@ -26,7 +26,7 @@ bool WorkerPool::Open()
     return wait_.Open();
 }
 
-bool WorkerPool::AddLane(const std::shared_ptr<InLane>& lane)
+bool WorkerPool::AddLane(const std::shared_ptr<PeerLane>& lane)
 {
     EnsureSpare();
     {
@@ -155,7 +155,7 @@ void WorkerPool::Run()
         if (event.data.ptr == nullptr) {  // anything else is a lane
             RunOneJob();
         } else {
-            static_cast<InLane*>(event.data.ptr)->Serve(event.events);
+            static_cast<PeerLane*>(event.data.ptr)->Serve(event.events);
         }
         idle_.fetch_add(1, std::memory_order_relaxed);
     }

@@ -15,7 +15,7 @@
 
 namespace TAVO::Transport {
 
-class InLane;
+class PeerLane;
 
 class WorkerPool {
 public:
@@ -28,7 +28,7 @@ public:
     // Starts a worker if none is free; false when there is none then.
     bool EnsureSpare();
     // Hands a new lane to the workers. The pool is open. False when there is none and none can be had.
-    bool AddLane(const std::shared_ptr<InLane>& lane);
+    bool AddLane(const std::shared_ptr<PeerLane>& lane);
     // Runs `job` on a worker. Without memory or a descriptor the job is lost and false returned.
     bool Post(std::function<void()> job) noexcept;
 
