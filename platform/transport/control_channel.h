@@ -58,15 +58,15 @@ private:
 
     std::atomic<bool> hasSentHello_{false};  // written under mutex_
 
-    Mutex mutex_;                                    // held during a send, which never waits
-    int fd_ TAVO_GUARDED_BY(mutex_) = -1;            // -1: no hello was sent or answered yet, or the session is dead
-    int epoll_ TAVO_GUARDED_BY(mutex_) = -1;         // -1: not established
-    void* tag_ TAVO_GUARDED_BY(mutex_) = nullptr;    // of the connection in epoll_
+    Mutex mutex_;                                  // held during a send, which never waits
+    int fd_ TAVO_GUARDED_BY(mutex_) = -1;          // -1: no hello was sent or answered yet, or the session is dead
+    int epoll_ TAVO_GUARDED_BY(mutex_) = -1;       // -1: not established
+    void* tag_ TAVO_GUARDED_BY(mutex_) = nullptr;  // of the connection in epoll_
     std::vector<uint8_t> unsent_ TAVO_GUARDED_BY(mutex_);
-    size_t sentEarly_ TAVO_GUARDED_BY(mutex_) = 0;       // of unsent_: sent behind our hello, before its answer
-    bool awaitsRoom_ TAVO_GUARDED_BY(mutex_) = false;    // epoll_ is to report when the socket has room
-    bool isBroken_ TAVO_GUARDED_BY(mutex_) = false;      // a record was lost
-    bool hasYielded_ TAVO_GUARDED_BY(mutex_) = false;    // the peer's connection is used
+    size_t sentEarly_ TAVO_GUARDED_BY(mutex_) = 0;     // of unsent_: sent behind our hello, before its answer
+    bool awaitsRoom_ TAVO_GUARDED_BY(mutex_) = false;  // epoll_ is to report when the socket has room
+    bool isBroken_ TAVO_GUARDED_BY(mutex_) = false;    // a record was lost
+    bool hasYielded_ TAVO_GUARDED_BY(mutex_) = false;  // the peer's connection is used
     bool isClosed_ TAVO_GUARDED_BY(mutex_) = false;
 };
 

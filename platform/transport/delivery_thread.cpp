@@ -12,9 +12,6 @@
 
 namespace TAVO::Transport {
 
-DeliveryThread::DeliveryThread() = default;
-DeliveryThread::~DeliveryThread() = default;
-
 bool DeliveryThread::Open()
 {
     MutexLock lock(mutex_);
@@ -41,10 +38,17 @@ void DeliveryThread::PostDeath(sptr<PeerObject> object) noexcept
         (lastDead_ != nullptr ? lastDead_->nextDead_ : firstDead_) = std::move(object);
         lastDead_ = added;
     }
-    Retry();
+    WakeUp();
 }
 
-void DeliveryThread::Retry() noexcept
+void DeliveryThread::OnTick(Clock::time_point)
+{
+    if (isStarved_.load(std::memory_order_relaxed)) {
+        WakeUp();
+    }
+}
+
+void DeliveryThread::WakeUp() noexcept
 {
     MutexLock lock(mutex_);
     isStarved_.store(!Start(), std::memory_order_relaxed);

@@ -105,8 +105,8 @@ private:
 
     Mutex mutex_;  // nothing is called, sent or released under it
     HeldBySerial held_ TAVO_GUARDED_BY(mutex_);
-    std::map<std::pair<LaneKey, uint64_t>, Passed> passed_ TAVO_GUARDED_BY(mutex_);         // by lane and message
-    std::unordered_map<uint64_t, bool> ownLanes_ TAVO_GUARDED_BY(mutex_);                   // closed by the peer?
+    std::map<std::pair<LaneKey, uint64_t>, Passed> passed_ TAVO_GUARDED_BY(mutex_);  // by lane and message
+    std::unordered_map<uint64_t, bool> ownLanes_ TAVO_GUARDED_BY(mutex_);            // closed by the peer?
     std::unordered_map<uint64_t, OpenLane> peerLanes_ TAVO_GUARDED_BY(mutex_);
     std::unordered_map<uint64_t, std::vector<Deferred>> deferred_ TAVO_GUARDED_BY(mutex_);  // by the peer's lane
     uint64_t lastEndedLane_ TAVO_GUARDED_BY(mutex_) = 0;  // the highest number of the peer's one-way lanes

@@ -11,27 +11,15 @@
 #include "base/parcel_access.h"
 #include "base/warn_limited.h"
 #include "os/threads.h"
-#include "transport/core.h"
+#include "transport/dispatch.h"
+#include "transport/lane_scratch.h"
 #include "transport/object_gate.h"
 
 namespace TAVO::Transport {
 namespace {
 
-constexpr size_t SCRATCH_BYTES = 32 * 1024;
 constexpr int STAY_REQUESTS = 32;             // so that other lanes get their turn
 constexpr std::chrono::milliseconds STAY{1};  // how long a worker waits for a busy lane's next request
-
-// One per serving thread, kept for its life. Deliberate: no object with a destructor, for want of whose place in a list
-// the C library would end the process.
-thread_local uint8_t* t_scratch = nullptr;
-
-uint8_t* Scratch()
-{
-    if (t_scratch == nullptr) {
-        t_scratch = new uint8_t[SCRATCH_BYTES];
-    }
-    return t_scratch;
-}
 
 }  // namespace
 
@@ -44,21 +32,18 @@ struct InLane::Request {
     sptr<IPCObjectStub> target;
 };
 
-InLane::InLane(ConnectionFd fd, ConnectionKind kind, uint64_t number, std::shared_ptr<Session> session)
+InLane::InLane(ConnectionFd fd, ConnectionKind kind, uint64_t number, std::shared_ptr<Session> session,
+               const LaneServices& services)
     : PeerLane(kind, number),
       fd_(std::move(fd)),
       session_(std::move(session)),
+      services_(services),
       reader_(kind != ConnectionKind::CALL_LANE, MessageKind::REQUEST, &session_->Budget())
 {
     SetTimeouts(fd_.Get(), STAY, STAY);
 }
 
 InLane::~InLane() = default;
-
-void InLane::EndOfThread() noexcept
-{
-    delete[] std::exchange(t_scratch, nullptr);
-}
 
 void InLane::Join(int epoll)
 {
@@ -127,7 +112,7 @@ void InLane::Loop()
             case FrameReader::State::COMPLETE:
                 break;
             case FrameReader::State::STALLED:
-                Core::Get().Control().RetryLater(shared_from_this());
+                services_.timers.RetryLater(shared_from_this());
                 return;
             case FrameReader::State::BAD:
                 WarnLimited("a peer sent an impossible frame", "its lane was closed");
@@ -151,8 +136,7 @@ void InLane::Loop()
                 return;
         }
         if (stash_.empty()) {
-            wait =
-                CurrentRole() == ThreadRole::WORKER && ++served < STAY_REQUESTS && Core::Get().Workers().EnsureSpare();
+            wait = CurrentRole() == ThreadRole::WORKER && ++served < STAY_REQUESTS && services_.workers.EnsureSpare();
             if (!wait) {
                 AwaitMore(reader_.IsUnderWay());
                 return;
@@ -190,8 +174,8 @@ FrameReader::State InLane::NextFrame(bool wait, IoStatus& io)
             }
             continue;
         }
-        uint8_t* const scratch = Scratch();
-        const IoResult got = Receive(scratch, SCRATCH_BYTES, wait);
+        uint8_t* const scratch = LaneScratch();
+        const IoResult got = Receive(scratch, LANE_SCRATCH_BYTES, wait);
         io = got.status;
         if (io != IoStatus::OK) {
             return FrameReader::State::MORE;
@@ -226,14 +210,14 @@ InLane::Next InLane::Handle()
         SetLastTaken(header.number);
         request.target = session_->Held().Find(header.serial);
         if (request.target == nullptr && header.kind == FrameKind::FIRST_REQUEST) {
-            request.target = Core::Get().FindExported(header.serial);  // As its ACQUIRE will find it.
+            request.target = services_.objects.Find(header.serial);  // As its ACQUIRE will find it.
         }
     } else {
         request.target = session_->Held().FindOneWayTarget(*this, header.number, header.serial);
         OfferRing(header.number);
     }
     if (header.serial == 0) {
-        request.target = Core::Get().Root();
+        request.target = services_.objects.Root();
     }
     MessageParcel nothing;
     if (!session_->References().Take({false, Number()}, header, request.data)) {
@@ -246,7 +230,7 @@ InLane::Next InLane::Handle()
     if (Kind() == ConnectionKind::NOTICE_LANE) {
         return request.target->RunsOnDeliveryThread() ? Run(request) : Next::GO_ON;
     }
-    const bool runs = Core::GateOf(*request.target).EnterOrWait([this, &request] {
+    const bool runs = ObjectGate::Of(*request.target).EnterOrWait([this, &request] {
         auto waiting = std::make_shared<Request>(request.header, std::move(request.charge));
         waiting->target = request.target;
         ParcelAccess::Swap(waiting->data, request.data);
@@ -260,7 +244,7 @@ InLane::Next InLane::Handle()
 InLane::Next InLane::RunWaited(Request& request)
 {
     if (IsCallLane() && HasHungUp(fd_.Get())) {
-        LeaveGate(*request.target);
+        LeaveGate(*request.target, services_.workers);
         return Next::CLOSE;
     }
     return Run(request);
@@ -271,9 +255,12 @@ InLane::Next InLane::Run(Request& request)
     request.charge.Release();
     MessageParcel reply;
     MessageOption option(IsCallLane() ? MessageOption::FLAG_SYNC : MessageOption::FLAG_ONE_WAY);
-    const auto dispatch = Kind() == ConnectionKind::NOTICE_LANE ? Dispatch : DispatchInGate;
+    const CallingPeer& peer = session_->Identity();
+    const uint32_t code = request.header.codeOrStatus;
     const int status =
-        dispatch(*request.target, session_->Identity(), request.header.codeOrStatus, request.data, reply, option);
+        Kind() == ConnectionKind::NOTICE_LANE
+            ? Dispatch(*request.target, peer, code, request.data, reply, option)
+            : DispatchInGate(*request.target, services_.workers, peer, code, request.data, reply, option);
     return IsCallLane() ? Reply(request.header.number, status, reply) : Next::GO_ON;
 }
 
@@ -335,7 +322,7 @@ void InLane::Await(uint32_t events, bool hasDeadline)
     if (hasDeadline && peerDeadline_.load(std::memory_order_relaxed) == 0) {
         peerDeadline_.store((Clock::now() + PEER_TIMEOUT).time_since_epoch().count(), std::memory_order_relaxed);
         if (!isWatched_.exchange(true)) {
-            Core::Get().Control().WatchDeadline(shared_from_this());
+            services_.timers.WatchDeadline(shared_from_this());
         }
     }
     MutexLock lock(handOver_);
@@ -346,11 +333,11 @@ void InLane::AwaitMore(bool hasDeadline)
 {
     if (isInRing_) {
         ringUsedAt_.store(Clock::now().time_since_epoch().count(), std::memory_order_relaxed);
-        Core::Get().Control().ExpectIdleLanes();
+        services_.timers.ExpectIdleLanes();
     }
     if (!isInRing_ || ring_->Sleep()) {
         Await(EPOLLIN, hasDeadline);
-    } else if (!Core::Get().Workers().Post([lane = Self()] { lane->Proceed([] { return Next::GO_ON; }); })) {
+    } else if (!services_.workers.Post([lane = Self()] { lane->Proceed([] { return Next::GO_ON; }); })) {
         WarnLimited("out of memory", "a lane was closed");
         Close();
     }

@@ -11,12 +11,23 @@
 #include "os/fd.h"
 #include "tavo/ipc_object_stub.h"
 #include "tavo/mutex.h"
+#include "transport/exported_objects.h"
+#include "transport/lane_timers.h"
 #include "transport/peer_lane.h"
 #include "transport/session.h"
+#include "transport/worker_pool.h"
 #include "wire/frame_reader.h"
 #include "wire/ring.h"
 
 namespace TAVO::Transport {
+
+// What lanes are served with. Outlives all lanes.
+struct LaneServices {
+    WorkerPool& workers;
+    LaneTimers& timers;
+    ExportedObjects& objects;
+    SessionHost& host;
+};
 
 // Belongs to one thread at a time: its one-shot registration in an epoll hands it from one to the next.
 class InLane final : public PeerLane {
@@ -24,7 +35,8 @@ public:
     // An incomplete request, or a reply that is not read, ends the lane after this.
     static constexpr std::chrono::seconds PEER_TIMEOUT{8};
 
-    InLane(ConnectionFd fd, ConnectionKind kind, uint64_t number, std::shared_ptr<Session> session);
+    InLane(ConnectionFd fd, ConnectionKind kind, uint64_t number, std::shared_ptr<Session> session,
+           const LaneServices& services);
     ~InLane() override;
 
     void Join(int epoll) override;
@@ -33,9 +45,6 @@ public:
     bool CheckDeadline(Clock::time_point now) override;
     void Rearm() override;
     bool EndIdleRing(Clock::time_point before) override;
-
-    // Frees what the calling thread kept for serving lanes.
-    static void EndOfThread() noexcept;
 
 private:
     enum class Next {
@@ -72,6 +81,7 @@ private:
 
     const ConnectionFd fd_;
     const std::shared_ptr<Session> session_;
+    const LaneServices& services_;
     Mutex handOver_;  // held while the lane is armed again: the next thread begins after that
     int epoll_ = -1;
     std::shared_ptr<PeerLane> self_;  // while it waits in an epoll or is being served

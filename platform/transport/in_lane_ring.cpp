@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "base/warn_limited.h"
-#include "transport/core.h"
 #include "transport/in_lane.h"
+#include "transport/session_host.h"
 
 namespace TAVO::Transport {
 namespace {
@@ -53,13 +53,13 @@ void InLane::OfferRing(uint64_t number)
         return;
     }
     MutexLock lock(ringMutex_);
-    if (ring_ != nullptr || (ring_ = RingReader::Make(Core::Get().Self(), Number())) == nullptr) {
+    if (ring_ != nullptr || (ring_ = RingReader::Make(services_.host.Self(), Number())) == nullptr) {
         return;
     }
     ringUsedAt_.store(lastMark_.time_since_epoch().count(), std::memory_order_relaxed);
     session_->Control().Send({RecordType::RING, 0, Number(), static_cast<uint64_t>(ring_->Fd())});
     lock.Unlock();
-    Core::Get().Control().ExpectIdleLanes();
+    services_.timers.ExpectIdleLanes();
 }
 
 bool InLane::GoIntoRing()

@@ -33,7 +33,8 @@ LaneOpener::Opened LaneOpener::Open(ConnectionKind kind, Clock::duration timeout
     const bool waits = timeout.count() > 0;
     Opened lane;
     lane.number = lastNumber_.fetch_add(1) + 1;
-    lane.fd = waits ? ConnectStream(path, std::chrono::ceil<std::chrono::milliseconds>(timeout)) : ConnectStreamNow(path);
+    lane.fd =
+        waits ? ConnectStream(path, std::chrono::ceil<std::chrono::milliseconds>(timeout)) : ConnectStreamNow(path);
     if (!lane.fd.IsOpen()) {
         lane.status = StatusOf(errno, waits);
         return lane;

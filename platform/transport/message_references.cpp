@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "base/parcel_access.h"
-#include "transport/pending_acknowledgement.h"
 #include "transport/session_host.h"
 
 namespace TAVO::Transport {

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "os/fd.h"
@@ -54,6 +55,25 @@ private:
     HeldObjects& held_;
     ProxyTable& proxies_;
     std::atomic<size_t> unacknowledged_{0};  // messages of the peer with references
+};
+
+// Acknowledges the references of one message once the last of its objects is acquired, or known to be dead. Shared by
+// the message itself, while it is read, and by each object that is being acquired.
+class PendingAcknowledgement {
+public:
+    PendingAcknowledgement(std::shared_ptr<MessageReferences> references, LaneKey lane, uint64_t number)
+        : references_(std::move(references)), lane_(lane), number_(number)
+    {
+        references_->BeginMessage();
+    }
+    ~PendingAcknowledgement() { references_->Acknowledge(lane_, number_); }
+    PendingAcknowledgement(const PendingAcknowledgement&) = delete;
+    PendingAcknowledgement& operator=(const PendingAcknowledgement&) = delete;
+
+private:
+    const std::shared_ptr<MessageReferences> references_;
+    const LaneKey lane_;
+    const uint64_t number_;
 };
 
 }  // namespace TAVO::Transport

@@ -33,8 +33,8 @@ sptr<PeerObject> ProxyTable::Make(uint64_t serial, const std::u16string& descrip
     // The place first: a proxy that were destroyed here for lack of memory would take this lock once more.
     const auto place = proxies_.try_emplace(serial, nullptr).first;
     try {
-        auto proxy = context_.host.NewProxy(context_.session.lock(), serial, descriptor,
-                                            isAlive ? Life::ALIVE : Life::PENDING);
+        auto proxy =
+            context_.host.NewProxy(context_.session.lock(), serial, descriptor, isAlive ? Life::ALIVE : Life::PENDING);
         place->second = proxy.Get();
         return proxy;
     } catch (...) {
