@@ -83,13 +83,13 @@ private:
     const LaneServices services_;
 
     // The control thread:
-    Admission admission_;                      // empty: all
+    Admission admission_;  // empty: all
     std::vector<Listener*> listeners_;
     std::vector<PendingConnection*> pending_;  // in the order of acceptance
     bool hasNews_ = false;                     // lanes that wait are to be offered again
     bool isAccepting_ = false;                 // inside AcceptAll, or a connection is being accepted
     bool isReadingHellos_ = false;
-    bool hasResting_ = false;                  // listeners that found no descriptor or memory left
+    bool hasResting_ = false;  // listeners that found no descriptor or memory left
     Clock::time_point restingUntil_;
 };
 

@@ -65,8 +65,7 @@ HelloResult Acceptor::AcceptLane(ConnectionFd& fd, const Hello& hello, const Pee
     if (hello.kind == ConnectionKind::CALL_LANE && !session->InLanes().HasRoomForCallLane()) {
         // Workers may not have closed the lanes yet whose callers have given up. This one waits until they have, or
         // until its own caller gives up.
-        const bool mayWait =
-            !HasHungUp(fd.Get()) && CountWaitingLanes(hello.instance) <= InLaneTable::MAX_CALL_LANES;
+        const bool mayWait = !HasHungUp(fd.Get()) && CountWaitingLanes(hello.instance) <= InLaneTable::MAX_CALL_LANES;
         return mayWait ? HelloResult::AWAITS_ROOM : HelloResult::SETTLED;
     }
     loop_.ReleaseFd(fd.Get());

@@ -114,8 +114,7 @@ void Connector::Adopt(std::unique_ptr<ControlLink> link)
 {
     ControlLink& kept = *link;
     const Session::State state = kept.GetSession()->GetState();
-    const bool isLate =
-        state == Session::State::DEAD || (state == Session::State::ESTABLISHED && !kept.IsAnswered());
+    const bool isLate = state == Session::State::DEAD || (state == Session::State::ESTABLISHED && !kept.IsAnswered());
     if (isLate || !links_.Add(std::move(link)) || !kept.IsAnswered()) {
         return;
     }

@@ -56,8 +56,7 @@ bool EventLoop::OpenLocked()
 
 bool EventLoop::Start()
 {
-    isRunning_ =
-        isRunning_ || (OpenLocked() && StartThread(ThreadRole::CONTROL, "tavo-control", [this] { Run(); }));
+    isRunning_ = isRunning_ || (OpenLocked() && StartThread(ThreadRole::CONTROL, "tavo-control", [this] { Run(); }));
     return isRunning_;
 }
 

@@ -39,8 +39,8 @@ void Listener::Accept(size_t most)
 
 bool Listener::Resume() noexcept
 try {
-    const bool isPolled = state_ == State::NEW ? loop_.AddPoll(fd_.Get(), EPOLLIN, this)
-                                               : loop_.ModifyPoll(fd_.Get(), EPOLLIN, this);
+    const bool isPolled =
+        state_ == State::NEW ? loop_.AddPoll(fd_.Get(), EPOLLIN, this) : loop_.ModifyPoll(fd_.Get(), EPOLLIN, this);
     if (isPolled) {
         state_ = State::ACCEPTING;
     }

@@ -39,11 +39,7 @@ public:
     };
 
     PendingConnection(EventLoop& loop, Owner& owner, ConnectionFd fd, const PeerIdentity& identity)
-        : loop_(loop),
-          owner_(owner),
-          fd_(std::move(fd)),
-          identity_(identity),
-          deadline_(Clock::now() + HELLO_TIMEOUT)
+        : loop_(loop), owner_(owner), fd_(std::move(fd)), identity_(identity), deadline_(Clock::now() + HELLO_TIMEOUT)
     {
     }
 

@@ -59,7 +59,8 @@ ThisProcess::ThisProcess()
       acceptor_(loop_, links_, sessions_, connector_, delivery_, {workers_, timers_, objects_, *this})
 {
     WatchForks();
-    for (LoopPart* part : std::initializer_list<LoopPart*>{&workerWatch_, &acceptor_, &timers_, &connector_, &delivery_}) {
+    for (LoopPart* part :
+         std::initializer_list<LoopPart*>{&workerWatch_, &acceptor_, &timers_, &connector_, &delivery_}) {
         loop_.AddPart(*part);
     }
 }
