@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // What becomes of a connection whose hello is complete. A control connection is accepted unless the session has one
-// already, or one of ours is on its way and prevails. A lane is accepted if it comes from the process of its session and
-// the session has room. If the session is not established yet, the lane waits while it may still be; if the peer has as
-// many lanes as it may have, the lane waits as long as its caller.
+// already, or has sent a hello that prevails. A lane is accepted if it was opened by the process of its session and the
+// session has room. If the session is not established yet, the lane waits while it may still be; if the peer has as many
+// lanes as it may have, the lane waits as long as its caller does.
 #include <sys/epoll.h>
 
 #include <algorithm>
@@ -132,12 +132,12 @@ void Acceptor::AcceptControl(ConnectionFd& fd, const Hello& hello, const PeerIde
     const bool isSent = SendNow(fd.Get(), &answer, sizeof(answer)).status == IoStatus::OK;
     if (!isSent || !isAccepted) {
         fd.Close();
-        if (isAccepted && link == nullptr) {  // The peer has ended, and nobody who found the session must wait for it.
+        if (isAccepted && link == nullptr) {  // The peer has ended: callers must not wait for it.
             links_.Abandon(session);
         }
         return;
     }
-    if (link != nullptr) {  // Ours was on its way too: the lower instance's stays.
+    if (link != nullptr) {  // The two crossed: the connection of the lower instance stays.
         links_.Unbind(session.get());
         links_.TearDown(*link);
     }

@@ -14,8 +14,8 @@
 
 namespace TAVO::Transport {
 
-// Any thread. Sending never waits: records are queued, at most MAX_UNSENT_BYTES. The descriptors belong to the control
-// thread, which detaches one before it closes it.
+// Any thread. Sending never waits: records are queued, at most MAX_UNSENT_BYTES. The control thread
+// owns the connection, and detaches it before it is closed.
 class ControlChannel {
 public:
     static constexpr size_t MAX_UNSENT_BYTES = size_t{1} << 20;

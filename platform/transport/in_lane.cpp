@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Serves a lane. No step here waits for the peer, but for a moment after an answer when another worker is free.
+// Serves a lane: assembles a request, finds its object, makes its references, has it run, replies, and looks for the
+// next one. No step waits for the peer, except for a moment after a reply while another worker is free. A lane that
+// needs more from the peer or from the byte budget waits in an epoll or with the control thread, without a worker. A peer that breaks the protocol
+// loses the lane, and so does one that does not finish a message in time.
 #include "transport/in_lane.h"
 
 #include <sys/epoll.h>
@@ -47,9 +50,14 @@ InLane::~InLane() = default;
 
 void InLane::Join(int epoll)
 {
-    epoll_ = epoll;
-    self_ = shared_from_this();
-    if (!Arm(EPOLL_CTL_ADD, EPOLLIN)) {
+    bool isArmed = false;
+    {
+        MutexLock lock(handOver_);
+        epoll_ = epoll;
+        self_ = shared_from_this();
+        isArmed = Arm(EPOLL_CTL_ADD, EPOLLIN);
+    }
+    if (!isArmed) {
         Close();
     }
 }
@@ -70,14 +78,14 @@ void InLane::ShutDown() noexcept
 void InLane::Serve(uint32_t events)
 {
     {
-        MutexLock lock(handOver_);  // What the thread before did with the lane is done.
+        MutexLock lock(handOver_);  // The thread that had the lane before does not touch it any more.
     }
     const bool callerGone = (events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0;
     if (IsCallLane() && callerGone) {
         Close();  // A request that lies unread has nobody waiting for it: it is not run.
         return;
     }
-    if (isInRing_) {
+    if (IsInRing()) {
         TakeBells(false);
     }
     Proceed([this] { return unsentBytes_ != 0 ? FlushReply() : Next::GO_ON; });
@@ -85,111 +93,99 @@ void InLane::Serve(uint32_t events)
 
 template <typename Step>
 void InLane::Proceed(Step step)
-{
-    try {
-        switch (step()) {
-            case Next::GO_ON:
-                Loop();
-                return;
-            case Next::GONE:
-                return;
-            case Next::CLOSE:
-                Close();
-                return;
-        }
-    } catch (const std::bad_alloc&) {
-        WarnLimited("out of memory", "a lane was closed");
+try {
+    Next next = step();
+    if (next == Next::GO_ON) {
+        next = Loop();
+    }
+    if (next == Next::CLOSE) {
         Close();
     }
+} catch (const std::bad_alloc&) {
+    WarnLimited("out of memory", "a lane was closed");
+    Close();
 }
 
-void InLane::Loop()
+InLane::Next InLane::Loop()
 {
     bool wait = false;
     for (int served = 0;;) {
-        IoStatus io = IoStatus::OK;
-        switch (NextFrame(wait, io)) {
+        const Frame frame = NextFrame(wait);
+        switch (frame.state) {
             case FrameReader::State::COMPLETE:
                 break;
             case FrameReader::State::STALLED:
-                services_.timers.RetryLater(shared_from_this());
-                return;
+                services_.timers.RetryLater(Self());
+                return Next::GONE;
             case FrameReader::State::BAD:
                 WarnLimited("a peer sent an impossible frame", "its lane was closed");
-                Close();
-                return;
+                return Next::CLOSE;
             case FrameReader::State::MORE:
-                if (io == IoStatus::CLOSED) {
-                    Close();
-                } else {
-                    AwaitMore(reader_.IsUnderWay());
+                if (frame.io == IoStatus::CLOSED) {
+                    return Next::CLOSE;
                 }
-                return;
+                AwaitMore(reader_.IsUnderWay());
+                return Next::GONE;
         }
-        switch (Handle()) {
-            case Next::GO_ON:
-                break;
-            case Next::GONE:
-                return;
-            case Next::CLOSE:
-                Close();
-                return;
+        if (const Next next = Handle(); next != Next::GO_ON) {
+            return next;
         }
         if (stash_.empty()) {
             wait = CurrentRole() == ThreadRole::WORKER && ++served < STAY_REQUESTS && services_.workers.EnsureSpare();
             if (!wait) {
                 AwaitMore(reader_.IsUnderWay());
-                return;
+                return Next::GONE;
             }
         }
     }
 }
 
-FrameReader::State InLane::NextFrame(bool wait, IoStatus& io)
+InLane::Frame InLane::NextFrame(bool wait)
 {
-    if (!stash_.empty()) {
-        const uint8_t* from = stash_.data() + stashUsed_;
-        const uint8_t* const end = stash_.data() + stash_.size();
-        const FrameReader::State state = reader_.Consume(from, end);
-        stashUsed_ = static_cast<size_t>(from - stash_.data());
-        if (from == end) {
-            std::vector<uint8_t>().swap(stash_);
-            stashUsed_ = 0;
-        }
-        if (state != FrameReader::State::MORE) {
-            return state;
-        }
+    Frame frame{stash_.empty() ? FrameReader::State::MORE : TakeStash()};
+    while (frame.state == FrameReader::State::MORE && frame.io == IoStatus::OK) {
+        frame = reader_.HasHeader() ? ReceiveBody(wait) : ReceiveHeader(wait);
     }
-    for (;;) {
-        if (reader_.HasHeader()) {
-            const FrameReader::Room room = reader_.RoomForBody();
-            if (room.place == nullptr) {
-                return room.state;
-            }
-            const IoResult got = Receive(room.place, room.size, wait);
-            io = got.status;
-            const FrameReader::State state = reader_.Received(got.bytes);
-            if (io != IoStatus::OK || state != FrameReader::State::MORE) {
-                return state;
-            }
-            continue;
-        }
-        uint8_t* const scratch = LaneScratch();
-        const IoResult got = Receive(scratch, LANE_SCRATCH_BYTES, wait);
-        io = got.status;
-        if (io != IoStatus::OK) {
-            return FrameReader::State::MORE;
-        }
-        const uint8_t* from = scratch;
-        const FrameReader::State state = reader_.Consume(from, scratch + got.bytes);
-        if (from != scratch + got.bytes) {
-            stash_.assign(from, static_cast<const uint8_t*>(scratch + got.bytes));
-            stashUsed_ = 0;
-        }
-        if (state != FrameReader::State::MORE) {
-            return state;
-        }
+    return frame;
+}
+
+FrameReader::State InLane::TakeStash()
+{
+    const uint8_t* from = stash_.data() + stashUsed_;
+    const uint8_t* const end = stash_.data() + stash_.size();
+    const FrameReader::State state = reader_.Consume(from, end);
+    stashUsed_ = static_cast<size_t>(from - stash_.data());
+    if (from == end) {
+        std::vector<uint8_t>().swap(stash_);
+        stashUsed_ = 0;
     }
+    return state;
+}
+
+InLane::Frame InLane::ReceiveBody(bool wait)
+{
+    const FrameReader::Room room = reader_.RoomForBody();
+    if (room.place == nullptr) {
+        return {room.state};
+    }
+    const IoResult got = Receive(room.place, room.size, wait);
+    return {reader_.Received(got.bytes), got.status};
+}
+
+InLane::Frame InLane::ReceiveHeader(bool wait)
+{
+    uint8_t* const scratch = LaneScratch();
+    const IoResult got = Receive(scratch, LANE_SCRATCH_BYTES, wait);
+    if (got.status != IoStatus::OK) {
+        return {FrameReader::State::MORE, got.status};
+    }
+    const uint8_t* from = scratch;
+    const FrameReader::State state = reader_.Consume(from, scratch + got.bytes);
+    if (from != scratch + got.bytes) {
+        stash_.assign(from, static_cast<const uint8_t*>(scratch + got.bytes));
+        stashUsed_ = 0;
+    }
+    return {state};
 }
 
 InLane::Next InLane::Handle()
@@ -206,19 +202,7 @@ InLane::Next InLane::Handle()
     if (header.kind == FrameKind::INTO_RING) {
         return GoIntoRing() ? Next::GO_ON : Next::CLOSE;
     }
-    if (IsCallLane()) {
-        SetLastTaken(header.number);
-        request.target = session_->Held().Find(header.serial);
-        if (request.target == nullptr && header.kind == FrameKind::FIRST_REQUEST) {
-            request.target = services_.objects.Find(header.serial);  // As its ACQUIRE will find it.
-        }
-    } else {
-        request.target = session_->Held().FindOneWayTarget(*this, header.number, header.serial);
-        OfferRing(header.number);
-    }
-    if (header.serial == 0) {
-        request.target = services_.objects.Root();
-    }
+    request.target = FindTarget(header);
     MessageParcel nothing;
     if (!session_->References().Take({false, Number()}, header, request.data)) {
         WarnLimited("a peer sent an invalid reference table", "its request was refused");
@@ -230,6 +214,27 @@ InLane::Next InLane::Handle()
     if (Kind() == ConnectionKind::NOTICE_LANE) {
         return request.target->RunsOnDeliveryThread() ? Run(request) : Next::GO_ON;
     }
+    return EnterGate(request);
+}
+
+sptr<IPCObjectStub> InLane::FindTarget(const FrameHeader& header)
+{
+    sptr<IPCObjectStub> target;
+    if (IsCallLane()) {
+        SetLastTaken(header.number);
+        target = session_->Held().Find(header.serial);
+        if (target == nullptr && header.kind == FrameKind::FIRST_REQUEST) {
+            target = services_.objects.Find(header.serial);  // As its ACQUIRE will find it.
+        }
+    } else {
+        target = session_->Held().FindOneWayTarget(*this, header.number, header.serial);
+        OfferRing(header.number);
+    }
+    return header.serial == 0 ? services_.objects.Root() : target;
+}
+
+InLane::Next InLane::EnterGate(Request& request)
+{
     const bool runs = ObjectGate::Of(*request.target).EnterOrWait([this, &request] {
         auto waiting = std::make_shared<Request>(request.header, std::move(request.charge));
         waiting->target = request.target;
@@ -331,11 +336,11 @@ void InLane::Await(uint32_t events, bool hasDeadline)
 
 void InLane::AwaitMore(bool hasDeadline)
 {
-    if (isInRing_) {
+    if (IsInRing()) {
         ringUsedAt_.store(Clock::now().time_since_epoch().count(), std::memory_order_relaxed);
         services_.timers.ExpectIdleLanes();
     }
-    if (!isInRing_ || ring_->Sleep()) {
+    if (!IsInRing() || OwnRing().Sleep()) {
         Await(EPOLLIN, hasDeadline);
     } else if (!services_.workers.Post([lane = Self()] { lane->Proceed([] { return Next::GO_ON; }); })) {
         WarnLimited("out of memory", "a lane was closed");
@@ -367,7 +372,10 @@ void InLane::Rearm()
 
 void InLane::Close()
 {
-    ::epoll_ctl(epoll_, EPOLL_CTL_DEL, fd_.Get(), nullptr);
+    {
+        MutexLock lock(handOver_);
+        ::epoll_ctl(epoll_, EPOLL_CTL_DEL, fd_.Get(), nullptr);
+    }
     const std::shared_ptr<PeerLane> last = std::move(self_);
     peerDeadline_.store(0, std::memory_order_relaxed);
     {

@@ -54,16 +54,29 @@ private:
     };
     struct Request;
 
-    // Takes a step, then goes on as it says; runs out of memory only at the lane's cost.
+    // Takes a step, then goes on with its result. If memory runs out, the lane is closed.
     template <typename Step>
     void Proceed(Step step);
-    void Loop();
-    FrameReader::State NextFrame(bool wait, IoStatus& io);
+    // Handles requests until there is none, or the lane must end.
+    Next Loop();
+    // What became of the next frame, and of the socket if it was read for that.
+    struct Frame {
+        FrameReader::State state;
+        IoStatus io = IoStatus::OK;
+    };
+    Frame NextFrame(bool wait);
+    FrameReader::State TakeStash();
+    Frame ReceiveHeader(bool wait);
+    Frame ReceiveBody(bool wait);
     IoResult Receive(void* place, size_t size, bool wait);
     // Takes the bells of the ring's writer, waiting a moment for one, and sees the end of the connection.
     void TakeBells(bool wait);
     Next Handle();
-    // Offers a ring to whoever sends so much that it pays.
+    // The object of a request, which is accepted by that. Null: unknown, or not held by the peer.
+    sptr<IPCObjectStub> FindTarget(const FrameHeader& header);
+    // Runs the request, or leaves it in the gate of its object.
+    Next EnterGate(Request& request);
+    // Offers a ring to a peer that sends so many requests that it pays.
     void OfferRing(uint64_t number);
     // False when there is none.
     bool GoIntoRing();
@@ -72,26 +85,29 @@ private:
     Next Reply(uint64_t number, int status, MessageParcel& reply);
     Next FlushReply();
     void Await(uint32_t events, bool hasDeadline);
-    // Waits for more to read; the lane is the caller's no longer.
+    // Waits for more to read. From then on another thread may have the lane.
     void AwaitMore(bool hasDeadline);
-    // Asks the epoll for `events` once; from the return on another thread may have the lane.
-    bool Arm(int operation, uint32_t events);
+    // Asks the epoll for `events` once. From the release of the lock on another thread may have the lane.
+    bool Arm(int operation, uint32_t events) TAVO_REQUIRES(handOver_);
     void Close();
+    // For the lane's thread, without the lock: it alone enters the ring, and the ring is not replaced after that.
+    bool IsInRing() const TAVO_NO_THREAD_ANALYSIS { return isInRing_; }
+    RingReader& OwnRing() TAVO_NO_THREAD_ANALYSIS { return *ring_; }
     std::shared_ptr<InLane> Self() { return std::static_pointer_cast<InLane>(shared_from_this()); }
 
     const ConnectionFd fd_;
     const std::shared_ptr<Session> session_;
     const LaneServices& services_;
     Mutex handOver_;  // held while the lane is armed again: the next thread begins after that
-    int epoll_ = -1;
+    int epoll_ TAVO_GUARDED_BY(handOver_) = -1;
     std::shared_ptr<PeerLane> self_;  // while it waits in an epoll or is being served
 
     FrameReader reader_;
     std::vector<uint8_t> stash_;  // received behind the frame that is being handled
     size_t stashUsed_ = 0;
-    Mutex ringMutex_;                     // not for the lane's thread once it is in the ring
-    std::unique_ptr<RingReader> ring_;    // offered
-    bool isInRing_ = false;               // requests come through it, and only bells through the socket; it stays
+    Mutex ringMutex_;
+    std::unique_ptr<RingReader> ring_ TAVO_GUARDED_BY(ringMutex_);  // offered
+    bool isInRing_ TAVO_GUARDED_BY(ringMutex_) = false;  // requests come through it, only bells through the socket
     bool hasEnded_ = false;               // of the socket, while there may still be something in the ring
     std::atomic<int64_t> ringUsedAt_{0};  // when it was offered, or the lane last went to sleep, in steady clock ticks
     Clock::time_point lastMark_;          // when a message was taken whose number OfferRing counts by

@@ -17,16 +17,16 @@ constexpr uint64_t NO_RING = UINT64_MAX;             // in a descriptor's place:
 
 IoResult InLane::Receive(void* place, size_t size, bool wait)
 {
-    if (!isInRing_) {
+    if (!IsInRing()) {
         return wait ? ReceiveOnce(fd_.Get(), place, size) : ReceiveNow(fd_.Get(), place, size);
     }
-    IoResult got = ring_->Read(place, size);
+    IoResult got = OwnRing().Read(place, size);
     if (got.status == IoStatus::WOULD_BLOCK && wait && !hasEnded_) {
         ringUsedAt_.store(Clock::now().time_since_epoch().count(), std::memory_order_relaxed);
-        if (ring_->Sleep()) {
+        if (OwnRing().Sleep()) {
             TakeBells(true);
         }
-        got = ring_->Read(place, size);
+        got = OwnRing().Read(place, size);
     }
     if (got.status == IoStatus::WOULD_BLOCK && hasEnded_) {
         got.status = IoStatus::CLOSED;
@@ -40,12 +40,12 @@ void InLane::TakeBells(bool wait)
     const IoResult got =
         wait ? ReceiveOnce(fd_.Get(), bells, sizeof(bells)) : ReceiveNow(fd_.Get(), bells, sizeof(bells));
     hasEnded_ = hasEnded_ || got.status == IoStatus::CLOSED;
-    ring_->WakeUp();
+    OwnRing().WakeUp();
 }
 
 void InLane::OfferRing(uint64_t number)
 {
-    if (number % RING_MESSAGES != 0 || Kind() != ConnectionKind::ONE_WAY_LANE || isInRing_) {
+    if (number % RING_MESSAGES != 0 || Kind() != ConnectionKind::ONE_WAY_LANE || IsInRing()) {
         return;
     }
     const Clock::time_point before = std::exchange(lastMark_, Clock::now());

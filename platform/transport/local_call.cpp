@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A local request takes the same way as one of another process, through the gate of its object and to a worker, so that
-// a handler runs under the same conditions whoever calls. Sender and worker share the request: the sender may stop
+// a handler runs under the same conditions for every caller. Sender and worker share the request: the sender may stop
 // waiting before the handler has run.
 #include "transport/local_call.h"
 

@@ -37,7 +37,7 @@ try {
             own.emplace_back(entry.serial, stub);
         }
         if (entry.serial == 0 || !writer.Add(entry, reference.object->Descriptor())) {
-            return IPC_BAD_MESSAGE;  // Neither ours nor a proxy, or a root object: nobody could call it.
+            return IPC_BAD_MESSAGE;  // Neither ours nor a proxy, or a root object: the peer could not call it.
         }
     }
     if (const int status = held_.Pass(lane, number, std::move(passed), own); status != IPC_OK) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A handler that waits for the answer to a call of its own blocks nobody: another thread and another request may go on.
+// While a handler waits for the answer to a call of its own, another thread and another request may go on.
 #ifndef TAVO_TRANSPORT_OUTGOING_CALL_H
 #define TAVO_TRANSPORT_OUTGOING_CALL_H
 

@@ -65,7 +65,7 @@ int ProxyObject::SendNotice(uint32_t code, MessageParcel& data)
     if (InForkedChild()) {
         return IPC_UNAVAILABLE;
     }
-    const Deadline now = Clock::now();  // It waits for nobody: the sender has others to notify.
+    const Deadline now = Clock::now();  // Has passed: a notice never waits, its sender has others to notify.
     if (const int status = WaitReady(now); status != IPC_OK) {
         return status;
     }

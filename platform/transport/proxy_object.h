@@ -33,7 +33,7 @@ private:
 
     const std::shared_ptr<Session> session_;
     // The last one-way request, behind which the counts are returned. Written under the lane's lock (an object gets
-    // either one-way requests or notices), read when nobody can send any more.
+    // either one-way requests or notices), read after the last send.
     MessagePlace lastOneWay_;
 };
 

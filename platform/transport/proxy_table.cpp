@@ -30,7 +30,7 @@ sptr<PeerObject> ProxyTable::Make(uint64_t serial, const std::u16string& descrip
     if (context_.State() == SessionState::DEAD) {
         return context_.host.NewProxy(context_.session.lock(), serial, descriptor, Life::DEAD);
     }
-    // The place first: a proxy that were destroyed here for lack of memory would take this lock once more.
+    // The place first: without memory for it the new proxy would be destroyed here, and take this lock once more.
     const auto place = proxies_.try_emplace(serial, nullptr).first;
     try {
         auto proxy =

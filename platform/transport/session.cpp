@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A session puts its parts together and gives them one life. Connecting: our hello is sent, or the peer's accepted.
-// Established: records and lanes go both ways. End: the state changes first, so that nobody who is woken up takes the
-// peer's objects for living ones; then each part releases what it has, in an order in which callers learn of the end
+// Established: records and lanes go both ways. End: the state changes first, so that no thread that is woken up finds the
+// peer's objects alive; then each part releases what it has, in an order in which callers learn of the end
 // before death recipients do. Nothing on that way takes memory.
 #include "transport/session.h"
 

@@ -46,7 +46,7 @@ public:
     // Whether there is a hello of ours whose answer is awaited.
     bool HasUnanswered() const;
 
-    // Any thread: the hellos are exchanged on the link. Whoever calls it calls NotifyEstablished once the link is added.
+    // Any thread: the hellos are exchanged on the link. NotifyEstablished follows once the link is added.
     void Establish(ControlLink& link);
     void NotifyEstablished() { events_.OnEstablished(); }
     // Ends the link, and the session if it is the session's own.

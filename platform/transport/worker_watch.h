@@ -10,7 +10,7 @@
 
 namespace TAVO::Transport {
 
-// The workers' epoll is readable while work waits for one; the control thread watches it when it is told to.
+// The workers' epoll is readable while work waits for one; the control thread watches it after Arm.
 class WorkerWatch final : public Pollable, public LoopPart {
 public:
     WorkerWatch(EventLoop& loop, WorkerPool& workers) : loop_(loop), workers_(workers) {}
