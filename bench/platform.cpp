@@ -54,7 +54,12 @@ void Pin(int processor)
 {
     cpu_set_t set;
     CPU_ZERO(&set);
-    CPU_SET(processor, &set);
+    if (processor == EITHER_PROCESSOR) {
+        CPU_SET(0, &set);
+        CPU_SET(1, &set);
+    } else {
+        CPU_SET(processor, &set);
+    }
     if (::sched_setaffinity(0, sizeof(set), &set) != 0) {
         GiveUp("cannot run on the processor asked for");
     }

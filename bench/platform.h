@@ -22,7 +22,10 @@ public:
 // library on their own are forked before the platform is made.
 void MakeRuntimeDir();
 
-// Keeps the calling process on one processor.
+// The first two processors, in place of one: the scheduler chooses.
+constexpr int EITHER_PROCESSOR = -1;
+
+// Keeps the calling process on one processor, or on EITHER_PROCESSOR.
 void Pin(int processor);
 
 }  // namespace Bench

@@ -49,7 +49,7 @@ int main()
     std::atomic<int> lost{0};
     const auto call = [&](int) { lost += client.CallAuth(text) == TAVO::Veltra::RESULT_NO_SERVICE; };
     Bench::MeasureAndPrint(
-        {"threads_8", "calls/s", 0.75, Bench::Holds::AT_LEAST}, ROUNDS, [&] { return CallsPerSecond(call); },
+        {"threads_8", "calls/s", 0.9, Bench::Holds::AT_LEAST}, ROUNDS, [&] { return CallsPerSecond(call); },
         [&] { return CallsPerSecond([&raw](int connection) { raw.Call(connection); }); });
     if (lost != 0) {
         std::fprintf(stderr, "bench: %d calls did not reach the service\n", lost.load());

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <set>
 
-#include "config_node.h"
+#include "base/config_node.h"
 
 namespace TAVO::Veltra {
 

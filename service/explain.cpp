@@ -5,9 +5,9 @@
 #include <cstdio>
 #include <thread>
 
-#include "heat_judge.h"
-#include "machine_counters.h"
-#include "machine_source.h"
+#include "probes/heat_judge.h"
+#include "probes/machine_counters.h"
+#include "probes/machine_source.h"
 
 namespace TAVO::Veltra {
 

@@ -12,7 +12,7 @@
 #include <tavo/calling_peer.h>
 #include <tavo/mutex.h>
 
-#include "unique_fd.h"
+#include "base/unique_fd.h"
 #include "veltra_records.h"
 
 namespace TAVO::Veltra {

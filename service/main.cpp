@@ -19,9 +19,9 @@
 
 #include <tavo/system_ability_manager_client.h>
 
+#include "base/service_log.h"
 #include "explain.h"
 #include "ipc/server_codes.h"
-#include "service_log.h"
 #include "service_options.h"
 #include "veltra_service.h"
 

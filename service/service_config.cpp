@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <utility>
 
-#include "config_node.h"
+#include "base/config_node.h"
 
 namespace TAVO::Veltra {
 

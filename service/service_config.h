@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "sensor_choice.h"
+#include "probes/sensor_choice.h"
 
 namespace TAVO::Veltra {
 

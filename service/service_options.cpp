@@ -8,7 +8,7 @@
 #include <cstring>
 #include <system_error>
 
-#include "service_clock.h"
+#include "base/service_clock.h"
 
 namespace TAVO::Veltra {
 

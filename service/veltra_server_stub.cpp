@@ -9,9 +9,9 @@
 
 #include <tavo/calling_peer.h>
 
+#include "base/service_log.h"
+#include "base/service_result.h"
 #include "request_reader.h"
-#include "service_log.h"
-#include "service_result.h"
 #include "veltra_result.h"
 
 namespace TAVO::Veltra {

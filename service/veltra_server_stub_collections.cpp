@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "base/service_result.h"
 #include "request_reader.h"
-#include "service_result.h"
 #include "veltra_result.h"
 #include "veltra_server_stub.h"
 

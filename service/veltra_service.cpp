@@ -11,12 +11,12 @@
 
 #include <tavo/calling_peer.h>
 
-#include "callback_proxies.h"
-#include "config_node.h"
-#include "machine_counters.h"
-#include "machine_source.h"
-#include "service_log.h"
-#include "service_result.h"
+#include "base/config_node.h"
+#include "base/service_log.h"
+#include "base/service_result.h"
+#include "probes/machine_counters.h"
+#include "probes/machine_source.h"
+#include "push/callback_proxies.h"
 
 namespace TAVO::Veltra {
 

@@ -12,17 +12,17 @@
 #include <string>
 #include <vector>
 
+#include "base/device_state.h"
+#include "base/gpu_counters.h"
+#include "base/service_clock.h"
+#include "base/ticker.h"
 #include "catalogue.h"
-#include "delivery_pool.h"
-#include "device_state.h"
 #include "game_table.h"
-#include "gpu_counters.h"
-#include "pusher.h"
-#include "scenario.h"
-#include "service_clock.h"
+#include "push/delivery_pool.h"
+#include "push/pusher.h"
+#include "push/subscriptions.h"
+#include "scenario/scenario.h"
 #include "service_config.h"
-#include "subscriptions.h"
-#include "ticker.h"
 #include "veltra_server_stub.h"
 
 namespace TAVO::Veltra {

@@ -27,14 +27,17 @@ bool WaitForBudget(Deadline deadline)
 }
 
 // Reads one whole reply; OK only with a complete frame.
-IoStatus ReadReply(int fd, FrameReader& reader, Deadline deadline, bool& extra)
+IoStatus ReadReply(int fd, Spin& spin, FrameReader& reader, Deadline deadline, bool& extra)
 {
     uint8_t first[FIRST_READ_BYTES];
     for (bool isFirst = true;; isFirst = false) {
         FrameReader::State state;
         IoResult got;
         if (!reader.HasHeader()) {
-            got = ReceiveUntil(fd, first, sizeof(first), deadline, isFirst);
+            got = isFirst ? spin.Receive(fd, first, sizeof(first)) : IoResult{IoStatus::WOULD_BLOCK, 0};
+            if (got.status == IoStatus::WOULD_BLOCK) {
+                got = ReceiveUntil(fd, first, sizeof(first), deadline, isFirst);
+            }
             const uint8_t* from = first;
             state = got.status == IoStatus::OK ? reader.Consume(from, first + got.bytes) : FrameReader::State::MORE;
             extra = got.status == IoStatus::OK && from != first + got.bytes;
@@ -110,7 +113,7 @@ CallResult CallLane::Receive(const CallRequest& request, MessageReferences& refe
     using Lane = CallResult::Lane;
     bool extra = false;
     FrameReader reader(false, MessageKind::REPLY, &budget);
-    const IoStatus received = ReadReply(fd.Get(), reader, request.deadline, extra);
+    const IoStatus received = ReadReply(fd.Get(), spin, reader, request.deadline, extra);
     const FrameHeader& answer = reader.Header();
     if (received != IoStatus::OK || answer.kind != FrameKind::REPLY || answer.number != lastSent) {
         return {Lane::NO_REPLY, received == IoStatus::WOULD_BLOCK ? IPC_TIMED_OUT : IPC_BROKEN};

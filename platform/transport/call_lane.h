@@ -11,6 +11,7 @@
 #include "tavo/message_parcel.h"
 #include "transport/lane_key.h"
 #include "transport/message_references.h"
+#include "transport/spin.h"
 #include "wire/byte_budget.h"
 #include "wire/wire.h"
 
@@ -46,6 +47,7 @@ struct CallLane {
     uint64_t lastReplyTaken = 0;
     std::chrono::milliseconds timeout{0};  // set on the socket, both ways
     Clock::time_point usedAt;
+    Spin spin{Spin::CALLER_POLLS};
     std::thread::id usedBy;  // the thread that used it last, which gets it again if it is idle
 
     // Coarse, so that a lane's time-outs stay as they are from one call to the next.

@@ -15,6 +15,7 @@
 #include "transport/lane_timers.h"
 #include "transport/peer_lane.h"
 #include "transport/session.h"
+#include "transport/spin.h"
 #include "transport/worker_pool.h"
 #include "wire/frame_reader.h"
 #include "wire/ring.h"
@@ -102,6 +103,7 @@ private:
     int epoll_ TAVO_GUARDED_BY(handOver_) = -1;
     std::shared_ptr<PeerLane> self_;  // while it waits in an epoll or is being served
 
+    Spin spin_{Spin::WORKER_POLLS};
     FrameReader reader_;
     std::vector<uint8_t> stash_;  // received behind the frame that is being handled
     size_t stashUsed_ = 0;

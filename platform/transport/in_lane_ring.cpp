@@ -18,7 +18,11 @@ constexpr uint64_t NO_RING = UINT64_MAX;             // in a descriptor's place:
 IoResult InLane::Receive(void* place, size_t size, bool wait)
 {
     if (!IsInRing()) {
-        return wait ? ReceiveOnce(fd_.Get(), place, size) : ReceiveNow(fd_.Get(), place, size);
+        if (!wait) {
+            return ReceiveNow(fd_.Get(), place, size);
+        }
+        const IoResult got = IsCallLane() ? spin_.Receive(fd_.Get(), place, size) : IoResult{IoStatus::WOULD_BLOCK, 0};
+        return got.status != IoStatus::WOULD_BLOCK ? got : ReceiveOnce(fd_.Get(), place, size);
     }
     IoResult got = OwnRing().Read(place, size);
     if (got.status == IoStatus::WOULD_BLOCK && wait && !hasEnded_) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What is pushed to a client lies in its parcel as the client's stub reads it.
-#include "callback_proxies.h"
+#include "push/callback_proxies.h"
 
 #include <functional>
 #include <limits>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // However clients behave, each gets one delivery at a time and none holds up another.
-#include "delivery_pool.h"
+#include "push/delivery_pool.h"
 
 #include <atomic>
 #include <new>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Each machine gets the answer that its own files give, and nothing that they do not.
-#include "device_state.h"
+#include "base/device_state.h"
 
 #include <atomic>
 #include <filesystem>
@@ -11,10 +11,10 @@
 
 #include <gtest/gtest.h>
 
-#include "cpu_load.h"
-#include "machine_source.h"
+#include "base/service_result.h"
+#include "probes/cpu_load.h"
+#include "probes/machine_source.h"
 #include "service/fake_clock.h"
-#include "service_result.h"
 #include "support/scratch_dir.h"
 #include "support/threads.h"
 #include "utils/json_utils.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Every maker's driver reports the load of its GPU in its own way, and the part of it that one game causes.
-#include "gpu_probe.h"
+#include "probes/gpu_probe.h"
 
 #include <map>
 #include <sstream>
@@ -11,9 +11,9 @@
 
 #include <gtest/gtest.h>
 
-#include "amdgpu_metrics.h"
-#include "drm_usage.h"
-#include "machine_counters.h"
+#include "probes/amdgpu_metrics.h"
+#include "probes/drm_usage.h"
+#include "probes/machine_counters.h"
 #include "service/fake_clock.h"
 #include "support/scratch_dir.h"
 

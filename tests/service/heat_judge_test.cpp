@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Which sensor decides, which readings are believed, and that the level neither flaps nor misses throttling.
-#include "heat_judge.h"
+#include "probes/heat_judge.h"
 
 #include <memory>
 #include <string>

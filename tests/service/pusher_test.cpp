@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Subscribers are told what changed, when it is due, and nothing else.
-#include "pusher.h"
+#include "push/pusher.h"
 
 #include <cmath>
 #include <limits>
@@ -11,8 +11,8 @@
 #include <gtest/gtest.h>
 
 #include "ipc/igpu_counter_native_callback.h"
-#include "machine_source.h"
-#include "scenario.h"
+#include "probes/machine_source.h"
+#include "scenario/scenario.h"
 #include "service/fake_clock.h"
 #include "service/push_receiver.h"
 #include "support/process.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Files of a root are strangers: whatever stands in them, reads are bounded, never block and never leave the root.
-#include "root_files.h"
+#include "probes/root_files.h"
 
 #include <sys/stat.h>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Scenario and catalogue files: what they say, and that every mistake in them is named with its place.
-#include "scenario.h"
+#include "scenario/scenario.h"
 
 #include <cstring>
 #include <limits>
@@ -9,8 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include "base/service_result.h"
 #include "catalogue.h"
-#include "service_result.h"
 #include "support/parcel_items.h"
 #include "support/process.h"
 #include "support/scratch_dir.h"

@@ -8,9 +8,9 @@
 
 #include <gtest/gtest.h>
 
-#include "config_node.h"
-#include "device_state.h"
-#include "machine_source.h"
+#include "base/config_node.h"
+#include "base/device_state.h"
+#include "probes/machine_source.h"
 #include "support/process.h"
 #include "support/scratch_dir.h"
 #include "utils/json_utils.h"

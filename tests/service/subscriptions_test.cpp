@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // One subscription of each kind for each process, and nothing of processes that have ended.
-#include "subscriptions.h"
+#include "push/subscriptions.h"
 
 #include <thread>
 #include <vector>

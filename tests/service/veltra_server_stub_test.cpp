@@ -7,10 +7,10 @@
 
 #include <gtest/gtest.h>
 
+#include "base/service_result.h"
 #include "request_reader.h"
 #include "service/recording_server.h"
 #include "service/sent_request.h"
-#include "service_result.h"
 #include "support/callback_stubs.h"
 #include "support/server_operations.h"
 #include "veltra_result.h"

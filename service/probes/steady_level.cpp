@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "probes/steady_level.h"
+
+namespace TAVO::Veltra {
+
+namespace {
+
+void Note(std::optional<SteadyLevel::TimePoint>& since, bool holds, SteadyLevel::TimePoint now)
+{
+    if (!holds) {
+        since.reset();
+    } else if (!since) {
+        since = now;
+    }
+}
+
+}  // namespace
+
+int32_t SteadyLevel::Update(int32_t level, int32_t levelBeforeFall, TimePoint now)
+{
+    const bool isSparse = level_ && now - updatedAt_ > LONGEST_GAP;
+    updatedAt_ = now;
+    for (int32_t step = 1; step <= MOST; ++step) {
+        const auto index = static_cast<size_t>(step);
+        Note(reachedAt_[index], level >= step, now);
+        Note(leftAt_[index], levelBeforeFall < step, now);
+    }
+    if (!level_) {
+        level_ = level;
+    }
+    for (int32_t step = MOST; step > *level_; --step) {
+        const std::optional<TimePoint>& since = reachedAt_[static_cast<size_t>(step)];
+        if (since && (isSparse || now - *since >= UP_DWELL)) {
+            level_ = step;
+        }
+    }
+    while (*level_ > 0) {
+        const std::optional<TimePoint>& since = leftAt_[static_cast<size_t>(*level_)];
+        if (!since || (!isSparse && now - *since < DOWN_DWELL)) {
+            break;
+        }
+        level_ = *level_ - 1;
+    }
+    return *level_;
+}
+
+}  // namespace TAVO::Veltra

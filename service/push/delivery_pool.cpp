@@ -1,0 +1,268 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "push/delivery_pool.h"
+
+#include <algorithm>
+#include <system_error>
+#include <utility>
+
+#include "base/service_log.h"
+
+namespace TAVO::Veltra {
+
+DeliveryPool::~DeliveryPool()
+{
+    std::vector<std::thread> threads;
+    {
+        MutexLock lock(mutex_);
+        isStopping_ = true;
+        threads.swap(threads_);
+    }
+    changed_.notify_all();
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+void DeliveryPool::PushLatest(uint64_t client, const sptr<IRemoteObject>& object, Delivery delivery)
+{
+    Delivery older;  // destroyed without the mutex
+    MutexLock lock(mutex_);
+    Line* line = OpenLine(client, object);
+    if (line == nullptr) {
+        return;
+    }
+    if (line->waiting.empty()) {
+        Enqueue(object, *line, std::move(delivery));
+        return;
+    }
+    older = std::exchange(line->waiting.front(), std::move(delivery));
+    ++line->replaced;
+    ++counts_.replaced;
+}
+
+bool DeliveryPool::PushAnswer(uint64_t client, const sptr<IRemoteObject>& object, Delivery delivery)
+{
+    MutexLock lock(mutex_);
+    const auto known = clients_.find(client);
+    if (known != clients_.end() && known->second.answers >= MAX_WAITING_ANSWERS) {
+        return false;
+    }
+    Line* line = OpenLine(client, object);
+    if (line != nullptr) {
+        line->holdsAnswers = true;
+        ++clients_[line->client].answers;
+        Enqueue(object, *line, std::move(delivery));
+    }
+    return true;
+}
+
+void DeliveryPool::Drop(const sptr<IRemoteObject>& object)
+{
+    MutexLock lock(mutex_);
+    const auto line = lines_.find(object);
+    if (line != lines_.end()) {
+        ForgetWaiting(line->second, object);
+        CloseIfIdle(object);
+    }
+}
+
+DeliveryPool::Counts DeliveryPool::Count() const
+{
+    MutexLock lock(mutex_);
+    return counts_;
+}
+
+bool DeliveryPool::IsIdle() const
+{
+    MutexLock lock(mutex_);
+    return lines_.empty();
+}
+
+// The line of the object, a new one if need be; null, and the delivery counted as dropped, for a silent client.
+DeliveryPool::Line* DeliveryPool::OpenLine(uint64_t client, const sptr<IRemoteObject>& object)
+{
+    const auto known = clients_.find(client);
+    if (known != clients_.end() && known->second.isSilent) {
+        ++counts_.dropped;
+        return nullptr;
+    }
+    const auto [line, isNew] = lines_.try_emplace(object);
+    if (isNew) {
+        line->second.client = client;
+        ++clients_[client].lines;
+    }
+    return &line->second;
+}
+
+void DeliveryPool::Enqueue(const sptr<IRemoteObject>& object, Line& line, Delivery delivery)
+{
+    line.waiting.push_back(std::move(delivery));
+    if (line.waiting.size() == 1 && !line.isRunning) {
+        ready_.push_back(object);
+        StartThreadIfNeeded();
+        changed_.notify_one();
+    }
+}
+
+void DeliveryPool::ForgetWaiting(Line& line, const sptr<IRemoteObject>& object)
+{
+    if (!line.waiting.empty() && !line.isRunning) {
+        ready_.erase(std::find(ready_.begin(), ready_.end(), object));
+    }
+    if (line.holdsAnswers) {
+        clients_[line.client].answers -= line.waiting.size();
+    }
+    line.waiting.clear();
+}
+
+void DeliveryPool::CloseIfIdle(const sptr<IRemoteObject>& object)
+{
+    const auto line = lines_.find(object);
+    if (line != lines_.end() && !line->second.isRunning && line->second.waiting.empty()) {
+        const uint64_t client = line->second.client;
+        lines_.erase(line);
+        --clients_[client].lines;
+        CloseIfUnused(client);
+    }
+}
+
+void DeliveryPool::CloseIfUnused(uint64_t client)
+{
+    const auto known = clients_.find(client);
+    if (known->second.lines == 0 && !known->second.isSlow) {
+        clients_.erase(known);
+    }
+}
+
+void DeliveryPool::StartThreadIfNeeded()
+{
+    if (ready_.size() <= idle_ || threads_.size() >= MAX_THREADS) {
+        return;
+    }
+    try {
+        threads_.emplace_back([this] { Work(); });
+    } catch (const std::system_error&) {  // what is queued waits for a thread that is there, or for the next push
+        VELTRA_SERVICE_LOGI("no thread for a delivery, %zu are there", threads_.size());
+    }
+}
+
+// Slow clients get one thread each, and few together; nobody gets many.
+std::deque<sptr<IRemoteObject>>::iterator DeliveryPool::NextEligible()
+{
+    return std::find_if(ready_.begin(), ready_.end(), [this](const auto& object) TAVO_REQUIRES(mutex_) {
+        const Client& client = clients_[lines_[object].client];
+        return client.isSlow ? client.running == 0 && runningSlow_ < MAX_RUNNING_SLOW
+                             : client.running < MAX_RUNNING_PER_CLIENT;
+    });
+}
+
+void DeliveryPool::Work()
+{
+    MutexLock lock(mutex_);
+    for (;;) {
+        ++idle_;
+        lock.Wait(changed_, [this]() TAVO_REQUIRES(mutex_) { return isStopping_ || NextEligible() != ready_.end(); });
+        --idle_;
+        if (isStopping_) {
+            return;
+        }
+        const auto next = NextEligible();
+        const sptr<IRemoteObject> object = *next;
+        ready_.erase(next);
+        Line& line = lines_[object];
+        Begin(line);
+        Delivery delivery = std::move(line.waiting.front());
+        line.waiting.pop_front();
+        const uint32_t replaced = std::exchange(line.replaced, 0);
+        lock.Unlock();
+        int32_t status = IPC_EXCEPTION;
+        try {
+            status = delivery(replaced);
+        } catch (...) {  // memory; the delivery is lost
+        }
+        delivery = nullptr;
+        lock.Lock();
+        Finish(object, status);
+    }
+}
+
+void DeliveryPool::Begin(Line& line)
+{
+    Client& client = clients_[line.client];
+    ++client.running;
+    client.answers -= line.holdsAnswers ? 1 : 0;
+    line.isRunning = true;
+    line.runsAsSlow = client.isSlow;
+    runningSlow_ += line.runsAsSlow ? 1 : 0;
+}
+
+void DeliveryPool::Finish(const sptr<IRemoteObject>& object, int32_t status)
+{
+    Line& line = lines_[object];
+    const uint64_t id = line.client;
+    Client& client = clients_[id];
+    runningSlow_ -= line.runsAsSlow ? 1 : 0;
+    line.isRunning = false;
+    --client.running;
+    if (!line.waiting.empty()) {
+        ready_.push_back(object);
+    }
+    if (status == IPC_TIMED_OUT) {
+        Silence(client, object, id);
+    } else if (!client.isSilent) {
+        client.isSlow = false;
+        client.blocked = nullptr;
+    }
+    CloseIfIdle(object);
+    if (!ready_.empty()) {
+        changed_.notify_all();
+    }
+}
+
+void DeliveryPool::Silence(Client& client, const sptr<IRemoteObject>& object, uint64_t id)
+{
+    ++counts_.timedOut;
+    silent_ += client.isSilent ? 0 : 1;
+    client.isSilent = true;
+    client.isSlow = true;
+    client.blocked = object;
+    VELTRA_SERVICE_LOGI(
+        "a push timed out: connection %llu is told nothing until it calls (time-outs %llu, replaced %llu)",
+        static_cast<unsigned long long>(id), static_cast<unsigned long long>(counts_.timedOut),
+        static_cast<unsigned long long>(counts_.replaced));
+    for (auto& [other, line] : lines_) {
+        if (line.client == id) {
+            counts_.dropped += line.waiting.size();
+            ForgetWaiting(line, other);
+        }
+    }
+    for (auto line = lines_.begin(); line != lines_.end();) {
+        const sptr<IRemoteObject> other = (line++)->first;
+        CloseIfIdle(other);
+    }
+    ForgetEnded();
+}
+
+// Processes that ended while they were slow: nothing else tells their end. Called where silence begins, so that there
+// are hardly more of them than living ones, and where it may end, so that nobody pays long for one that never calls.
+void DeliveryPool::ForgetEnded()
+{
+    for (auto known = clients_.begin(); known != clients_.end();) {
+        const bool isGone = known->second.lines == 0 && known->second.isSlow && !known->second.blocked->IsAlive();
+        silent_ -= isGone && known->second.isSilent ? 1 : 0;
+        known = isGone ? clients_.erase(known) : std::next(known);
+    }
+}
+
+void DeliveryPool::EndSilence(uint64_t client)
+{
+    MutexLock lock(mutex_);
+    const auto known = clients_.find(client);
+    if (known != clients_.end() && known->second.isSilent) {
+        known->second.isSilent = false;
+        --silent_;
+    }
+    ForgetEnded();
+}
+
+}  // namespace TAVO::Veltra

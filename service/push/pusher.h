@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: Apache-2.0
+// Decides what subscribers are told and when: events as the device changes and by a timer, GPU counters in batches.
+#ifndef VELTRA_SERVICE_PUSHER_H
+#define VELTRA_SERVICE_PUSHER_H
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/device_state.h"
+#include "base/gpu_counters.h"
+#include "push/delivery_pool.h"
+#include "push/subscriptions.h"
+#include "scenario/scenario.h"
+
+namespace TAVO::Veltra {
+
+// One thread at a time: the ticker's. Sends nothing itself, the pool does.
+class Pusher {
+public:
+    struct Periods {
+        double look = 1;     // seconds between looks at the device while anybody is subscribed
+        double repeat = 10;  // seconds after which a subscriber gets an event though nothing changed
+    };
+    static constexpr char STATE_EVENT[] = "deviceState";  // the text of such an event
+
+    // Called while somebody has subscribed to GPU counters only; null: there are none.
+    using GpuCounters = std::function<GpuCounterSource*()>;
+
+    // The caller keeps all referenced objects alive longer than the pusher; `scenario` may be null. `periods` is called only
+    // while a client is subscribed.
+    Pusher(const DeviceState& device, GpuCounters gpu, const Scenario* scenario, Subscriptions& subscriptions,
+           DeliveryPool& pool, std::function<Periods()> periods)
+        : device_(device),
+          gpu_(std::move(gpu)),
+          scenario_(scenario),
+          subscriptions_(subscriptions),
+          pool_(pool),
+          periods_(std::move(periods))
+    {
+    }
+
+    // Pushes what is due at `now` (seconds of service time); gives when there will be more, infinity while nobody is
+    // subscribed. Does not throw: without memory a push is left out.
+    double Tick(double now);
+
+private:
+    double TickEvents(double now);
+    double TickGpu(double now);
+    std::vector<std::string> TextsSince(double now);
+    void PushEvents(const Subscription& subscription, const std::vector<std::string>& texts);
+    void PushBatch(const Subscription& subscription, std::vector<GpuPerfInfo> batch);
+
+    const DeviceState& device_;
+    const GpuCounters gpu_;
+    const Scenario* const scenario_;
+    Subscriptions& subscriptions_;
+    DeliveryPool& pool_;
+    const std::function<Periods()> periods_;
+    GameCallbackEventInfo state_;      // as last read
+    GameCallbackEventInfo announced_;  // as it was when a change was last reported to all subscribers
+    double readAgain_ = 0;             // when to read it again
+    double lastTick_ = 0;
+    bool isListening_ = false;  // somebody was subscribed to events at the last tick
+};
+
+}  // namespace TAVO::Veltra
+
+#endif

@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: Apache-2.0
+// A script for the service: what the device tells over time, what happens, what GPU counters say, what goes wrong.
+#ifndef VELTRA_SERVICE_SCENARIO_H
+#define VELTRA_SERVICE_SCENARIO_H
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/device_fields.h"
+#include "base/gpu_counters.h"
+#include "base/service_clock.h"
+#include "scenario/curve.h"
+#include "scenario/fault_plan.h"
+
+namespace TAVO::Veltra {
+
+// What the file says, in the time of the scenario. Never changes once it is read; docs/service.md describes the file.
+class Scenario {
+public:
+    // Throws ConfigError. The same file and seed tell the same story.
+    static Scenario Load(const std::string& file, uint64_t seed);
+
+    DeviceReading At(double seconds, const WantedState& wanted) const;
+
+    struct Event {
+        double at = 0;
+        std::string text;
+    };
+    // Those with after < at <= upTo, in their order.
+    std::vector<Event> EventsIn(double after, double upTo) const;
+    // When the first one after `seconds` comes; infinity when there is none.
+    double NextEvent(double seconds) const;
+
+    struct GpuStream {
+        size_t count = 1;                       // samples of a batch
+        std::optional<double> intervalSeconds;  // between batches; empty: as the client asks
+        std::optional<uint64_t> total;          // samples after which a stream falls silent
+        std::vector<std::pair<GpuCounter, Curve>> counters;
+    };
+    const std::optional<GpuStream>& Gpu() const { return gpu_; }
+    const FaultPlan& Faults() const { return faults_; }
+
+private:
+    std::string name_;
+    std::vector<std::pair<const DeviceField*, Curve>> curves_;
+    std::vector<Event> events_;  // by time
+    std::optional<GpuStream> gpu_;
+    FaultPlan faults_;
+};
+
+// The device of a scenario, by the service's clock.
+class ScenarioSource final : public DeviceSource {
+public:
+    ScenarioSource(std::shared_ptr<const Scenario> scenario, const ServiceClock& clock)
+        : scenario_(std::move(scenario)), clock_(clock)
+    {
+    }
+
+    DeviceReading Read(const WantedState& wanted) override { return scenario_->At(clock_.Now(), wanted); }
+
+private:
+    const std::shared_ptr<const Scenario> scenario_;
+    const ServiceClock clock_;
+};
+
+// The GPU of a scenario that has one.
+class ScenarioCounters final : public GpuCounterSource {
+public:
+    explicit ScenarioCounters(const Scenario::GpuStream& stream) : stream_(stream) {}
+
+    double Interval(int32_t milliseconds) const override;
+    std::vector<GpuPerfInfo> Batch(double now, const CounterStream& stream) override;
+
+private:
+    const Scenario::GpuStream stream_;
+};
+
+}  // namespace TAVO::Veltra
+
+#endif
