@@ -80,15 +80,13 @@ void ServeBus(sd_bus* bus)
                                             SD_BUS_METHOD("Call", "s", "i", HandleCall, SD_BUS_VTABLE_UNPRIVILEGED),
                                             SD_BUS_VTABLE_END};
     sd_bus_add_object_vtable(bus, nullptr, PATH, NAME, METHODS, nullptr);
-    while (sd_bus_process(bus, nullptr) > 0 || sd_bus_wait(bus, UINT64_MAX) >= 0) {
-    }
+    while (sd_bus_process(bus, nullptr) > 0 || sd_bus_wait(bus, UINT64_MAX) >= 0) {}
 }
 
 void CallBus(sd_bus* bus, const char* destination)
 {
     sd_bus_message* reply = nullptr;
-    const int status =
-        sd_bus_call_method(bus, destination, PATH, NAME, "Call", nullptr, &reply, "s", TEXT.c_str());
+    const int status = sd_bus_call_method(bus, destination, PATH, NAME, "Call", nullptr, &reply, "s", TEXT.c_str());
     Require(status >= 0, "a call over D-Bus failed");
     sd_bus_message_unref(reply);
 }

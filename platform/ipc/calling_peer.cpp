@@ -4,14 +4,13 @@
 
 #include <unistd.h>
 
-#include "transport/calling_peer_scope.h"
 #include "transport/transport.h"
 
 namespace TAVO {
 
 CallingPeer GetCallingPeer()
 {
-    const CallingPeer* const current = Transport::CallingPeerScope::Current();
+    const CallingPeer* const current = Transport::CurrentCaller();
     return current != nullptr ? *current : CallingPeer{::getpid(), ::geteuid(), 0};
 }
 

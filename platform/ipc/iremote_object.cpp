@@ -6,7 +6,7 @@
 #include "os/threads.h"
 #include "tavo/iremote_broker.h"
 #include "tavo/message_parcel.h"
-#include "transport/core.h"
+#include "transport/transport.h"
 
 namespace TAVO {
 
@@ -37,7 +37,7 @@ void IRemoteObject::OnLastStrongRef() const noexcept
         return;
     }
     // These two threads must not run a destructor of the user's; without memory for the hand-over the object leaks.
-    Transport::Core::Get().Workers().Post([this] { delete this; });
+    Transport::RunOnWorker([this] { delete this; });
 }
 
 }  // namespace TAVO

@@ -94,6 +94,32 @@ IoResult SendWith(int fd, const void* buffer, size_t size, int flags) noexcept
     return {IoStatus::OK, sent};
 }
 
+// Connects; after a signal again, with the time that is left, which the send time-out of the socket bounds.
+bool ConnectUninterrupted(int fd, const sockaddr_un& address, milliseconds timeout)
+{
+    const bool waits = timeout.count() > 0;
+    const Clock::time_point end = Clock::now() + timeout;
+    for (bool isInterrupted = false;; isInterrupted = true) {
+        if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 || errno == EISCONN) {
+            if (isInterrupted && waits) {
+                SetTimeouts(fd, timeout, timeout);
+            }
+            return true;
+        }
+        if (errno != EINTR) {
+            return false;
+        }
+        const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
+        if (waits && left.count() <= 0) {
+            errno = EAGAIN;
+            return false;
+        }
+        if (waits) {  // Otherwise it would begin anew with each signal.
+            SetTimeouts(fd, left, left);
+        }
+    }
+}
+
 ConnectionFd ConnectWith(const std::string& path, int socketFlags, milliseconds timeout)
 {
     sockaddr_un address{};
@@ -108,34 +134,13 @@ ConnectionFd ConnectWith(const std::string& path, int socketFlags, milliseconds 
         return fd;
     }
     if (timeout.count() > 0) {
-        SetTimeouts(fd.Get(), timeout, timeout);  // The send time-out bounds connect too.
+        SetTimeouts(fd.Get(), timeout, timeout);
     }
-    const Clock::time_point end = Clock::now() + timeout;
-    bool isInterrupted = false;
-    int result = 0;
-    for (;;) {
-        result = ::connect(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-        if (result == 0 || errno != EINTR) {
-            break;
-        }
-        isInterrupted = true;
-        const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
-        if (timeout.count() > 0 && left.count() <= 0) {
-            errno = EAGAIN;
-            break;
-        }
-        if (timeout.count() > 0) {  // It would begin anew with each signal.
-            SetTimeouts(fd.Get(), left, left);
-        }
-    }
-    if (result != 0 && errno != EISCONN) {
+    if (!ConnectUninterrupted(fd.Get(), address, timeout)) {
         const int error = errno;
         fd.Close();
         errno = error;
         return fd;
-    }
-    if (isInterrupted && timeout.count() > 0) {
-        SetTimeouts(fd.Get(), timeout, timeout);
     }
     const PeerIdentity peer = ReadPeerIdentity(fd.Get());
     if (!peer.known || peer.uid != ::geteuid()) {
@@ -261,6 +266,12 @@ PeerIdentity ReadPeerIdentity(int fd) noexcept
     return {true, credentials.pid, credentials.uid};
 }
 
+UniqueFd OpenPidFd(int pid) noexcept
+{
+    // A system call of our own: the C library's header cannot be linked from C++ in Debian 12.
+    return UniqueFd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
+}
+
 UniqueFd OpenPeerPidFd(int fd, int pid, bool& hasEnded) noexcept
 {
     hasEnded = false;
@@ -268,8 +279,8 @@ UniqueFd OpenPeerPidFd(int fd, int pid, bool& hasEnded) noexcept
     socklen_t size = sizeof(pidFd);
     if (::getsockopt(fd, SOL_SOCKET, SO_PEERPIDFD, &pidFd, &size) == 0) {
         ::fcntl(pidFd, F_SETFD, FD_CLOEXEC);
-    } else if (pid > 0) {  // An older kernel, or a process that was reaped. The descriptor is close-on-exec by itself.
-        pidFd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+    } else if (pid > 0) {  // An older kernel, or a process that was reaped.
+        pidFd = OpenPidFd(pid).Release();
         hasEnded = pidFd < 0 && errno == ESRCH;
     }
     return UniqueFd(AboveStandardFds(pidFd));

@@ -125,6 +125,9 @@ struct PeerIdentity {
     unsigned uid = 0;
 };
 PeerIdentity ReadPeerIdentity(int fd) noexcept;
+// A descriptor of a process, readable once it has ended; not open, with errno set, when there is no such process.
+// Close-on-exec.
+UniqueFd OpenPidFd(int pid) noexcept;
 // A descriptor of the peer's process, readable once that has ended; not open where the kernel has none to give.
 // `hasEnded` becomes whether the process is known to have ended already.
 UniqueFd OpenPeerPidFd(int fd, int pid, bool& hasEnded) noexcept;

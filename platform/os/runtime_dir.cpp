@@ -16,6 +16,49 @@
 #include "os/fd.h"
 
 namespace TAVO::Transport {
+namespace {
+
+// -1 and the reason when `path` cannot be opened, or is no directory itself.
+int OpenFolder(const std::string& path, std::string& reason)
+{
+    std::string name = path;
+    while (name.size() > 1 && name.back() == '/') {  // With one behind it a link would be followed.
+        name.pop_back();
+    }
+    const int fd = AboveStandardFds(::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (fd < 0 && (errno == ELOOP || errno == ENOTDIR)) {
+        reason = "is a symbolic link or no directory; give a directory of your own";
+    } else if (fd < 0) {
+        const int failure = errno;
+        const bool hasParent = ::access(name.substr(0, name.rfind('/') + 1).c_str(), F_OK) == 0;
+        reason = std::string("cannot be opened: ") + std::strerror(failure) +
+                 (failure != ENOENT ? ""
+                  : hasParent       ? "; start tavo_manager, which creates it"
+                                    : "; create its parent, or set TAVO_RUNTIME_DIR to another directory");
+    }
+    return fd;
+}
+
+// Empty for a directory to which this user alone has access.
+std::string WhyUntrusted(int fd, const std::string& path)
+{
+    struct stat status {};
+    if (::fstat(fd, &status) != 0) {
+        return std::string("cannot be examined: ") + std::strerror(errno);
+    }
+    if (status.st_uid != ::geteuid()) {
+        return "belongs to another user; give a directory of your own";
+    }
+    // Below a parent with the setgid bit the kernel sets it here too; it gives no other user access.
+    if (const unsigned mode = status.st_mode & 0777; mode != 0700) {
+        char octal[8];
+        std::snprintf(octal, sizeof(octal), "%04o", mode);
+        return std::string("has mode ") + octal + "; only its owner may have access: chmod 0700 " + path;
+    }
+    return std::string();
+}
+
+}  // namespace
 
 RuntimeDir::~RuntimeDir()
 {
@@ -54,49 +97,21 @@ RuntimeDir RuntimeDir::Open(const std::string& path, bool create, std::string& e
 {
     RuntimeDir dir;
     dir.path_ = path;
-    const auto refuse = [&dir, &error, &path](const std::string& why) {
-        error = "runtime directory " + path + ": " + why;
+    std::string reason;
+    if (path.empty() || path.front() != '/') {
+        reason = "is a relative path, which means another directory in every working directory; give an absolute one";
+    } else if (create && ::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) {
+        reason = std::string("cannot be created: ") + std::strerror(errno) +
+                 "; create its parent, or set TAVO_RUNTIME_DIR to another directory";
+    } else {
+        dir.fd_ = OpenFolder(path, reason);
+        reason = dir.fd_ >= 0 ? WhyUntrusted(dir.fd_, path) : reason;
+    }
+    if (!reason.empty()) {
+        error = "runtime directory " + path + ": " + reason;
         if (dir.fd_ >= 0) {
             ::close(std::exchange(dir.fd_, -1));
         }
-        return std::move(dir);
-    };
-    if (path.empty() || path.front() != '/') {
-        return refuse(
-            "is a relative path, which means another directory in every working directory; give an absolute one");
-    }
-    if (create && ::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) {
-        return refuse(std::string("cannot be created: ") + std::strerror(errno) +
-                      "; create its parent, or set TAVO_RUNTIME_DIR to another directory");
-    }
-    std::string name = path;
-    while (name.size() > 1 && name.back() == '/') {  // With one behind it a link would be followed.
-        name.pop_back();
-    }
-    dir.fd_ = AboveStandardFds(::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (dir.fd_ < 0) {
-        const int reason = errno;
-        if (reason == ELOOP || reason == ENOTDIR) {
-            return refuse("is a symbolic link or no directory; give a directory of your own");
-        }
-        const bool hasParent = ::access(name.substr(0, name.rfind('/') + 1).c_str(), F_OK) == 0;
-        return refuse(std::string("cannot be opened: ") + std::strerror(reason) +
-                      (reason != ENOENT ? ""
-                       : hasParent      ? "; start tavo_manager, which creates it"
-                                        : "; create its parent, or set TAVO_RUNTIME_DIR to another directory"));
-    }
-    struct stat status {};
-    if (::fstat(dir.fd_, &status) != 0) {
-        return refuse(std::string("cannot be examined: ") + std::strerror(errno));
-    }
-    if (status.st_uid != ::geteuid()) {
-        return refuse("belongs to another user; give a directory of your own");
-    }
-    // Below a parent with the setgid bit the kernel sets it here too; it gives nobody access.
-    if (const unsigned mode = status.st_mode & 0777; mode != 0700) {
-        char octal[8];
-        std::snprintf(octal, sizeof(octal), "%04o", mode);
-        return refuse(std::string("has mode ") + octal + "; only its owner may have access: chmod 0700 " + path);
     }
     return dir;
 }

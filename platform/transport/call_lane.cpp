@@ -1,19 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// Synchronous calls: the calling thread sends on a lane of its own and reads the reply from it.
+// A call: the calling thread writes the header in front of the data, sends both from one buffer, and waits in recv for
+// the reply, bounded by the socket's time-out. No other thread of the process takes part. A request is sent once: what
+// failed after the first byte is never sent again. A lane whose call failed is closed, so that a late reply ends with
+// it and does not reach the next call.
 #include "transport/call_lane.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <iterator>
-#include <new>
 #include <thread>
-#include <utility>
 
 #include "base/parcel_access.h"
-#include "transport/core.h"
-#include "transport/in_lane.h"
-#include "transport/session.h"
+#include "tavo/ipc_status.h"
+#include "transport/outgoing_frame.h"
 #include "wire/frame_reader.h"
 
 namespace TAVO::Transport {
@@ -21,7 +18,7 @@ namespace {
 
 constexpr size_t FIRST_READ_BYTES = 4096;  // header and body of nearly every reply
 
-// Other large messages are on their way: the rest of this one stays in the socket. False when the deadline has passed.
+// Other large messages use up the budget: the rest of this one stays in the socket. False when the deadline has passed.
 bool WaitForBudget(Deadline deadline)
 {
     constexpr std::chrono::milliseconds STEP{5};
@@ -67,246 +64,67 @@ IoStatus ReadReply(int fd, Spin& spin, FrameReader& reader, Deadline deadline, b
     }
 }
 
-// Coarse, so that a lane's time-outs stay as they are from one call to the next.
-std::chrono::milliseconds CoarseTimeout(Clock::duration duration)
+}  // namespace
+
+std::chrono::milliseconds CallLane::CoarseTimeout(Clock::duration duration)
 {
     using Tenths = std::chrono::duration<int64_t, std::deci>;
     return std::max(std::chrono::ceil<Tenths>(duration), Tenths(1));
 }
 
-}  // namespace
-
-int Session::Call(FrameKind kind, uint64_t serial, uint32_t code, MessageParcel& data, MessageParcel& reply,
-                  Deadline deadline)
+CallResult CallLane::Call(const CallRequest& request, MessageReferences& references, ByteBudget& budget)
 {
-    const size_t dataBytes = data.GetDataSize();
-    for (;;) {
-        int status = IPC_OK;
-        const std::shared_ptr<CallLane> lane = TakeLane(deadline, status);
-        if (lane == nullptr) {
-            return status;
-        }
-        const Clock::time_point start = Clock::now();
-        if (const auto timeout = CoarseTimeout(deadline - start); timeout != lane->timeout) {
-            SetTimeouts(lane->fd.Get(), timeout, timeout);
-            lane->timeout = timeout;
-        }
-        const uint64_t number = ++lane->lastSent;
-        FrameHeader header;
-        header.kind = kind;
-        header.codeOrStatus = code;
-        header.number = number;
-        header.serial = serial;
-        header.dataBytes = static_cast<uint32_t>(dataBytes);
-        if (!ParcelAccess::References(data).empty()) {
-            status = PassReferences({true, lane->number}, number, data, header, deadline);
-        }
-        uint8_t* const frame = ParcelAccess::Headroom(data, sizeof(header));
-        if (status != IPC_OK || frame == nullptr || !header.IsPossible(false)) {
-            ParcelAccess::Truncate(data, dataBytes);
-            Withdraw({true, lane->number}, number);
-            DropLane(lane);
-            return status != IPC_OK ? status : frame == nullptr ? IPC_NO_RESOURCES : IPC_TOO_LARGE;
-        }
-        std::memcpy(frame, &header, sizeof(header));
-        const IoResult sent = SendUntil(lane->fd.Get(), frame, sizeof(header) + header.BodyBytes(), deadline);
-        ParcelAccess::Truncate(data, dataBytes);
-        if (sent.status != IoStatus::OK) {
-            if (sent.bytes == 0) {
-                Withdraw({true, lane->number}, number);
-            }
-            DropLane(lane);
-            if (sent.status == IoStatus::CLOSED && sent.bytes == 0 && WaitUp(deadline) == State::UP) {
-                continue;  // The peer had closed this lane; nothing of the request has left.
-            }
-            return TransportError(sent.status);
-        }
-        bool extra = false;
-        FrameReader reader(false, MessageKind::REPLY, &budget_);
-        const IoStatus received = ReadReply(lane->fd.Get(), lane->spin, reader, deadline, extra);
-        const FrameHeader& answer = reader.Header();
-        if (received != IoStatus::OK || answer.kind != FrameKind::REPLY || answer.number != number) {
-            DropLane(lane);
-            WaitUp(deadline);  // If the peer never became one, the end of its session is on its way.
-            return received == IoStatus::WOULD_BLOCK ? IPC_TIMED_OUT : TransportError(IoStatus::CLOSED);
-        }
-        lane->lastReplyTaken = number;
-        if (!TakeReferences({true, lane->number}, answer, reader.Body())) {
-            DropLane(lane);
-            return IPC_BROKEN;
-        }
-        ParcelAccess::Swap(reply, reader.Body());
-        if (extra) {
-            DropLane(lane);  // The peer said more than it was asked: none of that may meet the next call.
-        } else {
-            ReturnLane(lane, start);
-        }
-        return static_cast<int>(answer.codeOrStatus);
+    usedAt = Clock::now();
+    if (const auto coarse = CoarseTimeout(request.deadline - usedAt); coarse != timeout) {
+        SetTimeouts(fd.Get(), coarse, coarse);
+        timeout = coarse;
     }
+    const CallResult sent = Send(request, references);
+    return sent.lane == CallResult::Lane::NO_REPLY ? Receive(request, references, budget) : sent;
 }
 
-int Session::TransportError(IoStatus status) const
+CallResult CallLane::Send(const CallRequest& request, MessageReferences& references)
 {
-    if (status == IoStatus::WOULD_BLOCK) {
-        return IPC_TIMED_OUT;
+    using Lane = CallResult::Lane;
+    FrameHeader header;
+    header.kind = request.kind;
+    header.codeOrStatus = request.code;
+    header.number = ++lastSent;
+    header.serial = request.serial;
+    OutgoingFrame frame(request.data, references, number);
+    if (const int status = frame.Build(header, false, request.deadline); status != IPC_OK) {
+        return {Lane::FINISHED, status};
     }
-    return GetState() == State::DEAD ? IPC_DEAD_OBJECT : IPC_BROKEN;
+    const IoResult sent = SendUntil(fd.Get(), frame.Data(), frame.Size(), request.deadline);
+    if (sent.status == IoStatus::OK) {
+        return {Lane::NO_REPLY, IPC_OK};
+    }
+    if (sent.bytes == 0) {
+        frame.Withdraw();
+    }
+    if (sent.status == IoStatus::WOULD_BLOCK) {
+        return {Lane::FINISHED, IPC_TIMED_OUT};
+    }
+    return {sent.bytes == 0 ? Lane::UNUSED : Lane::CUT_OFF, IPC_BROKEN};
 }
 
-std::shared_ptr<CallLane> Session::TakeLane(Deadline deadline, int& status)
+CallResult CallLane::Receive(const CallRequest& request, MessageReferences& references, ByteBudget& budget)
 {
-    if (GetState() == State::CONNECTING && !WaitForLanes(deadline)) {
-        status = IPC_TIMED_OUT;
-        return nullptr;
+    using Lane = CallResult::Lane;
+    bool extra = false;
+    FrameReader reader(false, MessageKind::REPLY, &budget);
+    const IoStatus received = ReadReply(fd.Get(), spin, reader, request.deadline, extra);
+    const FrameHeader& answer = reader.Header();
+    if (received != IoStatus::OK || answer.kind != FrameKind::REPLY || answer.number != lastSent) {
+        return {Lane::NO_REPLY, received == IoStatus::WOULD_BLOCK ? IPC_TIMED_OUT : IPC_BROKEN};
     }
-    {
-        MutexLock lock(mutex_);
-        const auto mayGo = [this]() TAVO_REQUIRES(mutex_) {
-            return GetState() == State::DEAD || !idleLanes_.empty() || callLanes_.size() + openingLanes_ < MAX_LANES;
-        };
-        if (!mayGo() && !lock.WaitUntil(changed_, deadline, mayGo)) {
-            status = IPC_TIMED_OUT;
-            return nullptr;
-        }
-        if (GetState() == State::DEAD) {
-            status = IPC_DEAD_OBJECT;
-            return nullptr;
-        }
-        if (!idleLanes_.empty()) {
-            return TakeIdleLane();
-        }
-        callLanes_.reserve(MAX_LANES);
-        idleLanes_.reserve(MAX_LANES);
-        ++openingLanes_;
+    lastReplyTaken = lastSent;
+    if (!references.Take({true, number}, answer, reader.Body())) {
+        return {Lane::FINISHED, IPC_BROKEN};
     }
-    std::shared_ptr<CallLane> lane = OpenLane(deadline, status);
-    MutexLock lock(mutex_);
-    --openingLanes_;
-    if (lane != nullptr && GetState() == State::DEAD) {
-        status = IPC_DEAD_OBJECT;
-        lane = nullptr;
-    }
-    if (lane != nullptr) {
-        callLanes_.push_back(lane);
-    }
-    changed_.notify_all();
-    return lane;
-}
-
-// The one that the calling thread used last, else the one used last of all: a thread and the worker at the other end of
-// its lane come to share a processor then, and wake each other cheaply.
-std::shared_ptr<CallLane> Session::TakeIdleLane()
-{
-    const auto isOwn = [self = std::this_thread::get_id()](const auto& lane) { return lane->usedBy == self; };
-    auto chosen = std::find_if(idleLanes_.rbegin(), idleLanes_.rend(), isOwn);
-    if (chosen == idleLanes_.rend()) {
-        chosen = idleLanes_.rbegin();
-    }
-    std::shared_ptr<CallLane> lane = std::move(*chosen);
-    idleLanes_.erase(std::next(chosen).base());
-    return lane;
-}
-
-std::shared_ptr<CallLane> Session::OpenLane(Deadline deadline, int& status)
-try {
-    const auto lane = std::make_shared<CallLane>();
-    lane->number = nextLane_.fetch_add(1);
-    lane->timeout = CoarseTimeout(deadline - Clock::now());
-    lane->fd = Connect(ConnectionKind::CALL_LANE, lane->number, lane->timeout, status);
-    return lane->fd.IsOpen() ? lane : nullptr;
-} catch (const std::bad_alloc&) {
-    status = IPC_NO_RESOURCES;
-    return nullptr;
-}
-
-ConnectionFd Session::Connect(ConnectionKind kind, uint64_t number, Clock::duration timeout, int& status)
-{
-    const std::string path = Core::Get().SocketPath(path_);
-    const bool waits = timeout.count() > 0;
-    ConnectionFd fd =
-        waits ? ConnectStream(path, std::chrono::ceil<std::chrono::milliseconds>(timeout)) : ConnectStreamNow(path);
-    Hello hello;
-    hello.kind = kind;
-    hello.instance = Core::Get().Self();
-    hello.lane = number;
-    if (!fd.IsOpen()) {
-        switch (errno) {
-            case EAGAIN:
-                status = waits ? IPC_TIMED_OUT : IPC_QUEUE_FULL;
-                break;
-            case EMFILE:
-            case ENFILE:
-            case ENOMEM:
-            case ENOBUFS:
-                status = IPC_NO_RESOURCES;
-                break;
-            default:
-                status = IPC_DEAD_OBJECT;
-        }
-        return fd;
-    }
-    const bool isAdded = AddOwnLane(number);
-    if (!isAdded || SendNow(fd.Get(), &hello, sizeof(hello)).status != IoStatus::OK) {
-        status = IPC_DEAD_OBJECT;
-        fd.Close();
-        if (isAdded) {
-            CloseOwnLane(number, 0);
-        }
-    }
-    return fd;
-}
-
-void Session::ReturnLane(const std::shared_ptr<CallLane>& lane, Clock::time_point usedAt)
-{
-    lane->usedAt = usedAt;
-    lane->usedBy = std::this_thread::get_id();
-    {
-        MutexLock lock(mutex_);
-        if (GetState() == State::DEAD) {
-            return;
-        }
-        idleLanes_.push_back(lane);
-        if (callLanes_.size() + openingLanes_ >= MAX_LANES) {
-            changed_.notify_all();
-        }
-    }
-    Core::Get().Control().ExpectIdleLanes();
-}
-
-void Session::DropLane(const std::shared_ptr<CallLane>& lane)
-{
-    lane->fd.ShutDown();
-    {
-        MutexLock lock(mutex_);
-        std::erase(callLanes_, lane);
-        changed_.notify_all();
-    }
-    CloseOwnLane(lane->number, lane->lastReplyTaken);
-}
-
-bool Session::CloseIdleLanes(Clock::time_point before)
-{
-    std::vector<std::shared_ptr<CallLane>> closing;
-    std::vector<std::shared_ptr<InLane>> inLanes;
-    bool remain = false;
-    {
-        MutexLock lock(mutex_);
-        for (const auto& [number, lane] : inLanes_) {
-            inLanes.push_back(lane.lane);
-        }
-        const auto firstKept = std::find_if(idleLanes_.begin(), idleLanes_.end(),
-                                            [before](const auto& lane) { return lane->usedAt >= before; });
-        closing.assign(std::make_move_iterator(idleLanes_.begin()), std::make_move_iterator(firstKept));
-        idleLanes_.erase(idleLanes_.begin(), firstKept);
-        remain = !idleLanes_.empty();
-    }
-    for (const auto& lane : inLanes) {
-        remain = lane->EndIdleRing(before) || remain;
-    }
-    for (const auto& lane : closing) {
-        DropLane(lane);
-    }
-    return remain;
+    ParcelAccess::Swap(request.reply, reader.Body());
+    // More than one reply: the rest must not reach the next call.
+    return {extra ? Lane::FINISHED : Lane::REUSABLE, static_cast<int>(answer.codeOrStatus)};
 }
 
 }  // namespace TAVO::Transport

@@ -1,24 +1,45 @@
 // SPDX-License-Identifier: Apache-2.0
-// The lanes that this process opens to call another.
+// A lane that this process opened for calls: one request and its reply at a time.
 #ifndef TAVO_TRANSPORT_CALL_LANE_H
 #define TAVO_TRANSPORT_CALL_LANE_H
 
 #include <chrono>
 #include <cstdint>
-#include <memory>
 #include <thread>
-#include <vector>
 
 #include "os/fd.h"
-#include "tavo/mutex.h"
+#include "tavo/message_parcel.h"
+#include "transport/lane_key.h"
+#include "transport/message_references.h"
 #include "transport/spin.h"
-#include "wire/ring.h"
+#include "wire/byte_budget.h"
+#include "wire/wire.h"
 
 namespace TAVO::Transport {
 
-using Clock = std::chrono::steady_clock;
+// A request, and where its reply goes.
+struct CallRequest {
+    FrameKind kind;  // REQUEST, or FIRST_REQUEST for an object that is not known to be acquired yet
+    uint64_t serial;
+    uint32_t code;
+    MessageParcel& data;
+    MessageParcel& reply;
+    Deadline deadline;
+};
 
-// A blocking socket with its time-outs set once; used by one call at a time.
+struct CallResult {
+    enum class Lane {
+        REUSABLE,  // it may carry the next call; in all other cases it must be closed
+        FINISHED,  // `status` is the result
+        UNUSED,    // the peer had closed it, and nothing of the request was sent
+        CUT_OFF,   // it broke while the request was sent
+        NO_REPLY,  // it broke, or the deadline passed, before the reply was complete
+    };
+    Lane lane;
+    int status;  // an IpcStatus, or the status that the handler returned
+};
+
+// Used by one thread at a time, which sends on a blocking socket and waits there for the reply.
 struct CallLane {
     ConnectionFd fd;  // closed with the last reference to the lane; until then any thread may shut it down
     uint64_t number = 0;
@@ -28,17 +49,16 @@ struct CallLane {
     Clock::time_point usedAt;
     Spin spin{Spin::CALLER_POLLS};
     std::thread::id usedBy;  // the thread that used it last, which gets it again if it is idle
-};
 
-// The one lane of a session for one-way requests (or for notices). Sending never waits.
-struct OneWayLane {
-    Mutex mutex;
-    ConnectionFd fd TAVO_GUARDED_BY(mutex);
-    uint64_t number TAVO_GUARDED_BY(mutex) = 0;
-    uint64_t lastSent TAVO_GUARDED_BY(mutex) = 0;
-    std::vector<uint8_t> rest TAVO_GUARDED_BY(mutex);         // of a message that the socket took in part
-    std::unique_ptr<RingWriter> ring TAVO_GUARDED_BY(mutex);  // what the receiver offers in the socket's place
-    bool isInRing TAVO_GUARDED_BY(mutex) = false;             // it is used
+    // Coarse, so that a lane's time-outs stay as they are from one call to the next.
+    static std::chrono::milliseconds CoarseTimeout(Clock::duration duration);
+
+    CallResult Call(const CallRequest& request, MessageReferences& references, ByteBudget& budget);
+
+private:
+    // NO_REPLY: the request is sent.
+    CallResult Send(const CallRequest& request, MessageReferences& references);
+    CallResult Receive(const CallRequest& request, MessageReferences& references, ByteBudget& budget);
 };
 
 }  // namespace TAVO::Transport

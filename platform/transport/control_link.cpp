@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reads control connections and hellos, never more than there is.
+// Reads what has arrived on a control connection, never waits for more. First comes the answer to our hello, unless the
+// peer opened the connection; then records, which the session acts on. The link ends when the connection does, when the
+// peer breaks the protocol, or when the kernel reports the end of its process: a forked child of the peer may keep the
+// connection open after that.
 #include "transport/control_link.h"
 
 #include <sys/epoll.h>
-#include <sys/socket.h>
 
-#include <cerrno>
 #include <cstring>
 #include <new>
 
@@ -14,20 +15,24 @@
 namespace TAVO::Transport {
 namespace {
 
-constexpr size_t ACCEPTS_PER_TURN = 64;
 constexpr int READS_PER_TURN = 64;
 
 }  // namespace
 
-ControlLink::ControlLink(ControlThread& control, std::shared_ptr<Session> session, ConnectionFd fd,
-                         const PeerIdentity& identity, bool answered)
-    : control_(control), session_(std::move(session)), fd_(std::move(fd)), identity_(identity), answered_(answered)
+ControlLink::ControlLink(EventLoop& loop, Owner& owner, std::shared_ptr<Session> session, ConnectionFd fd,
+                         const PeerIdentity& identity, bool isAnswered)
+    : loop_(loop),
+      owner_(owner),
+      session_(std::move(session)),
+      fd_(std::move(fd)),
+      identity_(identity),
+      isAnswered_(isAnswered)
 {
 }
 
 ControlLink::~ControlLink()
 {
-    session_->ForgetConnection(fd_.Get());
+    session_->Control().Detach(fd_.Get());
 }
 
 void ControlLink::WatchProcess()
@@ -35,11 +40,11 @@ try {
     bool hasEnded = false;
     UniqueFd pidFd = OpenPeerPidFd(fd_.Get(), identity_.pid, hasEnded);
     if (hasEnded) {
-        control_.OnEnd(*this);
+        EndLater();
     } else if (pidFd.IsOpen()) {
         process_ = std::make_unique<Process>(*this, std::move(pidFd));
-        if (!control_.AddPoll(process_->Fd(), EPOLLIN, process_.get())) {
-            process_.reset();  // The end of the connection tells as well.
+        if (!loop_.AddPoll(process_->Fd(), EPOLLIN, process_.get())) {
+            process_.reset();  // The end of the connection is noticed as well.
         }
     }
 } catch (const std::bad_alloc&) {
@@ -51,27 +56,33 @@ void ControlLink::ShutDown() noexcept
     fd_.ShutDown();
 }
 
-void ControlLink::StopWatching()
+void ControlLink::StopWatching() noexcept
 {
-    control_.RemovePoll(fd_.Get(), this);
+    loop_.RemovePoll(fd_.Get(), this);
     if (process_ != nullptr) {
-        control_.RemovePoll(process_->Fd(), process_.get());
+        loop_.RemovePoll(process_->Fd(), process_.get());
     }
+}
+
+void ControlLink::EndLater()
+{
+    loop_.EndLater(this);
+    StopWatching();
 }
 
 void ControlLink::OnReady(uint32_t events)
 {
     const bool hasRoom = (events & EPOLLOUT) != 0;
     const bool hasNews = (events & ~static_cast<uint32_t>(EPOLLOUT)) != 0;
-    if ((hasRoom && !session_->FlushControl()) || (hasNews && !ReadAll())) {
-        control_.OnEnd(*this);
+    if ((hasRoom && !session_->Control().Flush()) || (hasNews && !ReadAll())) {
+        EndLater();
     }
 }
 
 void ControlLink::OnProcessEnd()
 {
     ReadAll();
-    control_.OnEnd(*this);
+    EndLater();
 }
 
 bool ControlLink::ReadAll()
@@ -82,37 +93,33 @@ try {
             return got.status == IoStatus::WOULD_BLOCK;
         }
         filled_ += got.bytes;
-        if (!TakeRecords()) {
+        if (!isAnswered_ && filled_ >= sizeof(Hello) && !TakeAnswer()) {
+            return false;
+        }
+        if (isAnswered_ && !TakeRecords()) {
             return false;
         }
     }
     return true;
 } catch (const std::bad_alloc&) {
-    WarnLimited("out of memory", "a session was closed");  // What a record said would be missed for ever.
+    WarnLimited("out of memory", "a session was closed");  // The effect of a record would be missing for ever.
     return false;
+}
+
+bool ControlLink::TakeAnswer()
+{
+    Hello answer;
+    std::memcpy(&answer, buffer_.data(), sizeof(answer));
+    Consume(sizeof(answer));
+    if (answer.IsValid()) {
+        owner_.OnAnswer(*this, answer);
+    }
+    return answer.IsAcceptance() && session_->GetState() == Session::State::ESTABLISHED;
 }
 
 bool ControlLink::TakeRecords()
 {
     size_t used = 0;
-    if (!answered_) {
-        if (filled_ < sizeof(Hello)) {
-            return true;
-        }
-        Hello answer;
-        std::memcpy(&answer, buffer_.data(), sizeof(answer));
-        used = sizeof(answer);
-        if (!answer.IsAcceptance()) {
-            if (answer.IsValid()) {
-                control_.OnAnswer(*this, answer);
-            }
-            return false;
-        }
-        control_.OnAnswer(*this, answer);
-        if (session_->GetState() != Session::State::UP) {
-            return false;
-        }
-    }
     for (; filled_ - used >= sizeof(ControlRecord); used += sizeof(ControlRecord)) {
         ControlRecord record;
         std::memcpy(&record, buffer_.data() + used, sizeof(record));
@@ -121,75 +128,14 @@ bool ControlLink::TakeRecords()
             return false;
         }
     }
-    std::memmove(buffer_.data(), buffer_.data() + used, filled_ - used);
-    filled_ -= used;
+    Consume(used);
     return true;
 }
 
-void PendingConnection::OnReady(uint32_t)
+void ControlLink::Consume(size_t bytes)
 {
-    if (IsComplete()) {
-        control_.OnConnectionSettled(this);  // It waited for its session, and something came or it hung up: too early.
-        return;
-    }
-    const IoResult got = ReceiveNow(fd_.Get(), reinterpret_cast<uint8_t*>(&hello_) + got_, sizeof(hello_) - got_);
-    got_ += got.bytes;
-    if (got.status == IoStatus::CLOSED) {
-        control_.OnConnectionSettled(this);
-        return;
-    }
-    if (!IsComplete()) {
-        return;
-    }
-    if (!hello_.IsValid()) {
-        WarnLimited("a connection did not begin with a hello of this version",
-                    "closed; the peer may be of another release");
-        control_.OnConnectionSettled(this);
-        return;
-    }
-    Retry();
-}
-
-void PendingConnection::Retry()
-{
-    HelloResult result = HelloResult::SETTLED;
-    try {
-        result = control_.OnHello(fd_, hello_, identity_);
-    } catch (const std::bad_alloc&) {
-        WarnLimited("out of memory", "a connection was refused");
-    }
-    if (result == HelloResult::SETTLED) {
-        control_.OnConnectionSettled(this);
-        return;
-    }
-    if (result == HelloResult::AWAITS_ROOM) {
-        deadline_ = Clock::time_point::max();  // It lasts as long as its caller waits.
-    }
-    epoll_event quiet{};  // Its request may lie there already; it is read once a worker has the lane.
-    quiet.data.ptr = static_cast<Pollable*>(this);
-    ::epoll_ctl(control_.Epoll(), EPOLL_CTL_MOD, fd_.Get(), &quiet);
-}
-
-void Listener::OnReady(uint32_t)
-{
-    Accept(ACCEPTS_PER_TURN);
-}
-
-void Listener::Accept(size_t most)
-{
-    for (size_t turn = 0; turn < most; ++turn) {
-        ConnectionFd fd(AboveStandardFds(::accept4(fd_.Get(), nullptr, nullptr, SOCK_CLOEXEC)));
-        if (fd.IsOpen()) {
-            control_.OnAccepted(std::move(fd));
-            continue;
-        }
-        if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS) {
-            control_.RestListener(*this);
-        }
-        if (errno != EINTR && errno != ECONNABORTED) {
-            return;
-        }
-    }
+    std::memmove(buffer_.data(), buffer_.data() + bytes, filled_ - bytes);
+    filled_ -= bytes;
 }
 
 }  // namespace TAVO::Transport

@@ -1,42 +1,55 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the control thread waits for: control connections, connections that have not said what they are, listeners.
+// A control connection and the life of the process at its other end.
 #ifndef TAVO_TRANSPORT_CONTROL_LINK_H
 #define TAVO_TRANSPORT_CONTROL_LINK_H
 
 #include <array>
-#include <functional>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <utility>
 
-#include "transport/control_thread.h"
+#include "os/fd.h"
+#include "transport/event_loop.h"
+#include "transport/session.h"
 
 namespace TAVO::Transport {
 
-// A control connection and the life of the process at its other end.
+// Reads records for its session. Control thread, except for ShutDown.
 class ControlLink final : public Pollable {
 public:
-    // `answered`: the hellos are exchanged. Otherwise the answer is awaited.
-    ControlLink(ControlThread& control, std::shared_ptr<Session> session, ConnectionFd fd, const PeerIdentity& identity,
-                bool answered);
+    class Owner {
+    public:
+        // The answer to our hello. The session is not established after it if the answer was no acceptance.
+        virtual void OnAnswer(ControlLink& link, const Hello& answer) = 0;
+        // The connection or the process at its other end has ended, and all that had arrived before is read.
+        virtual void OnLinkEnd(ControlLink& link) = 0;
+
+    protected:
+        ~Owner() = default;
+    };
+
+    // `isAnswered`: the hellos are exchanged. Otherwise the answer is awaited.
+    ControlLink(EventLoop& loop, Owner& owner, std::shared_ptr<Session> session, ConnectionFd fd,
+                const PeerIdentity& identity, bool isAnswered);
     ~ControlLink() override;
     ControlLink(const ControlLink&) = delete;
     ControlLink& operator=(const ControlLink&) = delete;
 
     void OnReady(uint32_t events) override;
-    // Reads what lies there, then ends the session: the peer's process is gone.
-    void OnProcessEnd();
+    void OnEnd() override { owner_.OnLinkEnd(*this); }
+
     const std::shared_ptr<Session>& GetSession() const { return session_; }
     int Fd() const { return fd_.Get(); }
     const PeerIdentity& Identity() const { return identity_; }
-    bool IsAnswered() const { return answered_; }
-    // The answer came: records follow.
-    void BecomeAnswered() { answered_ = true; }
-    // Ends the session when the peer's process has ended, whoever may still hold its sockets.
+    bool IsAnswered() const { return isAnswered_; }
+    // The answer was read: records follow.
+    void BecomeAnswered() { isAnswered_ = true; }
+    // Ends the session when the peer's process has ended, whichever process may still hold its sockets.
     void WatchProcess();
     // Any thread: lets the peer see the end.
     void ShutDown() noexcept;
-    // Nothing is awaited any more.
-    void StopWatching();
+    void StopWatching() noexcept;
 
 private:
     class Process final : public Pollable {
@@ -50,64 +63,24 @@ private:
         UniqueFd fd_;
     };
 
+    void OnProcessEnd();
+    // Has the session ended once everything that is readable now is read.
+    void EndLater();
     // False at the end of the connection or for what breaks the protocol.
     bool ReadAll();
+    bool TakeAnswer();
     bool TakeRecords();
+    void Consume(size_t bytes);
 
-    ControlThread& control_;
+    EventLoop& loop_;
+    Owner& owner_;
     const std::shared_ptr<Session> session_;
     const ConnectionFd fd_;
     const PeerIdentity identity_;
-    bool answered_;
+    bool isAnswered_;
     std::array<uint8_t, 4096> buffer_;
     size_t filled_ = 0;
     std::unique_ptr<Process> process_;
-};
-
-// An accepted connection before its hello is complete, or a lane that waits for its session or for room in it.
-class PendingConnection final : public Pollable {
-public:
-    static constexpr std::chrono::seconds PATIENCE{2};
-
-    PendingConnection(ControlThread& control, ConnectionFd fd, const PeerIdentity& identity)
-        : control_(control), fd_(std::move(fd)), identity_(identity), deadline_(Clock::now() + PATIENCE)
-    {
-    }
-
-    void OnReady(uint32_t events) override;
-    // Offers a complete hello to the control thread again.
-    void Retry();
-    int Fd() const { return fd_.Get(); }
-    bool IsComplete() const { return got_ == sizeof(Hello); }
-    // Once it is complete.
-    const Hello& GetHello() const { return hello_; }
-    const PeerIdentity& Identity() const { return identity_; }
-    Clock::time_point GetDeadline() const { return deadline_; }
-
-private:
-    ControlThread& control_;
-    ConnectionFd fd_;
-    const PeerIdentity identity_;
-    Clock::time_point deadline_;
-    Hello hello_;
-    size_t got_ = 0;
-};
-
-class Listener final : public Pollable {
-public:
-    enum class State { NEW, ACCEPTING, RESTING };  // NEW: the control thread does not poll it yet
-
-    Listener(ControlThread& control, UniqueFd fd) : control_(control), fd_(std::move(fd)) {}
-    void OnReady(uint32_t events) override;
-    // Takes connections that wait, at most so many.
-    void Accept(size_t most);
-    int Fd() const { return fd_.Get(); }
-
-    State state = State::NEW;  // for the control thread
-
-private:
-    ControlThread& control_;
-    const UniqueFd fd_;
 };
 
 }  // namespace TAVO::Transport

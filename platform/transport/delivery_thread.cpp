@@ -8,13 +8,9 @@
 #include <utility>
 
 #include "os/threads.h"
-#include "transport/in_lane.h"
-#include "transport/proxy_object.h"
+#include "transport/peer_lane.h"
 
 namespace TAVO::Transport {
-
-DeliveryThread::DeliveryThread() = default;
-DeliveryThread::~DeliveryThread() = default;
 
 bool DeliveryThread::Open()
 {
@@ -34,18 +30,25 @@ bool DeliveryThread::EnsureRunning() noexcept
     return Start();
 }
 
-void DeliveryThread::PostDeath(sptr<ProxyObject> object) noexcept
+void DeliveryThread::PostDeath(sptr<PeerObject> object) noexcept
 {
     {
         MutexLock lock(mutex_);
-        ProxyObject* const added = object.Get();
-        (lastDead_ != nullptr ? lastDead_->nextDead : firstDead_) = std::move(object);
+        PeerObject* const added = object.Get();
+        (lastDead_ != nullptr ? lastDead_->nextDead_ : firstDead_) = std::move(object);
         lastDead_ = added;
     }
-    Retry();
+    WakeUp();
 }
 
-void DeliveryThread::Retry() noexcept
+void DeliveryThread::OnTick(Clock::time_point)
+{
+    if (isStarved_.load(std::memory_order_relaxed)) {
+        WakeUp();
+    }
+}
+
+void DeliveryThread::WakeUp() noexcept
 {
     MutexLock lock(mutex_);
     isStarved_.store(!Start(), std::memory_order_relaxed);
@@ -54,7 +57,7 @@ void DeliveryThread::Retry() noexcept
     }
 }
 
-bool DeliveryThread::AddLane(const std::shared_ptr<InLane>& lane)
+bool DeliveryThread::AddLane(const std::shared_ptr<PeerLane>& lane)
 {
     if (!EnsureRunning()) {
         return false;
@@ -73,7 +76,7 @@ void DeliveryThread::Run()
         if (event.data.ptr == nullptr) {  // anything else is a lane
             NotifyQueued();
         } else {
-            static_cast<InLane*>(event.data.ptr)->Serve(event.events);
+            static_cast<PeerLane*>(event.data.ptr)->Serve(event.events);
         }
     }
 }
@@ -82,14 +85,14 @@ void DeliveryThread::NotifyQueued()
 {
     wait_.Take();
     for (;;) {
-        sptr<ProxyObject> dead;
+        sptr<PeerObject> dead;
         {
             MutexLock lock(mutex_);
             if (lastDead_ == nullptr) {
                 return;
             }
             dead = std::move(firstDead_);
-            firstDead_ = std::move(dead->nextDead);
+            firstDead_ = std::move(dead->nextDead_);
             if (firstDead_ == nullptr) {
                 lastDead_ = nullptr;
             }

@@ -9,32 +9,33 @@
 #include "os/wait_set.h"
 #include "tavo/mutex.h"
 #include "tavo/ref_base.h"
+#include "transport/event_loop.h"
+#include "transport/peer_object.h"
 
 namespace TAVO::Transport {
 
-class InLane;
-class ProxyObject;
+class PeerLane;
 
 // Started at its first use.
-class DeliveryThread {
+class DeliveryThread final : public LoopPart {
 public:
-    DeliveryThread();
-    ~DeliveryThread();
     // Opens what the thread waits with; false when no descriptor is left.
     bool Open();
     // Starts the thread now; false when there is none to be had.
     bool EnsureRunning() noexcept;
     // Notifies the recipients of a dead object, after those of objects that died before. Each object once. Takes no memory:
-    // the objects form the queue. Without a thread they stay queued until Retry finds one.
-    void PostDeath(sptr<ProxyObject> object) noexcept;
+    // the objects form the queue. Without a thread they stay queued until one can be started.
+    void PostDeath(sptr<PeerObject> object) noexcept;
     // Serves a lane of notices from now on. False when the thread cannot be started.
-    bool AddLane(const std::shared_ptr<InLane>& lane);
+    bool AddLane(const std::shared_ptr<PeerLane>& lane);
 
-    // Whether notices are queued and the thread could not be started.
-    bool IsStarved() const noexcept { return isStarved_.load(std::memory_order_relaxed); }
-    void Retry() noexcept;
+    // Control thread: starts the thread if notices are queued and that has failed before.
+    int TickMilliseconds() const override { return isStarved_.load(std::memory_order_relaxed) ? 100 : -1; }
+    void OnTick(Clock::time_point now) override;
 
 private:
+    // Notices are queued.
+    void WakeUp() noexcept;
     bool Start() noexcept TAVO_REQUIRES(mutex_);
     void Run();
     void NotifyQueued();
@@ -42,9 +43,9 @@ private:
     WaitSet wait_{WaitSet::Jobs::ALL};
     Mutex mutex_;
     bool isRunning_ TAVO_GUARDED_BY(mutex_) = false;
-    sptr<ProxyObject> firstDead_ TAVO_GUARDED_BY(mutex_);      // linked by nextDead
-    ProxyObject* lastDead_ TAVO_GUARDED_BY(mutex_) = nullptr;  // null: the queue is empty
-    std::atomic<bool> isStarved_{false};
+    sptr<PeerObject> firstDead_ TAVO_GUARDED_BY(mutex_);      // linked by nextDead_
+    PeerObject* lastDead_ TAVO_GUARDED_BY(mutex_) = nullptr;  // null: the queue is empty
+    std::atomic<bool> isStarved_{false};                      // notices are queued, and the thread could not be started
 };
 
 }  // namespace TAVO::Transport

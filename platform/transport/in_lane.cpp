@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Serves a lane. No step here waits for the peer, but for a moment after an answer when another worker is free.
+// Serves a lane: assembles a request, finds its object, makes its references, has it run, replies, and looks for the
+// next one. No step waits for the peer, except for a moment after a reply while another worker is free. A lane that
+// needs more from the peer or from the byte budget waits in an epoll or with the control thread, without a worker. A peer that breaks the protocol
+// loses the lane, and so does one that does not finish a message in time.
 #include "transport/in_lane.h"
 
 #include <sys/epoll.h>
@@ -11,27 +14,15 @@
 #include "base/parcel_access.h"
 #include "base/warn_limited.h"
 #include "os/threads.h"
-#include "transport/core.h"
+#include "transport/dispatch.h"
+#include "transport/lane_scratch.h"
 #include "transport/object_gate.h"
 
 namespace TAVO::Transport {
 namespace {
 
-constexpr size_t SCRATCH_BYTES = 32 * 1024;
 constexpr int STAY_REQUESTS = 32;             // so that other lanes get their turn
 constexpr std::chrono::milliseconds STAY{1};  // how long a worker waits for a busy lane's next request
-
-// One per serving thread, kept for its life. Deliberate: no object with a destructor, for want of whose place in a list
-// the C library would end the process.
-thread_local uint8_t* t_scratch = nullptr;
-
-uint8_t* Scratch()
-{
-    if (t_scratch == nullptr) {
-        t_scratch = new uint8_t[SCRATCH_BYTES];
-    }
-    return t_scratch;
-}
 
 }  // namespace
 
@@ -44,11 +35,12 @@ struct InLane::Request {
     sptr<IPCObjectStub> target;
 };
 
-InLane::InLane(ConnectionFd fd, ConnectionKind kind, uint64_t number, std::shared_ptr<Session> session)
-    : fd_(std::move(fd)),
-      kind_(kind),
-      number_(number),
+InLane::InLane(ConnectionFd fd, ConnectionKind kind, uint64_t number, std::shared_ptr<Session> session,
+               const LaneServices& services)
+    : PeerLane(kind, number),
+      fd_(std::move(fd)),
       session_(std::move(session)),
+      services_(services),
       reader_(kind != ConnectionKind::CALL_LANE, MessageKind::REQUEST, &session_->Budget())
 {
     SetTimeouts(fd_.Get(), STAY, STAY);
@@ -56,16 +48,16 @@ InLane::InLane(ConnectionFd fd, ConnectionKind kind, uint64_t number, std::share
 
 InLane::~InLane() = default;
 
-void InLane::EndOfThread() noexcept
-{
-    delete[] std::exchange(t_scratch, nullptr);
-}
-
 void InLane::Join(int epoll)
 {
-    epoll_ = epoll;
-    self_ = shared_from_this();
-    if (!Arm(EPOLL_CTL_ADD, EPOLLIN)) {
+    bool isArmed = false;
+    {
+        MutexLock lock(handOver_);
+        epoll_ = epoll;
+        self_ = shared_from_this();
+        isArmed = Arm(EPOLL_CTL_ADD, EPOLLIN);
+    }
+    if (!isArmed) {
         Close();
     }
 }
@@ -74,7 +66,7 @@ bool InLane::Arm(int operation, uint32_t events)
 {
     epoll_event event{};
     event.events = events | EPOLLRDHUP | EPOLLONESHOT;
-    event.data.ptr = this;
+    event.data.ptr = static_cast<PeerLane*>(this);
     return ::epoll_ctl(epoll_, operation, fd_.Get(), &event) == 0;
 }
 
@@ -86,14 +78,14 @@ void InLane::ShutDown() noexcept
 void InLane::Serve(uint32_t events)
 {
     {
-        MutexLock lock(handOver_);  // What the thread before did with the lane is done.
+        MutexLock lock(handOver_);  // The thread that had the lane before does not touch it any more.
     }
     const bool callerGone = (events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0;
     if (IsCallLane() && callerGone) {
         Close();  // A request that lies unread has nobody waiting for it: it is not run.
         return;
     }
-    if (isInRing_) {
+    if (IsInRing()) {
         TakeBells(false);
     }
     Proceed([this] { return unsentBytes_ != 0 ? FlushReply() : Next::GO_ON; });
@@ -101,117 +93,104 @@ void InLane::Serve(uint32_t events)
 
 template <typename Step>
 void InLane::Proceed(Step step)
-{
-    try {
-        switch (step()) {
-            case Next::GO_ON:
-                Loop();
-                return;
-            case Next::GONE:
-                return;
-            case Next::CLOSE:
-                Close();
-                return;
-        }
-    } catch (const std::bad_alloc&) {
-        WarnLimited("out of memory", "a lane was closed");
+try {
+    Next next = step();
+    if (next == Next::GO_ON) {
+        next = Loop();
+    }
+    if (next == Next::CLOSE) {
         Close();
     }
+} catch (const std::bad_alloc&) {
+    WarnLimited("out of memory", "a lane was closed");
+    Close();
 }
 
-void InLane::Loop()
+InLane::Next InLane::Loop()
 {
     bool wait = false;
     for (int served = 0;;) {
-        IoStatus io = IoStatus::OK;
-        switch (NextFrame(wait, io)) {
+        const Frame frame = NextFrame(wait);
+        switch (frame.state) {
             case FrameReader::State::COMPLETE:
                 break;
             case FrameReader::State::STALLED:
-                Core::Get().Control().RetryLater(shared_from_this());
-                return;
+                services_.timers.RetryLater(Self());
+                return Next::GONE;
             case FrameReader::State::BAD:
                 WarnLimited("a peer sent an impossible frame", "its lane was closed");
-                Close();
-                return;
+                return Next::CLOSE;
             case FrameReader::State::MORE:
-                if (io == IoStatus::CLOSED) {
-                    Close();
-                } else {
-                    AwaitMore(reader_.IsUnderWay());
+                if (frame.io == IoStatus::CLOSED) {
+                    return Next::CLOSE;
                 }
-                return;
+                AwaitMore(reader_.IsUnderWay());
+                return Next::GONE;
         }
-        switch (Handle()) {
-            case Next::GO_ON:
-                break;
-            case Next::GONE:
-                return;
-            case Next::CLOSE:
-                Close();
-                return;
+        if (const Next next = Handle(); next != Next::GO_ON) {
+            return next;
         }
         if (stash_.empty()) {
-            wait =
-                CurrentRole() == ThreadRole::WORKER && ++served < STAY_REQUESTS && Core::Get().Workers().EnsureSpare();
+            wait = CurrentRole() == ThreadRole::WORKER && ++served < STAY_REQUESTS && services_.workers.EnsureSpare();
             if (!wait) {
                 AwaitMore(reader_.IsUnderWay());
-                return;
+                return Next::GONE;
             }
         }
     }
 }
 
-FrameReader::State InLane::NextFrame(bool wait, IoStatus& io)
+InLane::Frame InLane::NextFrame(bool wait)
 {
-    if (!stash_.empty()) {
-        const uint8_t* from = stash_.data() + stashUsed_;
-        const uint8_t* const end = stash_.data() + stash_.size();
-        const FrameReader::State state = reader_.Consume(from, end);
-        stashUsed_ = static_cast<size_t>(from - stash_.data());
-        if (from == end) {
-            std::vector<uint8_t>().swap(stash_);
-            stashUsed_ = 0;
-        }
-        if (state != FrameReader::State::MORE) {
-            return state;
-        }
+    Frame frame{stash_.empty() ? FrameReader::State::MORE : TakeStash()};
+    while (frame.state == FrameReader::State::MORE && frame.io == IoStatus::OK) {
+        frame = reader_.HasHeader() ? ReceiveBody(wait) : ReceiveHeader(wait);
     }
-    for (;;) {
-        if (reader_.HasHeader()) {
-            const FrameReader::Room room = reader_.RoomForBody();
-            if (room.place == nullptr) {
-                return room.state;
-            }
-            const IoResult got = Receive(room.place, room.size, wait);
-            io = got.status;
-            const FrameReader::State state = reader_.Received(got.bytes);
-            if (io != IoStatus::OK || state != FrameReader::State::MORE) {
-                return state;
-            }
-            continue;
-        }
-        uint8_t* const scratch = Scratch();
-        const IoResult got = Receive(scratch, SCRATCH_BYTES, wait);
-        io = got.status;
-        if (io != IoStatus::OK) {
-            return FrameReader::State::MORE;
-        }
-        const uint8_t* from = scratch;
-        const FrameReader::State state = reader_.Consume(from, scratch + got.bytes);
-        if (from != scratch + got.bytes) {
-            stash_.assign(from, static_cast<const uint8_t*>(scratch + got.bytes));
-            stashUsed_ = 0;
-        }
-        if (state != FrameReader::State::MORE) {
-            return state;
-        }
+    return frame;
+}
+
+FrameReader::State InLane::TakeStash()
+{
+    const uint8_t* from = stash_.data() + stashUsed_;
+    const uint8_t* const end = stash_.data() + stash_.size();
+    const FrameReader::State state = reader_.Consume(from, end);
+    stashUsed_ = static_cast<size_t>(from - stash_.data());
+    if (from == end) {
+        std::vector<uint8_t>().swap(stash_);
+        stashUsed_ = 0;
     }
+    return state;
+}
+
+InLane::Frame InLane::ReceiveBody(bool wait)
+{
+    const FrameReader::Room room = reader_.RoomForBody();
+    if (room.place == nullptr) {
+        return {room.state};
+    }
+    const IoResult got = Receive(room.place, room.size, wait);
+    return {reader_.Received(got.bytes), got.status};
+}
+
+InLane::Frame InLane::ReceiveHeader(bool wait)
+{
+    uint8_t* const scratch = LaneScratch();
+    const IoResult got = Receive(scratch, LANE_SCRATCH_BYTES, wait);
+    if (got.status != IoStatus::OK) {
+        return {FrameReader::State::MORE, got.status};
+    }
+    const uint8_t* from = scratch;
+    const FrameReader::State state = reader_.Consume(from, scratch + got.bytes);
+    if (from != scratch + got.bytes) {
+        stash_.assign(from, static_cast<const uint8_t*>(scratch + got.bytes));
+        stashUsed_ = 0;
+    }
+    return {state};
 }
 
 InLane::Next InLane::Handle()
 {
-    patienceEnds_.store(0, std::memory_order_relaxed);
+    peerDeadline_.store(0, std::memory_order_relaxed);
     Request request(reader_.Header(), reader_.TakeCharge());
     ParcelAccess::Swap(request.data, reader_.Body());
     reader_.Next();
@@ -223,36 +202,45 @@ InLane::Next InLane::Handle()
     if (header.kind == FrameKind::INTO_RING) {
         return GoIntoRing() ? Next::GO_ON : Next::CLOSE;
     }
-    if (IsCallLane()) {
-        SetLastTaken(header.number);
-        request.target = session_->FindHeld(header.serial);
-        if (request.target == nullptr && header.kind == FrameKind::FIRST_REQUEST) {
-            request.target = Core::Get().FindExported(header.serial);  // As its ACQUIRE will find it.
-        }
-    } else {
-        request.target = session_->FindOneWayTarget(*this, header.number, header.serial);
-        OfferRing(header.number);
-    }
-    if (header.serial == 0) {
-        request.target = Core::Get().Root();
-    }
+    request.target = FindTarget(header);
     MessageParcel nothing;
-    if (!session_->TakeReferences({false, number_}, header, request.data)) {
+    if (!session_->References().Take({false, Number()}, header, request.data)) {
         WarnLimited("a peer sent an invalid reference table", "its request was refused");
         return IsCallLane() ? Reply(header.number, IPC_BAD_MESSAGE, nothing) : Next::GO_ON;
     }
     if (request.target == nullptr) {
         return IsCallLane() ? Reply(header.number, IPC_DEAD_OBJECT, nothing) : Next::GO_ON;
     }
-    if (kind_ == ConnectionKind::NOTICE_LANE) {
+    if (Kind() == ConnectionKind::NOTICE_LANE) {
         return request.target->RunsOnDeliveryThread() ? Run(request) : Next::GO_ON;
     }
-    const bool runs = Core::GateOf(*request.target).EnterOrWait([this, &request] {
+    return EnterGate(request);
+}
+
+sptr<IPCObjectStub> InLane::FindTarget(const FrameHeader& header)
+{
+    sptr<IPCObjectStub> target;
+    if (IsCallLane()) {
+        SetLastTaken(header.number);
+        target = session_->Held().Find(header.serial);
+        if (target == nullptr && header.kind == FrameKind::FIRST_REQUEST) {
+            target = services_.objects.Find(header.serial);  // As its ACQUIRE will find it.
+        }
+    } else {
+        target = session_->Held().FindOneWayTarget(*this, header.number, header.serial);
+        OfferRing(header.number);
+    }
+    return header.serial == 0 ? services_.objects.Root() : target;
+}
+
+InLane::Next InLane::EnterGate(Request& request)
+{
+    const bool runs = ObjectGate::Of(*request.target).EnterOrWait([this, &request] {
         auto waiting = std::make_shared<Request>(request.header, std::move(request.charge));
         waiting->target = request.target;
         ParcelAccess::Swap(waiting->data, request.data);
         return std::function<void()>(
-            [lane = shared_from_this(), waiting] { lane->Proceed([&] { return lane->RunWaited(*waiting); }); });
+            [lane = Self(), waiting] { lane->Proceed([&] { return lane->RunWaited(*waiting); }); });
     });
     return runs ? Run(request) : Next::GONE;
 }
@@ -261,7 +249,7 @@ InLane::Next InLane::Handle()
 InLane::Next InLane::RunWaited(Request& request)
 {
     if (IsCallLane() && HasHungUp(fd_.Get())) {
-        LeaveGate(*request.target);
+        LeaveGate(*request.target, services_.workers);
         return Next::CLOSE;
     }
     return Run(request);
@@ -272,9 +260,12 @@ InLane::Next InLane::Run(Request& request)
     request.charge.Release();
     MessageParcel reply;
     MessageOption option(IsCallLane() ? MessageOption::FLAG_SYNC : MessageOption::FLAG_ONE_WAY);
-    const auto dispatch = kind_ == ConnectionKind::NOTICE_LANE ? Dispatch : DispatchInGate;
+    const CallingPeer& peer = session_->Identity();
+    const uint32_t code = request.header.codeOrStatus;
     const int status =
-        dispatch(*request.target, session_->Identity(), request.header.codeOrStatus, request.data, reply, option);
+        Kind() == ConnectionKind::NOTICE_LANE
+            ? Dispatch(*request.target, peer, code, request.data, reply, option)
+            : DispatchInGate(*request.target, services_.workers, peer, code, request.data, reply, option);
     return IsCallLane() ? Reply(request.header.number, status, reply) : Next::GO_ON;
 }
 
@@ -285,7 +276,8 @@ InLane::Next InLane::Reply(uint64_t number, int status, MessageParcel& reply)
     header.number = number;
     header.dataBytes = static_cast<uint32_t>(reply.GetDataSize());
     if (!ParcelAccess::References(reply).empty()) {
-        const int passed = session_->PassReferences({false, number_}, number, reply, header, Clock::now() + PATIENCE);
+        const int passed =
+            session_->References().Pass({false, Number()}, number, reply, header, Clock::now() + PEER_TIMEOUT);
         if (passed == IPC_BAD_MESSAGE) {
             MessageParcel nothing;
             return Reply(number, IPC_BAD_MESSAGE, nothing);
@@ -326,40 +318,39 @@ InLane::Next InLane::FlushReply()
     }
     ParcelAccess::Clear(unsent_);
     unsentBytes_ = 0;
-    patienceEnds_.store(0, std::memory_order_relaxed);
+    peerDeadline_.store(0, std::memory_order_relaxed);
     return sent.status == IoStatus::OK ? Next::GO_ON : Next::CLOSE;
 }
 
-void InLane::Await(uint32_t events, bool impatient)
+void InLane::Await(uint32_t events, bool hasDeadline)
 {
-    if (impatient && patienceEnds_.load(std::memory_order_relaxed) == 0) {
-        patienceEnds_.store((Clock::now() + PATIENCE).time_since_epoch().count(), std::memory_order_relaxed);
+    if (hasDeadline && peerDeadline_.load(std::memory_order_relaxed) == 0) {
+        peerDeadline_.store((Clock::now() + PEER_TIMEOUT).time_since_epoch().count(), std::memory_order_relaxed);
         if (!isWatched_.exchange(true)) {
-            Core::Get().Control().WatchPatience(shared_from_this());
+            services_.timers.WatchDeadline(shared_from_this());
         }
     }
     MutexLock lock(handOver_);
     Arm(EPOLL_CTL_MOD, events);
 }
 
-void InLane::AwaitMore(bool impatient)
+void InLane::AwaitMore(bool hasDeadline)
 {
-    if (isInRing_) {
+    if (IsInRing()) {
         ringUsedAt_.store(Clock::now().time_since_epoch().count(), std::memory_order_relaxed);
-        Core::Get().Control().ExpectIdleLanes();
+        services_.timers.ExpectIdleLanes();
     }
-    if (!isInRing_ || ring_->Sleep()) {
-        Await(EPOLLIN, impatient);
-    } else if (!Core::Get().Workers().Post(
-                   [lane = shared_from_this()] { lane->Proceed([] { return Next::GO_ON; }); })) {
+    if (!IsInRing() || OwnRing().Sleep()) {
+        Await(EPOLLIN, hasDeadline);
+    } else if (!services_.workers.Post([lane = Self()] { lane->Proceed([] { return Next::GO_ON; }); })) {
         WarnLimited("out of memory", "a lane was closed");
         Close();
     }
 }
 
-bool InLane::CheckPatience(Clock::time_point now)
+bool InLane::CheckDeadline(Clock::time_point now)
 {
-    const int64_t ends = patienceEnds_.load(std::memory_order_relaxed);
+    const int64_t ends = peerDeadline_.load(std::memory_order_relaxed);
     if (ends != 0 && now.time_since_epoch().count() < ends) {
         return true;
     }
@@ -368,7 +359,7 @@ bool InLane::CheckPatience(Clock::time_point now)
     }
     isWatched_.store(false);
     // It may have begun to wait in between, seen that it is watched, and relied on that.
-    return ends == 0 && patienceEnds_.load() != 0 && !isWatched_.exchange(true);
+    return ends == 0 && peerDeadline_.load() != 0 && !isWatched_.exchange(true);
 }
 
 void InLane::Rearm()
@@ -381,16 +372,19 @@ void InLane::Rearm()
 
 void InLane::Close()
 {
-    ::epoll_ctl(epoll_, EPOLL_CTL_DEL, fd_.Get(), nullptr);
-    const std::shared_ptr<InLane> last = std::move(self_);
-    patienceEnds_.store(0, std::memory_order_relaxed);
+    {
+        MutexLock lock(handOver_);
+        ::epoll_ctl(epoll_, EPOLL_CTL_DEL, fd_.Get(), nullptr);
+    }
+    const std::shared_ptr<PeerLane> last = std::move(self_);
+    peerDeadline_.store(0, std::memory_order_relaxed);
     {
         MutexLock lock(ringMutex_);
         if (ring_ != nullptr) {
             ring_->End();
         }
     }
-    session_->RemoveInLane(shared_from_this(), LastTaken());
+    session_->InLanes().Remove(*this);
     ShutDown();
 }
 

@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "base/warn_limited.h"
-#include "transport/core.h"
 #include "transport/in_lane.h"
+#include "transport/session_host.h"
 
 namespace TAVO::Transport {
 namespace {
@@ -17,20 +17,20 @@ constexpr uint64_t NO_RING = UINT64_MAX;             // in a descriptor's place:
 
 IoResult InLane::Receive(void* place, size_t size, bool wait)
 {
-    if (!isInRing_) {
+    if (!IsInRing()) {
         if (!wait) {
             return ReceiveNow(fd_.Get(), place, size);
         }
         const IoResult got = IsCallLane() ? spin_.Receive(fd_.Get(), place, size) : IoResult{IoStatus::WOULD_BLOCK, 0};
         return got.status != IoStatus::WOULD_BLOCK ? got : ReceiveOnce(fd_.Get(), place, size);
     }
-    IoResult got = ring_->Read(place, size);
+    IoResult got = OwnRing().Read(place, size);
     if (got.status == IoStatus::WOULD_BLOCK && wait && !hasEnded_) {
         ringUsedAt_.store(Clock::now().time_since_epoch().count(), std::memory_order_relaxed);
-        if (ring_->Sleep()) {
+        if (OwnRing().Sleep()) {
             TakeBells(true);
         }
-        got = ring_->Read(place, size);
+        got = OwnRing().Read(place, size);
     }
     if (got.status == IoStatus::WOULD_BLOCK && hasEnded_) {
         got.status = IoStatus::CLOSED;
@@ -44,12 +44,12 @@ void InLane::TakeBells(bool wait)
     const IoResult got =
         wait ? ReceiveOnce(fd_.Get(), bells, sizeof(bells)) : ReceiveNow(fd_.Get(), bells, sizeof(bells));
     hasEnded_ = hasEnded_ || got.status == IoStatus::CLOSED;
-    ring_->WakeUp();
+    OwnRing().WakeUp();
 }
 
 void InLane::OfferRing(uint64_t number)
 {
-    if (number % RING_MESSAGES != 0 || kind_ != ConnectionKind::ONE_WAY_LANE || isInRing_) {
+    if (number % RING_MESSAGES != 0 || Kind() != ConnectionKind::ONE_WAY_LANE || IsInRing()) {
         return;
     }
     const Clock::time_point before = std::exchange(lastMark_, Clock::now());
@@ -57,13 +57,13 @@ void InLane::OfferRing(uint64_t number)
         return;
     }
     MutexLock lock(ringMutex_);
-    if (ring_ != nullptr || (ring_ = RingReader::Make(Core::Get().Self(), number_)) == nullptr) {
+    if (ring_ != nullptr || (ring_ = RingReader::Make(services_.host.Self(), Number())) == nullptr) {
         return;
     }
     ringUsedAt_.store(lastMark_.time_since_epoch().count(), std::memory_order_relaxed);
-    session_->Post({RecordType::RING, 0, number_, static_cast<uint64_t>(ring_->Fd())});
+    session_->Control().Send({RecordType::RING, 0, Number(), static_cast<uint64_t>(ring_->Fd())});
     lock.Unlock();
-    Core::Get().Control().ExpectIdleLanes();
+    services_.timers.ExpectIdleLanes();
 }
 
 bool InLane::GoIntoRing()
@@ -94,7 +94,7 @@ bool InLane::EndIdleRing(Clock::time_point before)
         ShutDown();
     } else {
         ring_.reset();
-        session_->Post({RecordType::RING, 0, number_, NO_RING});
+        session_->Control().Send({RecordType::RING, 0, Number(), NO_RING});
     }
     return false;
 }

@@ -8,6 +8,7 @@
 #include <deque>
 #include <functional>
 
+#include "tavo/ipc_object_stub.h"
 #include "tavo/mutex.h"
 
 namespace TAVO::Transport {
@@ -21,10 +22,11 @@ public:
         exists_.store(true, std::memory_order_relaxed);
     }
 
+    static ObjectGate& Of(IPCObjectStub& object) noexcept { return *object.gate_; }
     // Whether this process has had an object of its own, which others may come to call.
     static bool Exists() noexcept { return exists_.load(std::memory_order_relaxed); }
 
-    // Lets a request in, or keeps `makeWaiting()` to be run by whoever leaves; true when it may run now.
+    // Admits a request, or keeps `makeWaiting()`, to be run when another one leaves. True when it may run now.
     template <typename MakeWaiting>
     bool EnterOrWait(MakeWaiting makeWaiting)
     {
@@ -36,7 +38,7 @@ public:
         waiting_.push_back(makeWaiting());
         return false;
     }
-    // Ends a request. What it returns (if anything) has entered in its place and must be run.
+    // Ends a request. The result, if not null, has entered in its place and must be run.
     std::function<void()> Leave()
     {
         MutexLock lock(mutex_);
@@ -49,8 +51,8 @@ public:
         waiting_.pop_front();
         return next;
     }
-    // A request waits for an answer to a call of its own and leaves its place, except where one at a time was asked
-    // for. It comes back without waiting, so that more than the limit may run for a while.
+    // A request waits for the answer to a call of its own, and leaves its place meanwhile, unless requests run one at a
+    // time. It returns without waiting, so that more than the limit may run for a while.
     std::function<void()> StepOut() { return limit_ == 1 ? nullptr : Leave(); }
     void StepBack()
     {
@@ -58,14 +60,16 @@ public:
         running_ += limit_ == 1 ? 0 : 1;
     }
 
-    // The object's name in this process, drawn at its first export; guarded by the table of exported objects.
-    uint64_t serial = 0;
+    // The object's name in this process, 0 before its first export. Written under the lock of ExportedObjects.
+    uint64_t Serial() const noexcept { return serial_.load(std::memory_order_relaxed); }
+    void SetSerial(uint64_t serial) noexcept { serial_.store(serial, std::memory_order_relaxed); }
 
 private:
     static inline std::atomic<bool> exists_{false};
 
-    Mutex mutex_;
     const int limit_;
+    std::atomic<uint64_t> serial_{0};
+    Mutex mutex_;
     int running_ TAVO_GUARDED_BY(mutex_) = 0;
     std::deque<std::function<void()>> waiting_ TAVO_GUARDED_BY(mutex_);
 };

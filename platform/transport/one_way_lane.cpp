@@ -1,156 +1,155 @@
 // SPDX-License-Identifier: Apache-2.0
-// One-way requests and notices: one lane a session, sent in order, and never waiting for the receiver.
-#include <cstring>
+// One-way requests go out in order, from whichever thread sends them. If the socket accepts nothing of a request, it is
+// refused (IPC_QUEUE_FULL). If it accepts a part, the rest is copied, the control thread sends it, and meanwhile all
+// further requests are refused. A receiver that gets many requests offers a ring, and from then on they go through it.
+#include "transport/one_way_lane.h"
+
 #include <new>
 #include <utility>
 
-#include "base/parcel_access.h"
-#include "transport/core.h"
-#include "transport/session.h"
+#include "transport/session_host.h"
 
 namespace TAVO::Transport {
 
-int Session::SendOneWay(ConnectionKind kind, uint64_t serial, uint32_t code, MessageParcel& data, Deadline deadline,
-                        LanePlace& place)
+int OneWayLane::Send(uint64_t serial, uint32_t code, MessageParcel& data, MessagePlace& place)
 {
-    if (WaitUp(deadline) != State::UP) {  // Waits only before the first contact with the peer.
-        return GetState() == State::DEAD ? IPC_DEAD_OBJECT : IPC_TIMED_OUT;
+    MutexLock lock(mutex_);
+    if (!rest_.empty()) {
+        return IPC_QUEUE_FULL;
     }
-    OneWayLane& lane = kind == ConnectionKind::NOTICE_LANE ? notice_ : oneWay_;
-    MutexLock lock(lane.mutex);
-    if (!lane.rest.empty()) {
-        return IPC_QUEUE_FULL;  // The control thread sends the rest as soon as there is room.
-    }
-    const size_t dataBytes = data.GetDataSize();
-    for (bool isFresh = false;;) {
-        if (!lane.fd.IsOpen()) {
-            if (const int status = OpenOneWay(lane, kind); status != IPC_OK) {
-                return status;
-            }
-            isFresh = true;
-        }
-        FrameHeader header;
-        header.codeOrStatus = code;
-        header.number = lane.lastSent + 1;
-        header.serial = serial;
-        header.dataBytes = static_cast<uint32_t>(dataBytes);
-        if (!ParcelAccess::References(data).empty()) {
-            const int status = PassReferences({true, lane.number}, header.number, data, header, Deadline());
-            if (status != IPC_OK) {
-                ParcelAccess::Truncate(data, dataBytes);
-                Withdraw({true, lane.number}, header.number);
-                if (status == IPC_BROKEN && !isFresh && GetState() == State::UP) {
-                    CloseOneWay(lane);  // The peer has closed it, and nothing of the request has left.
-                    continue;
-                }
-                return status == IPC_TIMED_OUT ? IPC_QUEUE_FULL : status;  // It never waits: try again.
-            }
-        }
-        uint8_t* const frame = ParcelAccess::Headroom(data, sizeof(header));
-        const size_t size = sizeof(header) + header.BodyBytes();
-        IoResult sent{IoStatus::WOULD_BLOCK, 0};
-        int status = IPC_QUEUE_FULL;
-        if (frame == nullptr || !header.IsPossible(true)) {
-            status = frame == nullptr ? IPC_NO_RESOURCES : IPC_TOO_LARGE;
-        } else {
-            std::memcpy(frame, &header, sizeof(header));
-            sent = PutOneWay(lane, frame, size);
-        }
-        if (sent.bytes != 0 && sent.status == IoStatus::WOULD_BLOCK) {
-            try {
-                lane.rest.assign(frame + sent.bytes, frame + size);
-                Core::Get().Control().FlushLater(shared_from_this(), kind);
-            } catch (const std::bad_alloc&) {  // Half a request: the lane cannot go on.
-                sent.status = IoStatus::CLOSED;
-            }
-        }
-        ParcelAccess::Truncate(data, dataBytes);
-        if (sent.bytes != 0 && sent.status != IoStatus::CLOSED) {
-            ++lane.lastSent;
-            place = {lane.number, lane.lastSent};
-            return IPC_OK;
-        }
-        if (sent.bytes == 0) {
-            Withdraw({true, lane.number}, header.number);
-        }
-        if (sent.status != IoStatus::CLOSED) {
-            return status;
-        }
-        CloseOneWay(lane);
-        if (isFresh || sent.bytes != 0 || GetState() != State::UP) {
-            return TransportError(IoStatus::CLOSED);
+    if (fd_.IsOpen()) {
+        const Attempt attempt = TrySend(serial, code, data, place);
+        if (!attempt.mayRetry || context_.State() != SessionState::ESTABLISHED) {
+            return attempt.status;
         }
     }
+    if (const int status = Open(); status != IPC_OK) {
+        return status;
+    }
+    return TrySend(serial, code, data, place).status;
 }
 
-IoResult Session::PutOneWay(OneWayLane& lane, const void* frame, size_t size)
+OneWayLane::Attempt OneWayLane::TrySend(uint64_t serial, uint32_t code, MessageParcel& data, MessagePlace& place)
 {
-    if (!GoIntoRing(lane)) {
-        return SendNow(lane.fd.Get(), frame, size);
+    FrameHeader header;
+    header.codeOrStatus = code;
+    header.number = lastSent_ + 1;
+    header.serial = serial;
+    OutgoingFrame frame(data, references_, number_);
+    if (const int status = frame.Build(header, true, Deadline()); status != IPC_OK) {
+        if (status == IPC_BROKEN) {
+            CloseLocked();
+            return {status, true};
+        }
+        return {status == IPC_TIMED_OUT ? IPC_QUEUE_FULL : status};  // It never waits: the caller tries again.
+    }
+    IoResult sent = Put(frame.Data(), frame.Size());
+    if (sent.bytes != 0 && sent.status == IoStatus::WOULD_BLOCK &&
+        !KeepRest(frame.Data() + sent.bytes, frame.Size() - sent.bytes)) {
+        sent.status = IoStatus::CLOSED;  // The lane cannot go on after half a request.
+    }
+    if (sent.bytes != 0 && sent.status != IoStatus::CLOSED) {
+        ++lastSent_;
+        place = {number_, lastSent_};
+        return {IPC_OK};
+    }
+    if (sent.bytes == 0) {
+        frame.Withdraw();
+    }
+    if (sent.status != IoStatus::CLOSED) {
+        return {IPC_QUEUE_FULL};
+    }
+    CloseLocked();
+    return {context_.State() == SessionState::DEAD ? IPC_DEAD_OBJECT : IPC_BROKEN, sent.bytes == 0};
+}
+
+IoResult OneWayLane::Put(const uint8_t* frame, size_t size)
+{
+    if (!GoIntoRing()) {
+        return SendNow(fd_.Get(), frame, size);
     }
     bool needsBell = false;
-    const IoResult put = lane.ring->Write(frame, size, needsBell);
+    const IoResult put = ring_->Write(frame, size, needsBell);
     const uint8_t bell = 0;
-    if (needsBell && SendNow(lane.fd.Get(), &bell, sizeof(bell)).status == IoStatus::CLOSED) {
-        return {IoStatus::CLOSED, 0};  // Who slept there has ended.
+    if (needsBell && SendNow(fd_.Get(), &bell, sizeof(bell)).status == IoStatus::CLOSED) {
+        return {IoStatus::CLOSED, 0};  // The receiver has ended in its sleep.
     }
     return put;
 }
 
-bool Session::GoIntoRing(OneWayLane& lane)
-{
-    if (lane.ring == nullptr || lane.isInRing) {
-        return lane.isInRing;
-    }
-    FrameHeader header;  // so small that it goes whole or not at all
-    header.kind = FrameKind::INTO_RING;
-    header.number = lane.lastSent + 1;
-    lane.isInRing = SendNow(lane.fd.Get(), &header, sizeof(header)).status == IoStatus::OK;
-    return lane.isInRing;
+bool OneWayLane::KeepRest(const uint8_t* rest, size_t size)
+try {
+    rest_.assign(rest, rest + size);
+    return context_.host.FlushLater(context_.session.lock(), kind_);
+} catch (const std::bad_alloc&) {
+    return false;
 }
 
-bool Session::OnRing(LaneKey lane, uint64_t fd)
-try {
-    std::unique_ptr<RingWriter> ring = RingWriter::Open(identity_.pid, fd, peer_, lane.number);
-    MutexLock lock(oneWay_.mutex);
-    if (oneWay_.fd.IsOpen() && oneWay_.number == lane.number && !oneWay_.isInRing) {
-        oneWay_.ring.swap(ring);
+bool OneWayLane::GoIntoRing()
+{
+    if (ring_ == nullptr || isInRing_) {
+        return isInRing_;
+    }
+    FrameHeader header;  // so small that it is sent whole or not at all
+    header.kind = FrameKind::INTO_RING;
+    header.number = lastSent_ + 1;
+    isInRing_ = SendNow(fd_.Get(), &header, sizeof(header)).status == IoStatus::OK;
+    return isInRing_;
+}
+
+void OneWayLane::OfferRing(uint64_t number, std::unique_ptr<RingWriter> ring)
+{
+    MutexLock lock(mutex_);
+    if (fd_.IsOpen() && number_ == number && !isInRing_) {
+        ring_.swap(ring);
     }
     lock.Unlock();
-    return lane.own;
-} catch (const std::bad_alloc&) {
-    return true;  // It was an offer.
 }
 
-int Session::OpenOneWay(OneWayLane& lane, ConnectionKind kind)
+int OneWayLane::Open()
 {
-    int status = IPC_OK;
-    lane.number = nextLane_.fetch_add(1);
-    lane.lastSent = 0;
-    lane.fd = Connect(kind, lane.number, Clock::duration::zero(), status);
-    return status;
+    LaneOpener::Opened opened = opener_.Open(kind_, Clock::duration::zero());
+    number_ = opened.number;
+    lastSent_ = 0;
+    fd_ = std::move(opened.fd);
+    return opened.status;
 }
 
-void Session::CloseOneWay(OneWayLane& lane)
+void OneWayLane::OnClosedByPeer(uint64_t number)
 {
-    lane.fd.Close();
-    lane.rest.clear();
-    lane.ring.reset();
-    lane.isInRing = false;
-    CloseOwnLane(lane.number, 0);
+    MutexLock lock(mutex_);
+    if (fd_.IsOpen() && number_ == number) {
+        CloseLocked();  // Its ring is of no use any more.
+    }
 }
 
-bool Session::FlushOneWay(ConnectionKind kind)
+void OneWayLane::Close() noexcept
 {
-    OneWayLane& lane = kind == ConnectionKind::NOTICE_LANE ? notice_ : oneWay_;
-    MutexLock lock(lane.mutex);
-    if (!lane.fd.IsOpen() || lane.rest.empty()) {
+    MutexLock lock(mutex_);
+    if (fd_.IsOpen()) {
+        CloseLocked();
+    }
+}
+
+void OneWayLane::CloseLocked()
+{
+    fd_.Close();
+    rest_.clear();
+    ring_.reset();
+    isInRing_ = false;
+    opener_.Close(number_, 0);
+}
+
+bool OneWayLane::Flush()
+{
+    MutexLock lock(mutex_);
+    if (!fd_.IsOpen() || rest_.empty()) {
         return true;
     }
-    const IoResult sent = SendNow(lane.fd.Get(), lane.rest.data(), lane.rest.size());
-    lane.rest.erase(lane.rest.begin(), lane.rest.begin() + static_cast<std::ptrdiff_t>(sent.bytes));
+    const IoResult sent = SendNow(fd_.Get(), rest_.data(), rest_.size());
+    rest_.erase(rest_.begin(), rest_.begin() + static_cast<std::ptrdiff_t>(sent.bytes));
     if (sent.status == IoStatus::CLOSED) {
-        CloseOneWay(lane);
+        CloseLocked();
     }
     return sent.status != IoStatus::WOULD_BLOCK;
 }

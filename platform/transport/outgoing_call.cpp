@@ -4,42 +4,43 @@
 #include <functional>
 #include <utility>
 
-#include "os/threads.h"
-#include "transport/core.h"
 #include "transport/object_gate.h"
+#include "transport/worker_pool.h"
 
 namespace TAVO::Transport {
 namespace {
 
-thread_local ObjectGate* t_gate = nullptr;  // that the request in hand has entered
-thread_local bool t_isOutgoing = false;     // inside an OutgoingCall
+thread_local ObjectGate* t_gate = nullptr;     // that the request in hand has entered
+thread_local WorkerPool* t_workers = nullptr;  // that run the requests which wait in it
+thread_local bool t_isOutgoing = false;        // inside an OutgoingCall
 
 }  // namespace
 
-HandlerScope::HandlerScope(ObjectGate& gate) noexcept : isWorker_(CurrentRole() == ThreadRole::WORKER)
+HandlerScope::HandlerScope(ObjectGate& gate, WorkerPool& workers) noexcept : pool_(WorkerPool::OfThisThread())
 {
     t_gate = &gate;
-    if (isWorker_) {
-        Core::Get().Workers().BeginHandler();
+    t_workers = &workers;
+    if (pool_ != nullptr) {
+        pool_->BeginHandler();
     }
 }
 
 HandlerScope::~HandlerScope()
 {
     t_gate = nullptr;
-    if (isWorker_) {
-        Core::Get().Workers().EndHandler();
+    if (pool_ != nullptr) {
+        pool_->EndHandler();
     }
 }
 
 OutgoingCall::OutgoingCall()
     : isNested_(std::exchange(t_isOutgoing, true)),
-      isWorker_(!isNested_ && CurrentRole() == ThreadRole::WORKER),
-      isAllowed_(!isWorker_ || Core::Get().Workers().BeginOutgoing())
+      pool_(isNested_ ? nullptr : WorkerPool::OfThisThread()),
+      isAllowed_(pool_ == nullptr || pool_->BeginOutgoing())
 {
     if (!isNested_ && isAllowed_ && t_gate != nullptr) {
         if (std::function<void()> next = t_gate->StepOut(); next != nullptr) {
-            Core::Get().Workers().Post(std::move(next));
+            t_workers->Post(std::move(next));
         }
     }
 }
@@ -53,8 +54,8 @@ OutgoingCall::~OutgoingCall()
     if (isAllowed_ && t_gate != nullptr) {
         t_gate->StepBack();
     }
-    if (isAllowed_ && isWorker_) {
-        Core::Get().Workers().EndOutgoing();
+    if (isAllowed_ && pool_ != nullptr) {
+        pool_->EndOutgoing();
     }
 }
 

@@ -1,27 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
-// A handler that waits for the answer to a call of its own holds up nobody: another thread and another request may go
-// on.
+// While a handler waits for the answer to a call of its own, another thread and another request may go on.
 #ifndef TAVO_TRANSPORT_OUTGOING_CALL_H
 #define TAVO_TRANSPORT_OUTGOING_CALL_H
 
 namespace TAVO::Transport {
 
 class ObjectGate;
+class WorkerPool;
 
 // Around a handler whose request has entered the gate. A worker counts as busy until its end.
 class HandlerScope {
 public:
-    explicit HandlerScope(ObjectGate& gate) noexcept;
+    HandlerScope(ObjectGate& gate, WorkerPool& workers) noexcept;
     ~HandlerScope();
     HandlerScope(const HandlerScope&) = delete;
     HandlerScope& operator=(const HandlerScope&) = delete;
 
 private:
-    const bool isWorker_;
+    WorkerPool* const pool_;  // of this thread; null outside a worker
 };
 
-// Around the wait for an answer; within another one it does nothing. On a worker it makes room: the pool may start another thread in its place, and the
-// object whose request is in hand may be called again, or calls that cross would wait for each other.
+// Around the wait for an answer; within another one it does nothing. On a worker it makes room: the pool may start
+// another thread in its place, and the object whose request is in hand may be called again. Otherwise calls that cross
+// would wait for each other.
 class OutgoingCall {
 public:
     OutgoingCall();
@@ -34,7 +35,7 @@ public:
 
 private:
     const bool isNested_;
-    const bool isWorker_;
+    WorkerPool* const pool_;  // of this thread; null outside a worker, or nested
     const bool isAllowed_;
 };
 

@@ -7,8 +7,11 @@
 #include <utility>
 
 #include "base/forked_child.h"
-#include "transport/core.h"
+#include "transport/calling_peer_scope.h"
+#include "transport/local_call.h"
+#include "transport/object_gate.h"
 #include "transport/proxy_object.h"
+#include "transport/this_process.h"
 
 namespace TAVO::Transport {
 
@@ -19,22 +22,23 @@ sptr<IRemoteObject> ConnectManager(Clock::time_point deadline)
     }
     std::shared_ptr<Session> before;
     for (;;) {
-        const std::shared_ptr<Session> session = Core::Get().ManagerSession(deadline);
+        const std::shared_ptr<Session> session = ThisProcess::Get().ManagerSession(deadline);
         if (session->IsSuspect()) {
             return nullptr;
         }
-        switch (session->WaitUp(deadline)) {
-            case Session::State::UP:
-                return session->RootProxy();
+        switch (session->WaitEstablished(deadline)) {
+            case Session::State::ESTABLISHED:
+                return session->Proxies().Root();
             case Session::State::CONNECTING:
-                session->SuspectPeer();  // Until its answer comes, which makes the session come up.
+                session->Suspect();  // Until its answer establishes the session.
                 return nullptr;
             case Session::State::DEAD:
                 break;
         }
         // Dead at once: nobody listens. Only a manager that was replaced by a session that stood already is tried
         // again.
-        if (before != nullptr || Core::Get().ManagerSession(deadline)->GetState() != Session::State::UP) {
+        if (before != nullptr ||
+            ThisProcess::Get().ManagerSession(deadline)->GetState() != Session::State::ESTABLISHED) {
             return nullptr;
         }
         before = session;
@@ -43,20 +47,20 @@ sptr<IRemoteObject> ConnectManager(Clock::time_point deadline)
 
 int RuntimeDirFd()
 {
-    return Core::Get().RuntimeDirFd();
+    return ThisProcess::Get().Sockets().DirFd();
 }
 
 void ServeAsManager(int listenFd, const sptr<IPCObjectStub>& root,
                     std::function<bool(int pid, int fd, size_t sessions)> admission)
 {
     ::fcntl(listenFd, F_SETFL, O_NONBLOCK);  // The control thread accepts until there is nothing to accept.
-    Core::Get().SetRoot(root);
-    Core::Get().Control().Listen(UniqueFd(listenFd), std::move(admission));
+    ThisProcess::Get().Objects().SetRoot(root);
+    ThisProcess::Get().Connections().Listen(UniqueFd(listenFd), std::move(admission));
 }
 
 bool StartDeliveryThread() noexcept
 {
-    return !InForkedChild() && Core::Get().Delivery().EnsureRunning();
+    return !InForkedChild() && ThisProcess::Get().Delivery().EnsureRunning();
 }
 
 int SendNotice(const sptr<IRemoteObject>& object, uint32_t code, MessageParcel& data)
@@ -71,13 +75,41 @@ bool IsStillThere(const sptr<IRemoteObject>& object, Clock::time_point deadline)
     if (proxy == nullptr || InForkedChild()) {
         return proxy == nullptr && object != nullptr && object->IsAlive();
     }
-    return proxy->Ready(deadline) == IPC_OK && !proxy->Owner()->HasHungUp();
+    return proxy->WaitReady(deadline) == IPC_OK && !proxy->GetSession().Control().HasHungUp();
 }
 
 uint64_t OwnerSession(const sptr<IRemoteObject>& object)
 {
     const auto* const proxy = dynamic_cast<const ProxyObject*>(object.Get());
-    return proxy != nullptr ? proxy->Owner()->Id() : 0;
+    return proxy != nullptr ? proxy->GetSession().Id() : 0;
+}
+
+const CallingPeer* CurrentCaller() noexcept
+{
+    return CallingPeerScope::Current();
+}
+
+std::shared_ptr<ObjectGate> NewObjectGate(bool oneAtATime)
+{
+    return std::make_shared<ObjectGate>(oneAtATime);
+}
+
+void Unexport(const ObjectGate& gate) noexcept
+{
+    if (gate.Serial() != 0 && !InForkedChild()) {
+        ThisProcess::Get().Objects().Remove(gate);
+    }
+}
+
+int CallLocal(const sptr<IPCObjectStub>& target, uint32_t code, MessageParcel& data, MessageParcel& reply,
+              const MessageOption& option)
+{
+    return CallLocal(target, ThisProcess::Get().Workers(), code, data, reply, option);
+}
+
+bool RunOnWorker(std::function<void()> job) noexcept
+{
+    return ThisProcess::Get().Workers().Post(std::move(job));
 }
 
 bool IsForkedChild() noexcept

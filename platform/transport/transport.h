@@ -7,8 +7,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <string>
+#include <memory>
 
+#include "tavo/calling_peer.h"
 #include "tavo/ipc_object_stub.h"
 #include "tavo/iremote_object.h"
 
@@ -47,6 +48,20 @@ bool StartDeliveryThread() noexcept;
 // that say RunsOnDeliveryThread. Same results as SendRequest, but never waits: for an object that a third process named
 // and whose owner has not answered yet it is IPC_TIMED_OUT at once.
 int SendNotice(const sptr<IRemoteObject>& object, uint32_t code, MessageParcel& data);
+
+// The sender of the request that the calling thread handles; null outside a handler.
+const CallingPeer* CurrentCaller() noexcept;
+
+// Bounds the requests of one object that run at a time, and has its name on the wire.
+class ObjectGate;
+std::shared_ptr<ObjectGate> NewObjectGate(bool oneAtATime);
+// The object with that gate is being destroyed: peers can no longer call it.
+void Unexport(const ObjectGate& gate) noexcept;
+// Handles a request of this process to its own object on a worker, and waits for the reply unless it is one-way.
+int CallLocal(const sptr<IPCObjectStub>& target, uint32_t code, MessageParcel& data, MessageParcel& reply,
+              const MessageOption& option);
+// Runs `job` on a worker. False, and the job is lost, without memory or a descriptor.
+bool RunOnWorker(std::function<void()> job) noexcept;
 
 // True in a child of fork() whose parent had loaded the platform: nothing works there any more.
 bool IsForkedChild() noexcept;

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Grows when there is more work than workers, and after the work of the last free one; shrinks after a while without.
+// Workers wait together in one epoll, for lanes and for jobs. A worker that takes work while no other is free has the
+// epoll watched by the control thread, which starts another worker once more work waits. A worker that waits for the
+// answer to a call of its own does not count. Idle workers end after a while, but for a few.
 #include "transport/worker_pool.h"
 
 #include <sys/epoll.h>
@@ -10,15 +12,22 @@
 
 #include "base/warn_limited.h"
 #include "os/threads.h"
-#include "transport/core.h"
-#include "transport/in_lane.h"
+#include "transport/lane_scratch.h"
+#include "transport/peer_lane.h"
 
 namespace TAVO::Transport {
 namespace {
 
 constexpr int IDLE_MILLISECONDS = 5000;
 
+thread_local WorkerPool* t_pool = nullptr;
+
 }  // namespace
+
+WorkerPool* WorkerPool::OfThisThread() noexcept
+{
+    return t_pool;
+}
 
 bool WorkerPool::Open()
 {
@@ -26,7 +35,7 @@ bool WorkerPool::Open()
     return wait_.Open();
 }
 
-bool WorkerPool::AddLane(const std::shared_ptr<InLane>& lane)
+bool WorkerPool::AddLane(const std::shared_ptr<PeerLane>& lane)
 {
     EnsureSpare();
     {
@@ -52,16 +61,6 @@ bool WorkerPool::Post(std::function<void()> job) noexcept
     }
     wait_.Signal();
     EnsureSpare();
-    return true;
-}
-
-bool WorkerPool::SetMax(size_t workers)
-{
-    if (workers < 1 || workers > IpcThreads::MAX_THREADS) {
-        return false;
-    }
-    MutexLock lock(mutex_);
-    max_ = static_cast<int>(workers);
     return true;
 }
 
@@ -105,7 +104,8 @@ bool WorkerPool::MayGrow()
 
 bool WorkerPool::MaySpawn() const
 {
-    return total_ - outgoing_ < max_ && total_ < static_cast<int>(IpcThreads::MAX_THREADS);
+    return total_ - outgoing_ < static_cast<int>(IpcThreads::DEFAULT_WORKERS) &&
+           total_ < static_cast<int>(IpcThreads::MAX_THREADS);
 }
 
 bool WorkerPool::Spawn()
@@ -138,24 +138,25 @@ bool WorkerPool::RetireIdle()
 
 void WorkerPool::Run()
 {
+    t_pool = this;
     for (;;) {
         epoll_event event{};
         const int ready = ::epoll_wait(wait_.Epoll(), &event, 1, IDLE_MILLISECONDS);
         if (ready == 0 && RetireIdle()) {
-            InLane::EndOfThread();
+            FreeLaneScratch();
             return;
         }
         if (ready <= 0) {
             continue;
         }
         idle_.fetch_sub(1, std::memory_order_relaxed);
-        if (!HasSpare() && MayGrow() && !Core::Get().Control().WatchWorkers()) {
+        if (!HasSpare() && MayGrow() && !watch_()) {
             EnsureSpare();
         }
         if (event.data.ptr == nullptr) {  // anything else is a lane
             RunOneJob();
         } else {
-            static_cast<InLane*>(event.data.ptr)->Serve(event.events);
+            static_cast<PeerLane*>(event.data.ptr)->Serve(event.events);
         }
         idle_.fetch_add(1, std::memory_order_relaxed);
     }

@@ -7,7 +7,7 @@
 #include <deque>
 #include <functional>
 #include <memory>
-#include <vector>
+#include <utility>
 
 #include "os/wait_set.h"
 #include "tavo/ipc_threads.h"
@@ -15,11 +15,16 @@
 
 namespace TAVO::Transport {
 
-class InLane;
+class PeerLane;
 
 class WorkerPool {
 public:
     static constexpr int KEPT = 4;
+
+    // `watch` has EnsureSpare called, by a thread outside the pool, once work waits. False when it cannot.
+    explicit WorkerPool(std::function<bool()> watch) : watch_(std::move(watch)) {}
+    // The pool that the calling thread is a worker of; null elsewhere.
+    static WorkerPool* OfThisThread() noexcept;
 
     // Opens what the workers wait with; false when no descriptor is left.
     bool Open();
@@ -28,13 +33,12 @@ public:
     // Starts a worker if none is free; false when there is none then.
     bool EnsureSpare();
     // Hands a new lane to the workers. The pool is open. False when there is none and none can be had.
-    bool AddLane(const std::shared_ptr<InLane>& lane);
+    bool AddLane(const std::shared_ptr<PeerLane>& lane);
     // Runs `job` on a worker. Without memory or a descriptor the job is lost and false returned.
     bool Post(std::function<void()> job) noexcept;
 
     // Whether another worker waits for work, so that the calling one may stay with its lane.
     bool HasSpare() const noexcept { return idle_.load(std::memory_order_relaxed) > 0; }
-    bool SetMax(size_t workers);
 
     // A worker enters an outgoing call: it is not counted meanwhile, and another takes its place. False when no thread
     // can be had for that: the call must fail.
@@ -53,12 +57,12 @@ private:
     bool RetireIdle();
     void RunOneJob();
 
+    const std::function<bool()> watch_;
     WaitSet wait_{WaitSet::Jobs::ONE};
     Mutex mutex_;
     std::deque<std::function<void()>> jobs_ TAVO_GUARDED_BY(mutex_);
     int total_ TAVO_GUARDED_BY(mutex_) = 0;
     int outgoing_ TAVO_GUARDED_BY(mutex_) = 0;
-    int max_ TAVO_GUARDED_BY(mutex_) = static_cast<int>(IpcThreads::DEFAULT_WORKERS);
     std::atomic<int> idle_{0};      // threads in epoll_wait, or started and on their way there
     std::atomic<int> handling_{0};  // threads inside a handler
 };

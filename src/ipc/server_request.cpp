@@ -28,13 +28,13 @@ bool ServerRequest::Send(const sptr<IRemoteObject>& remote, const char* nullText
         LogError(line, nullText);
         return false;
     }
-    return SendUntested(remote, failedText, line);
+    return Send(remote, failedText, line);
 }
 
-bool ServerRequest::SendUntested(const sptr<IRemoteObject>& remote, const char* failedText, int line)
+bool ServerRequest::Send(const sptr<IRemoteObject>& remote, const char* failedText, int line)
 {
     try {
-        status_ = remote != nullptr ? Transact(*remote) : static_cast<int>(IPC_DEAD_OBJECT);
+        status_ = remote != nullptr ? Send(*remote) : static_cast<int>(IPC_DEAD_OBJECT);
     } catch (...) {  // no memory on the way
         status_ = IPC_BROKEN;
     }
@@ -45,7 +45,7 @@ bool ServerRequest::SendUntested(const sptr<IRemoteObject>& remote, const char* 
     return true;
 }
 
-int ServerRequest::Transact(IRemoteObject& remote)
+int ServerRequest::Send(IRemoteObject& remote)
 {
     MessageOption option(flags_, MessageOption::WAIT_TIME_SECONDS);
     status_ = remote.SendRequest(static_cast<uint32_t>(code_), data, reply, option);

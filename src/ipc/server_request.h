@@ -31,9 +31,9 @@ public:
     bool Send(const sptr<IRemoteObject>& remote, const char* nullText, const char* failedText,
               int line = __builtin_LINE());
     // Without a message of its own for a null remote object, which counts as a failed sending to a dead one.
-    bool SendUntested(const sptr<IRemoteObject>& remote, const char* failedText, int line = __builtin_LINE());
-    // Sends to an object that is there and logs nothing.
-    int Transact(IRemoteObject& remote);
+    bool Send(const sptr<IRemoteObject>& remote, const char* failedText, int line = __builtin_LINE());
+    // To an object that is not null. Logs nothing, and lets exceptions pass. The status.
+    int Send(IRemoteObject& remote);
 
     // Of the last sending: 0, an IpcStatus or the status of the service's handler.
     int Status() const { return status_; }

@@ -88,7 +88,7 @@ void VeltraServerProxy::ReportGameEvent(GameInfo& info)
     request.data.WriteString(info.text5);
     request.data.WriteString(info.text6);
     request.data.WriteString(info.text4);  // Deliberate: last; in the record's order the service would mix them up.
-    request.SendUntested(Remote(), "Veltra ReportGameEvent call remote failed. ret[%{public}d]");
+    request.Send(Remote(), "Veltra ReportGameEvent call remote failed. ret[%{public}d]");
 }
 
 int32_t VeltraServerProxy::ReportRenderThread(std::string first, std::string second, int32_t value)
@@ -101,7 +101,7 @@ int32_t VeltraServerProxy::ReportRenderThread(std::string first, std::string sec
     request.data.WriteString(second);
     request.data.WriteInt32(value);
     // Deliberate: "Game" in the text, and the platform's own status; callers tell a lost thread report by it.
-    if (!request.SendUntested(Remote(), "Veltra ReportGameRenderThread call remote failed. ret[%{public}d]")) {
+    if (!request.Send(Remote(), "Veltra ReportGameRenderThread call remote failed. ret[%{public}d]")) {
         return request.Status();
     }
     return request.reply.ReadInt32();
@@ -164,7 +164,7 @@ try {
             "StopGetGpuPerfInfo Remote is null");  // Deliberate: the message of a neighbour, as watchers know it.
         return RESULT_NO_SERVICE;
     }
-    const int status = request.Transact(*remote);
+    const int status = request.Send(*remote);
     // Deliberate: read after a failed sending too; a scene that got lost is no failure of the game.
     const int32_t result = request.reply.ReadInt32();
     VELTRA_LOGI("ret is %{public}d, result is %{public}d", status, result);

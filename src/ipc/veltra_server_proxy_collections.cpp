@@ -57,7 +57,7 @@ try {
     }
     request.data.WriteString(text);
     request.data.WriteInt32(value);
-    if (!request.SendUntested(Remote(), "Veltra SyncAppType call remote failed. ret[%{public}d]")) {
+    if (!request.Send(Remote(), "Veltra SyncAppType call remote failed. ret[%{public}d]")) {
         return {};
     }
     int32_t count = request.reply.ReadInt32();
@@ -110,7 +110,7 @@ try {
         return RESULT_NO_SERVICE;
     }
     // Deliberate: the platform's own status, so that a caller can tell a lost query from a refused one.
-    if (!request.SendUntested(remote, "[Proxy] send request failed! errCode:%{public}d")) {
+    if (!request.Send(remote, "[Proxy] send request failed! errCode:%{public}d")) {
         return request.Status();
     }
     const int32_t result = request.reply.ReadInt32();
@@ -146,7 +146,7 @@ try {
         request.data.WriteInt32(detail.queryType);
         WritePairs(request, detail.queryParams);
     }
-    if (!request.SendUntested(remote, "function GetDeviceInfo call failed! errCode:%{public}d")) {
+    if (!request.Send(remote, "function GetDeviceInfo call failed! errCode:%{public}d")) {
         return {RESULT_NO_SERVICE, {}};
     }
     DeviceInfoResult info;
@@ -197,7 +197,7 @@ int32_t VeltraServerProxy::GetAppPrioritys(std::vector<std::string>& bundleNames
     }
     WriteTexts(request, bundleNames);
     request.data.WriteRemoteObject(callback->AsObject());
-    if (!request.SendUntested(remote, "function GetAppPrioritys call failed! errCode:%{public}d")) {
+    if (!request.Send(remote, "function GetAppPrioritys call failed! errCode:%{public}d")) {
         return RESULT_NO_SERVICE;
     }
     return request.reply.ReadInt32();
@@ -218,7 +218,7 @@ int32_t VeltraServerProxy::NotifyAppResourceDownLoadResults(std::vector<AppResou
     for (const AppResourceDownLoadResult& result : results) {
         WriteDownLoadResult(request.data, result);
     }
-    if (!request.SendUntested(remote, "function NotifyAppResourceDownLoadResults call failed! errCode:%{public}d")) {
+    if (!request.Send(remote, "function NotifyAppResourceDownLoadResults call failed! errCode:%{public}d")) {
         return RESULT_NO_SERVICE;
     }
     return request.reply.ReadInt32();

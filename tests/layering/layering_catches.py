@@ -11,7 +11,10 @@ RIGHT = {
     "platform/os/fd.h": '#include "base/log.h"\n',
     "platform/wire/frame.h": '#include "os/fd.h"\n#include "base/log.h"\n',
     "platform/transport/lane.h": '#include "wire/frame.h"\n#include "os/fd.h"\n',
-    "platform/ipc/stub.h": '#include "transport/lane.h"\n#include "ipc/pool.h"\n',
+    "platform/transport/lane.cpp": '#include "transport/lane.h"\n',
+    "platform/transport/transport.h": "",
+    "platform/transport/transport.cpp": '#include "transport/transport.h"\n#include "transport/lane.h"\n',
+    "platform/ipc/stub.h": '#include "transport/transport.h"\n#include "ipc/pool.h"\n',
     "platform/ipc/pool.h": "",
     "platform/manager/client/manager.h": '#include "ipc/stub.h"\n#include "base/log.h"\n',
     "platform/manager/daemon/main.cpp": '#include "manager/client/manager.h"\n',
@@ -36,6 +39,8 @@ WRONG = [
     ("platform/os/fd.h", '#include "wire/frame.h"'),
     ("platform/wire/frame.h", '#include "transport/lane.h"'),
     ("platform/transport/lane.h", '#include "ipc/stub.h"'),
+    ("platform/transport/lane.h", '#include "transport/transport.h"'),
+    ("platform/ipc/stub.h", '#include "transport/lane.h"'),
     ("platform/ipc/stub.h", '#include "wire/frame.h"'),
     ("platform/ipc/stub.h", '#include "manager/client/manager.h"'),
     ("platform/ipc/stub.h", '#include "veltra_info.h"'),
@@ -79,7 +84,7 @@ def main():
     for path, line in WRONG:
         result = check({**RIGHT, path: RIGHT.get(path, "") + line + "\n"})
         lines = result.stdout.splitlines()
-        if result.returncode != 1 or len(lines) != 1 or not lines[0].startswith(path + ":"):
+        if result.returncode != 1 or len(lines) != 1 or not lines[0].startswith((path + ":", os.path.splitext(path)[0] + ":")):
             failures.append(f"not caught: {line} in {path}\n{result.stdout}{result.stderr}")
     for failure in failures:
         print(failure)

@@ -14,7 +14,6 @@
 namespace TAVO {
 
 namespace Transport {
-class Core;
 class ObjectGate;
 }  // namespace Transport
 
@@ -48,10 +47,10 @@ public:
     virtual bool RunsOnDeliveryThread() const noexcept { return false; }
 
 private:
-    friend class Transport::Core;
+    friend class Transport::ObjectGate;
 
     const std::u16string descriptor_;
-    const std::unique_ptr<Transport::ObjectGate> gate_;  // bounds concurrent requests; names the object on the wire
+    const std::shared_ptr<Transport::ObjectGate> gate_;  // bounds concurrent requests; names the object on the wire
 };
 
 }  // namespace TAVO

@@ -12,11 +12,9 @@ namespace TAVO {
 // The platform starts workers when they are first needed; most programs never use this class.
 class TAVO_EXPORT IpcThreads {
 public:
-    static constexpr size_t DEFAULT_WORKERS = 16;
-    static constexpr size_t MAX_THREADS = 64;  // workers inside an outgoing call included
+    static constexpr size_t DEFAULT_WORKERS = 16;  // that handle requests at a time
+    static constexpr size_t MAX_THREADS = 64;      // workers inside an outgoing call included
 
-    // Most workers that handle requests at once, 1 to MAX_THREADS; false, and no change, outside that.
-    static bool SetMaxWorkers(size_t workers);
     // Blocks the calling thread for good: for the main thread of a service that has nothing else to do.
     [[noreturn]] static void JoinPool();
 

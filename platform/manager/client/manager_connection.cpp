@@ -7,11 +7,12 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <exception>
 #include <string>
 #include <utility>
 
+#include "base/forked_child.h"
 #include "manager/client/manager_log.h"
-#include "manager/client/own_abilities.h"
 #include "os/runtime_dir.h"
 #include "transport/transport.h"
 
@@ -39,7 +40,36 @@ void ReportAbsence()
 // The manager may be back already when its predecessor's end is noticed, with no further sign to come.
 class SessionEnd : public IRemoteObject::DeathRecipient {
 public:
-    void OnRemoteDied(const wptr<IRemoteObject>&) override { OwnAbilities::GetInstance().RegisterAgain(); }
+    void OnRemoteDied(const wptr<IRemoteObject>&) override
+    {
+        ManagerConnection::GetInstance().Abilities().RegisterAgain();
+    }
+};
+
+// What a program registers outlives the session: OwnAbilities keeps it, and sends it through this proxy.
+class RegisteringProxy final : public SystemAbilityManagerProxy {
+public:
+    RegisteringProxy(const sptr<IRemoteObject>& root, OwnAbilities& abilities)
+        : SystemAbilityManagerProxy(root), abilities_(abilities)
+    {
+    }
+
+    int32_t AddAbility(int32_t systemAbilityId, const sptr<IRemoteObject>& object) override
+    try {
+        return InForkedChild() ? ABILITY_UNREACHABLE : abilities_.Add(*this, systemAbilityId, object);
+    } catch (const std::exception&) {
+        return ABILITY_UNREACHABLE;
+    }
+
+    int32_t RemoveAbility(int32_t systemAbilityId) override
+    try {
+        return InForkedChild() ? ABILITY_UNREACHABLE : abilities_.Remove(*this, systemAbilityId);
+    } catch (const std::exception&) {
+        return ABILITY_UNREACHABLE;
+    }
+
+private:
+    OwnAbilities& abilities_;
 };
 
 }  // namespace
@@ -71,7 +101,7 @@ sptr<SystemAbilityManagerProxy> ManagerConnection::Living()
 
 sptr<SystemAbilityManagerProxy> ManagerConnection::Adopt(const sptr<IRemoteObject>& root)
 {
-    const sptr<SystemAbilityManagerProxy> fresh(new SystemAbilityManagerProxy(root));
+    const sptr<SystemAbilityManagerProxy> fresh(new RegisteringProxy(root, abilities_));
     sptr<SystemAbilityManagerProxy> replaced;  // released when the lock is free
     {
         MutexLock lock(mutex_);

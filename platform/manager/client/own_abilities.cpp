@@ -11,7 +11,6 @@
 #include <string>
 #include <utility>
 
-#include "manager/client/manager_connection.h"
 #include "manager/client/manager_log.h"
 #include "manager/client/manager_watch.h"
 #include "os/runtime_dir.h"
@@ -29,12 +28,6 @@ constexpr milliseconds LONGEST_PAUSE{5000};
 constexpr milliseconds DELIVERY_START_DELAY{1000};
 
 }  // namespace
-
-OwnAbilities& OwnAbilities::GetInstance()
-{
-    static OwnAbilities* const instance = new OwnAbilities;
-    return *instance;
-}
 
 int32_t OwnAbilities::Add(SystemAbilityManagerProxy& manager, int32_t systemAbilityId,
                           const sptr<IRemoteObject>& object)
@@ -186,7 +179,7 @@ void OwnAbilities::RegisterUntilDone()
 
 bool OwnAbilities::RegisterUnknown()
 try {
-    const sptr<SystemAbilityManagerProxy> manager = ManagerConnection::GetInstance().Get();
+    const sptr<SystemAbilityManagerProxy> manager = connect_();
     if (manager == nullptr) {
         return false;
     }

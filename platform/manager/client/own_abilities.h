@@ -5,7 +5,9 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <map>
+#include <utility>
 #include <vector>
 
 #include "manager/client/system_ability_manager_proxy.h"
@@ -20,8 +22,11 @@ namespace TAVO::Manager {
 // to be had, and a service that nobody can find, but that holds its lock, would keep every load waiting.
 class OwnAbilities {
 public:
+    // A proxy of the living manager; null when it cannot be reached.
+    using Connect = std::function<sptr<SystemAbilityManagerProxy>()>;
+
     // Never destroyed: the locks live as long as the process.
-    static OwnAbilities& GetInstance();
+    explicit OwnAbilities(Connect connect) : connect_(std::move(connect)) {}
 
     // As ISystemAbilityManager::AddAbility and RemoveAbility, by way of `manager`. The same id again replaces the
     // object; when that fails the earlier one stays.
@@ -43,8 +48,6 @@ private:
         sptr<IRemoteObject> object;
     };
 
-    OwnAbilities() = default;
-
     int32_t TakeLock(int32_t systemAbilityId, Transport::ProcessLock& lock) TAVO_REQUIRES(mutex_);
     // One attempt; true when the present manager knows every ability of this process.
     bool RegisterUnknown();
@@ -55,6 +58,7 @@ private:
     [[noreturn]] void RunRegistrar();
     void RegisterUntilDone();
 
+    const Connect connect_;
     Mutex mutex_;  // never held during a call to the manager
     std::map<int32_t, Ability> abilities_ TAVO_GUARDED_BY(mutex_);
     bool isRegistrarRunning_ TAVO_GUARDED_BY(mutex_) = false;

@@ -6,7 +6,6 @@
 #include <exception>
 
 #include "base/forked_child.h"
-#include "manager/client/own_abilities.h"
 #include "tavo/message_parcel.h"
 #include "transport/transport.h"
 
@@ -61,26 +60,6 @@ int32_t SystemAbilityManagerProxy::LoadAbility(int32_t systemAbilityId,
 try {
     const sptr<IRemoteObject> object = callback == nullptr ? nullptr : callback->AsObject();
     return object == nullptr ? ABILITY_BAD_REQUEST : AskForStatus(LOAD_ABILITY, systemAbilityId, object);
-} catch (const std::exception&) {
-    return ABILITY_UNREACHABLE;
-}
-
-int32_t SystemAbilityManagerProxy::AddAbility(int32_t systemAbilityId, const sptr<IRemoteObject>& object)
-try {
-    if (InForkedChild()) {
-        return ABILITY_UNREACHABLE;
-    }
-    return OwnAbilities::GetInstance().Add(*this, systemAbilityId, object);
-} catch (const std::exception&) {
-    return ABILITY_UNREACHABLE;
-}
-
-int32_t SystemAbilityManagerProxy::RemoveAbility(int32_t systemAbilityId)
-try {
-    if (InForkedChild()) {
-        return ABILITY_UNREACHABLE;
-    }
-    return OwnAbilities::GetInstance().Remove(*this, systemAbilityId);
 } catch (const std::exception&) {
     return ABILITY_UNREACHABLE;
 }

@@ -12,7 +12,8 @@
 
 namespace TAVO::Manager {
 
-// Any thread; holds no lock while it calls. Nothing throws: without memory a call counts as unanswered.
+// Any thread; holds no lock while it calls. Nothing throws: without memory a call counts as unanswered. AddAbility and
+// RemoveAbility are left to a class that knows OwnAbilities.
 class SystemAbilityManagerProxy : public IRemoteProxy<ISystemAbilityManager> {
 public:
     // `root` is the root object of the session; when it has died, this object answers "not running" and
@@ -21,14 +22,12 @@ public:
 
     sptr<IRemoteObject> CheckAbility(int32_t systemAbilityId) override;
     int32_t LoadAbility(int32_t systemAbilityId, const sptr<ISystemAbilityLoadCallback>& callback) override;
-    int32_t AddAbility(int32_t systemAbilityId, const sptr<IRemoteObject>& object) override;
-    int32_t RemoveAbility(int32_t systemAbilityId) override;
     std::vector<AbilityDescription> DescribeAbilities() override;
 
-    bool IsConnected() const { return root_->IsAlive(); }
-    // The bare messages of AddAbility and RemoveAbility, for who keeps this process's registrations.
+    // The bare messages of AddAbility and RemoveAbility, for OwnAbilities, which keeps this process's registrations.
     int32_t SendAdd(int32_t systemAbilityId, const sptr<IRemoteObject>& object);
     int32_t SendRemove(int32_t systemAbilityId);
+    bool IsConnected() const { return root_->IsAlive(); }
 
 private:
     static constexpr int WAIT_TIME_SECONDS = 2;

@@ -135,7 +135,7 @@ void AbilityRegistry::OwnerRefused(Ability& ability, pid_t pid)
 // Watches a process that is not a child from here on. 0 when it has ended.
 uint64_t AbilityRegistry::Adopt(int32_t systemAbilityId, pid_t pid, bool isStarted)
 {
-    Transport::UniqueFd pidFd = OpenPidFd(pid);
+    Transport::UniqueFd pidFd = Transport::OpenPidFd(pid);
     const bool isSame = Transport::ProcessLock::Holder(dir_.Fd(), AbilityLockName(systemAbilityId)) == pid ||
                         RecordedProcess(dir_, systemAbilityId) == pid;  // and not a later one with its pid
     if (!pidFd.IsOpen() || !isSame) {

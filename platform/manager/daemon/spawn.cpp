@@ -117,7 +117,7 @@ StartedProcess Spawn(const AbilityFile& ability)
     if (started.error != 0) {
         return started;
     }
-    started.pidFd = OpenPidFd(started.pid);  // Surely this child: nobody has reaped it.
+    started.pidFd = Transport::OpenPidFd(started.pid);  // Surely this child: it is not reaped yet.
     if (!started.pidFd.IsOpen()) {
         started.error = errno;
         ::kill(started.pid, SIGKILL);

@@ -4,6 +4,7 @@
 #include "tavo/ipc_threads.h"
 #include "transport/object_gate.h"
 #include "transport/outgoing_call.h"
+#include "transport/worker_pool.h"
 
 namespace TransportTest {
 namespace {
@@ -83,7 +84,8 @@ TEST(ObjectGate, WaitingHandlerAdmitsOneOtherRequest)
     for (int request = 0; request < ObjectGate::CONCURRENT; ++request) {
         ASSERT_TRUE(enters());
     }
-    const TAVO::Transport::HandlerScope handler(gate);
+    TAVO::Transport::WorkerPool workers([] { return true; });
+    const TAVO::Transport::HandlerScope handler(gate, workers);
     {
         const OutgoingCall call;
         const OutgoingCall acquisition;

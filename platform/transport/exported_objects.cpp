@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "transport/exported_objects.h"
+
+#include <utility>
+
+namespace TAVO::Transport {
+
+uint64_t ExportedObjects::Add(const sptr<IPCObjectStub>& object)
+{
+    ObjectGate& gate = ObjectGate::Of(*object);
+    MutexLock lock(mutex_);
+    if (gate.Serial() == 0) {
+        objects_.emplace(lastSerial_ + 1, object);
+        gate.SetSerial(++lastSerial_);
+    }
+    return gate.Serial();
+}
+
+sptr<IPCObjectStub> ExportedObjects::Find(uint64_t serial)
+{
+    MutexLock lock(mutex_);
+    const auto found = objects_.find(serial);
+    return found != objects_.end() ? found->second.promote() : nullptr;
+}
+
+void ExportedObjects::Remove(const ObjectGate& gate) noexcept
+{
+    MutexLock lock(mutex_);
+    objects_.erase(gate.Serial());
+}
+
+sptr<IPCObjectStub> ExportedObjects::Root()
+{
+    MutexLock lock(mutex_);
+    return root_;
+}
+
+void ExportedObjects::SetRoot(const sptr<IPCObjectStub>& root)
+{
+    sptr<IPCObjectStub> replaced = root;
+    MutexLock lock(mutex_);
+    std::swap(root_, replaced);
+    lock.Unlock();
+}
+
+}  // namespace TAVO::Transport

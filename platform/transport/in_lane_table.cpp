@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "transport/in_lane_table.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "transport/session_host.h"
+
+namespace TAVO::Transport {
+
+bool InLaneTable::HasRoomForCallLane()
+{
+    MutexLock lock(mutex_);
+    awaitsRoom_ = callLanes_ >= MAX_CALL_LANES;
+    return !awaitsRoom_;
+}
+
+bool InLaneTable::Add(const std::shared_ptr<PeerLane>& lane)
+{
+    {
+        MutexLock lock(mutex_);
+        const bool hasRoom =
+            lane->IsCallLane() ? callLanes_ < MAX_CALL_LANES : lanes_.size() - callLanes_ < MAX_ONE_WAY_LANES;
+        lanes_.reserve(lanes_.size() + 1);
+        if (context_.State() == SessionState::ESTABLISHED && hasRoom && held_.OpenPeerLane(*lane)) {
+            lanes_.push_back(lane);
+            callLanes_ += lane->IsCallLane() ? 1 : 0;
+            return true;
+        }
+    }
+    Refuse(lane->Number());
+    return false;
+}
+
+void InLaneTable::Remove(const PeerLane& lane)
+{
+    std::shared_ptr<PeerLane> removed;  // released after the lock
+    bool makesRoom = false;
+    {
+        MutexLock lock(mutex_);
+        const auto found =
+            std::find_if(lanes_.begin(), lanes_.end(), [&lane](const auto& entry) { return entry.get() == &lane; });
+        if (found == lanes_.end()) {
+            return;
+        }
+        removed = std::move(*found);
+        lanes_.erase(found);
+        if (lane.IsCallLane()) {
+            --callLanes_;
+            makesRoom = std::exchange(awaitsRoom_, false);
+        }
+    }
+    held_.ClosePeerLane(lane);
+    control_.Send({RecordType::LANE_CLOSED, 0, lane.Number(), lane.LastTaken()});
+    if (makesRoom && !context_.host.RetryWaitingLanes()) {
+        MutexLock lock(mutex_);
+        awaitsRoom_ = true;  // The next lane that ends tries again.
+    }
+}
+
+void InLaneTable::Refuse(uint64_t number)
+{
+    control_.Send({RecordType::LANE_CLOSED, 0, number, 0});
+}
+
+bool InLaneTable::EndIdleRings(Clock::time_point before)
+{
+    std::vector<std::shared_ptr<PeerLane>> lanes;
+    {
+        MutexLock lock(mutex_);
+        lanes = lanes_;
+    }
+    bool remain = false;
+    for (const auto& lane : lanes) {
+        remain = lane->EndIdleRing(before) || remain;
+    }
+    return remain;
+}
+
+void InLaneTable::ShutDown() noexcept
+{
+    MutexLock lock(mutex_);
+    for (const auto& lane : lanes_) {
+        lane->ShutDown();
+    }
+}
+
+}  // namespace TAVO::Transport

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "transport/pending_connection.h"
+
+#include <new>
+
+#include "base/warn_limited.h"
+
+namespace TAVO::Transport {
+
+void PendingConnection::OnReady(uint32_t)
+{
+    if (IsComplete()) {
+        owner_.OnSettled(*this);  // Data or an end arrived while it waited for its session: too early.
+        return;
+    }
+    const IoResult got =
+        ReceiveNow(fd_.Get(), reinterpret_cast<uint8_t*>(&hello_) + received_, sizeof(hello_) - received_);
+    received_ += got.bytes;
+    if (got.status == IoStatus::CLOSED) {
+        owner_.OnSettled(*this);
+        return;
+    }
+    if (!IsComplete()) {
+        return;
+    }
+    if (!hello_.IsValid()) {
+        WarnLimited("a connection did not begin with a hello of this version",
+                    "closed; the peer may be of another release");
+        owner_.OnSettled(*this);
+        return;
+    }
+    Retry();
+}
+
+void PendingConnection::Retry()
+{
+    HelloResult result = HelloResult::SETTLED;
+    try {
+        result = owner_.OnHello(fd_, hello_, identity_);
+    } catch (const std::bad_alloc&) {
+        WarnLimited("out of memory", "a connection was refused");
+    }
+    if (result == HelloResult::SETTLED) {
+        owner_.OnSettled(*this);
+        return;
+    }
+    if (result == HelloResult::AWAITS_ROOM) {
+        deadline_ = Clock::time_point::max();  // It lasts as long as its caller waits.
+    }
+    loop_.ModifyPoll(fd_.Get(), 0, this);  // Its request may have arrived already; a worker reads it with the lane.
+}
+
+}  // namespace TAVO::Transport
