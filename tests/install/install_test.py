@@ -169,7 +169,7 @@ def main():
             run([game / "consumer"], env=env, timeout=WAIT_S)
             run([plain], env=env, timeout=WAIT_S)
             abilities = run([platform / "platform_consumer"], env=env, timeout=WAIT_S, stdout=subprocess.PIPE).stdout
-            require(abilities == f"66006 {prefix / 'bin/veltra_server'}\n", f"the manager starts {abilities}")
+            require(abilities == f"66006 {prefix / 'bin/veltra_server'}\n66007 \n", f"the manager starts {abilities}")
 
 
 if __name__ == "__main__":
