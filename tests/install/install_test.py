@@ -150,6 +150,16 @@ def manager(installation):
     require(not reader.is_alive(), "the service outlived its manager")
 
 
+def check_tool(installation, env):
+    """It finds the manager, the service and the scenarios beside it; its pages are installed."""
+    tool = installation.prefix / "bin/veltra"
+    run([tool, "doctor"], env=env, timeout=WAIT_S)
+    run([tool, "simulate", "check", "heat-wave"], env=env, timeout=WAIT_S, stdout=subprocess.DEVNULL)
+    for page in ("man/man1/veltra.1", "bash-completion/completions/veltra", "zsh/site-functions/_veltra",
+                 "fish/vendor_completions.d/veltra.fish"):
+        require((installation.prefix / "share" / page).exists(), f"{page} is not installed")
+
+
 def main():
     cmake, compiler, source, build = sys.argv[1:]
     with tempfile.TemporaryDirectory(prefix="install-", dir=build) as folder:
@@ -170,6 +180,7 @@ def main():
             run([plain], env=env, timeout=WAIT_S)
             abilities = run([platform / "platform_consumer"], env=env, timeout=WAIT_S, stdout=subprocess.PIPE).stdout
             require(abilities == f"66006 {prefix / 'bin/veltra_server'}\n66007 \n", f"the manager starts {abilities}")
+            check_tool(installation, env)
 
 
 if __name__ == "__main__":
