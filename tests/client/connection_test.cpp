@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // How the service is found, loaded and let go.
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <new>
 #include <vector>
@@ -77,6 +78,21 @@ TEST_F(ConnectionTest, MissingMemoryEndsNoWaitAndThrowsNothing)
     EXPECT_EQ(proxy_.CallAuth(""), 0);
     SystemAbilityManagerClient::GetInstance().SetTestManager(MakeRef<ThrowingManager>());
     EXPECT_TRUE(proxy_.GetServiceProxy() == nullptr);
+}
+
+TEST_F(ConnectionTest, FailureAndSuccessWithoutObjectDoNotEndTheWait)
+{
+    manager_->ScriptLoad(ABILITY_OK, [](ISystemAbilityLoadCallback& callback) {
+        callback.OnLoadSystemAbilityFail(66006);
+        callback.OnLoadSystemAbilitySuccess(66006, nullptr);
+        callback.OnLoadSystemAbilitySuccess(66005, MakeRef<FakeRemoteObject>());
+    });
+    const LogCapture log;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(proxy_.GetServiceProxy() == nullptr);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    ASSERT_FALSE(log.Lines().empty());
+    EXPECT_EQ(log.Lines().back(), "W GetServiceProxy: Load systemAbility timeout.");
 }
 
 // The waiter may destroy the proxy as soon as it holds the lock; the sanitizers see a report that goes on after that.

@@ -172,6 +172,17 @@ TEST_F(ManagerLoad, WaitingLoadsOfOneClientAreLimited)
     }
 }
 
+TEST_F(ManagerLoad, ServiceThatDoesNotRegisterIsEndedAndItsLoadsFail)
+{
+    WriteAbility(ID, "when-told");
+    Child manager = StartManager();
+    const auto begin = TestSupport::Clock::now();
+    EXPECT_EQ(Load(ID), "failed");
+    EXPECT_GE(TestSupport::Clock::now() - begin, std::chrono::seconds(20));
+    ASSERT_FALSE(Started().empty());
+    EXPECT_TRUE(WaitUntilDead(Started().front()));
+}
+
 TEST_F(ManagerLoad, ClientsAreNotifiedOfChanges)
 {
     WriteAbility(ID, "serve", true);
