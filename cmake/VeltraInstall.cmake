@@ -24,7 +24,7 @@ endfunction()
 # veltra_install_program(NAME): into bin; finds the libraries from there, if it links any of them.
 function(veltra_install_program name)
     get_target_property(libraries ${name} LINK_LIBRARIES)
-    if("tavo" IN_LIST libraries OR "veltra_client" IN_LIST libraries)
+    if("tavo" IN_LIST libraries OR "veltra_client" IN_LIST libraries OR "veltra_session" IN_LIST libraries)
         veltra_way(lib BINDIR LIBDIR)
         set_target_properties(${name} PROPERTIES INSTALL_RPATH "\$ORIGIN/${lib}" BUILD_WITH_INSTALL_RPATH ON)
     endif()
@@ -33,19 +33,38 @@ function(veltra_install_program name)
     endif()
 endfunction()
 
-# veltra_install_package(PACKAGE TARGET NAME INCLUDE): the library TARGET, and what others find it by: the CMake target
-# PACKAGE::NAME and pkg-config's PACKAGE. INCLUDE is the installed folder that its users search for headers.
-function(veltra_install_package package target name include)
+# veltra_install_library(PACKAGE TARGET NAME INCLUDE): the library TARGET, to be found as the CMake target PACKAGE::NAME.
+# INCLUDE is the installed folder that its users search for headers.
+function(veltra_install_library package target name include)
     set_target_properties(${target} PROPERTIES
         EXPORT_NAME ${name} INSTALL_RPATH "\$ORIGIN" BUILD_WITH_INSTALL_RPATH ON)
     target_compile_features(${target} INTERFACE cxx_std_17)
     add_library(${package}::${name} ALIAS ${target})  # the same name for those who use the source tree
+    if(VELTRA_INSTALL)
+        install(TARGETS ${target} EXPORT ${package}
+            LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" INCLUDES DESTINATION "${include}")
+    endif()
+endfunction()
+
+# veltra_install_pkg_config(NAME INCLUDE): what pkg-config finds a library by, from cmake/NAME.pc.in.
+function(veltra_install_pkg_config name include)
     if(NOT VELTRA_INSTALL)
         return()
     endif()
-    install(TARGETS ${target} EXPORT ${package}
-        LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" INCLUDES DESTINATION "${include}")
+    cmake_path(ABSOLUTE_PATH include BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}")
+    veltra_way(wayToInclude "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${include}")
+    configure_file("${PROJECT_SOURCE_DIR}/cmake/${name}.pc.in" "${CMAKE_CURRENT_BINARY_DIR}/package/${name}.pc" @ONLY)
+    install(FILES "${CMAKE_CURRENT_BINARY_DIR}/package/${name}.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+endfunction()
 
+# veltra_install_package(PACKAGE TARGET NAME INCLUDE): the same for the first library of a package, with the CMake
+# package PACKAGE, which has all libraries that are installed into it.
+function(veltra_install_package package target name include)
+    veltra_install_library(${package} ${target} ${name} "${include}")
+    veltra_install_pkg_config(${package} "${include}")
+    if(NOT VELTRA_INSTALL)
+        return()
+    endif()
     set(folder "${CMAKE_INSTALL_LIBDIR}/cmake/${package}")
     set(made "${CMAKE_CURRENT_BINARY_DIR}/package")
     install(EXPORT ${package} FILE ${package}-targets.cmake NAMESPACE ${package}:: DESTINATION "${folder}")
@@ -53,9 +72,4 @@ function(veltra_install_package package target name include)
     # Before 1.0 any minor version may break its users.
     write_basic_package_version_file("${made}/${package}-config-version.cmake" COMPATIBILITY SameMinorVersion)
     install(FILES "${made}/${package}-config.cmake" "${made}/${package}-config-version.cmake" DESTINATION "${folder}")
-
-    cmake_path(ABSOLUTE_PATH include BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}")
-    veltra_way(wayToInclude "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${include}")
-    configure_file("${PROJECT_SOURCE_DIR}/cmake/${package}.pc.in" "${made}/${package}.pc" @ONLY)
-    install(FILES "${made}/${package}.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 endfunction()

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """The client library exports the documented classes and no name that is not ours.
 
-Usage: exports.py NM LIBRARY
+Usage: exports.py NM LIBRARY [CLASS::MEMBER...]; with members, these in place of the client library's.
 """
 import re
 import subprocess
@@ -33,11 +33,12 @@ OURS = re.compile(r"((construction )?vtable for |VTT for |typeinfo (name )?for |
 
 
 def main():
-    nm, library = sys.argv[1:]
+    nm, library, *members = sys.argv[1:]
+    members = [f"Veltra::{member}" for member in members] or MEMBERS
     lines = subprocess.run([nm, "-DC", "--defined-only", library], check=True, capture_output=True,
                            text=True).stdout.splitlines()
     names = [line.split(maxsplit=2)[2] for line in lines]
-    missing = [member for member in MEMBERS if not any(f"TAVO::{member}(" in name or f"TAVO::{member}[abi" in name
+    missing = [member for member in members if not any(f"TAVO::{member}(" in name or f"TAVO::{member}[abi" in name
                                                        for name in names)]
     private = [member for member in PRIVATE if any(f"TAVO::Veltra::{member}(" in name for name in names)]
     strangers = [name for name in names if not OURS.match(name)]

@@ -31,6 +31,7 @@ ROOMS = {
     "src/ipc": [TAVO, "interfaces", "src/utils"],
     "src/callback": [TAVO, "interfaces", "src/utils", "src/ipc"],
     "src/client": [TAVO, "interfaces", "src/utils", "src/ipc", "src/callback"],
+    "session": [TAVO, "interfaces", "src/utils", "src/ipc", "src/callback"],
     "service/base": [TAVO, "interfaces", "src/utils", "src/ipc"],
     "service/probes": [TAVO, "interfaces", "src/utils", "service/base"],
     "service/scenario": [TAVO, "interfaces", "src/utils", "src/ipc", "service/base"],
@@ -69,7 +70,7 @@ def target_of(root, path, name):
     those on the compiler's path, so that a wrong include is named as such; nearest folders first, because src and
     platform both have a folder ipc."""
     first = PLATFORM_ROOTS if path.startswith("platform/") else CLIENT_ROOTS
-    folders = [os.path.dirname(path), *first, *CLIENT_ROOTS, *PLATFORM_ROOTS, "service", "tools", "tests", "."]
+    folders = [os.path.dirname(path), *first, *CLIENT_ROOTS, *PLATFORM_ROOTS, "service", "session", "tools", "tests", "."]
     for folder in folders:
         candidate = os.path.normpath(os.path.join(folder, name))
         if os.path.isfile(os.path.join(root, candidate)):

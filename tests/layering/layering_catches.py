@@ -24,6 +24,8 @@ RIGHT = {
     "src/ipc/stub.h": '#include "ipc/codes.h"\n#include "veltra_info.h"\n',  # a namesake of platform/ipc/stub.h
     "src/callback/event.h": '#include "ipc/stub.h"\n',
     "src/client/client.cpp": '#include "callback/event.h"\n  #  include <tavo/parcel.h>\n',
+    "session/session.cpp": '#include "callback/event.h"\n#include "session.h"\n',
+    "session/session.h": "",
     "service/server.cpp": '#include "ipc/stub.h"\n#include "server.h"\n',
     "service/server.h": "",
     "control/control.h": '#include "veltra_info.h"\n#include <tavo/parcel.h>\n',
@@ -54,6 +56,8 @@ WRONG = [
     ("src/client/client.cpp", '#include "../ipc/stub.h"'),
     ("src/client/client.cpp", '#include "include/tavo/parcel.h"'),
     ("src/client/client.cpp", '#include "support/fake.h"'),
+    ("session/session.cpp", '#include "client/client.cpp"'),
+    ("src/client/client.cpp", '#include "session.h"'),
     ("service/server.cpp", '#include "callback/event.h"'),
     ("service/server.cpp", '\t# include "base/log.h"'),
     ("control/control.h", '#include "server.h"'),

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "veltra_quality_governor.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace TAVO::Veltra {
+
+QualityGovernor::QualityGovernor(const GovernorOptions& options) noexcept : options_(options)
+{
+    if (options_.lowest > options_.highest) {
+        std::swap(options_.lowest, options_.highest);
+    }
+    step_ = options_.highest;
+}
+
+int32_t QualityGovernor::Affordable(const Heat& heat) noexcept
+{
+    if (!heat.margin) {
+        isNearing_ = false;
+    } else if (isNearing_) {
+        isNearing_ = *heat.margin < options_.nearMargin + options_.hysteresis;
+    } else {
+        isNearing_ = *heat.margin < options_.nearMargin && heat.trend.value_or(0) > 0;
+    }
+    constexpr int64_t HOTTEST = 5;
+    const int64_t level = std::clamp<int64_t>(*heat.level, 0, HOTTEST);
+    const int64_t wanted = int64_t{options_.highest} - level - (isNearing_ ? 1 : 0);
+    return static_cast<int32_t>(std::max<int64_t>(wanted, options_.lowest));
+}
+
+int32_t QualityGovernor::Update(const Heat& heat, std::chrono::nanoseconds now) noexcept
+{
+    if (!heat.level) {
+        lowerSince_.reset();
+        raiseSince_.reset();
+        return step_;
+    }
+    const int32_t affordable = Affordable(heat);
+    if (affordable >= step_) {
+        lowerSince_.reset();
+    } else if (!lowerSince_) {
+        lowerSince_ = now;
+    }
+    if (affordable <= step_) {
+        raiseSince_.reset();
+    } else if (!raiseSince_) {
+        raiseSince_ = now;
+    }
+    if (lowerSince_ && now - *lowerSince_ >= options_.lowerDwell) {
+        step_ = affordable;
+        lowerSince_.reset();
+    } else if (raiseSince_ && now - *raiseSince_ >= options_.raiseDwell) {
+        ++step_;
+        raiseSince_.reset();
+        if (affordable > step_) {
+            raiseSince_ = now;
+        }
+    }
+    return step_;
+}
+
+}  // namespace TAVO::Veltra

@@ -1,0 +1,167 @@
+// SPDX-License-Identifier: Apache-2.0
+// A session against the real manager and service, which is killed, stopped, late or missing.
+#include "veltra_session.h"
+
+#include <signal.h>
+
+#include <mutex>
+#include <thread>
+
+#include "system/system_fixture.h"
+
+namespace SystemTest {
+namespace {
+
+using namespace TAVO::Veltra;
+using namespace std::chrono_literals;
+
+// A level that is 0 and 4 in turns, so that events keep coming.
+constexpr char STORY[] = R"({
+    "curves": {"tempLevel": {"points": [[0, 0], [1.2, 0], [1.3, 4], [2.5, 4]], "repeat": true}, "temperature": 50},
+    "gpu": {"count": 4, "intervalSeconds": 1, "counters": {"gpuLoadPercent": 70}}})";
+
+class SessionTest : public SystemFixture {
+protected:
+    void Serve()
+    {
+        WriteScenario(STORY);
+        StartManager();
+    }
+
+    // The next event for which `isWanted` holds, however many come before.
+    template <typename Wanted>
+    static bool WaitForEvent(Session& session, Wanted isWanted)
+    {
+        const Clock::time_point deadline = Clock::now() + TestSupport::PATIENCE;
+        bool isFound = false;
+        while (!isFound && Clock::now() < deadline) {
+            session.Dispatch([&](const SessionEvent& event) { isFound = isFound || isWanted(event); }, 1s);
+        }
+        return isFound;
+    }
+
+    static bool IsDevice(const SessionEvent& event) { return event.kind == SessionEvent::Kind::DEVICE; }
+
+    static bool Reaches(const Session& session, ServiceState state)
+    {
+        return WaitFor([&] { return session.Status().state == state; });
+    }
+};
+
+TEST_F(SessionTest, HasTheStateEventsAndBatchesOfAServiceThatItStarts)
+{
+    Serve();
+    SessionOptions options;
+    options.gpuInterval = 50ms;
+    Session session(options);
+    EXPECT_TRUE(WaitForEvent(session, IsDevice));
+    EXPECT_TRUE(WaitForEvent(session, [](const SessionEvent& event) { return event.samples.size() == 4; }));
+    EXPECT_TRUE(WaitFor([&] { return session.Latest().number > 2; }));
+    const DeviceSnapshot snapshot = session.Latest();
+    EXPECT_EQ(snapshot.temperature->value, 50);
+    EXPECT_STREQ(snapshot.levelFrom->text, "scenario");
+    EXPECT_FALSE(snapshot.batteryPercent);
+    EXPECT_LT(snapshot.Age(), SOON);
+    EXPECT_NE(session.Details().document.find("\"temperature\""), std::string::npos);
+}
+
+TEST_F(SessionTest, IsSubscribedAgainAfterTheDeathOfTheServiceAndTellsSoOnce)
+{
+    Serve();
+    SessionOptions options;
+    options.gameName = "com.example.session";
+    options.gpuInterval = 50ms;
+    Session session(options);
+    ASSERT_TRUE(WaitForEvent(session, [](const SessionEvent& event) { return event.state == ServiceState::CONNECTED; }));
+    session.Dispatch([](const SessionEvent&) {});
+    ::kill(ServicePid(), SIGKILL);
+    std::string states;
+    const auto note = [&](const SessionEvent& event) {
+        if (event.kind == SessionEvent::Kind::SERVICE) {
+            states += event.state == ServiceState::STARTING ? "lost " : "back ";
+        }
+        return states == "lost back ";
+    };
+    EXPECT_TRUE(WaitForEvent(session, note)) << states;
+    EXPECT_TRUE(WaitForEvent(session, IsDevice));
+    EXPECT_TRUE(WaitForEvent(session, [](const SessionEvent& event) { return !event.samples.empty(); }));
+    EXPECT_EQ(session.Status().connections, 2u);
+    GameState state;
+    EXPECT_EQ(client_.QueryGameState(state), 0);
+    EXPECT_EQ(state.bundleName, "com.example.session") << "the new service does not know the game";
+}
+
+TEST_F(SessionTest, IsMadeAndDestroyedAtOnceWithoutAManagerAndDuringALoad)
+{
+    WriteAbility("system_test_service", {"second", "silence", PathOf("started-once")});
+    for (const bool hasManager : {false, true}) {
+        if (hasManager) {
+            StartManager();
+        }
+        const Clock::time_point begin = Clock::now();
+        {
+            Session session;
+            EXPECT_LT(Clock::now() - begin, 1s);
+            EXPECT_TRUE(session.ReportGameEvent({}));
+            EXPECT_EQ(session.Latest().number, 0u);
+            EXPECT_TRUE(Reaches(session, hasManager ? ServiceState::STARTING : ServiceState::UNAVAILABLE));
+            EXPECT_TRUE(!hasManager || WaitFor([this] { return Starts() == 1; }));
+        }
+        EXPECT_LT(Clock::now() - begin, SOON) << "it waited for the load";
+    }
+}
+
+TEST_F(SessionTest, FindsAServiceThatComesLater)
+{
+    Session session;
+    ASSERT_TRUE(Reaches(session, ServiceState::UNAVAILABLE));
+    ASSERT_TRUE(session.UpdateGameInfo(1, "com.example.late", 0));
+    Serve();
+    EXPECT_TRUE(Reaches(session, ServiceState::CONNECTED));
+    EXPECT_TRUE(WaitFor([&] { return session.Status().reportsSent == 1; }));
+    EXPECT_EQ(session.Status().reportsFailed, 0u);
+}
+
+TEST_F(SessionTest, AServiceThatHangsBlocksNeitherReportsNorTheEnd)
+{
+    Serve();
+    auto session = std::make_unique<Session>(SessionOptions());
+    ASSERT_TRUE(WaitForEvent(*session, IsDevice));
+    const pid_t service = ServicePid();
+    ::kill(service, SIGSTOP);
+    EXPECT_TRUE(Reaches(*session, ServiceState::NOT_ANSWERING));
+    const Clock::time_point begin = Clock::now();
+    for (int i = 0; i < 1000; ++i) {
+        session->UpdateGameInfo(1, "com.example.hung", 0);
+    }
+    EXPECT_GT(session->Status().reportsRefused, 0u);
+    session.reset();
+    EXPECT_LT(Clock::now() - begin, SOON);
+    ::kill(service, SIGCONT);
+}
+
+TEST_F(SessionTest, TheHandlerRunsOnTheSessionsThreadAndMayEndTheSession)
+{
+    Serve();
+    std::mutex mutex;
+    std::unique_ptr<Session> session;
+    std::thread::id thread;
+    SessionOptions options;
+    options.handler = [&](const SessionEvent&) {
+        const std::lock_guard lock(mutex);
+        thread = std::this_thread::get_id();
+        session.reset();
+    };
+    {
+        const std::lock_guard lock(mutex);
+        session = std::make_unique<Session>(options);
+    }
+    EXPECT_TRUE(WaitFor([&] {
+        const std::lock_guard lock(mutex);
+        return session == nullptr;
+    }));
+    EXPECT_NE(thread, std::this_thread::get_id());
+}
+
+}  // namespace
+}  // namespace SystemTest
