@@ -147,7 +147,7 @@ void Connector::OnAnswer(ControlLink& link, const Hello& answer)
 
 void Connector::OnRefused(ControlLink& link, const std::shared_ptr<Session>& other)
 {
-    const std::shared_ptr<Session> session = link.GetSession();
+    const std::shared_ptr<Session>& session = link.GetSession();
     const bool isManager = session->Peer() == Instance{};
     session->Control().WithdrawHello();
     links_.Unbind(session.get());

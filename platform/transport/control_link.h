@@ -20,13 +20,11 @@ class ControlLink final : public Pollable {
 public:
     class Owner {
     public:
+        virtual ~Owner() = default;
         // The answer to our hello. The session is not established after it if the answer was no acceptance.
         virtual void OnAnswer(ControlLink& link, const Hello& answer) = 0;
         // The connection or the process at its other end has ended, and all that had arrived before is read.
         virtual void OnLinkEnd(ControlLink& link) = 0;
-
-    protected:
-        ~Owner() = default;
     };
 
     // `isAnswered`: the hellos are exchanged. Otherwise the answer is awaited.

@@ -28,14 +28,12 @@ public:
 // Something that has its turn in every round of the loop.
 class LoopPart {
 public:
+    virtual ~LoopPart() = default;
     // The thread has just started.
     virtual void OnStart() {}
     // How long the loop may wait for events, at most; -1: for ever.
     virtual int TickMilliseconds() const = 0;
     virtual void OnTick(Clock::time_point now) = 0;
-
-protected:
-    ~LoopPart() = default;
 };
 
 // Its thread is started at its first use. It never runs user code, takes no lock that user code can hold, never blocks.

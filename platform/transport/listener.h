@@ -18,12 +18,10 @@ public:
 
     class Owner {
     public:
+        virtual ~Owner() = default;
         virtual void OnAccepted(ConnectionFd fd) = 0;
         // No descriptor or memory is left for a connection that waits.
         virtual void OnShortage(Listener& listener) noexcept = 0;
-
-    protected:
-        ~Owner() = default;
     };
 
     Listener(EventLoop& loop, Owner& owner, UniqueFd fd) : loop_(loop), owner_(owner), fd_(std::move(fd)) {}

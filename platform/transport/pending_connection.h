@@ -28,14 +28,12 @@ public:
 
     class Owner {
     public:
+        virtual ~Owner() = default;
         // SETTLED: takes the descriptor, or the connection is to be closed. Otherwise the connection is kept, and
         // offered again by Retry.
         virtual HelloResult OnHello(ConnectionFd& fd, const Hello& hello, const PeerIdentity& identity) = 0;
         // The connection became something else, or is to be closed.
         virtual void OnSettled(PendingConnection& connection) = 0;
-
-    protected:
-        ~Owner() = default;
     };
 
     PendingConnection(EventLoop& loop, Owner& owner, ConnectionFd fd, const PeerIdentity& identity)

@@ -21,6 +21,7 @@ class Session;
 // Outlives all sessions. Any thread.
 class SessionHost {
 public:
+    virtual ~SessionHost() = default;
     virtual const Instance& Self() const noexcept = 0;
     // The limit of the whole process.
     virtual ByteBudget& Budget() noexcept = 0;
@@ -46,9 +47,6 @@ public:
     virtual bool FlushLater(const std::shared_ptr<Session>& session, ConnectionKind kind) = 0;
     // A session has room again for a lane of its peer. False without memory.
     virtual bool RetryWaitingLanes() = 0;
-
-protected:
-    ~SessionHost() = default;
 };
 
 }  // namespace TAVO::Transport

@@ -18,15 +18,13 @@ public:
     // Those who open and accept connections.
     class Events {
     public:
+        virtual ~Events() = default;
         // The answer to the hello of a link that this process opened.
         virtual void OnAnswer(ControlLink& link, const Hello& answer) = 0;
         virtual void OnEstablished() = 0;
         // An established session is about to end: what its peer sent before, on connections that are not accepted yet,
         // is to be read first.
         virtual void OnEnding() = 0;
-
-    protected:
-        ~Events() = default;
     };
 
     SessionLinks(EventLoop& loop, SessionTable& sessions, Events& events)
