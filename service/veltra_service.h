@@ -51,7 +51,6 @@ struct ServiceView {
     const DeviceState& device;
     GameTable& games;
     const Subscriptions& subscriptions;
-    const DeliveryPool& pool;
     Simulation& simulation;
     WatchHub& watchers;
     std::function<const ServiceConfig&()> config;

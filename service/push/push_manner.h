@@ -34,7 +34,7 @@ struct PushManner {
         }
     }
 
-    // The status of the last `send`; a client that is dead or blocks gets no more.
+    // The status of the last `send`; stops at a client that is dead or does not answer.
     template <typename Send>
     int32_t Repeat(Send send) const
     {

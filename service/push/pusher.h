@@ -53,7 +53,7 @@ private:
     void PushBatch(const Subscription& subscription, std::vector<GpuPerfInfo> batch);
 
     const DeviceState& device_;
-    GpuCounterSource& gpu_;  // asked while somebody has subscribed to GPU counters only
+    GpuCounterSource& gpu_;  // asked only while a client is subscribed to GPU counters
     Simulation& simulation_;
     Subscriptions& subscriptions_;
     DeliveryPool& pool_;

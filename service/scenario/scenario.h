@@ -28,7 +28,7 @@ public:
 
     const std::string& Name() const { return name_; }
 
-    // The values of what is wanted, by DeviceField::key.
+    // The values of the parts requested, by DeviceField::key.
     std::map<std::string, int64_t> At(double seconds, const WantedState& wanted) const;
 
     struct Event {

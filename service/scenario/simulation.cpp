@@ -68,7 +68,7 @@ void Simulation::Change(const std::function<void(Playing&, double)>& change)
         next->faults.Prune(now);
         change(*next, now);
         if (next->scenario != before) {
-            takenUpTo_ = -1;  // the events at its very beginning are to come
+            takenUpTo_ = -1;  // so that events at time 0 are sent too
         } else if (next->TimeAt(now) != timeBefore) {
             takenUpTo_ = next->TimeAt(now);
         }

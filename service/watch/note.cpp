@@ -65,7 +65,8 @@ void Note::Add(Item item)
     if (isSkipping_ || isFull_) {
         return;
     }
-    if (items_.size() >= MAX_ITEMS) {
+    const size_t sizeBytes = sizeBytes_ + sizeof(Item) + item.key.size() + item.text.size();
+    if (items_.size() >= MAX_ITEMS || sizeBytes > MAX_BYTES) {
         isFull_ = isCut_ = true;  // objects that are open are closed where this is formatted
         return;
     }
@@ -73,6 +74,7 @@ void Note::Add(Item item)
         items_.reserve(8);
     }
     items_.push_back(std::move(item));
+    sizeBytes_ = sizeBytes;
 }
 
 }  // namespace TAVO::Veltra

@@ -19,6 +19,7 @@ public:
     static constexpr size_t MAX_TEXT_BYTES = 256;
     static constexpr size_t MAX_LIST_ITEMS = 16;
     static constexpr size_t MAX_ITEMS = 256;
+    static constexpr size_t MAX_BYTES = size_t{32} << 10;  // of all items in memory
 
     enum class Kind : uint8_t { NUMBER, FLAG, TEXT, DOCUMENT, OBJECT, LIST, END };
     struct Item {
@@ -47,6 +48,7 @@ public:
 
     const std::vector<Item>& Items() const { return items_; }
     bool IsCut() const { return isCut_; }  // something is missing, or a text is shorter than it was
+    size_t SizeBytes() const { return sizeBytes_; }
     bool IsEmpty() const { return items_.empty(); }
 
 private:
@@ -55,6 +57,7 @@ private:
     void Add(Item item);
 
     std::vector<Item> items_;
+    size_t sizeBytes_ = 0;
     bool isCut_ = false;
     bool isSkipping_ = false;  // inside an object behind MAX_LIST_ITEMS
     bool isFull_ = false;

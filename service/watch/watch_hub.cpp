@@ -58,10 +58,12 @@ void WatchHub::Add(WatchRecord record)
     bool isHalfFull = false;
     {
         MutexLock lock(mutex_);
-        if (queue_.size() >= MAX_QUEUED) {
+        const size_t sizeBytes = record.values.SizeBytes() + record.reply.SizeBytes();
+        if (queue_.size() >= MAX_QUEUED || queuedBytes_ + sizeBytes > MAX_QUEUED_BYTES) {
             ++lost_;
             return;
         }
+        queuedBytes_ += sizeBytes;
         lastTime_ = std::max(lastTime_, MicrosecondsNow());  // in order, also when the clock is set back
         record.microseconds = lastTime_;
         queue_.push_back(std::move(record));
@@ -128,6 +130,7 @@ void WatchHub::Run()
                 return;
             }
             records.swap(queue_);
+            queuedBytes_ = 0;
             queue_.reserve(std::min(records.size(), MAX_QUEUED / 2));
             lost = std::exchange(lost_, 0);
         }

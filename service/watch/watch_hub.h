@@ -26,10 +26,12 @@ enum class PushKind : size_t { GAME_EVENT, GPU, APP_PRIORITIES, RESOURCE_INFOS }
 const char* NameOf(PushKind kind);
 
 // Any thread. A record that a request thread adds is queued, nothing more; one thread of the hub makes lines of records
-// and sends them, several times a second. Beyond MAX_QUEUED records the newest are dropped and counted.
+// and sends them, several times a second. Beyond MAX_QUEUED records, or MAX_QUEUED_BYTES, the newest are dropped and
+// counted.
 class WatchHub {
 public:
     static constexpr size_t MAX_QUEUED = 4096;
+    static constexpr size_t MAX_QUEUED_BYTES = size_t{16} << 20;  // of their values
 
     // What the hub looks at once a second while there is a watcher: values of the device, processes that are games.
     struct Looks {
@@ -75,6 +77,7 @@ private:
     mutable Mutex mutex_;
     std::condition_variable news_;  // a watcher has come, the queue fills up, or the end
     std::vector<WatchRecord> queue_ TAVO_GUARDED_BY(mutex_);
+    size_t queuedBytes_ TAVO_GUARDED_BY(mutex_) = 0;
     uint64_t lost_ TAVO_GUARDED_BY(mutex_) = 0;  // of the queue, since it was taken last
     int64_t lastTime_ TAVO_GUARDED_BY(mutex_) = 0;
     bool isStopping_ TAVO_GUARDED_BY(mutex_) = false;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The processes that watch the service: what each wants, what waits to be sent to it, what it has lost.
+// The processes that watch the service: their filters, records queued for each, how many it has lost.
 #ifndef VELTRA_SERVICE_WATCHERS_H
 #define VELTRA_SERVICE_WATCHERS_H
 
@@ -38,7 +38,7 @@ public:
 
     // Queues the records for each watcher that wants them. `lost`: how many more there were, which all have missed.
     void Distribute(const std::vector<WatchRecord>& records, uint64_t lost);
-    // Sends what waits, as far as each watcher takes it now.
+    // Sends queued records until a watcher's connection is full.
     void Send();
 
 private:

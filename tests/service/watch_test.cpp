@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Watchers get a record of each request with typed values; what they cannot take is counted and delays nobody.
+// Watchers get a record of each request with typed values; records that do not fit are counted and delay no request.
 #include <json/json.h>
 
 #include <algorithm>

@@ -109,7 +109,7 @@ public:
     std::atomic<uint64_t> lost{0};
 };
 
-// A stopped watcher loses records and is told how many; games do not notice it.
+// A stopped watcher loses records and receives their number; games are not delayed.
 TEST_F(Control, AStoppedWatcherDelaysNoGame)
 {
     constexpr uint64_t CALLS = 20000;
@@ -140,7 +140,7 @@ TEST_F(Control, AStoppedWatcherDelaysNoGame)
     EXPECT_TRUE(WaitFor([this] { return Describe()["watchers"].asInt() == 0; }));
 }
 
-// Nothing can start the control side alone, and nobody waits for a start.
+// The control side alone cannot be started, so a load is not kept waiting.
 TEST_F(Control, ALoadIsRefusedAtOnceUntilTheServiceRuns)
 {
     class Callback : public TAVO::SystemAbilityLoadCallbackStub {};
