@@ -143,6 +143,7 @@ def watching(system):
     change = json.loads(watch.stdout.readline())
     require((change["key"], change["before"], change["value"]) == ("tempLevel", 1, 4), change)
     require(watch.wait(WAIT_S) == 0, "the limit is no success")
+    system.expect(1, "doctor-probe")  # which would kill the service that this system uses
     system.expect(0, "watch", "tempLevel", "--count", "1", output=r"^\d\d:\d\d:\d\d\.\d{3} tempLevel 4\n$")
     for end, status in ((lambda: watch.send_signal(signal.SIGINT), 0),
                         (lambda: os.kill(system.service_pid(), signal.SIGKILL), 3)):

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// Starts, awaits and ends one process. Between fork and exec only system calls run, because the platform's threads may
+// hold any lock at that moment.
 #include "child_process.h"
 
 #include <fcntl.h>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// Printing. All text that another process may have chosen goes through Escaped before it reaches a terminal; JsonCpp
+// escapes it in documents by itself. Lines are flushed one by one, since a watch may be read through a pipe.
 #include "output.h"
 
 #include <json/writer.h>

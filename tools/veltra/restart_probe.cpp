@@ -78,6 +78,9 @@ Json::Value Probe()
         throw ToolError(EXIT_UNREACHABLE, "the manager did not start within 5 s");
     }
     const sptr<ISystemAbilityManager> manager = ReachManager();
+    if (manager->CheckAbility(SERVICE_ABILITY) != nullptr) {
+        throw ToolError(EXIT_NO, "the service runs already, and games may use it");
+    }
     VeltraClient game;
     if (const int32_t result = game.CallAuth("doctor"); result != RESULT_OK) {
         throw ToolError(EXIT_NO, "the first call failed: " + MeaningOf(result));

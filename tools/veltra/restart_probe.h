@@ -9,8 +9,8 @@ namespace VeltraTool {
 
 constexpr char PROBE_VERB[] = "doctor-probe";
 
-// The hidden verb: kills the service of its runtime directory, and prints what happened as JSON. Does so only for a
-// service that the manager has started for this process's own call.
+// The hidden verb: kills the service of its runtime directory, and prints what happened as JSON. Refuses where
+// the service runs already: it kills only one that was started for its own call.
 void AddRestartProbe(CLI::App& app, Tool& tool);
 
 }  // namespace VeltraTool

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// Finds scenario files beside the program, as the service finds its configuration there, and reads them with the bounds
+// of the service.
 #include "scenario_files.h"
 
 #include <unistd.h>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// The receiving end of a watch. Records come on a platform thread, the end of the service on another, signals on a
+// third; main takes what they leave in one queue.
 #include "watch_queue.h"
 
 #include <pthread.h>
