@@ -39,14 +39,14 @@ struct DeviceSnapshot {
     uint64_t number = 0;  // of the reading, from 1; 0: nothing has been read yet, and every value is absent
     std::chrono::steady_clock::time_point readAt{};
 
-    std::optional<Reading> tempLevel;       // 0 cool to 5 critical; absent: unknown
-    std::optional<TextReading> levelFrom;   // what tempLevel follows: "sensor", "throttling", "scenario" or "unknown"
-    std::optional<Reading> temperature;     // degrees Celsius
-    std::optional<Reading> thermalMargin;   // degrees up to the next trip point
-    std::optional<Reading> thermalTrend;    // 1 rising, -1 falling, 0 neither
-    std::optional<Reading> throttling;      // 1 while the kernel slows the machine down because of heat
-    std::optional<Reading> fanRpm;          // revolutions per minute
-    std::optional<Reading> gpuLoadLevel;    // 0 to 5, as the following levels
+    std::optional<Reading> tempLevel;      // 0 cool to 5 critical; absent: unknown
+    std::optional<TextReading> levelFrom;  // what tempLevel follows: "sensor", "throttling", "scenario" or "unknown"
+    std::optional<Reading> temperature;    // degrees Celsius
+    std::optional<Reading> thermalMargin;  // degrees up to the next trip point
+    std::optional<Reading> thermalTrend;   // 1 rising, -1 falling, 0 neither
+    std::optional<Reading> throttling;     // 1 while the kernel slows the machine down because of heat
+    std::optional<Reading> fanRpm;         // revolutions per minute
+    std::optional<Reading> gpuLoadLevel;   // 0 to 5, as the following levels
     std::optional<Reading> gpuLoadPercent;
     std::optional<Reading> vertexLoadLevel;
     std::optional<Reading> fragmentLoadLevel;
@@ -95,13 +95,13 @@ struct SessionStatus {
     // Of the latest attempt or call: 0 or a code with a text in veltra_result_text.h; RESULT_BAD_DEVICE_STATE for a
     // document that could not be understood.
     int32_t result = 0;
-    int32_t eventsResult = 0;      // of the subscription to events
-    int32_t gpuResult = 0;         // of the subscription to GPU batches, 0 if none was asked for
-    uint64_t connections = 0;      // how often a service was found: above 1, it has died and returned
-    uint64_t reportsSent = 0;      // handed to the service, whatever it returned
-    uint64_t reportsFailed = 0;    // of these, those whose result was not 0
-    uint64_t reportsRefused = 0;   // not accepted because the queue was full
-    uint64_t eventsDropped = 0;    // the oldest go when the queue is full
+    int32_t eventsResult = 0;     // of the subscription to events
+    int32_t gpuResult = 0;        // of the subscription to GPU batches, 0 if none was asked for
+    uint64_t connections = 0;     // how often a service was found: above 1, it has died and returned
+    uint64_t reportsSent = 0;     // handed to the service, whatever it returned
+    uint64_t reportsFailed = 0;   // of these, those whose result was not 0
+    uint64_t reportsRefused = 0;  // not accepted because the queue was full
+    uint64_t eventsDropped = 0;   // the oldest go when the queue is full
     uint64_t batchesDropped = 0;
 };
 

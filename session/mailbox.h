@@ -30,9 +30,9 @@ struct Work {
     bool isStopping = false;
     bool isServiceDead = false;
     bool isLoadAnswered = false;
-    bool isEventReceived = false;      // the state of the device has changed
-    sptr<IRemoteObject> loaded;        // null: the load has failed
-    std::optional<Report> report;      // one at a time, so that a service that hangs loses one only
+    bool isEventReceived = false;  // the state of the device has changed
+    sptr<IRemoteObject> loaded;    // null: the load has failed
+    std::optional<Report> report;  // one at a time, so that a service that hangs loses one only
 };
 
 // Shared by the Session, its thread and the objects that the platform calls, and kept by whoever is last: a session's
@@ -43,7 +43,7 @@ public:
 
     const SessionOptions options;  // of sane bounds; without the handler
     const bool hasHandler;
-    SnapshotCell latest;           // written by the session's thread
+    SnapshotCell latest;  // written by the session's thread
 
     // For the game's threads.
 

@@ -146,9 +146,10 @@ bool Session::UpdateGameInfo(int32_t first, std::string text, int32_t second)
 
 bool Session::ReportRenderThread(std::string first, std::string second, int32_t value)
 {
-    return parts_->Post({[first = std::move(first), second = std::move(second), value](IVeltraServerInterface& service) {
-        return service.ReportRenderThread(first, second, value);
-    }});
+    return parts_->Post(
+        {[first = std::move(first), second = std::move(second), value](IVeltraServerInterface& service) {
+            return service.ReportRenderThread(first, second, value);
+        }});
 }
 
 bool Session::NotifyGameEvent(std::unique_ptr<GameSceneBundle> bundle)
@@ -156,9 +157,8 @@ bool Session::NotifyGameEvent(std::unique_ptr<GameSceneBundle> bundle)
     if (bundle == nullptr) {
         return false;
     }
-    return parts_->Post({[scene = std::shared_ptr<GameSceneBundle>(std::move(bundle))](IVeltraServerInterface& service) {
-        return service.NotifyGameEvent(*scene);
-    }});
+    return parts_->Post({[scene = std::shared_ptr<GameSceneBundle>(std::move(bundle))](
+                             IVeltraServerInterface& service) { return service.NotifyGameEvent(*scene); }});
 }
 
 bool Session::NotifyAppResourceDownLoadResults(std::vector<AppResourceDownLoadResult> results)

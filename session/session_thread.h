@@ -37,12 +37,12 @@ private:
     const std::shared_ptr<Mailbox> mailbox_;
     const sptr<IGpNapiEventCallback> events_;
     const sptr<IGpuCounterNativeCallback> batches_;
-    sptr<IRemoteObject> object_;            // null: not connected
+    sptr<IRemoteObject> object_;                  // null: not connected
     sptr<IRemoteObject::DeathRecipient> notice_;  // of object_
-    sptr<IVeltraServerInterface> service_;  // on object_
+    sptr<IVeltraServerInterface> service_;        // on object_
     bool isSubscribed_ = false;
-    SteadyTime due_{};         // of the next reading, or the next attempt to connect
-    SteadyTime loadEnds_{};    // until when the answer of a load is awaited
+    SteadyTime due_{};                // of the next reading, or the next attempt to connect
+    SteadyTime loadEnds_{};           // until when the answer of a load is awaited
     std::optional<Report> gameInfo_;  // the latest
     uint64_t readings_ = 0;
 };

@@ -31,8 +31,8 @@ class Installation:
         self.env = {name: value for name, value in os.environ.items() if name not in strangers}
         self.env["PKG_CONFIG_PATH"] = str(packages)
 
-    def flags(self, *arguments):
-        return run(["pkg-config", *arguments, "veltra"], env=self.env, stdout=subprocess.PIPE).stdout.split()
+    def flags(self, *arguments, package="veltra"):
+        return run(["pkg-config", *arguments, package], env=self.env, stdout=subprocess.PIPE).stdout.split()
 
 
 def run(command, **options):
@@ -67,9 +67,9 @@ def check_headers(installation, compiler):
 
 
 def check_loads_alone(installation):
-    """A host may open the client library at run time; the library then finds the platform by itself. It stays loaded when
-    it is closed, since its threads may still run."""
-    library = installation.libraries / "libveltra_client.so"
+    """A host may open a library at run time, which then finds the libraries below it by itself. It stays loaded when it is
+    closed, since its threads may still run."""
+    library = installation.libraries / "libveltra_session.so"
     program = f"""import _ctypes, ctypes, os
 _ctypes.dlclose(ctypes.CDLL({str(library)!r})._handle)
 ctypes.CDLL({str(library)!r}, mode=os.RTLD_NOLOAD | os.RTLD_NOW)"""
@@ -92,10 +92,10 @@ def build_project(installation, cmake, compiler, name, where):
     return folder
 
 
-def build_with_pkg_config(installation, compiler):
-    program = installation.prefix.parent / "plain_consumer"
-    run([compiler, "-std=c++17", "-Wall", "-Wextra", "-Werror", HERE / "consumer/main.cpp", "-o", program,
-         *installation.flags("--cflags", "--libs"), f"-Wl,-rpath,{installation.libraries}"], env=installation.env)
+def build_with_pkg_config(installation, compiler, package, source):
+    program = installation.prefix.parent / f"plain_{package}"
+    run([compiler, "-std=c++17", "-Wall", "-Wextra", "-Werror", source, "-o", program,
+         *installation.flags("--cflags", "--libs", package=package), f"-Wl,-rpath,{installation.libraries}"], env=installation.env)
     return program
 
 
@@ -173,11 +173,14 @@ def main():
         platform = build_project(installation, cmake, compiler, "platform_consumer", f"-DCMAKE_PREFIX_PATH={prefix}")
         game = build_project(installation, cmake, compiler, "consumer",
                              f"-Dveltra_DIR={installation.libraries / 'cmake/veltra'}")
-        plain = build_with_pkg_config(installation, compiler)
+        plain = build_with_pkg_config(installation, compiler, "veltra", HERE / "consumer/main.cpp")
+        adaptive = build_with_pkg_config(installation, compiler, "veltra-session",
+                                         pathlib.Path(source, "examples/adaptive/main.cpp"))
         give_service_arguments(installation)
         with manager(installation) as env:
             run([game / "consumer"], env=env, timeout=WAIT_S)
             run([plain], env=env, timeout=WAIT_S)
+            run([adaptive, "--seconds", "1"], env=env, timeout=WAIT_S)
             abilities = run([platform / "platform_consumer"], env=env, timeout=WAIT_S, stdout=subprocess.PIPE).stdout
             require(abilities == f"66006 {prefix / 'bin/veltra_server'}\n66007 \n", f"the manager starts {abilities}")
             check_tool(installation, env)

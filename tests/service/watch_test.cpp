@@ -17,9 +17,9 @@
 #include "control/control_codes.h"
 #include "control/control_proxies.h"
 #include "control/control_stubs.h"
-#include "service/recording_server.h"
 #include "service/sent_request.h"
 #include "support/fake_remote_object.h"
+#include "support/forwarding_server.h"
 #include "support/notes.h"
 #include "support/process.h"
 #include "support/server_operations.h"
@@ -31,8 +31,23 @@ namespace {
 
 constexpr uint64_t CLIENT = 7;
 
-class WatchedServer : public RecordingServer {
+// Returns what the table of operations says.
+sptr<IRemoteObject> MakeNext()
+{
+    return MakeRef<FakeRemoteObject>([](uint32_t code, MessageParcel&, MessageParcel& reply) {
+        for (const ServerOperation& operation : ServerOperations()) {
+            if (operation.code == code) {
+                WriteItems(reply, operation.reply);
+            }
+        }
+        return 0;
+    });
+}
+
+class WatchedServer : public ForwardingServer {
 public:
+    WatchedServer() : ForwardingServer(MakeNext()) {}
+
     WatchHub hub{{[] { return std::map<std::string, int64_t>(); }, [] { return std::vector<pid_t>(); }}};
 
 protected:

@@ -72,7 +72,8 @@ TEST_F(SessionTest, IsSubscribedAgainAfterTheDeathOfTheServiceAndTellsSoOnce)
     options.gameName = "com.example.session";
     options.gpuInterval = 50ms;
     Session session(options);
-    ASSERT_TRUE(WaitForEvent(session, [](const SessionEvent& event) { return event.state == ServiceState::CONNECTED; }));
+    ASSERT_TRUE(
+        WaitForEvent(session, [](const SessionEvent& event) { return event.state == ServiceState::CONNECTED; }));
     session.Dispatch([](const SessionEvent&) {});
     ::kill(ServicePid(), SIGKILL);
     std::string states;
