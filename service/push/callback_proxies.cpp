@@ -6,6 +6,7 @@
 #include <tavo/message_parcel.h>
 #include <tavo/read_vector_from_parcel.h>
 
+#include "ipc/game_event_encoding.h"
 #include "ipc/server_codes.h"
 
 namespace TAVO::Veltra {
@@ -52,14 +53,8 @@ int32_t Call(const sptr<IRemoteObject>& object, PushSpoil spoil, const std::u16s
 
 int32_t GameEventCallbackProxy::OnGameCallbackEvent(const GameCallbackEventInfo& info)
 {
-    return Call(Remote(), spoil_, GetDescriptor(), CallbackCode::GAME_EVENT, [&info](MessageParcel& data) {
-        return data.WriteString(info.eventText) && data.WriteInt32(info.tempLevel) &&
-               data.WriteInt32(info.gpuLoadLevel) && data.WriteInt32(info.vertexLoadLevel) &&
-               data.WriteInt32(info.fragmentLoadLevel) && data.WriteInt32(info.textureLoadLevel) &&
-               data.WriteInt32(info.bandwidthLoadLevel) && data.WriteInt32(info.currentFrequency) &&
-               data.WriteInt32(info.thermalMargin) && data.WriteInt32(info.thermalTrend) &&
-               data.WriteInt32(info.extraValue);
-    });
+    return Call(Remote(), spoil_, GetDescriptor(), CallbackCode::GAME_EVENT,
+                [&info](MessageParcel& data) { return WriteGameEvent(data, info); });
 }
 
 int32_t GpuCounterCallbackProxy::OnGpuData(std::vector<GpuPerfInfo>& infos)

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "callback/game_event_callback_stub.h"
 
+#include "ipc/game_event_encoding.h"
+
 namespace TAVO::Veltra {
 
 GameEventCallbackStub::GameEventCallbackStub()
@@ -16,22 +18,9 @@ int GameEventCallbackStub::OnRemoteRequest(uint32_t code, MessageParcel& data, M
     return table_.OnRemoteRequest(*this, code, data, reply, option);
 }
 
-// Deliberate: the reads are not tested. An event that ends early is delivered, with what it lacks as 0 or empty and not
-// as the record's defaults; refusing it would silence a service that sends fewer values.
 int32_t GameEventCallbackStub::HandleGameEvent(MessageParcel& data, MessageParcel& reply)
 {
-    GameCallbackEventInfo info;
-    info.eventText = data.ReadString();
-    info.tempLevel = data.ReadInt32();
-    info.gpuLoadLevel = data.ReadInt32();
-    info.vertexLoadLevel = data.ReadInt32();
-    info.fragmentLoadLevel = data.ReadInt32();
-    info.textureLoadLevel = data.ReadInt32();
-    info.bandwidthLoadLevel = data.ReadInt32();
-    info.currentFrequency = data.ReadInt32();
-    info.thermalMargin = data.ReadInt32();
-    info.thermalTrend = data.ReadInt32();
-    info.extraValue = data.ReadInt32();
+    const GameCallbackEventInfo info = ReadGameEvent(data);
     if (!reply.WriteInt32(OnGameCallbackEvent(info))) {
         VELTRA_LOGE("writing parcel failed");
         return RESULT_BAD_PARCEL;

@@ -17,8 +17,7 @@ public:
     // Deliberate: a lower-case i before GpNapi, unlike its neighbours; tokens are compared letter by letter.
     TAVO_DECLARE_DESCRIPTOR(u"zem.game.perf.iGpNapiEventCallback")
 
-    // CallbackCode::GAME_EVENT: String eventText, then Int32 tempLevel to extraValue in the record's order; the reply
-    // is Int32, the result.
+    // CallbackCode::GAME_EVENT, encoded as in game_event_encoding.h; the reply is Int32, the result.
     virtual int32_t OnGameCallbackEvent(const GameCallbackEventInfo& info) = 0;
 
 protected:

@@ -244,7 +244,7 @@ TEST_F(Control, MistakesInCommandsAreNamedAndChangeNothing)
 {
     StartService({"--root", Machine("desktop")});
     const std::pair<const char*, const char*> rows[] = {
-        {"", "command: Line 1, Column 1"},
+        {"", "command: Syntax error: "},
         {"[]", "command: is not an object (line 1)"},
         {R"({"do": "explode"})", R"(command: do: there is no "explode" (line 1))"},
         {R"({"do": "set", "values": {"tempLvl": 3}})", "command: values.tempLvl: there is no such value (line 1)"},
