@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A service for the figures that the real one cannot give: it counts the game events that arrive, and sends the longest
-// list of GPU samples when it is told to.
+// list of GPU samples on request.
 #include <atomic>
 #include <cstdio>
 

@@ -8,7 +8,7 @@ namespace Bench {
 // A listening socket, which services find by the environment that they are started with.
 int ListenForWitnesses();
 
-// In the service: connects if somebody listens, for the life of the process.
+// In the service: connects if there is a listener, for the life of the process.
 void ConnectWitness();
 
 }  // namespace Bench

@@ -19,7 +19,7 @@ function(veltra_way out from to)
 endfunction()
 
 # What is installed is built with the run path that it has there, and the build folder is laid out alike: a run path to
-# be replaced is padded with empty places, which stand for the current folder, and costs a start a hundred vain looks.
+# be replaced is padded with empty places, which stand for the current folder, and costs a start a hundred failing lookups.
 
 # veltra_install_program(NAME): into bin; finds the libraries from there, if it links any of them.
 function(veltra_install_program name)

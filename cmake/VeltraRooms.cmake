@@ -96,7 +96,7 @@ function(veltra_library name)
     endforeach()
     target_link_libraries(${name} PRIVATE ${arg_ROOMS} $<BUILD_INTERFACE:veltra_options> PUBLIC ${arg_LINK})
     # Deliberate: never unloaded. Threads of the library may still run its code when a caller closes it.
-    # Its own exported functions it calls directly: nobody is meant to put others in their place.
+    # Its own exported functions it calls directly: they are not meant to be replaced.
     target_link_options(${name} PRIVATE -Wl,-z,nodelete -Wl,-Bsymbolic-functions "-Wl,--version-script,${map}")
     # The sanitizers' runtime is linked into the program only; another project may sanitize by flags of its own.
     if(PROJECT_IS_TOP_LEVEL AND NOT VELTRA_SANITIZE AND NOT VELTRA_FUZZ)

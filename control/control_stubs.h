@@ -28,7 +28,7 @@ private:
 };
 
 // Batches come one at a time, in order, on a worker. OnRecords should return soon: while it runs the next batch waits,
-// and what waits too long is dropped by the service.
+// and the service drops records that wait too long.
 class VeltraWatcherStub : public IRemoteStub<IVeltraWatcher> {
 public:
     VeltraWatcherStub() : IRemoteStub(true) {}

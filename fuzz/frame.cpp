@@ -64,7 +64,7 @@ State TakeSome(FrameReader& reader, const uint8_t*& from, const uint8_t* end, bo
     return reader.Received(size);
 }
 
-// All that is left without cuts or when no more are told.
+// The rest, without cuts or after the last one.
 size_t NextPiece(size_t left, FuzzedDataProvider* cuts)
 {
     if (cuts == nullptr || cuts->remaining_bytes() == 0) {

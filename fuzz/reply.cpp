@@ -30,7 +30,7 @@ void RequireMap(const std::map<std::string, Value>& map, bool isAnswered, int32_
 {
     const auto most = static_cast<size_t>(isAnswered ? std::clamp(count, 0, cap) : 0);
     Require(map.size() <= most && (most == 0) == map.empty(), "as many pairs as announced, within the cap");
-    // What was announced and is not there comes as one pair of defaults.
+    // A pair that was announced and is missing is read as one pair of defaults.
     Require(map.size() <= bytes / Parcel::SLOT + 1, "no more than the answer holds");
 }
 

@@ -27,7 +27,7 @@ public:
     // False, and nothing written, beyond the bounds above; the service refuses the scene then.
     bool Marshalling(TAVO::Parcel& parcel) const override;
     // A new record that the caller owns; null when it is not there whole, is beyond the bounds, names an attribute
-    // twice or out of order, or memory lacks. Does not throw.
+    // twice or out of order, or memory runs out. Does not throw.
     static GameSceneBundle* Unmarshalling(TAVO::Parcel& parcel);
 
     int32_t sceneId = 0;  // the game's own number for the scene

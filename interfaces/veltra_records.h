@@ -66,7 +66,7 @@ public:
 
     // Writes the eight fields in their order; false at the first write that fails.
     bool Marshalling(TAVO::Parcel& parcel) const override;
-    // A new record that the caller owns, or null when a field is missing or memory lacks. Does not throw.
+    // A new record that the caller owns, or null when a field is missing or memory runs out. Does not throw.
     static AppResourceInfo* Unmarshalling(TAVO::Parcel& parcel);
     // The same into this record; false when a field is missing, those before it are set then.
     bool ReadFields(TAVO::Parcel& parcel);
@@ -107,7 +107,7 @@ public:
 
     // Writes the sixteen fields in their order; false at the first write that fails.
     bool Marshalling(TAVO::Parcel& parcel) const override;
-    // A new record that the caller owns, or null when a field is missing or memory lacks. Does not throw.
+    // A new record that the caller owns, or null when a field is missing or memory runs out. Does not throw.
     static GpuPerfInfo* Unmarshalling(TAVO::Parcel& parcel);
     // The same into this record, from a Parcel or from TAVO::CheckedItems; false when a field is missing, those before
     // it are set then.

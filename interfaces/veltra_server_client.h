@@ -42,7 +42,7 @@ public:
     // Subscriptions. The library does not lock what it keeps for them: the game sees to it that no two operations on one
     // matter (game events, GPU samples, resource information) run at the same time, those called in callbacks
     // included; GetAppPrioritys alone keeps nothing. Without a service all return RESULT_NO_SERVICE; a request that
-    // failed on its way counts as refused. A null callback is taken like any other: what comes for it is dropped, and
+    // could not be sent counts as refused. A null callback is taken like any other: what comes for it is dropped, and
     // for game events it adds no key.
 
     // Delivers game events to `callback` until `key` is unregistered; the same key again replaces, and destroys, the
@@ -58,9 +58,9 @@ public:
     // is registered.
     int32_t UnRegisterGameCallback(int32_t key);
 
-    // Starts the stream of GPU counter samples; `value` is the service's. One stream at a time: the library lets go of
-    // the one before, also if the service refuses the new one (RESULT_GPU_REFUSED). A service that refused may go on
-    // sending to the earlier callback, which lives until the service lets go of it too. `callback` sees nothing that
+    // Starts the stream of GPU counter samples; `value` is the service's. One stream at a time: the library releases
+    // the earlier one, also if the service refuses the new one (RESULT_GPU_REFUSED). A service that refused may go on
+    // sending to the earlier callback, which lives until the service releases it too. `callback` sees nothing that
     // comes before this returns 0. A service that died and came again sends nothing more, and refuses to stop what it
     // does not know of: start the stream again.
     int32_t StartGetGpuPerfInfo(int32_t value, std::unique_ptr<GpuCounterCallBackBase> callback);
@@ -75,7 +75,7 @@ public:
                                   std::unique_ptr<QueryAppResourceInfoCallbackBase> callback);
 
     // Asks for the priorities of applications; an empty list is sent as well. The answer comes to `callback`, also
-    // before this returns; the callback goes when the service lets go of it. RESULT_PRIORITIES_REFUSED stands for every
+    // before this returns; the callback is destroyed when the service releases it. RESULT_PRIORITIES_REFUSED stands for every
     // refusal.
     int32_t GetAppPrioritys(std::vector<std::string>& bundleNames,
                             std::unique_ptr<GetAppPrioritysCallbackBase> callback);
@@ -107,11 +107,11 @@ public:
     GameCallbackEventInfo GetDeviceInfo(std::vector<QueryDeviceStateDetail> details);
 
     // Reports a scene. `bundle` is asked for its encoding on this thread, during the call. 0 also when the request was
-    // lost on its way.
+    // lost in transit.
     int32_t NotifyGameEvent(GameSceneBundle& bundle);
 
     // Reports how downloads of resources ended. RESULT_DOWNLOAD_RESULTS_REFUSED stands for every refusal of the service
-    // and for a request that failed on its way.
+    // and for a request that could not be sent.
     int32_t NotifyAppResourceDownLoadResults(std::vector<AppResourceDownLoadResult>& results);
 
     // The state of the game as the service sees it, into `state`. Never starts the service: while it does not run, or

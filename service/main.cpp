@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// veltra_server: registers the service with the ability manager and serves until it is told to end.
+// veltra_server: registers the service with the ability manager and serves until a signal ends it.
 #include <malloc.h>
 #include <sys/resource.h>
 #include <sys/stat.h>

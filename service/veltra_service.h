@@ -56,7 +56,7 @@ struct ServiceView {
     std::function<const ServiceConfig&()> config;
 };
 
-// Operations run on platform workers, several at once, and wait for nobody, but for the first that asks after GPU
+// Operations run on platform workers, several at once, and do not wait, except for the first that asks after GPU
 // counters: it loads the driver's library. What is pushed goes out on threads of the service, never from a request.
 class VeltraService final : public VeltraServerStub {
 public:

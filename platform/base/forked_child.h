@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Whether this process is a child of fork(), where other threads may have left locks behind that nobody opens.
+// Whether this process is a child of fork(), where other threads may have left locks behind that no thread unlocks.
 #ifndef TAVO_BASE_FORKED_CHILD_H
 #define TAVO_BASE_FORKED_CHILD_H
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the transport may do with a parcel and nobody else: receive into it, put a header in front, move it.
+// What only the transport may do with a parcel: receive into it, put a header in front, move it.
 #ifndef TAVO_BASE_PARCEL_ACCESS_H
 #define TAVO_BASE_PARCEL_ACCESS_H
 

@@ -7,7 +7,7 @@
 namespace TAVO {
 
 // Counted by its weak pointers and once by the object while that exists. The lock decides between a promotion and the
-// end of the object: whoever promotes holds it while the object is looked at, and the object leaves before it goes.
+// end of the object: the promoting thread holds it while the object is looked at, and the object leaves before it goes.
 class WeakAnchor {
 public:
     explicit WeakAnchor(const RefBase* object) noexcept : object_(object) {}

@@ -36,7 +36,7 @@ public:
 
     constexpr ScrivoFolder() noexcept = default;
 
-    // `now` is the steady clock's time. Fills at most one summary; another one that is due follows at the next line.
+    // `now` is the steady clock's time. Fills at most one summary; another one follows at the next line.
     Result Fold(const ScrivoLine& line, int64_t now, Summary& summary) noexcept;
     // Takes out one line with repetitions, whenever they began; false when there is none left. For the exit.
     bool TakeAny(Summary& summary) noexcept;

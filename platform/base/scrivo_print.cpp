@@ -101,7 +101,7 @@ void WriteSummary(const ScrivoSink& sink, const ScrivoFolder::Summary& summary) 
     WriteTo(sink, {summary.level, summary.domain, summary.tag, summary.text});
 }
 
-// Warnings and errors are folded; whoever switches lower levels on wants to see each line.
+// Warnings and errors are folded; with lower levels turned on each line is wanted.
 int Write(const ScrivoLine& line) noexcept
 {
     const ScrivoSink sink = Sink();

@@ -44,7 +44,7 @@ const auto& LevelRow(int level) noexcept
     return LEVELS[clamped - SCRIVO_DEBUG];
 }
 
-// Whoever reads a pipe may be gone: the write is then an error and not the end of this process.
+// The reader of a pipe may have ended: the write is then an error and not the end of this process.
 class SigpipeGuard {
 public:
     SigpipeGuard() noexcept

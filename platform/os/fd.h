@@ -109,7 +109,7 @@ IoResult SendUntil(int fd, const void* buffer, size_t size, Deadline deadline) n
 // Waits for poll events until the deadline; false when it passed.
 bool PollUntil(int fd, short events, Deadline deadline) noexcept;
 
-// Whether the kernel says that the other end is gone or says no more.
+// Whether the kernel says that the other end is closed or has stopped sending.
 bool HasHungUp(int fd) noexcept;
 
 // A stream socket connected to `path` (close-on-exec, blocking, with the given time-outs). On failure not open, errno

@@ -26,7 +26,7 @@ public:
 
     static constexpr pid_t NOBODY = 0;
     static constexpr pid_t UNKNOWN_HOLDER = -1;  // a process that has no pid here
-    static constexpr pid_t CANNOT_TELL = -2;     // the file cannot be looked at, perhaps for want of a descriptor
+    static constexpr pid_t CANNOT_TELL = -2;     // the file cannot be looked at, perhaps because no descriptor is left
     // Who holds the lock, not counting this process. Never call it for a lock of one's own: that would drop it.
     static pid_t Holder(int dirFd, const std::string& name);
     // Whether it is certain that no process holds the lock: false also when the file cannot be looked at. As Holder,

@@ -82,7 +82,7 @@ void InLane::Serve(uint32_t events)
     }
     const bool callerGone = (events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0;
     if (IsCallLane() && callerGone) {
-        Close();  // A request that lies unread has nobody waiting for it: it is not run.
+        Close();  // No caller waits for a request that is still unread: it is not run.
         return;
     }
     if (IsInRing()) {

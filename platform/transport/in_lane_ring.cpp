@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The ring of a lane that is used without pause: when it is offered, how it is read, when it is given back.
+// The ring of a lane that is used without pause: when it is offered, how it is read, when it is released.
 #include <utility>
 
 #include "base/warn_limited.h"

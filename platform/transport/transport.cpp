@@ -35,7 +35,7 @@ sptr<IRemoteObject> ConnectManager(Clock::time_point deadline)
             case Session::State::DEAD:
                 break;
         }
-        // Dead at once: nobody listens. Only a manager that was replaced by a session that stood already is tried
+        // Dead at once: no process listens. Only a manager that was replaced by a session that stood already is tried
         // again.
         if (before != nullptr ||
             ThisProcess::Get().ManagerSession(deadline)->GetState() != Session::State::ESTABLISHED) {

@@ -77,7 +77,7 @@ bool WorkerPool::BeginOutgoing()
         }
         return !exhausted;
     }
-    Spawn();  // Without another thread the call goes on all the same: whoever answers it may not need one.
+    Spawn();  // Without another thread the call goes on all the same: the callee may not need one.
     return true;
 }
 

@@ -71,7 +71,7 @@ std::unique_ptr<RingReader> RingReader::Make(const Instance& self, uint64_t lane
         ::fcntl(fd.Get(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0) {
         return nullptr;
     }
-    ++g_rings;  // The destructor takes it back.
+    ++g_rings;  // The destructor decrements it.
     std::unique_ptr<RingReader> ring(new (std::nothrow) RingReader(std::move(fd)));
     if (ring == nullptr) {
         --g_rings;

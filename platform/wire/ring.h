@@ -22,7 +22,7 @@ struct RingMemory {
     // ASLEEP: the next write is to be followed by a bell. Set by the reader, reset by either end. ENDED: CLOSED was set.
     enum Reader : uint32_t { AWAKE, ASLEEP, ENDED };
 
-    Instance owner;  // the reader's process, and the lane: whoever opens it knows that it is the right one
+    Instance owner;  // the reader's process, and the lane: the opener checks that it is the right one
     uint64_t lane = 0;
     alignas(64) std::atomic<uint64_t> written{0};  // bytes so far, and CLOSED
     alignas(64) std::atomic<uint64_t> read{0};

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A JSON file that somebody wrote by hand, read strictly: every mistake is reported with the place where it stands.
+// A JSON file that is written by hand, read strictly: every mistake is reported with the place where it stands.
 #ifndef VELTRA_SERVICE_CONFIG_NODE_H
 #define VELTRA_SERVICE_CONFIG_NODE_H
 

@@ -42,7 +42,7 @@ struct DeviceField {
 const std::vector<DeviceField>& DeviceFields();
 const DeviceField* FindDeviceField(std::string_view key);  // null: there is none
 
-// Which parts of the state somebody wants; reading costs time.
+// Which parts of the state are asked for; reading costs time.
 struct WantedState {
     bool thermal = true;
     bool gpu = true;

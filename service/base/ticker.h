@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One thread that does what is due, and sleeps while nothing is.
+// One thread that runs timed work, and sleeps in between.
 #ifndef VELTRA_SERVICE_TICKER_H
 #define VELTRA_SERVICE_TICKER_H
 
@@ -16,7 +16,7 @@ namespace TAVO::Veltra {
 
 class Ticker {
 public:
-    // `tick` gets the service's time and gives when it is to be called again; infinity: when somebody wakes it. It must
+    // `tick` gets the service's time and gives when it is to be called again; infinity: when it is woken. It must
     // not throw.
     using Tick = std::function<double(double now)>;
 

@@ -10,7 +10,7 @@
 namespace TAVO::Veltra {
 
 // Loads the library and sets it up, which may take a second where there is a GPU. Each entry is resolved on its own:
-// what an older library lacks, and what a GPU does not tell, is absent. Null without a library or without a GPU. The
+// what an older library or a GPU does not report is absent. Null without a library or without a GPU. The
 // library stays loaded: it has threads of its own.
 std::unique_ptr<GpuCounterSource> OpenNvmlCounters(const char* library = "libnvidia-ml.so.1");
 

@@ -16,9 +16,8 @@ namespace TAVO::Veltra {
 
 namespace {
 
-constexpr int MAX_NUMBER = 100000;  // of an entry such as hwmon7
-constexpr int MAX_OPEN_ATTEMPTS =
-    32;  // the kernel gives up on ".." while somebody renames, and wants to be asked again
+constexpr int MAX_NUMBER = 100000;     // of an entry such as hwmon7
+constexpr int MAX_OPEN_ATTEMPTS = 32;  // the kernel gives up on ".." during a rename, and expects another attempt
 
 using Folder = std::unique_ptr<DIR, int (*)(DIR*)>;
 

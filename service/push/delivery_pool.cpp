@@ -146,7 +146,7 @@ void DeliveryPool::StartThreadIfNeeded()
     }
 }
 
-// Slow clients get one thread each, and few together; nobody gets many.
+// Slow clients get one thread each, and few together; no client gets many.
 std::deque<sptr<IRemoteObject>>::iterator DeliveryPool::NextEligible()
 {
     return std::find_if(ready_.begin(), ready_.end(), [this](const auto& object) TAVO_REQUIRES(mutex_) {
@@ -244,7 +244,7 @@ void DeliveryPool::Silence(Client& client, const sptr<IRemoteObject>& object, ui
 }
 
 // Processes that ended while they were slow: nothing else tells their end. Called where silence begins, so that there
-// are hardly more of them than living ones, and where it may end, so that nobody pays long for one that never calls.
+// are hardly more of them than living ones, and where it may end, so that the others do not wait long for one that never calls.
 void DeliveryPool::ForgetEnded()
 {
     for (auto known = clients_.begin(); known != clients_.end();) {

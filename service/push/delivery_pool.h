@@ -41,7 +41,7 @@ public:
     void PushLatest(uint64_t client, const sptr<IRemoteObject>& object, Delivery delivery);
     // After those that still wait. False when MAX_WAITING_ANSWERS of this client do: nothing was kept.
     bool PushAnswer(uint64_t client, const sptr<IRemoteObject>& object, Delivery delivery);
-    // Forgets what waits for `object`. A delivery that has begun goes on.
+    // Drops the deliveries that are queued for `object`. A delivery that has begun goes on.
     void Drop(const sptr<IRemoteObject>& object);
     // The client has called: it may be pushed to again.
     void Heard(uint64_t client)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Decides what subscribers are told and when: events as the device changes and by a timer, GPU counters in batches.
+// Decides what subscribers receive and when: events as the device changes and by a timer, GPU counters in batches.
 #ifndef VELTRA_SERVICE_PUSHER_H
 #define VELTRA_SERVICE_PUSHER_H
 
@@ -42,7 +42,7 @@ public:
     {
     }
 
-    // Pushes what is due at `now` (seconds of service time); gives when there will be more, infinity while nobody is
+    // Pushes what is due at `now` (seconds of service time); gives when there will be more, infinity while no client is
     // subscribed. Does not throw: without memory a push is left out.
     double Tick(double now);
 
@@ -63,7 +63,7 @@ private:
     GameCallbackEventInfo announced_;  // as it was when a change was last reported to all subscribers
     double readAgain_ = 0;             // when to read it again
     uint64_t simulated_ = 0;           // the number of the simulation's change that was read last
-    bool isListening_ = false;         // somebody was subscribed to events at the last tick
+    bool isListening_ = false;         // a client was subscribed to events at the last tick
 };
 
 }  // namespace TAVO::Veltra

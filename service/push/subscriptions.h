@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Who wants to be told what: at most one subscription of each kind for each client process.
+// Which client receives what: at most one subscription of each kind for each client process.
 #ifndef VELTRA_SERVICE_SUBSCRIPTIONS_H
 #define VELTRA_SERVICE_SUBSCRIPTIONS_H
 

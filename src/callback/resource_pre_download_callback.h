@@ -22,7 +22,7 @@ public:
     ResourcePreDownloadCallback();
     ~ResourcePreDownloadCallback() override;
 
-    // Both own `callback` from here on, and destroy the one before; null: answers are acknowledged and dropped. Both
+    // Both own `callback` from here on, and destroy the previous one; null: answers are acknowledged and dropped. Both
     // always 0.
     int32_t SetGetAppPrioritysCallback(std::unique_ptr<GetAppPrioritysCallbackBase> callback);
     int32_t SetQueryAppResourceInfoCallback(std::unique_ptr<QueryAppResourceInfoCallbackBase> callback);

@@ -19,7 +19,7 @@ namespace TAVO::Veltra {
 // heard by the new one unregisters first.
 int32_t VeltraClientProxy::RegisterGameCallback(std::unique_ptr<GameEventCallbackBase> callback, int32_t key)
 try {
-    if (IpcThreads::IsForkedChild()) {  // Before the endpoint's lock, which a thread that did not come along may hold.
+    if (IpcThreads::IsForkedChild()) {  // Before the endpoint's lock, which a thread of the parent may hold.
         return RESULT_NO_SERVICE;
     }
     if (isRegistered_ && callbackPtr_ != nullptr) {
@@ -140,7 +140,7 @@ try {
     return RESULT_NO_SERVICE;
 }
 
-// Only the service holds the object afterwards: it may be asked again while an answer is due.
+// Only the service holds the object afterwards: it may be asked again while an answer is outstanding.
 int32_t VeltraClientProxy::GetAppPrioritys(std::vector<std::string>& bundleNames,
                                            std::unique_ptr<GetAppPrioritysCallbackBase> callback)
 try {

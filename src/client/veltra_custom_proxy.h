@@ -33,7 +33,7 @@ private:
 
 }  // namespace TAVO::Veltra
 
-// The one instance is the library's, whoever asks for it.
+// The one instance is the library's, whatever module asks for it.
 extern template class VELTRA_EXPORT TAVO::DelayedRefSingleton<TAVO::Veltra::VeltraCustomProxy>;
 
 #endif

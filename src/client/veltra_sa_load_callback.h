@@ -8,7 +8,7 @@
 
 namespace TAVO::Veltra {
 
-// On the delivery thread, both pass what they are told to the client proxy. A report about another id is only logged.
+// On the delivery thread, both pass the result to the client proxy. A report about another id is only logged.
 class VELTRA_EXPORT VeltraSaLoadCallback : public SystemAbilityLoadCallbackStub {
 public:
     VeltraSaLoadCallback();

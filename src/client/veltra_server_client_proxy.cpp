@@ -32,7 +32,7 @@ VeltraClientProxy::~VeltraClientProxy()
 
 sptr<IVeltraServerInterface> VeltraClientProxy::GetServiceProxy()
 try {
-    if (IpcThreads::IsForkedChild()) {  // Before the lock: a thread that did not come along may hold it for ever.
+    if (IpcThreads::IsForkedChild()) {  // Before the lock: a thread of the parent may hold it for ever.
         VELTRA_LOGE("Get SystemAbilityManager failed.");
         return nullptr;
     }

@@ -9,18 +9,17 @@ namespace {
 
 using Info = GameCallbackEventInfo;
 
-constexpr int32_t Info::*NUMBERS[] = {
-    &Info::tempLevel,        &Info::gpuLoadLevel,       &Info::vertexLoadLevel,  &Info::fragmentLoadLevel,
-    &Info::textureLoadLevel, &Info::bandwidthLoadLevel, &Info::currentFrequency, &Info::thermalMargin,
-    &Info::thermalTrend,     &Info::extraValue};
+constexpr int32_t Info::*NUMBERS[] = {&Info::tempLevel,         &Info::gpuLoadLevel,     &Info::vertexLoadLevel,
+                                      &Info::fragmentLoadLevel, &Info::textureLoadLevel, &Info::bandwidthLoadLevel,
+                                      &Info::currentFrequency,  &Info::thermalMargin,    &Info::thermalTrend,
+                                      &Info::extraValue};
 
 }  // namespace
 
 bool WriteGameEvent(MessageParcel& data, const GameCallbackEventInfo& info)
 {
-    return data.WriteString(info.eventText) && std::all_of(std::begin(NUMBERS), std::end(NUMBERS), [&](auto number) {
-               return data.WriteInt32(info.*number);
-           });
+    return data.WriteString(info.eventText) && std::all_of(std::begin(NUMBERS), std::end(NUMBERS),
+                                                           [&](auto number) { return data.WriteInt32(info.*number); });
 }
 
 GameCallbackEventInfo ReadGameEvent(MessageParcel& data)

@@ -10,7 +10,7 @@ namespace TAVO::Veltra {
 
 bool WriteGameEvent(MessageParcel& data, const GameCallbackEventInfo& info);
 
-// Deliberate: an event that ends early is read, with what it lacks as 0 or empty and not as the record's defaults;
+// Deliberate: an event that ends early is read, with missing fields as 0 or empty and not as the record's defaults;
 // refusing it would silence a service that sends fewer values.
 GameCallbackEventInfo ReadGameEvent(MessageParcel& data);
 

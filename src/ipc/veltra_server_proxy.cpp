@@ -20,7 +20,7 @@ int32_t VeltraServerProxy::RegisterCallBack(const sptr<IGpNapiEventCallback>& ca
         return RESULT_TOKEN_REFUSED;
     }
     request.data.WriteRemoteObject(callback->AsObject());
-    // Deliberate: the unregister wording; whoever watches the log knows a missing service by it.
+    // Deliberate: the unregister wording; log filters recognise a missing service by it.
     if (!request.Send(Remote(), "UnRegisterCallBack Remote is null",
                       "function RegisterCallBack call failed! errCode:%{public}d")) {
         return RESULT_NO_SERVICE;

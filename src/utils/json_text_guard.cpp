@@ -86,7 +86,7 @@ size_t StackRoom()
 
 }  // namespace
 
-// Follows the parser up to its first complaint, after which it recurses no more; it stops at the end of the first
+// Follows the parser up to its first complaint, after which it does not recurse; it stops at the end of the first
 // value, since what follows is not read.
 size_t JsonNestingDepth(std::string_view text)
 {

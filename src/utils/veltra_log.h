@@ -18,7 +18,7 @@ constexpr const char* LOG_TAG = "VeltraPerf";
 // An empty text, the operation, the source line.
 #define VELTRA_LOG_PREFIX "[%{public}s(%{public}s:%{public}d)]"
 
-// Deliberate: whoever collects these lines looks for the exact texts, so that prefix and text stay one format string.
+// Deliberate: log collectors look for the exact texts, so that prefix and text stay one format string.
 // Not for use in lambdas, whose __func__ is not the operation.
 #define VELTRA_LOG(level, text, ...)                                                                          \
     ::TAVO::ScrivoPrint(::TAVO::Veltra::LOG_TYPE, level, ::TAVO::Veltra::LOG_DOMAIN, ::TAVO::Veltra::LOG_TAG, \

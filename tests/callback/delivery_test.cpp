@@ -24,7 +24,7 @@ protected:
 TEST_F(Delivery, EventsReachAllByAscendingKeyWhateverTheyReturn)
 {
     const auto endpoint = MakeRef<GameEventCallback>();
-    EXPECT_EQ(Send(*endpoint, GAME_EVENT, {}).reply, ZERO);  // to nobody
+    EXPECT_EQ(Send(*endpoint, GAME_EVENT, {}).reply, ZERO);  // without a receiver
     endpoint->AddCallback(Noting<EventFunction>(notes_, "5", 7), 5);
     endpoint->AddCallback(Noting<EventFunction>(notes_, "-2", -1), -2);
     endpoint->AddCallback(std::make_unique<EventFunction>([](auto&) -> int32_t { throw std::runtime_error(""); }), 6);

@@ -21,7 +21,7 @@ const Outcome DONE = {0, {0}};
 
 class Requests : public Endpoints {};
 
-// A request for another interface reaches nobody, however alike the names are and whatever its code is.
+// A request for another interface reaches no callback, however alike the names are and whatever its code is.
 TEST_F(Requests, TokenIsComparedLetterByLetter)
 {
     const std::u16string event = u"zem.game.perf.iGpNapiEventCallback";
@@ -65,7 +65,7 @@ TEST_F(Requests, TokenIsComparedLetterByLetter)
     EXPECT_EQ(calls_, 0);
 }
 
-// Neighbouring codes belong to other interfaces or to nobody.
+// Neighbouring codes belong to other interfaces or to none.
 TEST_F(Requests, OnlyTheOwnCodesReachAHandler)
 {
     for (const Target& target : Targets()) {
@@ -83,7 +83,7 @@ TEST_F(Requests, OnlyTheOwnCodesReachAHandler)
     EXPECT_EQ(calls_, 0);
 }
 
-// An event that ends early is delivered all the same; what it lacks is 0, not the record's default.
+// An event that ends early is delivered all the same; missing fields are 0, not the record's default.
 TEST_F(Requests, EventsAreDeliveredAsFarAsTheyGo)
 {
     const std::string text("te\0xt", 5);

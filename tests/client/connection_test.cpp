@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How the service is found, loaded and let go.
+// How the service is found, loaded and released.
 #include <atomic>
 #include <chrono>
 #include <memory>

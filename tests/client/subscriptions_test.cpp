@@ -81,7 +81,7 @@ TEST_F(SubscriptionsTest, RegistrationGoesThroughItsStates)
         EXPECT_EQ(requests, row.requests);
         EXPECT_EQ(log.Lines().empty() ? "" : log.Lines().back(), row.log);
         if (row.service == Service::REFUSES && !row.requests.empty()) {
-            kept_ = nullptr;  // a service that refused lets go
+            kept_ = nullptr;  // a service that refused releases it
         }
         EXPECT_EQ(living_, row.living);
     }
@@ -99,7 +99,7 @@ TEST_F(SubscriptionsTest, LaterKeysAreReachedThroughTheObjectOfTheFirst)
     EXPECT_EQ(calls_, 3);
 }
 
-// A refused end leaves an object that nobody fills again; the next registration makes one of its own.
+// A refused end leaves an object that is not filled again; the next registration makes one of its own.
 TEST_F(SubscriptionsTest, RefusedUnregistrationIsFollowedByAFreshObject)
 {
     RunAnswering(0);
@@ -160,7 +160,7 @@ TEST_F(SubscriptionsTest, SamplesReachTheCallbackOnceTheStreamHasStarted)
     EXPECT_EQ(living_, 0);
 }
 
-TEST_F(SubscriptionsTest, NewStreamEndsTheOneBeforeEvenIfItIsRefused)
+TEST_F(SubscriptionsTest, NewStreamEndsThePreviousOneEvenIfItIsRefused)
 {
     RunAnswering(0);
     StartGpu();
@@ -210,10 +210,10 @@ TEST_F(SubscriptionsTest, PrioritiesObjectIsTheServicesAlone)
 
     RunAnswering(9);
     EXPECT_EQ(QueryPrioritys(), PRIORITIES_REFUSED);
-    EXPECT_EQ(living_, 2);  // the service has let go of the first only
+    EXPECT_EQ(living_, 2);  // the service has released the first only
 }
 
-// Nobody but the library destroys a callback that came to nothing, and not later than the call.
+// Only the library destroys a callback that came to nothing, and not later than the call.
 TEST_F(SubscriptionsTest, CallbackOfAFailedCallIsDestroyedBeforeItReturns)
 {
     const auto expectAll = [this](int32_t registered, int32_t started, int32_t queried, int32_t asked) {
@@ -261,7 +261,7 @@ TEST_F(SubscriptionsTest, ForkedChildWaitsForNoDelivery)
     delivery.join();
 }
 
-TEST(SubscriptionsEnd, DestructorLetsTheObjectsGoAndTellsNobody)
+TEST(SubscriptionsEnd, DestructorReleasesTheObjectsAndSendsNothing)
 {
     const sptr<FakeAbilityManager> manager = FakeAbilityManager::Install();
     const auto service = MakeRef<FakeRemoteObject>();

@@ -70,7 +70,7 @@ protected:
     DeliveryPool pool_;
 };
 
-TEST_F(DeliveryPoolTest, NewerReplacesWhatWaitsAndTheReceiverLearnsHowMuch)
+TEST_F(DeliveryPoolTest, NewerReplacesQueuedAndTheReceiverLearnsHowMany)
 {
     PushReceiver receiver;
     PushAndBlock(receiver);
@@ -138,7 +138,7 @@ TEST_F(DeliveryPoolTest, AClientThatLetsOneTimeOutGetsNothingUntilItCalls)
     EXPECT_TRUE(BecomesIdle());
 }
 
-TEST_F(DeliveryPoolTest, OtherFailuresSilenceNobody)
+TEST_F(DeliveryPoolTest, OtherFailuresSilenceNoClient)
 {
     for (const int status : {static_cast<int>(IPC_DEAD_OBJECT), static_cast<int>(IPC_BROKEN), 1010310012, -1}) {
         SCOPED_TRACE(status);

@@ -214,7 +214,7 @@ TEST(DeviceState, CpuLoadIsKnownFromTheSecondReadingAndNotReadInEveryFrame)
     }
 }
 
-// Nothing is said from one reading, and nothing false from two that are too near, too far or odd.
+// Nothing is concluded from one reading, and nothing false from two that are too near, too far or odd.
 TEST(CpuLoad, IsTheShareOfTimeSinceTheReadingBefore)
 {
     const struct {

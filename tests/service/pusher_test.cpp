@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Subscribers are told what changed, when it is due, and nothing else.
+// Subscribers receive what changed, in time, and nothing else.
 #include "push/pusher.h"
 
 #include <cmath>
@@ -78,7 +78,7 @@ protected:
                                                                desk_, [] { return Pusher::Periods(); });
 };
 
-TEST_F(PusherTest, ANewSubscriberIsToldAtOnceThenWhatChangesAndByTheTimer)
+TEST_F(PusherTest, NewSubscriberGetsTheStateAtOnceThenChangesAndByTheTimer)
 {
     PushReceiver receiver;
     EXPECT_EQ(pusher_->Tick(0), NEVER);
@@ -131,7 +131,7 @@ TEST_F(PusherTest, ASlowDriftIsReported)
     EXPECT_EQ(Tick(2, receiver).size(), 2U);
 }
 
-TEST_F(PusherTest, AnUnknownDeviceIsToldAsUnknown)
+TEST_F(PusherTest, UnknownDeviceIsReportedAsUnknown)
 {
     PushReceiver receiver;
     std::filesystem::remove_all(root_.Place("sys"));

@@ -174,7 +174,7 @@ TEST(Scenario, NoiseIsBoundedAndRepeatedByTheSeed)
     }
 }
 
-TEST(Scenario, CountersSayWhichOfThemAreTold)
+TEST(Scenario, CountersNameTheOnesThatAreReported)
 {
     const Scenario scenario = Load(R"({"gpu": {"count": 2, "counters": {
         "gpuLoadPercent": 1, "memoryLoadPercent": 2, "memoryUsedBytes": 30000000000, "memoryTotalBytes": 4,

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the service does with requests: it tells what it knows and says so where it does not serve.
+// What the service does with requests: it answers what it knows and refuses what it does not serve.
 #include "veltra_service.h"
 
 #include <unistd.h>
@@ -109,7 +109,7 @@ TEST(VeltraService, AClientThatCallsAgainIsPushedToAgain)
     const sptr<VeltraService> service(new VeltraService(std::move(setup)));
     PushReceiver answers(IResourcePreDownloadNativeCallback::GetDescriptor());
     answers.AnswerWith(IPC_TIMED_OUT);
-    // A query that comes before the time-out is known is dropped with what waits; those after it get through.
+    // A query that comes before the time-out is known is dropped with the queued ones; later ones arrive.
     EXPECT_TRUE(TestSupport::WaitFor([&] {
         Sent(*service, ServerCode::GET_APP_PRIORITYS, {0, answers.Object()});
         return answers.Count() >= 3;

@@ -24,7 +24,7 @@ public:
         notes_.push_back(note);
         changed_.notify_all();
     }
-    // All there are, once they are `count` or no more come in time.
+    // All there are, once they are `count` or none arrives in time.
     std::vector<std::string> WaitFor(size_t count)
     {
         TAVO::MutexLock lock(mutex_);

@@ -85,7 +85,7 @@ public:
     // Runs `command` (a program of the build by its bare name, or a path) with the pipe as its stdin and stdout.
     static Child Start(std::vector<std::string> command);
     // Runs `body` in a fork of this process; its result is the exit status. The fork of a process that has used the
-    // platform can use it no more: fork first, and let the child wait for a line.
+    // platform can no longer use it: fork first, and let the child wait for a line.
     static Child Fork(const std::function<int(LinePipe& parent)>& body);
 
     Child(Child&& other) noexcept { *this = std::move(other); }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A connection that sends and receives messages whole, in pieces, or with what nobody asked for.
+// A connection that sends and receives messages whole, in pieces, or with uninvited bytes.
 #ifndef VELTRA_TESTS_SUPPORT_RAW_SOCKET_H
 #define VELTRA_TESTS_SUPPORT_RAW_SOCKET_H
 
@@ -33,7 +33,7 @@ public:
     std::optional<RawFrame> ReceiveFrame(Clock::duration patience = PATIENCE);
     // Reads and forgets until the other end closes; false when it did not in time.
     bool WaitForEnd(Clock::duration patience = PATIENCE);
-    // Whether there comes something to read, or a connection to take.
+    // Whether something arrives to read, or a connection to take.
     bool AwaitReadable(Clock::duration patience) const;
 
 private:

@@ -46,7 +46,7 @@ protected:
     Child service_;
 };
 
-// Whoever takes a callback away may destroy what it uses: so it must be over by then.
+// A thread that removes a callback may destroy what it uses: so it must be over by then.
 TEST_F(CallbackLife, ReplacingACallbackWaitsUntilItReturns)
 {
     const std::function<int32_t()> ways[] = {
@@ -144,7 +144,7 @@ TEST_F(BlockedCallback, BlockedCallbackDelaysNoOtherKindOfEvent)
     EXPECT_TRUE(notes_->WaitForNote("blocked", 1)) << "events do not go on";
 }
 
-// Holds the platform's delivery thread, on which death notices are told, until it is let go or destroyed.
+// Holds the platform's delivery thread, which runs death notices, until it is released or destroyed.
 class HeldDeliveries : public TAVO::SystemAbilityLoadCallbackStub {
 public:
     void OnLoadSystemAbilitySuccess(int32_t, const TAVO::sptr<TAVO::IRemoteObject>&) override

@@ -149,7 +149,7 @@ private:
     std::atomic<bool> mayGo_{false};
 };
 
-// The child of a fork has no service, is told so at once, and does its parent no harm.
+// The child of a fork has no service, gets that result at once, and does its parent no harm.
 TEST_F(SystemFixture, ForkedChildFailsAtOnceAlthoughAThreadHeldTheLock)
 {
     StartManager();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A system call or an allocation that fails once in a game costs it what was under way, wherever it is, and no more.
+// A system call or an allocation that fails once in a game fails only the calls in flight, wherever it is.
 #include <chrono>
 #include <fstream>
 #include <sstream>

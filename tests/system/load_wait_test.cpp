@@ -17,7 +17,7 @@ using namespace std::chrono_literals;
 
 class LoadWait : public SystemFixture {
 protected:
-    // The first start of the service fails by `how`; the first call waits for it in vain, and without spinning.
+    // The first start of the service fails by `how`; the first call waits until its time-out, and without spinning.
     void ExpectVainWait(const std::string& how)
     {
         WriteAbility("system_test_service", {"second", how, PathOf("started-once")});
@@ -76,7 +76,7 @@ TEST_F(LoadWait, CallsFailAtOnceWhileTheServiceCannotBeStarted)
     EXPECT_TRUE(IsServedAgain());
 }
 
-// Given up by its callers, the service comes up all the same and is taken, with all that belongs to a load.
+// After its callers have timed out, the service starts all the same and is used, with all that belongs to a load.
 TEST_F(LoadWait, ServiceThatRegistersLateIsUsed)
 {
     ExpectVainWait("late");

@@ -79,7 +79,7 @@ TEST_F(ManagerFault, HungManagerDelaysNoCallToARunningService)
     // Now that the service is gone as well, the manager is asked once, and then counts as absent.
     ::kill(pid, SIGKILL);
     EXPECT_TRUE(WaitFor([pid] { return !IsAlive(pid); }));
-    // Until the death is noticed, a call fails on its way to the dead, which has another code.
+    // Until the death is noticed, a call fails while it is sent, which has another code.
     EXPECT_TRUE(WaitFor([this] { return client_.ReportRenderThread("a", "b", 1) == RESULT_RENDER_NO_SERVICE; }));
     ExpectNoServiceAtOnce();
     Manager().Continue();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Callers in threads of their own while the service is killed again and again: no caller may be told nonsense.
+// Callers in threads of their own while the service is killed again and again: no caller may get a wrong result.
 #ifndef VELTRA_TESTS_SYSTEM_STORM_H
 #define VELTRA_TESTS_SYSTEM_STORM_H
 

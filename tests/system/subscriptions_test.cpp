@@ -21,7 +21,7 @@ constexpr char STORY[] = R"({
     "events": [{"at": 20, "text": "levelStarted"}, {"at": 40, "text": "levelStarted"},
                {"at": 80, "text": "levelStarted"}, {"at": 160, "text": "levelStarted"}],
     "gpu": {"count": 4, "intervalSeconds": 1, "counters": {"gpuLoadPercent": 70}}})";
-constexpr size_t SOME = 6;  // events, by which everybody else would have heard of them too
+constexpr size_t SOME = 6;  // events, after which every other subscriber would have received them too
 
 class Subscriptions : public SystemFixture {
 protected:
@@ -42,7 +42,7 @@ protected:
     const SharedNotes notes_ = std::make_shared<Notes>();
 };
 
-// Whoever is replaced or stopped is let go by both sides.
+// Both sides release a callback that is replaced or stopped.
 TEST_F(Subscriptions, GpuSamplesAreSentUntilTheyAreStopped)
 {
     Serve(STORY);
@@ -91,7 +91,7 @@ TEST_F(Subscriptions, GamesAreKnownWhileTheyRun)
     EXPECT_EQ(Starts(), 1);
 }
 
-// Registered with a service that is no more, a game hears nothing until it unregisters and registers again.
+// Registered with a service that has ended, a game receives nothing until it unregisters and registers again.
 TEST_F(Subscriptions, RestartOfTheServiceEndsSubscriptions)
 {
     Serve(STORY);
@@ -104,7 +104,7 @@ TEST_F(Subscriptions, RestartOfTheServiceEndsSubscriptions)
     EXPECT_EQ(Starts(), 2);
     const size_t before = notes_->Count();
 
-    // By the time that somebody else has heard a lot, this game would have heard something.
+    // By the time that another game has received many events, this one would have received some.
     Child other = Child::Start({"system_test_client"});
     EXPECT_EQ(other.Ask("subscribe counting"), "0");
     for (size_t i = 0; i < SOME; ++i) {

@@ -23,7 +23,7 @@ using TestSupport::Clock;
 using TestSupport::Threads;
 using TestSupport::WaitFor;
 
-// Well below the 8 s that a call waits for an answer and the 10 s that it waits for a load: whoever ends within it has
+// Well below the 8 s that a call waits for an answer and the 10 s that it waits for a load: a call that ends within it has
 // waited for neither.
 constexpr std::chrono::seconds SOON{6};
 
@@ -48,7 +48,7 @@ protected:
     // A process of its own that serves in place of the real service, as test_service.cpp says; already registered.
     Child StartTestService();
 
-    // The process that serves now, and how many this manager has started; 0 when nobody can tell.
+    // The process that serves now, and how many this manager has started; 0 when it is unknown.
     pid_t ServicePid() const;
     int Starts() const;
     // Kills the service, and returns once the kernel has closed all that it held, and manager and this process know.
@@ -70,7 +70,7 @@ private:
     Child manager_;
 };
 
-// False once all its threads have ended, whoever is late to reap it.
+// False once all its threads have ended, even if it is not reaped yet.
 bool IsAlive(pid_t pid);
 // Whether this thread of this process waits in a system call.
 bool IsAsleep(pid_t thread);

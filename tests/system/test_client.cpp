@@ -37,7 +37,7 @@ TestSupport::LinePipe& Parent()
 std::atomic<bool> g_isAnswered{false};
 
 // Takes an event silently, or says "event" to each; or says "called" and does not return: because it waits for ever, or
-// because it registers where it is being called, which nobody may.
+// because it registers where it is being called, which is forbidden.
 int32_t TakeEvent(const std::string& how)
 {
     if (how == "silently") {

@@ -106,7 +106,7 @@ TEST(JsonParse, BothReadersOnOddDocuments)
     }
 }
 
-// A text that was cut off is half believed: callers live with it, so nobody may tidy it away.
+// A text that was cut off is half believed: callers rely on it, so it must stay.
 TEST(JsonParse, CutTextYieldsItsBeginningAndAnEmptyOneIsNoFailure)
 {
     for (const char* text : {"{\"a\":3,\"g\":{\"x\":1", "{\"a\":3,\"g", "{\"a\":3,\"g\":0x10}"}) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The observer of the demo: kills the service and measures how soon its death is told to another process.
+// The observer of the demo: kills the service and measures how soon another process is notified of its death.
 #include <signal.h>
 
 #include <chrono>

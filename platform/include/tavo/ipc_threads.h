@@ -15,7 +15,7 @@ public:
     static constexpr size_t DEFAULT_WORKERS = 16;  // that handle requests at a time
     static constexpr size_t MAX_THREADS = 64;      // workers inside an outgoing call included
 
-    // Blocks the calling thread for good: for the main thread of a service that has nothing else to do.
+    // Blocks the calling thread and never returns: for the main thread of a service that has nothing else to do.
     [[noreturn]] static void JoinPool();
 
     // True in a child of fork() whose parent had used the platform: every operation of it fails at once there, because

@@ -21,7 +21,7 @@ class WeakAnchor;
 class TAVO_EXPORT RefBase {
 public:
     RefBase() noexcept = default;
-    // A copy is an object of its own: it starts uncounted, whoever refers to the original.
+    // A copy is an object of its own: it starts uncounted, whatever references the original has.
     RefBase(const RefBase&) noexcept {}
     RefBase& operator=(const RefBase&) noexcept { return *this; }
     virtual ~RefBase()
@@ -48,7 +48,7 @@ public:
 
 protected:
     // The last strong reference is gone and no weak pointer can be promoted any more. Runs on the thread that dropped
-    // the reference. An override may hand the object to another thread, which then deletes it; nobody else will.
+    // the reference. An override may hand the object to another thread, which then deletes it.
     virtual void OnLastStrongRef() const noexcept { delete this; }
 
 private:
@@ -132,7 +132,7 @@ private:
             object->DecStrongRef();
         }
     }
-    // Of a pointer that nobody else uses, as every source of a move: no need to pay for an exchange.
+    // Of a pointer that no other thread uses, as every source of a move: no need to pay for an exchange.
     T* Detach() noexcept
     {
         T* const object = pointer_.load(std::memory_order_relaxed);

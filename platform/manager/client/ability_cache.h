@@ -38,7 +38,7 @@ private:
     std::map<int32_t, Entry> entries_ TAVO_GUARDED_BY(mutex_);
 };
 
-// The object that goes with every question; the manager tells it about changes, in order, on the delivery thread.
+// The object that goes with every question; the manager notifies it of changes, in order, on the delivery thread.
 class AbilityObserver : public IPCObjectStub {
 public:
     static constexpr uint32_t ABILITY_CHANGED = 1;  // one-way: Int32 id, Int64 change number

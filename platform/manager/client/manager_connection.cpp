@@ -37,7 +37,7 @@ void ReportAbsence()
         path.c_str(), reason);
 }
 
-// The manager may be back already when its predecessor's end is noticed, with no further sign to come.
+// The manager may be back already when its predecessor's end is noticed, without any further sign.
 class SessionEnd : public IRemoteObject::DeathRecipient {
 public:
     void OnRemoteDied(const wptr<IRemoteObject>&) override

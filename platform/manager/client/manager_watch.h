@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Waits for a manager's socket to come into being in the runtime directory.
+// Waits until a manager's socket exists in the runtime directory.
 #ifndef TAVO_MANAGER_MANAGER_WATCH_H
 #define TAVO_MANAGER_MANAGER_WATCH_H
 

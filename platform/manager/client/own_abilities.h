@@ -19,7 +19,7 @@ namespace TAVO::Manager {
 
 // Any thread. A thread of its own registers again, so that a manager that hangs delays neither death notices nor load
 // callbacks. It is started with the first registration and never ends: when the manager is lost there may be no thread
-// to be had, and a service that nobody can find, but that holds its lock, would keep every load waiting.
+// to be had, and a service that cannot be found, but that holds its lock, would keep every load waiting.
 class OwnAbilities {
 public:
     // A proxy of the living manager; null when it cannot be reached.

@@ -17,7 +17,7 @@ namespace TAVO::Manager {
 class SystemAbilityManagerProxy : public IRemoteProxy<ISystemAbilityManager> {
 public:
     // `root` is the root object of the session; when it has died, this object answers "not running" and
-    // ABILITY_UNREACHABLE for good.
+    // ABILITY_UNREACHABLE from then on.
     explicit SystemAbilityManagerProxy(const sptr<IRemoteObject>& root);
 
     sptr<IRemoteObject> CheckAbility(int32_t systemAbilityId) override;

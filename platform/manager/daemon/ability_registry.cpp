@@ -91,7 +91,7 @@ bool AbilityRegistry::Admits(pid_t pid, int fd, size_t sessions)
     return false;
 }
 
-// A process that was started as a service, by this manager or one before it, or holds the lock of one. Deliberate: the
+// A process that was started as a service, by this manager or an earlier one, or holds the lock of one. Deliberate: the
 // kernel is asked for our children, since a new one may connect before its start has returned here.
 bool AbilityRegistry::IsService(pid_t pid)
 {
@@ -112,8 +112,8 @@ AbilityRegistry::Ability* AbilityRegistry::Find(int32_t systemAbilityId)
 
 // As Find, once ends whose notice is still under way have been acted on. A start whose process has ended has failed for
 // those who waited for it, and not for who asks now; a client that saw a service end first is not given it once more. A
-// process that ends lets go of its locks first and then closes its sockets one by one, the one to here perhaps last:
-// whoever saw any of them close finds the lock free.
+// process that ends releases its locks first and then closes its sockets one by one, the one to here perhaps last:
+// a peer that saw any of them close finds the lock free.
 AbilityRegistry::Ability* AbilityRegistry::FindLiving(int32_t systemAbilityId, Aftermath& after)
 {
     Ability* ability = Find(systemAbilityId);
@@ -169,7 +169,7 @@ AbilityRegistry::Found AbilityRegistry::Check(int32_t systemAbilityId, const spt
         MutexLock lock(mutex_);
         if (const Ability* ability = FindLiving(systemAbilityId, after)) {
             found = {ability->number, ability->object};
-            // "Not running" is never remembered by clients, so there is nothing to tell them later.
+            // "Not running" is never remembered by clients, so they need no notice later.
             isNewClient = found.object != nullptr && observers_.Remember(session, observer, systemAbilityId);
         }
     }
@@ -273,7 +273,7 @@ int32_t AbilityRegistry::Register(Ability& ability, const sptr<IRemoteObject>& o
         return ABILITY_REFUSED;
     }
     if (ability.object != nullptr) {
-        Unregister(ability, after);  // An earlier one of the same process: nobody else can hold the lock.
+        Unregister(ability, after);  // An earlier one of the same process: no other process can hold the lock.
     }
     const sptr<IRemoteObject::DeathRecipient> end(new ServiceEnd(*this, ability.file.id, ++ability.number));
     if (!object->AddDeathRecipient(end)) {
@@ -307,7 +307,7 @@ void AbilityRegistry::Unregister(Ability& ability, Aftermath& after)
     }
 }
 
-// The process that was started for the id, by this manager or one before it; any other only if the file allows it.
+// The process that was started for the id, by this manager or an earlier one; any other only if the file allows it.
 bool AbilityRegistry::MayServe(const Ability& ability, pid_t pid)
 {
     for (const auto& [serial, process] : processes_) {

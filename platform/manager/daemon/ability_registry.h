@@ -43,7 +43,7 @@ public:
     // Starts to watch processes and time; false when the system has no thread for it.
     bool Begin();
 
-    // The operations of ISystemAbilityManager, with who calls. `observer` hears of later changes.
+    // The operations of ISystemAbilityManager, with who calls. `observer` is notified of later changes.
     Found Check(int32_t systemAbilityId, const sptr<IRemoteObject>& observer, uint64_t session);
     int32_t Load(int32_t systemAbilityId, const sptr<IRemoteObject>& callback, uint64_t session);
     int32_t Add(int32_t systemAbilityId, const sptr<IRemoteObject>& object, const CallingPeer& peer);
@@ -59,7 +59,7 @@ public:
     void ServiceGone(int32_t systemAbilityId, int64_t number);
     void ClientGone(uint64_t session);
 
-    // Ends every service that this manager or one before it has started, within a second; starts no more.
+    // Ends every service that this manager or an earlier one has started, within a second; starts none afterwards.
     void StopServices();
 
 private:
@@ -95,7 +95,7 @@ private:
     struct Process {
         int32_t id;
         pid_t pid;
-        bool isStarted;          // by this manager or one before it
+        bool isStarted;          // by this manager or an earlier one
         bool isGivenUp = false;  // it did not register in time
     };
     // What is left to do when the lock is free.
@@ -108,7 +108,7 @@ private:
 
     Ability* Find(int32_t systemAbilityId) TAVO_REQUIRES(mutex_);
     Ability* FindLiving(int32_t systemAbilityId, Aftermath& after) TAVO_REQUIRES(mutex_);
-    // On every path behind one that filled `after`: a service that FindLiving takes out is told of nowhere else.
+    // On every path behind one that filled `after`: there is no other notice of a service that FindLiving removes.
     void Finish(Aftermath& after) TAVO_EXCLUDES(mutex_);
     std::optional<int32_t> TellOrWait(Ability& ability, const Waiter& waiter, bool hasStarted, Aftermath& after)
         TAVO_REQUIRES(mutex_);

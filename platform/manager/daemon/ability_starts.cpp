@@ -207,7 +207,7 @@ try {
     return {0, {}, ENOMEM};
 }
 
-// False when there is no memory for it: a process that nobody watches is ended at once.
+// False when there is no memory for it: a process that is not watched is ended at once.
 bool AbilityRegistry::Keep(uint64_t serial, const Process& process, StartedProcess& started)
 try {
     processes_.emplace(serial, process);
@@ -291,7 +291,7 @@ void AbilityRegistry::ProcessEnded(uint64_t serial, const std::string& how)
         SweepSoon();
         Ability& ability = *Find(process.id);
         if (ability.object != nullptr && ability.pid == process.pid) {
-            Unregister(ability, after);  // Its death notice is on its way.
+            Unregister(ability, after);  // Its death notice follows.
         }
         if (ability.serial == serial) {
             AwaitedProcessEnded(ability, how, after);

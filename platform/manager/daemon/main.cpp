@@ -189,7 +189,7 @@ sigset_t BlockEndSignals()
         sigaddset(&signals, signal);
     }
     ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    ::signal(SIGPIPE, SIG_IGN);  // Whoever read stderr may be gone.
+    ::signal(SIGPIPE, SIG_IGN);  // The reader of stderr may have ended.
     return signals;
 }
 

@@ -11,7 +11,7 @@
 
 namespace TAVO::Manager {
 
-// Claim, hand the listener over, then Publish: whoever sees the socket is answered.
+// Claim, hand the listener over, then Publish: a client that sees the socket is answered.
 class ManagerSocket {
 public:
     // `dir` must outlive the object.
@@ -32,7 +32,7 @@ private:
     Transport::UniqueFd listener_;
 };
 
-// Removes the sockets in <runtime>/p that belong to nobody any more.
+// Removes the sockets in <runtime>/p of processes that have ended.
 void RemoveStaleSockets(const Transport::RuntimeDir& dir);
 
 }  // namespace TAVO::Manager

@@ -17,7 +17,7 @@ class ObserverTable {
 public:
     // Client `session` was told about the id. True when the session is new here: its end has to be watched.
     bool Remember(uint64_t session, const sptr<IRemoteObject>& observer, int32_t systemAbilityId);
-    // The observers to tell about a change of the id. They have to ask again before they are told again.
+    // The observers to tell about a change of the id. They have to ask again before they are notified again.
     std::vector<sptr<IRemoteObject>> TakeObserversOf(int32_t systemAbilityId);
     // The client is gone. Returns its observer for the caller to release, null when there was none.
     sptr<IRemoteObject> Forget(uint64_t session);

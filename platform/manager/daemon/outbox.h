@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the manager has to say once its lock is free: one-way notices, and references to let go of.
+// What the manager sends once its lock is free: one-way notices, and references to release.
 #ifndef TAVO_MANAGER_OUTBOX_H
 #define TAVO_MANAGER_OUTBOX_H
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Polls a descriptor per process: no signal handler, and no pid that could mean somebody else.
+// Polls a descriptor per process: no signal handler, and no pid that could be another process.
 #include "manager/daemon/process_watch.h"
 
 #include <poll.h>
@@ -64,7 +64,7 @@ void ProcessWatch::Signal(uint64_t serial, int signal)
     }
     const Process& process = found->second;
     if (process.isChild) {
-        ::kill(-process.pid, signal);  // Its group is its own as long as nobody has reaped it.
+        ::kill(-process.pid, signal);  // Its group is its own until it is reaped.
     } else {
         SignalPidFd(process.pidFd, signal);
     }

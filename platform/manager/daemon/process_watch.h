@@ -28,7 +28,7 @@ public:
     ProcessWatch(const ProcessWatch&) = delete;
     ProcessWatch& operator=(const ProcessWatch&) = delete;
 
-    // Starts the thread: it calls `timer`, which does what is due and says when to be called again, and `ended` once
+    // Starts the thread: it calls `timer`, which does its work and returns when to be called again, and `ended` once
     // for each process that has ended, children reaped; `how` is as from HowItEnded. It holds no lock then. False when
     // there is no thread to have.
     bool Begin(Ended ended, Timer timer);

@@ -171,7 +171,7 @@ TEST(WeakPointer, ForkedChildNeverWaitsForALock)
         if (child == 0) {
             alarm(20);
             const bool wasPromoted = weak.promote() != nullptr;
-            while (strong->GetStrongCount() > 1) {  // what the promoter held belongs to nobody here
+            while (strong->GetStrongCount() > 1) {  // what the promoter held has no owner here
                 strong->DecStrongRef();
             }
             strong = nullptr;

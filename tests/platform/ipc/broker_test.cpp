@@ -55,7 +55,7 @@ sptr<IRemoteBroker> MakeProxy(const sptr<IRemoteObject>& object)
     return BrokerCreator<Proxy<T>>()(object);
 }
 
-TEST(BrokerRegistration, TheFirstCreatorOfADescriptorStaysUntilItsOwnerTakesItBack)
+TEST(BrokerRegistration, FirstCreatorOfADescriptorStaysUntilItsOwnerRemovesIt)
 {
     BrokerRegistration& registry = BrokerRegistration::Get();
     const std::u16string& name = IGreeter::GetDescriptor();

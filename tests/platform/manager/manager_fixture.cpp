@@ -120,7 +120,7 @@ std::filesystem::path ProcessPath(pid_t pid)
 
 bool IsAlive(pid_t pid)
 {
-    // A zombie has ended, whoever is late to reap it.
+    // A zombie has ended, even if it is not reaped yet.
     const char state = StateIn(ProcessPath(pid));
     return state != '\0' && state != 'Z';
 }

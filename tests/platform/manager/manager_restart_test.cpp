@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The manager may die, hang or be told to end: there is never a second service, and nothing waits for long.
+// The manager may die, hang or receive SIGTERM: there is never a second service, and nothing waits for long.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -125,7 +125,7 @@ TEST_F(ManagerRestart, AbilityThatAHungManagerDidNotRemoveStaysRegistered)
     EXPECT_TRUE(WaitFor([&service] { return Check(ID) == "object " + std::to_string(service.Pid()); }));
 }
 
-// What is refused is refused for good, so a manager that cannot look must not refuse.
+// What is refused is never tried again, so a manager that cannot look must not refuse.
 TEST_F(ManagerRestart, UnreadableLockDoesNotRefuseAService)
 {
     namespace fs = std::filesystem;
@@ -169,7 +169,7 @@ TEST_F(ManagerRestart, ServiceRegistersOnceAHungManagerContinues)
     manager = StartManager();
     manager.Stop();
     ::kill(pid, SIGCONT);
-    // Its attempts fail while this process waits in vain too, and nothing appears afterwards that could wake it.
+    // Its attempts fail while this process waits without success too, and nothing appears afterwards that could wake it.
     EXPECT_EQ(Manager()->CheckAbility(ID), nullptr);
     manager.Continue();
     EXPECT_TRUE(WaitFor([pid] { return Check(ID) == "object " + std::to_string(pid); }));

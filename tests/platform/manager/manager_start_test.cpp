@@ -131,7 +131,7 @@ TEST_F(ManagerStart, SecondManagerIsRefusedAndADeadOneIsReplaced)
     EXPECT_NE(line.find(why), std::string::npos) << line;
     EXPECT_NE(Manager(), nullptr) << "the second one disturbed the first";
     Crash(first);
-    EXPECT_TRUE(TestSupport::WaitFor([] { return Manager() == nullptr; }));  // a socket that nobody listens on
+    EXPECT_TRUE(TestSupport::WaitFor([] { return Manager() == nullptr; }));  // a socket without a listener
     EXPECT_EQ(Check(ID), "no manager");
     Child second = StartManager();
     EXPECT_EQ(Check(ID), "null");

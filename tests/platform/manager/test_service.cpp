@@ -101,7 +101,7 @@ int main(int argc, char** argv)
         NoteStart(left);  // Here, or the test could be over before.
         return 0;
     }
-    if (how == "when-told") {  // Waits until somebody opens the fifo for writing.
+    if (how == "when-told") {  // Waits until another process opens the fifo for writing.
         ::close(::open(PathIn("TEST_FIFO").c_str(), O_RDONLY | O_CLOEXEC));
     }
     if (how == "ignore-term") {

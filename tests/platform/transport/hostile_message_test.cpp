@@ -201,7 +201,7 @@ TEST_F(HostileMessage, InvalidReferenceTableRefusesThatRequestOnly)
         EXPECT_EQ(StatusOf(lane.ReceiveFrame()), TAVO::IPC_OK);
     }
     EXPECT_EQ(EchoKept("two"), 1) << "something was kept";
-    // No object was made: the first one that is taken and given back is of the message that holds together.
+    // No object was made: the first one that is acquired and released is of the message that holds together.
     RawFrame keep = KeepTwo();
     keep.number = ++number;
     ASSERT_TRUE(lane.Send(keep.Encode()));

@@ -82,7 +82,7 @@ TEST_F(HostileReference, ReleaseAfterAMessageWaitsForTheMessageOrTheEndOfItsLane
     EXPECT_TRUE(AwaitLiveObjects(live));
 }
 
-// Of the receiver's objects a peer holds so many, and no more are passed to it or acquired by it.
+// Of the receiver's objects a peer holds so many, and further ones are neither passed to it nor acquired by it.
 TEST_F(HostileReference, ObjectsHeldByAPeerAreLimited)
 {
     constexpr int32_t IN_ONE_MESSAGE = 1024;

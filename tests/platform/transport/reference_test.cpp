@@ -200,7 +200,7 @@ TEST_F(References, UnreadReferencesAreReleasedWithTheirParcel)
 {
     for (int round = 0; round < 100; ++round) {
         EXPECT_EQ(Call(object_, TestCode::MAKE).Int(0).Send(), TAVO::IPC_OK);
-        Call ignored(object_, TestCode::ECHO);  // nobody reads the reference there
+        Call ignored(object_, TestCode::ECHO);  // the reference is not read there
         EXPECT_EQ(ignored.Object(TAVO::MakeRef<TestObject>()).Send(), TAVO::IPC_OK);
         Call unknown(object_, static_cast<TestCode>(4711));
         EXPECT_EQ(unknown.Object(TAVO::MakeRef<TestObject>()).Send(), TAVO::IPC_UNKNOWN_CODE);

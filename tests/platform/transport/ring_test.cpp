@@ -188,7 +188,7 @@ TEST_F(OfferedRing, SwitchToARingThatWasNotOfferedClosesTheLane)
     EXPECT_TRUE(raw_->Ping());
 }
 
-// Takes notes from the lane; false when there comes something else before so many.
+// Takes notes from the lane; false when something else arrives before so many.
 bool TakeNotes(RawSocket& lane, int count)
 {
     while (count-- > 0) {

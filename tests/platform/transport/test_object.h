@@ -125,7 +125,7 @@ private:
     const uint32_t code_;
 };
 
-// 0 when the object sent back just what it was sent, else the status, or 1 for a wrong answer.
+// 0 when the object sent back the same bytes, else the status, or 1 for a wrong answer.
 int Echo(const sptr<IRemoteObject>& target, int32_t value = 7);
 // A new object in the process of `world`, held by the caller only.
 sptr<IRemoteObject> MakeIn(const sptr<IRemoteObject>& world, bool serialInvoke = false);
