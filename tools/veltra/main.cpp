@@ -54,6 +54,7 @@ int Run(int argc, char** argv)
     AddStatus(app, tool);
     AddGet(app, tool);
     AddWatch(app, tool);
+    AddMonitor(app, tool);
     AddExplain(app, tool);
     AddCall(app, tool);
     AddDoctor(app, tool);
