@@ -28,13 +28,51 @@ def monitor(system):
     require(r"CallAuth text=a\x1b[31m\n -> RESULT_OK" in shown and shown.count("\n") == 1, repr(shown))
 
 
+def record(system, path, *words, calls=()):
+    """Records the calls, and returns the recording's lines. Ended by a signal, as on a terminal."""
+    recorder = system.start("record", str(path), *words)
+    wait_for_watchers(system, 1)
+    pids = []
+    for call in calls:
+        caller = system.start("call", *call)
+        caller.communicate(timeout=WAIT_S)
+        pids.append(caller.pid)
+    deadline = time.monotonic() + WAIT_S
+    wanted = ['"device"', *(f'"pid":{pid},' for pid in pids)]
+    while not all(each in path.read_text() for each in wanted):
+        require(time.monotonic() < deadline, f"not all of {wanted} were recorded")
+    recorder.terminate()
+    recorder.wait(WAIT_S)
+    wait_for_watchers(system, 0)
+    return [json.loads(line) for line in path.read_text().splitlines()]
+
+
+def recording(system):
+    """One line for each call behind the header; redacted, equal texts have equal tokens and are not in the file."""
+    path = system.folder / "session.jsonl"
+    calls = [["UpdateGameInfo", "1", "secret.racer"], ["SyncAppType", "secret.racer"],
+             ["NotifyGameEvent", "1", "menu", "attributes=secret.key=1"], ["GetDeviceInfo", "1"]]
+    for words in ([], ["--redact"]):
+        header, *records = record(system, path, *words, calls=calls)
+        require((header["type"], header["schema"], header["simulated"]) == ("header", 1, False), header)
+        require(not any(None in each.values() for each in records), records)
+        made = [each for each in records if each["type"] == "call"]
+        require([each["op"] for each in made] == [call[0] for call in calls], made)
+        require(("secret" in path.read_text()) == (not words), path.read_text())
+        require([made[0]["args"]["text"]] == list(made[1]["reply"]["result"]), made)
+    system.expect(1, "record", system.folder / "missing/file", error="missing/file cannot be written")
+
+
 def main():
     with System(*sys.argv[1:]) as system:
         system.write_ability()
         system.start_manager()
-        system.expect(3, "monitor", error="does not run")
+        for words in (["monitor"], ["record", system.folder / "none"]):
+            system.expect(3, *words, error="does not run")
         system.expect(0, "call", "CallAuth")
         monitor(system)
+        wait_for_watchers(system, 0)
+        recording(system)
 
 
 main()

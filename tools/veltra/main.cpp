@@ -55,6 +55,7 @@ int Run(int argc, char** argv)
     AddGet(app, tool);
     AddWatch(app, tool);
     AddMonitor(app, tool);
+    AddRecord(app, tool);
     AddExplain(app, tool);
     AddCall(app, tool);
     AddDoctor(app, tool);
