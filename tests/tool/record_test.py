@@ -63,6 +63,38 @@ def recording(system):
     system.expect(1, "record", system.folder / "missing/file", error="missing/file cannot be written")
 
 
+def replaying(system):
+    """The same results from the same service, one process for each game; other results are listed."""
+    path = system.folder / "replay.jsonl"
+    calls = [["CallAuth", "a"], ["UpdateGameInfo", "1", "com.example.racer"], ["ReportRenderThread", "value=0"],
+             ["NotifyGameEvent", "1", "menu", "attributes=a=1,b=2"], ["GetDeviceInfo", "1,2"],
+             ["RegisterGameCallback", "--for", "0.1"], ["QueryAppResourceInfos", "com.example.racer"],
+             ["NotifyAppResourceDownLoadResults", 'results=[{"text1": "a"}, {}]'], ["ReportGameEvent", "1", "x"]]
+    record(system, path, calls=calls)
+    done = system.json("replay", path, "--speed", "10")
+    require((done["games"], done["requests"], done["differenceCount"]) == (9, 10, 0), done)
+    system.expect(0, "simulate", "fault", "refuse", "--operation", "CallAuth", "--code", "1010310104")
+    system.expect(1, "replay", path, "--speed", "10",
+                  output="CallAuth number 1: recorded RESULT_OK, now SERVICE_DENIED\n")
+    system.expect(0, "simulate", "off")
+    lines = path.read_text().splitlines(keepends=True)
+    path.write_text("".join(lines).replace('"code":0,', '"cut":true,"code":0,'))
+    system.expect(0, "replay", path, "--speed", "100", output=r"8 requests skipped: .*\(cut\)\n2 requests of 2 proc")
+
+
+def bad_recordings(system):
+    header = '{"schema":1,"type":"header"}\n'
+    call = '{"type":"call","t":1,"pid":1,"op":"CallAuth","code":0,"us":1,"args":{"text":""}}\n'
+    path = system.folder / "bad.jsonl"
+    for text, line in (("", 1), (call, 1), (header.replace("1", "2"), 1), (header + "{\n", 2), (header + "[]\n", 2),
+                       (header + call + call.replace(":1,", ":-1,"), 3), (header + call.replace('"CallAuth"', "[]"), 2),
+                       (header + call.replace('"code":0', '"code":"0"'), 2),
+                       (header + '{"type":"device","t":1,"values":{"tempLevel":"hot"}}\n', 2),
+                       (header + '"' + "a" * 70000 + '"\n', 2), (header + "[" * 60000 + "\n", 2)):
+        path.write_text(text)
+        system.expect(1, "replay", path, error=f"bad.jsonl:{line}: the line ")
+
+
 def main():
     with System(*sys.argv[1:]) as system:
         system.write_ability()
@@ -73,6 +105,8 @@ def main():
         monitor(system)
         wait_for_watchers(system, 0)
         recording(system)
+        replaying(system)
+        bad_recordings(system)
 
 
 main()

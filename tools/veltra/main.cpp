@@ -56,6 +56,7 @@ int Run(int argc, char** argv)
     AddWatch(app, tool);
     AddMonitor(app, tool);
     AddRecord(app, tool);
+    AddReplay(app, tool);
     AddExplain(app, tool);
     AddCall(app, tool);
     AddDoctor(app, tool);
