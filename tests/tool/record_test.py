@@ -92,7 +92,27 @@ def bad_recordings(system):
                        (header + '{"type":"device","t":1,"values":{"tempLevel":"hot"}}\n', 2),
                        (header + '"' + "a" * 70000 + '"\n', 2), (header + "[" * 60000 + "\n", 2)):
         path.write_text(text)
-        system.expect(1, "replay", path, error=f"bad.jsonl:{line}: the line ")
+        for words in (["replay", path], ["trace", path, "-o", system.folder / "trace.json"]):
+            system.expect(1, *words, error=f"bad.jsonl:{line}: the line ")
+
+
+def tracing(system):
+    """Spans of one row never overlap, though a process calls from several threads."""
+    path = system.folder / "threads.jsonl"
+    calls = [(10.0, 5e6, 7), (11.0, 1e6, 7), (12.0, 1e6, 7), (12.5, 3e6, 7), (12.5, 9.3, 8), (12.50001, 9.3, 8)]
+    path.write_text('{"schema":1,"type":"header"}\n' + "".join(
+        json.dumps({"type": "call", "t": end, "pid": pid, "op": "CallAuth", "code": 0, "us": us}) + "\n"
+        for end, us, pid in calls))
+    system.expect(0, "trace", path, "-o", system.folder / "trace.json")
+    events = json.loads((system.folder / "trace.json").read_text())["traceEvents"]
+    spans = [each for each in events if each["ph"] == "X"]
+    require(len(spans) == len(calls) and min(each["ts"] for each in spans) == 0, spans)
+    rows = {}
+    for span in sorted(spans, key=lambda each: each["ts"]):
+        row = (span["pid"], span["tid"])
+        require(span["ts"] >= rows.get(row, 0) - 0.01, f"{span} overlaps in its row")
+        rows[row] = span["ts"] + span["dur"]
+    require(len(rows) == 3, rows)
 
 
 def main():
@@ -107,6 +127,7 @@ def main():
         recording(system)
         replaying(system)
         bad_recordings(system)
+        tracing(system)
 
 
 main()
