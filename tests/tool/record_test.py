@@ -115,6 +115,36 @@ def tracing(system):
     require(len(rows) == 3, rows)
 
 
+def recorded_scenario(system):
+    """Plays the recorded values within a second, and the texts of events once, however many games got them."""
+    path, scenario = system.folder / "device.jsonl", system.folder / "scenario.json"
+    header, event = {"schema": 1, "type": "header"}, {"type": "push", "what": "gameEvent", "status": 0, "us": 1}
+    levels = {0: 1, 10: 3, 11: 4, 20: 2, **{30 + each: each % 5 for each in range(3000)}}
+    records = [{"type": "device", "t": 1000 + at, "values": {"tempLevel": level, "fanRpm": 1200, "later": 1}}
+               for at, level in levels.items()]
+    records[4:4] = [{**event, "t": 1021, "pid": pid, "data": {"eventText": text}}
+                    for text in ("boss\n", "deviceState") for pid in (7, 8)]
+
+    def play(count):
+        path.write_text("".join(json.dumps(each) + "\n" for each in (header, *records[:count])))
+        system.expect(0, "scenario", path, "-o", scenario)
+        system.expect(0, "simulate", "check", scenario)
+        return json.loads(scenario.read_text())
+
+    made = play(8)
+    require(made["events"] == [{"at": 21, "text": "boss\n"}] and set(made["curves"]) == {"tempLevel", "fanRpm"}, made)
+    system.expect(0, "simulate", "load", scenario)
+    system.expect(0, "simulate", "pause")
+    for at, level in ((0, 1), (8.9, 1), (10, 3), (11, 4), (18.9, 4), (20, 2), (99, 2)):
+        system.expect(0, "simulate", "seek", at)
+        system.expect(0, "get", "tempLevel", output=f"^{level}\n$")
+    system.expect(0, "simulate", "off")
+    require(len(play(None)["curves"]["tempLevel"]["points"]) > 500, "a long recording leaves no curve")
+    records[0]["values"]["tempLevel"] = 6
+    path.write_text("".join(json.dumps(each) + "\n" for each in (header, *records)))
+    system.expect(1, "scenario", path, "-o", scenario, error="device.jsonl:2: the line has a tempLevel out of")
+
+
 def main():
     with System(*sys.argv[1:]) as system:
         system.write_ability()
@@ -128,6 +158,7 @@ def main():
         replaying(system)
         bad_recordings(system)
         tracing(system)
+        recorded_scenario(system)
 
 
 main()

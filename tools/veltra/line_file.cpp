@@ -38,7 +38,8 @@ void LineFile::Write(std::string line) const
 
 void LineFile::Fail() const
 {
-    throw ToolError(EXIT_NO, name_ + " cannot be written: " + std::strerror(errno), "choose another file, or make room");
+    throw ToolError(EXIT_NO, name_ + " cannot be written: " + std::strerror(errno),
+                    "choose another file, or make room");
 }
 
 }  // namespace VeltraTool

@@ -58,6 +58,7 @@ int Run(int argc, char** argv)
     AddRecord(app, tool);
     AddReplay(app, tool);
     AddTrace(app, tool);
+    AddScenario(app, tool);
     AddExplain(app, tool);
     AddCall(app, tool);
     AddDoctor(app, tool);

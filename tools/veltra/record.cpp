@@ -11,6 +11,7 @@
 #include "line_file.h"
 #include "reach.h"
 #include "record_stream.h"
+#include "recorded_scenario.h"
 #include "redactor.h"
 #include "verbs.h"
 
@@ -22,6 +23,7 @@ using Clock = std::chrono::steady_clock;
 
 struct RecordOptions {
     std::string file;
+    std::string scenario;  // empty: none is made
     double seconds = 0;
     bool isRedacting = false;
     bool isStarting = false;
@@ -117,6 +119,9 @@ private:
 
 void Run(const RecordOptions& options)
 {
+    if (options.file == "-" && !options.scenario.empty()) {
+        throw ToolError(EXIT_USAGE, "--as-scenario needs a recording in a file", "name one instead of -");
+    }
     const auto control = ReachControl(options.isStarting);
     const Json::Value header = Header(control);
     const LineFile file(options.file);
@@ -124,6 +129,9 @@ void Run(const RecordOptions& options)
     Recorder recorder(file, options.isRedacting);
     FollowRecords(control, Json::objectValue, options.seconds, recorder);
     recorder.EndProgress();
+    if (!options.scenario.empty()) {
+        WriteRecordedScenario(options.file, options.scenario);
+    }
 }
 
 }  // namespace
@@ -135,6 +143,7 @@ void AddRecord(CLI::App& app, Tool&)
     verb->add_option("file", options->file, "The file, which is replaced; - is standard output")->required();
     verb->add_option("--for", options->seconds, "End after so many seconds")
         ->check(CLI::Range(0.0, MOST_STREAM_SECONDS));
+    verb->add_option("--as-scenario", options->scenario, "Make a scenario of the recording, too, at its end");
     verb->add_flag("--redact", options->isRedacting, "Replace each text by a token, equal texts by equal tokens");
     verb->add_flag("--start", options->isStarting, "Start the service if it does not run");
     verb->callback([options] { Run(*options); });

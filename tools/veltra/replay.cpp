@@ -110,12 +110,13 @@ private:
     {
         isStarted_ = true;
         const int64_t begin =
-            std::chrono::duration_cast<std::chrono::nanoseconds>((Clock::now() + HEAD_START).time_since_epoch()).count();
+            std::chrono::duration_cast<std::chrono::nanoseconds>((Clock::now() + HEAD_START).time_since_epoch())
+                .count();
         for (Game& game : games_) {
             game.process = std::make_unique<ChildProcess>(
-                std::vector<std::string>{ProgramFolder() + "/veltra", REPLAY_GAME_VERB, std::filesystem::absolute(options_.file),
-                                         std::to_string(game.recorded), std::to_string(options_.speed),
-                                         std::to_string(begin)},
+                std::vector<std::string>{ProgramFolder() + "/veltra", REPLAY_GAME_VERB,
+                                         std::filesystem::absolute(options_.file), std::to_string(game.recorded),
+                                         std::to_string(options_.speed), std::to_string(begin)},
                 Environment{}, "/dev/null");
             if (game.process->Pid() == 0) {
                 throw ToolError(EXIT_NO, "a process for the replay cannot be started", "raise the limit (ulimit -u)");
@@ -148,7 +149,8 @@ private:
     void Print(const Json::Value& document) const
     {
         for (const Json::Value& each : document["differences"]) {
-            const std::string now = each.isMember("now") ? ShownCode(each["now"].asInt()) : "it did not reach the service";
+            const std::string now =
+                each.isMember("now") ? ShownCode(each["now"].asInt()) : "it did not reach the service";
             PrintLine("process " + ShownValue(each["pid"]) + ": " + Escaped(each["op"].asString()) + " number " +
                       ShownValue(each["number"]) + ": recorded " + ShownCode(each["recorded"].asInt()) + ", now " +
                       Toned(now, Tone::BAD));

@@ -38,8 +38,8 @@ void Play(const GameOptions& options)
     TAVO::Veltra::VeltraClient client;
     const Clock::time_point begin{std::chrono::nanoseconds(options.begin)};
     for (const ReplayRequest& request : game->second) {
-        std::this_thread::sleep_until(begin + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(
-                                                  request.seconds / options.speed)));
+        std::this_thread::sleep_until(begin + std::chrono::duration_cast<Clock::duration>(
+                                                  std::chrono::duration<double>(request.seconds / options.speed)));
         const CallArguments arguments(request.operation->name, request.operation->parameters, request.arguments);
         request.operation->call(client, arguments);
     }

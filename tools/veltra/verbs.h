@@ -21,6 +21,7 @@ void AddMonitor(CLI::App& app, Tool& tool);
 void AddRecord(CLI::App& app, Tool& tool);
 void AddReplay(CLI::App& app, Tool& tool);
 void AddTrace(CLI::App& app, Tool& tool);
+void AddScenario(CLI::App& app, Tool& tool);
 void AddExplain(CLI::App& app, Tool& tool);
 void AddCall(CLI::App& app, Tool& tool);
 void AddDoctor(CLI::App& app, Tool& tool);
