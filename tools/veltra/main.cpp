@@ -54,6 +54,11 @@ int Run(int argc, char** argv)
     AddStatus(app, tool);
     AddGet(app, tool);
     AddWatch(app, tool);
+    AddMonitor(app, tool);
+    AddRecord(app, tool);
+    AddReplay(app, tool);
+    AddTrace(app, tool);
+    AddScenario(app, tool);
     AddExplain(app, tool);
     AddCall(app, tool);
     AddDoctor(app, tool);

@@ -17,6 +17,11 @@ CLI::App* AddVerb(CLI::App& app, const std::string& name, const std::string& wha
 void AddStatus(CLI::App& app, Tool& tool);
 void AddGet(CLI::App& app, Tool& tool);
 void AddWatch(CLI::App& app, Tool& tool);
+void AddMonitor(CLI::App& app, Tool& tool);
+void AddRecord(CLI::App& app, Tool& tool);
+void AddReplay(CLI::App& app, Tool& tool);
+void AddTrace(CLI::App& app, Tool& tool);
+void AddScenario(CLI::App& app, Tool& tool);
 void AddExplain(CLI::App& app, Tool& tool);
 void AddCall(CLI::App& app, Tool& tool);
 void AddDoctor(CLI::App& app, Tool& tool);

@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "line_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "exit_code.h"
+
+namespace VeltraTool {
+
+LineFile::LineFile(const std::string& path) : name_(path == "-" ? "standard output" : path)
+{
+    file_ = path == "-" ? ::dup(STDOUT_FILENO) : ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    if (file_ < 0) {
+        Fail();
+    }
+}
+
+LineFile::~LineFile()
+{
+    ::close(file_);
+}
+
+void LineFile::Write(std::string line) const
+{
+    line += '\n';
+    for (size_t written = 0; written < line.size();) {
+        const ssize_t count = ::write(file_, line.data() + written, line.size() - written);
+        if (count < 0 && errno != EINTR) {
+            Fail();
+        }
+        written += count > 0 ? static_cast<size_t>(count) : 0;
+    }
+}
+
+void LineFile::Fail() const
+{
+    throw ToolError(EXIT_NO, name_ + " cannot be written: " + std::strerror(errno),
+                    "choose another file, or make room");
+}
+
+}  // namespace VeltraTool
