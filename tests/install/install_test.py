@@ -68,7 +68,7 @@ def check_headers(installation, compiler):
 
 def check_loads_alone(installation):
     """A host may open a library at run time, which then finds the libraries below it by itself."""
-    library = installation.libraries / "libveltra_session.so"
+    library = installation.libraries / "libveltra_c.so"
     run([sys.executable, "-c", f"import ctypes; ctypes.CDLL({str(library)!r})"], env=installation.env)
 
 
@@ -90,7 +90,8 @@ def build_project(installation, cmake, compiler, name, where):
 
 def build_with_pkg_config(installation, compiler, package, source):
     program = installation.prefix.parent / f"plain_{package}"
-    run([compiler, "-std=c++17", "-Wall", "-Wextra", "-Werror", source, "-o", program,
+    language = ["-x", "c", "-std=c11"] if source.suffix == ".c" else ["-std=c++17"]
+    run([compiler, *language, "-Wall", "-Wextra", "-Werror", source, "-x", "none", "-o", program,
          *installation.flags("--cflags", "--libs", package=package), f"-Wl,-rpath,{installation.libraries}"], env=installation.env)
     return program
 
@@ -162,10 +163,12 @@ def main():
         plain = build_with_pkg_config(installation, compiler, "veltra", HERE / "consumer/main.cpp")
         adaptive = build_with_pkg_config(installation, compiler, "veltra-session",
                                          pathlib.Path(source, "examples/adaptive/main.cpp"))
+        plain_c = build_with_pkg_config(installation, compiler, "veltra-c", pathlib.Path(source, "examples/c/main.c"))
         give_service_arguments(installation)
         with manager(installation) as env:
             run([game / "consumer"], env=env, timeout=WAIT_S)
             run([plain], env=env, timeout=WAIT_S)
+            run([plain_c], env=env, timeout=WAIT_S)
             run([adaptive, "--seconds", "1"], env=env, timeout=WAIT_S)
             abilities = run([platform / "platform_consumer"], env=env, timeout=WAIT_S, stdout=subprocess.PIPE).stdout
             require(abilities == f"66006 {prefix / 'bin/veltra_server'}\n", f"the manager starts {abilities}")

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Each public header compiles as C++17, alone, without a warning.
+"""Each public header compiles as C++17, alone, without a warning, and those for C as C11 too.
 
 Usage: public_headers.py COMPILER ROOT
 """
@@ -7,6 +7,8 @@ import glob
 import os
 import subprocess
 import sys
+
+FOR_C = ("veltra.h", "veltra_loader.h")
 
 
 def main():
@@ -22,6 +24,10 @@ def main():
         command = [compiler, "-std=c++17", "-fsyntax-only", "-Wall", "-Wextra", "-Werror",
                    "-I", folders[0], "-I", folders[1], "-include", header, "-x", "c++", os.devnull]
         failed |= subprocess.run(command, check=False).returncode != 0
+        if os.path.basename(header) in FOR_C:
+            command[command.index("-std=c++17")] = "-std=c11"
+            command[command.index("c++")] = "c"
+            failed |= subprocess.run([*command, "-Wpedantic"], check=False).returncode != 0
     return 1 if failed else 0
 
 
