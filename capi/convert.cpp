@@ -26,7 +26,12 @@ std::vector<veltra_gpu_sample> Samples(const std::vector<GpuPerfInfo>& infos)
     std::vector<veltra_gpu_sample> samples;
     samples.reserve(infos.size());
     for (const GpuPerfInfo& info : infos) {
-        samples.push_back({info.long1, info.long2, info.ulong1, info.ulong2, info.ulong3, info.int1,
+        samples.push_back({info.long1,
+                           info.long2,
+                           info.ulong1,
+                           info.ulong2,
+                           info.ulong3,
+                           info.int1,
                            {info.uint1, info.uint2, info.uint3, info.uint4, info.uint5, info.uint6, info.uint7,
                             info.uint8, info.uint9, info.uint10}});
     }

@@ -96,8 +96,9 @@ void PassOn(const SessionEvent& event, veltra_event_function function, void* use
 {
     const veltra_device_info info = DeviceInfo(event.info);
     const std::vector<veltra_gpu_sample> samples = Samples(event.samples);
-    const veltra_event passed{sizeof(passed), static_cast<int32_t>(event.kind), static_cast<int32_t>(event.state),
-                              &info,          samples.data(),                   samples.size()};
+    const veltra_event passed{
+        sizeof(passed), static_cast<int32_t>(event.kind), static_cast<int32_t>(event.state), &info, samples.data(),
+        samples.size()};
     function(user, &passed);
 }
 
@@ -168,10 +169,12 @@ int32_t veltra_session_status(const veltra_session* session, veltra_status* stat
         return VELTRA_BAD_ARGUMENT;
     }
     const SessionStatus now = session->session.Status();
-    const veltra_status whole{sizeof(whole),      static_cast<int32_t>(now.state), now.result,
-                              now.eventsResult,   now.gpuResult,                   now.connections,
-                              now.reportsSent,    now.reportsFailed,               now.reportsRefused,
-                              now.eventsDropped,  now.batchesDropped};
+    const veltra_status whole{sizeof(whole),      static_cast<int32_t>(now.state),
+                              now.result,         now.eventsResult,
+                              now.gpuResult,      now.connections,
+                              now.reportsSent,    now.reportsFailed,
+                              now.reportsRefused, now.eventsDropped,
+                              now.batchesDropped};
     Write(whole, status);
     return RESULT_OK;
 }

@@ -16,29 +16,29 @@
 #include "veltra.h"
 
 /* The functions of version 1. Those of a later version follow; in an older library they are null. */
-#define VELTRA_FUNCTIONS(USE)       \
-    USE(describe_result)            \
-    USE(session_open)               \
-    USE(session_close)              \
-    USE(session_latest)             \
-    USE(session_status)             \
-    USE(session_dispatch)           \
-    USE(session_report_game_event)  \
-    USE(session_update_game_info)   \
-    USE(register_game_callback)     \
-    USE(unregister_game_callback)   \
-    USE(start_get_gpu_perf_info)    \
-    USE(stop_get_gpu_perf_info)     \
-    USE(query_app_resource_infos)   \
-    USE(get_app_prioritys)          \
-    USE(call_auth)                  \
-    USE(update_game_info)           \
-    USE(report_game_event)          \
-    USE(report_render_thread)       \
-    USE(sync_app_type)              \
-    USE(get_system_function_status) \
-    USE(get_device_info)            \
-    USE(notify_game_event)          \
+#define VELTRA_FUNCTIONS(USE)                  \
+    USE(describe_result)                       \
+    USE(session_open)                          \
+    USE(session_close)                         \
+    USE(session_latest)                        \
+    USE(session_status)                        \
+    USE(session_dispatch)                      \
+    USE(session_report_game_event)             \
+    USE(session_update_game_info)              \
+    USE(register_game_callback)                \
+    USE(unregister_game_callback)              \
+    USE(start_get_gpu_perf_info)               \
+    USE(stop_get_gpu_perf_info)                \
+    USE(query_app_resource_infos)              \
+    USE(get_app_prioritys)                     \
+    USE(call_auth)                             \
+    USE(update_game_info)                      \
+    USE(report_game_event)                     \
+    USE(report_render_thread)                  \
+    USE(sync_app_type)                         \
+    USE(get_system_function_status)            \
+    USE(get_device_info)                       \
+    USE(notify_game_event)                     \
     USE(notify_app_resource_down_load_results) \
     USE(query_game_state)
 
@@ -59,9 +59,9 @@ static inline int32_t veltra_load(struct veltra_library* library, const char* pa
         return VELTRA_NOTHING;
     }
     /* Copied as bytes: ISO C converts no object pointer to a function pointer. */
-#define VELTRA_FIND(name)                                              \
-    {                                                                  \
-        void* const found = dlsym(library->handle, "veltra_" #name);   \
+#define VELTRA_FIND(name)                                                  \
+    {                                                                      \
+        void* const found = dlsym(library->handle, "veltra_" #name);       \
         memcpy((void*)&library->name, (const void*)&found, sizeof(found)); \
     }
     VELTRA_FUNCTIONS(VELTRA_FIND)
