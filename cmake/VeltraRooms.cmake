@@ -44,6 +44,7 @@ function(veltra_include_dirs out)
     set(src "${PROJECT_SOURCE_DIR}/src")
     set(service "${PROJECT_SOURCE_DIR}/service")
     set(session "${PROJECT_SOURCE_DIR}/session")
+    set(capi "${PROJECT_SOURCE_DIR}/capi")
     set(tests "${PROJECT_SOURCE_DIR}/tests")
     set(top "${PROJECT_SOURCE_DIR}")  # for the headers of control, which are included by the name of their room
     file(RELATIVE_PATH here "${PROJECT_SOURCE_DIR}" "${CMAKE_CURRENT_SOURCE_DIR}")
@@ -55,6 +56,8 @@ function(veltra_include_dirs out)
         set(dirs ${service} ${src} ${interfaces} ${tavo} ${top})
     elseif(here MATCHES "^session(/|$)")
         set(dirs ${session} ${src} ${interfaces} ${tavo})
+    elseif(here MATCHES "^capi(/|$)")
+        set(dirs ${capi} ${interfaces} ${tavo})
     elseif(here MATCHES "^control(/|$)")
         set(dirs ${src} ${interfaces} ${tavo} ${top})
     elseif(here MATCHES "^tools(/|$)")
@@ -82,12 +85,15 @@ function(veltra_room name)
     target_link_libraries(${name} PRIVATE veltra_options PUBLIC ${arg_LINK} ${arg_USES})
 endfunction()
 
-# veltra_library(NAME ROOMS room... [INCLUDE dir...] [LINK lib...]): the shared library lib<NAME>.so.
-# INCLUDE and LINK reach those who link it.
+# veltra_library(NAME ROOMS room... [MAP file] [INCLUDE dir...] [LINK lib...]): the shared library lib<NAME>.so.
+# MAP is its version script, if it is not cmake/exports.map. INCLUDE and LINK reach those who link it.
 function(veltra_library name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "ROOMS;INCLUDE;LINK")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "MAP" "ROOMS;INCLUDE;LINK")
     veltra_require(${name} ${arg_ROOMS} ${arg_LINK})
     set(map "${PROJECT_SOURCE_DIR}/cmake/exports.map")
+    if(arg_MAP)
+        set(map "${arg_MAP}")
+    endif()
     add_library(${name} SHARED)
     set_target_properties(${name} PROPERTIES
         VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} LINKER_LANGUAGE CXX LINK_DEPENDS "${map}")

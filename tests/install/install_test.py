@@ -57,19 +57,27 @@ def check_files(installation, source, build):
 
 
 def check_headers(installation, compiler):
-    """Each header compiles alone as C++17; included by an empty source, since a main file would get other warnings."""
-    command = [compiler, "-std=c++17", "-fsyntax-only", "-Wall", "-Wextra", "-Werror", *installation.flags("--cflags"),
-               "-x", "c++", os.devnull, "-include"]
+    """Each header compiles alone as C++17, those for C as C11 too; included by an empty source, since a main file would get
+    other warnings."""
+    options = ["-fsyntax-only", "-Wall", "-Wextra", "-Werror", *installation.flags("--cflags")]
     headers = list((installation.prefix / "include").rglob("*.h"))
-    require(len(headers) > 1, "no headers are installed")
+    for_c = [header for header in headers if header.name in ("veltra.h", "veltra_loader.h")]
+    require(len(for_c) == 2, "a header for C is missing")
+    languages = [("c++", "-std=c++17", header) for header in headers]
+    languages += [("c", "-std=c11", header) for header in for_c]
+
+    def check(row):
+        language, standard, header = row
+        run([compiler, standard, *options, "-x", language, os.devnull, "-include", header], env=installation.env)
+
     with concurrent.futures.ThreadPoolExecutor(max_workers=2) as pool:
-        list(pool.map(lambda header: run([*command, header], env=installation.env), headers))
+        list(pool.map(check, languages))
 
 
 def check_loads_alone(installation):
     """A host may open a library at run time, which then finds the libraries below it by itself. It stays loaded when it is
     closed, since its threads may still run."""
-    library = installation.libraries / "libveltra_session.so"
+    library = installation.libraries / "libveltra_c.so"
     program = f"""import _ctypes, ctypes, os
 _ctypes.dlclose(ctypes.CDLL({str(library)!r})._handle)
 ctypes.CDLL({str(library)!r}, mode=os.RTLD_NOLOAD | os.RTLD_NOW)"""
@@ -94,7 +102,8 @@ def build_project(installation, cmake, compiler, name, where):
 
 def build_with_pkg_config(installation, compiler, package, source):
     program = installation.prefix.parent / f"plain_{package}"
-    run([compiler, "-std=c++17", "-Wall", "-Wextra", "-Werror", source, "-o", program,
+    language = ["-x", "c", "-std=c11"] if source.suffix == ".c" else ["-std=c++17"]
+    run([compiler, *language, "-Wall", "-Wextra", "-Werror", source, "-x", "none", "-o", program,
          *installation.flags("--cflags", "--libs", package=package), f"-Wl,-rpath,{installation.libraries}"], env=installation.env)
     return program
 
@@ -176,10 +185,12 @@ def main():
         plain = build_with_pkg_config(installation, compiler, "veltra", HERE / "consumer/main.cpp")
         adaptive = build_with_pkg_config(installation, compiler, "veltra-session",
                                          pathlib.Path(source, "examples/adaptive/main.cpp"))
+        plain_c = build_with_pkg_config(installation, compiler, "veltra-c", pathlib.Path(source, "examples/c/main.c"))
         give_service_arguments(installation)
         with manager(installation) as env:
             run([game / "consumer"], env=env, timeout=WAIT_S)
             run([plain], env=env, timeout=WAIT_S)
+            run([plain_c], env=env, timeout=WAIT_S)
             run([adaptive, "--seconds", "1"], env=env, timeout=WAIT_S)
             abilities = run([platform / "platform_consumer"], env=env, timeout=WAIT_S, stdout=subprocess.PIPE).stdout
             require(abilities == f"66006 {prefix / 'bin/veltra_server'}\n66007 \n", f"the manager starts {abilities}")

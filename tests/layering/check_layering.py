@@ -32,6 +32,7 @@ ROOMS = {
     "src/callback": [TAVO, "interfaces", "src/utils", "src/ipc"],
     "src/client": [TAVO, "interfaces", "src/utils", "src/ipc", "src/callback"],
     "session": [TAVO, "interfaces", "src/utils", "src/ipc", "src/callback"],
+    "capi": ["interfaces"],
     "service/base": [TAVO, "interfaces", "src/utils", "src/ipc"],
     "service/probes": [TAVO, "interfaces", "src/utils", "service/base"],
     "service/scenario": [TAVO, "interfaces", "src/utils", "src/ipc", "service/base"],
@@ -57,7 +58,7 @@ CIRCLES = [
     {"src/client/veltra_sa_death_recipient", "src/client/veltra_sa_load_callback", "src/client/veltra_server_client_proxy"},
 ]
 INCLUDE = re.compile(r'^\s*#\s*include\s*(["<])([^">]+)[">]')
-SOURCE_ENDINGS = (".h", ".cpp", ".h.in")
+SOURCE_ENDINGS = (".h", ".c", ".cpp", ".h.in")
 
 
 def room_of(path):
@@ -70,7 +71,7 @@ def target_of(root, path, name):
     those on the compiler's path, so that a wrong include is named as such; nearest folders first, because src and
     platform both have a folder ipc."""
     first = PLATFORM_ROOTS if path.startswith("platform/") else CLIENT_ROOTS
-    folders = [os.path.dirname(path), *first, *CLIENT_ROOTS, *PLATFORM_ROOTS, "service", "session", "tools", "tests", "."]
+    folders = [os.path.dirname(path), *first, *CLIENT_ROOTS, *PLATFORM_ROOTS, "service", "session", "capi", "tools", "tests", "."]
     for folder in folders:
         candidate = os.path.normpath(os.path.join(folder, name))
         if os.path.isfile(os.path.join(root, candidate)):

@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <atomic>
+#include <cstring>
+
+#include "system/system_fixture.h"
+#include "veltra_loader.h"
+
+namespace SystemTest {
+namespace {
+
+constexpr char STORY[] = R"({
+    "curves": {"tempLevel": {"points": [[0, 0], [1.2, 0], [1.3, 4], [2.5, 4]], "repeat": true}, "temperature": 50},
+    "gpu": {"count": 4, "intervalSeconds": 1, "counters": {"gpuLoadPercent": 70}}})";
+
+class CInterface : public SystemFixture {
+protected:
+    CInterface() { EXPECT_EQ(veltra_load(&veltra_, VELTRA_C_LIBRARY), 0); }
+
+    void Serve()
+    {
+        WriteScenario(STORY);
+        StartManager();
+    }
+
+    veltra_library veltra_{};
+};
+
+TEST_F(CInterface, ALibraryThatIsMissingIsNotAvailable)
+{
+    veltra_library missing;
+    EXPECT_EQ(veltra_load(&missing, "libveltra_missing.so.1"), VELTRA_NOTHING);
+    EXPECT_EQ(missing.call_auth, nullptr);
+}
+
+TEST_F(CInterface, TheFirstProgramRuns)
+{
+    Serve();
+    Child program = Child::Start({"veltra_minimal_c"});
+    const std::optional<std::string> line = program.Pipe().Hear();
+    EXPECT_EQ(line.value_or("").rfind("temperature level ", 0), 0u) << line.value_or("nothing");
+    EXPECT_EQ(program.WaitForExit(), "exit 0");
+}
+
+TEST_F(CInterface, ASessionHasStateEventsAndBatches)
+{
+    Serve();
+    veltra_options options = VELTRA_INIT(veltra_options);
+    options.gpu_interval_ms = 50;
+    options.game_name = "com.example.c";
+    veltra_session* session = nullptr;
+    ASSERT_EQ(veltra_.session_open(&options, &session), 0);
+    int seen[3] = {};
+    const auto note = [](void* user, const veltra_event* event) {
+        ++static_cast<int*>(user)[event->kind];
+        EXPECT_TRUE(event->kind != VELTRA_EVENT_GPU || event->samples[0].uints[0] == 70);
+    };
+    EXPECT_TRUE(WaitFor([&] {
+        veltra_.session_dispatch(session, note, seen, 100, nullptr);
+        return seen[VELTRA_EVENT_DEVICE] > 0 && seen[VELTRA_EVENT_SERVICE] > 0 && seen[VELTRA_EVENT_GPU] > 0;
+    }));
+    veltra_snapshot snapshot = VELTRA_INIT(veltra_snapshot);
+    EXPECT_EQ(veltra_.session_latest(session, &snapshot), 0);
+    EXPECT_EQ(snapshot.temperature.value, 50);
+    EXPECT_EQ(snapshot.battery_percent.source, nullptr);
+    EXPECT_STREQ(snapshot.level_from.text, "scenario");
+    EXPECT_EQ(veltra_.session_update_game_info(session, 3, "com.example.c", 0), 0);
+    veltra_game_state state = VELTRA_INIT(veltra_game_state);
+    EXPECT_TRUE(WaitFor([&] { return veltra_.query_game_state(&state) == 0 && state.state == 3; }));
+    EXPECT_STREQ(state.bundle_name, "com.example.c");
+    veltra_.session_close(session);
+}
+
+// An older caller has smaller structures, and a caller that forgot the size is refused.
+TEST_F(CInterface, NoMoreThanTheCallersSizeIsWritten)
+{
+    Serve();
+    veltra_device_info info;
+    std::memset(&info, 0x55, sizeof(info));
+    info.size = offsetof(veltra_device_info, gpu_load_level);
+    EXPECT_EQ(veltra_.get_device_info(nullptr, 0, &info), 0);
+    EXPECT_LE(info.temp_level, 5);
+    EXPECT_EQ(info.gpu_load_level, 0x55555555);
+    info.size = 0;
+    EXPECT_EQ(veltra_.get_device_info(nullptr, 0, &info), VELTRA_BAD_ARGUMENT);
+    EXPECT_EQ(veltra_.get_device_info(nullptr, 1, &info), VELTRA_BAD_ARGUMENT);
+}
+
+TEST_F(CInterface, EveryOperationIsAnswered)
+{
+    Serve();
+    std::atomic<int> calls{0};
+    const char* const names[] = {"deviceState"};
+    const auto count = [](void* user, auto...) { ++*static_cast<std::atomic<int>*>(user); };
+    const auto counted = [](void* user, auto...) {
+        ++*static_cast<std::atomic<int>*>(user);
+        return 0;
+    };
+    EXPECT_EQ(veltra_.register_game_callback(counted, &calls, 1), 0);
+    EXPECT_TRUE(WaitFor([&] { return calls == 1; }));
+    EXPECT_EQ(veltra_.unregister_game_callback(1), 0);
+    calls = 0;
+    EXPECT_EQ(veltra_.start_get_gpu_perf_info(50, counted, &calls), 0);
+    EXPECT_TRUE(WaitFor([&] { return calls >= 1; }));
+    EXPECT_EQ(veltra_.stop_get_gpu_perf_info(), 0);
+    calls = 0;
+    EXPECT_EQ(veltra_.get_system_function_status(names, names, 1, count, &calls), 0);
+    EXPECT_EQ(calls, 1);
+    const char* const apps[] = {"com.example.racer"};
+    EXPECT_EQ(veltra_.get_app_prioritys(apps, 1, counted, &calls), 0);
+    EXPECT_EQ(veltra_.query_app_resource_infos(apps, 1, counted, &calls), 0);
+    EXPECT_TRUE(WaitFor([&] { return calls == 3; }));
+    EXPECT_EQ(veltra_.call_auth("c"), 0);
+    EXPECT_EQ(veltra_.update_game_info(1, apps[0], 0), 0);
+    EXPECT_EQ(veltra_.sync_app_type(apps[0], 0, count, &calls), 0);
+    EXPECT_EQ(calls, 4);
+    veltra_game_info info = VELTRA_INIT(veltra_game_info);
+    info.int32_value = 7;
+    EXPECT_EQ(veltra_.report_game_event(&info), 0);
+    veltra_game_state state = VELTRA_INIT(veltra_game_state);
+    EXPECT_TRUE(WaitFor([&] { return veltra_.query_game_state(&state) == 0 && state.state == 7; }));
+    EXPECT_EQ(veltra_.report_render_thread("a", "b", 5), 0);
+    EXPECT_EQ(veltra_.notify_game_event(1, "menu", names, names, 1), 0);
+    veltra_download_result results[2] = {VELTRA_INIT(veltra_download_result), VELTRA_INIT(veltra_download_result)};
+    EXPECT_EQ(veltra_.notify_app_resource_down_load_results(results, 2), 0);
+}
+
+}  // namespace
+}  // namespace SystemTest
