@@ -106,7 +106,7 @@ struct veltra_snapshot {
     struct veltra_text level_from;
     struct veltra_text platform_profile;
 };
-/* The latest state; waits for nobody. */
+/* The latest state; never waits. */
 VELTRA_API int32_t veltra_session_latest(const veltra_session* session, struct veltra_snapshot* snapshot);
 
 enum { VELTRA_STARTING = 0, VELTRA_CONNECTED = 1, VELTRA_NOT_ANSWERING = 2, VELTRA_UNAVAILABLE = 3 };
