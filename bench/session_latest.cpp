@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What Session::Latest costs above a plain copy of the same snapshot, without a writer.
+// What Session::Latest costs above a plain copy of the same snapshot, without a concurrent writer.
 #include "row.h"
 #include "veltra_session.h"
 

@@ -20,7 +20,7 @@ inline std::string Text(const char* text)
     return text != nullptr ? text : "";
 }
 
-// The caller's structure as one of this version: members that it lacks are zero.
+// The caller's structure as one of this version: missing members are zero.
 template <typename T>
 T Read(const T* given)
 {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The sessions of veltra.h: each function checks its arguments, calls the Session, and converts what it returns. A table
-// pairs the values of the two snapshots.
+// The sessions of veltra.h: each function checks its arguments, calls the Session, and converts what it returns. A
+// table pairs the values of the two snapshots.
 #include <chrono>
 #include <memory>
 #include <utility>

@@ -5,8 +5,8 @@
  * explains, or one of the four below, which are this library's own. Texts end with a zero byte; a null text counts as
  * empty. Arguments are read during the call only. Whatever a callback is given is valid until it returns.
  *
- * A structure begins with its size, which the caller sets (VELTRA_INIT). A later version may add members at the end of a
- * structure: no more than the caller's size is read or written. From version 1 on, functions, members and values are
+ * A structure begins with its size, which the caller sets (VELTRA_INIT). A later version may add members at the end of
+ * a structure: no more than the caller's size is read or written. From version 1 on, functions, members and values are
  * only added. An array of structures is passed with the size of its first one. */
 #ifndef VELTRA_H
 #define VELTRA_H
@@ -106,7 +106,7 @@ struct veltra_snapshot {
     struct veltra_text level_from;
     struct veltra_text platform_profile;
 };
-/* The latest state; waits for nobody. */
+/* The latest state; never waits. */
 VELTRA_API int32_t veltra_session_latest(const veltra_session* session, struct veltra_snapshot* snapshot);
 
 enum { VELTRA_STARTING = 0, VELTRA_CONNECTED = 1, VELTRA_NOT_ANSWERING = 2, VELTRA_UNAVAILABLE = 3 };
@@ -184,8 +184,8 @@ VELTRA_API int32_t veltra_session_update_game_info(veltra_session* session, int3
 /* ---- The sixteen operations. veltra_server_client.h has their contracts: each may block for up to 10 s while the
  * service is started, and up to 8 s for its answer. */
 
-/* Callbacks run on a thread of the library, with the signals blocked, and must not subscribe or unsubscribe. `user` must
- * stay valid until the subscription has ended or the answer has arrived. */
+/* Callbacks run on a thread of the library, with the signals blocked, and must not subscribe or unsubscribe. `user`
+ * must stay valid until the subscription has ended or the answer has arrived. */
 typedef int32_t (*veltra_game_event_function)(void* user, const struct veltra_device_info* info);
 typedef int32_t (*veltra_gpu_function)(void* user, const struct veltra_gpu_sample* samples, size_t count);
 typedef int32_t (*veltra_names_function)(void* user, const char* const* names, size_t count);

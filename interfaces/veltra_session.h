@@ -148,14 +148,14 @@ public:
     // Returns at once; the session's thread then finds or starts the service, and subscribes. A missing service is no
     // error: Status() and an event tell when it is there.
     explicit Session(SessionOptions options = {});
-    // Ends the subscriptions. Returns within 1 s, also during a load and with a service that hangs: a call that is
-    // still waiting then ends by itself, and nobody notices. Reports that were not sent by then are lost. Waits as long
-    // as it takes for a `handler` that is running, unless that is what destroys the session; afterwards it is not called again.
+    // Ends the subscriptions. Returns within 1 s, also during a load and with a service that hangs: a call that still
+    // waits then ends later by itself. Reports that were not sent by then are lost. Waits as long as it takes for a
+    // `handler` that is running, unless that is what destroys the session; it is not called again afterwards.
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    // The latest snapshot. Lock-free: it waits for nobody and allocates nothing, so it may be called in every frame.
+    // The latest snapshot. Lock-free: it neither waits nor allocates, so it may be called in every frame.
     // Values of a service that died stay, and their age grows.
     DeviceSnapshot Latest() const noexcept;
     // The following two take a short lock.

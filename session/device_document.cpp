@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The document has its values at the top or in one of four sections, and in "sources" where each comes from. A table
-// says which field of the snapshot takes which value. Everything is optional but "tempLevel"; whatever has another type
-// than expected counts as absent, because the text comes from another process. Source texts are kept for the life of the
-// process, so that a snapshot can be copied word by word and outlives its session.
+// says which field of the snapshot takes which value. Everything is optional but "tempLevel"; whatever has another
+// type than expected counts as absent, because the text comes from another process. Source texts are kept for the life
+// of the process, so that a snapshot can be copied word by word and outlives its session.
 #include "device_document.h"
 
 #include <json/value.h>

@@ -15,8 +15,8 @@ struct DeviceDocument {
     DeviceDetails details;
 };
 
-// Nothing when the text is not a JSON object, has no usable "tempLevel" or is longer than 1 MiB. A value of another type
-// than expected is absent. Throws std::bad_alloc only.
+// Nothing when the text is not a JSON object, has no usable "tempLevel" or is longer than 1 MiB. A value of another
+// type than expected is absent. Throws std::bad_alloc only.
 std::optional<DeviceDocument> ParseDeviceDocument(std::string text);
 
 // `text` as one that is valid until the process ends, the same one for equal texts. At most 1024 texts of at most 256

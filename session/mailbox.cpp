@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // One lock guards all queues. Threads of the platform and of the game put something in and return; the session's thread
 // waits in WaitForWork until there is something for it. Every queue has a limit: a full queue of reports refuses, since
-// the game can react to that; full queues of events and batches drop their oldest, since nobody waits for those.
+// the game can react to that; full queues of events and batches drop their oldest, since the newest state matters.
 #include "mailbox.h"
 
 #include <algorithm>

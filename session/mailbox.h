@@ -35,8 +35,8 @@ struct Work {
     std::optional<Report> report;  // one at a time, so that a service that hangs loses one only
 };
 
-// Shared by the Session, its thread and the objects that the platform calls, and kept by whoever is last: a session's
-// thread may outlive the Session. Any thread; no call leaves this class under the lock.
+// Shared by the Session, its thread and the objects that the platform calls, and destroyed with the last of them: a
+// session's thread may outlive the Session. Any thread; no call leaves this class under the lock.
 class Mailbox {
 public:
     explicit Mailbox(SessionOptions options);
@@ -55,8 +55,8 @@ public:
     DeviceDetails Details() const;
     // From now on nothing is queued.
     void Stop();
-    // Whether the session's thread has ended by `deadline`, or as soon as it has left the handler. If false it is abandoned:
-    // it does not unsubscribe then, for a later session of this process may have subscribed.
+    // Whether the session's thread has ended by `deadline`, or as soon as it has left the handler. If false it is
+    // abandoned: it does not unsubscribe then, for a later session of this process may have subscribed.
     bool WaitForEnd(SteadyTime deadline);
 
     // For threads of the platform.
@@ -74,7 +74,7 @@ public:
     // Queues an event if the state changes.
     void SetState(ServiceState state, int32_t result);
     void SetSubscriptions(int32_t eventsResult, int32_t gpuResult);
-    // A number for the death notice of a new connection; news of earlier ones are void.
+    // A number for the death notice of a new connection; notices of earlier ones are ignored.
     uint64_t BeginConnection();
     void NoteConnection();
     void SetDetails(DeviceDetails details);

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The loop of a session. Without a service it asks the manager for one, and twice a second again; a load is answered by a
-// callback, so nothing waits for it here. With a service it subscribes, sends the reports of the game one by one, and
-// reads the device when the interval is over or an event has arrived. The death of the service is noticed by a death
-// recipient, which makes the loop start again from the beginning. A call to a service that hangs ends after 8 s.
+// The loop of a session. Without a service it asks the manager for one, and twice a second again; a load is answered
+// by a callback, so nothing waits for it here. With a service it subscribes, sends the reports of the game one by one,
+// and reads the device when the interval is over or an event has arrived. The death of the service is noticed by a
+// death recipient, which makes the loop start again from the beginning. A call to a service that hangs ends after 8 s.
 //
 // The objects that the platform calls only put a note into the mailbox, which they share.
 #include "session_thread.h"

@@ -13,9 +13,9 @@
 
 namespace TAVO::Veltra {
 
-// Two slots and a count of what was published: the count's lowest bit names the slot to read. The writer fills the other
-// slot, then publishes it; so a writer that is suspended half-way delays no reader. A reader copies its slot and is
-// done if the count is still the same; otherwise the writer may have begun to fill that slot, and it copies again.
+// Two slots and a count of what was published: the count's lowest bit names the slot to read. The writer fills the
+// other slot, then publishes it; so a writer that is suspended half-way delays no reader. A reader copies its slot and
+// is done if the count is still the same; otherwise the writer may have begun to fill that slot, and it copies again.
 //
 // The words are atomics, so that copying beside a writer is no data race. A reader that meets a word of the publication
 // after the next has synchronised with it (release, acquire) and sees the higher count. Plain moves on x86.

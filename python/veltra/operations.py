@@ -8,7 +8,7 @@ from typing import Any, Callable, Mapping, Sequence
 from veltra._library import char_array, chars, check, ffi, lib, sized, text
 from veltra.session import info_of, samples_of
 
-# What the library may still call. Those of queries are kept for good: nothing reports that no answer follows.
+# What the library may still call. Those of queries are never released: nothing reports that no answer follows.
 _game_callbacks: dict[int, Any] = {}
 _gpu_callbacks: list[Any] = []
 _query_callbacks: list[Any] = []

@@ -71,7 +71,7 @@ TEST_F(CInterface, ASessionHasStateEventsAndBatches)
 }
 
 // An older caller has smaller structures, and a caller that forgot the size is refused.
-TEST_F(CInterface, NoMoreThanTheCallersSizeIsWritten)
+TEST_F(CInterface, WritesAtMostTheCallersSize)
 {
     Serve();
     veltra_device_info info;
