@@ -42,7 +42,8 @@ public:
         }
         if (record["type"] == "device" && record["values"].isObject()) {
             AddValues(record["values"], std::max<int64_t>(time - begin_, 0), reader);
-        } else if (record["type"] == "push" && record["what"] == "gameEvent" && record["data"]["eventText"].isString()) {
+        } else if (record["type"] == "push" && record["what"] == "gameEvent" &&
+                   record["data"]["eventText"].isString()) {
             AddEvent(record["data"]["eventText"].asString(), ProcessOf(record), std::max<int64_t>(time - begin_, 0));
         }
     }
@@ -163,7 +164,8 @@ private:
             std::fprintf(stderr, "veltra: the recording has no values of the device; the scenario draws none\n");
         }
         if (step > 0) {
-            std::fprintf(stderr, "veltra: the curves have one value in %lld s: a scenario is shorter than the recording\n",
+            std::fprintf(stderr,
+                         "veltra: the curves have one value in %lld s: a scenario is shorter than the recording\n",
                          static_cast<long long>(step / 1000000));
         }
         if (droppedEvents_ > 0) {
