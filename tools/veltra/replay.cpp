@@ -72,14 +72,16 @@ public:
         if (!isStarted_) {
             Start();
         }
-        const bool isOver =
-            std::all_of(games_.begin(), games_.end(), [](const Game& game) { return game.process->Wait({}); });
+        isOver_ = std::all_of(games_.begin(), games_.end(), [](const Game& game) { return game.process->Wait({}); });
         const Clock::time_point now = Clock::now();
-        if (!isOver) {
+        if (!isOver_) {
             limit_ = now + RECORD_LIMIT;
         }
-        return isOver && (received_ >= expected_ || now >= limit_);
+        return isOver_ && (received_ >= expected_ || now >= limit_);
     }
+
+    // Whether all games have made their requests.
+    bool IsOver() const { return isOver_; }
 
     // Prints what differs; the exit code.
     int Report(const ReplayPlan& plan, Tool& tool)
@@ -176,6 +178,7 @@ private:
     size_t differences_ = 0;
     uint64_t lost_ = 0;
     bool isStarted_ = false;
+    bool isOver_ = false;
     Clock::time_point limit_;
 };
 
@@ -186,6 +189,9 @@ void Run(Tool& tool, const ReplayOptions& options)
     Json::Value filter;
     filter["device"] = filter["pushes"] = false;
     FollowRecords(ReachControl(true), filter, 0, replay);
+    if (!replay.IsOver()) {
+        throw ToolError(EXIT_NO, "the replay was interrupted");
+    }
     tool.exitCode = replay.Report(plan, tool);
 }
 
