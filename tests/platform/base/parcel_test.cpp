@@ -3,7 +3,9 @@
 #include "tavo/parcel.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
+#include <fstream>
 #include <functional>
 #include <limits>
 #include <string>
@@ -123,6 +125,30 @@ TEST(ParcelLimit, LargestParcelIsWholeAndNoByteMore)
     EXPECT_FALSE(parcel.WriteInt32(0));
     EXPECT_EQ(parcel.ReadString(), text);
 }
+
+#ifndef TAVO_SANITIZED  // The sanitizers reserve more address space than any limit.
+TEST(ParcelLimit, LargeParcelWithoutMemoryKeepsItsContent)
+{
+    constexpr size_t ROOM_BYTES = size_t{24} << 20;
+    const std::string piece(size_t{1} << 20, 'x');
+    size_t pagesInUse = 0;
+    ASSERT_TRUE(std::ifstream("/proc/self/statm") >> pagesInUse);
+    const rlimit limited{pagesInUse * 4096 + ROOM_BYTES, RLIM_INFINITY};
+    ASSERT_EQ(::setrlimit(RLIMIT_AS, &limited), 0);
+    Parcel parcel;
+    size_t pieces = 0;
+    while (parcel.WriteString(piece)) {
+        ++pieces;
+    }
+    const rlimit unlimited{RLIM_INFINITY, RLIM_INFINITY};
+    ASSERT_EQ(::setrlimit(RLIMIT_AS, &unlimited), 0);
+    EXPECT_GE(pieces, 4U) << "a large parcel";
+    EXPECT_LT(pieces * piece.size(), ROOM_BYTES);
+    for (; pieces > 0; --pieces) {
+        EXPECT_EQ(parcel.ReadString(), piece);
+    }
+}
+#endif
 
 TEST(ParcelLimit, TextsBeyondTheLengthFieldAreRefusedUnread)
 {
