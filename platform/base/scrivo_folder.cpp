@@ -68,32 +68,9 @@ ScrivoFolder::Result ScrivoFolder::Fold(const ScrivoLine& line, int64_t now, Sum
     }
     const uint64_t hash = Hash(line);
     if (Slot* const known = Find(line, hash); known != nullptr) {
-        const bool isOver = now - known->since >= WINDOW_NANOSECONDS;
-        if (!isOver || known->repeated > 0) {
-            ++known->repeated;
-            result = {true, isOver};
-        }
-        if (isOver) {
-            if (result.hasSummary) {
-                Fill(*known, summary);
-            }
-            known->repeated = 0;
-            known->since = now;
-        }
-        return result;
+        return Repeat(*known, now, summary);
     }
-    for (Slot& slot : slots_) {
-        if (slot.isUsed && now - slot.since >= WINDOW_NANOSECONDS) {
-            if (slot.repeated > 0 && result.hasSummary) {
-                continue;
-            }
-            if (slot.repeated > 0) {
-                Fill(slot, summary);
-                result.hasSummary = true;
-            }
-            slot.isUsed = false;
-        }
-    }
+    result.hasSummary = FreeThoseOver(now, summary);
     Slot* const place = std::find_if(slots_, slots_ + SLOTS, [](const Slot& slot) { return !slot.isUsed; });
     if (place == slots_ + SLOTS && result.hasSummary) {
         return result;  // Written, and not remembered.
@@ -108,6 +85,40 @@ ScrivoFolder::Result ScrivoFolder::Fold(const ScrivoLine& line, int64_t now, Sum
     Copy(slot.tag, line.tag);
     Copy(slot.text, line.text);
     return result;
+}
+
+ScrivoFolder::Result ScrivoFolder::Repeat(Slot& known, int64_t now, Summary& summary) noexcept
+{
+    Result result;
+    const bool isOver = now - known.since >= WINDOW_NANOSECONDS;
+    if (!isOver || known.repeated > 0) {
+        ++known.repeated;
+        result = {true, isOver};
+    }
+    if (isOver) {
+        if (result.hasSummary) {
+            Fill(known, summary);
+        }
+        known.repeated = 0;
+        known.since = now;
+    }
+    return result;
+}
+
+bool ScrivoFolder::FreeThoseOver(int64_t now, Summary& summary) noexcept
+{
+    bool hasSummary = false;
+    for (Slot& slot : slots_) {
+        if (!slot.isUsed || now - slot.since < WINDOW_NANOSECONDS || (slot.repeated > 0 && hasSummary)) {
+            continue;
+        }
+        if (slot.repeated > 0) {
+            Fill(slot, summary);
+            hasSummary = true;
+        }
+        slot.isUsed = false;
+    }
+    return hasSummary;
 }
 
 bool ScrivoFolder::TakeAny(Summary& summary) noexcept

@@ -57,6 +57,10 @@ private:
     class Busy;
 
     Slot* Find(const ScrivoLine& line, uint64_t hash) noexcept;
+    // For a line that is in the table.
+    static Result Repeat(Slot& known, int64_t now, Summary& summary) noexcept;
+    // Frees slots whose window has ended, until a second one has repetitions. Whether the summary was filled.
+    bool FreeThoseOver(int64_t now, Summary& summary) noexcept;
     // A free slot; the oldest one is emptied if there is none, and its summary filled if it has repetitions.
     Slot& Free(Summary& summary, bool& hasSummary) noexcept;
     static void Fill(const Slot& slot, Summary& summary) noexcept;

@@ -123,7 +123,19 @@ HeatVerdict HeatJudge::Judge(std::vector<Sensor> sensors, const ThrottleReading&
         verdict.sensors, [](const SensorVerdict& candidate) { return candidate.limits.isOwn; },
         "has no trip points, and another sensor has");
     UpdateThrottling(throttling, now, verdict);
+    if (const SensorVerdict* hottest = Hottest(verdict.sensors)) {
+        verdict.temperature = hottest->temperature;
+        verdict.margin = MarginOf(*hottest);
+        verdict.trend = tracks_[hottest->sensor.key].Trend();
+        verdict.temperatureSource = hottest->sensor.source;
+        verdict.hottestKey = hottest->sensor.key;
+    }
+    UpdateLevel(now, verdict);
+    return verdict;
+}
 
+void HeatJudge::UpdateLevel(TimePoint now, HeatVerdict& verdict)
+{
     int32_t level = -1;
     int32_t levelBeforeFall = -1;
     for (const SensorVerdict& candidate : verdict.sensors) {
@@ -132,13 +144,6 @@ HeatVerdict HeatJudge::Judge(std::vector<Sensor> sensors, const ThrottleReading&
             levelBeforeFall = std::max(levelBeforeFall, LevelAt(candidate.limits, *candidate.temperature + HYSTERESIS));
         }
     }
-    if (const SensorVerdict* hottest = Hottest(verdict.sensors)) {
-        verdict.temperature = hottest->temperature;
-        verdict.margin = MarginOf(*hottest);
-        verdict.trend = tracks_[hottest->sensor.key].Trend();
-        verdict.temperatureSource = hottest->sensor.source;
-        verdict.hottestKey = hottest->sensor.key;
-    }
     verdict.isLevelFromThrottling = verdict.isThrottling && level < THROTTLING_LEVEL;
     if (verdict.isThrottling) {
         level = std::max(level, THROTTLING_LEVEL);
@@ -146,13 +151,12 @@ HeatVerdict HeatJudge::Judge(std::vector<Sensor> sensors, const ThrottleReading&
     }
     if (level < 0) {
         level_.Reset();
-        return verdict;
+        return;
     }
     if (!verdict.isLevelFromThrottling) {
         verdict.levelSource = verdict.temperatureSource;
     }
     verdict.level = level_.Update(level, levelBeforeFall, now);
-    return verdict;
 }
 
 SensorVerdict HeatJudge::JudgeSensor(Sensor sensor, TimePoint now)

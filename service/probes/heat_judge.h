@@ -66,6 +66,7 @@ public:
 private:
     SensorVerdict JudgeSensor(Sensor sensor, TimePoint now);
     void UpdateThrottling(const ThrottleReading& throttling, TimePoint now, HeatVerdict& verdict);
+    void UpdateLevel(TimePoint now, HeatVerdict& verdict);
     void ForgetLostSensors(TimePoint now);
 
     const SensorChoice choice_;
