@@ -158,7 +158,7 @@ sptr<IRemoteObject> SessionThread::FindOrLoad()
         mailbox_->SetState(ServiceState::UNAVAILABLE, RESULT_NO_SERVICE);
         return nullptr;
     }
-    const sptr<IRemoteObject> running = manager->CheckAbility(VELTRA_SERVER_SA_ID);
+    sptr<IRemoteObject> running = manager->CheckAbility(VELTRA_SERVER_SA_ID);
     if (running != nullptr && running->IsAlive()) {
         return running;
     }
