@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // ncurses, and nothing else of the tool knows it. A signal that ends the view only sets a flag, so that the terminal is
-// restored on main's thread. A terminal that is gone reports a hang-up, an error, or input without a key.
+// restored on main's thread. A terminal that was closed reports a hang-up, an error, or input without a key.
 #include "top_screen.h"
 
 #include <langinfo.h>

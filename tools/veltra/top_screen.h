@@ -25,7 +25,7 @@ public:
     size_t Height() const;
     bool IsUtf8() const { return isUtf8_; }
     void Draw(const std::vector<TopLine>& lines);
-    // QUIT: the key q, SIGINT, SIGTERM or SIGHUP, or the terminal is gone.
+    // QUIT: the key q, SIGINT, SIGTERM or SIGHUP, or the terminal was closed.
     TopInput Wait(std::chrono::milliseconds limit);
 
 private:

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The service counts calls only while somebody watches them. So each service is watched before it is asked, also the one
-// that comes after its end, with a filter that lets no call through: the counters are enough. Nothing is started here.
+// The service counts calls only while a process watches them. So each service, also a restarted one, is watched before
+// its state is read, with a filter that lets no call through: the counters are enough. Nothing is started here.
 #include "top_source.h"
 
 #include <signal.h>
