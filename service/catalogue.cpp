@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+// The file is read once, at start, and is checked whole: unknown keys, texts that are too long and names that occur
+// twice throw ConfigError. Afterwards the catalogue is constant, so queries of any thread need no lock. Priorities
+// sorts stably: applications with the same priority keep the order of the file.
 #include "catalogue.h"
 
 #include <algorithm>

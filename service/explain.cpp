@@ -1,4 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+// Reads the machine twice with a pause between, since loads, trends and throttling counters need two readings, and then
+// writes one section after the other: sensors, throttling, level, values, GPU counters. It has a judge and a source of
+// its own, so that a running service keeps its history and its caches. All sensors are read here, also those that the
+// service leaves asleep. It blocks its caller for about two seconds on a real machine; another root is a fixed copy and
+// needs no pause.
 #include "explain.h"
 
 #include <cstdarg>

@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// A game is stored under the session of its process, not under its process id, since the kernel reuses ids. Its pidfd
+// becomes readable when the process ends; each query polls all of them with a timeout of 0 and removes those that have
+// ended, so no thread waits for them. All of this happens under the mutex and does not block. When no descriptor is
+// left, a new game is refused; games that are known stay.
 #include "game_table.h"
 
 #include <poll.h>
@@ -94,7 +98,7 @@ void GameTable::DropEnded()
     if (poll(processes.data(), processes.size(), 0) <= 0) {
         return;
     }
-    auto game = games_.begin();
+    auto game = games_.begin();  // in step with `processes`, which has the order of the map
     for (const pollfd& process : processes) {
         game = process.revents != 0 ? games_.erase(game) : std::next(game);
     }

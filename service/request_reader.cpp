@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// Each read checks one item of a hostile request: its presence, its length, its count. After the first failure nothing
+// more is taken from the parcel, and every read returns 0 or empty, so a handler tests IsBad() once at the end. A count
+// is checked against its bound before the loop, and elements are added one by one: a large count in a short request
+// allocates next to nothing. A remote object is accepted only when the caller's own process serves it.
 #include "request_reader.h"
 
 #include <utility>

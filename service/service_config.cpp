@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// Each section of the file has a function that checks every key and every bound; a mistake throws ConfigError with its
+// line. Lists of a file go in front of those that are known, and the first match wins, so the file that is read last
+// has priority; single values are replaced. A reading that throws may have changed a part of the object already: a
+// caller that goes on after a mistake reads into a copy. Default files that do not exist are no mistake.
 #include "service_config.h"
 
 #include <unistd.h>

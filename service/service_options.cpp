@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+// getopt_long splits the arguments; numbers must fill their whole argument and lie in range. A mistake prints the
+// reason and the usage on stderr and ends with EXIT_REFUSED; --help and --version print on stdout and end with 0. Files
+// are not opened here, so a wrong path is reported by the code that reads it.
 #include "service_options.h"
 
 #include <getopt.h>

@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// Builds the report part by part: the process, the device, what is simulated, games, subscriptions, counts of calls and
+// pushes. It runs on the platform worker that serves the control request. Each part takes its own lock for the time of
+// its copy, so the parts may describe slightly different moments. A process that ended meanwhile has no program name,
+// and a device without values has no key.
 #include "service_report.h"
 
 #include <json/reader.h>

@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// Each operation runs on a platform worker and answers with one JSON document, which carries the number of its schema;
+// a refusal is a document with an "error" and a code. Text of a command or a filter comes from another process: a
+// mistake in it throws ConfigError before anything has changed. A simulation command is published first and recorded
+// for watchers afterwards, so a record exists only for what took effect.
 #include "veltra_control.h"
 
 #include <json/value.h>

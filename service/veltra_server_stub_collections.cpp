@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+// The requests and replies of VeltraServerStub that carry lists, maps or records. A count is checked before its loop,
+// each element is read on its own, and the operation is called only when the whole request was good. An answer that
+// does not fit its parcel is reported as RESULT_BAD_PARCEL and never sent truncated.
 #include <cstdint>
 #include <map>
 #include <string>

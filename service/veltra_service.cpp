@@ -1,4 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+// Operations run on platform workers, several at once; each part that they use has its own lock. The constructor reads
+// nothing of the machine: its configuration, the sensors and the GPU library are opened at first use, each under a
+// call_once, because a game may be blocked on the start of the service. Subscriptions only store the callback and wake
+// up the ticker, whose thread decides what to send and when; the delivery pool sends it. Where no thread can be started
+// for the ticker, the subscription is removed again and refused.
 #include "veltra_service.h"
 
 #include <unistd.h>

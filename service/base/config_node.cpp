@@ -1,4 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+// The text is checked for its size and its depth before the parser runs, since the parser recurses and a value takes
+// many times its text. A node is a pointer into the parsed document, which all nodes share, with its place and its
+// offset in the text; a mistake computes line and column from that offset. A mistake throws. Where all mistakes are
+// wanted, Try catches those of one part and goes on with the next. Of a syntax error only the first is reported,
+// because the others often follow from it.
 #include "base/config_node.h"
 
 #include <json/reader.h>

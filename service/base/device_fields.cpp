@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// One row for each value: key, section of the document, unit, the query that includes it, its member in an event, the
+// step that a change must exceed to be announced, and the range that a scenario or a command may set. A new value needs
+// a row here and a probe that measures it. Add joins two readings: a value that is there already is kept. The table
+// needs no lock, since it never changes.
 #include "base/device_fields.h"
 
 #include <algorithm>

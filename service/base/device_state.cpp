@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// Every answer begins with one read of the source, limited to the parts that are wanted, because each part costs file
+// reads. The document is then built from the rows of DeviceFields; a value that was not measured has no key, except
+// tempLevel, which is -1. An event has a fixed record instead, in which absent values keep their default. No state and
+// no lock: the source has its own.
 #include "base/device_state.h"
 
 #include <algorithm>

@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+// Three counters need 64 bits (memory used, memory total, energy); all others have 32 bits and are cut to the largest
+// value. The two functions with a switch are the only place that assigns a field to a counter, for reading as well as
+// for writing. A counter counts as present only by its bit in uint10: the field alone cannot tell 0 from absent.
 #include "base/gpu_counters.h"
 
 #include <algorithm>

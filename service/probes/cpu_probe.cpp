@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// The sums in proc/stat grow from the start of the machine; the caller computes a load from two readings. Idle time and
+// time that waits for input and output count as idle. Numbers are taken off the front of the text one by one, and each
+// is checked for its range, so that damaged text gives an absent value and no wrong one. proc/pressure exists only in
+// kernels that account stalls; without it the pressure is absent.
 #include "probes/cpu_probe.h"
 
 #include <algorithm>
@@ -64,6 +68,7 @@ std::map<std::string, int32_t> ReadCpuFrequencies(const RootFiles& files, const 
     std::map<std::string, int32_t> frequencies;
     for (const int number : files.Numbers(dir, "policy")) {
         const std::string policy = "policy" + std::to_string(number);
+        // Below 1 MHz the driver does not know the frequency: some report 0 then.
         if (const std::optional<int64_t> khz = files.ReadNumber(dir + policy + "/" + file, 1000, MOST_KHZ)) {
             frequencies[policy] = static_cast<int32_t>(*khz / 1000);
         }

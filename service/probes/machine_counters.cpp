@@ -1,4 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+// Each batch reads every GPU anew and adds what one reading cannot contain: loads from the idle time since the last
+// batch, and, where the driver has no figures for the whole GPU, the use by the subscriber's own process from its
+// fdinfo. A GPU without any counter has no sample in the batch, but keeps its number. JoinedCounters puts two sources
+// behind each other and shifts the GPU numbers of the second by the count of the first. One thread at a time calls: the
+// trackers have no lock.
 #include "probes/machine_counters.h"
 
 #include <algorithm>

@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// Joins the probes into one reading, part by part (heat, GPU, processor, memory, power), and reads only the parts that
+// are wanted. Each part is cached for its interval. The mutex protects the cache and the trackers that compare a
+// reading with the previous one; it is released while files are read, because a slow driver must not block every
+// client. Two threads may therefore read the same part at once; the one that ends last replaces the other's result.
 #include "probes/machine_source.h"
 
 #include <algorithm>

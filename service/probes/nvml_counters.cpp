@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// The library is opened with dlopen, so the service runs where it is not installed; no header of it is needed, since
+// the few types and numbers of its stable binary interface are declared here. The constructor initialises the library
+// and keeps a handle for each GPU; Batch then asks every GPU for each counter. Each call may fail on its own, and its
+// counter is absent then. The library is never closed: threads of its own may still run in its code.
 #include "probes/nvml_counters.h"
 
 #include <dlfcn.h>

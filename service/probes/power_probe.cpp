@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// Each function reads its files once and keeps nothing. sysfs gives power in microwatts, current in microamperes and
+// voltage in microvolts; a battery has either its power or the other two. The draw is reported only while the battery
+// is discharged, because on mains the same files show the charging power. proc/meminfo is searched by key, since its
+// lines differ between kernel versions.
 #include "probes/power_probe.h"
 
 #include <charconv>
@@ -20,6 +24,7 @@ std::optional<int64_t> DrawMicrowatts(const RootFiles& files, const std::string&
     }
     const std::optional<int64_t> current = files.ReadNumber(dir + "current_now", -MOST_MICRO, MOST_MICRO);
     const std::optional<int64_t> voltage = files.ReadNumber(dir + "voltage_now", 0, MOST_MICRO);
+    // Microamperes times millivolts are nanowatts.
     return current && voltage ? std::optional(std::abs(*current) * (*voltage / 1000) / 1000) : std::nullopt;
 }
 

@@ -1,4 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+// Every open goes through openat2 with RESOLVE_IN_ROOT: links and ".." are resolved below the root folder, also when
+// the root is a copy of another machine's files. An open never blocks and never makes a terminal the controlling one.
+// Only regular files are read, in pieces up to a fixed size, since files of sysfs and procfs report no useful length.
+// Every failure gives an absent value: a driver may refuse a read at any time (a device that sleeps, a sensor that is
+// unplugged).
 #include "probes/root_files.h"
 
 #include <dirent.h>

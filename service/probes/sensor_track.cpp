@@ -1,4 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+// A reading passes two checks before it counts. First, values that no running machine has (the pattern of an open
+// input, absolute zero, out of range) are dropped. Second, a jump by more than MOST_JUMP counts only when the next
+// reading confirms it; until then the temperature before the jump holds. Accepted readings of the last SPAN form the
+// line whose least-squares slope is the trend; a confirmed jump starts it again. No lock: the owner admits one thread
+// at a time.
 #include "probes/sensor_track.h"
 
 #include <cstdlib>
@@ -10,11 +15,12 @@ namespace {
 constexpr int64_t DEGREE = 1000;
 constexpr int64_t LEAST_TEMPERATURE = -40 * DEGREE;
 constexpr int64_t MOST_TEMPERATURE = 150 * DEGREE;
-constexpr int64_t ALL_ONES = 127 * DEGREE;  // a signed byte of a register that nothing drives
-constexpr int64_t MILLIDEGREES_MIN = -128 * DEGREE;
+constexpr int64_t ALL_ONES = 127 * DEGREE;           // a signed byte of a register that nothing drives
+constexpr int64_t MILLIDEGREES_MIN = -128 * DEGREE;  // the smallest value of such a byte
 constexpr int64_t ABSOLUTE_ZERO = -273 * DEGREE;
 constexpr size_t MOST_READINGS = 256;
-constexpr double RISING = 0.1;  // degrees per second
+// Degrees per second. A trend begins at RISING and ends below STILL, so that it does not flicker in between.
+constexpr double RISING = 0.1;
 constexpr double STILL = 0.05;
 
 std::string Degrees(int64_t temperature)
@@ -104,7 +110,7 @@ std::optional<double> SensorTrack::Slope() const
         product += offset * (static_cast<double>(temperature) / DEGREE - meanDegrees);
         square += offset * offset;
     }
-    return product / square;
+    return product / square;  // not 0: the readings span SHORTEST_SPAN at least
 }
 
 }  // namespace TAVO::Veltra

@@ -1,4 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+// First come the thermal zones, then the hwmon chips with each of their inputs. For each sensor its names are read
+// first, its class follows from them, and the configuration may change that class; only then is it decided whether the
+// temperature may be read at all, because a read may wake up a disk, a radio or a GPU that is suspended. Trip points
+// outside of a plausible range are treated as not set. A folder may vanish at any time during the reading (a driver is
+// unloaded): its values are absent then.
 #include "probes/thermal_probe.h"
 
 #include <algorithm>

@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// Three kernel interfaces report throttling: the state of cooling devices, counters of throttling events for each
+// processor, and reason files of some GPU drivers. A cooling device counts only when its type names a processor or a
+// GPU, since fans run without any loss of speed. States and reasons are current; the counters only grow, so the caller
+// compares them with the reading before. A machine may have none of the three, which differs from "no throttling".
 #include "probes/throttle_probe.h"
 
 #include <algorithm>

@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// Each operation writes the interface token and its arguments, sends one request and reads the result from the reply.
+// It blocks a thread of the delivery pool for as long as the client needs, up to the timeout of the request. Arguments
+// that do not fit a parcel are reported before anything is sent. Simulated faults enter here: a wrong token, or
+// arguments that are cut to half.
 #include "push/callback_proxies.h"
 
 #include <algorithm>

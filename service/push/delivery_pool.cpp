@@ -1,4 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+// A push goes into the line of its callback object, the line into the ready list, and a worker takes the oldest line
+// that its client's limits allow. A worker sends without the mutex and blocks there, for at most the timeout of the
+// request. A timeout makes the client silent: its queued deliveries are dropped, and new ones too, until it calls
+// again. From then on it is slow, until a delivery ends without a timeout. A line whose delivery runs is never in the
+// ready list, which keeps one delivery per object in flight and their order intact.
 #include "push/delivery_pool.h"
 
 #include <algorithm>
@@ -244,7 +249,8 @@ void DeliveryPool::Silence(Client& client, const sptr<IRemoteObject>& object, ui
 }
 
 // Processes that ended while they were slow: nothing else tells their end. Called where silence begins, so that there
-// are hardly more of them than living ones, and where it may end, so that the others do not wait long for one that never calls.
+// are hardly more of them than living ones, and where it may end, so that the others do not wait long for one that
+// never calls.
 void DeliveryPool::ForgetEnded()
 {
     for (auto known = clients_.begin(); known != clients_.end();) {

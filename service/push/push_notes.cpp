@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+// Each function notes the fields of one kind of push under the names of the record. It runs only while there is a
+// watcher, on the pool thread that sends the push. Lists end at Note::MAX_LIST_ITEMS, so that a large batch does not
+// fill the note; the list still holds the full count. Counters that a sample does not have are left out.
 #include "push/push_notes.h"
 
 #include <algorithm>

@@ -1,4 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+// The ticker's thread calls Tick; it returns when it has to be called again. Events come first: the device is read when
+// an interval is over, a subscriber has waited long enough or a simulation has changed, and is compared with the state
+// that was announced last. GPU batches follow, each for its own subscription. Each push is queued in the delivery pool,
+// which sends it, so a slow client never delays a tick. Times and counts are stored with Advance, which does nothing
+// when the subscription was replaced meanwhile.
 #include "push/pusher.h"
 
 #include <algorithm>
@@ -83,6 +88,7 @@ double Pusher::TickGpu(double now)
         if (now >= subscription.due) {
             std::vector<GpuPerfInfo> batch = gpu_.Batch(now, {subscription.sent, subscription.process});
             subscription.sent += batch.size();
+            // A tick that was late keeps the rhythm; batches that were missed are not sent in a burst.
             subscription.due = std::max(subscription.due + subscription.interval, now);
             subscriptions_.Advance(Subject::GPU_COUNTERS, subscription);
             if (!batch.empty()) {

@@ -1,4 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+// An entry is stored before its death recipient is added, because the process may end in between and the notice must
+// find the entry. The notice carries its recipient, and only the entry with the same recipient is removed: a late
+// notice of a replaced subscription leaves the new one alone. Death recipients are added and removed without the mutex,
+// since the platform may call back from there. Recipients hold a weak reference, so notices that are pending keep
+// nothing alive.
 #include "push/subscriptions.h"
 
 #include <utility>

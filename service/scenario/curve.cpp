@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// Parse accepts a constant or a list of points with strictly ascending times, so a curve has at least one point and no
+// two at the same time: the interpolation never divides by 0. At is a pure function of its time. The noise is a hash of
+// the seed and the whole second, so that each run with the same seed has the same values, in whatever order and on
+// whatever thread they are requested.
 #include "scenario/curve.h"
 
 #include <algorithm>

@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// Reads faults from a scenario (times count from its start) or from a command (times count from the moment of the
+// command) and finds the one that applies. Parsing runs each key in a Try of its own, so that a check of a scenario
+// lists every mistake. The first fault of the list that matches wins. No lock: the plan is part of an object that is
+// constant once it is published. "die" is SIGKILL, so that no handler and no destructor runs, as in a real crash.
 #include "scenario/fault_plan.h"
 
 #include <algorithm>
@@ -171,7 +175,7 @@ double FaultPlan::DeathTime() const
 void FaultPlan::Die()
 {
     std::raise(SIGKILL);
-    std::abort();  // not reached
+    std::abort();  // not reached: SIGKILL can be neither caught nor blocked
 }
 
 }  // namespace TAVO::Veltra

@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// Parse reads the five parts of the file; each part and each item runs in a Try of its own, so that Check reports every
+// mistake at once, in the order of lines. Afterwards the scenario is constant and any thread may ask. Values and
+// samples are functions of the time alone. The seed of a curve comes from its name and the scenario's seed, so a curve
+// keeps its noise when others are added or removed.
 #include "scenario/scenario.h"
 
 #include <tavo/read_vector_from_parcel.h>
@@ -19,7 +23,7 @@ constexpr double MOST_SECONDS = 1e9;
 constexpr double MOST_COUNTER = 9007199254740992;  // 2^53: what a number of the file holds exactly
 constexpr double LEAST_INTERVAL_SECONDS = 0.001;
 
-// So that curves of one scenario do not share their noise.
+// FNV-1a of the name, so that curves of one scenario do not share their noise.
 uint64_t SeedOf(std::string_view name, uint64_t seed)
 {
     uint64_t hash = 0xcbf29ce484222325U ^ seed;

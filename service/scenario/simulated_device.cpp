@@ -1,4 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+// A value that was set by command has priority over the scenario, and the scenario over the machine; a scenario that
+// came with the service hides the machine. Each call takes one snapshot of what is simulated and uses it to the end, so
+// a change on another thread cannot mix two states. While nothing is simulated, a call goes straight to the machine.
+// The machine's counters are opened at first need, under a call_once, since the load of a GPU library may take a
+// second.
 #include "scenario/simulated_device.h"
 
 #include <string>

@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// A note is a flat list of items, in which OBJECT and LIST items open a level and END closes it. Each text is cut
+// before it is copied, and items behind the limits are left out, so a hostile request costs a bounded amount of memory.
+// An item that would exceed MAX_ITEMS or MAX_BYTES makes the note full: nothing is added after it, and the code that
+// formats the note closes the levels that are still open.
 #include "watch/note.h"
 
 #include <algorithm>
