@@ -1,4 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+// Each question of a tool is one request: token, payload, then a reply of a code and mostly a text. The sender's checks
+// come first (no object, no room), then the platform's status, then the reply, which is whole or IPC_BAD_MESSAGE: a
+// tool may meet a service of another version, so a text beyond the limit is refused as well. `answer` is set only with
+// a whole reply, else it is empty. A batch of records is one-way: the service must never wait for a tool that reads
+// slowly.
 #include "control/control_proxies.h"
 
 #include <tavo/message_parcel.h>

@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// A request passes three checks before anything is called: the code is one of the interface (any other goes to the base
+// class, which answers pings and the like), the token is this interface's, and each text is within its limit. A status
+// other than 0 means that the request was not understood or its reply found no room. What the service itself refuses is
+// the result in the reply, so that a tool can tell the two apart. All runs on a worker of the platform.
 #include "control/control_stubs.h"
 
 #include <tavo/calling_peer.h>

@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// Each state of the device gives an affordable step; the step in use follows it with delay. Two measurements run, one
+// since when a lower step is called for and one since when a higher one is affordable; whichever reaches its dwell
+// moves the step, and a state that no longer calls for it clears it. The thermal margin takes one step in advance, with
+// a hysteresis so that it does not come and go. An unknown level clears both: a gap in the data is no evidence.
 #include "veltra_quality_governor.h"
 
 #include <algorithm>

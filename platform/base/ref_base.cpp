@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// An object has a strong count of its own; only one that a weak pointer was made from has an anchor, which both keep
+// alive. When the strong count reaches zero the object first leaves the anchor, under the anchor's lock, and only then
+// is deleted: a promotion holds the same lock while it raises the count, so it sees either a live object or none. A
+// count of zero is never raised again. Two threads that make the anchor at once both allocate; one exchange wins.
 #include "tavo/ref_base.h"
 
 #include "base/forked_child.h"

@@ -1,4 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+// Walks through the format once: plain text is copied, a conversion is parsed (privacy mark, flags, width, precision,
+// length, type), rebuilt without the mark, and given to snprintf with its one argument. The arguments can only be taken
+// in order and by their exact type, so after a conversion that is not understood no later one can be printed: the rest
+// of the format is copied as it stands. A private argument is taken, never printed. Takes no lock and changes no
+// locale.
 #include "base/scrivo_format.h"
 
 #include <algorithm>
@@ -191,7 +196,7 @@ private:
             case Length::DIFFERENCE:
                 return PutArgument<Long>(conversion);
             case Length::LONG_LONG:
-            case Length::LONG_DOUBLE:
+            case Length::LONG_DOUBLE:  // the C library takes %Ld for %lld
                 return PutArgument<LongLong>(conversion);
             default:
                 return PutArgument<Plain>(conversion);
@@ -218,7 +223,7 @@ private:
             end += std::snprintf(end, static_cast<size_t>(spec + sizeof(spec) - end), format, number);
         };
         add("%");
-        add(conversion.flags.substr(0, FLAGS.size()));
+        add(conversion.flags.substr(0, FLAGS.size()));  // repeated flags must not overrun `spec`
         if (conversion.isLeft) {
             add("-");
         }

@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// A log call compares its level with one atomic number and mostly ends there. Otherwise it formats the line on its own
+// stack, shows it to the test hook, folds repeated warnings, and writes it to the process's sink. The sink is chosen by
+// the first call, of any thread and perhaps before main; a race is decided by one exchange. errno is kept, since
+// callers log between a failure and their look at it. What cannot be written is counted and lost.
 #include "tavo/scrivo_print.h"
 
 #include <stdlib.h>

@@ -1,4 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+// First the choice of a sink by the words of TAVO_LOG, then the two ways to write a line: to a descriptor, or as a
+// datagram to the journal. Each line is one system call, so that lines of threads and processes do not mix: files are
+// opened with O_APPEND, and a pipe takes up to 4096 bytes (PIPE_BUF) whole or not at all. Nothing waits for a reader:
+// writes use RWF_NOWAIT or MSG_DONTWAIT, and a full sink loses the line. A reader that ended must not end this process
+// by SIGPIPE. Nothing here takes a lock of the platform's, so that logging works in a forked child.
 #include "base/scrivo_sink.h"
 
 #include <fcntl.h>
@@ -59,7 +64,7 @@ public:
     }
     ~SigpipeGuard()
     {
-        if (!wasPending_) {
+        if (!wasPending_) {  // a signal that was pending before is not ours to consume
             const timespec now{};
             while (sigtimedwait(&sigpipe_, nullptr, &now) < 0 && errno == EINTR) {}
         }

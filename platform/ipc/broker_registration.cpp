@@ -1,4 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+// Libraries register their proxy classes from static initialisers and remove them in static destructors, so the
+// registry must exist before and after both. A cast looks up the creator under the lock and calls it without: it is
+// code of another library and may come back here. A process has few interfaces, so a search through a vector is faster
+// than a map. A cast that finds no creator is mostly a library that was not linked: it is logged once for each
+// interface.
 #include "tavo/iremote_broker.h"
 
 #include <algorithm>

@@ -1,4 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+// Lanes that the peer opened are added up to a limit for each kind and removed when they end. HeldObjects must know a
+// lane as long as messages with references can come in it: both enter it under one lock, or neither does. The peer
+// learns of each end by LANE_CLOSED with the last message that was accepted, and takes back what later ones passed. A
+// call lane over the limit waits with the host; the next one that ends has it looked at again. After the lock records
+// are sent and lanes released.
 #include "transport/in_lane_table.h"
 
 #include <algorithm>
@@ -11,7 +16,7 @@ namespace TAVO::Transport {
 bool InLaneTable::HasRoomForCallLane()
 {
     MutexLock lock(mutex_);
-    awaitsRoom_ = callLanes_ >= MAX_CALL_LANES;
+    awaitsRoom_ = callLanes_ >= MAX_CALL_LANES;  // Remove then has the host look again
     return !awaitsRoom_;
 }
 
@@ -21,7 +26,7 @@ bool InLaneTable::Add(const std::shared_ptr<PeerLane>& lane)
         MutexLock lock(mutex_);
         const bool hasRoom =
             lane->IsCallLane() ? callLanes_ < MAX_CALL_LANES : lanes_.size() - callLanes_ < MAX_ONE_WAY_LANES;
-        lanes_.reserve(lanes_.size() + 1);
+        lanes_.reserve(lanes_.size() + 1);  // may throw, so before the lane is known to held_
         if (context_.State() == SessionState::ESTABLISHED && hasRoom && held_.OpenPeerLane(*lane)) {
             lanes_.push_back(lane);
             callLanes_ += lane->IsCallLane() ? 1 : 0;

@@ -1,4 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+// Opening a lane is a connection to the peer's socket and one hello, on the thread that wants to send. The kernel
+// connects without the peer's doing, up to the backlog of its socket: beyond that connect gives EAGAIN, and only a
+// caller with a time-out waits. The hello is small and the socket's buffer empty, so it is sent at once or the peer is
+// gone. The lane is made known to HeldObjects before the hello: from then on the peer may acknowledge its messages or
+// report its end.
 #include "transport/lane_opener.h"
 
 #include <cerrno>

@@ -1,4 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+// Both scopes work on thread-local state: a handler notes the gate that its request entered, and a call from inside
+// that handler, on the same thread, finds it there. On the way out the call first takes itself off the pool's count,
+// which may start another worker, and then leaves its place in the gate, whose next request is posted to the workers.
+// On the way back it enters the gate again without waiting, even above the limit: waiting there could close a circle of
+// calls. Where the pool allows no other thread, nothing was changed and the call must fail.
 #include "transport/outgoing_call.h"
 
 #include <functional>

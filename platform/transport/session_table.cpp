@@ -1,4 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+// A session that died stays in the table until it is removed or replaced: Find treats it as absent, Ensure puts a new
+// one in its place, and Remove leaves a successor alone. Who gets `isNew` has to connect; all others get the same
+// session and wait in it. A replaced session is released after the lock, since its end closes lanes and releases
+// objects, whose destructors may come back here. The manager is known before its instance is, so it has a place of its
+// own.
 #include "transport/session_table.h"
 
 #include <utility>

@@ -1,4 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+// Members are made in the order in which they need each other, and none starts a thread or opens a descriptor before
+// its first use: a program that only links the library pays nothing. A process listens from its first exported object
+// on, and connects to the manager when something asks for it. The instance is drawn at random and names the socket, so
+// that a process that gets the pid of an ended one is never taken for it. Nothing is torn down: the kernel closes what
+// is open, and only the socket's name in the file system has to be removed at exit.
 #include "transport/this_process.h"
 
 #include <sys/random.h>

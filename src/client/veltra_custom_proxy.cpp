@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// Each query asks the manager anew whether the service runs, which mostly costs no round trip: the answer for a living
+// service is remembered by the process until that one dies. No service is an answer here, and not a failure: the state
+// is then "no game". Queries of several threads share the field without a lock and call through a reference of their
+// own, so that none loses the service under its call.
 #include "client/veltra_custom_proxy.h"
 
 #include "tavo/system_ability_manager_client.h"

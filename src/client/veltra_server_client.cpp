@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// Forwards each operation to the one connection of the process, made by the first call and kept to the end; this layer
+// holds no state, so that games may create and destroy clients at will. The classes behind it can change without a new
+// binary interface for games. Arguments that are owned are moved on; everything else passes by reference. The
+// game-state query alone goes another way.
 #include "veltra_server_client.h"
 
 #include <utility>

@@ -1,4 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+// A failure is logged once, here, as if by the operation itself: under its name, the line in the proxy and the text
+// that log collectors look for. The text is joined with the prefix at run time, and so may hold one conversion, which
+// gets the status. An exception while sending can only be memory that ran out; it becomes IPC_BROKEN, so that
+// operations see one kind of failure; only the overload for an object that is known lets it pass. Nothing is sent
+// again.
 #include "ipc/server_request.h"
 
 #include <cstdio>

@@ -1,4 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+// Each operation is one request on the calling thread: token, arguments in the service's order, sending, then mostly an
+// int32 from the reply. Order, codes and log texts are fixed by services and log filters in the field, oddities
+// included; those are marked. Writes to the parcel are not checked: a request that came out short is refused by the
+// service. A reply that is too short reads as 0. Operations that carry lists or maps are in
+// veltra_server_proxy_collections.cpp.
 #include "ipc/veltra_server_proxy.h"
 
 #include "ipc/server_request.h"

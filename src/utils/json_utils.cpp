@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// Every text goes through IsJsonSafeToParse before it reaches the parser. JsonCpp throws on misuse and when memory runs
+// out, while the operations here promise not to: what may throw is caught in the operation, whose result is then its
+// failure value. Lookups test the type before they convert, since a wrong type throws. Two readers and two writers are
+// in use, on purpose: callers depend on the differences between them.
 #include "utils/json_utils.h"
 
 #include <json/reader.h>

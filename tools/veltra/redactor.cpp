@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// A record is changed in place, member by member: every text in its arguments, data, command and reply gets a token.
+// Tokens are numbered in order of appearance, so they tell equal texts and nothing else; they hold for this Redactor,
+// which is one recording. Keys stay, as they are names of the interface, except in maps whose keys come from games.
+// Such a key is replaced too; beyond MAX_TOKENS keys of one map may fall together, and one of them remains.
 #include "redactor.h"
 
 #include <utility>
