@@ -124,7 +124,7 @@ Trouble WhyNoManager(const RuntimeDirectory& directory)
 
 sptr<ISystemAbilityManager> ReachManager()
 {
-    const sptr<ISystemAbilityManager> manager = SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
+    sptr<ISystemAbilityManager> manager = SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
     if (manager == nullptr) {
         const Trouble trouble = WhyNoManager(DescribeRuntimeDirectory());
         throw ToolError(EXIT_UNREACHABLE, trouble.what, trouble.fix);
@@ -170,7 +170,7 @@ sptr<IVeltraControl> ReachControl(bool isStarting)
     // It is registered a moment after the service.
     const auto deadline = std::chrono::steady_clock::now() + CONTROL_TIME;
     for (;;) {
-        const sptr<IVeltraControl> control = iface_cast<IVeltraControl>(manager->CheckAbility(VELTRA_CONTROL_SA_ID));
+        sptr<IVeltraControl> control = iface_cast<IVeltraControl>(manager->CheckAbility(VELTRA_CONTROL_SA_ID));
         if (control != nullptr) {
             return control;
         }
