@@ -101,9 +101,11 @@ TEST_F(ManagerStart, WithoutArgumentsTheFilesOfTheUserOverrideTheInstalledOnes)
 TEST_F(ManagerStart, WhatItsLauncherLeftBehindReachesNoService)
 {
     const std::string program = RuntimePath() + "/list";
-    std::ofstream(program) << "#!/bin/sh\nfor fd in /proc/$$/fd/*; do readlink $fd; done > " << RuntimePath()
-                           << "/descriptors\ngrep SigBlk /proc/$$/status >> " << RuntimePath()
-                           << "/descriptors\nexit 3\n";
+    std::ofstream(program)
+        << "#!/bin/sh\nfor fd in /proc/$$/fd/*; do readlink $fd; done > " << RuntimePath()
+        << "/descriptors\nwhile read -r line; do case $line in SigBlk*) echo \"$line\";; esac; done"
+        << " < /proc/$$/status >> " << RuntimePath()
+        << "/descriptors\nexit 3\n";  // No other program: while the shell starts one it blocks signals.
     fs::permissions(program, fs::perms::owner_all);
     WriteAbilityFile("1.json", R"({"id": 1, "program": ")" + program + R"("})");
     std::ofstream{RuntimePath() + "/secret"};
