@@ -74,7 +74,7 @@ public:
     // Queues an event if the state changes.
     void SetState(ServiceState state, int32_t result);
     void SetSubscriptions(int32_t eventsResult, int32_t gpuResult);
-    // A number for the death notice of a new connection; notices of earlier ones are ignored.
+    // Returns the number of a new connection, for its death notice; notices of other connections are ignored.
     uint64_t BeginConnection();
     void NoteConnection();
     void SetDetails(DeviceDetails details);

@@ -105,7 +105,7 @@ void WriteSummary(const ScrivoSink& sink, const ScrivoFolder::Summary& summary) 
     WriteTo(sink, {summary.level, summary.domain, summary.tag, summary.text});
 }
 
-// Warnings and errors are folded; with lower levels turned on each line is wanted.
+// Folds repeated warnings and errors only: at the lower levels each line is written.
 int Write(const ScrivoLine& line) noexcept
 {
     const ScrivoSink sink = Sink();

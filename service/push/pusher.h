@@ -42,8 +42,8 @@ public:
     {
     }
 
-    // Pushes what is due at `now` (seconds of service time); gives when there will be more, infinity while no client is
-    // subscribed. Does not throw: without memory a push is left out.
+    // Sends the pushes whose time has come at `now` (seconds of service time). Returns the time of the next one, infinity
+    // while no client is subscribed. Does not throw: without memory a push is left out.
     double Tick(double now);
 
 private:

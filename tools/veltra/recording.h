@@ -21,7 +21,7 @@ public:
     // Reads the header. ToolError, with the number of the line, for whatever is wrong, here and in Next.
     explicit RecordingReader(const std::string& path);
 
-    // The next record, whose keys have the types of docs/control.md; empty: there are no more. A last line without its
+    // The next record, whose keys have the types of docs/control.md; empty: the recording has ended. A last line without its
     // end, which a full disk may leave, is left out with a warning.
     std::optional<Json::Value> Next();
     // Ends the verb: something is wrong in the line that was read last.
