@@ -3,7 +3,6 @@
 // and operation are filtered by the service, the result here.
 #include <algorithm>
 #include <cstdio>
-#include <ctime>
 #include <memory>
 
 #include "reach.h"
@@ -27,19 +26,6 @@ struct MonitorOptions {
 
     bool ChoosesResults() const { return isFailedOnly || !codes.empty(); }
 };
-
-// "12:34:56.789" of the local day.
-std::string TimeOfDay(double seconds)
-{
-    const auto milliseconds = static_cast<int64_t>(std::clamp(seconds, 0.0, 1e11) * 1000);
-    const auto whole = static_cast<std::time_t>(milliseconds / 1000);
-    std::tm parts{};
-    ::localtime_r(&whole, &parts);
-    char text[32];
-    std::snprintf(text, sizeof(text), "%02d:%02d:%02d.%03d", parts.tm_hour, parts.tm_min, parts.tm_sec,
-                  static_cast<int>(milliseconds % 1000));
-    return text;
-}
 
 // "key=value key=value", cut where it gets long.
 std::string ShownMembers(const Json::Value& object)

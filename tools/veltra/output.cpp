@@ -6,8 +6,10 @@
 #include <json/writer.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 
 namespace VeltraTool {
 
@@ -132,6 +134,18 @@ std::string Shown(double number, int decimals)
 {
     char text[64];
     std::snprintf(text, sizeof(text), "%.*f", decimals, number);
+    return text;
+}
+
+std::string TimeOfDay(double seconds)
+{
+    const auto milliseconds = static_cast<int64_t>(std::clamp(seconds, 0.0, 1e11) * 1000);
+    const auto whole = static_cast<std::time_t>(milliseconds / 1000);
+    std::tm parts{};
+    ::localtime_r(&whole, &parts);
+    char text[32];
+    std::snprintf(text, sizeof(text), "%02d:%02d:%02d.%03d", parts.tm_hour, parts.tm_min, parts.tm_sec,
+                  static_cast<int>(milliseconds % 1000));
     return text;
 }
 

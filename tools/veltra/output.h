@@ -48,6 +48,8 @@ std::string JsonText(const Json::Value& value);
 
 // "12.3", "0.045": a number for people.
 std::string Shown(double number, int decimals);
+// "12:34:56.789" of the local day; `seconds` since the epoch, whatever a peer has put there.
+std::string TimeOfDay(double seconds);
 // A scalar of a document as text; a list or an object as JSON.
 std::string ShownValue(const Json::Value& value);
 

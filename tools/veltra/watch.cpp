@@ -2,7 +2,6 @@
 // The verb `watch`: one line for each value of the device state that changes, the first for each value that there is.
 // The service sends its values as records; which of them have changed is found out here.
 #include <algorithm>
-#include <ctime>
 #include <map>
 #include <memory>
 
@@ -26,20 +25,6 @@ struct WatchOptions {
     uint64_t count = 0;  // 0: no limit
     bool isStarting = false;
 };
-
-// "12:34:56.789" of the local day.
-std::string ShownTime(double seconds)
-{
-    constexpr double MOST = 1e11;
-    const double bounded = std::clamp(seconds, 0.0, MOST);
-    const auto whole = static_cast<std::time_t>(bounded);
-    std::tm parts{};
-    ::localtime_r(&whole, &parts);
-    char text[32];
-    std::snprintf(text, sizeof(text), "%02d:%02d:%02d.%03d", parts.tm_hour, parts.tm_min, parts.tm_sec,
-                  static_cast<int>((bounded - static_cast<double>(whole)) * 1000));
-    return text;
-}
 
 class Changes {
 public:
@@ -81,7 +66,7 @@ private:
             }
             PrintJsonLine(change);
         } else {
-            PrintLine(ShownTime(time) + " " + Escaped(key) + " " +
+            PrintLine(TimeOfDay(time) + " " + Escaped(key) + " " +
                       (isNew ? "" : Escaped(ShownValue(before->second)) + " -> ") + Escaped(ShownValue(value)));
         }
         before->second = value;
