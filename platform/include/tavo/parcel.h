@@ -30,9 +30,9 @@ public:
 // Uint32 take one slot, Int64 and Uint64 two; String is an int32 length in bytes, the bytes, a NUL and zero fill to the
 // slot; String16 the same with a length in code units. Not copyable; one thread at a time.
 //
-// A write returns false, and adds nothing, beyond the capacity limit or without memory. A read returns false (the value
-// forms 0, false or empty) when the item is not there whole, and leaves the cursor where it was. Nothing here throws
-// but the allocation of a string that is returned.
+// A write returns false, and adds nothing, beyond the capacity limit or if out of memory. A read returns false (the
+// value forms 0, false or empty) when the item is not there whole, and leaves the cursor where it was. Nothing here
+// throws but the allocation of a string that is returned.
 class TAVO_EXPORT Parcel {
 public:
     static constexpr size_t SLOT = 4;
