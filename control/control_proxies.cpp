@@ -40,6 +40,7 @@ int32_t Call(const sptr<IRemoteObject>& object, ControlCode code, std::string* a
     int32_t result = 0;
     std::string text;
     const bool isWhole = reply.ReadInt32(result) && (answer == nullptr || reply.ReadString(text));
+    // Checked after reading: the transport has limited the message to 64 MiB before.
     if (!isWhole || text.size() > MAX_CONTROL_ANSWER_BYTES) {
         return IPC_BAD_MESSAGE;
     }
@@ -95,6 +96,7 @@ int32_t VeltraWatcherProxy::OnRecords(const std::string& lines, uint64_t dropped
         return IPC_TOO_LARGE;
     }
     MessageParcel reply;
+    // Only connecting to the watcher's process may wait, for at most this long; the send itself never does.
     MessageOption option(MessageOption::FLAG_ONE_WAY, FIRST_CONTACT_SECONDS);
     return object->SendRequest(static_cast<uint32_t>(WatcherCode::RECORDS), data, reply, option);
 }
