@@ -23,6 +23,7 @@ namespace TAVO::Veltra {
 const VeltraServerStub::Request* VeltraServerStub::Find(uint32_t code)
 {
     using Stub = VeltraServerStub;
+    // The last column: whether a reply begins with the result code. Without one the status carries the code.
     static constexpr Request REQUESTS[] = {
         {ServerCode::REPORT_GAME_EVENT, &Stub::HandleReportGameEvent, false},
         {ServerCode::NOTIFY_GAME_EVENT, &Stub::HandleNotifyGameEvent, true},
@@ -54,6 +55,7 @@ int VeltraServerStub::OnRemoteRequest(uint32_t code, MessageParcel& data, Messag
     if (request == nullptr) {
         return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
     }
+    // One atomic load; null while no tool watches calls.
     WatchHub* const watch = Watching();
     const int status =
         watch == nullptr ? Answer(*request, data, reply, nullptr) : AnswerWatched(*watch, *request, data, reply);
@@ -69,6 +71,7 @@ int VeltraServerStub::Answer(const Request& request, MessageParcel& data, Messag
         return RESULT_TOKEN_REFUSED;
     }
     const int status = Perform(request, data, reply, record);
+    // After the whole reply is written: a simulated fault may delay or damage it.
     AfterReply(request.code, reply);
     return status;
 }
@@ -79,6 +82,7 @@ int VeltraServerStub::AnswerWatched(WatchHub& watch, const Request& request, Mes
     record.name = NameOf(request.code);
     record.process = GetCallingPeer().pid;
     record.isOneWay = request.code == ServerCode::REPORT_GAME_EVENT;
+    // Stays if the token is wrong; Perform replaces it otherwise.
     record.code = RESULT_TOKEN_REFUSED;
     const auto begin = WatchRecord::Clock::now();
     const int status = Answer(request, data, reply, &record);
@@ -96,6 +100,7 @@ int VeltraServerStub::Perform(const Request& request, MessageParcel& data, Messa
     try {
         RequestReader reader(data, record != nullptr ? &record->values : nullptr);
         ReplyWriter writer(reply, record != nullptr ? &record->reply : nullptr);
+        // May block or end the process, by a simulated fault.
         const int32_t refusal = BeforeRequest(request.code);
         result = refusal != 0 ? refusal : (this->*request.handler)(reader, writer);
     } catch (...) {  // memory; handlers write nothing before their operation has returned
@@ -103,6 +108,7 @@ int VeltraServerStub::Perform(const Request& request, MessageParcel& data, Messa
     if (record != nullptr) {
         record->code = result;
     }
+    // A handler that has written its reply has written the code first.
     if (!request.leadsWithCode || reply.GetDataSize() > 0) {
         return result;
     }
@@ -135,6 +141,7 @@ int32_t VeltraServerStub::HandleNotifyGameEvent(RequestReader& request, ReplyWri
     if (bundle == nullptr) {
         return SERVICE_BAD_REQUEST;
     }
+    // The bundle is read by its own code, not by the reader, so its fields are noted here.
     if (Note* note = request.GetNote()) {
         note->Begin("bundle");
         note->Number("sceneId", bundle->sceneId);

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// Durations are counted in buckets with four steps for each power of two: a bucket's upper bound is at most a quarter
+// above its values, and the memory for each operation is fixed, however many calls there are.
 #include "watch/call_counts.h"
 
 #include <algorithm>
@@ -34,6 +36,7 @@ Json::Value CallCounts::Describe() const
 
 size_t CallCounts::BucketOf(uint64_t nanoseconds)
 {
+    // The smallest durations share the first bucket: the shift below needs two bits under the highest.
     const uint64_t value = std::max<uint64_t>(nanoseconds, STEPS);
     const auto power = static_cast<size_t>(std::bit_width(value) - 1);
     const auto step = static_cast<size_t>(value >> (power - 2)) - STEPS;  // the two bits below the highest
