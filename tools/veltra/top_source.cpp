@@ -44,6 +44,7 @@ void TopSource::Open()
 
 void TopSource::Run()
 {
+    // Detached, with a reference of its own: a call to a service that hangs takes 8 s, and q must not wait for it.
     std::thread([self = shared_from_this()] {
         sigset_t signals;
         sigfillset(&signals);
@@ -92,6 +93,7 @@ Json::Value TopSource::DescribeAnew()
             return Describe();
         } catch (const ToolError& error) {
             control_ = nullptr;
+            // A service that hangs is still the same one; only a dead one is looked for again.
             if (error.Code() != EXIT_UNREACHABLE) {
                 throw;
             }
@@ -117,6 +119,7 @@ void TopSource::Look()
         trouble = TroubleText(error);
     }
     const std::lock_guard lock(mutex_);
+    // Also after a failure: the screen shows the trouble then.
     ++version_;
     if (trouble.empty()) {
         state_.SetReport(report, TopState::Clock::now());
