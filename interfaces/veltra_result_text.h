@@ -18,7 +18,7 @@ struct ResultText {
     const char* remedy;  // empty: there is nothing to do
 };
 
-// The codes from 1010310101 on are the service's own, as docs/service.md lists them. Each code stands here once.
+// The codes from 1010310101 on are the service's own; docs/service.md lists them. Each code is here once.
 inline constexpr ResultText RESULT_TEXTS[] = {
     {RESULT_OK, "RESULT_OK", "done", ""},
     {RESULT_NO_BUNDLE_NAMES, "RESULT_NO_BUNDLE_NAMES", "no bundle name was given, and nothing was sent",

@@ -26,7 +26,7 @@ public:
     virtual bool Marshalling(Parcel& parcel) const = 0;
 };
 
-// Items lie one behind the other in 4-byte slots, little endian, no tags and no padding between items: Bool, Int32 and
+// Items follow each other in 4-byte slots, little endian, no tags and no padding between items: Bool, Int32 and
 // Uint32 take one slot, Int64 and Uint64 two; String is an int32 length in bytes, the bytes, a NUL and zero fill to the
 // slot; String16 the same with a length in code units. Not copyable; one thread at a time.
 //
