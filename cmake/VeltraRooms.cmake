@@ -36,7 +36,7 @@ function(veltra_require user)
     endforeach()
 endfunction()
 
-# The headers that the current folder may see. What the compiler cannot tell apart is left to the test `layering`.
+# The headers that the current folder may see. What the include path cannot prevent is checked by the test `layering`.
 function(veltra_include_dirs out)
     set(tavo "${PROJECT_SOURCE_DIR}/platform/include")
     set(platform "${PROJECT_SOURCE_DIR}/platform")

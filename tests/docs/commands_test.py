@@ -59,7 +59,7 @@ def run_shell(lines, source):
 
 
 def printed(expected, source):
-    """A pattern for the text of a page: its numbers stand for any."""
+    """A pattern for the text of a page: its numbers match any number."""
     text = re.escape(expected.replace(SOURCE, str(source)))
     return re.sub(r"\d+(?:\\\.\d+)*", r"\\d+(?:\\.\\d+)*", text)
 

@@ -188,7 +188,7 @@ TEST_F(WatchTest, HostileTextsAndLongListsLeaveShortLinesOfValidJson)
     EXPECT_EQ(Parsed(lines[5])["args"]["detailsCount"].asInt(), 64);
 }
 
-TEST_F(WatchTest, WhatAWatcherDoesNotTakeIsCounted)
+TEST_F(WatchTest, RecordsThatAWatcherDoesNotReadAreCounted)
 {
     constexpr size_t SENT = 3000;
     isFull_ = true;

@@ -50,7 +50,7 @@ TEST(Mailbox, WaitingBatchesHoldABoundedNumberOfSamples)
     EXPECT_EQ(mailbox.CountEvents(), 1u);
 }
 
-TEST(Mailbox, AFullQueueOfReportsRefusesUntilOneIsTaken)
+TEST(Mailbox, FullQueueOfReportsRefusesUntilOneIsRemoved)
 {
     Mailbox mailbox(Small());
     const Report report{[](IVeltraServerInterface&) { return 0; }};

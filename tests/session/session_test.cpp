@@ -65,7 +65,7 @@ TEST_F(SessionTest, HasTheStateEventsAndBatchesOfAServiceThatItStarts)
     EXPECT_NE(session.Details().document.find("\"temperature\""), std::string::npos);
 }
 
-TEST_F(SessionTest, IsSubscribedAgainAfterTheDeathOfTheServiceAndTellsSoOnce)
+TEST_F(SessionTest, SubscribesAgainAfterTheDeathOfTheServiceWithOneEvent)
 {
     Serve();
     SessionOptions options;
@@ -112,7 +112,7 @@ TEST_F(SessionTest, IsMadeAndDestroyedAtOnceWithoutAManagerAndDuringALoad)
     }
 }
 
-TEST_F(SessionTest, FindsAServiceThatComesLater)
+TEST_F(SessionTest, ConnectsToAServiceThatStartsLater)
 {
     Session session;
     ASSERT_TRUE(Reaches(session, ServiceState::UNAVAILABLE));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the real service sends by itself reaches the game that asked for it, until one of the two ends.
+// Events and samples of the real service reach the game that subscribed, until one of the two ends.
 #include <atomic>
 
 #include "support/notes.h"
@@ -14,8 +14,8 @@ using TestSupport::Notes;
 using TestSupport::Noting;
 using TestSupport::SharedNotes;
 
-// A level that is 0 and 4 in turns, each for longer than the second between two looks at the device, so that events keep
-// coming; and batches of four samples.
+// A level that is 0 and 4 in turns, each for longer than the second between two looks at the device, so that events
+// keep coming; and batches of four samples.
 constexpr char STORY[] = R"({
     "curves": {"tempLevel": {"points": [[0, 0], [1.2, 0], [1.3, 4], [2.5, 4]], "repeat": true}, "thermalMargin": 33},
     "events": [{"at": 20, "text": "levelStarted"}, {"at": 40, "text": "levelStarted"},
@@ -75,7 +75,7 @@ TEST_F(Subscriptions, GamesAreKnownWhileTheyRun)
     EXPECT_TRUE(isState(4, "game.own"));
     EXPECT_EQ(client_.SyncAppType("game.own,game.other,none", 0),
               (Types{{"game.own", true}, {"game.other", true}, {"none", false}}));
-    // Nothing comes back from an event, so that only its effect can tell.
+    // An event has no reply: only its effect shows that it was handled.
     GameInfo event;
     event.int32Value = 7;
     event.text2 = event.text3 = event.text4 = event.text5 = event.text6 = "not the name";

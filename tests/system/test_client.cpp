@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A game that does what its stdin says, line by line, and says what came of it. It knows the facade only.
+// A game that runs the commands of its stdin, line by line, and prints their outcome. It uses the facade only.
 #include <sys/resource.h>
 #include <unistd.h>
 

@@ -17,7 +17,7 @@ def wait_for_watchers(system, count):
 
 
 def monitor(system):
-    """Failed calls only, by the service's code; a text of a game does not reach the terminal as it is."""
+    """Failed calls only, by the service's code; a text of a game reaches the terminal escaped only."""
     watches = [system.start("monitor", "--json", "--failed", "--count", "1"),
                system.start("monitor", "--operation", "CallAuth", "--count", "1")]
     wait_for_watchers(system, 2)

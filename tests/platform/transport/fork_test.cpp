@@ -69,7 +69,7 @@ TEST(Fork, AThousandForkedChildrenFailAtOnceAndTheParentsCallsSucceed)
 
 using ForkOfAPeer = PeerFixture;
 
-// The descriptors of a killed process stay open in its child: only the process itself tells of the death.
+// The descriptors of a killed process stay open in its child: only the pidfd of the process shows the death.
 TEST_F(ForkOfAPeer, DeathOfTheParentIsNoticedAlthoughTheChildHoldsItsSockets)
 {
     const sptr<CountingRecipient> recipient = CountingRecipient::Of(object_);

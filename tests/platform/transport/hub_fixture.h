@@ -90,7 +90,7 @@ protected:
         return TestSupport::WaitFor([this, count] { return LiveObjects() == count; });
     }
 
-    // What the hub's call to the object that it keeps under that name came to.
+    // The outcome of the hub's call to the object that it keeps under that name.
     int32_t EchoKept(const std::string& name)
     {
         const auto echo = static_cast<int32_t>(TestCode::ECHO);

@@ -205,7 +205,7 @@ bool Offer(RawPeer& raw, uint64_t lane, int fd)
     return raw.Control().Send(RawRecord{RING_RECORD, 0, lane, static_cast<uint64_t>(fd)}.Encode()) && raw.Ping();
 }
 
-// Whether the sender leaves the lane for a new one, and goes on there.
+// Whether the sender replaces the lane by a new one, and continues there.
 bool IsLeft(RawPeer& raw, RawSocket& lane, RawHello& hello)
 {
     std::optional<RawFrame> frame = lane.ReceiveFrame();
