@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-# What `cmake --install` puts where. Installed files know each other by relative paths only, so that one build goes to
-# any prefix and an installation may be moved.
+# Which files `cmake --install` installs, and where. Installed files refer to each other by relative paths only, so that
+# one build can be installed under any prefix and an installation may be moved.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)  # for the version files
@@ -18,8 +18,9 @@ function(veltra_way out from to)
     set(${out} "${way}" PARENT_SCOPE)
 endfunction()
 
-# What is installed is built with the run path that it has there, and the build folder is laid out alike: a run path to
-# be replaced is padded with empty places, which stand for the current folder, and costs a start a hundred failing lookups.
+# Programs and libraries are built with the run path that they have when installed; the build folder has the same layout.
+# CMake would otherwise pad the run path with empty entries, to replace it later. Each of them means the current folder,
+# and makes every start of a program look up a hundred files that do not exist.
 
 # veltra_install_program(NAME): into bin; finds the libraries from there, if it links any of them.
 function(veltra_install_program name)
@@ -39,14 +40,14 @@ function(veltra_install_library package target name include)
     set_target_properties(${target} PROPERTIES
         EXPORT_NAME ${name} INSTALL_RPATH "\$ORIGIN" BUILD_WITH_INSTALL_RPATH ON)
     target_compile_features(${target} INTERFACE cxx_std_17)
-    add_library(${package}::${name} ALIAS ${target})  # the same name for those who use the source tree
+    add_library(${package}::${name} ALIAS ${target})  # the same name for a project that uses the source tree
     if(VELTRA_INSTALL)
         install(TARGETS ${target} EXPORT ${package}
             LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" INCLUDES DESTINATION "${include}")
     endif()
 endfunction()
 
-# veltra_install_pkg_config(NAME INCLUDE): what pkg-config finds a library by, from cmake/NAME.pc.in.
+# veltra_install_pkg_config(NAME INCLUDE): the file by which pkg-config finds a library, from cmake/NAME.pc.in.
 function(veltra_install_pkg_config name include)
     if(NOT VELTRA_INSTALL)
         return()
