@@ -61,7 +61,7 @@ function(veltra_include_dirs out)
     elseif(here MATCHES "^control(/|$)")
         set(dirs ${src} ${interfaces} ${tavo} ${top})
     elseif(here MATCHES "^tools(/|$)")
-        set(dirs ${CMAKE_CURRENT_SOURCE_DIR} ${src} ${interfaces} ${tavo} ${top} ${service})
+        set(dirs ${CMAKE_CURRENT_SOURCE_DIR} ${top}/tools/common ${src} ${interfaces} ${tavo} ${top} ${service})
     elseif(here MATCHES "^examples(/|$)")
         set(dirs ${CMAKE_CURRENT_SOURCE_DIR} ${interfaces} ${tavo})
     elseif(here MATCHES "^tests/platform(/|$)")  # both src and platform have a folder ipc
