@@ -81,7 +81,7 @@ int32_t VeltraServerProxy::CallAuth(const std::string& text)
 
 void VeltraServerProxy::ReportGameEvent(GameInfo& info)
 {
-    ServerRequest request("ReportGameEvent", ServerCode::REPORT_GAME_EVENT, MessageOption::FLAG_ONE_WAY);
+    ServerRequest request("ReportGameEvent", ServerCode::REPORT_GAME_EVENT, ServerRequest::ONE_WAY);
     if (!request.WriteToken()) {
         return;
     }
