@@ -113,7 +113,7 @@ Json::Value DescribeService(const ServiceView& view)
     report["simulation"] = DescribeSimulation(view.simulation);
     report["games"] = DescribeGames(view.games);
     report["subscriptions"] = DescribeSubscriptions(view);
-    report["calls"] = view.watchers.DescribeCalls();
+    report["calls"] = view.calls.Describe();
     report["pushes"] = view.watchers.DescribePushes();
     report["watchers"] = Json::UInt64{view.watchers.Count()};
     return report;

@@ -2,7 +2,8 @@
 // A request passes here on a platform worker, in this order: find its row in the table, check the interface token, call
 // BeforeRequest, decode and perform it in its handler, write the result code if the reply is still empty, call
 // AfterReply. A handler writes to the reply only after its operation has returned, so an exception before that leaves
-// room for a refusal. With a watcher the same path also fills a record; without one it costs one test of a pointer.
+// room for a refusal. Each request is counted with its duration. With a watcher the same path also fills a record; without
+// one it costs one test of a pointer.
 #include "veltra_server_stub.h"
 
 #include <algorithm>
@@ -55,42 +56,56 @@ int VeltraServerStub::OnRemoteRequest(uint32_t code, MessageParcel& data, Messag
         return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
     }
     WatchHub* const watch = Watching();
-    const int status =
-        watch == nullptr ? Answer(*request, data, reply, nullptr) : AnswerWatched(*watch, *request, data, reply);
-    if (status != 0) {
-        VELTRA_SERVICE_LOGI("request %u of process %d refused: %d", code, GetCallingPeer().pid, status);
+    const Answered answered =
+        watch == nullptr ? Count(*request, data, reply, nullptr) : AnswerWatched(*watch, *request, data, reply);
+    if (answered.status != 0) {
+        VELTRA_SERVICE_LOGI("request %u of process %d refused: %d", code, GetCallingPeer().pid, answered.status);
     }
-    return status;
+    return answered.status;
 }
 
-int VeltraServerStub::Answer(const Request& request, MessageParcel& data, MessageParcel& reply, WatchRecord* record)
+VeltraServerStub::Answered VeltraServerStub::Count(const Request& request, MessageParcel& data, MessageParcel& reply,
+                                                   WatchRecord* record)
+{
+    const auto begin = WatchRecord::Clock::now();
+    const Answered answered = Answer(request, data, reply, record);
+    const WatchRecord::Clock::duration duration = WatchRecord::Clock::now() - begin;
+    counts_.Add(request.code, answered.result != 0, duration);
+    if (record != nullptr) {
+        record->code = answered.result;
+        record->duration = duration;
+    }
+    return answered;
+}
+
+VeltraServerStub::Answered VeltraServerStub::Answer(const Request& request, MessageParcel& data, MessageParcel& reply,
+                                                    WatchRecord* record)
 {
     if (data.ReadInterfaceToken() != GetDescriptor()) {
-        return RESULT_TOKEN_REFUSED;
+        return {RESULT_TOKEN_REFUSED, RESULT_TOKEN_REFUSED};
     }
-    const int status = Perform(request, data, reply, record);
+    const Answered answered = Perform(request, data, reply, record);
     AfterReply(request.code, reply);
-    return status;
+    return answered;
 }
 
-int VeltraServerStub::AnswerWatched(WatchHub& watch, const Request& request, MessageParcel& data, MessageParcel& reply)
+VeltraServerStub::Answered VeltraServerStub::AnswerWatched(WatchHub& watch, const Request& request, MessageParcel& data,
+                                                           MessageParcel& reply)
 {
     WatchRecord record;
     record.name = NameOf(request.code);
     record.process = GetCallingPeer().pid;
     record.isOneWay = request.code == ServerCode::REPORT_GAME_EVENT;
-    record.code = RESULT_TOKEN_REFUSED;
-    const auto begin = WatchRecord::Clock::now();
-    const int status = Answer(request, data, reply, &record);
-    record.duration = WatchRecord::Clock::now() - begin;
+    const Answered answered = Count(request, data, reply, &record);
     try {
         watch.Add(std::move(record));
     } catch (...) {  // memory; the record is lost, the request is done
     }
-    return status;
+    return answered;
 }
 
-int VeltraServerStub::Perform(const Request& request, MessageParcel& data, MessageParcel& reply, WatchRecord* record)
+VeltraServerStub::Answered VeltraServerStub::Perform(const Request& request, MessageParcel& data, MessageParcel& reply,
+                                                     WatchRecord* record)
 {
     int32_t result = SERVICE_NO_RESOURCES;
     try {
@@ -100,13 +115,10 @@ int VeltraServerStub::Perform(const Request& request, MessageParcel& data, Messa
         result = refusal != 0 ? refusal : (this->*request.handler)(reader, writer);
     } catch (...) {  // memory; handlers write nothing before their operation has returned
     }
-    if (record != nullptr) {
-        record->code = result;
-    }
     if (!request.leadsWithCode || reply.GetDataSize() > 0) {
-        return result;
+        return {result, result};
     }
-    return reply.WriteInt32(result) ? 0 : RESULT_BAD_PARCEL;
+    return {reply.WriteInt32(result) ? 0 : RESULT_BAD_PARCEL, result};
 }
 
 int32_t VeltraServerStub::HandleReportGameEvent(RequestReader& request, ReplyWriter&)

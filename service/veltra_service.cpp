@@ -89,8 +89,9 @@ VeltraService::VeltraService(ServiceSetup setup)
 
 ServiceView VeltraService::View()
 {
-    return {setup_,          clock_,      deviceState_, games_,
-            *subscriptions_, simulation_, hub_,         [this]() -> const ServiceConfig& { return Config(); }};
+    return {setup_, clock_,          deviceState_,
+            games_, *subscriptions_, simulation_,
+            hub_,   Counts(),        [this]() -> const ServiceConfig& { return Config(); }};
 }
 
 const ServiceConfig& VeltraService::Config()

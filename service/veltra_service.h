@@ -53,6 +53,7 @@ struct ServiceView {
     const Subscriptions& subscriptions;
     Simulation& simulation;
     WatchHub& watchers;
+    const CallCounts& calls;
     std::function<const ServiceConfig&()> config;
 };
 

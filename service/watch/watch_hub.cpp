@@ -52,9 +52,6 @@ WatchHub::~WatchHub()
 
 void WatchHub::Add(WatchRecord record)
 {
-    if (record.kind == WatchRecord::Kind::CALL) {
-        calls_.Add(record.name, record.code != 0, record.duration);
-    }
     bool isHalfFull = false;
     {
         MutexLock lock(mutex_);

@@ -154,8 +154,31 @@ TEST_F(WatchTest, EachOperationIsARecordWithItsValues)
         EXPECT_NE(lines[i].find(frame + expected[i] + R"(,"us":)"), std::string::npos) << lines[i];
         EXPECT_EQ(Parsed(lines[i])["type"].asString(), "call");
     }
-    EXPECT_EQ(server_.hub.DescribeCalls()["CallAuth"]["count"].asInt(), 1);
-    EXPECT_EQ(server_.hub.DescribeCalls()["CallAuth"]["refused"].asInt(), 1);
+    EXPECT_EQ(server_.Counts().Describe()["CallAuth"]["count"].asInt(), 1);
+    EXPECT_EQ(server_.Counts().Describe()["CallAuth"]["refused"].asInt(), 1);
+}
+
+// The buckets of different services are added up: their bounds are always there, and never change.
+TEST(CallCountsTest, BucketsHaveFixedBoundsAndNoCallTwice)
+{
+    CallCounts counts;
+    for (const int64_t nanoseconds : {0LL, 255LL, 256LL, 1023LL, 1024LL, 5000LL, 1LL << 33, 1LL << 34, 1LL << 40}) {
+        counts.Add(ServerCode::CALL_AUTH, nanoseconds > 5000, std::chrono::nanoseconds(nanoseconds));
+    }
+    const Json::Value shown = counts.Describe();
+    EXPECT_EQ(shown.getMemberNames(), std::vector<std::string>{"CallAuth"});
+    const Json::Value& item = shown["CallAuth"];
+    EXPECT_EQ(item["count"].asInt(), 9);
+    EXPECT_EQ(item["refused"].asInt(), 3);
+    EXPECT_EQ(item["p50us"].asDouble(), 1.28);
+    EXPECT_EQ(item["maxus"].asDouble(), 1099511627.776);
+    const std::vector<int> below = {2, 4, 5, 6, 6, 6, 6, 6, 6, 6, 6, 6, 6, 7};
+    double bound = 0.256;
+    ASSERT_EQ(item["buckets"].size(), below.size());
+    for (Json::ArrayIndex i = 0; i < below.size(); ++i, bound *= 4) {
+        EXPECT_DOUBLE_EQ(item["buckets"][i][0].asDouble(), bound);
+        EXPECT_EQ(item["buckets"][i][1].asInt(), below[i]) << bound;
+    }
 }
 
 TEST_F(WatchTest, HostileTextsAndLongListsLeaveShortLinesOfValidJson)

@@ -193,10 +193,8 @@ void AddFaults(CLI::App& simulate, Tool& tool, const Shared& options)
         Send(command, options->isStarting, tool);
     });
     CLI::App* const fault = AddVerb(simulate, "fault", "Let something go wrong");
-    const std::vector<std::string> kinds = {"die",     "hang",       "lateReply",     "refuse", "shortReply",
-                                            "badText", "wrongToken", "shortCallback", "flood"};
     fault->add_option("kind", options->text, "What goes wrong; docs/service.md describes the kinds")->required();
-    tool.words[fault] = kinds;
+    tool.words[fault] = FaultKinds();
     CLI::Option* const operation = fault->add_option("--operation", options->operation, "Only this operation");
     CLI::Option* const seconds = fault->add_option("--for", options->seconds, "For so many seconds; else until off");
     CLI::Option* const code = fault->add_option("--code", options->code, "The code of a refusal");

@@ -1,45 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
-// The service counts calls only while a process watches them. So each service, also a restarted one, is watched before
-// its state is read, with a filter that lets no call through: the counters are enough. Nothing is started here.
 #include "top_source.h"
 
 #include <signal.h>
-#include <unistd.h>
 
 #include <thread>
 
-#include "control/control_stubs.h"
-#include "exit_code.h"
-#include "reach.h"
-
 namespace VeltraTool {
-
-using namespace TAVO;
-using namespace TAVO::Veltra;
 
 namespace {
 
 constexpr std::chrono::seconds INTERVAL{1};
 
-class NoRecords : public VeltraWatcherStub {
-public:
-    int32_t OnRecords(const std::string&, uint64_t) override { return 0; }
-};
-
-std::string TroubleText(const ToolError& error)
-{
-    const char* const start = error.Code() == EXIT_UNREACHABLE ? "The service has ended, or cannot be reached: "
-                              : error.Code() == EXIT_TIMED_OUT ? "The service does not answer: "
-                                                               : "The service cannot be read: ";
-    return start + std::string(error.what());
-}
-
 }  // namespace
 
 void TopSource::Open()
 {
-    Watch();
-    state_.SetReport(Describe(), TopState::Clock::now());
+    state_.SetReport(look_.Describe(), TopState::Clock::now());
 }
 
 void TopSource::Run()
@@ -67,52 +43,12 @@ uint64_t TopSource::Version()
     return version_;
 }
 
-void TopSource::Watch()
-{
-    Json::Value filter;
-    filter["pushes"] = filter["device"] = false;
-    filter["pid"].append(::getpid());  // which makes no calls
-    std::string answer;
-    const int32_t result = control_->Watch(JsonText(filter), MakeRef<NoRecords>(), answer);
-    RequireAnswer(result, answer);
-}
-
-Json::Value TopSource::Describe()
-{
-    std::string answer;
-    const int32_t result = control_->Describe(answer);
-    return RequireAnswer(result, answer);
-}
-
-// Of the service that was asked before, or of the one that came after it.
-Json::Value TopSource::DescribeAnew()
-{
-    if (control_ != nullptr) {
-        try {
-            return Describe();
-        } catch (const ToolError& error) {
-            control_ = nullptr;
-            if (error.Code() != EXIT_UNREACHABLE) {
-                throw;
-            }
-        }
-    }
-    try {
-        control_ = ReachControl(false);
-        Watch();
-        return Describe();
-    } catch (...) {
-        control_ = nullptr;
-        throw;
-    }
-}
-
 void TopSource::Look()
 {
     Json::Value report;
     std::string trouble;
     try {
-        report = DescribeAnew();
+        report = look_.Describe();
     } catch (const ToolError& error) {
         trouble = TroubleText(error);
     }

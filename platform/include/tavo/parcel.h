@@ -32,9 +32,9 @@ public:
 // zero fill to the slot; String16 the same with a length in code units; Buffer is an int32 length in bytes, the bytes
 // and zero fill to the slot. Not copyable; one thread at a time.
 //
-// A write returns false, and adds nothing, beyond the capacity limit or without memory. A read returns false (the value
-// forms 0, false or empty) when the item is not there whole, and leaves the cursor where it was. Nothing here throws
-// but the allocation of a string or buffer that is returned.
+// A write returns false, and adds nothing, beyond the capacity limit or if out of memory. A read returns false (the
+// value forms 0, false or empty) when the item is not there whole, and leaves the cursor where it was. Nothing here
+// throws but the allocation of a string or buffer that is returned.
 class TAVO_EXPORT Parcel {
 public:
     static constexpr size_t SLOT = 4;

@@ -70,4 +70,9 @@ std::vector<std::string> DeviceKeys()
     return keys;
 }
 
+std::vector<std::string> FaultKinds()
+{
+    return {"die", "hang", "lateReply", "refuse", "shortReply", "badText", "wrongToken", "shortCallback", "flood"};
+}
+
 }  // namespace VeltraTool
