@@ -13,11 +13,11 @@
 #include <gtest/gtest.h>
 
 #include "base/config_node.h"
-#include "base/service_result.h"
 #include "control/control_codes.h"
 #include "control/control_proxies.h"
 #include "control/control_stubs.h"
 #include "service/sent_request.h"
+#include "service_result.h"
 #include "support/fake_remote_object.h"
 #include "support/forwarding_server.h"
 #include "support/notes.h"
