@@ -33,11 +33,6 @@ std::map<std::string, double> CountsOf(const Json::Value& report)
 
 }  // namespace
 
-const Json::Value& MemberOf(const Json::Value& object, const char* key)
-{
-    return object.isObject() ? object[key] : Json::Value::nullSingleton();
-}
-
 void TopState::SetReport(const Json::Value& report, Clock::time_point now)
 {
     const double process = NumberOf(MemberOf(MemberOf(report, "service"), "pid"));
