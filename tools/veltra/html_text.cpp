@@ -44,17 +44,17 @@ std::string HtmlJson(const Json::Value& document)
 std::string HtmlTable(const std::string& caption, const std::vector<HtmlColumn>& columns,
                       const std::vector<std::vector<std::string>>& rows)
 {
-    const auto classOf = [&columns](size_t i) { return columns[i].isNumber ? " class=\"number\"" : " class=\"text\""; };
+    const auto classOf = [&columns](size_t i) { return std::string(" class=\"") + columns[i].style + "\">"; };
     std::string html = "<div class=\"scroll\" tabindex=\"0\" role=\"region\" aria-label=\"" + HtmlText(caption) +
                        "\"><table><thead><tr>";
     for (size_t i = 0; i < columns.size(); ++i) {
-        html += std::string("<th scope=\"col\"") + classOf(i) + ">" + HtmlText(columns[i].heading) + "</th>";
+        html += "<th scope=\"col\"" + classOf(i) + HtmlText(columns[i].heading) + "</th>";
     }
     html += "</tr></thead><tbody>\n";
     for (const std::vector<std::string>& row : rows) {
         html += "<tr>";
         for (size_t i = 0; i < row.size(); ++i) {
-            html += std::string("<td") + classOf(i) + ">" + HtmlText(row[i]) + "</td>";
+            html += "<td" + classOf(i) + HtmlText(row[i]) + "</td>";
         }
         html += "</tr>\n";
     }

@@ -17,10 +17,10 @@ std::string HtmlText(std::string_view text);
 // A document for an element <script type="application/json">, which no text in it can end.
 std::string HtmlJson(const Json::Value& document);
 
-// One column of a table: numbers are aligned on the right.
+// One column of a table. Its style is "text", which may be long and wraps, "word" or "number", which is aligned on the right.
 struct HtmlColumn {
     const char* heading;
-    bool isNumber;
+    const char* style;
 };
 // Headings and cells are texts, and escaped here. A wide table scrolls in its own box.
 std::string HtmlTable(const std::string& caption, const std::vector<HtmlColumn>& columns,

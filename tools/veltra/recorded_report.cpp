@@ -24,7 +24,7 @@ constexpr size_t MOST_NAMES = 64;  // of operations
 constexpr size_t MOST_GAMES = 1000;
 constexpr size_t MOST_CHANGES = 1000;
 constexpr size_t MOST_NAME_BYTES = 100;
-constexpr int32_t OTHER_GAMES = 0;  // no process has this number
+constexpr int32_t OTHER_GAMES = 0;           // no process has this number
 constexpr char OWN_EVENT[] = "deviceState";  // pushed by the service itself when a value changes
 
 std::string Shortened(const std::string& text)
@@ -102,7 +102,8 @@ public:
             report_.series.Add(report_.seconds, record["values"]);
             report_.device.Add(report_.seconds, record["values"]);
         } else if (type == "dropped") {
-            report_.lost += record["count"].asUInt64();
+            const uint64_t count = record["count"].asUInt64();
+            report_.lost = count > UINT64_MAX - report_.lost ? UINT64_MAX : report_.lost + count;
             Mark(MarkKind::LOST, record["count"].asString() + " records were lost");
         } else if (type == "game") {
             AddGame(record);
@@ -173,8 +174,8 @@ private:
             Mark(MarkKind::EVENT, report_.NameOf(process) + ": scene " + name);
         }
         if (quality && game.quality && *quality != *game.quality) {
-            Mark(MarkKind::CHANGE, report_.NameOf(process) + ": quality " + ShownShort(*game.quality) + " to " +
-                                       ShownShort(*quality));
+            Mark(MarkKind::CHANGE,
+                 report_.NameOf(process) + ": quality " + ShownShort(*game.quality) + " to " + ShownShort(*quality));
             if (report_.qualityChanges.size() < MOST_CHANGES) {
                 report_.qualityChanges.push_back({report_.seconds, process, *game.quality, *quality});
             }

@@ -86,8 +86,8 @@ void AddTemperature(const RecordedReport& report, Findings& findings)
     std::string text =
         "The highest temperature was " + ShownShort(highest->value) + " \u00b0C at " + Elapsed(highest->seconds);
     if (margin) {
-        text += ", the least margin to the limit " + ShownShort(margin->value) + " \u00b0C at " +
-                Elapsed(margin->seconds);
+        text +=
+            ", the least margin to the limit " + ShownShort(margin->value) + " \u00b0C at " + Elapsed(margin->seconds);
     }
     findings.push_back({margin && margin->value <= 0 ? Tone::BAD : Tone::PLAIN, text + "."});
 }
@@ -151,8 +151,9 @@ void AddGames(const RecordedReport& report, Findings& findings)
 void AddLimits(const RecordedReport& report, Findings& findings)
 {
     if (report.lost > 0) {
-        findings.push_back({Tone::WARNING, Times(report.lost, "record") +
-                                               " were lost, since the recorder could not keep up: counts are too low."});
+        findings.push_back(
+            {Tone::WARNING,
+             Times(report.lost, "record") + " were lost, since the recorder could not keep up: counts are too low."});
     }
     const Json::Value& simulated = MemberOf(report.header, "simulated");
     if (report.wasSimulated || (simulated.isBool() && simulated.asBool())) {

@@ -1,24 +1,52 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "report_marks.h"
 
+#include <algorithm>
+
 namespace VeltraTool {
 
-void ReportMarks::Add(double seconds, MarkKind kind, const std::string& text)
+void ReportMarks::Add(double seconds, MarkKind kindOfMark, const std::string& text)
 {
-    constexpr double SAME_SECONDS = 1;
-    const auto known = latest_.find({kind, text});
-    if (known != latest_.end() && seconds - known->second.seconds <= SAME_SECONDS) {
-        known->second.seconds = seconds;
-        ++marks_[known->second.index].count;
-        return;
+    Kind& kind = kinds_[kindOfMark];
+    Merge(kind, {seconds, kindOfMark, text, 1});
+    // Half of the room is enough for one mark of each text, so that doubling the time ends.
+    while (kind.marks.size() > MOST_OF_A_KIND && kind.latest.size() <= MOST_OF_A_KIND / 2) {
+        const std::vector<ReportMark> marks = std::move(kind.marks);
+        kind = Kind{{}, {}, kind.sameSeconds * 2};
+        for (const ReportMark& mark : marks) {
+            Merge(kind, mark);
+        }
     }
-    if (counts_[kind] == MOST_OF_A_KIND) {
+    if (kind.marks.size() > MOST_OF_A_KIND) {
+        kind.latest.erase(text);
+        kind.marks.pop_back();
         ++leftOut_;
-        return;
     }
-    ++counts_[kind];
-    latest_[{kind, text}] = {marks_.size(), seconds};
-    marks_.push_back({seconds, kind, text, 1});
+}
+
+void ReportMarks::Merge(Kind& kind, const ReportMark& mark)
+{
+    const auto known = kind.latest.find(mark.text);
+    if (known != kind.latest.end()) {
+        ReportMark& latest = kind.marks[known->second];
+        if (mark.seconds - latest.seconds <= kind.sameSeconds) {
+            latest.count += mark.count;
+            return;
+        }
+    }
+    kind.latest[mark.text] = kind.marks.size();
+    kind.marks.push_back(mark);
+}
+
+std::vector<ReportMark> ReportMarks::All() const
+{
+    std::vector<ReportMark> all;
+    for (const auto& [name, kind] : kinds_) {
+        all.insert(all.end(), kind.marks.begin(), kind.marks.end());
+    }
+    std::stable_sort(all.begin(), all.end(),
+                     [](const ReportMark& left, const ReportMark& right) { return left.seconds < right.seconds; });
+    return all;
 }
 
 }  // namespace VeltraTool

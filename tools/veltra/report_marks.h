@@ -14,28 +14,33 @@ namespace VeltraTool {
 enum class MarkKind { EVENT, FAULT, LOST, CHANGE };
 
 struct ReportMark {
-    double seconds;
+    double seconds;  // of the first time
     MarkKind kind;
     std::string text;  // as a peer chose it
-    uint32_t count;    // how often it happened, each time within a second of the time before
+    uint32_t count;    // how often it happened from then on, until the next mark with the same text
 };
 
+// What happens again within a second is one mark. If there are too many marks of a kind this time is doubled, so that they
+// are spread over the whole recording; what does not fit even so is counted.
 class ReportMarks {
 public:
     static constexpr size_t MOST_OF_A_KIND = 200;
 
     void Add(double seconds, MarkKind kind, const std::string& text);
-    const std::vector<ReportMark>& All() const { return marks_; }
+    // In the order of time.
+    std::vector<ReportMark> All() const;
     size_t LeftOut() const { return leftOut_; }
 
 private:
-    struct Latest {
-        size_t index;
-        double seconds;
+    struct Kind {
+        std::vector<ReportMark> marks;
+        std::map<std::string, size_t> latest;  // by text: the index of its latest mark
+        double sameSeconds = 1;
     };
-    std::vector<ReportMark> marks_;
-    std::map<std::pair<MarkKind, std::string>, Latest> latest_;  // of those in marks_
-    std::map<MarkKind, size_t> counts_;
+    // Adds the mark to one that is there, or behind them.
+    static void Merge(Kind& kind, const ReportMark& mark);
+
+    std::map<MarkKind, Kind> kinds_;
     size_t leftOut_ = 0;
 };
 

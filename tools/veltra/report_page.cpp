@@ -61,6 +61,11 @@ std::string ShownMark(const ReportMark& mark)
     return mark.text + (isCounted ? ", " + std::to_string(mark.count) + " times" : "");
 }
 
+std::string ShownQuantile(const Durations& durations, double share)
+{
+    return durations.Count() == 0 ? "" : ShownDuration(durations.Quantile(share));
+}
+
 // One heading, and below it what `content` makes of each recording.
 std::string Section(const Reports& reports, const std::string& heading,
                     const std::function<std::string(const RecordedReport&)>& content)
@@ -92,7 +97,7 @@ std::string About(const RecordedReport& report)
 {
     const auto shown = [&report](const char* key) { return TextOf(MemberOf(report.header, key)); };
     const std::string lost = report.lost == 0 ? "no record lost" : std::to_string(report.lost) + " records lost";
-    std::string html = "<p class=\"faint\">" + HtmlText(report.name) + ": " + Elapsed(report.seconds) + " min, " +
+    std::string html = "<p class=\"faint\">" + HtmlText(report.name) + ": duration " + Elapsed(report.seconds) + ", " +
                        std::to_string(report.records) + " records, " + lost;
     for (const auto& [label, key] :
          {std::pair{"started", "startedAt"}, {"machine", "machine"}, {"service", "service"}}) {
@@ -105,7 +110,7 @@ std::string FindingList(const RecordedReport& report)
 {
     static constexpr const char* CLASSES[] = {"", "good", "warning", "bad"};
     static constexpr const char* SIGNS[] = {"", "\u2713 ", "! ", "\u2717 "};  // also without colour
-    std::string html = "<ul>\n";
+    std::string html = "<ul class=\"findings\">\n";
     for (const Finding& finding : FindingsOf(report)) {
         const auto tone = static_cast<size_t>(finding.tone);
         html += std::string("<li class=\"") + CLASSES[tone] + "\">" + SIGNS[tone] + HtmlText(finding.text) + "</li>\n";
@@ -134,10 +139,9 @@ std::vector<std::string> KeyFigures(const RecordedReport& report)
 
 std::string Comparison(const Reports& reports)
 {
-    static constexpr const char* LABELS[] = {"duration",          "highest level", "time at level 3 or above",
-                                             "highest temperature", "changes of quality", "calls",
-                                             "failed calls",      "calls over 100 ms", "longest call",
-                                             "lost records"};
+    static constexpr const char* LABELS[] = {
+        "duration", "highest level", "time at level 3 or above", "highest temperature", "changes of quality",
+        "calls",    "failed calls",  "calls over 100 ms",        "longest call",        "lost records"};
     Rows rows;
     for (const char* const label : LABELS) {
         rows.push_back({label});
@@ -150,7 +154,7 @@ std::string Comparison(const Reports& reports)
     }
     return "<section><h2>Side by side</h2>\n" +
            HtmlTable("Side by side",
-                     {{"", false}, {reports[0].name.c_str(), true}, {reports[1].name.c_str(), true}}, rows) +
+                     {{"", "word"}, {reports[0].name.c_str(), "number"}, {reports[1].name.c_str(), "number"}}, rows) +
            "</section>\n";
 }
 
@@ -169,17 +173,17 @@ std::string CallTable(const std::map<std::string, CallSummary>& summaries, const
         const Durations& durations = summary.durations;
         rows.push_back({entry->first, std::to_string(durations.Count()),
                         seconds > 0 ? Shown(static_cast<double>(durations.Count()) / seconds, 2) : "",
-                        std::to_string(summary.failed), ShownDuration(durations.Quantile(0.5)),
-                        ShownDuration(durations.Quantile(0.99)), ShownDuration(durations.Quantile(1))});
+                        std::to_string(summary.failed), ShownQuantile(durations, 0.5), ShownQuantile(durations, 0.99),
+                        ShownQuantile(durations, 1)});
     }
     return LimitedTable(what,
-                        {{what.c_str(), false},
-                         {"count", true},
-                         {"per s", true},
-                         {"failed", true},
-                         {"p50", true},
-                         {"p99", true},
-                         {"worst", true}},
+                        {{what.c_str(), "text"},
+                         {"count", "number"},
+                         {"per s", "number"},
+                         {"failed", "number"},
+                         {"p50", "number"},
+                         {"p99", "number"},
+                         {"worst", "number"}},
                         rows, MOST_ROWS);
 }
 
@@ -198,20 +202,19 @@ std::string GameTable(const RecordedReport& report)
         const GameSummary& game = entry->second;
         rows.push_back({game.name, entry->first == 0 ? "others" : std::to_string(entry->first),
                         std::to_string(game.calls.Count()), std::to_string(game.failedCalls),
-                        ShownDuration(game.calls.Quantile(0.99)), ShownDuration(game.calls.Quantile(1)),
-                        std::to_string(game.pushes), std::to_string(game.failedPushes),
-                        game.endedAt ? Elapsed(*game.endedAt) : ""});
+                        ShownQuantile(game.calls, 0.99), ShownQuantile(game.calls, 1), std::to_string(game.pushes),
+                        std::to_string(game.failedPushes), game.endedAt ? Elapsed(*game.endedAt) : ""});
     }
     return LimitedTable("Games",
-                        {{"game", false},
-                         {"process", true},
-                         {"calls", true},
-                         {"failed", true},
-                         {"p99", true},
-                         {"worst", true},
-                         {"pushes", true},
-                         {"failed", true},
-                         {"ended at", true}},
+                        {{"game", "text"},
+                         {"process", "number"},
+                         {"calls", "number"},
+                         {"failed", "number"},
+                         {"p99", "number"},
+                         {"worst", "number"},
+                         {"pushes", "number"},
+                         {"failed", "number"},
+                         {"ended at", "number"}},
                         rows, MOST_ROWS);
 }
 
@@ -222,7 +225,8 @@ std::string MarkTable(const RecordedReport& report)
         rows.push_back({Elapsed(mark.seconds), NameOfKind(mark.kind), ShownMark(mark)});
     }
     const size_t leftOut = report.marks.LeftOut();
-    return LimitedTable("Events and faults", {{"time", true}, {"kind", false}, {"what", false}}, rows, rows.size()) +
+    return LimitedTable("Events and faults", {{"time", "number"}, {"kind", "word"}, {"what", "text"}}, rows,
+                        rows.size()) +
            (leftOut > 0 ? "<p class=\"faint\">and " + std::to_string(leftOut) + " more</p>\n" : "");
 }
 
@@ -265,8 +269,8 @@ std::string Foot(const Reports& reports, const std::string& nonce)
         "<footer class=\"faint\"><p>Made by veltra " VELTRA_VERSION
         ". Times are minutes and seconds since the first record; durations of calls are those in the service.</p>\n"
         "<details><summary>The curves are drawn by uPlot. Its licence</summary><pre class=\"licence\">" +
-        std::string(UPLOT_LICENCE) + "</pre></details></footer>\n" +
-        "<script type=\"application/json\" id=\"data\">" + HtmlJson(CurveData(reports)) + "</script>\n";
+        std::string(UPLOT_LICENCE) + "</pre></details></footer>\n" + "<script type=\"application/json\" id=\"data\">" +
+        HtmlJson(CurveData(reports)) + "</script>\n";
     for (const std::string_view script : {UPLOT_JS, CURVES_JS, REPORT_JS}) {
         html += "<script nonce=\"" + nonce + "\">\n" + std::string(script) + "</script>\n";
     }
@@ -297,9 +301,8 @@ std::string ReportPage(const Reports& reports)
     html += Section(reports, "Calls", [](const RecordedReport& report) {
         return CallTable(report.operations, "operation", report.seconds);
     });
-    html += Section(reports, "Pushes", [](const RecordedReport& report) {
-        return CallTable(report.pushes, "push", report.seconds);
-    });
+    html += Section(reports, "Pushes",
+                    [](const RecordedReport& report) { return CallTable(report.pushes, "push", report.seconds); });
     html += Section(reports, "Games", GameTable);
     return html + "</main>\n" + Foot(reports, nonce);
 }

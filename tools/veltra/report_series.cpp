@@ -28,47 +28,67 @@ Json::Value NumberAsJson(double number)
 
 void DeviceSeries::Add(double seconds, const Json::Value& values)
 {
-    if (samples_.size() == MOST_SAMPLES) {
-        Thin();
-    }
-    Sample& sample = samples_.emplace_back(Sample{seconds, {}});
+    Sample& sample = group_.emplace_back(Sample{seconds, {}});
     for (size_t key = 0; key < KEYS.size(); ++key) {
         sample.values[key] = values.isMember(KEYS[key]) ? values[KEYS[key]].asDouble() : UNKNOWN;
     }
+    if (group_.size() < groupSize_) {
+        return;
+    }
+    AppendGroup(group_.data(), group_.size(), samples_);
+    group_.clear();
+    if (samples_.size() >= MOST_SAMPLES) {
+        Thin();
+    }
 }
 
-// Makes two samples of each four: of each value the least and the greatest, in the order in which they came.
+// A single sample as it is. Of more two: of each value the least and the greatest, in the order in which they came.
+void DeviceSeries::AppendGroup(const Sample* from, size_t count, std::vector<Sample>& samples)
+{
+    if (count == 1) {
+        samples.push_back(*from);
+        return;
+    }
+    Sample first{from[0].seconds, {}};
+    Sample second{from[count / 2].seconds, {}};
+    for (size_t key = 0; key < KEYS.size(); ++key) {
+        const Sample* least = nullptr;
+        const Sample* greatest = nullptr;
+        for (const Sample* each = from; each < from + count; ++each) {
+            if (!std::isnan(each->values[key])) {
+                least = least == nullptr || each->values[key] < least->values[key] ? each : least;
+                greatest = greatest == nullptr || each->values[key] > greatest->values[key] ? each : greatest;
+            }
+        }
+        first.values[key] = least == nullptr ? UNKNOWN : std::min(least, greatest)->values[key];
+        second.values[key] = least == nullptr ? UNKNOWN : std::max(least, greatest)->values[key];
+    }
+    samples.push_back(first);
+    samples.push_back(second);
+}
+
+// Makes groups of what is there, and of what follows groups of as many records, so that all parts are equally fine.
 void DeviceSeries::Thin()
 {
     constexpr size_t GROUP = 4;
     static_assert(MOST_SAMPLES % GROUP == 0);
-    for (size_t group = 0; group < MOST_SAMPLES / GROUP; ++group) {
-        const Sample* const from = &samples_[group * GROUP];
-        Sample first{from[0].seconds, {}};
-        Sample second{from[GROUP / 2].seconds, {}};
-        for (size_t key = 0; key < KEYS.size(); ++key) {
-            const Sample* least = nullptr;
-            const Sample* greatest = nullptr;
-            for (const Sample* each = from; each < from + GROUP; ++each) {
-                if (!std::isnan(each->values[key])) {
-                    least = least == nullptr || each->values[key] < least->values[key] ? each : least;
-                    greatest = greatest == nullptr || each->values[key] > greatest->values[key] ? each : greatest;
-                }
-            }
-            first.values[key] = least == nullptr ? UNKNOWN : std::min(least, greatest)->values[key];
-            second.values[key] = least == nullptr ? UNKNOWN : std::max(least, greatest)->values[key];
-        }
-        samples_[group * 2] = first;
-        samples_[group * 2 + 1] = second;
+    std::vector<Sample> thinned;
+    for (size_t i = 0; i < MOST_SAMPLES; i += GROUP) {
+        AppendGroup(&samples_[i], GROUP, thinned);
     }
-    samples_.resize(MOST_SAMPLES / 2);
+    samples_ = std::move(thinned);
+    groupSize_ = groupSize_ == 1 ? GROUP : groupSize_ * 2;
     gapSeconds_ *= 2;
 }
 
 std::vector<DeviceSeries::Sample> DeviceSeries::WithGaps() const
 {
+    std::vector<Sample> all = samples_;
+    if (!group_.empty()) {
+        AppendGroup(group_.data(), group_.size(), all);
+    }
     std::vector<Sample> samples;
-    for (const Sample& sample : samples_) {
+    for (const Sample& sample : all) {
         if (!samples.empty() && sample.seconds - samples.back().seconds > gapSeconds_) {
             Sample gap{samples.back().seconds + gapSeconds_ / 2, {}};
             gap.values.fill(UNKNOWN);

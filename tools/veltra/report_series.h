@@ -19,11 +19,10 @@ class DeviceSeries {
 public:
     static constexpr size_t MOST_SAMPLES = 4096;
     // Those that a page draws, in the order of a sample.
-    static constexpr std::array KEYS{"tempLevel",        "temperature",         "thermalMargin",
-                                     "gpuLoadLevel",     "gpuLoadPercent",      "cpuLoadPercent",
-                                     "currentFrequency", "gpuFrequencyCap",     "cpuPressurePercent",
-                                     "batteryPercent",   "powerDrawMilliwatts", "memoryPressurePercent",
-                                     "fanRpm",           "gpuPowerMilliwatts"};
+    static constexpr std::array KEYS{
+        "tempLevel",           "temperature",           "thermalMargin",   "gpuLoadLevel",       "gpuLoadPercent",
+        "cpuLoadPercent",      "currentFrequency",      "gpuFrequencyCap", "cpuPressurePercent", "batteryPercent",
+        "powerDrawMilliwatts", "memoryPressurePercent", "fanRpm",          "gpuPowerMilliwatts"};
 
     // `values`: an object of numbers.
     void Add(double seconds, const Json::Value& values);
@@ -35,10 +34,13 @@ private:
         double seconds;
         std::array<double, KEYS.size()> values;  // NaN: not known
     };
+    static void AppendGroup(const Sample* from, size_t count, std::vector<Sample>& samples);
     void Thin();
     std::vector<Sample> WithGaps() const;
 
     std::vector<Sample> samples_;
+    size_t groupSize_ = 1;       // how many records one or two samples stand for
+    std::vector<Sample> group_;  // less than one
     double gapSeconds_ = 30;  // the service records at least every 10 s; samples farther apart have a gap between them
 };
 
