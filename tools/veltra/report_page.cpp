@@ -225,7 +225,7 @@ std::string MarkTable(const RecordedReport& report)
         rows.push_back({Elapsed(mark.seconds), NameOfKind(mark.kind), ShownMark(mark)});
     }
     const size_t leftOut = report.marks.LeftOut();
-    return LimitedTable("Events and faults", {{"time", "number"}, {"kind", "word"}, {"what", "text"}}, rows,
+    return LimitedTable("Events and faults", {{"time", "word"}, {"kind", "word"}, {"what", "text"}}, rows,
                         rows.size()) +
            (leftOut > 0 ? "<p class=\"faint\">and " + std::to_string(leftOut) + " more</p>\n" : "");
 }
