@@ -39,7 +39,8 @@ std::string TimeStamp()
     return text;
 }
 
-Json::Value Header(const TAVO::sptr<TAVO::Veltra::IVeltraControl>& control)
+// `isRedacting`: without the names of games that run already.
+Json::Value Header(const TAVO::sptr<TAVO::Veltra::IVeltraControl>& control, bool isRedacting)
 {
     std::string answer;
     const int32_t result = control->Describe(answer);
@@ -50,6 +51,9 @@ Json::Value Header(const TAVO::sptr<TAVO::Veltra::IVeltraControl>& control)
     header["service"] = TextOf(state["service"]["version"]);
     header["simulated"] = state["simulation"]["active"].isBool() && state["simulation"]["active"].asBool();
     header["startedAt"] = TimeStamp();
+    if (!isRedacting && !state["games"].empty()) {
+        header["games"] = state["games"];
+    }
     utsname system{};
     if (::uname(&system) == 0) {  // without the host's name: a recording may be passed on
         header["machine"] = std::string(system.sysname) + " " + system.release + " " + system.machine;
@@ -123,7 +127,7 @@ void Run(const RecordOptions& options)
         throw ToolError(EXIT_USAGE, "--as-scenario needs a recording in a file", "name one instead of -");
     }
     const auto control = ReachControl(options.isStarting);
-    const Json::Value header = Header(control);
+    const Json::Value header = Header(control, options.isRedacting);
     const LineFile file(options.file);
     file.Write(JsonText(header));
     Recorder recorder(file, options.isRedacting);
