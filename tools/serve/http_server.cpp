@@ -25,6 +25,7 @@ namespace VeltraServe {
 namespace {
 
 constexpr int BACKLOG = 128;
+constexpr std::chrono::seconds ROOM_TIME{1};
 constexpr char BUSY[] =
     "HTTP/1.1 503 Service Unavailable\r\nContent-Length: 0\r\nRetry-After: 1\r\nConnection: close\r\n\r\n";
 
@@ -51,13 +52,24 @@ public:
 private:
     bool TryEnqueue(const std::function<void()>& serve)
     {
-        const std::lock_guard lock(mutex_);
-        if (waiting_.size() >= idle_ && !StartThread() &&
-            (waiting_.size() >= HttpServer::MAX_WAITING || !connections_.InterruptSlowest())) {
+        std::unique_lock lock(mutex_);
+        if (waiting_.size() >= idle_ && !StartThread() && !MakeRoom(lock)) {
             return false;
         }
         waiting_.push_back(serve);
         changed_.notify_one();
+        return true;
+    }
+
+    // Under mutex_. As many connections wait at most as were interrupted, which end at once.
+    bool MakeRoom(std::unique_lock<std::mutex>& lock)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + ROOM_TIME;
+        while (!connections_.InterruptSlowest()) {
+            if (waiting_.empty() || taken_.wait_until(lock, deadline) == std::cv_status::timeout) {
+                return false;
+            }
+        }
         return true;
     }
 
@@ -88,6 +100,7 @@ private:
                 serve = std::move(waiting_.front());
                 waiting_.pop_front();
             }
+            taken_.notify_one();
             serve();
         }
     }
@@ -95,6 +108,7 @@ private:
     ConnectionTable& connections_;
     std::mutex mutex_;
     std::condition_variable changed_;
+    std::condition_variable taken_;              // a waiting connection has a thread now
     std::deque<std::function<void()>> waiting_;  // under mutex_, as is all that follows
     size_t threads_ = 0;
     size_t idle_ = 0;
@@ -134,6 +148,11 @@ HttpServer::HttpServer()
     new_task_queue = [this] { return new ConnectionThreads(connections_); };
     set_payload_max_length(Connection::MAX_REQUEST_BYTES);
     set_tcp_nodelay(true);
+    // Deliberate: the library's own options let two servers share a port, and each gets some of the requests.
+    set_socket_options([](int fd) {
+        const int yes = 1;
+        ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
+    });
 }
 
 void HttpServer::Bind(const std::string& host, int port)

@@ -35,7 +35,6 @@ private:
 class HttpServer final : public httplib::Server {
 public:
     static constexpr size_t MAX_CONNECTIONS = 64;
-    static constexpr size_t MAX_WAITING = 16;  // for a thread, beyond these
 
     HttpServer();
 
