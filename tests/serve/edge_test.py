@@ -214,6 +214,22 @@ def hostile_names(server, system):
     require("alert" not in metrics, f"the name of a game is in the metrics: {metrics}")
 
 
+def stopped_service(server, system):
+    """Metrics are answered while the service is not, and say so."""
+    service = system.service_pid()
+    os.kill(service, signal.SIGSTOP)
+    try:
+        begin = time.monotonic()
+        while "veltra_service_up 0" not in (metrics := ask(server, "GET /metrics")[2].decode()):
+            require(time.monotonic() < begin + WAIT_S, metrics)
+        require("veltra_games" not in metrics, f"values of a service that does not answer: {metrics}")
+    finally:
+        os.kill(service, signal.SIGCONT)
+    deadline = time.monotonic() + WAIT_S
+    while "veltra_service_up 1" not in (metrics := ask(server, "GET /metrics")[2].decode()):
+        require(time.monotonic() < deadline, metrics)
+
+
 def restricted(system, programs):
     body = b'{"do": "off"}'
     for option, page in (("--read-only", 200), ("--metrics-only", 404)):
@@ -231,20 +247,24 @@ def restricted(system, programs):
             require(ask(server, "GET /metrics", host=host)[0] == status, f"Host {host} is not answered with {status}")
 
 
-def usage(system, programs):
+def usage(system, programs, source):
     serve = pathlib.Path(programs, "veltra-serve")
     for words in (["--listen", "x"], ["--listen", "127.0.0.1:0"], ["--listen", "127.0.0.1:65536"], ["--listen", "::1:80"], ["--fly"], ["fly"]):
         done = subprocess.run([serve, *words], env=system.env, capture_output=True, timeout=WAIT_S)
         require(done.returncode == 2, f"{words} ended with {done.returncode}")
     system.expect(0, "serve", "--version", output="^veltra-serve ")
+    shown = system.run("serve", "--help").stdout
+    manual = pathlib.Path(source, "tools/serve/veltra-serve.1.scd").read_text()
+    missing = [option for option in re.findall(r"--[a-z-]+", shown) if f"*{option}*" not in manual]
+    require("--read-only" in shown and not missing, f"the manual page does not have {missing}")
     with Server(system, programs) as server:
         system.expect(1, "serve", "--listen", server.host, error="cannot listen on 127.0.0.1 port")
 
 
 def main():
-    programs = sys.argv[1]
-    with System(*sys.argv[1:]) as system:
-        usage(system, programs)
+    programs, source = sys.argv[1:]
+    with System(programs, source) as system:
+        usage(system, programs, source)
         with Server(system, programs) as server:
             metrics = ask(server, "GET /metrics")[2].decode()
             require("veltra_service_up 0" in metrics, f"without a manager: {metrics}")
@@ -258,6 +278,7 @@ def main():
             garbage(server)
             large_body(server)
             hostile_names(server, system)
+            stopped_service(server, system)
             streams(server)
             slow_peers(server)
             half_requests(server)

@@ -180,17 +180,17 @@
         const isActive = simulation?.active === true;
         const parts = [];
         if (isActive && simulation.scenario !== undefined) {
-            parts.push("the scenario " + simulation.scenario + " at " + shown(simulation.timeSeconds) + " s" + (simulation.paused ? ", paused" : ""));
+            parts.push("scenario " + simulation.scenario + " at " + shown(simulation.timeSeconds) + " s" + (simulation.paused ? ", paused" : ""));
         }
         const values = Object.keys(simulation?.values || {});
         if (values.length > 0) {
-            parts.push(values.length === 1 ? "1 value that is set" : values.length + " values that are set");
+            parts.push(values.join(", "));
         }
         for (const fault of simulation?.faults || []) {
-            parts.push("the fault " + fault.kind);
+            parts.push("fault " + fault.kind + (fault.operation ? " of " + fault.operation : ""));
         }
         get("simulated").hidden = !isActive;
-        setText(get("simulatedText"), isActive ? "Games do not get the values of this machine, but " + (parts.join(", ") || "those of a simulation") + "." : "");
+        setText(get("simulatedText"), isActive ? "Games get simulated values: " + parts.join("; ") : "");
         get("pause").disabled = !(isActive && simulation.scenario !== undefined);
         setText(get("pause"), simulation?.paused ? "Resume" : "Pause");
     }
