@@ -2,7 +2,7 @@
 // Copies member by member, once for each call or callback. Towards C nothing of a text is copied: the structure points
 // into the C++ record, which must outlive it, and both stay unchanged meanwhile. Towards C++ all texts are copied,
 // since the caller may free them when the call returns; a null text becomes an empty one. The lists and the copied
-// texts take memory and may throw std::bad_alloc, which Guarded turns into a result where a C caller waits for one.
+// texts allocate memory and may throw std::bad_alloc, which Guarded turns into a result where a C caller waits for one.
 #include "convert.h"
 
 namespace TAVO::Veltra::C {

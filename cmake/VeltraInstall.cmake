@@ -73,3 +73,23 @@ function(veltra_install_package package target name include)
     write_basic_package_version_file("${made}/${package}-config-version.cmake" COMPATIBILITY SameMinorVersion)
     install(FILES "${made}/${package}-config.cmake" "${made}/${package}-config-version.cmake" DESTINATION "${folder}")
 endfunction()
+
+# veltra_manual(NAME): the page NAME.1, from NAME.1.scd in the current folder, made and installed with the target NAME.
+function(veltra_manual name)
+    if(NOT PROJECT_IS_TOP_LEVEL)
+        return()
+    endif()
+    find_program(VELTRA_SCDOC scdoc)
+    if(NOT VELTRA_SCDOC)
+        message(FATAL_ERROR "scdoc is missing, which makes the manual page ${name}.1: run scripts/setup, or install scdoc")
+    endif()
+    set(page "${CMAKE_CURRENT_BINARY_DIR}/${name}.1")
+    add_custom_command(OUTPUT "${page}"
+        COMMAND "${VELTRA_SCDOC}" < "${CMAKE_CURRENT_SOURCE_DIR}/${name}.1.scd" > "${page}"
+        DEPENDS ${name}.1.scd)
+    add_custom_target(${name}_manual DEPENDS "${page}")
+    add_dependencies(${name} ${name}_manual)
+    if(VELTRA_INSTALL)
+        install(FILES "${page}" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+    endif()
+endfunction()

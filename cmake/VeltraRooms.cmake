@@ -85,18 +85,39 @@ function(veltra_room name)
     target_link_libraries(${name} PRIVATE veltra_options PUBLIC ${arg_LINK} ${arg_USES})
 endfunction()
 
-# veltra_library(NAME ROOMS room... [MAP file] [INCLUDE dir...] [LINK lib...]): the shared library lib<NAME>.so.
-# MAP is its version script, if it is not cmake/exports.map. INCLUDE and LINK reach those who link it.
+# The number behind the SONAME of a C++ library, and in its version node: before 1.0 any minor version may break its users.
+set(VELTRA_SOVERSION ${PROJECT_VERSION_MAJOR})
+if(PROJECT_VERSION_MAJOR EQUAL 0)
+    set(VELTRA_SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+endif()
+
+# Writes the version script of a C++ library that exports the namespace `space`; its node has the last part of that name.
+function(veltra_version_script map space)
+    string(REGEX REPLACE ".*::" "" node "${space}")
+    string(TOUPPER "${node}_${VELTRA_SOVERSION}" node)
+    configure_file("${PROJECT_SOURCE_DIR}/cmake/exports.map.in" "${map}" @ONLY)
+endfunction()
+
+# veltra_library(NAME ROOMS room... {EXPORTS namespace | MAP file VERSION version} [INCLUDE dir...] [LINK lib...])
+# The shared library lib<NAME>.so. A C++ library EXPORTS a namespace and has the version of the project; a library with
+# a version script of its own, MAP, has a version of its own too, whose first number is in its SONAME. INCLUDE and LINK
+# reach those who link it.
 function(veltra_library name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "MAP" "ROOMS;INCLUDE;LINK")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "EXPORTS;MAP;VERSION" "ROOMS;INCLUDE;LINK")
     veltra_require(${name} ${arg_ROOMS} ${arg_LINK})
-    set(map "${PROJECT_SOURCE_DIR}/cmake/exports.map")
     if(arg_MAP)
         set(map "${arg_MAP}")
+        set(version ${arg_VERSION})
+        string(REGEX MATCH "^[0-9]+" soversion "${version}")
+    else()
+        set(map "${CMAKE_CURRENT_BINARY_DIR}/${name}.map")
+        set(version ${PROJECT_VERSION})
+        set(soversion ${VELTRA_SOVERSION})
+        veltra_version_script("${map}" ${arg_EXPORTS})
     endif()
     add_library(${name} SHARED)
     set_target_properties(${name} PROPERTIES
-        VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} LINKER_LANGUAGE CXX LINK_DEPENDS "${map}")
+        VERSION ${version} SOVERSION ${soversion} LINKER_LANGUAGE CXX LINK_DEPENDS "${map}")
     foreach(dir IN LISTS arg_INCLUDE)
         target_include_directories(${name} INTERFACE $<BUILD_INTERFACE:${dir}>)
     endforeach()

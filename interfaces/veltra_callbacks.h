@@ -29,6 +29,7 @@ public:
     virtual int32_t OnGameCallbackEvent(const GameCallbackEventInfo& info) = 0;
 };
 
+// Receives GPU counters: StartGetGpuPerfInfo.
 class VELTRA_EXPORT GpuCounterCallBackBase {
 public:
     virtual ~GpuCounterCallBackBase() = default;
@@ -37,6 +38,7 @@ public:
     virtual int32_t OnGpuData(std::vector<GpuPerfInfo>& infos) = 0;
 };
 
+// Receives priorities: GetAppPrioritys.
 class VELTRA_EXPORT GetAppPrioritysCallbackBase {
 public:
     virtual ~GetAppPrioritysCallbackBase() = default;
@@ -45,6 +47,7 @@ public:
     virtual int32_t OnGetAppPrioritys(std::vector<std::string>& list) = 0;
 };
 
+// Receives resource information: QueryAppResourceInfos.
 class VELTRA_EXPORT QueryAppResourceInfoCallbackBase {
 public:
     virtual ~QueryAppResourceInfoCallbackBase() = default;

@@ -81,6 +81,7 @@ public:
     std::string text4;
 };
 
+// The records that answer one QueryAppResourceInfos.
 struct AppResourceInfos {
     std::vector<AppResourceInfo> resourceInfos;
 };

@@ -20,10 +20,10 @@ namespace TAVO::Veltra {
 // Stateless: any number of instances share one connection, which is made by the first operation and made again after
 // the service died; there is nothing to open or close. Call from any thread, in any order; subscriptions take turns.
 //
-// Time: each operation may block up to 10 s while the service is loaded (callers that come meanwhile queue up behind
-// it, each with 10 s of its own), up to 2 s for a manager that does not answer, then up to 8 s for the service's
-// answer. With the service running it is one round trip. Nothing is sent twice: whether a request whose answer was lost
-// has run is unknown.
+// Time: each operation may block up to 10 s while the service is loaded (each caller has 10 s of its own, and all return
+// when the service is there), up to 2 s for a manager that does not answer, then up to 8 s for the service's answer.
+// With the service running it is one round trip. Nothing is sent twice: whether a request whose answer was lost has run
+// is unknown.
 //
 // Errors: no operation throws, short of memory running out while an argument is copied or the connection object is
 // made by the first call of the process. int32_t results are 0, a code of veltra_result.h or the service's own code.

@@ -28,6 +28,7 @@ struct Reading {
     const char* source;
 };
 
+// One value that is a text.
 struct TextReading {
     const char* text;  // as `source`
     const char* source;
@@ -90,6 +91,7 @@ enum class ServiceState : int32_t {
     UNAVAILABLE = 3,    // no manager, or no service that could be started; tried again twice a second
 };
 
+// How the session is doing. The counters start at 0 with the session and never fall.
 struct SessionStatus {
     ServiceState state = ServiceState::STARTING;
     // Of the latest attempt or call: 0 or a code with a text in veltra_result_text.h; RESULT_BAD_DEVICE_STATE for a
@@ -105,6 +107,7 @@ struct SessionStatus {
     uint64_t batchesDropped = 0;
 };
 
+// One event for the handler of the game; `kind` says which of the other fields are set.
 struct SessionEvent {
     enum class Kind : int32_t {
         DEVICE = 0,   // a game event of the service, in `info`
@@ -119,6 +122,7 @@ struct SessionEvent {
 
 using SessionHandler = std::function<void(const SessionEvent& event)>;
 
+// What a game may choose about its session. The defaults suit most games.
 struct SessionOptions {
     // Passed on as the bundle name of this game (UpdateGameInfo), to a service that returned too. Empty: not passed on.
     std::string gameName;

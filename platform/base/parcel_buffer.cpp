@@ -3,7 +3,8 @@
 // blocks come from the cache of the calling thread, most recently used first, without a lock; the block goes to the
 // cache of the thread that frees it, whichever made it. Larger ones come from the C library, the largest are mappings
 // that grow by mremap: the kernel moves page table entries and copies nothing. A block's kind follows from its capacity
-// alone, so the capacity that is noted is always the full one. Nothing here throws; without memory the result is null.
+// alone, so the capacity that is noted is always the full one. Nothing here throws; if out of memory the result is
+// null.
 #include "base/parcel_buffer.h"
 
 #include <pthread.h>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The text begins in an array of the object and moves to the heap once it needs more, by steps of at least four times
-// the room. Without memory it stays where it is and loses its end: appending never fails, it only appends less. `size_`
-// never exceeds `capacity_`, one byte behind which is the NUL's. Not aware of UTF-8 when it cuts: the last character of
-// a text that was cut may be incomplete.
+// the room. If out of memory it stays where it is and loses its end: appending never fails, it only appends less.
+// `size_` never exceeds `capacity_`, one byte behind which is the NUL's. Not aware of UTF-8 when it cuts: the last
+// character of a text that was cut may be incomplete.
 #include "base/text_buffer.h"
 
 #include <cstdlib>

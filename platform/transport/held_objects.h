@@ -65,7 +65,7 @@ public:
     void OnLaneClosed(LaneKey lane, uint64_t lastTaken);
 
     // The session is dead: releases everything. What accepted one-way requests may still call is released after them,
-    // with the last lane that carried them. Takes no memory.
+    // with the last lane that carried them. Allocates nothing.
     void Close() noexcept;
 
 private:
@@ -84,7 +84,7 @@ private:
         uint64_t count;
     };
     using HeldBySerial = std::unordered_map<uint64_t, Held>;
-    // References to be released after the lock. The first takes no memory.
+    // References to be released after the lock. The first allocates nothing.
     struct Leftovers {
         sptr<IRemoteObject> first;
         std::vector<sptr<IRemoteObject>> others;

@@ -29,9 +29,9 @@ public:
     void OnReady(uint32_t events) override;
     // Accepts connections that wait, at most so many.
     void Accept(size_t most);
-    // Starts or resumes accepting; false without memory.
+    // Starts or resumes accepting; false if out of memory.
     bool Resume() noexcept;
-    // Stops accepting for a while. Takes no memory.
+    // Stops accepting for a while. Allocates nothing.
     void Rest() noexcept;
     State GetState() const noexcept { return state_; }
 

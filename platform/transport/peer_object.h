@@ -43,7 +43,7 @@ public:
     void NotifyRecipients() noexcept;
 
 protected:
-    // Has NotifyRecipients called on the delivery thread. Takes no memory.
+    // Has NotifyRecipients called on the delivery thread. Allocates nothing.
     virtual void PostDeath() noexcept = 0;
 
 private:

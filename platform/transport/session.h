@@ -60,7 +60,7 @@ public:
     ControlChannel::HelloSent SendHello(int fd);
     // Both hellos are exchanged. Sends what is queued, and callers go on.
     void Establish(int controlFd, int controlEpoll, void* tag, const PeerIdentity& identity);
-    // The end: wakes up everybody who waits, and releases everything. Idempotent. Takes no memory.
+    // The end: wakes up everybody who waits, and releases everything. Idempotent. Allocates nothing.
     void End() noexcept;
     // Acts on a record of the peer; false when it breaks the protocol.
     bool OnRecord(const ControlRecord& record);

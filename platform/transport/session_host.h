@@ -38,14 +38,14 @@ public:
     // A proxy for an object of a third process, acquired from its owner. Null: too many. `message` named the object.
     virtual sptr<PeerObject> AcquireFrom(const Instance& owner, uint64_t serial, const std::u16string& descriptor,
                                          const std::shared_ptr<PendingAcknowledgement>& message) = 0;
-    // Has the death recipients of an object notified. Takes no memory.
+    // Has the death recipients of an object notified. Allocates nothing.
     virtual void PostDeath(sptr<PeerObject> object) noexcept = 0;
 
     // A session has an idle lane, to be closed after a while.
     virtual void ExpectIdleLanes() = 0;
-    // Has Session::FlushOneWay called until it has sent everything. False without memory.
+    // Has Session::FlushOneWay called until it has sent everything. False if out of memory.
     virtual bool FlushLater(const std::shared_ptr<Session>& session, ConnectionKind kind) = 0;
-    // A session has room again for a lane of its peer. False without memory.
+    // A session has room again for a lane of its peer. False if out of memory.
     virtual bool RetryWaitingLanes() = 0;
 };
 

@@ -34,7 +34,7 @@ public:
     bool EnsureSpare();
     // Hands a new lane to the workers. The pool is open. False when there is none and none can be had.
     bool AddLane(const std::shared_ptr<PeerLane>& lane);
-    // Runs `job` on a worker. Without memory or a descriptor the job is lost and false returned.
+    // Runs `job` on a worker. If no memory or descriptor is left, the job is lost and false returned.
     bool Post(std::function<void()> job) noexcept;
 
     // Whether another worker waits for work, so that the calling one may stay with its lane.

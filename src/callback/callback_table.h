@@ -25,6 +25,7 @@ class CallbackTable {
 public:
     using Handler = int32_t (Stub::*)(MessageParcel& data, MessageParcel& reply);
 
+    // One request code and what handles it.
     struct Row {
         CallbackCode code;
         Handler handler;

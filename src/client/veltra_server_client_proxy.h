@@ -34,9 +34,10 @@ public:
 
     // Connection.
 
-    // The service, looked up anew by each call and loaded if it is not running: up to 10 s under proxyMutex_, so that
-    // callers queue up and only one of them loads. Null when there is none; without a manager or without memory the
-    // field stays as it was.
+    // Returns the service, looked up anew by each call and loaded if it is not running. Calls to the manager are made
+    // under proxyMutex_, one caller after the other; the wait for a load, up to 10 s, releases it, so that several
+    // callers wait for one start at the same time. Null if there is no service; without a manager or out of memory
+    // the field keeps its value.
     sptr<IVeltraServerInterface> GetServiceProxy();
     // Drops the connection and its death notice.
     void ReleaseServiceProxy() TAVO_REQUIRES(proxyMutex_);

@@ -15,19 +15,8 @@ namespace {
 using namespace TAVO::Veltra;
 using namespace std::chrono_literals;
 
-// A level that is 0 and 4 in turns, so that events keep coming.
-constexpr char STORY[] = R"({
-    "curves": {"tempLevel": {"points": [[0, 0], [1.2, 0], [1.3, 4], [2.5, 4]], "repeat": true}, "temperature": 50},
-    "gpu": {"count": 4, "intervalSeconds": 1, "counters": {"gpuLoadPercent": 70}}})";
-
 class SessionTest : public SystemFixture {
 protected:
-    void Serve()
-    {
-        WriteScenario(STORY);
-        StartManager();
-    }
-
     // The next event for which `isWanted` holds, however many come before.
     template <typename Wanted>
     static bool WaitForEvent(Session& session, Wanted isWanted)
@@ -50,7 +39,7 @@ protected:
 
 TEST_F(SessionTest, HasTheStateEventsAndBatchesOfAServiceThatItStarts)
 {
-    Serve();
+    StartStory();
     SessionOptions options;
     options.gpuInterval = 50ms;
     Session session(options);
@@ -67,7 +56,7 @@ TEST_F(SessionTest, HasTheStateEventsAndBatchesOfAServiceThatItStarts)
 
 TEST_F(SessionTest, IsSubscribedAgainAfterTheDeathOfTheServiceAndTellsSoOnce)
 {
-    Serve();
+    StartStory();
     SessionOptions options;
     options.gameName = "com.example.session";
     options.gpuInterval = 50ms;
@@ -94,7 +83,7 @@ TEST_F(SessionTest, IsSubscribedAgainAfterTheDeathOfTheServiceAndTellsSoOnce)
 
 TEST_F(SessionTest, IsMadeAndDestroyedAtOnceWithoutAManagerAndDuringALoad)
 {
-    WriteAbility("system_test_service", {"second", "silence", PathOf("started-once")});
+    WriteAbility("system_test_service", {"when-told"});
     for (const bool hasManager : {false, true}) {
         if (hasManager) {
             StartManager();
@@ -117,7 +106,7 @@ TEST_F(SessionTest, FindsAServiceThatComesLater)
     Session session;
     ASSERT_TRUE(Reaches(session, ServiceState::UNAVAILABLE));
     ASSERT_TRUE(session.UpdateGameInfo(1, "com.example.late", 0));
-    Serve();
+    StartStory();
     EXPECT_TRUE(Reaches(session, ServiceState::CONNECTED));
     EXPECT_TRUE(WaitFor([&] { return session.Status().reportsSent == 1; }));
     EXPECT_EQ(session.Status().reportsFailed, 0u);
@@ -125,7 +114,7 @@ TEST_F(SessionTest, FindsAServiceThatComesLater)
 
 TEST_F(SessionTest, AServiceThatHangsBlocksNeitherReportsNorTheEnd)
 {
-    Serve();
+    StartStory();
     auto session = std::make_unique<Session>(SessionOptions());
     ASSERT_TRUE(WaitForEvent(*session, IsDevice));
     const pid_t service = ServicePid();
@@ -143,7 +132,7 @@ TEST_F(SessionTest, AServiceThatHangsBlocksNeitherReportsNorTheEnd)
 
 TEST_F(SessionTest, TheHandlerRunsOnTheSessionsThreadAndMayEndTheSession)
 {
-    Serve();
+    StartStory();
     std::mutex mutex;
     std::unique_ptr<Session> session;
     std::thread::id thread;

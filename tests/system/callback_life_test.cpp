@@ -122,9 +122,7 @@ protected:
 // Played by the real service, which gives each object one push at a time.
 TEST_F(BlockedCallback, BlockedCallbackDelaysNoOtherKindOfEvent)
 {
-    WriteScenario(R"({"curves": {"tempLevel": {"points": [[0, 0], [1.2, 0], [1.3, 4], [2.5, 4]], "repeat": true}},
-                      "gpu": {"intervalSeconds": 1, "counters": {"gpuLoadPercent": 70}}})");
-    StartManager();
+    StartStory();
     const auto blocked = [notes = notes_](auto&) {
         notes->Add("blocked");
         notes->WaitForOpening();

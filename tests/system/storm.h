@@ -20,14 +20,6 @@ class StormFixture : public SystemFixture {
 protected:
     static constexpr int CALLERS = 8;
 
-    // The real service with events and samples to send.
-    void StartStory()
-    {
-        WriteScenario(R"({"curves": {"tempLevel": {"points": [[0, 0], [1.2, 0], [1.3, 4], [2.5, 4]], "repeat": true}},
-                          "gpu": {"count": 9, "intervalSeconds": 0.1, "counters": {"gpuLoadPercent": 70}}})");
-        StartManager();
-    }
-
     void Rage(int kills)
     {
         std::atomic<bool> isOver{false};

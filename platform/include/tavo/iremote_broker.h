@@ -36,7 +36,7 @@ public:
     virtual sptr<IRemoteObject> AsObject() = 0;
 };
 
-// Makes the proxy of class T for a remote object; null without memory.
+// Makes the proxy of class T for a remote object; null if out of memory.
 template <typename T>
 struct BrokerCreator {
     sptr<IRemoteBroker> operator()(const sptr<IRemoteObject>& object) const
@@ -70,7 +70,7 @@ public:
     bool Register(const std::u16string& descriptor, Creator creator, const void* owner);
     // Removes the entry if `owner` made it.
     void Unregister(const std::u16string& descriptor, const void* owner);
-    // A proxy for `object` by the creator of its descriptor; null without memory or a creator. A missing creator is
+    // A proxy for `object` by the creator of its descriptor; null if out of memory or a creator. A missing creator is
     // logged once for each descriptor: the proxy class has no BrokerDelegator, or its library is not loaded.
     sptr<IRemoteBroker> NewInstance(const std::u16string& descriptor, const sptr<IRemoteObject>& object);
 
@@ -114,8 +114,8 @@ private:
     std::u16string descriptor_;  // empty when another class had the descriptor first
 };
 
-// `broker` as a T, null if it is none. What one object of a class turned out to be, all of them are: the class is looked
-// through once.
+// `broker` as a T, null if it is none. What one object of a class turned out to be, all of them are: the class is
+// looked through once.
 template <typename T>
 T* NarrowBroker(IRemoteBroker* broker) noexcept
 {

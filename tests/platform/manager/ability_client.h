@@ -36,6 +36,10 @@ std::future<std::string> BeginLoad(int32_t systemAbilityId);
 std::string Add(int32_t systemAbilityId);
 std::string Remove(int32_t systemAbilityId);
 
+// For programs that a manager starts: notes the start for the test, and waits until that tells its services to go on.
+void NoteStart();
+void WaitUntilTold();
+
 // PID of "object PID" and "loaded PID"; 0 in any other text.
 int PidIn(const std::string& text);
 

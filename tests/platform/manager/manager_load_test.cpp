@@ -144,7 +144,7 @@ TEST_F(ManagerLoad, LoadDoesNotWaitForAStartThatHasFailed)
         std::future<std::string> first = BeginLoad(id);
         const size_t position = static_cast<size_t>(id) - 1;
         ASSERT_TRUE(WaitFor([this, position] { return Started().size() == 2 * position + 1; }));
-        ASSERT_TRUE(StopAndWait(manager.Pid()));
+        manager.Stop();
         client.Pipe().Say("load " + std::to_string(id));
         ::kill(Started().back(), SIGKILL);
         EXPECT_TRUE(WaitUntilDead(Started().back()));
