@@ -92,7 +92,8 @@ def bad_recordings(system):
                        (header + '{"type":"device","t":1,"values":{"tempLevel":"hot"}}\n', 2),
                        (header + '"' + "a" * 70000 + '"\n', 2), (header + "[" * 60000 + "\n", 2)):
         path.write_text(text)
-        for words in (["replay", path], ["trace", path, "-o", system.folder / "trace.json"]):
+        for words in (["replay", path], ["trace", path, "-o", system.folder / "trace.json"],
+                      ["report", path, "-o", system.folder / "report.html"]):
             system.expect(1, *words, error=f"bad.jsonl:{line}: the line ")
 
 

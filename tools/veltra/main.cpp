@@ -57,6 +57,7 @@ int Run(int argc, char** argv)
     AddMonitor(app, tool);
     AddRecord(app, tool);
     AddReplay(app, tool);
+    AddReport(app, tool);
     AddTop(app, tool);
     AddTrace(app, tool);
     AddScenario(app, tool);
