@@ -187,9 +187,4 @@ double NumberOf(const Json::Value& value)
     return value.isNumeric() ? value.asDouble() : 0;
 }
 
-const Json::Value& MemberOf(const Json::Value& object, const char* key)
-{
-    return object.isObject() ? object[key] : Json::Value::nullSingleton();
-}
-
 }  // namespace VeltraTool

@@ -62,8 +62,6 @@ const Json::Value& MemberOf(const Json::Value& object, const char* key);
 // The value as a text, a number or 0, whatever a peer has put there.
 std::string TextOf(const Json::Value& value);
 double NumberOf(const Json::Value& value);
-// A null value unless `object` is an object and has the key.
-const Json::Value& MemberOf(const Json::Value& object, const char* key);
 
 }  // namespace VeltraTool
 

@@ -70,6 +70,7 @@ int Run(int argc, char** argv)
     AddDoctor(app, tool);
     AddRestartProbe(app, tool);
     AddSimulate(app, tool);
+    AddServe(app, tool);
     AddCompletion(app, tool);
     try {
         app.parse(argc, argv);
