@@ -325,7 +325,8 @@ InLane::Next InLane::FlushReply()
 void InLane::Await(uint32_t events, bool hasDeadline)
 {
     if (hasDeadline && peerDeadline_.load(std::memory_order_relaxed) == 0) {
-        peerDeadline_.store((Clock::now() + PEER_TIMEOUT).time_since_epoch().count(), std::memory_order_relaxed);
+        // In one order with the look at isWatched_, as CheckDeadline looks at the two the other way round.
+        peerDeadline_.store((Clock::now() + PEER_TIMEOUT).time_since_epoch().count());
         if (!isWatched_.exchange(true)) {
             services_.timers.WatchDeadline(shared_from_this());
         }

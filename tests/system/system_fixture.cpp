@@ -48,11 +48,13 @@ SystemFixture::~SystemFixture()
 
 void SystemFixture::WriteAbility(const std::string& program, const std::vector<std::string>& arguments)
 {
+    std::vector<std::string> command = TestSupport::ProgramCommand(program);
+    command.insert(command.end(), arguments.begin(), arguments.end());
     std::string list;
-    for (const std::string& argument : arguments) {
-        list += (list.empty() ? "\"" : ", \"") + argument + "\"";
+    for (auto argument = command.begin() + 1; argument != command.end(); ++argument) {
+        list += (list.empty() ? "\"" : ", \"") + *argument + "\"";
     }
-    std::ofstream(abilityPath_ + "/66006.json") << R"({"id": 66006, "program": ")" << TestSupport::ProgramPath(program)
+    std::ofstream(abilityPath_ + "/66006.json") << R"({"id": 66006, "program": ")" << command.front()
                                                 << R"(", "arguments": [)" << list << R"(], "external": true})";
     std::ofstream(abilityPath_ + "/66007.json") << R"({"id": 66007, "external": true})";
 }
