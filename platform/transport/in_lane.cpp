@@ -364,7 +364,8 @@ void InLane::Await(uint32_t events, bool hasDeadline)
     // The first wait sets the deadline, later ones for the same message keep it: a peer that sends one byte a second
     // does not extend it.
     if (hasDeadline && peerDeadline_.load(std::memory_order_relaxed) == 0) {
-        peerDeadline_.store((Clock::now() + PEER_TIMEOUT).time_since_epoch().count(), std::memory_order_relaxed);
+        // In one order with the look at isWatched_, as CheckDeadline looks at the two the other way round.
+        peerDeadline_.store((Clock::now() + PEER_TIMEOUT).time_since_epoch().count());
         // One entry in the timers at a time, however often the lane waits.
         if (!isWatched_.exchange(true)) {
             services_.timers.WatchDeadline(shared_from_this());
