@@ -132,6 +132,8 @@ InLane::Next InLane::Loop()
             case FrameReader::State::BAD:
                 WarnLimited("a peer sent an impossible frame", "its lane was closed");
                 return Next::CLOSE;
+            case FrameReader::State::NO_MEMORY:
+                throw std::bad_alloc();
             case FrameReader::State::MORE:
                 if (frame.io == IoStatus::CLOSED) {
                     return Next::CLOSE;

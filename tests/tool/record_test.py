@@ -60,6 +60,7 @@ def recording(system):
         require([each["op"] for each in made] == [call[0] for call in calls], made)
         require(("secret" in path.read_text()) == (not words), path.read_text())
         require([made[0]["args"]["text"]] == list(made[1]["reply"]["result"]), made)
+        require(path.stat().st_mode & 0o777 == 0o600, "others may read what games sent")
     system.expect(1, "record", system.folder / "missing/file", error="missing/file cannot be written")
 
 
