@@ -47,6 +47,7 @@
     USE(session_notify_game_event)             \
     USE(session_notify_app_resource_down_load_results)
 
+/* The functions of the library, each under its name without the prefix. */
 struct veltra_library {
     void* handle; /* null: not available */
 #define VELTRA_MEMBER(name) __typeof__(veltra_##name)* name;
