@@ -26,6 +26,7 @@ int32_t Ask(const sptr<IRemoteObject>& object, ControlCode code, Operation opera
     answer.clear();
     std::string text;
     const int32_t result = CallRemote(object, code, operation, arguments..., text);
+    // Checked after reading: the transport has limited the message to 64 MiB before.
     if (text.size() > MAX_CONTROL_ANSWER_BYTES) {
         return IPC_BAD_MESSAGE;
     }
@@ -63,6 +64,7 @@ int32_t VeltraControlProxy::Simulate(const std::string& command, std::string& an
 int32_t VeltraWatcherProxy::OnRecords(const std::string& lines, uint64_t dropped)
 {
     MessageParcel reply;
+    // Only connecting to the watcher's process may wait, for at most this long; the send itself never does.
     return SendOperation(Remote(), MessageOption(MessageOption::FLAG_ONE_WAY, FIRST_CONTACT_SECONDS), reply,
                          WatcherCode::RECORDS, &IVeltraWatcher::OnRecords, lines, dropped);
 }

@@ -29,6 +29,7 @@ bool ReadText(MessageParcel& data, size_t mostBytes, std::string& text)
 int VeltraControlStub::OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option)
 {
     const auto control = static_cast<ControlCode>(code);
+    // A cast of an unknown code is defined, since the enumeration has a fixed type.
     if (control < ControlCode::DESCRIBE || control > ControlCode::SIMULATE) {
         return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How the service tells a game's renderer what to change; the client only passes the object on.
+// The callback by which a service changes settings of a game's renderer; the client only passes the object on.
 #ifndef VELTRA_IPC_IGAME_GRAPHIC_CALLBACK_H
 #define VELTRA_IPC_IGAME_GRAPHIC_CALLBACK_H
 

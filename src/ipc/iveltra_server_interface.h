@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The remote interface of the service: what a client may ask, in which layout it travels.
+// The remote interface of the service: its operations, and the layout of their requests and replies.
 #ifndef VELTRA_IPC_IVELTRA_SERVER_INTERFACE_H
 #define VELTRA_IPC_IVELTRA_SERVER_INTERFACE_H
 

@@ -59,6 +59,7 @@ bool ServerRequest::Send(const sptr<IRemoteObject>& remote, const char* failedTe
 int ServerRequest::Send(IRemoteObject& remote)
 {
     MessageOption option(flags_, WAIT_SECONDS);
+    // Blocks the calling thread until the reply arrives, at most WAIT_SECONDS.
     status_ = remote.SendRequest(static_cast<uint32_t>(code_), data, reply, option);
     return status_;
 }

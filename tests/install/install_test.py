@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""An installation serves programs outside the tree, wherever it lies.
+"""An installation in any folder serves programs outside the tree.
 
 It is installed, moved, searched for paths of this tree, included header by header, and used by programs that find it
 through CMake and pkg-config. They run against the installed manager, which starts the installed service.

@@ -123,7 +123,7 @@ TEST(DeviceState, RecordedMachinesGetAnswersOfTheirOwn)
     }
 }
 
-TEST(DeviceState, OnlyWhatIsAskedForIsAnswered)
+TEST(DeviceState, AnswersHaveOnlyTheRequestedParts)
 {
     const struct {
         std::vector<int32_t> queryTypes;

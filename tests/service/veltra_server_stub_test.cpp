@@ -122,7 +122,7 @@ TEST(VeltraServerStub, CountsAndTextsBeyondTheirBoundsCallNothing)
     }
 }
 
-TEST(VeltraServerStub, RequestsAtTheirBoundsAreTaken)
+TEST(VeltraServerStub, RequestsAtTheirBoundsAreAccepted)
 {
     const Item resource = sptr<IRemoteObject>(new SilentResourceCallback());
     Items pairs;
