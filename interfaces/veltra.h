@@ -45,6 +45,7 @@ VELTRA_API int32_t veltra_describe_result(int32_t result, struct veltra_result_d
 
 typedef struct veltra_session veltra_session;
 
+/* What a game may choose about its session. */
 struct veltra_options {
     size_t size;
     const char* game_name;    /* null: none */
@@ -65,6 +66,7 @@ struct veltra_value {
     int64_t value;
     const char* source;
 };
+/* One value of the device that is a text; `source` as above. */
 struct veltra_text {
     const char* text; /* null: not reported */
     const char* source;
@@ -111,6 +113,7 @@ VELTRA_API int32_t veltra_session_latest(const veltra_session* session, struct v
 
 enum { VELTRA_STARTING = 0, VELTRA_CONNECTED = 1, VELTRA_NOT_ANSWERING = 2, VELTRA_UNAVAILABLE = 3 };
 
+/* How the session is doing. The counters never fall. */
 struct veltra_status {
     size_t size;
     int32_t state;  /* VELTRA_STARTING to VELTRA_UNAVAILABLE */
@@ -155,6 +158,7 @@ struct veltra_device_info {
 
 enum { VELTRA_EVENT_DEVICE = 0, VELTRA_EVENT_SERVICE = 1, VELTRA_EVENT_GPU = 2 };
 
+/* One event; `kind` says which of the other members are set. */
 struct veltra_event {
     size_t size;
     int32_t kind;
@@ -169,6 +173,7 @@ typedef void (*veltra_event_function)(void* user, const struct veltra_event* eve
 VELTRA_API int32_t veltra_session_dispatch(veltra_session* session, veltra_event_function function, void* user,
                                            uint32_t wait_ms, size_t* handled);
 
+/* Describes the game to the service; docs/service.md has the meaning of each value. */
 struct veltra_game_info {
     size_t size;
     int32_t int32_value;
@@ -233,6 +238,7 @@ VELTRA_API int32_t veltra_get_device_info(const int32_t* query_types, size_t cou
 VELTRA_API int32_t veltra_notify_game_event(int32_t scene_id, const char* scene_name, const char* const* keys,
                                             const char* const* values, size_t count);
 
+/* The outcome of one download. */
 struct veltra_download_result {
     size_t size;
     const char* text1;
@@ -248,6 +254,7 @@ struct veltra_download_result {
 VELTRA_API int32_t veltra_notify_app_resource_down_load_results(const struct veltra_download_result* results,
                                                                 size_t count);
 
+/* The state of one game, as the service keeps it. */
 struct veltra_game_state {
     size_t size;
     int32_t state;         /* 2: no game is running */

@@ -42,6 +42,7 @@
     USE(notify_app_resource_down_load_results) \
     USE(query_game_state)
 
+/* The functions of the library, each under its name without the prefix. */
 struct veltra_library {
     void* handle; /* null: not available */
 #define VELTRA_MEMBER(name) __typeof__(veltra_##name)* name;

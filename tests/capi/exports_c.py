@@ -15,9 +15,8 @@ def main():
     loaded = set(re.findall(r"USE\((\w+)\)", pathlib.Path(interfaces, "veltra_loader.h").read_text()))
     lines = subprocess.run([nm, "-D", "--defined-only", "--with-symbol-versions", library], check=True,
                            capture_output=True, text=True).stdout.splitlines()
-    names = {line.split()[2] for line in lines}
-    expected = {f"veltra_{name}@@VELTRA_1.0" for name in declared}
-    wrong = (names ^ expected) - {"VELTRA_1.0", "VELTRA_1.0@@VELTRA_1.0"}
+    names = {re.sub(r"@@VELTRA_1\.\d+$", "", line.split()[2]) for line in lines if line.split()[1] != "A"}
+    wrong = names ^ {f"veltra_{name}" for name in declared}
     for name in sorted(wrong):
         print(f"{'not declared' if name in names else 'not exported'}: {name}")
     for name in sorted(declared ^ loaded):

@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The manual page has every verb and option of the tool, and the completion scripts offer them.
+"""The manual page has every verb and option of the tool, and the completion scripts offer them. The pages of manager and
+service have every option that the program explains.
 
 Usage: manual_test.py PROGRAMS SOURCE
 """
@@ -18,6 +19,7 @@ complete_line veltra --json simulate load heat
 complete_line veltra simulate set tempL
 complete_line veltra call --f
 """
+SERVERS = {"tavo_manager": "platform/manager/daemon", "veltra_server": "service"}
 COMPLETED = ["status", "heat-wave", "tempLevel=", "--for"]
 
 
@@ -38,6 +40,11 @@ def main():
     done = subprocess.run(["bash", "-c", BASH.replace("/dev/stdin", "/dev/fd/0")], input=script["bash"], text=True,
                           check=True, capture_output=True)
     require(done.stdout.splitlines() == COMPLETED, f"bash completes to {done.stdout}")
+    for program, folder in SERVERS.items():
+        usage = subprocess.run([tool.parent / program, "--help"], check=True, text=True, capture_output=True).stdout
+        manual = pathlib.Path(source, folder, f"{program}.1.scd").read_text()
+        missing = [option for option in set(re.findall(r"--[a-z-]+", usage)) if f"*{option}*" not in manual]
+        require("--runtime-dir" in usage and not missing, f"the manual page of {program} does not have {missing}")
 
 
 main()

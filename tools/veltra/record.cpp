@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The verb `record`: what the service does, as JSON Lines in a file. Each line is written by itself and whole, so that a
-// recorder that is killed leaves a file that can be read. The first line says where and when; records that were lost
+// The verb `record`: what the service does, as JSON Lines in a file. Each line is written by itself and whole, so that
+// a recorder that is killed leaves a file that can be read. The first line says where and when; records that were lost
 // leave a line with their number.
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -90,6 +90,7 @@ public:
     bool IsEnough() override
     {
         const Clock::time_point now = Clock::now();
+        // IsEnough is called at least ten times a second, so it also serves the progress line.
         if (isTerminal_ && now >= nextProgress_) {
             std::fprintf(stderr, "\r%s", Summary().c_str());
             nextProgress_ = now + std::chrono::seconds(1);
@@ -127,6 +128,7 @@ void Run(const RecordOptions& options)
         throw ToolError(EXIT_USAGE, "--as-scenario needs a recording in a file", "name one instead of -");
     }
     const auto control = ReachControl(options.isStarting);
+    // Before the file is replaced: without a service an earlier recording stays.
     const Json::Value header = Header(control, options.isRedacting);
     const LineFile file(options.file);
     file.Write(JsonText(header));

@@ -28,6 +28,7 @@ void AddExplain(CLI::App& app, Tool& tool);
 void AddCall(CLI::App& app, Tool& tool);
 void AddDoctor(CLI::App& app, Tool& tool);
 void AddSimulate(CLI::App& app, Tool& tool);
+void AddServe(CLI::App& app, Tool& tool);
 void AddCompletion(CLI::App& app, Tool& tool);
 
 }  // namespace VeltraTool
