@@ -20,8 +20,8 @@ std::string Times(uint64_t count, const std::string& one, const char* ending = "
     return std::to_string(count) + " " + one + (count == 1 ? "" : ending);
 }
 
-// ", 1.4 s later the quality of racer was lowered from 5 to 4": by the first game that did so after the time, or the last
-// one before. Empty: no game reports a quality.
+// ", 1.4 s later the quality of racer was lowered from 5 to 4": by the first game that did so after the time, or, if there
+// is none, the last before it. Empty: no game reports a quality.
 std::string ReactionTo(double seconds, const RecordedReport& report)
 {
     const QualityChange* before = nullptr;
