@@ -11,6 +11,7 @@ veltra_device_info DeviceInfo(const GameCallbackEventInfo& info)
 {
     veltra_device_info result{};
     result.size = sizeof(result);
+    // Valid as long as `info`: for the time of the callback.
     result.event_text = info.eventText.c_str();
     result.temp_level = info.tempLevel;
     result.gpu_load_level = info.gpuLoadLevel;
@@ -30,6 +31,7 @@ std::vector<veltra_gpu_sample> Samples(const std::vector<GpuPerfInfo>& infos)
     std::vector<veltra_gpu_sample> samples;
     samples.reserve(infos.size());
     for (const GpuPerfInfo& info : infos) {
+        // In the order of the fields of veltra_gpu_sample.
         samples.push_back({info.long1,
                            info.long2,
                            info.ulong1,

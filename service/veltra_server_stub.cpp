@@ -16,7 +16,7 @@
 
 #include "base/operation_names.h"
 #include "base/service_log.h"
-#include "base/service_result.h"
+#include "service_result.h"
 #include "veltra_result.h"
 
 namespace TAVO::Veltra {
@@ -24,6 +24,7 @@ namespace TAVO::Veltra {
 const VeltraServerStub::Request* VeltraServerStub::Find(uint32_t code)
 {
     using Stub = VeltraServerStub;
+    // The last column: whether a reply begins with the result code. Without one the status carries the code.
     static constexpr Request REQUESTS[] = {
         {ServerCode::REPORT_GAME_EVENT, &Stub::HandleReportGameEvent, false},
         {ServerCode::NOTIFY_GAME_EVENT, &Stub::HandleNotifyGameEvent, true},
@@ -55,6 +56,7 @@ int VeltraServerStub::OnRemoteRequest(uint32_t code, MessageParcel& data, Messag
     if (request == nullptr) {
         return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
     }
+    // One atomic load; null while no tool watches calls.
     WatchHub* const watch = Watching();
     const Answered answered =
         watch == nullptr ? Count(*request, data, reply, nullptr) : AnswerWatched(*watch, *request, data, reply);
@@ -85,6 +87,7 @@ VeltraServerStub::Answered VeltraServerStub::Answer(const Request& request, Mess
         return {RESULT_TOKEN_REFUSED, RESULT_TOKEN_REFUSED};
     }
     const Answered answered = Perform(request, data, reply, record);
+    // After the whole reply is written: a simulated fault may delay or damage it.
     AfterReply(request.code, reply);
     return answered;
 }
@@ -111,10 +114,12 @@ VeltraServerStub::Answered VeltraServerStub::Perform(const Request& request, Mes
     try {
         RequestReader reader(data, record != nullptr ? &record->values : nullptr);
         ReplyWriter writer(reply, record != nullptr ? &record->reply : nullptr);
+        // May block or end the process, by a simulated fault.
         const int32_t refusal = BeforeRequest(request.code);
         result = refusal != 0 ? refusal : (this->*request.handler)(reader, writer);
     } catch (...) {  // memory; handlers write nothing before their operation has returned
     }
+    // A handler that has written its reply has written the code first.
     if (!request.leadsWithCode || reply.GetDataSize() > 0) {
         return {result, result};
     }
@@ -147,6 +152,7 @@ int32_t VeltraServerStub::HandleNotifyGameEvent(RequestReader& request, ReplyWri
     if (bundle == nullptr) {
         return SERVICE_BAD_REQUEST;
     }
+    // The bundle is read by its own code, not by the reader, so its fields are noted here.
     if (Note* note = request.GetNote()) {
         note->Begin("bundle");
         note->Number("sceneId", bundle->sceneId);

@@ -53,6 +53,7 @@ void Parcel::Free() noexcept
 
 bool Parcel::Grow(size_t bytes)
 {
+    // The limit may have been lowered below the size. The subtraction cannot wrap around after the first comparison.
     if (size_ > limit_ || bytes > limit_ - size_) {
         return false;
     }
@@ -72,6 +73,7 @@ bool Parcel::WriteText(const Unit* text, size_t units)
     }
     const auto length = static_cast<int32_t>(units);
     std::memcpy(place, &length, SLOT);
+    // Before the units are copied, which may end in the same slot. No byte of an earlier message leaves the process.
     std::memset(place + textBytes, 0, SLOT);  // the last slot: NUL and fill
     if (units > 0) {
         std::memcpy(place + SLOT, text, units * sizeof(Unit));
@@ -88,17 +90,20 @@ bool Parcel::ReadText(Text& text)
         return false;
     }
     std::memcpy(&length, data_ + cursor_, SLOT);
+    // As a size_t it would be a huge length.
     if (length < 0) {
         return false;
     }
     const auto units = static_cast<size_t>(length);
     const size_t textBytes = TextBytes<Unit>(units);
+    // TextBytes cannot overflow: length has at most 31 bits.
     if (textBytes > readable - SLOT) {
         return false;
     }
     const uint8_t* place = data_ + cursor_ + SLOT;
     Unit terminator = 0;
     std::memcpy(&terminator, place + units * sizeof(Unit), sizeof(Unit));
+    // A text without its NUL is malformed: a length that is off by one would shift everything behind it.
     if (terminator != 0) {
         return false;
     }
@@ -199,6 +204,7 @@ std::vector<uint8_t> Parcel::ReadBuffer()
 
 bool Parcel::SetReadPosition(size_t position) noexcept
 {
+    // Every value begins at a slot.
     if (position > size_ || position % SLOT != 0) {
         return false;
     }
@@ -208,6 +214,7 @@ bool Parcel::SetReadPosition(size_t position) noexcept
 
 bool Parcel::SetData(const void* bytes, size_t sizeBytes)
 {
+    // Not the parcel's own limit, which bounds writes: these bytes exist already.
     if (sizeBytes > MAX_DATA_BYTES || !ParcelAccess::Provide(*this, sizeBytes)) {
         return false;
     }
@@ -289,6 +296,7 @@ void ParcelAccess::Swap(MessageParcel& left, MessageParcel& right) noexcept
     std::swap(left.size_, right.size_);
     std::swap(left.capacity_, right.capacity_);
     std::swap(left.cursor_, right.cursor_);
+    // The limit goes with its data.
     std::swap(left.limit_, right.limit_);
     left.references_.swap(right.references_);
 }

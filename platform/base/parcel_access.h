@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What only the transport may do with a parcel: receive into it, put a header in front, move it.
+// Operations on a parcel for the transport only: receive into it, put a header in front, move it.
 #ifndef TAVO_BASE_PARCEL_ACCESS_H
 #define TAVO_BASE_PARCEL_ACCESS_H
 
@@ -19,7 +19,7 @@ public:
     // `bytes` (at most HEADROOM) writable bytes that end where the data begins, valid until the next write; makes a
     // buffer if there is none. Null if out of memory.
     static uint8_t* Headroom(Parcel& parcel, size_t bytes) noexcept;
-    // Takes `bytes` more into the data, whatever the capacity limit says, and returns where they go; their content is
+    // Adds `bytes` to the data, even beyond the capacity limit, and returns where they begin; their content is
     // undefined. The buffer at most doubles, or grows to what is needed. Null, and no change, if out of memory.
     static uint8_t* Append(Parcel& parcel, size_t bytes) noexcept;
     // Cuts the data at `size`, if it is longer. References stay, also those that are cut off.

@@ -140,6 +140,7 @@ Block* ResizeLarge(Block* block, size_t bytes) noexcept
 
 Block* Resize(Block* block, size_t capacity) noexcept
 {
+    // The sums in BlockBytes cannot overflow after this.
     if (capacity > PTRDIFF_MAX - sizeof(Block) - LARGE_PAGE_BYTES) {
         return nullptr;
     }
@@ -171,6 +172,7 @@ uint8_t* Enlarge(uint8_t* data, size_t capacity) noexcept
 void Free(uint8_t* data) noexcept
 {
     Block* block = Block::Of(data);
+    // Only a thread that has freed a block has something to release at its end.
     t_cache.isArmed = t_cache.isArmed || Arm();
     if (!t_cache.isArmed || !t_cache.Keep(block)) {
         Release(block);

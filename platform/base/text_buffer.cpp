@@ -26,6 +26,7 @@ TextBuffer::~TextBuffer()
 size_t TextBuffer::Provide(size_t bytes) noexcept
 {
     if (bytes > capacity_ - size_ && capacity_ < limit_) {
+        // Compared by subtraction: the sum could wrap around.
         const size_t needed = bytes > limit_ - size_ ? limit_ : size_ + bytes;
         const size_t capacity = std::min(std::max(needed, 4 * capacity_), limit_);
         const bool isOnStack = text_ == stack_;
@@ -51,6 +52,7 @@ void TextBuffer::Append(std::string_view text) noexcept
 
 std::string_view TextBuffer::EndLine() noexcept
 {
+    // A full buffer gives up its last byte: a line without its end would run into the next one.
     if (Provide(1) == 0) {
         --size_;
     }

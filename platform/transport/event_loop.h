@@ -31,7 +31,7 @@ public:
     virtual ~LoopPart() = default;
     // The thread has just started.
     virtual void OnStart() {}
-    // How long the loop may wait for events, at most; -1: for ever.
+    // How long the loop may wait for events, at most; -1: no limit.
     virtual int TickMilliseconds() const = 0;
     virtual void OnTick(Clock::time_point now) = 0;
 };
@@ -76,7 +76,7 @@ private:
     bool Start() TAVO_REQUIRES(mutex_);
     void Run();
     void RunJobs();
-    // Waits for events, at most so long, and acts on them.
+    // Waits for events, at most for `milliseconds`, and acts on them.
     void Turn(int milliseconds);
     int TickMilliseconds() const;
 
@@ -92,7 +92,7 @@ private:
     size_t jobsDone_ = 0;                            // of them
     std::unordered_set<const Pollable*> polled_;
     std::unordered_map<const Pollable*, std::unique_ptr<Pollable>> owned_;
-    std::vector<std::unique_ptr<Pollable>> disowned_;  // until the events in hand are handled
+    std::vector<std::unique_ptr<Pollable>> disowned_;  // until the end of the round
     std::vector<Pollable*> ends_;                      // noticed
     std::vector<Pollable*> due_;                       // noticed in an earlier round: acted on at the end of this one
 };

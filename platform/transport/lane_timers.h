@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What lanes need done later: another look at a socket, an end after a timeout, the rest of a request.
+// Timers of lanes: looking at a socket again, ending a lane after a timeout, sending the rest of a request.
 #ifndef TAVO_TRANSPORT_LANE_TIMERS_H
 #define TAVO_TRANSPORT_LANE_TIMERS_H
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What sessions and their parts ask of the process around them.
+// The functions of the process that sessions and their parts use.
 #ifndef TAVO_TRANSPORT_SESSION_HOST_H
 #define TAVO_TRANSPORT_SESSION_HOST_H
 
@@ -28,7 +28,8 @@ public:
     // The path of `name` in the runtime directory, usable in a socket address.
     virtual std::string SocketPath(const std::string& name) = 0;
 
-    // The serial of an object of this process, drawn at its first export; 0 while the process cannot listen for calls.
+    // The serial of an object of this process, assigned at its first export; 0 while the process cannot listen for
+    // calls.
     virtual uint64_t Export(const sptr<IPCObjectStub>& object) = 0;
     virtual sptr<IPCObjectStub> FindExported(uint64_t serial) = 0;
 

@@ -23,7 +23,7 @@ namespace TAVO::Veltra {
 class Pusher {
 public:
     struct Periods {
-        double look = 1;     // seconds between looks at the device while anybody is subscribed
+        double look = 1;     // seconds between readings of the device while a client is subscribed
         double repeat = 10;  // seconds after which a subscriber gets an event though nothing changed
     };
     static constexpr char STATE_EVENT[] = "deviceState";  // the text of such an event

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// A call is one addition to the bucket of its duration and one to the sum. The number of calls is the sum of the buckets
-// as they are read, so a description is consistent in itself although calls go on. For readers that add up histograms of
-// many services the buckets are joined at bounds that never change: every second power of two.
+// Durations are counted in buckets with four steps for each power of two: a bucket's upper bound is at most a quarter
+// above its values, and the memory for each operation is fixed, however many calls there are.
+//
+// A call is one addition to the bucket of its duration and one to the sum, without a lock. The number of calls is the
+// sum of the buckets as they are read, so a description is consistent in itself while calls go on. Readers that add up
+// the histograms of many services need equal bounds: buckets are joined at every second power of two.
 #include "watch/call_counts.h"
 
 #include <algorithm>

@@ -170,7 +170,7 @@ TEST_F(LateNotice, StaleDeathNoticeFailsNoCall)
     ASSERT_TRUE(manager != nullptr);
     for (int round = 1; round <= ROUNDS; ++round) {
         SCOPED_TRACE(round);
-        ASSERT_TRUE(IsServedAgain());  // by a load, which is what a notice is asked for
+        ASSERT_TRUE(IsServedAgain());  // by a load, which adds the death recipient
         const long noticesBefore = log.Count("OnRemoteSaDead");
         const auto held = TAVO::MakeRef<HeldDeliveries>();
         ASSERT_EQ(manager->LoadAbility(66006, held), TAVO::ABILITY_OK);

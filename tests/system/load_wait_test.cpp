@@ -75,7 +75,7 @@ TEST_F(LoadWait, CallsFailAtOnceWhileTheServiceCannotBeStarted)
     EXPECT_TRUE(IsServedAgain());
 }
 
-// After its callers have timed out, the service starts all the same and is used, with all that belongs to a load.
+// After its callers have timed out, the service still starts and is used, with its death notice.
 TEST_F(LoadWait, ServiceThatRegistersLateIsUsed)
 {
     ExpectVainWait();

@@ -57,7 +57,7 @@ private:
         const int32_t result = client.CallAuth("storm");
         served_ += result == 0;
         Expect(result, {0, RESULT_NO_SERVICE});
-        // This operation alone tells how the request was lost.
+        // Only the result of this operation shows how the request was lost.
         Expect(client.ReportRenderThread("a", "b", 1),
                {0, RESULT_RENDER_NO_SERVICE, TAVO::IPC_DEAD_OBJECT, TAVO::IPC_BROKEN});
         Expect(client.GetDeviceInfo({}).resultCode, {0, RESULT_NO_SERVICE});

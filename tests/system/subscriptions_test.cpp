@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the real service sends by itself reaches the game that asked for it, until one of the two ends.
+// Events and samples of the real service reach the game that subscribed, until one of the two ends.
 #include <atomic>
 
 #include "support/notes.h"
@@ -62,7 +62,7 @@ TEST_F(Subscriptions, GamesAreKnownWhileTheyRun)
     EXPECT_TRUE(isState(4, "game.own"));
     EXPECT_EQ(client_.SyncAppType("game.own,game.other,none", 0),
               (Types{{"game.own", true}, {"game.other", true}, {"none", false}}));
-    // Nothing comes back from an event, so that only its effect can tell.
+    // An event has no reply: only its effect shows that it was handled.
     GameInfo event;
     event.int32Value = 7;
     event.text2 = event.text3 = event.text4 = event.text5 = event.text6 = "not the name";

@@ -59,6 +59,8 @@ void SystemFixture::WriteScenario(const std::string& scenario)
                                    VELTRA_SHARE "/catalogue.json"});
 }
 
+// A level that is 0 and 4 in turns, each for longer than the second between two looks at the device, so that events
+// keep coming; and batches of four samples.
 void SystemFixture::StartStory()
 {
     WriteScenario(R"({

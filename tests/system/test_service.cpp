@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// A service in place of the real one that hangs, dies and answers as its caller wants it to.
+// A service in place of the real one that hangs, dies and answers as its caller requests.
 //
 //     system_test_service serve               registers, reports "serving", then obeys its stdin:
-//         release                             lets the calls go on that hang
+//         release                             continues the calls that hang
 //         push NAME                           sends one request to a callback object, see Push
 //         flood NAME                          the same without a pause until one fails; reports "flooded" and its status
 //     system_test_service when-told           the same, once the test that runs the manager tells its services to go on

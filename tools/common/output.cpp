@@ -27,6 +27,7 @@ size_t PrintableLength(std::string_view text)
         return first >= 0x20 && first != 0x7f && first != '\\' ? 1 : 0;
     }
     const size_t length = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : 2;
+    // 0x80 to 0xc1 begin no character: they continue one, or would encode ASCII in two bytes.
     if (first < 0xc2 || first > 0xf4 || text.size() < length) {
         return 0;
     }
@@ -38,6 +39,7 @@ size_t PrintableLength(std::string_view text)
     const unsigned second = byte(1);
     const bool isOverlong = (first == 0xe0 && second < 0xa0) || (first == 0xf0 && second < 0x90);
     const bool isSurrogate = first == 0xed && second >= 0xa0;
+    // U+0080 to U+009F: some terminals act on them as on escape sequences.
     const bool isControl = first == 0xc2 && second < 0xa0;
     // Characters that reverse the direction of what follows: U+200E, U+200F, U+202A to U+202E, U+2066 to U+2069.
     const bool isDirection =

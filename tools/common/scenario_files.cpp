@@ -38,6 +38,7 @@ std::vector<ScenarioFile> InstalledScenarios()
 ScenarioFile FindScenario(const std::string& given)
 {
     std::error_code error;
+    // A file in the current folder comes before an installed scenario with its name.
     if (given.find('/') != std::string::npos || fs::path(given).has_extension() || fs::exists(given, error)) {
         return {fs::path(given).stem().string(), given};
     }

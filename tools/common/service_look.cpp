@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// A reference to a service that has ended stays dead: the manager gives the new service a reference of its own. So a
+// reference is kept as long as it answers, and fetched again by the next look after it failed.
 #include "service_look.h"
 
 #include "reach.h"
@@ -26,6 +28,7 @@ Json::Value ServiceLook::Describe()
             return DescribeBy(control_);
         } catch (const ToolError& error) {
             control_ = nullptr;
+            // A service that hangs is still the same one; only a dead one is looked for again.
             if (error.Code() != EXIT_UNREACHABLE) {
                 throw;
             }

@@ -84,7 +84,17 @@ std::string ShownCommand(const Json::Value& command)
 
 class ReportReader {
 public:
-    explicit ReportReader(RecordedReport& report) : report_(report) {}
+    // Games that ran before the recording began are named in its header.
+    explicit ReportReader(RecordedReport& report) : report_(report)
+    {
+        const Json::Value& games = MemberOf(report.header, "games");
+        for (const Json::Value& game : games.isArray() ? games : Json::Value(Json::arrayValue)) {
+            const Json::Value& process = MemberOf(game, "pid");
+            if (process.isInt()) {
+                GameOf(process.asInt()).name = Shortened(TextOf(MemberOf(game, "bundle")));
+            }
+        }
+    }
 
     void Add(const Json::Value& record)
     {

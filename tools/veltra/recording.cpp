@@ -105,8 +105,10 @@ std::optional<Json::Value> RecordingReader::Next()
 std::optional<Json::Value> RecordingReader::ReadObject()
 {
     ++line_;
+    // getline stops at the end of the buffer: a line without an end uses no further memory.
     file_.getline(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
     const std::streamsize length = file_.gcount();
+    // A recorder that was killed may have written half a line.
     if (file_.eof() || (file_.fail() && length == 0)) {
         if (length > 0) {
             std::fprintf(stderr, "veltra: %s:%zu: the last line is not complete and is left out\n",

@@ -20,7 +20,8 @@ std::string Times(uint64_t count, const std::string& one, const char* ending = "
     return std::to_string(count) + " " + one + (count == 1 ? "" : ending);
 }
 
-// ", quality was lowered 1.4 s later": by the game that did so first around the time. Empty: no game reports a quality.
+// ", 1.4 s later the quality of racer was lowered from 5 to 4": by the first game that did so after the time, or the last
+// one before. Empty: no game reports a quality.
 std::string ReactionTo(double seconds, const RecordedReport& report)
 {
     const QualityChange* before = nullptr;
@@ -32,16 +33,16 @@ std::string ReactionTo(double seconds, const RecordedReport& report)
         if (change.now >= change.before || std::abs(change.seconds - seconds) > REACTION_SECONDS) {
             continue;
         }
-        const std::string steps = " of " + report.NameOf(change.process) + " was lowered from " +
-                                  ShownShort(change.before) + " to " + ShownShort(change.now) + " ";
         if (change.seconds >= seconds) {
-            return ", the quality" + steps + Shown(change.seconds - seconds, 1) + " s later";
+            return ", " + Shown(change.seconds - seconds, 1) + " s later the quality of " +
+                   report.NameOf(change.process) + " was lowered from " + ShownShort(change.before) + " to " +
+                   ShownShort(change.now);
         }
         before = &change;
     }
     if (before != nullptr) {
-        return ", the quality of " + report.NameOf(before->process) + " had been lowered to " +
-               ShownShort(before->now) + " " + Shown(seconds - before->seconds, 1) + " s before";
+        return ", " + Shown(seconds - before->seconds, 1) + " s before the quality of " +
+               report.NameOf(before->process) + " had been lowered to " + ShownShort(before->now);
     }
     return isReported ? ", no game lowered its quality within " + ShownShort(REACTION_SECONDS) + " s" : "";
 }

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// A thread reads the state of the service once a second; the screen takes copies of it under mutex_, which is never held
+// while the service is asked. Nothing is started here: the tool shows what runs.
 #include "top_source.h"
 
 #include <signal.h>
@@ -20,6 +22,7 @@ void TopSource::Open()
 
 void TopSource::Run()
 {
+    // Detached, with a reference of its own: a call to a service that hangs takes 8 s, and q must not wait for it.
     std::thread([self = shared_from_this()] {
         sigset_t signals;
         sigfillset(&signals);
@@ -53,6 +56,7 @@ void TopSource::Look()
         trouble = TroubleText(error);
     }
     const std::lock_guard lock(mutex_);
+    // Also after a failure: the screen shows the trouble then.
     ++version_;
     if (trouble.empty()) {
         state_.SetReport(report, TopState::Clock::now());

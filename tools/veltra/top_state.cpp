@@ -38,6 +38,7 @@ void TopState::SetReport(const Json::Value& report, Clock::time_point now)
     const double process = NumberOf(MemberOf(MemberOf(report, "service"), "pid"));
     const std::map<std::string, double> counts = CountsOf(report);
     rates_.clear();
+    // Another process counts from 0: a difference to the old one's counters would be wrong.
     if (time_ && process == process_ && now > *time_) {
         const double seconds = std::chrono::duration<double>(now - *time_).count();
         for (const auto& [name, count] : counts) {

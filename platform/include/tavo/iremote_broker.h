@@ -66,7 +66,7 @@ public:
 
     static BrokerRegistration& Get();
 
-    // The first creator of a descriptor stays; false for another one. `owner` marks whose entry it is.
+    // The first creator of a descriptor stays; false for another one. `owner` identifies the entry for Unregister.
     bool Register(const std::u16string& descriptor, Creator creator, const void* owner);
     // Removes the entry if `owner` made it.
     void Unregister(const std::u16string& descriptor, const void* owner);
@@ -114,8 +114,8 @@ private:
     std::u16string descriptor_;  // empty when another class had the descriptor first
 };
 
-// `broker` as a T, null if it is none. What one object of a class turned out to be, all of them are: the class is
-// looked through once.
+// `broker` as a T, null if it is none. All objects of one class give the same answer, so the dynamic_cast is made once
+// for each class.
 template <typename T>
 T* NarrowBroker(IRemoteBroker* broker) noexcept
 {

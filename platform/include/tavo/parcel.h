@@ -27,10 +27,10 @@ public:
     virtual bool Marshalling(Parcel& parcel) const = 0;
 };
 
-// Items lie one behind the other in 4-byte slots, little endian, no tags and no padding between items: Bool, Int32,
-// Uint32 and Float take one slot, Int64, Uint64 and Double two; String is an int32 length in bytes, the bytes, a NUL and
-// zero fill to the slot; String16 the same with a length in code units; Buffer is an int32 length in bytes, the bytes
-// and zero fill to the slot. Not copyable; one thread at a time.
+// Items follow each other in 4-byte slots, little endian, no tags and no padding between items: Bool, Int32, Uint32 and
+// Float take one slot, Int64, Uint64 and Double two; String is an int32 length in bytes, the bytes, a NUL and zero fill
+// to the slot; String16 the same with a length in code units; Buffer is an int32 length in bytes, the bytes and zero
+// fill to the slot. Not copyable; one thread at a time.
 //
 // A write returns false, and adds nothing, beyond the capacity limit or if out of memory. A read returns false (the
 // value forms 0, false or empty) when the item is not there whole, and leaves the cursor where it was. Nothing here

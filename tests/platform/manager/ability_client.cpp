@@ -31,7 +31,7 @@ public:
     }
     void OnLoadSystemAbilityFail(int32_t) override { answer_.set_value({"failed", nullptr}); }
 
-    // What came, "silence" when nothing did in time.
+    // The answer that arrived, "silence" if none did in time.
     Answer Wait()
     {
         std::future<Answer> answer = answer_.get_future();

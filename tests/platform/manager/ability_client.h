@@ -12,7 +12,7 @@
 
 namespace ManagerTest {
 
-// The object of the test services: tells the pid of its process, once its registration has come to an end.
+// The object of the test services: returns the pid of its process, once its registration is complete.
 class PidService : public TAVO::IPCObjectStub {
 public:
     static constexpr uint32_t GET_PID = 1;

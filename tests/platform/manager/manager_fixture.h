@@ -46,7 +46,7 @@ protected:
 
     // The processes that test services noted, in the order of their starts.
     std::vector<pid_t> Started() const;
-    // Lets the services that wait for it go on.
+    // Lets the services that wait for it continue.
     void TellServices();
 
     const std::string& RuntimePath() const { return runtimeDir_.Path(); }

@@ -20,7 +20,7 @@ using TestSupport::LinePipe;
 
 using ForkOfAPeer = PeerFixture;
 
-// The descriptors of a killed process stay open in its child: only the process itself tells of the death.
+// The descriptors of a killed process stay open in its child: only the pidfd of the process shows the death.
 TEST_F(ForkOfAPeer, DeathOfTheParentIsNoticedAlthoughTheChildHoldsItsSockets)
 {
     const sptr<CountingRecipient> recipient = CountingRecipient::Of(object_);
