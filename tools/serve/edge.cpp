@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// A web page of another site may send requests to this server from the browser of somebody who looks at it. The header
-// Host tells by which name the browser reached us, so that no foreign name that resolves to this machine is served; the
-// header Origin tells which page has asked; and the token, which only the printed address has, is needed for each write.
+// A web page of another site may send requests to this server through the browser in which it is open. The header Host has
+// the name by which the browser has found the server: a foreign name that resolves to this machine is not served. The
+// header Origin has the site of the page that sends the request. Each write needs the token, which only the printed
+// address has.
 #include "edge.h"
 
 #include <arpa/inet.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // One thread looks when a reader asks for something newer than the latest look, and not again within the interval: a
-// thousand readers cost the service no more than one. A look may block for as long as a call may, and readers go on with
-// what they have.
+// thousand readers cost the service no more than one. A look may block for as long as a call may; readers wait with a
+// deadline of their own.
 #include "service_feed.h"
 
 #include <thread>
