@@ -11,7 +11,7 @@
 
 namespace Bench {
 
-// Sends events to the service. ReportGameEvent tells of a failure in the log alone, so a hook counts the
+// Sends events to the service. ReportGameEvent reports a failure only in the log, so a hook counts the
 // error lines. One object, one thread.
 class EventSender {
 public:

@@ -12,7 +12,7 @@
 
 namespace Bench {
 
-// Writes TAVO::MAX_LIST_ELEMENTS samples as the wire has them; false without memory.
+// Writes TAVO::MAX_LIST_ELEMENTS samples as the wire has them; false if out of memory.
 bool WriteFullList(TAVO::Parcel& parcel);
 
 // Flag, count, then a marker and sixteen fields per element, into a new vector with room for all of them. Checks the

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Other processes that a benchmark makes use of. Forked before their parent first uses the library.
+// Other processes that a benchmark uses. Forked before their parent first uses the library.
 #ifndef VELTRA_BENCH_HELPERS_H
 #define VELTRA_BENCH_HELPERS_H
 

@@ -19,7 +19,7 @@ struct RawTraffic {
 };
 
 // A process of its own with a thread for each connection, which reads request by request and replies. Made before the
-// platform is first used. One thread at a time for each connection; ends the program when the process is gone.
+// platform is first used. One thread at a time for each connection; ends the program if the process has ended.
 class RawPeer {
 public:
     RawPeer(int processor, RawTraffic traffic);

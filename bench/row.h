@@ -36,7 +36,7 @@ void MeasureAndPrint(const Row& row, int rounds, const std::function<double()>& 
 // Seconds on the steady clock.
 double Now();
 
-// Says what is wrong and ends the program.
+// Prints what is wrong and ends the program.
 [[noreturn]] void GiveUp(const char* what);
 
 }  // namespace Bench

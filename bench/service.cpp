@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A service for the figures that the real one cannot give: it counts the game events that arrive, and sends the longest
+// A service for the figures that cannot be measured with the real one: it counts the game events that arrive, and sends the longest
 // list of GPU samples on request.
 #include <atomic>
 #include <cstdio>
@@ -59,7 +59,7 @@ private:
         return 0;
     }
 
-    // Encodes the list beforehand: the figure is the delivery's.
+    // Encodes the list beforehand: only its delivery is measured.
     int32_t Subscribe(const sptr<IRemoteObject>& callback)
     {
         MutexLock lock(mutex_);

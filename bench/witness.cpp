@@ -46,7 +46,7 @@ void ConnectWitness()
         const sockaddr_un address = Address(number);
         const int witness = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
         if (::connect(witness, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
-            GiveUp("nobody listens for the end of the service");
+            GiveUp("no benchmark listens for the end of the service");
         }
     }
 }

@@ -2,7 +2,7 @@
 // Copies member by member, once for each call or callback. Towards C nothing of a text is copied: the structure points
 // into the C++ record, which must outlive it, and both stay unchanged meanwhile. Towards C++ all texts are copied,
 // since the caller may free them when the call returns; a null text becomes an empty one. The lists and the copied
-// texts take memory and may throw std::bad_alloc, which Guarded turns into a result where a C caller waits for one.
+// texts allocate memory and may throw std::bad_alloc, which Guarded turns into a result where a C caller waits for one.
 #include "convert.h"
 
 namespace TAVO::Veltra::C {
@@ -11,6 +11,7 @@ veltra_device_info DeviceInfo(const GameCallbackEventInfo& info)
 {
     veltra_device_info result{};
     result.size = sizeof(result);
+    // Valid as long as `info`: for the time of the callback.
     result.event_text = info.eventText.c_str();
     result.temp_level = info.tempLevel;
     result.gpu_load_level = info.gpuLoadLevel;
@@ -30,6 +31,7 @@ std::vector<veltra_gpu_sample> Samples(const std::vector<GpuPerfInfo>& infos)
     std::vector<veltra_gpu_sample> samples;
     samples.reserve(infos.size());
     for (const GpuPerfInfo& info : infos) {
+        // In the order of the fields of veltra_gpu_sample.
         samples.push_back({info.long1,
                            info.long2,
                            info.ulong1,

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The sixteen operations of veltra.h. A function of the caller becomes a callback object of the client library, which
-// converts what it is given for the time of the call.
+// converts its arguments for the time of the call. No exception may leave a function of this file, since C has none:
+// Guarded turns std::bad_alloc into VELTRA_NO_MEMORY. Structures of the caller are read and written through Read and
+// Write, which copy only as many bytes as the caller's version of the structure has.
 #include <iterator>
 #include <memory>
 #include <utility>
@@ -17,6 +19,7 @@ public:
     EventFunction(veltra_game_event_function function, void* user) : function_(function), user_(user) {}
     int32_t OnGameCallbackEvent(const GameCallbackEventInfo& info) override
     {
+        // Called on a platform thread, under the mutex of the callback object (veltra_callbacks.h).
         const veltra_device_info passed = DeviceInfo(info);
         return function_(user_, &passed);
     }
@@ -47,6 +50,7 @@ public:
     {
         std::vector<const char*> names;
         for (const std::string& name : list) {
+            // Pointers into `list`, which outlives the call of the function.
             names.push_back(name.c_str());
         }
         return function_(user_, names.data(), names.size());
@@ -176,6 +180,7 @@ int32_t veltra_sync_app_type(const char* text, int32_t value, veltra_app_type_fu
         return VELTRA_BAD_ARGUMENT;
     }
     return Guarded([&] {
+        // The function runs on the calling thread, before this operation returns.
         for (const auto& [name, isRunning] : VeltraClient().SyncAppType(Text(text), value)) {
             function(user, name.c_str(), isRunning ? 1 : 0);
         }
@@ -214,6 +219,7 @@ int32_t veltra_get_device_info(const int32_t* query_types, size_t count, veltra_
         const GameCallbackEventInfo answer = VeltraClient().GetDeviceInfo(std::move(details));
         if (answer.resultCode == RESULT_OK) {
             veltra_device_info whole = DeviceInfo(answer);
+            // The text would be freed before the caller could read it; a query has none anyway.
             whole.event_text = nullptr;
             Write(whole, info);
         }
@@ -240,6 +246,7 @@ int32_t veltra_notify_game_event(int32_t scene_id, const char* scene_name, const
 
 int32_t veltra_notify_app_resource_down_load_results(const veltra_download_result* results, size_t count)
 {
+    // The size is read from the first element; all elements of an array have the same.
     if (count > 0 && !IsGiven(results)) {
         return VELTRA_BAD_ARGUMENT;
     }
@@ -265,6 +272,7 @@ int32_t veltra_query_game_state(veltra_game_state* state)
         if (result == RESULT_OK) {
             veltra_game_state whole{};
             whole.state = answer.state;
+            // The structure was zeroed, so the text ends with a NUL also when it is cut.
             answer.bundleName.copy(whole.bundle_name, sizeof(whole.bundle_name) - 1);
             Write(whole, state);
         }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The sessions of veltra.h: each function checks its arguments, calls the Session, and converts what it returns. A
-// table pairs the values of the two snapshots.
+// table pairs the values of the two snapshots: a new value needs one row here and one in veltra.h, at the end of the
+// structure, so that older programs keep their layout.
 #include <chrono>
 #include <memory>
 #include <utility>
@@ -68,6 +69,7 @@ veltra_snapshot SnapshotOf(const DeviceSnapshot& state)
     snapshot.age_ns = std::chrono::nanoseconds(state.Age()).count();
     for (const ValuePair& pair : VALUES) {
         const std::optional<Reading>& reading = state.*pair.from;
+        // C has no optional: a null source marks an absent value.
         snapshot.*pair.to = reading ? veltra_value{reading->value, reading->source} : veltra_value{0, nullptr};
     }
     snapshot.level_from = TextOf(state.levelFrom);
@@ -80,6 +82,7 @@ SessionOptions OptionsOf(const veltra_options& given)
     SessionOptions options;
     options.gameName = Text(given.game_name);
     options.gpuInterval = std::chrono::milliseconds(given.gpu_interval_ms);
+    // 0, which VELTRA_INIT sets, means the default of the C++ options.
     if (given.refresh_ms != 0) {
         options.refreshInterval = std::chrono::milliseconds(given.refresh_ms);
     }
@@ -127,6 +130,7 @@ int32_t veltra_describe_result(int32_t result, veltra_result_description* descri
     }
     const ResultText* text = FindResultText(result);
     for (const ResultText& own : OWN) {
+        // The codes of this library are not among those of the service.
         text = own.code == result ? &own : text;
     }
     if (text == nullptr) {
@@ -141,6 +145,7 @@ int32_t veltra_session_open(const veltra_options* options, veltra_session** sess
     if (session == nullptr || (options != nullptr && !IsGiven(options))) {
         return VELTRA_BAD_ARGUMENT;
     }
+    // Also on failure, so that closing it is harmless.
     *session = nullptr;
     return Guarded([&] {
         const veltra_options given = options != nullptr ? Read(options) : veltra_options{};
@@ -151,6 +156,7 @@ int32_t veltra_session_open(const veltra_options* options, veltra_session** sess
 
 void veltra_session_close(veltra_session* session)
 {
+    // Null is allowed, as with free().
     delete session;
 }
 
@@ -159,6 +165,7 @@ int32_t veltra_session_latest(const veltra_session* session, veltra_snapshot* sn
     if (session == nullptr || !IsGiven(snapshot)) {
         return VELTRA_BAD_ARGUMENT;
     }
+    // No Guarded: nothing here allocates, so it can be called in each frame.
     Write(SnapshotOf(session->session.Latest()), snapshot);
     return RESULT_OK;
 }

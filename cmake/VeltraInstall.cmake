@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
-# What `cmake --install` puts where. Installed files know each other by relative paths only, so that one build goes to
-# any prefix and an installation may be moved. Each file belongs to a component, which the packages are made of: a
-# library to one of the name of its target, all that a program is built with to `dev`, and other files to the component
-# that a folder sets as CMAKE_INSTALL_DEFAULT_COMPONENT_NAME.
+# Which files `cmake --install` installs, and where. Installed files refer to each other by relative paths only, so that
+# one build can be installed under any prefix and an installation may be moved. Each file belongs to a component, of which
+# the packages are made: a library to one of the name of its target, what programs are built with to `dev`, and other
+# files to the component that a folder sets as CMAKE_INSTALL_DEFAULT_COMPONENT_NAME.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)  # for the version files
@@ -20,9 +20,10 @@ function(veltra_way out from to)
     set(${out} "${way}" PARENT_SCOPE)
 endfunction()
 
-# What is installed is built with the run path that it has there, and the build folder is laid out alike: a run path to
-# be replaced is padded with empty places, which stand for the current folder, and costs a start a hundred failing lookups.
-# Below /usr the system finds libraries by itself, and an installed file has no run path.
+# Programs and libraries are built with the run path that they have when installed; the build folder has the same layout.
+# CMake would otherwise pad the run path with empty entries, to replace it later. Each of them means the current folder,
+# and makes every start of a program look up a hundred files that do not exist.
+# Below /usr the system finds the libraries by itself, and an installed file has no run path.
 
 # veltra_run_path(TARGET PATH): the run path in an installation.
 function(veltra_run_path target path)
@@ -49,7 +50,7 @@ function(veltra_install_library package target name include)
     set_target_properties(${target} PROPERTIES EXPORT_NAME ${name})
     veltra_run_path(${target} "")
     target_compile_features(${target} INTERFACE cxx_std_17)
-    add_library(${package}::${name} ALIAS ${target})  # the same name for those who use the source tree
+    add_library(${package}::${name} ALIAS ${target})  # the same name for a project that uses the source tree
     if(VELTRA_INSTALL)
         install(TARGETS ${target} EXPORT ${package}
             LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT ${target} NAMELINK_COMPONENT dev
@@ -57,7 +58,7 @@ function(veltra_install_library package target name include)
     endif()
 endfunction()
 
-# veltra_install_pkg_config(NAME INCLUDE): what pkg-config finds a library by, from cmake/NAME.pc.in.
+# veltra_install_pkg_config(NAME INCLUDE): the file by which pkg-config finds a library, from cmake/NAME.pc.in.
 function(veltra_install_pkg_config name include)
     if(NOT VELTRA_INSTALL)
         return()

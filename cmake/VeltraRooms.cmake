@@ -1,15 +1,17 @@
 # SPDX-License-Identifier: Apache-2.0
-# A target is a room: rooms are object libraries, and each library, program or test names the rooms it is made of.
+# A room is a folder of sources that is built as one object library. Each library, program or test lists the rooms of
+# which it consists.
 #
 # Rooms are not static archives, since an archive may drop an object that nothing calls, such as the one that
-# registers a proxy creator. The price: the objects of a room never pass through another room.
+# registers a proxy creator. The price: a room does not bring the objects of the rooms that it uses; each library,
+# program or test lists all of them.
 
 add_library(veltra_options INTERFACE)
 target_compile_options(veltra_options INTERFACE -Wall -Wextra -Wshadow)
 if(PROJECT_IS_TOP_LEVEL)  # another project's compiler may warn about more
     target_compile_options(veltra_options INTERFACE -Werror)
 endif()
-# The libraries hold a few bytes of thread-local data each: found without a call, from the first thread to the last.
+# The libraries have a few bytes of thread-local data each. With this model they are accessed without a function call.
 target_compile_options(veltra_options INTERFACE -ftls-model=initial-exec)
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     target_compile_options(veltra_options INTERFACE -Wthread-safety)
@@ -24,7 +26,7 @@ if(VELTRA_FUZZ)
     target_compile_options(veltra_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 target_link_libraries(veltra_options INTERFACE Threads::Threads)
-# Functions of other libraries are found when a program starts, and not one by one in a game's first call.
+# Functions of other libraries are resolved when a program starts, not one by one during a game's first call.
 target_link_options(veltra_options INTERFACE -Wl,-z,now)
 
 # Stops with an error that names `user` unless each of the names that are targets of this project exists.
@@ -36,7 +38,7 @@ function(veltra_require user)
     endforeach()
 endfunction()
 
-# The headers that the current folder may see. What the compiler cannot tell apart is left to the test `layering`.
+# The headers that the current folder may see. What the include path cannot prevent is checked by the test `layering`.
 function(veltra_include_dirs out)
     set(tavo "${PROJECT_SOURCE_DIR}/platform/include")
     set(platform "${PROJECT_SOURCE_DIR}/platform")
@@ -61,7 +63,7 @@ function(veltra_include_dirs out)
     elseif(here MATCHES "^control(/|$)")
         set(dirs ${src} ${interfaces} ${tavo} ${top})
     elseif(here MATCHES "^tools(/|$)")
-        set(dirs ${CMAKE_CURRENT_SOURCE_DIR} ${src} ${interfaces} ${tavo} ${top} ${service})
+        set(dirs ${CMAKE_CURRENT_SOURCE_DIR} ${top}/tools/common ${src} ${interfaces} ${tavo} ${top} ${service})
     elseif(here MATCHES "^examples(/|$)")
         set(dirs ${CMAKE_CURRENT_SOURCE_DIR} ${interfaces} ${tavo})
     elseif(here MATCHES "^tests/platform(/|$)")  # both src and platform have a folder ipc
@@ -73,7 +75,7 @@ function(veltra_include_dirs out)
 endfunction()
 
 # veltra_room(NAME SOURCES file... [USES room...] [LINK lib...])
-# USES names the rooms whose headers and requirements this one needs; their objects stay where they are.
+# USES names the rooms whose headers and requirements this one needs; their objects are not added to it.
 function(veltra_room name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;USES;LINK")
     veltra_require(${name} ${arg_USES} ${arg_LINK})
@@ -123,7 +125,7 @@ function(veltra_library name)
     endforeach()
     target_link_libraries(${name} PRIVATE ${arg_ROOMS} $<BUILD_INTERFACE:veltra_options> PUBLIC ${arg_LINK})
     # Deliberate: never unloaded. Threads of the library may still run its code when a caller closes it.
-    # Its own exported functions it calls directly: they are not meant to be replaced.
+    # It calls its own exported functions directly: another library cannot replace them.
     target_link_options(${name} PRIVATE -Wl,-z,nodelete -Wl,-Bsymbolic-functions "-Wl,--version-script,${map}")
     # The sanitizers' runtime is linked into the program only; another project may sanitize by flags of its own.
     if(PROJECT_IS_TOP_LEVEL AND NOT VELTRA_SANITIZE AND NOT VELTRA_FUZZ)
@@ -145,14 +147,14 @@ endfunction()
 # veltra_test(NAME SOURCES file... [USES room...] [LINK lib...] [LABELS label...] [SLOW regex] [TIMEOUT seconds])
 # A GoogleTest program; each of its tests is a ctest entry NAME.Suite.Test that runs in a process of its own, with the
 # labels NAME and LABELS. A sanitizer's build has only the programs with its label, asan or tsan; the label arm64 selects
-# what the preset of that name runs. Entries that match
-# the regex of SLOW mostly sleep: their label `slow` lets scripts/test run many of them at a time. VELTRA_BIN_DIR is the
+# what the preset of that name runs. Entries that match the regex of SLOW mostly wait: their label `slow` lets
+# scripts/test run many of them at a time. VELTRA_BIN_DIR is the
 # folder of the built programs. TAVO_RUNTIME_DIR points into the build folder, so that no test meets a live system.
 function(veltra_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "SLOW;TIMEOUT" "SOURCES;USES;LINK;LABELS")
     veltra_program(${name} SOURCES ${arg_SOURCES} USES ${arg_USES} LINK ${arg_LINK} GTest::gmock_main)
     target_compile_definitions(${name} PRIVATE VELTRA_BIN_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")
-    set_target_properties(${name} PROPERTIES CXX_CLANG_TIDY "")  # the test macros drown what it says
+    set_target_properties(${name} PROPERTIES CXX_CLANG_TIDY "")  # the test macros cause too many warnings
     string(REPLACE "thread" "tsan" preset "${VELTRA_SANITIZE}")
     string(REPLACE "address,undefined" "asan" preset "${preset}")
     if(preset AND NOT preset IN_LIST arg_LABELS)
@@ -173,7 +175,7 @@ function(veltra_test name)
     gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
         TEST_PREFIX "${name}." TEST_LIST ${name}_found
         PROPERTIES TIMEOUT ${timeout} ENVIRONMENT "TAVO_RUNTIME_DIR=${runtimeDir}")
-    # Discovery takes a single label only; the list is set on what it found.
+    # gtest_discover_tests accepts a single label only, so the list is set on the tests that it found.
     set(labelFile "${CMAKE_CURRENT_BINARY_DIR}/${name}_labels.cmake")
     file(WRITE "${labelFile}" "\
 foreach(test IN LISTS ${name}_found)
@@ -188,7 +190,7 @@ endforeach()
 endfunction()
 
 # veltra_fuzz(NAME SOURCES file... [USES room...] [LINK lib...]): a fuzz program and a run of ten seconds, with the
-# seeds of the folder corpus/NAME beside it. Log lines are made, down to the last level, and thrown away.
+# seeds of the folder corpus/NAME beside it. Log lines of all levels are formatted and discarded.
 function(veltra_fuzz name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;USES;LINK")
     veltra_program(${name} SOURCES ${arg_SOURCES} USES ${arg_USES} LINK ${arg_LINK})

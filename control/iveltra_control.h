@@ -23,7 +23,7 @@ public:
 
     // The state of the service: nothing -> Int32, String.
     virtual int32_t Describe(std::string& answer) = 0;
-    // Why the device state is as it is, in words: nothing -> Int32, String. Takes 2 seconds.
+    // Explains the device state in words: nothing -> Int32, String. Takes 2 seconds.
     virtual int32_t Explain(std::string& answer) = 0;
     // Sends records to `watcher` until Unwatch or the caller's end; one watcher for each process, the latest replaces
     // the earlier one. An empty filter asks for everything: String, Object -> Int32, String.

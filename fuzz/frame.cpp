@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Do the same bytes give the same frames however they are cut, in buffers that follow what came?
+// Do the same bytes give the same frames however they are cut, in buffers that grow with the bytes received?
 #include <cstring>
 #include <iterator>
 #include <utility>

@@ -38,7 +38,7 @@ void ReadAny(Parcel& parcel, bool (Parcel::*read)(Value&))
 void ReadAnything(FuzzedDataProvider& input, MessageParcel& parcel)
 {
     const size_t before = parcel.GetReadPosition();
-    switch (input.ConsumeIntegralInRange(0, 6)) {
+    switch (input.ConsumeIntegralInRange(0, 8)) {
         case 0:
             return ReadAny(parcel, &Parcel::ReadBool);
         case 1:
@@ -50,6 +50,10 @@ void ReadAnything(FuzzedDataProvider& input, MessageParcel& parcel)
         case 4:
             return ReadAny(parcel, &Parcel::ReadString16);
         case 5:
+            return ReadAny(parcel, &Parcel::ReadBuffer);
+        case 6:
+            return ReadAny(parcel, &Parcel::ReadDouble);
+        case 7:
             return RequireCursor(parcel, before, parcel.ReadRemoteObject() != nullptr);
         default: {
             const size_t to = input.ConsumeIntegralInRange<size_t>(0, 2 * parcel.GetDataSize());
@@ -88,9 +92,18 @@ void WriteObject(Checks& checks, MessageParcel& parcel)
     }
 }
 
+void WriteBuffer(FuzzedDataProvider& input, Checks& checks, MessageParcel& parcel)
+{
+    const std::string text = Fuzz::TakeText(input);
+    const std::vector<uint8_t> value(text.begin(), text.end());
+    if (parcel.WriteBuffer(value.data(), value.size())) {
+        checks.push_back([&parcel, value] { Require(parcel.ReadBuffer() == value, "buffers read back"); });
+    }
+}
+
 void WriteAnything(FuzzedDataProvider& input, Checks& checks, MessageParcel& parcel)
 {
-    switch (input.ConsumeIntegralInRange(0, 5)) {
+    switch (input.ConsumeIntegralInRange(0, 6)) {
         case 0:
             return WriteOne(checks, parcel, &Parcel::WriteBool, &Parcel::ReadBool, input.ConsumeBool());
         case 1:
@@ -102,6 +115,8 @@ void WriteAnything(FuzzedDataProvider& input, Checks& checks, MessageParcel& par
             return WriteOne(checks, parcel, &Parcel::WriteString, &Parcel::ReadString, Fuzz::TakeText(input));
         case 4:
             return WriteOne(checks, parcel, &Parcel::WriteString16, &Parcel::ReadString16, Fuzz::TakeText16(input));
+        case 5:
+            return WriteBuffer(input, checks, parcel);
         default:
             return WriteObject(checks, parcel);
     }

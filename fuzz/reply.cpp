@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Does each operation make of any answer what its contract says: the result in it, a code, or its default?
+// Does each operation return for any answer what its contract says: the result in it, a code, or its default?
 #include <new>
 
 #include "input.h"

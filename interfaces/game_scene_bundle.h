@@ -26,8 +26,8 @@ public:
     // Int32 sceneId, String sceneName, Int32 number of attributes, then key and value of each by ascending key.
     // False, and nothing written, beyond the bounds above; the service refuses the scene then.
     bool Marshalling(TAVO::Parcel& parcel) const override;
-    // A new record that the caller owns; null when it is not there whole, is beyond the bounds, names an attribute
-    // twice or out of order, or memory runs out. Does not throw.
+    // A new record that the caller owns. Null if it is incomplete, exceeds the bounds, has attributes twice or out of
+    // order, or if out of memory. Does not throw.
     static GameSceneBundle* Unmarshalling(TAVO::Parcel& parcel);
 
     int32_t sceneId = 0;  // the game's own number for the scene

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// QualityGovernor: turns the heat of the device into a quality step that does not flap.
+// QualityGovernor: computes a quality step from the heat of the device, with delays so that it does not change back and
+// forth.
 #ifndef VELTRA_QUALITY_GOVERNOR_H
 #define VELTRA_QUALITY_GOVERNOR_H
 
@@ -18,20 +19,20 @@ struct GovernorOptions {
     // the limit is further away by `hysteresis`.
     int64_t nearMargin = 8;
     int64_t hysteresis = 2;
-    // How long a lower step must be called for before it is taken; 0: at once.
+    // How long a lower step must be needed before it is chosen; 0: at once.
     std::chrono::nanoseconds lowerDwell{0};
-    // How long a higher step must be affordable before the next one is taken; for each step anew.
+    // How long a higher step must be affordable before the next one is chosen; for each step anew.
     std::chrono::nanoseconds raiseDwell{std::chrono::seconds(5)};
 };
 
-// Of the device state; what is not known is absent.
+// Values of the device state; unknown ones are absent.
 struct Heat {
     std::optional<int64_t> level;   // DeviceSnapshot::tempLevel
     std::optional<int64_t> margin;  // thermalMargin
     std::optional<int64_t> trend;   // thermalTrend
 };
 
-// Pure: no clock, no thread, no memory. One thread at a time. Never throws.
+// No clock, no thread, no allocation. One thread at a time. Never throws.
 class VELTRA_EXPORT QualityGovernor {
 public:
     // Bounds in the wrong order are exchanged.
@@ -48,7 +49,7 @@ private:
     GovernorOptions options_;
     int32_t step_;
     bool isNearing_ = false;
-    std::optional<std::chrono::nanoseconds> lowerSince_;  // since when a lower step has been called for
+    std::optional<std::chrono::nanoseconds> lowerSince_;  // since when a lower step has been needed
     std::optional<std::chrono::nanoseconds> raiseSince_;  // since when a higher one has been affordable
 };
 

@@ -16,7 +16,7 @@
 namespace TAVO::Veltra {
 
 // Fields with positional names (text1, int1, long1...) are opaque to this library: the service gives them their
-// meaning, docs/service.md says which. Texts may hold any bytes. The order of the fields is part of the contract.
+// meaning, which docs/service.md lists. Texts may hold any bytes. The order of the fields is part of the contract.
 
 // What ReportGameEvent reports.
 struct GameInfo {
@@ -42,8 +42,8 @@ struct QueryDeviceStateDetail {
     std::map<std::string, std::string> queryParams;
 };
 
-// The state of the device: pushed with each game event, returned by GetDeviceInfo. A value that the service did not
-// tell keeps its default. GetDeviceInfo fills neither eventText nor extraValue.
+// The state of the device: sent with each game event, returned by GetDeviceInfo. A value that the service did not send
+// has its default. GetDeviceInfo fills neither eventText nor extraValue.
 struct GameCallbackEventInfo {
     std::string eventText;
     int32_t tempLevel = -1;  // -1: unknown
@@ -86,7 +86,7 @@ struct AppResourceInfos {
     std::vector<AppResourceInfo> resourceInfos;
 };
 
-// The outcome of one download, for NotifyAppResourceDownLoadResults. text1 and text4 of resourceInfo do not travel.
+// The outcome of one download, for NotifyAppResourceDownLoadResults. text1 and text4 of resourceInfo are not sent.
 struct AppResourceDownLoadResult {
     std::string text1;
     std::string text2;

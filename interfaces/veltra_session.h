@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Session: a comfortable way to use the service. It keeps the latest state of the device at hand, queues events for the
-// game's own thread, sends reports without blocking, and finds the service again after its death.
+// Session: a layer above VeltraClient for game loops. It reads the state of the device regularly and keeps the latest,
+// queues events for the game's own thread, sends reports without blocking, and connects again when the service has
+// died.
 #ifndef VELTRA_SESSION_H
 #define VELTRA_SESSION_H
 
@@ -98,12 +99,12 @@ struct SessionStatus {
     // document that could not be understood.
     int32_t result = 0;
     int32_t eventsResult = 0;     // of the subscription to events
-    int32_t gpuResult = 0;        // of the subscription to GPU batches, 0 if none was asked for
+    int32_t gpuResult = 0;        // of the subscription to GPU batches, 0 without `gpuInterval`
     uint64_t connections = 0;     // how often a service was found: above 1, it has died and returned
-    uint64_t reportsSent = 0;     // handed to the service, whatever it returned
+    uint64_t reportsSent = 0;     // sent to the service, whatever it returned
     uint64_t reportsFailed = 0;   // of these, those whose result was not 0
     uint64_t reportsRefused = 0;  // not accepted because the queue was full
-    uint64_t eventsDropped = 0;   // the oldest go when the queue is full
+    uint64_t eventsDropped = 0;   // a full queue drops its oldest
     uint64_t batchesDropped = 0;
 };
 
@@ -124,37 +125,39 @@ using SessionHandler = std::function<void(const SessionEvent& event)>;
 
 // What a game may choose about its session. The defaults suit most games.
 struct SessionOptions {
-    // Passed on as the bundle name of this game (UpdateGameInfo), to a service that returned too. Empty: not passed on.
+    // Reported as the bundle name of this game (UpdateGameInfo), to each service that is connected. Empty: not
+    // reported.
     std::string gameName;
     // How often the state is read besides each time that an event arrives; at least 10 ms. The service itself reads
     // temperatures once a second and loads four times.
     std::chrono::milliseconds refreshInterval{1000};
-    // Between two batches of GPU counters; 0: none are asked for.
+    // Between two batches of GPU counters; 0: no subscription.
     std::chrono::milliseconds gpuInterval{0};
     // Most events, and most batches, that wait for Dispatch; at least 1. All waiting batches together hold at most
     // 524288 samples.
     size_t eventCapacity = 256;
     size_t batchCapacity = 16;
     size_t reportCapacity = 256;
-    // Set: events go to it, on the session's thread, and Dispatch finds none. While a call waits for a service that
-    // hangs it is not called. What it throws is dropped.
+    // If set, the session's thread passes events to it, and Dispatch returns none. It is not called while a call waits
+    // for a service that hangs. Exceptions of it are dropped.
     SessionHandler handler;
 };
 
 // Any thread may call any operation. Errors are results; nothing is thrown but std::bad_alloc. In a child of fork()
 // Latest() returns what the parent had, and the other operations do nothing.
 //
-// The service keeps one subscription of each kind for each process. So a process has one Session that subscribes, or
-// subscribes through VeltraClient, not both: the later subscription silences the earlier one. Other operations of
-// VeltraClient may be used beside a Session.
+// The service keeps one subscription of each kind for each process, and a later one replaces an earlier one. So
+// subscribe either with one Session or through VeltraClient. Other operations of VeltraClient may be used beside a
+// Session.
 class VELTRA_EXPORT Session {
 public:
     // Returns at once; the session's thread then finds or starts the service, and subscribes. A missing service is no
-    // error: Status() and an event tell when it is there.
+    // error: Status() and an event show when it is connected.
     explicit Session(SessionOptions options = {});
-    // Ends the subscriptions. Returns within 1 s, also during a load and with a service that hangs: a call that still
-    // waits then ends later by itself. Reports that were not sent by then are lost. Waits as long as it takes for a
-    // `handler` that is running, unless that is what destroys the session; it is not called again afterwards.
+    // Ends the subscriptions. Returns within 1 s, also during a load and with a service that hangs: the session's
+    // thread then ends later by itself. Reports that were not sent by then are lost. Waits without a limit for a
+    // `handler` that is running, unless the handler itself destroys the session; the handler is not called again
+    // afterwards.
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
@@ -168,15 +171,15 @@ public:
 
     // Calls `handler` for each waiting event, on this thread, in the order in which they arrived (batches of GPU
     // counters after the others); returns their number. Waits for the first one up to `wait`. Without events the cost
-    // is a short lock. What the handler throws is thrown on, and the events behind it wait for the next Dispatch.
+    // is a short lock. An exception of the handler leaves Dispatch, and the events behind it wait for the next one.
     size_t Dispatch(const SessionHandler& handler, std::chrono::milliseconds wait = std::chrono::milliseconds(0));
 
-    // Reports: the operations of VeltraClient of these names. They never wait for the service: the session's thread
-    // sends them in their order, as soon as there is a service, once. False: the queue is full, and the report refused.
+    // Reports: the operations of VeltraClient with these names. They never wait for the service: the session's thread
+    // sends each once, in their order, as soon as it is connected. False if the queue is full: the report is refused.
     bool ReportGameEvent(GameInfo info);
     bool UpdateGameInfo(int32_t first, std::string text, int32_t second);
     bool ReportRenderThread(std::string first, std::string second, int32_t value);
-    // `bundle` is asked for its encoding on the session's thread; null is refused.
+    // bundle->Marshalling is called on the session's thread; null is refused.
     bool NotifyGameEvent(std::unique_ptr<GameSceneBundle> bundle);
     bool NotifyAppResourceDownLoadResults(std::vector<AppResourceDownLoadResult> results);
 

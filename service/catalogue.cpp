@@ -59,6 +59,7 @@ Catalogue Catalogue::Load(const std::string& file)
 
 std::vector<std::string> Catalogue::Priorities(const std::vector<std::string>& bundleNames) const
 {
+    // A request may name an application twice; it is answered once.
     const std::set<std::string> wanted(bundleNames.begin(), bundleNames.end());
     std::vector<const App*> found;
     for (const App& app : apps_) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The applications that the service knows of: in which order they matter, and what they may download ahead.
+// The applications that the service knows: their priorities, and the resources that they may download ahead.
 #ifndef VELTRA_SERVICE_CATALOGUE_H
 #define VELTRA_SERVICE_CATALOGUE_H
 

@@ -45,6 +45,7 @@ std::string LimitsText(const SensorVerdict& verdict)
     if (verdict.limits.critical) {
         Append(text, ", critical %.1f", Degrees(*verdict.limits.critical));
     }
+    // Trip points of the sensor come before both.
     const char* origin = verdict.limits.isOwn ? "from the configuration" : "default of its class";
     text += std::string(" (") + (verdict.sensor.trips.empty() ? origin : "its trip points") + ")";
     return text;
@@ -169,7 +170,9 @@ std::string ExplainMachine(const std::string& rootDir, const ServiceConfig& conf
     MachineSource source(rootDir, settings);
     HeatJudge judge(config.sensors);
     const RootFiles files(rootDir);
+    // The first reading, for values that need two.
     source.Read({});
+    // The judge's first reading counts at once; the second shows trends and jumps.
     judge.Judge(ReadSensors(files, config.sensors, SensorScope::EVERYTHING), ReadThrottling(files), Clock::now());
     const std::chrono::milliseconds pause = rootDir == "/" ? BETWEEN_READINGS : std::chrono::milliseconds::zero();
     std::this_thread::sleep_for(pause);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reports in words what the service makes of a machine: every sensor, why it counts or not, how the level results.
+// Explains in words how the service computes the device state: every sensor, why it counts or not, and the level.
 #ifndef VELTRA_SERVICE_EXPLAIN_H
 #define VELTRA_SERVICE_EXPLAIN_H
 

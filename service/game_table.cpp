@@ -16,6 +16,7 @@ namespace TAVO::Veltra {
 bool GameTable::Report(const CallingPeer& caller, int32_t state, const std::string& bundleName)
 {
     MutexLock lock(mutex_);
+    // The process goes on; only its game has ended.
     if (state == STATE_NO_GAME) {
         games_.erase(caller.session);
         return true;
@@ -29,6 +30,7 @@ bool GameTable::Report(const CallingPeer& caller, int32_t state, const std::stri
         }
         DropEnded();
         if (games_.size() >= MAX_GAMES) {
+            // Only then: dead games are dropped first.
             games_.erase(LeastRecent());
         }
         place = games_.emplace(caller.session, Game{std::move(process), caller.pid, {}, 0}).first;
@@ -95,6 +97,7 @@ void GameTable::DropEnded()
     for (const auto& [session, game] : games_) {
         processes.push_back({game.process.Get(), POLLIN, 0});
     }
+    // One system call for all games, nearly always the only one.
     if (poll(processes.data(), processes.size(), 0) <= 0) {
         return;
     }

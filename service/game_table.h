@@ -18,7 +18,7 @@
 
 namespace TAVO::Veltra {
 
-// Any thread. A descriptor of each process tells when it has ended; that is looked up on request, not awaited.
+// Any thread. A pidfd of each process shows when it has ended; it is polled at each request, not waited for.
 class GameTable {
 public:
     static constexpr size_t MAX_GAMES = 1024;  // beyond it the game that has been silent longest is forgotten

@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// veltra_server: registers the service with the ability manager and serves until a signal ends it.
+// veltra_server: registers the service with the ability manager and serves until a signal ends it. A game may be
+// blocked on this start, so everything that is not needed for the first answer is done later: default configuration
+// files, the sensors and the GPU library at their first use, the control side after 100 ms. Files named by an option
+// are read before the registration, because a mistake in them ends the program.
 #include <malloc.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -108,10 +111,12 @@ int AwaitEnd(const sptr<VeltraService>& service, const sigset_t& endSignals)
 {
     const sptr<VeltraControl> control(new VeltraControl(service));
     for (const timespec* pause = &CONTROL_DELAY;; pause = &CONTROL_RETRY) {
+        // Waits and listens for the end in one call, without a thread or a timer.
         const int signal = sigtimedwait(&endSignals, nullptr, pause);
         if (signal > 0) {
             return signal;
         }
+        // Once it has succeeded, the library registers it again with each later manager.
         const int32_t status = TryRegister(VELTRA_CONTROL_SA_ID, control->AsObject());
         if (status != ABILITY_UNREACHABLE) {
             if (status != ABILITY_OK) {
@@ -134,6 +139,7 @@ std::optional<ServiceSetup> SetUp(const ServiceOptions& options)
     ServiceSetup setup;
     setup.rootDir = options.rootDir;
     setup.allowsSimulation = options.allowsSimulation;
+    // The speed is the scenario's; without one the service's intervals are real seconds.
     setup.speed = options.scenarioFile.empty() ? 1 : options.speed;
     try {
         if (!options.configFile.empty()) {
@@ -162,6 +168,7 @@ int Serve(const ServiceOptions& options)
 {
     ScrivoActAsDaemon();
     // One heap for all threads, which would each make one of their own in the first request that they see.
+    // An arena of its own would also keep the free memory of one thread from the others.
     mallopt(M_ARENA_MAX, 1);
     const sigset_t endSignals = EndSignals();
     sigprocmask(SIG_BLOCK, &endSignals, nullptr);

@@ -21,6 +21,8 @@ int32_t RequestReader::RawInt32()
 std::string RequestReader::RawText()
 {
     std::string text;
+    // Short-circuit: after a failure the parcel is not touched any more, so a later item cannot be read from a wrong
+    // place.
     isBad_ = isBad_ || !data_.ReadString(text) || text.size() > MAX_REQUEST_TEXT_BYTES;
     return isBad_ ? std::string() : text;
 }
@@ -80,6 +82,7 @@ std::map<std::string, std::string> RequestReader::TextMap(const char* name, int3
     for (int32_t i = 0; i < count && !isBad_; ++i) {
         std::string key = RawText();
         std::string value = RawText();
+        // Strictly ascending, as the library writes a std::map: equal keys would hide one another.
         isBad_ = isBad_ || (!pairs.empty() && key <= pairs.rbegin()->first);
         pairs.emplace_hint(pairs.end(), std::move(key), std::move(value));
     }

@@ -87,9 +87,11 @@ void ReadThresholds(const ConfigNode& node, SensorChoice& choice)
         read("hot", thresholds.hot, LEAST, MOST);
         read("critical", thresholds.critical, LEAST, MOST);
         read("step", thresholds.step, 1, MOST);
+        // Checked after both are read, in whatever order they are written.
         if (thresholds.critical < thresholds.hot) {
             row.Fail("critical is below hot");
         }
+        // Also for an empty object: to name a class makes its sensors count.
         choice.hasThresholds.set(index);
     }
 }
@@ -152,6 +154,7 @@ std::vector<std::string> DefaultConfigFiles(const std::string& rootDir)
     const std::filesystem::path installed(ProgramFolder() + VELTRA_SHARE_WAY + NAME);
     std::vector<std::string> files = {installed.lexically_normal().string()};
     const std::string userFolder = UserFolder();
+    // The user's corrections describe this machine; another root is another machine.
     if (rootDir == "/" && !userFolder.empty()) {
         files.push_back(userFolder + NAME);
     }

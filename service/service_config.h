@@ -15,7 +15,7 @@ struct ServiceConfig {
     SensorChoice sensors;
     std::chrono::milliseconds heatInterval{1000};  // between two readings of temperatures, fans and power
     std::chrono::milliseconds loadInterval{250};   // between two readings of load, memory and limits
-    double lookSeconds = 1;                        // between two looks at the device while anybody is subscribed
+    double lookSeconds = 1;                        // between two readings of the device while a client is subscribed
     double repeatSeconds = 10;                     // after which a subscriber gets an event although nothing changed
     std::vector<std::string> files;                // that were read
 

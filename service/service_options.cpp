@@ -87,6 +87,7 @@ std::optional<ServiceOptions> ServiceOptions::Parse(int argc, char** argv, int& 
                 options.scenarioFile = optarg;
                 break;
             case 'p':
+                // Written so that NaN is refused.
                 if (!ParseNumber(optarg, options.speed) || !(options.speed >= ServiceClock::LEAST_SPEED) ||
                     !(options.speed <= ServiceClock::MOST_SPEED)) {
                     return Refuse(exitCode, "not a speed from 0.01 to 100:", optarg);

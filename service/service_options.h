@@ -13,7 +13,7 @@ struct ServiceOptions {
     std::string runtimeDir;     // empty: the platform's default
     std::string rootDir = "/";  // where sys/ and proc/ are looked for
     std::string configFile;     // empty: those that apply by default
-    bool explains = false;      // prints what it makes of the machine instead of serving it
+    bool explains = false;      // prints the explanation of this machine instead of serving
     std::string catalogueFile;  // empty: none
     std::string scenarioFile;   // empty: none
     double speed = 1;           // of the scenario

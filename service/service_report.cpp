@@ -34,6 +34,7 @@ std::string UtcText(Wall::time_point time)
 
 Json::Value DescribeProcess(const ServiceView& view)
 {
+    // The service's clock may run faster than real time.
     const double uptime = view.clock.Now() / view.clock.Speed();
     Json::Value process;
     process["pid"] = getpid();
@@ -52,6 +53,7 @@ void AddDevice(const ServiceView& view, Json::Value& report)
     Json::Value document;
     const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
     if (info.retCode == 0 &&
+        // The service's own text, so no check of its depth is needed.
         reader->parse(info.result.data(), info.result.data() + info.result.size(), &document, nullptr)) {
         report["device"] = document;
     }
@@ -113,7 +115,7 @@ Json::Value DescribeService(const ServiceView& view)
     report["simulation"] = DescribeSimulation(view.simulation);
     report["games"] = DescribeGames(view.games);
     report["subscriptions"] = DescribeSubscriptions(view);
-    report["calls"] = view.watchers.DescribeCalls();
+    report["calls"] = view.calls.Describe();
     report["pushes"] = view.watchers.DescribePushes();
     report["watchers"] = Json::UInt64{view.watchers.Count()};
     return report;

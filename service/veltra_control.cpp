@@ -13,10 +13,10 @@
 
 #include "base/config_node.h"
 #include "base/json_text.h"
-#include "base/service_result.h"
 #include "explain.h"
 #include "scenario/simulation_command.h"
 #include "service_report.h"
+#include "service_result.h"
 
 namespace TAVO::Veltra {
 
@@ -53,6 +53,7 @@ int32_t VeltraControl::Explain(std::string& answer)
                                    ? "simulated on top of what follows: " + JsonText(simulation) + "\n"
                                    : std::string();
     Json::Value content;
+    // Two seconds. The control ability serves one request at a time, so other tools wait.
     content["text"] = notice + ExplainMachine(view_.setup.rootDir, view_.config());
     answer = Document(std::move(content));
     return 0;
@@ -90,6 +91,7 @@ int32_t VeltraControl::Simulate(const std::string& command, std::string& answer)
     try {
         WatchRecord record;
         record.kind = WatchRecord::Kind::SIMULATION;
+        // A command that ends the process does not return from here.
         record.values.Document("command", JsonText(PerformCommand(command, view_.simulation)));
         if (view_.watchers.Wants(record.kind)) {
             view_.watchers.Add(std::move(record));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The control side of the service: what tools of the same user ask of it. docs/control.md has every document.
+// The control side of the service, for tools of the same user. docs/control.md has every document.
 #ifndef VELTRA_SERVICE_VELTRA_CONTROL_H
 #define VELTRA_SERVICE_VELTRA_CONTROL_H
 

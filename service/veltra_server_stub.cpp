@@ -2,7 +2,8 @@
 // A request passes here on a platform worker, in this order: find its row in the table, check the interface token, call
 // BeforeRequest, decode and perform it in its handler, write the result code if the reply is still empty, call
 // AfterReply. A handler writes to the reply only after its operation has returned, so an exception before that leaves
-// room for a refusal. With a watcher the same path also fills a record; without one it costs one test of a pointer.
+// room for a refusal. Each request is counted with its duration. With a watcher the same path also fills a record; without
+// one it costs one test of a pointer.
 #include "veltra_server_stub.h"
 
 #include <algorithm>
@@ -15,7 +16,7 @@
 
 #include "base/operation_names.h"
 #include "base/service_log.h"
-#include "base/service_result.h"
+#include "service_result.h"
 #include "veltra_result.h"
 
 namespace TAVO::Veltra {
@@ -23,6 +24,7 @@ namespace TAVO::Veltra {
 const VeltraServerStub::Request* VeltraServerStub::Find(uint32_t code)
 {
     using Stub = VeltraServerStub;
+    // The last column: whether a reply begins with the result code. Without one the status carries the code.
     static constexpr Request REQUESTS[] = {
         {ServerCode::REPORT_GAME_EVENT, &Stub::HandleReportGameEvent, false},
         {ServerCode::NOTIFY_GAME_EVENT, &Stub::HandleNotifyGameEvent, true},
@@ -54,59 +56,74 @@ int VeltraServerStub::OnRemoteRequest(uint32_t code, MessageParcel& data, Messag
     if (request == nullptr) {
         return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
     }
+    // One atomic load; null while no tool watches calls.
     WatchHub* const watch = Watching();
-    const int status =
-        watch == nullptr ? Answer(*request, data, reply, nullptr) : AnswerWatched(*watch, *request, data, reply);
-    if (status != 0) {
-        VELTRA_SERVICE_LOGI("request %u of process %d refused: %d", code, GetCallingPeer().pid, status);
+    const Answered answered =
+        watch == nullptr ? Count(*request, data, reply, nullptr) : AnswerWatched(*watch, *request, data, reply);
+    if (answered.status != 0) {
+        VELTRA_SERVICE_LOGI("request %u of process %d refused: %d", code, GetCallingPeer().pid, answered.status);
     }
-    return status;
+    return answered.status;
 }
 
-int VeltraServerStub::Answer(const Request& request, MessageParcel& data, MessageParcel& reply, WatchRecord* record)
+VeltraServerStub::Answered VeltraServerStub::Count(const Request& request, MessageParcel& data, MessageParcel& reply,
+                                                   WatchRecord* record)
+{
+    const auto begin = WatchRecord::Clock::now();
+    const Answered answered = Answer(request, data, reply, record);
+    const WatchRecord::Clock::duration duration = WatchRecord::Clock::now() - begin;
+    counts_.Add(request.code, answered.result != 0, duration);
+    if (record != nullptr) {
+        record->code = answered.result;
+        record->duration = duration;
+    }
+    return answered;
+}
+
+VeltraServerStub::Answered VeltraServerStub::Answer(const Request& request, MessageParcel& data, MessageParcel& reply,
+                                                    WatchRecord* record)
 {
     if (data.ReadInterfaceToken() != GetDescriptor()) {
-        return RESULT_TOKEN_REFUSED;
+        return {RESULT_TOKEN_REFUSED, RESULT_TOKEN_REFUSED};
     }
-    const int status = Perform(request, data, reply, record);
+    const Answered answered = Perform(request, data, reply, record);
+    // After the whole reply is written: a simulated fault may delay or damage it.
     AfterReply(request.code, reply);
-    return status;
+    return answered;
 }
 
-int VeltraServerStub::AnswerWatched(WatchHub& watch, const Request& request, MessageParcel& data, MessageParcel& reply)
+VeltraServerStub::Answered VeltraServerStub::AnswerWatched(WatchHub& watch, const Request& request, MessageParcel& data,
+                                                           MessageParcel& reply)
 {
     WatchRecord record;
     record.name = NameOf(request.code);
     record.process = GetCallingPeer().pid;
     record.isOneWay = request.code == ServerCode::REPORT_GAME_EVENT;
-    record.code = RESULT_TOKEN_REFUSED;
-    const auto begin = WatchRecord::Clock::now();
-    const int status = Answer(request, data, reply, &record);
-    record.duration = WatchRecord::Clock::now() - begin;
+    const Answered answered = Count(request, data, reply, &record);
     try {
         watch.Add(std::move(record));
     } catch (...) {  // memory; the record is lost, the request is done
     }
-    return status;
+    return answered;
 }
 
-int VeltraServerStub::Perform(const Request& request, MessageParcel& data, MessageParcel& reply, WatchRecord* record)
+VeltraServerStub::Answered VeltraServerStub::Perform(const Request& request, MessageParcel& data, MessageParcel& reply,
+                                                     WatchRecord* record)
 {
     int32_t result = SERVICE_NO_RESOURCES;
     try {
         RequestReader reader(data, record != nullptr ? &record->values : nullptr);
         ReplyWriter writer(reply, record != nullptr ? &record->reply : nullptr);
+        // May block or end the process, by a simulated fault.
         const int32_t refusal = BeforeRequest(request.code);
         result = refusal != 0 ? refusal : (this->*request.handler)(reader, writer);
     } catch (...) {  // memory; handlers write nothing before their operation has returned
     }
-    if (record != nullptr) {
-        record->code = result;
-    }
+    // A handler that has written its reply has written the code first.
     if (!request.leadsWithCode || reply.GetDataSize() > 0) {
-        return result;
+        return {result, result};
     }
-    return reply.WriteInt32(result) ? 0 : RESULT_BAD_PARCEL;
+    return {reply.WriteInt32(result) ? 0 : RESULT_BAD_PARCEL, result};
 }
 
 int32_t VeltraServerStub::HandleReportGameEvent(RequestReader& request, ReplyWriter&)
@@ -135,6 +152,7 @@ int32_t VeltraServerStub::HandleNotifyGameEvent(RequestReader& request, ReplyWri
     if (bundle == nullptr) {
         return SERVICE_BAD_REQUEST;
     }
+    // The bundle is read by its own code, not by the reader, so its fields are noted here.
     if (Note* note = request.GetNote()) {
         note->Begin("bundle");
         note->Number("sceneId", bundle->sceneId);

@@ -10,6 +10,7 @@
 #include "ipc/iveltra_server_interface.h"
 #include "reply_writer.h"
 #include "request_reader.h"
+#include "watch/call_counts.h"
 #include "watch/watch_hub.h"
 
 namespace TAVO::Veltra {
@@ -23,6 +24,8 @@ public:
     // the reply does not take what belongs in it; the platform's for codes that are no request of the interface. An
     // operation that ends in an exception counts as a refusal with SERVICE_NO_RESOURCES.
     int OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option) override;
+
+    const CallCounts& Counts() const { return counts_; }
 
 protected:
     // Around each request that carries the right token. BeforeRequest gives 0, or a refusal: the request is not read.
@@ -40,10 +43,15 @@ private:
         Handler handler;
         bool leadsWithCode;  // the reply begins with an Int32 result
     };
+    struct Answered {
+        int status;
+        int32_t result;  // also where it travels in the reply
+    };
     static const Request* Find(uint32_t code);
-    int Answer(const Request& request, MessageParcel& data, MessageParcel& reply, WatchRecord* record);
-    int AnswerWatched(WatchHub& watch, const Request& request, MessageParcel& data, MessageParcel& reply);
-    int Perform(const Request& request, MessageParcel& data, MessageParcel& reply, WatchRecord* record);
+    Answered Count(const Request& request, MessageParcel& data, MessageParcel& reply, WatchRecord* record);
+    Answered Answer(const Request& request, MessageParcel& data, MessageParcel& reply, WatchRecord* record);
+    Answered AnswerWatched(WatchHub& watch, const Request& request, MessageParcel& data, MessageParcel& reply);
+    Answered Perform(const Request& request, MessageParcel& data, MessageParcel& reply, WatchRecord* record);
 
     int32_t HandleReportGameEvent(RequestReader& request, ReplyWriter& reply);
     int32_t HandleNotifyGameEvent(RequestReader& request, ReplyWriter& reply);
@@ -64,6 +72,8 @@ private:
     int32_t HandleNotifyAppResourceDownLoadResults(RequestReader& request, ReplyWriter& reply);
     int32_t HandleGetSystemFunctionStatus(RequestReader& request, ReplyWriter& reply);
     int32_t HandleQueryGameState(RequestReader& request, ReplyWriter& reply);
+
+    CallCounts counts_;
 };
 
 }  // namespace TAVO::Veltra

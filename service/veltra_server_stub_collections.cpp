@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/service_result.h"
+#include "service_result.h"
 #include "veltra_result.h"
 #include "veltra_server_stub.h"
 
@@ -71,6 +71,7 @@ int32_t VeltraServerStub::HandleGetAppPrioritys(RequestReader& request, ReplyWri
 
 int32_t VeltraServerStub::HandleQueryAppResourceInfos(RequestReader& request, ReplyWriter&)
 {
+    // At least one, unlike for priorities: an empty list would ask for the resources of all applications.
     const std::vector<std::string> bundleNames = request.Texts("bundleNames", 1, MAX_BUNDLE_NAMES);
     const auto callback = request.Callback<IResourcePreDownloadNativeCallback>();
     return request.IsBad() ? SERVICE_BAD_REQUEST : QueryAppResourceInfos(bundleNames, callback);

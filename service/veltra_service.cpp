@@ -18,11 +18,11 @@
 
 #include "base/config_node.h"
 #include "base/service_log.h"
-#include "base/service_result.h"
 #include "probes/machine_counters.h"
 #include "probes/machine_source.h"
 #include "push/callback_proxies.h"
 #include "push/push_notes.h"
+#include "service_result.h"
 
 namespace TAVO::Veltra {
 
@@ -43,6 +43,7 @@ public:
 
     DeviceReading Read(const WantedState& wanted) override
     {
+        // Several requests may come first at the same time; all but one wait for its reading of the configuration.
         std::call_once(isMade_, [this] {
             const ServiceConfig& config = config_();
             MachineSettings settings;
@@ -70,6 +71,7 @@ VeltraService::VeltraService(ServiceSetup setup)
       deviceState_(std::make_unique<SimulatedDevice>(
           simulation_,
           std::make_unique<LateMachine>(setup_.rootDir, [this]() -> const ServiceConfig& { return Config(); }))),
+      // Opened at first use: loading the maker's library may take a second.
       gpuCounters_(simulation_, [this] { return OpenGpuCounters(setup_.rootDir); }),
       subscriptions_(new Subscriptions()),
       hub_({[this] { return deviceState_.Values(); }, [this] { return games_.Processes(); }}),
@@ -89,8 +91,9 @@ VeltraService::VeltraService(ServiceSetup setup)
 
 ServiceView VeltraService::View()
 {
-    return {setup_,          clock_,      deviceState_, games_,
-            *subscriptions_, simulation_, hub_,         [this]() -> const ServiceConfig& { return Config(); }};
+    return {setup_, clock_,          deviceState_,
+            games_, *subscriptions_, simulation_,
+            hub_,   Counts(),        [this]() -> const ServiceConfig& { return Config(); }};
 }
 
 const ServiceConfig& VeltraService::Config()
@@ -114,6 +117,7 @@ const ServiceConfig& VeltraService::Config()
 double VeltraService::Tick(double now)
 {
     const std::shared_ptr<const Playing> playing = simulation_.Current();
+    // A simulated death at a time, without a request that would cause it.
     const double death = playing != nullptr ? playing->DeathTime() : std::numeric_limits<double>::infinity();
     if (now >= death) {
         FaultPlan::Die();
@@ -123,6 +127,7 @@ double VeltraService::Tick(double now)
 
 int32_t VeltraService::BeforeRequest(ServerCode code)
 {
+    // Any request shows that the process is alive and ends its silence; without silent clients this is one atomic load.
     pool_.Heard(GetCallingPeer().session);
     return simulation_.Before(code);
 }
@@ -157,6 +162,7 @@ std::map<std::string, bool> VeltraService::AppTypes(const std::set<std::string>&
 {
     std::map<std::string, bool> types;
     if (text.empty()) {
+        // The client reads at most that many.
         for (auto name = games.begin(); name != games.end() && types.size() < MAX_APP_TYPES; ++name) {
             types.emplace(*name, true);
         }
@@ -164,6 +170,7 @@ std::map<std::string, bool> VeltraService::AppTypes(const std::set<std::string>&
     std::string_view rest(text);
     while (!rest.empty() && types.size() < MAX_APP_TYPES) {
         const std::string name(rest.substr(0, rest.find(',')));
+        // With the comma, which the last name does not have.
         rest.remove_prefix(std::min(name.size() + 1, rest.size()));
         if (!name.empty()) {
             types.emplace(name, games.count(name) > 0);
@@ -258,6 +265,7 @@ int32_t VeltraService::Answer(PushKind kind, const sptr<IRemoteBroker>& callback
         return SERVICE_NO_RESOURCES;
     }
     const CallingPeer caller = GetCallingPeer();
+    // The delivery keeps the object, and with it the reference to the client's callback, until it has been sent.
     const sptr<IRemoteObject> object = callback->AsObject();
     const auto deliver = [&desk = desk_, kind, object, process = caller.pid, send, data](uint32_t) mutable {
         return desk.Push(
@@ -268,6 +276,7 @@ int32_t VeltraService::Answer(PushKind kind, const sptr<IRemoteBroker>& callback
             },
             [&data](Note& note) { Describe(data, note); });
     };
+    // The answer may reach the client before this request's own reply does: they travel on different connections.
     return pool_.PushAnswer(caller.session, object, deliver) ? 0 : SERVICE_NO_RESOURCES;
 }
 
@@ -323,6 +332,7 @@ int32_t VeltraService::Subscribe(Subject subject, const sptr<IRemoteBroker>& cal
     sptr<IRemoteObject> replaced;
     const bool isKept = subscriptions_->Add(subject, subscription, replaced);
     if (replaced != nullptr) {
+        // What is queued for the replaced callback is not sent any more.
         pool_.Drop(replaced);
     }
     if (isKept && !ticker_.Wake()) {

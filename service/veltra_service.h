@@ -31,7 +31,7 @@
 
 namespace TAVO::Veltra {
 
-// What a service has to go by.
+// The configuration of a service.
 struct ServiceSetup {
     std::string rootDir = "/";
     std::shared_ptr<const Scenario> scenario;  // in place of the machine; may be null
@@ -39,8 +39,8 @@ struct ServiceSetup {
     bool allowsSimulation = true;              // whether the control side may change it
     std::optional<Catalogue> catalogue;
     ServiceConfig config;
-    // Read on top of `config` when it is first needed, since that takes time which a game's first call need not wait for.
-    // One with a mistake is reported in the log and left out: it must not cost every game the service.
+    // Read on top of `config` when it is first needed, so that a game's first call does not wait for it. A file with a
+    // mistake is logged and ignored: it must not prevent the service from running.
     std::vector<std::string> lateConfigFiles;
 };
 
@@ -53,6 +53,7 @@ struct ServiceView {
     const Subscriptions& subscriptions;
     Simulation& simulation;
     WatchHub& watchers;
+    const CallCounts& calls;
     std::function<const ServiceConfig&()> config;
 };
 

@@ -85,10 +85,12 @@ void FillValues(const Json::Value& root, DeviceSnapshot& snapshot)
     for (const Field& field : FIELDS) {
         const Json::Value& section = field.section == nullptr ? root : Member(root, field.section);
         const Json::Value& value = Member(section, field.key);
+        // Deliberate: a number of another type counts as absent. A wrong value would be worse than none.
         if (value.isInt64()) {
             snapshot.*field.value = Reading{value.asInt64(), SourceOf(root, field.key)};
         }
     }
+    // -1 is the document's "unknown", which is an absent value here.
     if (snapshot.tempLevel && (snapshot.tempLevel->value < 0 || snapshot.tempLevel->value > HIGHEST_LEVEL)) {
         snapshot.tempLevel.reset();
     }
@@ -130,6 +132,7 @@ const char* KeptText(const std::string& text)
     if (found != kept.texts.end()) {
         return found->c_str();
     }
+    // A service that sends ever new texts must not fill the memory of the game.
     if (text.size() > MAX_KEPT_BYTES || kept.texts.size() >= MAX_KEPT_TEXTS) {
         return "(more)";
     }

@@ -20,7 +20,7 @@ struct DeviceDocument {
 std::optional<DeviceDocument> ParseDeviceDocument(std::string text);
 
 // `text` as one that is valid until the process ends, the same one for equal texts. At most 1024 texts of at most 256
-// bytes are kept, since they come from another process; "(more)" stands for any other. Any thread.
+// bytes are kept, since they come from another process; "(more)" replaces any other. Any thread.
 const char* KeptText(const std::string& text);
 
 }  // namespace TAVO::Veltra

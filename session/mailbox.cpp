@@ -22,6 +22,7 @@ SessionOptions Sane(SessionOptions options)
     for (size_t* capacity : {&options.eventCapacity, &options.batchCapacity, &options.reportCapacity}) {
         *capacity = std::max<size_t>(*capacity, 1);
     }
+    // The handler has a field of its own, which Stop clears; the copy in the options would keep it alive.
     options.handler = nullptr;
     return options;
 }
@@ -36,6 +37,7 @@ Mailbox::Mailbox(SessionOptions given)
 bool Mailbox::PostReport(Report report)
 {
     const MutexLock lock(mutex_);
+    // The game learns at once that the report is lost, and may report less often.
     if (news_.isStopping || reports_.size() >= options.reportCapacity) {
         ++status_.reportsRefused;
         return false;
@@ -47,6 +49,7 @@ bool Mailbox::PostReport(Report report)
 
 std::optional<SessionEvent> Mailbox::PopEvent()
 {
+    // Events first: they are few and small, and batches may be many.
     std::deque<SessionEvent>& queue = events_.empty() ? batches_ : events_;
     if (queue.empty()) {
         return std::nullopt;
@@ -62,6 +65,7 @@ std::optional<SessionEvent> Mailbox::TakeEvent(SteadyTime deadline)
     MutexLock lock(mutex_);
     if (!IsEventWaiting() && deadline != SteadyTime()) {
         lock.WaitUntil(eventsArrived_, deadline,
+                       // A Dispatch that waits must not delay the destruction of the session.
                        [this]() TAVO_REQUIRES(mutex_) { return IsEventWaiting() || news_.isStopping; });
     }
     return PopEvent();
@@ -96,10 +100,13 @@ void Mailbox::Stop()
 bool Mailbox::WaitForEnd(SteadyTime deadline)
 {
     MutexLock lock(mutex_);
+    // The thread may be in a call to a service that hangs (8 s). After the deadline it is left to end by itself.
     lock.WaitUntil(hasChanged_, deadline, [this]() TAVO_REQUIRES(mutex_) { return hasEnded_; });
+    // Without a deadline: code of the game is running, and uses objects that the game destroys after this returns.
     lock.Wait(hasChanged_, [this]() TAVO_REQUIRES(mutex_) { return hasEnded_ || !isInHandler_; });
     const bool hasEnded = hasEnded_;
     isAbandoned_ = !hasEnded;
+    // From here on the thread calls no handler, even if it runs on for seconds.
     const SessionHandler ended = std::exchange(handler_, nullptr);
     lock.Unlock();  // what the handler owns is destroyed now
     return hasEnded;
@@ -111,6 +118,7 @@ void Mailbox::PostEvent(SessionEvent event)
         return;
     }
     if (events_.size() >= options.eventCapacity) {
+        // The oldest: an event says what changed, and the newest state matters most.
         events_.pop_front();
         ++status_.eventsDropped;
     }
@@ -125,6 +133,7 @@ void Mailbox::PostGameEvent(const GameCallbackEventInfo& info)
     event.info = info;
     const MutexLock lock(mutex_);
     PostEvent(std::move(event));
+    // The device is read at once: the event's record has fewer values than the document.
     news_.isEventReceived = true;
     workArrived_.notify_one();
 }
@@ -140,6 +149,7 @@ void Mailbox::PostGpuBatch(std::vector<GpuPerfInfo>&& samples)
     }
     while (!batches_.empty() &&
            (batches_.size() >= options.batchCapacity || samples_ + event.samples.size() > MOST_SAMPLES)) {
+        // Counted in samples too, because a single batch may have 524,288 of them (44 MiB).
         samples_ -= batches_.front().samples.size();
         batches_.pop_front();
         ++status_.batchesDropped;
@@ -173,12 +183,16 @@ Work Mailbox::WaitForWork(bool canSend, SteadyTime due)
 {
     MutexLock lock(mutex_);
     lock.WaitUntil(workArrived_, due, [this, canSend]() TAVO_REQUIRES(mutex_) {
+        // Reports do not wake the thread while there is no service: it could do nothing with them.
         return news_.isStopping || news_.isServiceDead || news_.isLoadAnswered || news_.isEventReceived ||
                (canSend && !reports_.empty()) || (hasHandler && IsEventWaiting());
     });
     Work work = std::exchange(news_, Work());
+    // The only news that stays.
     news_.isStopping = work.isStopping;
     if (canSend && !work.isServiceDead && !reports_.empty()) {
+        // One for each turn, so that between two reports a death, an event or the end is noticed. A report that was
+        // taken is not sent twice, whatever becomes of it.
         work.report = std::move(reports_.front());
         reports_.pop_front();
     }
@@ -196,6 +210,7 @@ void Mailbox::SetState(ServiceState state, int32_t result)
 {
     const MutexLock lock(mutex_);
     status_.result = result;
+    // One event for each change, not for each failed attempt.
     if (std::exchange(status_.state, state) != state) {
         SessionEvent event;
         event.kind = SessionEvent::Kind::SERVICE;
@@ -213,6 +228,7 @@ void Mailbox::SetSubscriptions(int32_t eventsResult, int32_t gpuResult)
 uint64_t Mailbox::BeginConnection()
 {
     const MutexLock lock(mutex_);
+    // A notice of the connection before: the number below makes later ones recognisable.
     news_.isServiceDead = false;
     return ++connection_;
 }
@@ -232,6 +248,7 @@ void Mailbox::SetDetails(DeviceDetails details)
 void Mailbox::Deliver()
 {
     MutexLock lock(mutex_);
+    // Without the lock during the handler, which may call the session.
     while (handler_ && IsEventWaiting() && !news_.isStopping) {
         const std::optional<SessionEvent> event = PopEvent();
         const SessionHandler* const handler = &handler_;  // stays while isInHandler_ is set

@@ -12,6 +12,7 @@ namespace TAVO::Veltra {
 
 QualityGovernor::QualityGovernor(const GovernorOptions& options) noexcept : options_(options)
 {
+    // Swapped instead of refused: a constructor that cannot fail needs no error to handle.
     if (options_.lowest > options_.highest) {
         std::swap(options_.lowest, options_.highest);
     }
@@ -25,6 +26,7 @@ int32_t QualityGovernor::Affordable(const Heat& heat) noexcept
     } else if (isNearing_) {
         isNearing_ = *heat.margin < options_.nearMargin + options_.hysteresis;
     } else {
+        // Only with a rising trend: a machine that stays near its limit without passing it has found its balance.
         isNearing_ = *heat.margin < options_.nearMargin && heat.trend.value_or(0) > 0;
     }
     constexpr int64_t HOTTEST = 5;
@@ -52,8 +54,10 @@ int32_t QualityGovernor::Update(const Heat& heat, std::chrono::nanoseconds now) 
         raiseSince_ = now;
     }
     if (lowerSince_ && now - *lowerSince_ >= options_.lowerDwell) {
+        // Down by as many steps as needed at once: the machine is about to throttle.
         step_ = affordable;
         lowerSince_.reset();
+        // One step at a time, and each needs a dwell of its own: a better picture heats the machine again.
     } else if (raiseSince_ && now - *raiseSince_ >= options_.raiseDwell) {
         ++step_;
         raiseSince_.reset();

@@ -66,6 +66,7 @@ Session::Session(SessionOptions options) : parts_(std::make_unique<Parts>(std::m
 {
     const BlockedSignals blocked;
     try {
+        // The thread shares the mailbox, not the session: it may outlive the session while a call to a service hangs.
         parts_->thread = std::thread(RunThread, parts_->mailbox);
     } catch (const std::system_error&) {  // no thread left
         parts_->mailbox->SetState(ServiceState::UNAVAILABLE, IPC_NO_RESOURCES);
@@ -79,10 +80,12 @@ Session::~Session()
         return;
     }
     if (IpcThreads::IsForkedChild()) {
+        // The thread does not exist in the child; a joinable std::thread would end the process in its destructor.
         thread.detach();
         return;
     }
     parts_->mailbox->Stop();
+    // A handler that destroys its session runs on this thread, which cannot join itself.
     const bool isOwnThread = thread.get_id() == std::this_thread::get_id();
     if (!isOwnThread && parts_->mailbox->WaitForEnd(std::chrono::steady_clock::now() + END_WAIT)) {
         thread.join();
@@ -93,6 +96,7 @@ Session::~Session()
 
 DeviceSnapshot Session::Latest() const noexcept
 {
+    // Works in a forked child as well: the cell has no lock.
     return parts_->mailbox->latest.Load();
 }
 
@@ -138,6 +142,7 @@ bool Session::ReportGameEvent(GameInfo info)
 
 bool Session::UpdateGameInfo(int32_t first, std::string text, int32_t second)
 {
+    // Marked as game info: the last one is sent again to each new service, which does not know the game.
     const auto send = [first, text = std::move(text), second](IVeltraServerInterface& service) {
         return service.UpdateGameInfo(first, text, second);
     };

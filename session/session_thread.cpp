@@ -26,6 +26,7 @@ constexpr std::chrono::seconds HANGS_AFTER{7};  // a call times out after 8 s
 
 using SharedMailbox = std::shared_ptr<Mailbox>;
 
+// Runs on a worker of the platform and returns at once: a slow game never makes the service wait.
 class EventReceiver : public GameEventCallbackStub {
 public:
     explicit EventReceiver(SharedMailbox mailbox) : mailbox_(std::move(mailbox)) {}
@@ -67,6 +68,7 @@ private:
 
 class DeathNotice : public IRemoteObject::DeathRecipient {
 public:
+    // With the number of its connection: a late notice must not end the next one.
     DeathNotice(SharedMailbox mailbox, uint64_t connection) : mailbox_(std::move(mailbox)), connection_(connection) {}
     void OnRemoteDied(const wptr<IRemoteObject>& /*object*/) override { mailbox_->PostDeath(connection_); }
 
@@ -117,6 +119,7 @@ void SessionThread::Turn()
     if (work.isStopping) {
         return;
     }
+    // First, so that nothing of this turn is sent to a service that is known to be dead.
     if (work.isServiceDead) {
         Disconnect();
     }
@@ -127,6 +130,7 @@ void SessionThread::Turn()
             due_ = Now() + RETRY_PAUSE;
         }
     }
+    // A loaded object is used at once; without one, twice a second at most.
     if (service_ == nullptr && (work.loaded != nullptr || Now() >= due_)) {
         Connect(work.loaded);
     }
@@ -143,6 +147,7 @@ void SessionThread::Turn()
 
 void SessionThread::Connect(const sptr<IRemoteObject>& loaded)
 {
+    // Before the attempt, which may take 2 s with a manager that hangs.
     const sptr<IRemoteObject> object = loaded != nullptr ? loaded : FindOrLoad();
     due_ = Now() + RETRY_PAUSE;
     if (object != nullptr && Adopt(object)) {
@@ -162,6 +167,7 @@ sptr<IRemoteObject> SessionThread::FindOrLoad()
     if (running != nullptr && running->IsAlive()) {
         return running;
     }
+    // A load is pending. Its callback or, should that be lost, this deadline ends the wait.
     if (Now() < loadEnds_) {
         return nullptr;
     }
@@ -185,6 +191,7 @@ bool SessionThread::Adopt(const sptr<IRemoteObject>& object)
     if (!object->AddDeathRecipient(notice_)) {  // It is dead already.
         return false;
     }
+    // From here on a death is reported to the mailbox under the number of this connection.
     mailbox_->NoteConnection();
     object_ = object;
     service_ = service;
@@ -201,6 +208,7 @@ void SessionThread::Subscribe()
         gpu = service_->StartGetGpuPerfInfo(static_cast<int32_t>(mailbox_->options.gpuInterval.count()), batches_);
     }
     mailbox_->SetSubscriptions(events, gpu);
+    // A refusal by the service is final and kept in the status; only a call that failed is tried again.
     isSubscribed_ = events != RESULT_NO_SERVICE && gpu != RESULT_NO_SERVICE;
     if (isSubscribed_ && gameInfo_) {
         gameInfo_->send(*service_);
@@ -215,6 +223,7 @@ void SessionThread::Send(const Report& report)
     const SteadyTime begin = Now();
     const int32_t result = report.send(*service_);
     mailbox_->NoteReport(result);
+    // Any other result means that the service is there, which the next reading finds too.
     if (result == RESULT_NO_SERVICE) {
         Judge(result, begin);
     }
@@ -237,6 +246,7 @@ void SessionThread::Refresh()
         std::optional<DeviceDocument> document = ParseDeviceDocument(std::move(answer.result));
         if (document) {
             document->snapshot.number = ++readings_;
+            // After the answer: the age of the values is at most this much too young, by the time of the reply.
             document->snapshot.readAt = Now();
             mailbox_->latest.Store(document->snapshot);
             mailbox_->SetDetails(std::move(document->details));
@@ -251,6 +261,7 @@ void SessionThread::Judge(int32_t result, SteadyTime begin)
 {
     if (result != RESULT_NO_SERVICE) {
         mailbox_->SetState(ServiceState::CONNECTED, result);
+        // The result alone does not tell a service that hangs from one that died; the time does.
     } else if (Now() - begin >= HANGS_AFTER) {
         mailbox_->SetState(ServiceState::NOT_ANSWERING, result);
     }
@@ -273,6 +284,7 @@ try {
     if (service_ == nullptr) {
         return;
     }
+    // First: the end of the service is of no interest any more.
     object_->RemoveDeathRecipient(notice_);
     if (isSubscribed_ && !mailbox_->IsAbandoned()) {
         service_->UnRegisterCallBack();

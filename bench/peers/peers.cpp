@@ -226,7 +226,7 @@ int main(int argc, char** argv)
     Require(::mkdtemp(folder.data()) != nullptr, "no folder for sockets");
     const std::function<void()> call = Connect(peer, folder);
     Bench::Pin(CALLER_PROCESSOR);
-    // No bar: the row says where this library stands beside others.
+    // No bar: the row compares this library with others.
     Bench::MeasureAndPrint(
         {"peer_" + peer, "us", 1e9}, ROUNDS, [&] { return MicrosecondsPerCall(call); },
         [&] { return MicrosecondsPerCall([&] { raw.Call(); }); });

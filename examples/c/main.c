@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-/* The first program in C: asks whether it may use the service, then prints the state of the device. */
+/* The first program in C: asks the service whether it may use it, then prints the state of the device. */
 #include <stdio.h>
 
 #include "veltra.h"

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// One flag, set in the child by the handler that is registered at the platform's first use.
+// One flag, set in the child by a handler that is registered at the platform's first use. In the child only the forking
+// thread exists, while locks of other threads stay locked for ever and sockets are the parent's. So each operation
+// checks the flag before it takes a lock or touches a descriptor.
 #include "base/forked_child.h"
 
 #include <pthread.h>

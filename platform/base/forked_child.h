@@ -5,9 +5,9 @@
 
 namespace TAVO {
 
-// Called by whatever is about to take the platform's locks or start its threads, each time: from the first call on a
-// child of fork() is one in which nothing of the platform works. A process that forks before that gives its child a
-// fresh platform.
+// To be called before the platform's locks are taken or its threads are started, each time. From the first call on, a
+// child of fork() is marked, and nothing of the platform works in it. A process that forks before the first call leaves
+// its child an unused platform, which works.
 void WatchForks() noexcept;
 
 // True in a child of fork() whose parent had used the platform, and in its children. Tested before a lock is taken

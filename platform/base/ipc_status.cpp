@@ -29,6 +29,7 @@ const char* IpcStatusText(int status)
         case IPC_BAD_MESSAGE:
             return "malformed message";
         default:
+            // Anything else came from the remote handler, whose codes the platform does not know.
             return "status of the handler";
     }
 }

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// A reference is 8 bytes in the data (marker and index) and an entry with the object in references_, in the order of
+// the offsets. Reading returns an object only where both agree, so a peer cannot make one out of plain data.
 #include "tavo/message_parcel.h"
 
 #include <algorithm>
@@ -26,6 +28,7 @@ bool MessageParcel::WriteRemoteObject(const sptr<IRemoteObject>& object)
         return false;
     }
     try {
+        // First the entry, then the data: each may fail, and then neither is left.
         references_.push_back({static_cast<uint32_t>(GetDataSize()), object});
     } catch (const std::bad_alloc&) {
         return false;
@@ -51,6 +54,7 @@ sptr<IRemoteObject> MessageParcel::ReadRemoteObject()
         return nullptr;
     }
     if (slots != SlotsOf(static_cast<size_t>(found - references_.begin()))) {
+        // The cursor stays at what could not be read, as with every read that fails.
         SetReadPosition(position);
         return nullptr;
     }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The parts of a parcel that are not inlined: texts, growth, and ParcelAccess, the platform's own access to the memory.
-// Writing reserves all slots of a text first, so that a write that fails leaves nothing behind. Reading takes a length
+// The parts of a parcel that are not inlined: texts and buffers, growth, and ParcelAccess, the platform's own access to the memory.
+// Writing reserves all slots of an item first, so that a write that fails leaves nothing behind. Reading takes a length
 // from another process: it is compared with what is there before it is used, and the cursor moves last. Growth doubles,
 // so that a list written item by item is copied few times. `capacity_` is what inlined writes compare with: the smaller
 // of room and limit, never below the size; FitCapacity restores that wherever one of the three changes.
@@ -19,11 +19,18 @@ namespace {
 
 std::atomic<size_t> g_defaultLimit{Parcel::MAX_DATA_BYTES};
 
+constexpr size_t MAX_LENGTH = std::numeric_limits<int32_t>::max();
+
+constexpr size_t WholeSlots(size_t bytes)
+{
+    return (bytes + Parcel::SLOT - 1) / Parcel::SLOT * Parcel::SLOT;
+}
+
 // Bytes of a text's slots behind its length: the units, a NUL, zero fill. No overflow for units up to INT32_MAX.
 template <typename Unit>
 constexpr size_t TextBytes(size_t units)
 {
-    return ((units + 1) * sizeof(Unit) + Parcel::SLOT - 1) / Parcel::SLOT * Parcel::SLOT;
+    return WholeSlots((units + 1) * sizeof(Unit));
 }
 
 }  // namespace
@@ -46,6 +53,7 @@ void Parcel::Free() noexcept
 
 bool Parcel::Grow(size_t bytes)
 {
+    // The limit may have been lowered below the size. The subtraction cannot wrap around after the first comparison.
     if (size_ > limit_ || bytes > limit_ - size_) {
         return false;
     }
@@ -55,7 +63,7 @@ bool Parcel::Grow(size_t bytes)
 template <typename Unit>
 bool Parcel::WriteText(const Unit* text, size_t units)
 {
-    if (units > static_cast<size_t>(std::numeric_limits<int32_t>::max())) {
+    if (units > MAX_LENGTH) {
         return false;
     }
     const size_t textBytes = TextBytes<Unit>(units);
@@ -65,6 +73,7 @@ bool Parcel::WriteText(const Unit* text, size_t units)
     }
     const auto length = static_cast<int32_t>(units);
     std::memcpy(place, &length, SLOT);
+    // Before the units are copied, which may end in the same slot. No byte of an earlier message leaves the process.
     std::memset(place + textBytes, 0, SLOT);  // the last slot: NUL and fill
     if (units > 0) {
         std::memcpy(place + SLOT, text, units * sizeof(Unit));
@@ -81,17 +90,20 @@ bool Parcel::ReadText(Text& text)
         return false;
     }
     std::memcpy(&length, data_ + cursor_, SLOT);
+    // As a size_t it would be a huge length.
     if (length < 0) {
         return false;
     }
     const auto units = static_cast<size_t>(length);
     const size_t textBytes = TextBytes<Unit>(units);
+    // TextBytes cannot overflow: length has at most 31 bits.
     if (textBytes > readable - SLOT) {
         return false;
     }
     const uint8_t* place = data_ + cursor_ + SLOT;
     Unit terminator = 0;
     std::memcpy(&terminator, place + units * sizeof(Unit), sizeof(Unit));
+    // A text without its NUL is malformed: a length that is off by one would shift everything behind it.
     if (terminator != 0) {
         return false;
     }
@@ -142,8 +154,57 @@ std::u16string Parcel::ReadString16()
     return value;
 }
 
+bool Parcel::WriteBuffer(const void* bytes, size_t sizeBytes)
+{
+    if (sizeBytes > MAX_LENGTH) {
+        return false;
+    }
+    const size_t slotBytes = WholeSlots(sizeBytes);
+    uint8_t* place = Reserve(SLOT + slotBytes);
+    if (place == nullptr) {
+        return false;
+    }
+    std::memset(place + slotBytes, 0, SLOT);  // the last slot: fill, or the length of an empty buffer
+    const auto length = static_cast<int32_t>(sizeBytes);
+    std::memcpy(place, &length, SLOT);
+    if (sizeBytes > 0) {
+        std::memcpy(place + SLOT, bytes, sizeBytes);
+    }
+    return true;
+}
+
+bool Parcel::ReadBuffer(std::vector<uint8_t>& value)
+{
+    const size_t readable = GetReadableBytes();
+    int32_t length = 0;
+    if (readable < SLOT) {
+        return false;
+    }
+    std::memcpy(&length, data_ + cursor_, SLOT);
+    if (length < 0) {
+        return false;
+    }
+    const auto sizeBytes = static_cast<size_t>(length);
+    const size_t slotBytes = WholeSlots(sizeBytes);
+    if (slotBytes > readable - SLOT) {
+        return false;
+    }
+    const uint8_t* place = data_ + cursor_ + SLOT;
+    value.assign(place, place + sizeBytes);
+    cursor_ += SLOT + slotBytes;
+    return true;
+}
+
+std::vector<uint8_t> Parcel::ReadBuffer()
+{
+    std::vector<uint8_t> value;
+    ReadBuffer(value);
+    return value;
+}
+
 bool Parcel::SetReadPosition(size_t position) noexcept
 {
+    // Every value begins at a slot.
     if (position > size_ || position % SLOT != 0) {
         return false;
     }
@@ -153,6 +214,7 @@ bool Parcel::SetReadPosition(size_t position) noexcept
 
 bool Parcel::SetData(const void* bytes, size_t sizeBytes)
 {
+    // Not the parcel's own limit, which bounds writes: these bytes exist already.
     if (sizeBytes > MAX_DATA_BYTES || !ParcelAccess::Provide(*this, sizeBytes)) {
         return false;
     }
@@ -234,6 +296,7 @@ void ParcelAccess::Swap(MessageParcel& left, MessageParcel& right) noexcept
     std::swap(left.size_, right.size_);
     std::swap(left.capacity_, right.capacity_);
     std::swap(left.cursor_, right.cursor_);
+    // The limit goes with its data.
     std::swap(left.limit_, right.limit_);
     left.references_.swap(right.references_);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What only the transport may do with a parcel: receive into it, put a header in front, move it.
+// Operations on a parcel for the transport only: receive into it, put a header in front, move it.
 #ifndef TAVO_BASE_PARCEL_ACCESS_H
 #define TAVO_BASE_PARCEL_ACCESS_H
 
@@ -17,10 +17,10 @@ public:
     static constexpr size_t HEADROOM = ParcelBuffer::HEADROOM;
 
     // `bytes` (at most HEADROOM) writable bytes that end where the data begins, valid until the next write; makes a
-    // buffer if there is none. Null without memory.
+    // buffer if there is none. Null if out of memory.
     static uint8_t* Headroom(Parcel& parcel, size_t bytes) noexcept;
-    // Takes `bytes` more into the data, whatever the capacity limit says, and returns where they go; their content is
-    // undefined. The buffer at most doubles, or grows to what is needed. Null, and no change, without memory.
+    // Adds `bytes` to the data, even beyond the capacity limit, and returns where they begin; their content is
+    // undefined. The buffer at most doubles, or grows to what is needed. Null, and no change, if out of memory.
     static uint8_t* Append(Parcel& parcel, size_t bytes) noexcept;
     // Cuts the data at `size`, if it is longer. References stay, also those that are cut off.
     static void Truncate(Parcel& parcel, size_t size) noexcept;
@@ -38,7 +38,7 @@ public:
 private:
     friend class Parcel;
 
-    // Makes the buffer hold at least `size` bytes of data; false without memory.
+    // Makes the buffer hold at least `size` bytes of data; false if out of memory.
     static bool Provide(Parcel& parcel, size_t size) noexcept;
     // capacity_ from the buffer's real size and the limit. Data beyond the limit leaves no room at all.
     static void FitCapacity(Parcel& parcel) noexcept;

@@ -3,7 +3,8 @@
 // blocks come from the cache of the calling thread, most recently used first, without a lock; the block goes to the
 // cache of the thread that frees it, whichever made it. Larger ones come from the C library, the largest are mappings
 // that grow by mremap: the kernel moves page table entries and copies nothing. A block's kind follows from its capacity
-// alone, so the capacity that is noted is always the full one. Nothing here throws; without memory the result is null.
+// alone, so the capacity that is noted is always the full one. Nothing here throws; if out of memory the result is
+// null.
 #include "base/parcel_buffer.h"
 
 #include <pthread.h>
@@ -139,6 +140,7 @@ Block* ResizeLarge(Block* block, size_t bytes) noexcept
 
 Block* Resize(Block* block, size_t capacity) noexcept
 {
+    // The sums in BlockBytes cannot overflow after this.
     if (capacity > PTRDIFF_MAX - sizeof(Block) - LARGE_PAGE_BYTES) {
         return nullptr;
     }
@@ -170,6 +172,7 @@ uint8_t* Enlarge(uint8_t* data, size_t capacity) noexcept
 void Free(uint8_t* data) noexcept
 {
     Block* block = Block::Of(data);
+    // Only a thread that has freed a block has something to release at its end.
     t_cache.isArmed = t_cache.isArmed || Arm();
     if (!t_cache.isArmed || !t_cache.Keep(block)) {
         Release(block);

@@ -20,9 +20,9 @@ constexpr size_t MAX_KEPT_BYTES = 32768;
 // All three work with the address of the data, which is aligned for any type. Usable at any time, static destruction
 // and the end of a thread included.
 
-// A block for at least `capacity` bytes; null without memory.
+// A block for at least `capacity` bytes; null if out of memory.
 uint8_t* Allocate(size_t capacity) noexcept;
-// Moves the data, headroom included, to a larger block; null without memory, and `data` stays valid.
+// Moves the data, headroom included, to a larger block; null if out of memory, and `data` stays valid.
 uint8_t* Enlarge(uint8_t* data, size_t capacity) noexcept;
 void Free(uint8_t* data) noexcept;
 // The bytes that the block has room for.

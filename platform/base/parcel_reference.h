@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How a reference to an object lies in a parcel's data: two slots that no typed read mistakes for one by accident.
+// The encoding of a reference in a parcel's data: two slots, a marker and an index.
 #ifndef TAVO_BASE_PARCEL_REFERENCE_H
 #define TAVO_BASE_PARCEL_REFERENCE_H
 

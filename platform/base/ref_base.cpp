@@ -52,6 +52,7 @@ private:
 bool RefBase::TryIncStrongRef() const noexcept
 {
     int32_t count = strong_.load(std::memory_order_relaxed);
+    // Never from 0: the thread that reached 0 is about to delete the object.
     while (count > 0) {
         if (strong_.compare_exchange_weak(count, count + 1, std::memory_order_acq_rel, std::memory_order_relaxed)) {
             return true;
@@ -69,9 +70,11 @@ WeakAnchor* RefBase::AcquireAnchor() const
         if (anchor_.compare_exchange_strong(anchor, made, std::memory_order_acq_rel, std::memory_order_acquire)) {
             anchor = made;
         } else {
+            // Another thread was faster; `anchor` is its anchor now.
             made->Dec();
         }
     }
+    // For the weak pointer that is being made; the anchor's first count is the object's own.
     anchor->Inc();
     return anchor;
 }

@@ -1,5 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// A small table searched from end to end: there are few distinct warnings, and each call happens beside a system call.
+// Counts repeated warnings in a small table, which is searched from end to end: there are few distinct warnings, and
+// each call is followed by a system call anyway. The first occurrence is written at once. Repetitions within the window
+// are counted, and their sum is written with the next line of the process after the window, or at exit. The table has
+// no lock: a thread that finds it in use writes its line without counting, because to wait here would make each log
+// call wait.
 #include "base/scrivo_folder.h"
 
 #include <unistd.h>
@@ -40,6 +44,8 @@ public:
     explicit Busy(ScrivoFolder& folder) noexcept : folder_(folder)
     {
         int none = 0;
+        // The table belongs to the process that used it first: in a forked child the flag may be set for ever, and
+        // counts are the parent's.
         const int self = ::getpid();
         isMine_ = (folder.process_.compare_exchange_strong(none, self) || none == self) &&
                   !folder.isBusy_.exchange(true, std::memory_order_acquire);
@@ -91,6 +97,7 @@ ScrivoFolder::Result ScrivoFolder::Repeat(Slot& known, int64_t now, Summary& sum
 {
     Result result;
     const bool isOver = now - known.since >= WINDOW_NANOSECONDS;
+    // Not repeated inside the window: this is a new first occurrence, and is written.
     if (!isOver || known.repeated > 0) {
         ++known.repeated;
         result = {true, isOver};

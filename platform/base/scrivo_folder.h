@@ -11,9 +11,9 @@
 
 namespace TAVO {
 
-// Remembers the last few distinct lines. A line that was written less than 10 s ago is counted instead; when the time is
-// over, one line with its text and "(repeated N times)" stands for all of them. So two lines that alternate 60 times a
-// second cost two lines in 10 s.
+// Remembers the last few distinct lines. A line that was written less than 10 s ago is counted instead; when the time
+// is over, one line with its text and "(repeated N times)" replaces them. So two lines that alternate 60 times a second
+// cost two lines in 10 s.
 //
 // Constant-initialised and trivially destructible: usable before main, at exit and in a signal-free forked child. Any
 // thread. A thread that finds the table in use, or a child that was forked while it was in use, writes without folding.
@@ -22,7 +22,7 @@ public:
     static constexpr int64_t WINDOW_NANOSECONDS = 10'000'000'000;
     static constexpr size_t MAX_TEXT_BYTES = 400;  // of a repetition; longer texts are cut
 
-    // One line that stands for several.
+    // One line that replaces several.
     struct Summary {
         int level;
         uint32_t domain;
@@ -38,7 +38,7 @@ public:
 
     // `now` is the steady clock's time. Fills at most one summary; another one follows at the next line.
     Result Fold(const ScrivoLine& line, int64_t now, Summary& summary) noexcept;
-    // Takes out one line with repetitions, whenever they began; false when there is none left. For the exit.
+    // Removes one line with repetitions, whenever they began; false if there is none left. For the exit of the process.
     bool TakeAny(Summary& summary) noexcept;
 
 private:

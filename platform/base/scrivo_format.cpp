@@ -101,6 +101,7 @@ private:
             if (end == std::string_view::npos) {
                 return false;
             }
+            // Any other mark hides the value: a mistyped one must not publish what was meant to be private.
             conversion.isPrivate = rest_.substr(0, end) != "public";
             rest_.remove_prefix(end + 1);
         }
@@ -110,6 +111,8 @@ private:
         TakeNumber(conversion.width);
         if (conversion.width < 0 && conversion.width != Conversion::ABSENT) {
             conversion.isLeft = true;
+            // As in printf: a negative width argument means left-aligned. TakeNumber has bounded it, so the negation is
+            // safe.
             conversion.width = -conversion.width;
         }
         if (TakeChar('.') && !TakeNumber(conversion.precision)) {
@@ -178,6 +181,7 @@ private:
                 return PutArgument<const void*>(conversion);
             case 'm':
                 return PutValue(conversion, 0);
+            // Never written to: a format from data must not become a write to memory. The argument is consumed.
             case 'n':
                 va_arg(arguments_, void*);
                 return true;

@@ -11,7 +11,7 @@ namespace TAVO {
 
 // Appends `format` with its arguments. Conversions are printf's but for positions ("%1$s"), and %n stores nothing;
 // "%{private}d" appends "<private>", "%{public}d" and "%d" the value, any other word in braces counts as private.
-// Where a conversion is not understood, the rest of the format is appended as it stands.
+// After a conversion that is not understood, the rest of the format is appended unchanged.
 void FormatLog(TextBuffer& out, const char* format, va_list arguments) noexcept;
 
 }  // namespace TAVO

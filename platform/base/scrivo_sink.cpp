@@ -111,9 +111,11 @@ void AppendMessage(TextBuffer& line, const ScrivoLine& content) noexcept
 ssize_t WriteNow(int fd, std::string_view bytes) noexcept
 {
     iovec part{const_cast<char*>(bytes.data()), bytes.size()};
+    // O_NONBLOCK on stderr would change it for every process that shares the open file; this flag applies to one call.
     ssize_t written = pwritev2(fd, &part, 1, -1, RWF_NOWAIT);
     if (written < 0 && (errno == EOPNOTSUPP || errno == ENOSYS)) {  // a terminal, an old kernel
         pollfd ready{fd, POLLOUT, 0};
+        // For terminals and old kernels. Another process may fill the sink in between, so this is the lesser guarantee.
         if (poll(&ready, 1, 0) != 1 || (ready.revents & POLLOUT) == 0) {
             errno = EAGAIN;
             return -1;
@@ -194,6 +196,7 @@ ScrivoSink DefaultSink(int16_t level, bool isDaemon) noexcept
     }
     struct stat journal {};
     if (stat(JOURNAL_SOCKET, &journal) != 0 || !S_ISSOCK(journal.st_mode)) {
+        // No terminal and no journal: a game started by a launcher has nowhere to log to.
         return {SinkKind::NOWHERE, SCRIVO_OFF, -1};
     }
     return {SinkKind::JOURNAL, level, socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)};
@@ -268,6 +271,7 @@ int WriteScrivoLine(int fd, const ScrivoLine& line) noexcept
     if (fstat(fd, &status) != 0) {
         return -1;
     }
+    // Asked for each line: stderr may be redirected while the process runs.
     const bool isFile = S_ISREG(status.st_mode);
     TextBuffer buffer(isFile ? TextBuffer::MAX_TEXT_BYTES : MAX_PIPE_LINE_BYTES);
     AppendTime(buffer);

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The text begins in an array of the object and moves to the heap once it needs more, by steps of at least four times
-// the room. Without memory it stays where it is and loses its end: appending never fails, it only appends less. `size_`
-// never exceeds `capacity_`, one byte behind which is the NUL's. Not aware of UTF-8 when it cuts: the last character of
-// a text that was cut may be incomplete.
+// the room. If out of memory it stays where it is and loses its end: appending never fails, it only appends less.
+// `size_` never exceeds `capacity_`, one byte behind which is the NUL's. Not aware of UTF-8 when it cuts: the last
+// character of a text that was cut may be incomplete.
 #include "base/text_buffer.h"
 
 #include <cstdlib>
@@ -26,6 +26,7 @@ TextBuffer::~TextBuffer()
 size_t TextBuffer::Provide(size_t bytes) noexcept
 {
     if (bytes > capacity_ - size_ && capacity_ < limit_) {
+        // Compared by subtraction: the sum could wrap around.
         const size_t needed = bytes > limit_ - size_ ? limit_ : size_ + bytes;
         const size_t capacity = std::min(std::max(needed, 4 * capacity_), limit_);
         const bool isOnStack = text_ == stack_;
@@ -51,6 +52,7 @@ void TextBuffer::Append(std::string_view text) noexcept
 
 std::string_view TextBuffer::EndLine() noexcept
 {
+    // A full buffer gives up its last byte: a line without its end would run into the next one.
     if (Provide(1) == 0) {
         --size_;
     }

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// A peer that breaks the protocol without end must not fill a disk: at most ten lines a second for the whole process.
+// Lock-free, since it is called under locks and in forked children.
 #include "base/warn_limited.h"
 
 #include <atomic>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Warnings whose number a peer or the system decides.
+// Warnings that a peer or the system may cause any number of times.
 #ifndef TAVO_BASE_WARN_LIMITED_H
 #define TAVO_BASE_WARN_LIMITED_H
 

@@ -43,6 +43,7 @@ bool BrokerRegistration::Register(const std::u16string& descriptor, Creator crea
         return false;
     }
     MutexLock lock(mutex_);
+    // The first registration stays: two libraries may contain the same proxy class.
     if (Find(descriptor) != entries_.end()) {
         return false;
     }
@@ -57,6 +58,7 @@ void BrokerRegistration::Unregister(const std::u16string& descriptor, const void
     }
     MutexLock lock(mutex_);
     const auto found = Find(descriptor);
+    // Only its own entry: the one of another library with the same descriptor stays.
     if (found != entries_.end() && found->owner == owner) {
         entries_.erase(found);
     }
@@ -77,6 +79,7 @@ sptr<IRemoteBroker> BrokerRegistration::NewInstance(const std::u16string& descri
         if (creator != nullptr) {
             return creator(object);
         }
+        // A dead object is the more likely reason for null, and is reported elsewhere.
         if (object != nullptr && object->IsAlive()) {
             ReportMissing(descriptor);
         }

@@ -16,6 +16,7 @@ IPCObjectStub::IPCObjectStub(std::u16string descriptor, bool serialInvoke)
 
 IPCObjectStub::~IPCObjectStub()
 {
+    // No peer can hold the object any more, or this destructor would not run. The serial is never used again.
     Transport::Unexport(*gate_);
 }
 
@@ -36,9 +37,11 @@ int IPCObjectStub::SendRequest(uint32_t code, MessageParcel& data, MessageParcel
     if (InForkedChild()) {
         return IPC_UNAVAILABLE;
     }
+    // Through the gate and a worker, as a request of another process.
     return Transport::CallLocal(this, code, data, reply, option);
 }
 
+// A local object cannot die before its own process, so there is nothing to notify.
 bool IPCObjectStub::AddDeathRecipient(const sptr<DeathRecipient>&)
 {
     return false;

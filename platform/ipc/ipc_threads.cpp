@@ -9,6 +9,8 @@ namespace TAVO {
 
 void IpcThreads::JoinPool()
 {
+    // The workers of the platform handle requests. This thread only keeps the process alive; pause returns after a
+    // signal.
     for (;;) {
         ::pause();
     }

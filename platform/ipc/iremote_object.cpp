@@ -36,6 +36,7 @@ void IRemoteObject::OnLastStrongRef() const noexcept
         delete this;
         return;
     }
+    // The control thread must never wait, and a destructor may wait for anything.
     // These two threads must not run a destructor of the user's; without memory for the hand-over the object leaks.
     Transport::RunOnWorker([this] { delete this; });
 }

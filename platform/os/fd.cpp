@@ -1,5 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// Socket helpers: interruptions, short transfers and deadlines are dealt with here and nowhere else.
+// Socket helpers: interruptions, short transfers and deadlines are handled here and nowhere else. Two facts shape them.
+// A blocking send or recv that a signal interrupts starts with its full timeout (SO_RCVTIMEO, SO_SNDTIMEO) when it is
+// called again; a game with a timer signal would never reach a deadline, so after an interruption poll waits for the
+// rest. And an AF_UNIX stream socket takes a large message in pieces, each with a timeout of its own, so large messages
+// are sent without waiting and poll keeps the one deadline.
 #include "os/fd.h"
 
 #include <fcntl.h>
@@ -23,8 +27,10 @@ namespace {
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
+// Messages up to this size fit into the socket's buffer in one piece.
 constexpr size_t SMALL_BYTES = 32 * 1024;
 
+// recv offers no room for control data: descriptors that a peer sends are closed by the kernel and never appear here.
 // Plain system calls: the C library's are points of cancellation, which would end a thread in the middle of a call, and
 // pay for that with two atomic operations each time. The sanitizers know only the library's.
 #ifdef TAVO_SANITIZED
@@ -79,6 +85,7 @@ IoResult SendWith(int fd, const void* buffer, size_t size, int flags) noexcept
     const char* bytes = static_cast<const char*>(buffer);
     size_t sent = 0;
     while (sent < size) {
+        // MSG_NOSIGNAL: the peer may be dead, and SIGPIPE would end a game that has not changed its disposition.
         const ssize_t put = Send(fd, bytes + sent, size - sent, flags | MSG_NOSIGNAL);
         if (put >= 0) {
             sent += static_cast<size_t>(put);
@@ -100,6 +107,7 @@ bool ConnectUninterrupted(int fd, const sockaddr_un& address, milliseconds timeo
     const bool waits = timeout.count() > 0;
     const Clock::time_point end = Clock::now() + timeout;
     for (bool isInterrupted = false;; isInterrupted = true) {
+        // EISCONN: the connection was made although a signal interrupted the first call.
         if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 || errno == EISCONN) {
             if (isInterrupted && waits) {
                 SetTimeouts(fd, timeout, timeout);
@@ -142,6 +150,7 @@ ConnectionFd ConnectWith(const std::string& path, int socketFlags, milliseconds 
         errno = error;
         return fd;
     }
+    // Both ends check each other: a socket in a directory that another user has taken over must not get requests.
     const PeerIdentity peer = ReadPeerIdentity(fd.Get());
     if (!peer.known || peer.uid != ::geteuid()) {
         fd.Close();
@@ -162,6 +171,7 @@ int AboveStandardFds(int fd) noexcept
     if (fd < 0 || fd > STDERR_FILENO) {
         return fd;
     }
+    // The copy refers to the same socket; on failure (no descriptor left) the result is -1, and nothing stays open.
     const int above = ::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     const int reason = errno;
     ::close(fd);
@@ -213,6 +223,7 @@ IoResult SendUntil(int fd, const void* buffer, size_t size, Deadline deadline) n
 bool PollUntil(int fd, short events, Deadline deadline) noexcept
 {
     for (;;) {
+        // Rounded up: rounded down, the last fraction of a millisecond would be a busy loop with a timeout of 0.
         const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now()).count();
         if (left <= 0) {
             return false;
@@ -230,12 +241,14 @@ bool PollUntil(int fd, short events, Deadline deadline) noexcept
 
 bool HasHungUp(int fd) noexcept
 {
+    // POLLHUP and POLLERR are always reported. Unread data does not hide the end from this call, unlike from recv.
     pollfd entry{fd, POLLRDHUP, 0};
     return ::poll(&entry, 1, 0) > 0;
 }
 
 ConnectionFd ConnectStream(const std::string& path, milliseconds timeout)
 {
+    // 0 would mean no timeout at all (SO_SNDTIMEO), and a full backlog would block for ever.
     return ConnectWith(path, 0, std::max(timeout, milliseconds(1)));
 }
 
@@ -260,6 +273,8 @@ PeerIdentity ReadPeerIdentity(int fd) noexcept
 {
     ucred credentials{};
     socklen_t size = sizeof(credentials);
+    // The kernel notes pid and uid at connect() and listen(): they stay those of that moment, also when the process has
+    // died or changed its user.
     if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) {
         return {};
     }
@@ -277,6 +292,7 @@ UniqueFd OpenPeerPidFd(int fd, int pid, bool& hasEnded) noexcept
     hasEnded = false;
     int pidFd = -1;
     socklen_t size = sizeof(pidFd);
+    // Since Linux 6.5. Unlike pidfd_open it cannot get a later process with the same pid.
     if (::getsockopt(fd, SOL_SOCKET, SO_PEERPIDFD, &pidFd, &size) == 0) {
         ::fcntl(pidFd, F_SETFD, FD_CLOEXEC);
     } else if (pid > 0) {  // An older kernel, or a process that was reaped.

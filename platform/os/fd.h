@@ -72,8 +72,9 @@ private:
     UniqueFd fd_;
 };
 
-// Returns `fd`, or a copy of it above the three standard descriptors and closes the original. A host may have closed those,
-// and what it then writes to its standard output must not end up in a socket. -1 stays -1, errno included. Close-on-exec.
+// Returns `fd`, or a copy of it above the three standard descriptors and closes the original. A host may have closed
+// those, and what it then writes to its standard output must not end up in a socket. -1 stays -1, errno included.
+// Close-on-exec.
 int AboveStandardFds(int fd) noexcept;
 
 using Deadline = std::chrono::steady_clock::time_point;
@@ -84,7 +85,7 @@ enum class IoStatus {
     CLOSED,       // end of file, reset, or any other error of the connection
 };
 
-// What an operation came to.
+// The outcome of an operation.
 struct IoResult {
     IoStatus status = IoStatus::OK;
     size_t bytes = 0;  // moved, with any status
@@ -94,8 +95,8 @@ struct IoResult {
 IoResult ReceiveNow(int fd, void* buffer, size_t size) noexcept;
 // Waits on a blocking socket at most as long as its receive time-out, once; WOULD_BLOCK afterwards.
 IoResult ReceiveOnce(int fd, void* buffer, size_t size) noexcept;
-// Waits until `deadline`; `isFirst` uses the socket's receive time-out, which was set for that deadline, first: a poll
-// less on the usual path.
+// Waits until `deadline`. With `isFirst` it first waits in recv, by the socket's receive timeout, which was set for
+// that deadline: this saves a poll on the usual path.
 IoResult ReceiveUntil(int fd, void* buffer, size_t size, Deadline deadline, bool isFirst) noexcept;
 
 // Copies the next `size` bytes, which stay there; false when fewer have come.

@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Record locks over the whole file, taken without waiting and queried without taking.
+// Record locks (fcntl) over the whole file, acquired without waiting and queried without acquiring. They belong to the
+// process: a forked child does not have them, the kernel releases them when the process ends, and F_GETLK names their
+// holder. But the kernel also releases them when the process closes any descriptor of the file. So a process never
+// opens the file of a lock that it holds, except in ProcessLock::Take.
 #include "os/process_lock.h"
 
 #include <fcntl.h>
@@ -18,8 +21,8 @@ struct flock WholeFile()
     return lock;
 }
 
-// Tells the lock that stands in the way, F_UNLCK when none does. False with errno set when the file cannot be looked
-// at.
+// Returns in `lock` the lock of another process, or F_UNLCK if there is none. False with errno set if the file cannot
+// be opened.
 bool Look(int dirFd, const std::string& name, struct flock& lock)
 {
     const UniqueFd file(::openat(dirFd, name.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
@@ -55,6 +58,7 @@ pid_t ProcessLock::Holder(int dirFd, const std::string& name)
     if (lock.l_type == F_UNLCK) {
         return NOBODY;
     }
+    // 0 or -1: the holder is in another pid namespace.
     return lock.l_pid > 0 ? lock.l_pid : UNKNOWN_HOLDER;
 }
 

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Finds the runtime directory and checks it through an open descriptor.
+// Finds the runtime directory and checks it through an open descriptor: what is checked is then what is used, even if
+// the path is replaced meanwhile. Only this user may have access (mode 0700), and the path must not be a symbolic link,
+// which another user could have put into a shared parent such as /tmp. The error text says what to do.
 #include "os/runtime_dir.h"
 
 #include <fcntl.h>
@@ -30,6 +32,7 @@ int OpenFolder(const std::string& path, std::string& reason)
         reason = "is a symbolic link or no directory; give a directory of your own";
     } else if (fd < 0) {
         const int failure = errno;
+        // For the text only: it tells a manager that was never started from a missing parent.
         const bool hasParent = ::access(name.substr(0, name.rfind('/') + 1).c_str(), F_OK) == 0;
         reason = std::string("cannot be opened: ") + std::strerror(failure) +
                  (failure != ENOENT ? ""
@@ -112,6 +115,7 @@ RuntimeDir RuntimeDir::Open(const std::string& path, bool create, std::string& e
     std::string reason;
     if (path.empty() || path.front() != '/') {
         reason = "is a relative path, which means another directory in every working directory; give an absolute one";
+        // Deliberate: only the last part is created. A missing parent is more likely a wrong path than one to create.
     } else if (create && ::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) {
         reason = std::string("cannot be created: ") + std::strerror(errno) +
                  "; create its parent, or set TAVO_RUNTIME_DIR to another directory";
@@ -135,6 +139,7 @@ std::string RuntimeDir::SocketPath(const std::string& name) const
     if (IsOpen() && plain.front() == '/' && plain.size() < sizeof(sockaddr_un::sun_path)) {
         return plain;
     }
+    // sun_path has 108 bytes; the kernel resolves the short path through the open directory.
     return "/proc/self/fd/" + std::to_string(fd_) + "/" + name;
 }
 

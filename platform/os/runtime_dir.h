@@ -7,7 +7,7 @@
 
 namespace TAVO::Transport {
 
-// An open descriptor of the directory (close-on-exec). The length of its path does not matter.
+// An open descriptor of the directory (close-on-exec). Its path may have any length.
 class RuntimeDir {
 public:
     RuntimeDir() = default;
@@ -18,7 +18,7 @@ public:
     // $TAVO_RUNTIME_DIR, else $XDG_RUNTIME_DIR/tavo, else /run/user/UID/tavo.
     static std::string DefaultPath();
     // Opens `path`, which must be absolute, and checks through the descriptor that it is a directory of this user with
-    // mode 0700 (the setgid bit does not matter) and no symbolic link. With `create` a missing one is created (its last
+    // mode 0700 (the setgid bit may be set) and no symbolic link. With `create` a missing one is created (its last
     // component only). On failure the result is not open and `error` holds one line: path, reason, remedy.
     static RuntimeDir Open(const std::string& path, bool create, std::string& error);
 
@@ -26,8 +26,8 @@ public:
     int Fd() const noexcept { return fd_; }
     const std::string& Path() const noexcept { return path_; }
     // A path for bind and connect that fits into a socket address: the plain one if it is absolute and short, since the
-    // way through /proc takes a new process four times as long; else "/proc/self/fd/N/<name>". Who is found there is
-    // checked once more when the connection stands: the plain path may lead elsewhere than the descriptor by then.
+    // path through /proc takes a new process four times as long; else "/proc/self/fd/N/<name>". The peer is checked
+    // again once it is connected: the plain path may lead elsewhere than the descriptor by then.
     std::string SocketPath(const std::string& name) const;
 
 private:

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Starts platform threads and keeps what belongs to one thread.
+// Starts the threads of the platform, detached, and has the role of each. The signal mask and the scheduling are set so
+// that it does not matter which thread of the game makes the first call.
 #include "os/threads.h"
 
 #include <pthread.h>
@@ -20,8 +21,9 @@ thread_local ThreadRole t_role = ThreadRole::OTHER;
 // A fault of the thread itself raises these. A thread that blocks them is killed by the kernel without any handler.
 constexpr int SYNCHRONOUS_SIGNALS[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS};
 
-// Gives the calling thread what the main thread has; a thread inherits from the one that starts it, which may be a loader
-// thread with low priority on one processor. Each step may be refused: only a privileged process may raise a priority.
+// Gives the calling thread what the main thread has; a thread inherits from the one that starts it, which may be a
+// loader thread with low priority on one processor. Each step may be refused: only a privileged process may raise a
+// priority.
 void AdoptSchedulingOfProcess() noexcept
 {
     const pid_t process = ::getpid();
@@ -55,15 +57,18 @@ bool StartThread(ThreadRole role, const char* name, std::function<void()> body) 
     for (const int signal : SYNCHRONOUS_SIGNALS) {
         sigdelset(&blocked, signal);
     }
+    // Set before the start: a signal that arrives at a new thread first would run the game's handler on it.
     pthread_sigmask(SIG_SETMASK, &blocked, &before);  // The new thread inherits the mask.
     bool started = true;
     try {
         std::thread([role, name, run = std::move(body)] {
             t_role = role;
+            // At most 15 characters; longer names are refused by the kernel.
             pthread_setname_np(pthread_self(), name);
             AdoptSchedulingOfProcess();
             run();
         }).detach();
+        // std::system_error for EAGAIN (RLIMIT_NPROC, memory), or bad_alloc.
     } catch (const std::exception&) {
         started = false;
     }

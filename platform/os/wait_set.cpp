@@ -16,6 +16,7 @@ bool WaitSet::Open() noexcept
     }
     UniqueFd epoll(AboveStandardFds(::epoll_create1(EPOLL_CLOEXEC)));
     UniqueFd ready(
+        // As a semaphore each read takes one unit, so each signal wakes up one worker; otherwise one read takes all.
         AboveStandardFds(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC | (jobs_ == Jobs::ONE ? EFD_SEMAPHORE : 0))));
     epoll_event event{};
     event.events = EPOLLIN;
@@ -23,6 +24,7 @@ bool WaitSet::Open() noexcept
     if (!epoll.IsOpen() || !ready.IsOpen() || ::epoll_ctl(epoll.Get(), EPOLL_CTL_ADD, ready.Get(), &event) != 0) {
         return false;
     }
+    // Both or neither: a failure above leaves nothing open, and the next call tries again.
     epoll_ = std::move(epoll);
     ready_ = std::move(ready);
     return true;
@@ -31,6 +33,7 @@ bool WaitSet::Open() noexcept
 void WaitSet::Signal() const noexcept
 {
     const uint64_t one = 1;
+    // Fails only when 2^64 - 2 signals are unread.
     [[maybe_unused]] const ssize_t written = ::write(ready_.Get(), &one, sizeof(one));
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a platform thread waits with: an epoll, and in it an eventfd that says that there are jobs.
+// What a platform thread waits with: an epoll, and in it an eventfd that is readable while there are jobs.
 #ifndef TAVO_OS_WAIT_SET_H
 #define TAVO_OS_WAIT_SET_H
 
@@ -10,7 +10,7 @@ namespace TAVO::Transport {
 // Open is called under the owner's lock, and before a thread that waits is started.
 class WaitSet {
 public:
-    enum class Jobs { ALL, ONE };  // how many jobs a Take stands for
+    enum class Jobs { ALL, ONE };  // how many jobs one Take covers
 
     explicit WaitSet(Jobs jobs) noexcept : jobs_(jobs) {}
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Each connection is pending until its hello is complete, for at most 2 s. Then it becomes the control connection of a
-// session, or a lane of one (acceptor_hello.cpp), or it waits until its session is established or has room. The end of a
-// session is acted on only once the connections that were opened before it are accepted and their hellos are read. When
-// no descriptor or memory is left, the listeners rest for a moment, and connections wait in their queues.
+// session, or a lane of one (acceptor_hello.cpp), or it waits until its session is established or has room. The end of
+// a session is acted on only once the connections that were opened before it are accepted and their hellos are read.
+// When no descriptor or memory is left, the listeners rest for a moment, and connections wait in their queues.
 #include "transport/acceptor.h"
 
 #include <sys/epoll.h>
@@ -46,12 +46,14 @@ bool Acceptor::Listen(UniqueFd fd, Admission admission)
         if (admission) {
             admission_ = admission;
         }
+        // A job that throws is kept by the loop and repeated, so each step must be safe to run twice.
         if (*owner != nullptr) {  // Otherwise this job ran out of memory after it, and runs again.
             listeners_.reserve(listeners_.size() + 1);
             loop_.Own(std::move(*owner));
             listeners_.push_back(kept);
         }
         Resume(*kept);
+        // Starting the thread now saves the first request the start of one.
         services_.workers.EnsureSpare();  // for the first request
     });
 }
@@ -79,11 +81,14 @@ void Acceptor::OnShortage(Listener& listener) noexcept
 
 void Acceptor::OnAccepted(ConnectionFd fd)
 {
+    // SO_PEERCRED has the uid at the time of connect(), also if the peer has ended since. The mode of the directory
+    // already keeps other users out; this is the second check.
     const PeerIdentity identity = ReadPeerIdentity(fd.Get());
     if (!identity.known || identity.uid != ::geteuid()) {
         WarnLimited("a process of another user tried to connect", "refused: a runtime directory serves one user");
         return;
     }
+    // The manager keeps descriptors for services: a client is refused before anything is allocated for it.
     if (admission_ && !admission_(identity.pid, fd.Get(), 0)) {
         return;
     }
@@ -96,6 +101,8 @@ void Acceptor::OnAccepted(ConnectionFd fd)
     if (!loop_.Owns(connection)) {
         return;
     }
+    // A lane that waits for its session is polled for errors only (EPOLLHUP is always reported): its requests stay in
+    // the socket for the worker.
     const uint32_t awaited = connection->IsComplete() ? 0U : static_cast<uint32_t>(EPOLLIN | EPOLLRDHUP);
     bool isPolled = false;
     try {
@@ -111,6 +118,7 @@ void Acceptor::OnAccepted(ConnectionFd fd)
 PendingConnection* Acceptor::AddPending(ConnectionFd fd, const PeerIdentity& identity)
 {
     if (pending_.size() >= MAX_PENDING) {
+        // The oldest: a peer that opens 1,024 connections and sends nothing must not keep others out.
         OnSettled(*pending_.front());
     }
     auto connection = std::make_unique<PendingConnection>(loop_, static_cast<PendingConnection::Owner&>(*this),
@@ -152,6 +160,7 @@ void Acceptor::ReadHellos()
         return;
     }
     const Raised readingHellos(isReadingHellos_);
+    // A copy, since handling one connection may remove others from the list.
     for (PendingConnection* connection : std::vector<PendingConnection*>(pending_)) {
         if (loop_.IsPolled(connection) && !connection->IsComplete()) {
             connection->OnReady(0);
@@ -170,6 +179,7 @@ void Acceptor::OfferWaiting()
 
 int Acceptor::TickMilliseconds() const
 {
+    // -1: with nothing pending the loop sleeps until an event.
     return !pending_.empty() || hasResting_ ? 100 : -1;
 }
 
@@ -180,6 +190,7 @@ void Acceptor::OnTick(Clock::time_point now)
     }
     const auto isLate = [now](const PendingConnection* connection) { return connection->GetDeadline() <= now; };
     for (auto late = std::find_if(pending_.begin(), pending_.end(), isLate); late != pending_.end();
+         // Searched anew after each: OnSettled changes the list.
          late = std::find_if(pending_.begin(), pending_.end(), isLate)) {
         OnSettled(**late);
     }

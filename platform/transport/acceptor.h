@@ -21,8 +21,8 @@ namespace TAVO::Transport {
 
 class Acceptor final : public LoopPart, private Listener::Owner, private PendingConnection::Owner {
 public:
-    // Whether the process `pid` may have the connection `fd`, with which there are `sessions` sessions; 0: not known yet.
-    // Called on the control thread.
+    // Whether the process `pid` may have the connection `fd`, with which there are `sessions` sessions; 0: not known
+    // yet. Called on the control thread.
     using Admission = std::function<bool(int pid, int fd, size_t sessions)>;
 
     Acceptor(EventLoop& loop, SessionLinks& links, SessionTable& sessions, Connector& connector,
@@ -40,7 +40,7 @@ public:
     // Accepts connections on `fd` from now on; false when the control thread cannot be started. The connection of a
     // process that `admission` (may be empty) does not admit is closed.
     bool Listen(UniqueFd fd, Admission admission = nullptr);
-    // A session has room for another lane: those that wait are offered again. False without memory.
+    // A session has room for another lane: those that wait are offered again. False if out of memory.
     bool RetryWaitingLanes();
 
     // ---- Control thread

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // What becomes of a connection whose hello is complete. A control connection is accepted unless the session has one
 // already, or has sent a hello that prevails. A lane is accepted if it was opened by the process of its session and the
-// session has room. If the session is not established yet, the lane waits while it may still be; if the peer has as many
-// lanes as it may have, the lane waits as long as its caller does.
+// session has room. If the session is not established yet, the lane waits while it may still be; if the peer has as
+// many lanes as it may have, the lane waits as long as its caller does.
 #include <sys/epoll.h>
 
 #include <algorithm>
@@ -104,9 +104,11 @@ void Acceptor::RefuseLane(const Hello& hello, const PeerIdentity& identity)
 
 bool Acceptor::IsAdmitted(ConnectionFd& fd, const Hello& hello, const PeerIdentity& identity)
 {
+    // No process has a session with itself, and zeros are the place of a manager whose name is not known yet.
     if (hello.instance == services_.host.Self() || hello.instance == Instance{}) {
         return false;
     }
+    // A process that has a session already costs no further session, so it is not counted again.
     return !admission_ || sessions_.Find(hello.instance) != nullptr ||
            admission_(identity.pid, fd.Get(), sessions_.Count() + 1);
 }
@@ -119,16 +121,20 @@ void Acceptor::AcceptControl(ConnectionFd& fd, const Hello& hello, const PeerIde
     }
     std::shared_ptr<Session> session = sessions_.Ensure(hello.instance).session;
     ControlLink* link = links_.Find(session.get());
+    // The peer has closed its old connection and connects again, but the epoll has not reported the end yet. Refusing
+    // it as connected already would make it wait for nothing.
     if (IsEstablished(session) && link != nullptr && session->Control().HasHungUp()) {
         links_.TearDown(*link);
         link = nullptr;
         session = sessions_.Ensure(hello.instance).session;
     }
     const Instance& self = services_.host.Self();
+    // If both have connected, both evaluate the same comparison, so exactly one of the two connections is refused.
     const bool isAccepted = !IsEstablished(session) && session->Control().YieldToPeer(self < hello.instance);
     Hello answer;
     answer.instance = self;
     answer.lane = isAccepted ? Hello::ACCEPTED : Hello::USE_OTHER;
+    // 32 bytes into an empty socket: sent as a whole, or the peer has closed.
     const bool isSent = SendNow(fd.Get(), &answer, sizeof(answer)).status == IoStatus::OK;
     if (!isSent || !isAccepted) {
         fd.Close();
@@ -138,6 +144,7 @@ void Acceptor::AcceptControl(ConnectionFd& fd, const Hello& hello, const PeerIde
         return;
     }
     if (link != nullptr) {  // The two crossed: the connection of the lower instance stays.
+        // First, so that the end of the unused link does not end the session.
         links_.Unbind(session.get());
         links_.TearDown(*link);
     }

@@ -34,16 +34,19 @@ IoStatus ReadReply(int fd, Spin& spin, FrameReader& reader, Deadline deadline, b
         FrameReader::State state;
         IoResult got;
         if (!reader.HasHeader()) {
+            // Polls only for the first bytes; the rest of a large reply arrives without a gap.
             got = isFirst ? spin.Receive(fd, first, sizeof(first)) : IoResult{IoStatus::WOULD_BLOCK, 0};
             if (got.status == IoStatus::WOULD_BLOCK) {
                 got = ReceiveUntil(fd, first, sizeof(first), deadline, isFirst);
             }
             const uint8_t* from = first;
             state = got.status == IoStatus::OK ? reader.Consume(from, first + got.bytes) : FrameReader::State::MORE;
+            // The peer sent more than one reply. This one is still delivered, but the lane is not used again.
             extra = got.status == IoStatus::OK && from != first + got.bytes;
         } else {
             const FrameReader::Room room = reader.RoomForBody();
             if (room.state == FrameReader::State::STALLED) {
+                // The budget has no event either; the caller's own thread may sleep, unlike a worker.
                 if (WaitForBudget(deadline)) {
                     continue;
                 }
@@ -58,7 +61,7 @@ IoStatus ReadReply(int fd, Spin& spin, FrameReader& reader, Deadline deadline, b
         if (state == FrameReader::State::COMPLETE) {
             return IoStatus::OK;
         }
-        if (got.status != IoStatus::OK || state == FrameReader::State::BAD) {
+        if (got.status != IoStatus::OK || state != FrameReader::State::MORE) {
             return got.status == IoStatus::OK ? IoStatus::CLOSED : got.status;
         }
     }
@@ -66,6 +69,8 @@ IoStatus ReadReply(int fd, Spin& spin, FrameReader& reader, Deadline deadline, b
 
 }  // namespace
 
+// In tenths of a second, rounded up: with a time in microseconds each call would have to set the socket's timeout
+// again, two system calls more. ReceiveUntil checks the exact deadline after each return.
 std::chrono::milliseconds CallLane::CoarseTimeout(Clock::duration duration)
 {
     using Tenths = std::chrono::duration<int64_t, std::deci>;
@@ -99,6 +104,8 @@ CallResult CallLane::Send(const CallRequest& request, MessageReferences& referen
     if (sent.status == IoStatus::OK) {
         return {Lane::NO_REPLY, IPC_OK};
     }
+    // Nothing has left, so the peer has seen no reference: the counts are taken back here. Otherwise the peer's
+    // LANE_CLOSED decides.
     if (sent.bytes == 0) {
         frame.Withdraw();
     }
@@ -118,6 +125,7 @@ CallResult CallLane::Receive(const CallRequest& request, MessageReferences& refe
     if (received != IoStatus::OK || answer.kind != FrameKind::REPLY || answer.number != lastSent) {
         return {Lane::NO_REPLY, received == IoStatus::WOULD_BLOCK ? IPC_TIMED_OUT : IPC_BROKEN};
     }
+    // Before the references are read: the peer must not release them when this lane is closed.
     lastReplyTaken = lastSent;
     if (!references.Take({true, number}, answer, reader.Body())) {
         return {Lane::FINISHED, IPC_BROKEN};

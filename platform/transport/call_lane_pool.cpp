@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Each call takes a lane for itself and returns it. Lanes are opened as needed, outside the lock. The end of the session
-// shuts them down and does not close them: that wakes up the callers, and a reply that has arrived can still be read.
+// Each call takes a lane for itself and returns it. Lanes are opened as needed, outside the lock. The end of the
+// session shuts them down and does not close them: that wakes up the callers, and a reply that has arrived can still be
+// read.
 #include "transport/call_lane_pool.h"
 
 #include <algorithm>
@@ -18,6 +19,8 @@ CallLanePool::Taken CallLanePool::Take(Deadline deadline)
     {
         MutexLock lock(mutex_);
         const auto mayGo = [this]() TAVO_REQUIRES(mutex_) {
+            // Lanes that are being opened count, so that at most MAX_LANES exist. The 65th caller of a process waits
+            // here, within its deadline.
             return isClosed_ || !idle_.empty() || lanes_.size() + opening_ < MAX_LANES;
         };
         if (!mayGo() && !lock.WaitUntil(changed_, deadline, mayGo)) {
@@ -29,13 +32,15 @@ CallLanePool::Taken CallLanePool::Take(Deadline deadline)
         if (!idle_.empty()) {
             return {TakeIdle(), IPC_OK};
         }
-        lanes_.reserve(MAX_LANES);  // Returning a lane takes no memory.
+        lanes_.reserve(MAX_LANES);  // Returning a lane allocates nothing.
         idle_.reserve(MAX_LANES);
         ++opening_;
     }
+    // Without the lock: connecting may wait as long as the peer's queue is full.
     Taken opened = Open(deadline);
     MutexLock lock(mutex_);
     --opening_;
+    // Close() has run meanwhile and did not see this lane, so it would never be shut down.
     if (opened.lane != nullptr && isClosed_) {
         opened = {nullptr, IPC_DEAD_OBJECT};
     }
@@ -84,6 +89,7 @@ void CallLanePool::Return(const std::shared_ptr<CallLane>& lane)
             return;
         }
         idle_.push_back(lane);
+        // Only then can a caller be waiting. Otherwise each call would pay for a notification.
         if (lanes_.size() + opening_ >= MAX_LANES) {
             changed_.notify_all();
         }
@@ -109,6 +115,7 @@ bool CallLanePool::CloseIdle(Clock::time_point before)
     {
         MutexLock lock(mutex_);
         const auto firstKept =
+            // In the order of their return; the first ones are idle longest.
             std::find_if(idle_.begin(), idle_.end(), [before](const auto& lane) { return lane->usedAt >= before; });
         closing.assign(std::make_move_iterator(idle_.begin()), std::make_move_iterator(firstKept));
         idle_.erase(idle_.begin(), firstKept);

@@ -36,7 +36,7 @@ public:
     void Drop(const std::shared_ptr<CallLane>& lane);
     // Closes the lanes that are idle since before `before`; true while other idle ones remain.
     bool CloseIdle(Clock::time_point before);
-    // The session is dead: wakes up those who wait for a lane or a reply. Takes no memory.
+    // The session is dead: wakes up those who wait for a lane or a reply. Allocates nothing.
     void Close() noexcept;
 
 private:

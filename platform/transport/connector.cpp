@@ -42,6 +42,7 @@ try {
 void Connector::ConnectManager(const std::shared_ptr<Session>& session, Deadline deadline,
                                const std::function<void()>& meanwhile)
 try {
+    // The descriptors of the loop are opened before the connection: a session without a loop could not end.
     if (!loop_.Open()) {
         links_.Abandon(session);
         return;
@@ -52,9 +53,11 @@ try {
         RetryOrAbandon(session, dialed.failure, Clock::now() + BUSY_TIMEOUT);
         return;
     }
+    // Between the hello and its answer, while the manager works: opening the own socket costs no time of its own here.
     meanwhile();
     Hello answer;
     const int fd = dialed.link->Fd();
+    // Peeked, not read: if the answer is anything else, the control thread reads and handles it as usual.
     const bool isAccepted = PollUntil(fd, POLLIN, deadline) && PeekNow(fd, &answer, sizeof(answer)) &&
                             answer.IsAcceptance() && sessions_.Find(answer.instance) == nullptr;
     HandOver(std::move(dialed.link), isAccepted ? &answer : nullptr, std::move(dialing));
@@ -66,6 +69,8 @@ Connector::Dialed Connector::Dial(const std::shared_ptr<Session>& session)
 {
     ConnectionFd fd = ConnectStreamNow(host_.SocketPath(session->Path()));
     if (!fd.IsOpen()) {
+        // The socket is non-blocking: a full backlog gives EAGAIN at once. The control thread dials again, so that no
+        // caller of another object waits here.
         return {nullptr, errno == EAGAIN ? Failure::BUSY : Failure::REFUSED};
     }
     const PeerIdentity identity = ReadPeerIdentity(fd.Get());
@@ -82,6 +87,7 @@ Connector::Dialed Connector::Dial(const std::shared_ptr<Session>& session)
 
 void Connector::RetryOrAbandon(const std::shared_ptr<Session>& session, Failure failure, Clock::time_point deadline)
 {
+    // The session is established by the acceptor.
     if (failure == Failure::PEER_WAS_FIRST) {
         return;
     }
@@ -95,7 +101,9 @@ void Connector::HandOver(std::unique_ptr<ControlLink> dialed, const Hello* answe
 {
     const std::shared_ptr<Session> session = dialed->GetSession();
     const auto link = std::make_shared<std::unique_ptr<ControlLink>>(std::move(dialed));
-    // All that takes memory first: an established session has its connection until its end is known.
+    // Everything that allocates first: an established session has its connection until its end is known.
+    // The link is shared, since a std::function must be copyable. `kept` lets IsDialing() return true until the link is
+    // adopted: a lane of the peer that arrives meanwhile waits instead of being refused.
     std::function<void()> adopt = [this, link, kept = std::move(dialing)] { Adopt(std::move(*link)); };
     if (answer != nullptr) {
         Hello taken;
@@ -114,10 +122,12 @@ void Connector::Adopt(std::unique_ptr<ControlLink> link)
 {
     ControlLink& kept = *link;
     const Session::State state = kept.GetSession()->GetState();
+    // The session ended, or the peer's own connection was accepted, before the control thread came to this job.
     const bool isLate = state == Session::State::DEAD || (state == Session::State::ESTABLISHED && !kept.IsAnswered());
     if (isLate || !links_.Add(std::move(link)) || !kept.IsAnswered()) {
         return;
     }
+    // Records that were queued between Establish on the calling thread and this point.
     kept.GetSession()->Control().Flush();
     links_.NotifyEstablished();
 }
@@ -149,6 +159,7 @@ void Connector::OnRefused(ControlLink& link, const std::shared_ptr<Session>& oth
 {
     const std::shared_ptr<Session>& session = link.GetSession();
     const bool isManager = session->Peer() == Instance{};
+    // What was sent behind the refused hello had no effect. It stays in the queue for the connection that is used.
     session->Control().WithdrawHello();
     links_.Unbind(session.get());
     if (isManager && other != nullptr) {
@@ -157,6 +168,7 @@ void Connector::OnRefused(ControlLink& link, const std::shared_ptr<Session>& oth
     if (isManager || (other != nullptr && other != session)) {
         session->End();  // Callers that wait for it ask for the session again.
     } else {
+        // The peer's connection may still be in the queue of this process's listener.
         expected_.push_back({session, Clock::now() + EXPECTED_TIMEOUT});
     }
 }

@@ -26,7 +26,8 @@ public:
     // Connects a session that is CONNECTING: it is established, or ends. Does not wait.
     void Connect(const std::shared_ptr<Session>& session);
     // The same with the manager, but waits for the answer until `deadline`, so that the first use of the platform waits
-    // for nothing else, least of all for a thread to start. `meanwhile` is called while the manager reads the hello.
+    // for nothing else, in particular not for the start of a thread. `meanwhile` is called while the manager reads the
+    // hello.
     void ConnectManager(const std::shared_ptr<Session>& session, Deadline deadline,
                         const std::function<void()>& meanwhile);
 

@@ -19,6 +19,8 @@ ControlChannel::HelloSent ControlChannel::SendHello(int fd, const Instance& self
     Hello hello;
     hello.instance = self;
     MutexLock lock(mutex_);
+    // The check and the send are under one lock, so that YieldToPeer on the control thread either sees that the hello
+    // was sent, or prevents it.
     if (hasYielded_ || isClosed_ || epoll_ >= 0) {
         return HelloSent::PEER_WAS_FIRST;
     }
@@ -27,6 +29,8 @@ ControlChannel::HelloSent ControlChannel::SendHello(int fd, const Instance& self
     }
     hasSentHello_ = true;
     fd_ = fd;
+    // Records queued so far follow the hello at once: an ACQUIRE among them must not wait for the answer, since the
+    // process that sent the reference may be dead by then.
     FlushLocked();
     return HelloSent::SENT;
 }
@@ -34,6 +38,8 @@ ControlChannel::HelloSent ControlChannel::SendHello(int fd, const Instance& self
 bool ControlChannel::YieldToPeer(bool ownPrevails)
 {
     MutexLock lock(mutex_);
+    // Both ends compare the two instances, so they agree on the connection that stays. Once yielded, never again our
+    // own: the peer may already use the other one.
     hasYielded_ = hasYielded_ || !(hasSentHello_ && ownPrevails);
     if (hasYielded_) {
         DetachLocked();
@@ -68,6 +74,8 @@ void ControlChannel::Establish(int fd, int epoll, void* tag)
     fd_ = fd;
     epoll_ = epoll;
     tag_ = tag;
+    // What was sent behind an accepted hello has counted. DetachLocked sets sentEarly_ to 0 for a refused hello, and
+    // then nothing is erased: all of it is sent again here.
     unsent_.erase(unsent_.begin(), unsent_.begin() + static_cast<std::ptrdiff_t>(sentEarly_));
     sentEarly_ = 0;
     if (isBroken_) {
@@ -94,6 +102,8 @@ void ControlChannel::BreakLocked()
 {
     isBroken_ = true;
     if (fd_ >= 0) {
+        // Only the control thread closes the connection. A shutdown, unlike a close, is safe while that thread has the
+        // descriptor in its epoll: it wakes up with EPOLLHUP and ends the session.
         ::shutdown(fd_, SHUT_RDWR);
     }
 }
@@ -116,6 +126,7 @@ void ControlChannel::SendRelease(uint64_t serial, uint64_t count, const MessageP
 
 void ControlChannel::SendLocked(const ControlRecord& record)
 {
+    // The session is dead: no peer reads the record.
     if (isClosed_) {
         return;
     }
@@ -125,6 +136,8 @@ void ControlChannel::SendLocked(const ControlRecord& record)
     }
     const auto* bytes = reinterpret_cast<const uint8_t*>(&record);
     try {
+        // Appended to the queue even if the socket has room: records take effect in their order, and part of an earlier
+        // one may still be queued.
         unsent_.insert(unsent_.end(), bytes, bytes + sizeof(record));
     } catch (const std::bad_alloc&) {
         BreakLocked();
@@ -144,6 +157,8 @@ bool ControlChannel::FlushLocked()
     if (fd_ < 0) {
         return true;
     }
+    // Not established: the hello was sent, its answer is awaited. No EPOLLOUT can be requested yet, so what does not
+    // fit waits for Establish.
     if (epoll_ < 0) {
         sentEarly_ += SendNow(fd_, unsent_.data() + sentEarly_, unsent_.size() - sentEarly_).bytes;
         return true;
@@ -158,8 +173,12 @@ bool ControlChannel::FlushLocked()
         if (sent.status == IoStatus::OK) {
             return true;
         }
+        // WOULD_BLOCK is no error. CLOSED is noticed by the control thread too, which reads what the peer had sent
+        // before.
         alive = sent.status != IoStatus::CLOSED;
     }
+    // Interest in writing follows from the queue each time, instead of being remembered: so the epoll never reports a
+    // writable socket with nothing to send, which would be a busy loop.
     awaitsRoom_ = !unsent_.empty();
     epoll_event event{};
     event.events = EPOLLIN | EPOLLRDHUP | (awaitsRoom_ ? static_cast<uint32_t>(EPOLLOUT) : 0U);

@@ -30,7 +30,7 @@ public:
     HelloSent SendHello(int fd, const Instance& self);
     bool HasSentHello() const noexcept { return hasSentHello_.load(); }
     // The peer has connected, too. Whether its connection is to be used: not if our hello was sent and `ownPrevails`.
-    // If so, ours is void, also one that would be sent now.
+    // If so, our hello has no effect, also one that would be sent now.
     bool YieldToPeer(bool ownPrevails);
     // The peer refused our hello: it has connected, or is about to.
     void WithdrawHello();
@@ -38,7 +38,7 @@ public:
     void Detach(int fd);
     // Both hellos are exchanged on `fd`. Sends what is queued. `epoll` reports with `tag` when `fd` has room again.
     void Establish(int fd, int epoll, void* tag);
-    // Nothing is sent any more.
+    // Nothing is sent from now on.
     void Close() noexcept;
 
     void Send(const ControlRecord& record);
@@ -53,7 +53,7 @@ private:
     void DetachLocked() TAVO_REQUIRES(mutex_);
     void SendLocked(const ControlRecord& record) TAVO_REQUIRES(mutex_);
     bool FlushLocked() TAVO_REQUIRES(mutex_);
-    // Ends the session, through the control thread; one that is not established yet as soon as it is.
+    // Ends the session, through the control thread; one that is not established yet ends as soon as it is.
     void BreakLocked() TAVO_REQUIRES(mutex_);
 
     std::atomic<bool> hasSentHello_{false};  // written under mutex_

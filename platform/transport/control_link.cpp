@@ -32,12 +32,16 @@ ControlLink::ControlLink(EventLoop& loop, Owner& owner, std::shared_ptr<Session>
 
 ControlLink::~ControlLink()
 {
+    // Under the channel's lock: afterwards no other thread sends on this descriptor, which is closed next and may be
+    // reused by the kernel.
     session_->Control().Detach(fd_.Get());
 }
 
 void ControlLink::WatchProcess()
 try {
     bool hasEnded = false;
+    // When a process is killed and a forked child of it still holds the connection, the end of file comes only with the
+    // end of the child. The pidfd becomes readable at the kill.
     UniqueFd pidFd = OpenPeerPidFd(fd_.Get(), identity_.pid, hasEnded);
     if (hasEnded) {
         EndLater();
@@ -66,7 +70,9 @@ void ControlLink::StopWatching() noexcept
 
 void ControlLink::EndLater()
 {
+    // Not now: other connections may still have data that was sent before this end. The loop reads them first.
     loop_.EndLater(this);
+    // The end is noticed once; a level-triggered epoll would report it in each round.
     StopWatching();
 }
 
@@ -81,6 +87,7 @@ void ControlLink::OnReady(uint32_t events)
 
 void ControlLink::OnProcessEnd()
 {
+    // (What the process had sent before it ended.)
     ReadAll();
     EndLater();
 }
@@ -88,11 +95,14 @@ void ControlLink::OnProcessEnd()
 bool ControlLink::ReadAll()
 try {
     for (int turn = 0; turn < READS_PER_TURN; ++turn) {
+        // A hello or a record may be split at any byte; the beginning of one stays in buffer_ for the next read. An end
+        // with unread data of ours at the peer is ECONNRESET instead of an end of file; both are CLOSED.
         const IoResult got = ReceiveNow(fd_.Get(), buffer_.data() + filled_, buffer_.size() - filled_);
         if (got.status != IoStatus::OK) {
             return got.status == IoStatus::WOULD_BLOCK;
         }
         filled_ += got.bytes;
+        // Records of the peer may follow its answer in the same read.
         if (!isAnswered_ && filled_ >= sizeof(Hello) && !TakeAnswer()) {
             return false;
         }

@@ -15,6 +15,7 @@ namespace TAVO::Transport {
 bool DeliveryThread::Open()
 {
     MutexLock lock(mutex_);
+    // When the loop is opened, before the first connection: a death must not find that no descriptor is left.
     return wait_.Open();
 }
 
@@ -35,6 +36,8 @@ void DeliveryThread::PostDeath(sptr<PeerObject> object) noexcept
     {
         MutexLock lock(mutex_);
         PeerObject* const added = object.Get();
+        // A list that is linked through the objects: each is dead once, so it is in the list once, and the list holds a
+        // reference to it.
         (lastDead_ != nullptr ? lastDead_->nextDead_ : firstDead_) = std::move(object);
         lastDead_ = added;
     }
@@ -51,6 +54,8 @@ void DeliveryThread::OnTick(Clock::time_point)
 void DeliveryThread::WakeUp() noexcept
 {
     MutexLock lock(mutex_);
+    // No thread could be started (RLIMIT_NPROC, memory). The queue stays, and the control thread tries again at each
+    // tick.
     isStarved_.store(!Start(), std::memory_order_relaxed);
     if (isRunning_) {
         wait_.Signal();
@@ -76,6 +81,7 @@ void DeliveryThread::Run()
         if (event.data.ptr == nullptr) {  // anything else is a lane
             NotifyQueued();
         } else {
+            // A notice of the manager: no request handler delays it, but a death recipient that runs long does.
             static_cast<PeerLane*>(event.data.ptr)->Serve(event.events);
         }
     }
@@ -91,6 +97,8 @@ void DeliveryThread::NotifyQueued()
             if (lastDead_ == nullptr) {
                 return;
             }
+            // One at a time and without the lock: a recipient may run for long, and further deaths are queued
+            // meanwhile.
             dead = std::move(firstDead_);
             firstDead_ = std::move(dead->nextDead_);
             if (firstDead_ == nullptr) {

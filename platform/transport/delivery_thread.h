@@ -21,10 +21,10 @@ class DeliveryThread final : public LoopPart {
 public:
     // Opens what the thread waits with; false when no descriptor is left.
     bool Open();
-    // Starts the thread now; false when there is none to be had.
+    // Starts the thread now; false if it cannot be started.
     bool EnsureRunning() noexcept;
-    // Notifies the recipients of a dead object, after those of objects that died before. Each object once. Takes no memory:
-    // the objects form the queue. Without a thread they stay queued until one can be started.
+    // Notifies the recipients of a dead object, after those of objects that died before. Each object once. Allocates
+    // nothing: the objects form the queue. Without a thread they stay queued until one can be started.
     void PostDeath(sptr<PeerObject> object) noexcept;
     // Serves a lane of notices from now on. False when the thread cannot be started.
     bool AddLane(const std::shared_ptr<PeerLane>& lane);

@@ -15,6 +15,7 @@ namespace TAVO::Transport {
 int Dispatch(IPCObjectStub& target, const CallingPeer& peer, uint32_t code, MessageParcel& data, MessageParcel& reply,
              MessageOption& option)
 {
+    // GetCallingPeer in the handler finds it, on this thread only.
     const CallingPeerScope scope(peer);
     try {
         return target.OnRemoteRequest(code, data, reply, option);
@@ -40,11 +41,12 @@ int DispatchInGate(IPCObjectStub& target, WorkerPool& workers, const CallingPeer
 
 void LeaveGate(IPCObjectStub& target, WorkerPool& workers)
 {
+    // The next request is posted instead of run here, so that this worker can go on with its own lane.
     while (std::function<void()> next = ObjectGate::Of(target).Leave()) {
         if (workers.Post(std::move(next))) {
             return;
         }
-        // Without memory that request is lost, but not the place that it had been given.
+        // If out of memory that request is lost, but not the place that it had been given.
     }
 }
 

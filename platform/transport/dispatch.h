@@ -14,7 +14,7 @@ namespace TAVO::Transport {
 // Runs a handler for a request of `peer`; an exception becomes IPC_EXCEPTION.
 int Dispatch(IPCObjectStub& target, const CallingPeer& peer, uint32_t code, MessageParcel& data, MessageParcel& reply,
              MessageOption& option);
-// The same for a request that has entered the object's gate, which it leaves.
+// The same for a request that has entered the object's gate; it leaves the gate afterwards.
 int DispatchInGate(IPCObjectStub& target, WorkerPool& workers, const CallingPeer& peer, uint32_t code,
                    MessageParcel& data, MessageParcel& reply, MessageOption& option);
 // Ends a request that had entered the object's gate; one that waited goes to a worker.

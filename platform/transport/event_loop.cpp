@@ -56,6 +56,7 @@ bool EventLoop::OpenLocked()
 
 bool EventLoop::Start()
 {
+    // At the first job, not before: a process that only links the library has no thread.
     isRunning_ = isRunning_ || (OpenLocked() && StartThread(ThreadRole::CONTROL, "tavo-control", [this] { Run(); }));
     return isRunning_;
 }
@@ -71,6 +72,7 @@ bool EventLoop::Post(std::function<void()> job) noexcept
     } catch (const std::bad_alloc&) {
         return false;
     }
+    // After the lock, so that the woken thread does not have to wait for it.
     wait_.Signal();
     return true;
 }
@@ -78,6 +80,7 @@ bool EventLoop::Post(std::function<void()> job) noexcept
 bool EventLoop::AddPoll(int fd, uint32_t events, Pollable* pollable)
 {
     epoll_event event = EventsOf(events, pollable);
+    // First, since it may throw. An event of this pollable can only be handled by this thread, after this function.
     polled_.insert(pollable);
     if (::epoll_ctl(wait_.Epoll(), EPOLL_CTL_ADD, fd, &event) != 0) {
         WarnLimited("epoll cannot watch a connection, which is closed", std::strerror(errno));
@@ -108,7 +111,7 @@ void EventLoop::ReleaseFd(int fd) noexcept
 
 void EventLoop::Own(std::unique_ptr<Pollable>&& pollable)
 {
-    // Room for all of them to end at one time: noticing that takes no memory. First, so that a failure owns nothing.
+    // Room for all of them to end at one time: noticing that allocates nothing. First, so that a failure owns nothing.
     const size_t count = owned_.size() + 1;
     for (auto* const list : {&ends_, &due_}) {
         if (list->capacity() < count) {
@@ -118,6 +121,7 @@ void EventLoop::Own(std::unique_ptr<Pollable>&& pollable)
     if (disowned_.capacity() < count) {
         disowned_.reserve(2 * count);
     }
+    // Two steps: if the map has no memory for the node, the caller still owns the object.
     std::unique_ptr<Pollable>& place = owned_[pollable.get()];
     place = std::move(pollable);
 }
@@ -125,6 +129,8 @@ void EventLoop::Own(std::unique_ptr<Pollable>&& pollable)
 void EventLoop::Disown(Pollable* pollable)
 {
     if (const auto found = owned_.find(pollable); found != owned_.end()) {
+        // Destroyed at the end of the round: the object may be the one whose OnReady is running, or have an event in
+        // the array of this round.
         disowned_.push_back(std::move(found->second));
         owned_.erase(found);
     }
@@ -153,6 +159,7 @@ void EventLoop::Run()
     }
     for (;;) {
         const int wait = due_.empty() && !ends_.empty() ? 0 : TickMilliseconds();
+        // Ends noticed in this round become due in the next one, after a further look at all connections (Turn).
         if (due_.empty()) {
             due_.swap(ends_);
         }
@@ -179,6 +186,7 @@ void EventLoop::Turn(int milliseconds)
     // With an end to act on, every event that is ready is handled: what was sent before that end is received before it.
     size_t looks = due_.empty() ? 1 : polled_.size() / EVENTS_PER_TURN + 1;
     epoll_event events[EVENTS_PER_TURN];
+    // The number of looks is limited: peers that send without a pause must not put off the end.
     for (size_t ready = EVENTS_PER_TURN; looks != 0 && ready == EVENTS_PER_TURN; --looks) {
         const int found = ::epoll_wait(wait_.Epoll(), events, static_cast<int>(EVENTS_PER_TURN), milliseconds);
         ready = static_cast<size_t>(std::max(found, 0));
@@ -186,6 +194,8 @@ void EventLoop::Turn(int milliseconds)
             auto* const pollable = static_cast<Pollable*>(events[i].data.ptr);
             if (pollable == nullptr) {
                 Contain([this] { RunJobs(); });
+                // A pointer that is not in the set may belong to an object that is destroyed at the end of the round;
+                // it is not used.
             } else if (IsPolled(pollable)) {  // not removed by an earlier event
                 Contain([&] { pollable->OnReady(events[i].events); });
             }
@@ -195,6 +205,7 @@ void EventLoop::Turn(int milliseconds)
 
 void EventLoop::RunJobs()
 {
+    // Before the queue is read: a job posted after that signals again.
     wait_.Take();
     for (;;) {
         if (jobsInHand_.empty()) {
@@ -204,6 +215,8 @@ void EventLoop::RunJobs()
         if (jobsInHand_.empty()) {
             return;
         }
+        // A job that throws bad_alloc stays in the list with its index, and is run again after RETRY_MILLISECONDS: jobs
+        // are never lost, and keep their order.
         for (; jobsDone_ < jobsInHand_.size(); ++jobsDone_) {
             jobsInHand_[jobsDone_]();
         }

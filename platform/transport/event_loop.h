@@ -31,7 +31,7 @@ public:
     virtual ~LoopPart() = default;
     // The thread has just started.
     virtual void OnStart() {}
-    // How long the loop may wait for events, at most; -1: for ever.
+    // How long the loop may wait for events, at most; -1: no limit.
     virtual int TickMilliseconds() const = 0;
     virtual void OnTick(Clock::time_point now) = 0;
 };
@@ -47,7 +47,7 @@ public:
     // ---- Any thread
     // Opens what the loop waits with, and what `openOthers` opens. The thread need not run for that.
     bool Open();
-    // Runs `job` on the loop's thread. Without memory, a descriptor or a thread the job is lost and false returned.
+    // Runs `job` on the loop's thread. If no memory, descriptor or thread is left, the job is lost and false returned.
     bool Post(std::function<void()> job) noexcept;
     int Epoll() const noexcept { return wait_.Epoll(); }
 
@@ -61,13 +61,13 @@ public:
     void ReleaseFd(int fd) noexcept;
     bool IsPolled(const Pollable* pollable) const { return polled_.count(pollable) != 0; }
 
-    // Keeps a pollable until it is disowned; it is destroyed at the end of the round. Without memory it is not taken.
+    // Keeps a pollable until it is disowned; it is destroyed at the end of the round. If out of memory it is not taken.
     void Own(std::unique_ptr<Pollable>&& pollable);
     bool Owns(const Pollable* pollable) const { return owned_.count(pollable) != 0; }
     void Disown(Pollable* pollable);
 
-    // Has OnEnd of an owned pollable called, once all that is readable now was handled. Takes no memory. If OnEnd runs
-    // out of memory it is called again in the next round.
+    // Has OnEnd of an owned pollable called, once all that is readable now was handled. Allocates nothing. If OnEnd
+    // runs out of memory it is called again in the next round.
     void EndLater(Pollable* pollable) noexcept;
     void CancelEnd(Pollable* pollable) noexcept;
 
@@ -76,7 +76,7 @@ private:
     bool Start() TAVO_REQUIRES(mutex_);
     void Run();
     void RunJobs();
-    // Waits for events, at most so long, and acts on them.
+    // Waits for events, at most for `milliseconds`, and acts on them.
     void Turn(int milliseconds);
     int TickMilliseconds() const;
 
@@ -92,7 +92,7 @@ private:
     size_t jobsDone_ = 0;                            // of them
     std::unordered_set<const Pollable*> polled_;
     std::unordered_map<const Pollable*, std::unique_ptr<Pollable>> owned_;
-    std::vector<std::unique_ptr<Pollable>> disowned_;  // until the events in hand are handled
+    std::vector<std::unique_ptr<Pollable>> disowned_;  // until the end of the round
     std::vector<Pollable*> ends_;                      // noticed
     std::vector<Pollable*> due_;                       // noticed in an earlier round: acted on at the end of this one
 };

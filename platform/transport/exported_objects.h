@@ -15,7 +15,7 @@ namespace TAVO::Transport {
 // Holds no references but the root's. Any thread.
 class ExportedObjects {
 public:
-    // The object's serial, drawn at its first export and never used again.
+    // The object's serial, assigned at its first export and never used again.
     uint64_t Add(const sptr<IPCObjectStub>& object);
     sptr<IPCObjectStub> Find(uint64_t serial);
     // The object with that gate is being destroyed.

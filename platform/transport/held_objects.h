@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The objects of this process that the peer of a session holds, and those that travel to it in messages.
+// The objects of this process that the peer of a session holds, and those in messages that it has not acknowledged.
 #ifndef TAVO_TRANSPORT_HELD_OBJECTS_H
 #define TAVO_TRANSPORT_HELD_OBJECTS_H
 
@@ -39,8 +39,8 @@ public:
     // ---- What the peer holds
     // Null for an object that the peer does not hold.
     sptr<IPCObjectStub> Find(uint64_t serial);
-    // The same for one-way message `number` of the peer's `lane`, which is accepted by that. Counts that the peer has
-    // returned behind this message are lowered now.
+    // The same for one-way message `number` of the peer's `lane`; the message counts as accepted from then on. Counts
+    // that the peer has returned with an AFTER for this message are lowered now.
     sptr<IPCObjectStub> FindOneWayTarget(PeerLane& lane, uint64_t number, uint64_t serial);
 
     // ---- Messages
@@ -53,19 +53,19 @@ public:
     // lane is closed.
     int Pass(LaneKey lane, uint64_t number, Passed&& passed,
              const std::vector<std::pair<uint64_t, sptr<IPCObjectStub>>>& own);
-    // Takes back what was passed in a message of which nothing was sent.
+    // Releases the references of a message of which nothing was sent.
     void Withdraw(LaneKey lane, uint64_t number);
 
     // ---- Records of the peer; false when one breaks the protocol
     bool OnRelease(uint64_t serial, uint64_t count);
-    // The next RELEASE takes effect after that message of a lane of the peer's.
+    // The next RELEASE takes effect when that message of one of the peer's lanes is accepted.
     bool OnAfter(LaneKey lane, uint64_t number);
     void OnAcquire(uint64_t serial);
     void OnTaken(LaneKey lane, uint64_t number);
     void OnLaneClosed(LaneKey lane, uint64_t lastTaken);
 
     // The session is dead: releases everything. What accepted one-way requests may still call is released after them,
-    // with the last lane that carried them. Takes no memory.
+    // with the last lane that carried them. Allocates nothing.
     void Close() noexcept;
 
 private:
@@ -84,7 +84,7 @@ private:
         uint64_t count;
     };
     using HeldBySerial = std::unordered_map<uint64_t, Held>;
-    // References to be released after the lock. The first takes no memory.
+    // References to be released after the lock. The first allocates nothing.
     struct Leftovers {
         sptr<IRemoteObject> first;
         std::vector<sptr<IRemoteObject>> others;

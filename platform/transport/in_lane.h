@@ -22,7 +22,7 @@
 
 namespace TAVO::Transport {
 
-// What lanes are served with. Outlives all lanes.
+// The parts of the process that a lane uses. They outlive all lanes.
 struct LaneServices {
     WorkerPool& workers;
     LaneTimers& timers;
@@ -55,12 +55,12 @@ private:
     };
     struct Request;
 
-    // Takes a step, then goes on with its result. If memory runs out, the lane is closed.
+    // Runs one step, then acts on its result. If out of memory, the lane is closed.
     template <typename Step>
     void Proceed(Step step);
     // Handles requests until there is none, or the lane must end.
     Next Loop();
-    // What became of the next frame, and of the socket if it was read for that.
+    // The state of the next frame, and of the socket if it was read for that.
     struct Frame {
         FrameReader::State state;
         IoStatus io = IoStatus::OK;
@@ -70,14 +70,14 @@ private:
     Frame ReceiveHeader(bool wait);
     Frame ReceiveBody(bool wait);
     IoResult Receive(void* place, size_t size, bool wait);
-    // Takes the bells of the ring's writer, waiting a moment for one, and sees the end of the connection.
+    // Reads the bells of the ring's writer, waiting a moment for one, and notices the end of the connection.
     void TakeBells(bool wait);
     Next Handle();
-    // The object of a request, which is accepted by that. Null: unknown, or not held by the peer.
+    // The object of a request, which counts as accepted from then on. Null: unknown, or not held by the peer.
     sptr<IPCObjectStub> FindTarget(const FrameHeader& header);
     // Runs the request, or leaves it in the gate of its object.
     Next EnterGate(Request& request);
-    // Offers a ring to a peer that sends so many requests that it pays.
+    // Offers a ring to a peer that sends many requests.
     void OfferRing(uint64_t number);
     // False when there is none.
     bool GoIntoRing();
@@ -112,9 +112,9 @@ private:
     bool isInRing_ TAVO_GUARDED_BY(ringMutex_) = false;  // requests come through it, only bells through the socket
     bool hasEnded_ = false;               // of the socket, while there may still be something in the ring
     std::atomic<int64_t> ringUsedAt_{0};  // when it was offered, or the lane last went to sleep, in steady clock ticks
-    Clock::time_point lastMark_;          // when a message was taken whose number OfferRing counts by
-    MessageParcel unsent_;                // a reply that the socket took in part
-    size_t unsentBytes_ = 0;              // of its frame, header included; 0: none
+    Clock::time_point lastMark_;  // when the last message was accepted whose number is a multiple of RING_MESSAGES
+    MessageParcel unsent_;        // a reply that the socket accepted in part
+    size_t unsentBytes_ = 0;      // of its frame, header included; 0: none
     size_t unsentDone_ = 0;
     std::atomic<int64_t> peerDeadline_{0};  // steady clock ticks; 0: not waiting for the peer to finish something
     std::atomic<bool> isWatched_{false};

@@ -27,6 +27,8 @@ bool InLaneTable::Add(const std::shared_ptr<PeerLane>& lane)
         const bool hasRoom =
             lane->IsCallLane() ? callLanes_ < MAX_CALL_LANES : lanes_.size() - callLanes_ < MAX_ONE_WAY_LANES;
         lanes_.reserve(lanes_.size() + 1);  // may throw, so before the lane is known to held_
+        // The state is read under the lock that ShutDown takes: a lane is either added before it, and shut down by it,
+        // or refused here.
         if (context_.State() == SessionState::ESTABLISHED && hasRoom && held_.OpenPeerLane(*lane)) {
             lanes_.push_back(lane);
             callLanes_ += lane->IsCallLane() ? 1 : 0;
@@ -55,6 +57,7 @@ void InLaneTable::Remove(const PeerLane& lane)
             makesRoom = std::exchange(awaitsRoom_, false);
         }
     }
+    // First: the record promises that no message after LastTaken() will be accepted.
     held_.ClosePeerLane(lane);
     control_.Send({RecordType::LANE_CLOSED, 0, lane.Number(), lane.LastTaken()});
     if (makesRoom && !context_.host.RetryWaitingLanes()) {
@@ -73,6 +76,7 @@ bool InLaneTable::EndIdleRings(Clock::time_point before)
     std::vector<std::shared_ptr<PeerLane>> lanes;
     {
         MutexLock lock(mutex_);
+        // A copy, since ending a ring sends a record and locks the lane; neither is done under the lock of the table.
         lanes = lanes_;
     }
     bool remain = false;

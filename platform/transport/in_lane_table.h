@@ -37,7 +37,7 @@ public:
     void Refuse(uint64_t number);
     // Ends rings that were not used since before `before`; true while others remain.
     bool EndIdleRings(Clock::time_point before);
-    // The session is dead: the workers notice, and remove the lanes. Takes no memory.
+    // The session is dead: the workers notice, and remove the lanes. Allocates nothing.
     void ShutDown() noexcept;
 
 private:

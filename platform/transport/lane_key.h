@@ -11,7 +11,7 @@ namespace TAVO::Transport {
 
 using Clock = std::chrono::steady_clock;
 
-// A lane: who opened it, and the number that the opener drew.
+// A lane: which process opened it, and the number that this process chose.
 struct LaneKey {
     bool own = false;  // opened by this process
     uint64_t number = 0;

@@ -19,6 +19,8 @@ int StatusOf(int connectError, bool hasWaited)
 {
     switch (connectError) {
         case EAGAIN:
+            // connect() on an AF_UNIX socket: EAGAIN means that the listener's backlog is full. A blocking socket waits
+            // for room, as long as SO_SNDTIMEO allows, and then returns EAGAIN too.
             return hasWaited ? IPC_TIMED_OUT : IPC_QUEUE_FULL;
         case EMFILE:
         case ENFILE:
@@ -26,6 +28,7 @@ int StatusOf(int connectError, bool hasWaited)
         case ENOBUFS:
             return IPC_NO_RESOURCES;
         default:
+            // ENOENT, ECONNREFUSED: no process listens there any more.
             return IPC_DEAD_OBJECT;
     }
 }
@@ -39,6 +42,7 @@ LaneOpener::Opened LaneOpener::Open(ConnectionKind kind, Clock::duration timeout
     Opened lane;
     lane.number = lastNumber_.fetch_add(1) + 1;
     lane.fd =
+        // A one-way request and a notice have no timeout: the sender must not wait for a receiver that does not accept.
         waits ? ConnectStream(path, std::chrono::ceil<std::chrono::milliseconds>(timeout)) : ConnectStreamNow(path);
     if (!lane.fd.IsOpen()) {
         lane.status = StatusOf(errno, waits);

@@ -12,7 +12,7 @@ constexpr size_t LANE_SCRATCH_BYTES = 32 * 1024;
 
 // The calling thread's own, allocated at its first use.
 uint8_t* LaneScratch();
-// The calling thread ends.
+// To be called when the calling thread ends.
 void FreeLaneScratch() noexcept;
 
 }  // namespace TAVO::Transport

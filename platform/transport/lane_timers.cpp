@@ -33,6 +33,7 @@ bool LaneTimers::FlushLater(const std::shared_ptr<Session>& session, ConnectionK
 
 void LaneTimers::ScheduleSweep()
 {
+    // Called after each call of the process; nearly always it ends with the load and exchange of one atomic.
     if (!expectsIdleLanes_.exchange(true) && !loop_.Post([this] { nextSweep_ = Clock::now() + SWEEP_PERIOD; })) {
         expectsIdleLanes_.store(false);  // The next lane that becomes idle tries again.
     }
@@ -41,6 +42,8 @@ void LaneTimers::ScheduleSweep()
 int LaneTimers::TickMilliseconds() const
 {
     if (!flushing_.empty()) {
+        // The rest of a one-way request: meanwhile every further request of the lane is refused, so the period is
+        // short.
         return 5;
     }
     if (!stalled_.empty()) {
@@ -58,6 +61,7 @@ void LaneTimers::OnTick(Clock::time_point now)
         const std::shared_ptr<Session> session = entry.first.lock();
         return session == nullptr || session->FlushOneWay(entry.second);
     });
+    // Each is added again if the budget is still used up.
     for (const auto& lane : std::exchange(stalled_, {})) {
         lane->Rearm();
     }

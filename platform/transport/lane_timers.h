@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What lanes need done later: another look at a socket, an end after a timeout, the rest of a request.
+// Timers of lanes: looking at a socket again, ending a lane after a timeout, sending the rest of a request.
 #ifndef TAVO_TRANSPORT_LANE_TIMERS_H
 #define TAVO_TRANSPORT_LANE_TIMERS_H
 
@@ -23,7 +23,7 @@ public:
     void RetryLater(const std::shared_ptr<PeerLane>& lane);
     // Ends the lane if its peer does not finish a message in time.
     void WatchDeadline(const std::shared_ptr<PeerLane>& lane);
-    // Sends the rest of a one-way request as soon as there is room. False without memory.
+    // Sends the rest of a one-way request as soon as there is room. False if out of memory.
     bool FlushLater(const std::shared_ptr<Session>& session, ConnectionKind kind);
     // Some session has an idle lane, to be closed after a while.
     void ExpectIdleLanes()

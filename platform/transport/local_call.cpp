@@ -42,6 +42,7 @@ struct LocalRequest {
 
     void Run()
     {
+        // Session 0: a handler can tell its own process from all others.
         const CallingPeer self = {::getpid(), ::geteuid(), 0};
         status = DispatchInGate(*target, workers, self, code, data, reply, option);
         MutexLock lock(mutex);
@@ -67,8 +68,10 @@ int CallLocal(const sptr<IPCObjectStub>& target, WorkerPool& workers, uint32_t c
     }
     const auto request = std::make_shared<LocalRequest>(target, workers, code, option);
     ParcelAccess::Swap(request->data, data);
+    // The sender may have read from the parcel; a parcel that arrives from another process starts at 0.
     ParcelAccess::ResetRead(request->data);
     std::function<void()> run = [request] { request->Run(); };
+    // If the gate is full it keeps `run`, and the request that leaves it posts the job.
     if (ObjectGate::Of(*target).EnterOrWait([&run] { return run; }) && !workers.Post(run)) {
         LeaveGate(*target, workers);
         return IPC_NO_RESOURCES;

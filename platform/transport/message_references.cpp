@@ -20,15 +20,20 @@ try {
     for (const auto& reference : ParcelAccess::References(data)) {
         TableEntry entry;
         entry.offset = reference.offset;
+        // An object of another process, possibly the receiver itself: then the reference goes home, and the receiver
+        // finds its own stub.
         if (auto* proxy = dynamic_cast<PeerObject*>(reference.object.Get()); proxy != nullptr) {
             if (proxy->Owner() == context_.peer && proxy->WaitReady(deadline) == IPC_TIMED_OUT) {
                 return IPC_TIMED_OUT;  // The message would arrive before the peer knows that we hold its object.
             }
             entry.instance = proxy->Owner();
             entry.serial = proxy->Serial();
+            // Kept until the receiver has acknowledged the message, since it acquires a count of its own from the owner
+            // only after it has read the table.
             passed.borrowed.push_back(reference.object);
         } else if (auto* stub = dynamic_cast<IPCObjectStub*>(reference.object.Get()); stub != nullptr) {
             entry.instance = context_.host.Self();
+            // The first export of the process also opens its socket, so that others can connect to it.
             entry.serial = context_.host.Export(sptr<IPCObjectStub>(stub));
             if (entry.serial == 0) {
                 return IPC_NO_RESOURCES;
@@ -43,6 +48,7 @@ try {
     if (const int status = held_.Pass(lane, number, std::move(passed), own); status != IPC_OK) {
         return status;
     }
+    // After this status the caller sends nothing and withdraws the counts.
     return writer.Finish(header) ? IPC_OK : IPC_NO_RESOURCES;
 } catch (const std::bad_alloc&) {
     return IPC_NO_RESOURCES;
@@ -57,8 +63,11 @@ try {
     if (!ReadReferenceTable(header, data, entries)) {
         return false;
     }
+    // The table was received into the parcel behind the data. It must not be readable by the handler.
     ParcelAccess::Truncate(data, header.dataBytes);
     Objects objects(entries.size());
+    // Its destructor sends TAKEN. Each proxy that is being acquired holds a reference to it, so TAKEN is sent when the
+    // last of them is acquired, also if the message is refused below.
     const auto message = std::make_shared<PendingAcknowledgement>(
         std::shared_ptr<MessageReferences>(context_.session.lock(), this), lane, header.number);
     if (!FindObjects(message, entries, objects)) {
@@ -82,6 +91,8 @@ bool MessageReferences::FindObjects(const std::shared_ptr<PendingAcknowledgement
         return false;
     }
     for (size_t i = 0; i < entries.size(); ++i) {
+        // The peer sent an object of this process that it does not hold. Checked before any proxy is made, so that a
+        // refused message leaves nothing behind.
         if (entries[i].fixed.instance == self && (objects[i] = held_.Find(entries[i].fixed.serial)) == nullptr) {
             return false;
         }
@@ -89,6 +100,7 @@ bool MessageReferences::FindObjects(const std::shared_ptr<PendingAcknowledgement
     for (size_t i = 0; i < entries.size(); ++i) {
         const auto& [entry, descriptor] = entries[i];
         if (entry.instance == context_.peer) {
+            // The sender has counted this reference when it wrote it, so the proxy adds one to what it will return.
             objects[i] = proxies_.AddReceived(entry.serial, descriptor);
         } else if (entry.instance != self) {
             objects[i] = context_.host.AcquireFrom(entry.instance, entry.serial, descriptor, message);
@@ -104,6 +116,8 @@ void MessageReferences::ReturnCounts(const std::vector<ReferenceTableEntry>& ent
 {
     for (size_t i = 0; i < entries.size(); ++i) {
         if (objects[i] == nullptr && entries[i].fixed.instance == context_.peer) {
+            // For objects of the peer for which no proxy was made: the peer has counted them, and no
+            // proxy will return them.
             control_.SendRelease(entries[i].fixed.serial, 1, {});
         }
     }

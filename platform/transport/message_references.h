@@ -33,7 +33,7 @@ public:
     // IpcStatus; IPC_BROKEN when the lane is closed. Waits until `deadline` for an object of the peer's that is not yet
     // acquired from it.
     int Pass(LaneKey lane, uint64_t number, MessageParcel& data, FrameHeader& header, Deadline deadline);
-    // Takes back what was passed in a message of which nothing was sent.
+    // Releases the references of a message of which nothing was sent.
     void Withdraw(LaneKey lane, uint64_t number) { held_.Withdraw(lane, number); }
     // Cuts the table off `data` (a received body) and puts the objects in its place. False: rejected as a whole.
     bool Take(LaneKey lane, const FrameHeader& header, MessageParcel& data);

@@ -23,7 +23,7 @@ public:
     }
 
     static ObjectGate& Of(IPCObjectStub& object) noexcept { return *object.gate_; }
-    // Whether this process has had an object of its own, which others may come to call.
+    // Whether this process has had an object of its own, which peers may call later.
     static bool Exists() noexcept { return exists_.load(std::memory_order_relaxed); }
 
     // Admits a request, or keeps `makeWaiting()`, to be run when another one leaves. True when it may run now.

@@ -14,11 +14,14 @@ namespace TAVO::Transport {
 int OneWayLane::Send(uint64_t serial, uint32_t code, MessageParcel& data, MessagePlace& place)
 {
     MutexLock lock(mutex_);
+    // Half a request is in the socket; another one behind it would be read as its end.
     if (!rest_.empty()) {
         return IPC_QUEUE_FULL;
     }
     if (fd_.IsOpen()) {
         const Attempt attempt = TrySend(serial, code, data, place);
+        // The receiver may have ended the lane (an idle ring does so). If no byte of the request was sent, it is sent
+        // once more on a new lane.
         if (!attempt.mayRetry || context_.State() != SessionState::ESTABLISHED) {
             return attempt.status;
         }
@@ -48,8 +51,10 @@ OneWayLane::Attempt OneWayLane::TrySend(uint64_t serial, uint32_t code, MessageP
         !KeepRest(frame.Data() + sent.bytes, frame.Size() - sent.bytes)) {
         sent.status = IoStatus::CLOSED;  // The lane cannot go on after half a request.
     }
+    // The whole request, or a part whose rest is kept: for the sender it is accepted.
     if (sent.bytes != 0 && sent.status != IoStatus::CLOSED) {
         ++lastSent_;
+        // A RELEASE of the target that follows names this message (AFTER), since it travels on another connection.
         place = {number_, lastSent_};
         return {IPC_OK};
     }
@@ -71,6 +76,8 @@ IoResult OneWayLane::Put(const uint8_t* frame, size_t size)
     bool needsBell = false;
     const IoResult put = ring_->Write(frame, size, needsBell);
     const uint8_t bell = 0;
+    // Bells do not fill the socket: the receiver is marked awake with the first, and the next is sent only after it has
+    // gone to sleep again.
     if (needsBell && SendNow(fd_.Get(), &bell, sizeof(bell)).status == IoStatus::CLOSED) {
         return {IoStatus::CLOSED, 0};  // The receiver has ended in its sleep.
     }
@@ -87,12 +94,14 @@ try {
 
 bool OneWayLane::GoIntoRing()
 {
+    // The switch is made at the next send, by the thread that sends, so that it falls between two frames.
     if (ring_ == nullptr || isInRing_) {
         return isInRing_;
     }
     FrameHeader header;  // so small that it is sent whole or not at all
     header.kind = FrameKind::INTO_RING;
     header.number = lastSent_ + 1;
+    // With a full socket the switch waits for the next send.
     isInRing_ = SendNow(fd_.Get(), &header, sizeof(header)).status == IoStatus::OK;
     return isInRing_;
 }
@@ -100,7 +109,9 @@ bool OneWayLane::GoIntoRing()
 void OneWayLane::OfferRing(uint64_t number, std::unique_ptr<RingWriter> ring)
 {
     MutexLock lock(mutex_);
+    // The offer may be for a lane that has been closed. Null withdraws the offer, which is too late once it is used.
     if (fd_.IsOpen() && number_ == number && !isInRing_) {
+        // The replaced ring is unmapped after the lock.
         ring_.swap(ring);
     }
     lock.Unlock();
@@ -133,6 +144,7 @@ void OneWayLane::Close() noexcept
 
 void OneWayLane::CloseLocked()
 {
+    // Requests in the ring are not lost: the receiver reads everything that was published before it ends the lane.
     fd_.Close();
     rest_.clear();
     ring_.reset();
@@ -151,6 +163,7 @@ bool OneWayLane::Flush()
     if (sent.status == IoStatus::CLOSED) {
         CloseLocked();
     }
+    // False: the timers call again in a few milliseconds.
     return sent.status != IoStatus::WOULD_BLOCK;
 }
 

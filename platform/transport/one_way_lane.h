@@ -48,7 +48,7 @@ private:
     Attempt TrySend(uint64_t serial, uint32_t code, MessageParcel& data, MessagePlace& place) TAVO_REQUIRES(mutex_);
     // Through the ring if there is one, and then whole or not at all.
     IoResult Put(const uint8_t* frame, size_t size) TAVO_REQUIRES(mutex_);
-    // Keeps the rest of a frame for the control thread. False without memory.
+    // Keeps the rest of a frame for the control thread. False if out of memory.
     bool KeepRest(const uint8_t* rest, size_t size) TAVO_REQUIRES(mutex_);
     bool GoIntoRing() TAVO_REQUIRES(mutex_);
 

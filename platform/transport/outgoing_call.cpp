@@ -41,9 +41,12 @@ HandlerScope::~HandlerScope()
 OutgoingCall::OutgoingCall()
     : isNested_(std::exchange(t_isOutgoing, true)),
       pool_(isNested_ ? nullptr : WorkerPool::OfThisThread()),
+      // A thread of the game is not part of the pool and is always allowed.
       isAllowed_(pool_ == nullptr || pool_->BeginOutgoing())
 {
     if (!isNested_ && isAllowed_ && t_gate != nullptr) {
+        // Without this, 12 requests of one object that call back into it would fill its gate, and each would wait for a
+        // request that cannot enter.
         if (std::function<void()> next = t_gate->StepOut(); next != nullptr) {
             t_workers->Post(std::move(next));
         }

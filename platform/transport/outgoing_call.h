@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// While a handler waits for the answer to a call of its own, another thread and another request may go on.
+// While a handler waits for the answer to a call of its own, another worker and another request may run.
 #ifndef TAVO_TRANSPORT_OUTGOING_CALL_H
 #define TAVO_TRANSPORT_OUTGOING_CALL_H
 
@@ -21,8 +21,8 @@ private:
 };
 
 // Around the wait for an answer; within another one it does nothing. On a worker it makes room: the pool may start
-// another thread in its place, and the object whose request is in hand may be called again. Otherwise calls that cross
-// would wait for each other.
+// another thread in its place, and the object whose request is being handled may be called again. Otherwise calls that
+// cross would wait for each other.
 class OutgoingCall {
 public:
     OutgoingCall();
@@ -30,7 +30,7 @@ public:
     OutgoingCall(const OutgoingCall&) = delete;
     OutgoingCall& operator=(const OutgoingCall&) = delete;
 
-    // False when no thread can be had for that: the call must fail.
+    // False if the pool allows no other thread: the call must fail.
     bool IsAllowed() const noexcept { return isAllowed_; }
 
 private:

@@ -26,7 +26,7 @@ public:
 
     // Completes `header` and passes the references, as MessageReferences::Pass. On failure nothing is passed.
     int Build(FrameHeader& header, bool isOneWay, Deadline deadline);
-    // Nothing of the frame was sent: takes its references back.
+    // Nothing of the frame was sent: releases its references.
     void Withdraw() { references_.Withdraw(lane_, number_); }
 
     const uint8_t* Data() const noexcept { return frame_; }

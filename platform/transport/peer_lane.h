@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A lane that the peer opened, as those see it who keep it, wake it up and watch its time.
+// A lane that the peer opened: the interface for the table that has it, the epolls that wake it up and the timers.
 #ifndef TAVO_TRANSPORT_PEER_LANE_H
 #define TAVO_TRANSPORT_PEER_LANE_H
 

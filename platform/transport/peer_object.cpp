@@ -24,6 +24,7 @@ bool PeerObject::AddDeathRecipient(const sptr<DeathRecipient>& recipient)
         return false;
     }
     MutexLock lock(mutex_);
+    // Under the lock that MarkDead takes: a recipient that is added before it is notified, one after it is refused.
     if (!IsAlive()) {
         return false;
     }
@@ -38,6 +39,8 @@ bool PeerObject::RemoveDeathRecipient(const sptr<DeathRecipient>& recipient)
     }
     sptr<DeathRecipient> removed;  // possibly its last reference: released after the lock
     MutexLock lock(mutex_);
+    // One registration, also if the same recipient is registered twice. Deliberate: a notice that has already begun is
+    // not awaited. The caller may hold a lock that the recipient needs.
     const auto found = std::find(recipients_.begin(), recipients_.end(), recipient);
     if (found == recipients_.end()) {
         return false;
@@ -58,6 +61,7 @@ void PeerObject::MarkDead() noexcept
 {
     {
         MutexLock lock(mutex_);
+        // An object without recipients needs no notice. None can be added any more, as the lock is held here.
         if (life_.exchange(Life::DEAD) == Life::DEAD || recipients_.empty()) {
             return;
         }
@@ -67,6 +71,7 @@ void PeerObject::MarkDead() noexcept
 
 void PeerObject::NotifyRecipients() noexcept
 {
+    // The delivery thread holds a strong reference to the object for the duration of this function.
     const wptr<IRemoteObject> weak(this);
     for (;;) {
         sptr<DeathRecipient> recipient;  // one at a time: a recipient may be removed before its turn

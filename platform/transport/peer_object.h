@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// An object of another process, as this process knows it: its name, its life, and who is notified of its death.
+// An object of another process, as this process knows it: its name, whether it is alive, and its death recipients.
 #ifndef TAVO_TRANSPORT_PEER_OBJECT_H
 #define TAVO_TRANSPORT_PEER_OBJECT_H
 
@@ -36,14 +36,14 @@ public:
     // IPC_OK once the owner is known to have the object; waits for that at most until `deadline`.
     virtual int WaitReady(Deadline deadline) = 0;
 
-    // Neither calls anybody: recipients are notified on the delivery thread.
+    // Neither calls user code: recipients are notified on the delivery thread.
     void MarkAlive() noexcept;
     void MarkDead() noexcept;
     // Delivery thread: notifies those that are registered, one after the other.
     void NotifyRecipients() noexcept;
 
 protected:
-    // Has NotifyRecipients called on the delivery thread. Takes no memory.
+    // Has NotifyRecipients called on the delivery thread. Allocates nothing.
     virtual void PostDeath() noexcept = 0;
 
 private:

@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+// Reads the 32 bytes of the hello, in as many parts as they arrive, and offers the complete hello to the acceptor.
+// While the acceptor makes the connection wait, nothing more is read from it. Control thread; the acceptor closes
+// connections that are incomplete after 2 s.
 #include "transport/pending_connection.h"
 
 #include <new>
@@ -13,6 +16,7 @@ void PendingConnection::OnReady(uint32_t)
         owner_.OnSettled(*this);  // Data or an end arrived while it waited for its session: too early.
         return;
     }
+    // At most the bytes of the hello: what follows is read by the worker or the link that serves the connection.
     const IoResult got =
         ReceiveNow(fd_.Get(), reinterpret_cast<uint8_t*>(&hello_) + received_, sizeof(hello_) - received_);
     received_ += got.bytes;
@@ -47,6 +51,7 @@ void PendingConnection::Retry()
     if (result == HelloResult::AWAITS_ROOM) {
         deadline_ = Clock::time_point::max();  // It lasts as long as its caller waits.
     }
+    // (A level-triggered epoll would otherwise report the unread request again and again.)
     loop_.ModifyPoll(fd_.Get(), 0, this);  // Its request may have arrived already; a worker reads it with the lane.
 }
 

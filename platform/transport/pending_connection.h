@@ -14,7 +14,7 @@
 
 namespace TAVO::Transport {
 
-// What becomes of a connection whose hello is complete.
+// What is done with a connection whose hello is complete.
 enum class HelloResult {
     SETTLED,
     AWAITS_SESSION,  // a lane whose session is being established

@@ -22,6 +22,7 @@ ProxyObject::~ProxyObject() = default;
 
 int ProxyObject::SendRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option)
 {
+    // First of all: in a forked child any lock below may be held for ever by a thread that does not exist there.
     if (InForkedChild()) {
         return IPC_UNAVAILABLE;
     }
@@ -33,6 +34,8 @@ int ProxyObject::SendRequest(uint32_t code, MessageParcel& data, MessageParcel& 
     if (!option.IsOneWay()) {
         return Call(life, code, data, reply, deadline);
     }
+    // A one-way lane has no "first request": the receiver could not report that the object is unknown. So a pending
+    // object is waited for.
     const int status = WaitReady(deadline);
     return status != IPC_OK
                ? status
@@ -49,9 +52,11 @@ int ProxyObject::Call(Life life, uint32_t code, MessageParcel& data, MessageParc
         return IPC_NO_RESOURCES;
     }
     const bool isManager = Serial() == 0;
+    // So a hung manager costs a game 2 s once, not 2 s for each call of each frame.
     if (isManager && session_->IsSuspect()) {
         return IPC_TIMED_OUT;
     }
+    // The owner may read this request before the ACQUIRE, which travels on another connection.
     const FrameKind kind = life == Life::PENDING ? FrameKind::FIRST_REQUEST : FrameKind::REQUEST;
     const int status = session_->Call({kind, Serial(), code, data, reply, deadline});
     if (isManager && status == IPC_TIMED_OUT) {
@@ -79,6 +84,7 @@ int ProxyObject::WaitReady(Deadline deadline)
         if (!outgoing.IsAllowed()) {
             return IPC_NO_RESOURCES;
         }
+        // Counted as an outgoing call: the pool may start another worker while this one waits.
         session_->Proxies().WaitSettled(*this, deadline);
     }
     switch (GetLife()) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The one local object of this process that stands for an object of another process.
+// The one local object by which this process calls an object of another process.
 #ifndef TAVO_TRANSPORT_PROXY_OBJECT_H
 #define TAVO_TRANSPORT_PROXY_OBJECT_H
 

@@ -13,6 +13,8 @@ namespace TAVO::Transport {
 sptr<PeerObject> ProxyTable::Find(uint64_t serial)
 {
     const auto found = proxies_.find(serial);
+    // The entry is a raw pointer. It is valid under the lock, since Forget removes it under the lock before the object
+    // is destroyed. TryIncStrongRef fails if the count has already reached 0.
     if (found == proxies_.end() || !found->second->TryIncStrongRef()) {
         return nullptr;
     }
@@ -28,9 +30,12 @@ sptr<PeerObject> ProxyTable::Make(uint64_t serial, const std::u16string& descrip
         return nullptr;
     }
     if (context_.State() == SessionState::DEAD) {
+        // Not entered into the table, which Close has emptied for ever. The owner died before the message was read: the
+        // handler gets an object that is dead already.
         return context_.host.NewProxy(context_.session.lock(), serial, descriptor, Life::DEAD);
     }
-    // The place first: without memory for it the new proxy would be destroyed here, and take this lock once more.
+    // The place first: if there is no memory for it, the new proxy would be destroyed here, and take this lock once
+    // more.
     const auto place = proxies_.try_emplace(serial, nullptr).first;
     try {
         auto proxy =
@@ -52,6 +57,7 @@ sptr<PeerObject> ProxyTable::AddReceived(uint64_t serial, const std::u16string& 
     }
     if (proxy != nullptr) {
         ++proxy->received_;
+        // It may have been pending: the owner itself has now sent a reference, and with it a count.
         proxy->MarkAlive();
         settled_.notify_all();
     }
@@ -72,7 +78,11 @@ sptr<PeerObject> ProxyTable::Acquire(uint64_t serial, const std::u16string& desc
             return proxy;
         }
         Acquiring& acquiring = acquiring_[serial];
+        // Keeps the message unacknowledged until the count is here, also for messages that name the object again
+        // meanwhile.
         acquiring.messages.push_back(message);
+        // One ACQUIRE is enough for all of them. The table holds the proxy strongly meanwhile: if the user drops it at
+        // once, the count must still be received and returned.
         if (acquiring.proxy != nullptr) {
             return proxy;
         }
@@ -94,10 +104,13 @@ void ProxyTable::Forget(PeerObject* proxy, const MessagePlace& after)
     uint64_t received = 0;
     {
         MutexLock lock(mutex_);
+        // A new proxy may have taken the place since this one's count of references reached 0; Find did not return this
+        // one then.
         const auto found = proxies_.find(proxy->Serial());
         if (found != proxies_.end() && found->second == proxy) {
             proxies_.erase(found);
         }
+        // Counts that arrive later go to the new proxy, so each is returned exactly once.
         received = std::exchange(proxy->received_, 0);
     }
     if (received != 0) {
@@ -117,12 +130,16 @@ bool ProxyTable::OnAcquired(uint64_t serial, bool isGone)
     MutexLock lock(mutex_);
     const auto found = acquiring_.find(serial);
     if (found == acquiring_.end()) {
+        // An answer without an ACQUIRE: the peer breaks the protocol.
         return false;
     }
     settled = std::move(found->second);
     acquiring_.erase(found);
+    // With a count of its own, received from the owner meanwhile, the object is alive whatever the answer says.
     if (isGone && settled.proxy->received_ == 0) {
         proxies_.erase(serial);
+        // Twice: MarkDead locks the object and posts to the delivery thread; the waiting threads below check the life
+        // under this lock.
         lock.Unlock();
         settled.proxy->MarkDead();
         lock.Lock();
@@ -131,6 +148,7 @@ bool ProxyTable::OnAcquired(uint64_t serial, bool isGone)
         settled.proxy->MarkAlive();
     }
     lock.Unlock();
+    // Under the lock: a thread that has just read PENDING is in its wait by now, and is not missed.
     settled_.notify_all();
     return true;
 }
@@ -142,6 +160,8 @@ void ProxyTable::Close() noexcept
     {
         MutexLock lock(mutex_);
         acquiring.swap(acquiring_);
+        // Swapping allocates nothing. With the strong references no proxy is destroyed while it is marked dead below,
+        // outside the lock.
         proxies.swap(proxies_);
         for (auto& [serial, proxy] : proxies) {
             if (!proxy->TryIncStrongRef()) {  // It is being destroyed on another thread.

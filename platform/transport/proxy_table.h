@@ -42,7 +42,7 @@ public:
 
     // The peer's answer to ACQUIRE; false when there was none.
     bool OnAcquired(uint64_t serial, bool isGone);
-    // The session is dead, and all proxies are. Takes no memory.
+    // The session is dead, and all proxies are. Allocates nothing.
     void Close() noexcept;
 
 private:

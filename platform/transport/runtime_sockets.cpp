@@ -24,6 +24,7 @@ constexpr int BACKLOG = 1024;
 bool Bind(int fd, int dir, const sockaddr_un& address)
 {
     const auto bind = [&] { return ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0; };
+    // Several processes may create the folder at the same time: EEXIST is no error.
     return bind() || (errno == ENOENT && (::mkdirat(dir, "p", 0700) == 0 || errno == EEXIST) && bind());
 }
 
@@ -68,6 +69,7 @@ UniqueFd RuntimeSockets::Listen(const std::string& name)
 {
     const int dir = OpenDir();
     const std::string firstName = name + ".new";
+    // A path that is longer than the 108 bytes of sun_path becomes one below /proc/self/fd/<directory>.
     const std::string path = dir_.SocketPath(firstName);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -78,6 +80,7 @@ UniqueFd RuntimeSockets::Listen(const std::string& name)
     std::memcpy(address.sun_path, path.data(), path.size());
     if (!Bind(fd.Get(), dir, address) || ::listen(fd.Get(), BACKLOG) != 0 ||
         ::renameat(dir, firstName.c_str(), dir, name.c_str()) != 0) {
+        // unlinkat changes errno.
         const int reason = errno;
         ::unlinkat(dir, firstName.c_str(), 0);  // It would be in the way of the next attempt.
         const std::string what =

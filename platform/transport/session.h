@@ -58,9 +58,9 @@ public:
     void SetPeer(const Instance& peer) { context_.peer = peer; }
     // As ControlChannel::SendHello. From then on callers may open lanes.
     ControlChannel::HelloSent SendHello(int fd);
-    // Both hellos are exchanged. Sends what is queued, and callers go on.
+    // Both hellos are exchanged. Sends what is queued, and wakes up waiting callers.
     void Establish(int controlFd, int controlEpoll, void* tag, const PeerIdentity& identity);
-    // The end: wakes up everybody who waits, and releases everything. Idempotent. Takes no memory.
+    // The end: wakes up all waiting threads, and releases everything. Idempotent. Allocates nothing.
     void End() noexcept;
     // Acts on a record of the peer; false when it breaks the protocol.
     bool OnRecord(const ControlRecord& record);

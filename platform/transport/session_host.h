@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What sessions and their parts ask of the process around them.
+// The functions of the process that sessions and their parts use.
 #ifndef TAVO_TRANSPORT_SESSION_HOST_H
 #define TAVO_TRANSPORT_SESSION_HOST_H
 
@@ -28,7 +28,8 @@ public:
     // The path of `name` in the runtime directory, usable in a socket address.
     virtual std::string SocketPath(const std::string& name) = 0;
 
-    // The serial of an object of this process, drawn at its first export; 0 while the process cannot listen for calls.
+    // The serial of an object of this process, assigned at its first export; 0 while the process cannot listen for
+    // calls.
     virtual uint64_t Export(const sptr<IPCObjectStub>& object) = 0;
     virtual sptr<IPCObjectStub> FindExported(uint64_t serial) = 0;
 
@@ -38,14 +39,14 @@ public:
     // A proxy for an object of a third process, acquired from its owner. Null: too many. `message` named the object.
     virtual sptr<PeerObject> AcquireFrom(const Instance& owner, uint64_t serial, const std::u16string& descriptor,
                                          const std::shared_ptr<PendingAcknowledgement>& message) = 0;
-    // Has the death recipients of an object notified. Takes no memory.
+    // Has the death recipients of an object notified. Allocates nothing.
     virtual void PostDeath(sptr<PeerObject> object) noexcept = 0;
 
     // A session has an idle lane, to be closed after a while.
     virtual void ExpectIdleLanes() = 0;
-    // Has Session::FlushOneWay called until it has sent everything. False without memory.
+    // Has Session::FlushOneWay called until it has sent everything. False if out of memory.
     virtual bool FlushLater(const std::shared_ptr<Session>& session, ConnectionKind kind) = 0;
-    // A session has room again for a lane of its peer. False without memory.
+    // A session has room again for a lane of its peer. False if out of memory.
     virtual bool RetryWaitingLanes() = 0;
 };
 

@@ -26,6 +26,7 @@ bool SessionLinks::Add(std::unique_ptr<ControlLink> link)
     std::unique_ptr<Pollable> owner = std::move(link);
     bool isAdded = false;
     try {
+        // Each of the three steps may run out of memory; the cleanup below is right after any of them.
         loop_.Own(std::move(owner));
         links_[session.get()] = kept;
         isAdded = loop_.AddPoll(kept->Fd(), EPOLLIN | EPOLLRDHUP, kept);
@@ -56,6 +57,7 @@ bool SessionLinks::HasUnanswered() const
 
 void SessionLinks::Establish(ControlLink& link)
 {
+    // First: from Establish on, records of the peer may be read by this link.
     link.BecomeAnswered();
     link.GetSession()->Establish(link.Fd(), loop_.Epoll(), static_cast<Pollable*>(&link), link.Identity());
 }
@@ -64,6 +66,8 @@ void SessionLinks::TearDown(ControlLink& link)
 {
     const std::shared_ptr<Session> session = link.GetSession();
     if (session->GetState() == Session::State::ESTABLISHED) {
+        // The acceptor reads the hellos that arrived before the end: a lane opened before the death still has requests
+        // to run.
         events_.OnEnding();
     }
     link.StopWatching();
@@ -78,6 +82,7 @@ void SessionLinks::TearDown(ControlLink& link)
 
 void SessionLinks::Abandon(const std::shared_ptr<Session>& session)
 {
+    // Before the removal: a thread that finds the session in the table finds it dead, and creates the next one.
     session->End();
     sessions_.Remove(session);
 }

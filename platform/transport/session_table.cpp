@@ -22,6 +22,8 @@ std::shared_ptr<Session> SessionTable::Find(const Instance& peer)
 {
     MutexLock lock(mutex_);
     const auto found = sessions_.find(peer);
+    // The state may change right after this line. Every user of a session gets an error from it then, so nothing
+    // depends on it.
     return found != sessions_.end() && found->second->GetState() != Session::State::DEAD ? found->second : nullptr;
 }
 
@@ -92,6 +94,7 @@ bool SessionTable::CloseIdleLanes(Clock::time_point before)
     {
         MutexLock lock(mutex_);
         for (const auto& [instance, session] : sessions_) {
+            // Copied under the lock, closed without it: closing a lane sends a record.
             all.push_back(session);
         }
     }

@@ -38,6 +38,7 @@ Instance DrawInstance()
 // A process that exits removes the name of its socket; the manager removes those of others.
 void RemoveOwnSocket()
 {
+    // The name belongs to the parent, which still listens.
     if (!InForkedChild()) {
         ThisProcess& self = ThisProcess::Get();
         ::unlinkat(self.Sockets().DirFd(), ListeningName(self.Self()).c_str(), 0);
@@ -54,6 +55,7 @@ ThisProcess& ThisProcess::Get()
 
 ThisProcess::ThisProcess()
     : self_(DrawInstance()),
+      // The functions are called later only, when all members exist: nothing starts a thread in this constructor.
       workers_([this] { return workerWatch_.Arm(); }),
       sessions_(*this),
       loop_([this] { return workers_.Open() && delivery_.Open(); }),
@@ -64,6 +66,7 @@ ThisProcess::ThisProcess()
       acceptor_(loop_, links_, sessions_, connector_, delivery_, {workers_, timers_, objects_, *this})
 {
     WatchForks();
+    // The order of their turns: the pool first, so that there is a worker for what the others hand over.
     for (LoopPart* part :
          std::initializer_list<LoopPart*>{&workerWatch_, &acceptor_, &timers_, &connector_, &delivery_}) {
         loop_.AddPart(*part);
@@ -75,6 +78,7 @@ bool ThisProcess::EnsureListening()
     return sockets_.EnsureListening(ListeningName(self_), [this](UniqueFd fd) {
         const bool isListening = acceptor_.Listen(std::move(fd));
         if (isListening) {
+            // Once: EnsureListening succeeds once. A process that is killed leaves the name to the manager.
             std::atexit(RemoveOwnSocket);
         }
         return isListening;
@@ -96,6 +100,7 @@ std::shared_ptr<Session> ThisProcess::ManagerSession(Deadline deadline)
 
 uint64_t ThisProcess::Export(const sptr<IPCObjectStub>& object)
 {
+    // Listening first: an object that others cannot connect to must not be named in a message.
     return EnsureListening() ? objects_.Add(object) : 0;
 }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The transport's face towards the rooms above it.
+// The public face of the transport: functions for the rooms above, each of which forwards to the one ThisProcess. What
+// a game may call in a forked child returns at once there.
 #include "transport/transport.h"
 
 #include <fcntl.h>
@@ -30,6 +31,8 @@ sptr<IRemoteObject> ConnectManager(Clock::time_point deadline)
             case Session::State::ESTABLISHED:
                 return session->Proxies().Root();
             case Session::State::CONNECTING:
+                // A manager that is stopped (SIGSTOP) still has a listening socket: the kernel connects, and only the
+                // missing answer shows it.
                 session->Suspect();  // Until its answer establishes the session.
                 return nullptr;
             case Session::State::DEAD:
@@ -75,6 +78,7 @@ bool IsStillThere(const sptr<IRemoteObject>& object, Clock::time_point deadline)
     if (proxy == nullptr || InForkedChild()) {
         return proxy == nullptr && object != nullptr && object->IsAlive();
     }
+    // Asks the kernel: the end of the connection may have arrived and not been read by the control thread yet.
     return proxy->WaitReady(deadline) == IPC_OK && !proxy->GetSession().Control().HasHungUp();
 }
 
@@ -96,6 +100,7 @@ std::shared_ptr<ObjectGate> NewObjectGate(bool oneAtATime)
 
 void Unexport(const ObjectGate& gate) noexcept
 {
+    // An object that was never sent is in no table, and its destructor must not create the process's transport.
     if (gate.Serial() != 0 && !InForkedChild()) {
         ThisProcess::Get().Objects().Remove(gate);
     }

@@ -29,8 +29,8 @@ int RuntimeDirFd();
 
 // Makes this process the manager: sessions are accepted on `listenFd` (bound and listening, owned by the transport from
 // here on), and any session may call `root` without having been given it. `admission` decides whether the process `pid`
-// may have the connection `fd`, with which there are `sessions` sessions (0: it may be another connection of a session);
-// it runs on the control thread and must not wait.
+// may have the connection `fd`, with which there are `sessions` sessions (0: it may be another connection of a
+// session); it runs on the control thread and must not wait.
 void ServeAsManager(int listenFd, const sptr<IPCObjectStub>& root,
                     std::function<bool(int pid, int fd, size_t sessions)> admission = nullptr);
 
@@ -41,7 +41,8 @@ bool IsStillThere(const sptr<IRemoteObject>& object, Clock::time_point deadline)
 // The session with the object's process, as CallingPeer names it; 0 for an object of this process, and for null.
 uint64_t OwnerSession(const sptr<IRemoteObject>& object);
 
-// Starts the thread that delivers death notices, which is otherwise started with the first one. False when no thread can be had.
+// Starts the thread that delivers death notices, which is otherwise started with the first one. False when no thread
+// can be had.
 bool StartDeliveryThread() noexcept;
 
 // Sends one-way over the lane of urgent notices: the receiver runs them on its delivery thread, and only for objects
@@ -60,7 +61,7 @@ void Unexport(const ObjectGate& gate) noexcept;
 // Handles a request of this process to its own object on a worker, and waits for the reply unless it is one-way.
 int CallLocal(const sptr<IPCObjectStub>& target, uint32_t code, MessageParcel& data, MessageParcel& reply,
               const MessageOption& option);
-// Runs `job` on a worker. False, and the job is lost, without memory or a descriptor.
+// Runs `job` on a worker. False, and the job is lost, if there is no memory or descriptor left.
 bool RunOnWorker(std::function<void()> job) noexcept;
 
 // True in a child of fork() whose parent had loaded the platform: nothing works there any more.

@@ -37,6 +37,7 @@ bool WorkerPool::Open()
 
 bool WorkerPool::AddLane(const std::shared_ptr<PeerLane>& lane)
 {
+    // A lane without a thread to serve it must be refused, so that its caller gets an error instead of a timeout.
     EnsureSpare();
     {
         MutexLock lock(mutex_);
@@ -59,6 +60,7 @@ bool WorkerPool::Post(std::function<void()> job) noexcept
     } catch (const std::bad_alloc&) {
         return false;
     }
+    // One signal for each job (an eventfd used as a semaphore): one worker wakes up for it.
     wait_.Signal();
     EnsureSpare();
     return true;
@@ -68,6 +70,7 @@ bool WorkerPool::BeginOutgoing()
 {
     MutexLock lock(mutex_);
     ++outgoing_;
+    // The caller is counted as outgoing already, so MaySpawn has one place more.
     if (HasSpare() || !MaySpawn()) {
         // The workers of a nest of calls that has just returned are not idle yet, but they have left their handlers.
         const int most = static_cast<int>(IpcThreads::MAX_THREADS);
@@ -104,12 +107,15 @@ bool WorkerPool::MayGrow()
 
 bool WorkerPool::MaySpawn() const
 {
+    // Two limits: 16 workers that are not waiting for a call of their own, and 64 threads in all, so that circles of
+    // nested calls end with an error instead of using up the machine.
     return total_ - outgoing_ < static_cast<int>(IpcThreads::DEFAULT_WORKERS) &&
            total_ < static_cast<int>(IpcThreads::MAX_THREADS);
 }
 
 bool WorkerPool::Spawn()
 {
+    // Counted before it runs: two callers must not both start the last thread that is allowed.
     ++total_;
     idle_.fetch_add(1, std::memory_order_relaxed);
     if (StartThread(ThreadRole::WORKER, "tavo-worker", [this] { Run(); })) {
@@ -141,15 +147,20 @@ void WorkerPool::Run()
     t_pool = this;
     for (;;) {
         epoll_event event{};
+        // One event at a time: with more, the others would wait for the handler of the first.
         const int ready = ::epoll_wait(wait_.Epoll(), &event, 1, IDLE_MILLISECONDS);
         if (ready == 0 && RetireIdle()) {
             FreeLaneScratch();
             return;
         }
+        // EINTR, or one of the threads that are kept.
         if (ready <= 0) {
             continue;
         }
         idle_.fetch_sub(1, std::memory_order_relaxed);
+        // This was the last free worker. Starting another at once would make each single call pay for a thread. So the
+        // control thread watches the epoll of the pool, and starts one only if more work arrives before a worker is
+        // free again. If it cannot watch, one is started here.
         if (!HasSpare() && MayGrow() && !watch_()) {
             EnsureSpare();
         }
@@ -167,6 +178,7 @@ void WorkerPool::RunOneJob()
     std::function<void()> job;
     {
         MutexLock lock(mutex_);
+        // All threads in epoll_wait may wake up for one job; Take lets one of them have it.
         if (jobs_.empty() || !wait_.Take()) {
             return;  // Another worker was quicker.
         }

@@ -32,16 +32,16 @@ public:
     int Epoll() const noexcept { return wait_.Epoll(); }
     // Starts a worker if none is free; false when there is none then.
     bool EnsureSpare();
-    // Hands a new lane to the workers. The pool is open. False when there is none and none can be had.
+    // Hands a new lane to the workers. The pool is open. False if there is no worker and none can be started.
     bool AddLane(const std::shared_ptr<PeerLane>& lane);
-    // Runs `job` on a worker. Without memory or a descriptor the job is lost and false returned.
+    // Runs `job` on a worker. If no memory or descriptor is left, the job is lost and false returned.
     bool Post(std::function<void()> job) noexcept;
 
     // Whether another worker waits for work, so that the calling one may stay with its lane.
     bool HasSpare() const noexcept { return idle_.load(std::memory_order_relaxed) > 0; }
 
-    // A worker enters an outgoing call: it is not counted meanwhile, and another takes its place. False when no thread
-    // can be had for that: the call must fail.
+    // A worker enters an outgoing call: it is not counted meanwhile, and another may be started in its place. False if
+    // the limit of threads is reached: the call must fail.
     bool BeginOutgoing();
     void EndOutgoing();
     // Around a handler on a worker. A worker outside one is about to be free: it has no peer to wait for.

@@ -1,5 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// Puts frames together; every length is checked before anything is done with it.
+// Assembles frames from bytes that arrive in any portions. The header is checked when it is complete, before anything
+// is done with its lengths. No memory is allocated from a length alone: the buffer doubles with the bytes that have
+// arrived, so that a peer that announces 64 MiB and sends 10 bytes costs 64 KiB. Bodies beyond a small size are charged
+// to the byte budget before they are received; with the budget used up the reader is STALLED until the caller tries
+// again.
 #include "wire/frame_reader.h"
 
 #include <algorithm>
@@ -18,6 +22,7 @@ constexpr size_t FIRST_ROOM_BYTES = 64 * 1024;
 FrameReader::State FrameReader::Consume(const uint8_t*& from, const uint8_t* end)
 {
     if (!HasHeader()) {
+        // A header may be split at any byte.
         const size_t take = std::min(sizeof(FrameHeader) - headerBytes_, static_cast<size_t>(end - from));
         if (take != 0) {
             std::memcpy(reinterpret_cast<uint8_t*>(&header_) + headerBytes_, from, take);
@@ -38,7 +43,7 @@ FrameReader::State FrameReader::Consume(const uint8_t*& from, const uint8_t* end
     // These bytes have left the socket: they are taken whatever the budget says, which then holds back the next ones.
     uint8_t* place = ParcelAccess::Append(body_, wanted);
     if (place == nullptr) {
-        return State::BAD;
+        return State::NO_MEMORY;
     }
     std::memcpy(place, from, wanted);
     bodyBytes_ += wanted;
@@ -51,17 +56,19 @@ FrameReader::Room FrameReader::RoomForBody()
     if (!HasHeader() || complete_) {
         return {State::MORE, nullptr, 0};
     }
+    // As much again as has arrived: each byte is copied at most a few times while the buffer grows.
     const size_t size = Charge(std::min(header_.BodyBytes() - bodyBytes_, std::max(FIRST_ROOM_BYTES, bodyBytes_)));
     if (size == 0) {
         return {State::STALLED, nullptr, 0};
     }
     uint8_t* place = ParcelAccess::Append(body_, size);
-    return {place != nullptr ? State::MORE : State::BAD, place, size};
+    return {place != nullptr ? State::MORE : State::NO_MEMORY, place, size};
 }
 
 FrameReader::State FrameReader::Received(size_t bytes)
 {
     bodyBytes_ += bytes;
+    // RoomForBody has appended more than was received.
     ParcelAccess::Truncate(body_, bodyBytes_);
     return AfterBody();
 }
@@ -89,6 +96,7 @@ FrameReader::State FrameReader::AfterBody()
 size_t FrameReader::Charge(size_t wanted)
 {
     const size_t total = bodyBytes_ + wanted;
+    // Small messages are not charged: they could not use up the budget, and the counter is shared by all threads.
     return total <= SMALL_BYTES || charge_.RaiseTo(total) ? wanted : 0;
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Puts frames together from bytes that arrive in any pieces.
+// Assembles frames from bytes that arrive in any portions.
 #ifndef TAVO_WIRE_FRAME_READER_H
 #define TAVO_WIRE_FRAME_READER_H
 
@@ -19,9 +19,10 @@ class FrameReader {
 public:
     enum class State {
         MORE,      // bytes are missing
-        COMPLETE,  // Header() and Body() are a whole frame; Next() goes on to the following one
+        COMPLETE,  // Header() and Body() are a whole frame; Next() begins the following one
         STALLED,   // the budget is used up: leave the rest in the socket for now
-        BAD,       // no frame can look like this, or no memory: the lane must end
+        BAD,       // no frame can look like this: the lane must end
+        NO_MEMORY  // the lane must end as well
     };
 
     static constexpr size_t SMALL_BYTES = 16 * 1024;
@@ -34,8 +35,8 @@ public:
     // Takes bytes from [`from`, `end`) up to the end of the frame and moves `from` behind them.
     State Consume(const uint8_t*& from, const uint8_t* end);
 
-    // For bodies: room for the next bytes of the body, to receive into; Received says how many came. `room` is null
-    // unless the header is complete, the body is not, and the budget allows it (state tells which).
+    // For bodies: room for the next bytes of the body, to receive into; Received is then called with their number.
+    // `place` is null unless the header is complete, the body is not, and the budget allows it (`state` is the reason).
     struct Room {
         State state;
         uint8_t* place;

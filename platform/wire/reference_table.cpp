@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reads and writes reference tables; what is read is hostile until it holds together as a whole.
+// Reads and writes reference tables. A table from a peer is checked completely before one object is created: each entry
+// must be inside the body, each offset must be aligned, behind the previous one, and show the marker and the index in
+// the data, and the last entry must end where the body ends. So no reference overlaps another, and a text in the data
+// cannot pass for one.
 #include "wire/reference_table.h"
 
 #include <algorithm>
@@ -37,6 +40,7 @@ bool ReadReferenceTable(const FrameHeader& header, const MessageParcel& body, st
         std::memcpy(&entry.fixed, data + position, sizeof(TableEntry));
         position += sizeof(TableEntry);
         const uint64_t offset = entry.fixed.offset;
+        // In 64 bits: with the 32 bits of the wire the sum could wrap around.
         if (offset % Parcel::SLOT != 0 || offset < firstFree || offset + sizeof(ReferenceSlots) > header.dataBytes ||
             !IsReferenceAt(data, entry.fixed.offset, i)) {
             return false;
@@ -64,6 +68,7 @@ bool ReferenceTableWriter::Add(TableEntry entry, const std::u16string& descripto
     }
     entry.descriptorUnits = static_cast<uint32_t>(descriptor.size());
     const size_t start = bytes_.size();
+    // resize fills with zeros, which is the padding.
     bytes_.resize(start + sizeof(entry) + TableEntry::PaddedDescriptorBytes(descriptor.size()));
     std::memcpy(bytes_.data() + start, &entry, sizeof(entry));
     if (!descriptor.empty()) {

@@ -26,7 +26,7 @@ public:
 
     // False when the descriptor is too long.
     bool Add(TableEntry entry, const std::u16string& descriptor);
-    // Appends the table and completes the header; false without memory. The caller cuts it off after sending.
+    // Appends the table and completes the header; false if out of memory. The caller cuts it off after sending.
     bool Finish(FrameHeader& header);
 
 private:

@@ -19,11 +19,13 @@ std::string Instance::ToHex() const
 bool FrameHeader::IsPossible(bool oneWay) const
 {
     const size_t limit = oneWay ? MAX_ONE_WAY_BYTES : MAX_FRAME_BYTES;
+    // In 64 bits: two lengths of 32 bits cannot wrap around.
     const uint64_t total = sizeof(FrameHeader) + uint64_t{dataBytes} + tableBytes;
     if (total > limit || dataBytes % Parcel::SLOT != 0 || references > MessageParcel::MAX_OBJECTS) {
         return false;
     }
     const size_t longestEntry = sizeof(TableEntry) + TableEntry::PaddedDescriptorBytes(MAX_DESCRIPTOR_UNITS);
+    // Also: no references, no table.
     if (tableBytes < references * sizeof(TableEntry) || tableBytes > references * longestEntry) {
         return false;
     }

@@ -5,7 +5,7 @@
         for event in session.events():
             print(event, session.latest().temperature)
 
-veltra.h says what each function does, how long it may block and what it returns. A result other than 0 raises
+veltra.h describes what each function does, how long it may block and what it returns. A result other than 0 raises
 VeltraError. One session for each process.
 """
 from veltra._library import VeltraError

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Opens libveltra_c.so.1 by its C header, which lies beside this file in an installation and in interfaces/ in the
+"""Opens libveltra_c.so.1 by its C header, which is beside this file in an installation and in interfaces/ in the
 source tree. No compiled module."""
 import os
 import pathlib

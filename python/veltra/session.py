@@ -115,7 +115,7 @@ class Session:
         return events
 
     def events(self, timeout: Optional[float] = None) -> Iterator[Event]:
-        """Events as they come; ends when none came for `timeout` seconds, or never."""
+        """Yields events as they arrive; ends if none arrives for `timeout` seconds. Without a timeout it never ends."""
         while True:
             events = self.dispatch(1.0 if timeout is None else timeout)
             if not events and timeout is not None:

@@ -56,7 +56,7 @@ std::string Shown(Number number)
 
 }  // namespace
 
-// Takes memory for what the file holds, not for what it may hold: this is part of the service's start.
+// Allocates for the bytes that are there, not for the limit: this is part of the service's start. A pipe has no size.
 std::string ConfigNode::ReadText(const std::string& file)
 {
     constexpr size_t PIECE_BYTES = 4096;
@@ -67,6 +67,7 @@ std::string ConfigNode::ReadText(const std::string& file)
         text.resize(before + PIECE_BYTES);
         stream.read(text.data() + before, PIECE_BYTES);
         text.resize(before + static_cast<size_t>(stream.gcount()));
+        // A file that grows while it is read ends at the limit.
     } while (stream.good() && text.size() <= MAX_FILE_BYTES);
     if (stream.bad() || !stream.is_open() || (text.empty() && !stream.eof())) {
         throw ConfigError(file, {0, 0, "cannot be read"});
@@ -92,10 +93,12 @@ ConfigNode ConfigNode::Parse(std::string text, const std::string& name, std::vec
     if (whole.size() > MAX_FILE_BYTES) {
         throw ConfigError(name, {0, 0, TOO_LARGE});
     }
+    // The parser recurses: deep nesting in a command of a tool could exhaust the stack of a worker.
     if (!IsJsonSafeToParse(whole)) {
         throw ConfigError(name, {0, 0, "nested too deep"});
     }
     Json::CharReaderBuilder builder;
+    // Strict: duplicate keys and trailing text are mistakes. Only comments are allowed.
     Json::CharReaderBuilder::strictMode(&builder.settings_);
     builder["allowComments"] = true;
     std::string errors;
@@ -116,6 +119,7 @@ void ConfigNode::ExpectKeys(std::initializer_list<const char*> keys) const
 {
     for (const auto& [key, node] : Members()) {
         if (std::none_of(keys.begin(), keys.end(), [&name = key](const char* known) { return name == known; })) {
+            // At the place of the unknown key, so that its line is reported.
             Try([&unknown = node] { unknown.Fail("there is no such key"); });
         }
     }
@@ -128,6 +132,7 @@ ConfigNode ConfigNode::Member(const std::string& key) const
     }
     const bool isThere = value_->isMember(key);
     const Json::Value& value = (*value_)[key];
+    // A member that is missing is reported at the place of its object.
     const ptrdiff_t offset = isThere ? value.getOffsetStart() : offset_;
     ConfigNode node(document_, &value, offset, place_ + (IsTop() ? "" : ".") + key);
     if (!isThere) {
@@ -170,6 +175,7 @@ double ConfigNode::Number(double least, double most) const
         Fail("is not a number");
     }
     const double number = value_->asDouble();
+    // Written so that NaN fails.
     if (!(number >= least && number <= most)) {
         Fail(Shown(number) + " is not from " + Shown(least) + " to " + Shown(most));
     }

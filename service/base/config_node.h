@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A JSON file that is written by hand, read strictly: every mistake is reported with the place where it stands.
+// A JSON file that is written by hand, read strictly: every mistake is reported with its place.
 #ifndef VELTRA_SERVICE_CONFIG_NODE_H
 #define VELTRA_SERVICE_CONFIG_NODE_H
 
@@ -37,7 +37,7 @@ private:
     ConfigMistake mistake_;
 };
 
-// One value of the file. Everything but the tests throws ConfigError where the value is not what is asked for.
+// One value of the file. All functions but Has and Is... throw ConfigError if the value is not of the expected kind.
 class ConfigNode {
 public:
     static constexpr size_t MAX_FILE_BYTES = size_t{1} << 20;  // a parsed value takes 50 times the text

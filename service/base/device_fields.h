@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The values that make up the state of a device: their names, where each stands in the document and in an event.
+// The values of the device state: their names, and where each is in the document and in an event.
 #ifndef VELTRA_SERVICE_DEVICE_FIELDS_H
 #define VELTRA_SERVICE_DEVICE_FIELDS_H
 
@@ -42,7 +42,7 @@ struct DeviceField {
 const std::vector<DeviceField>& DeviceFields();
 const DeviceField* FindDeviceField(std::string_view key);  // null: there is none
 
-// Which parts of the state are asked for; reading costs time.
+// Which parts of the state are wanted; reading costs time.
 struct WantedState {
     bool thermal = true;
     bool gpu = true;

@@ -11,7 +11,7 @@
 #include <json/value.h>
 
 #include "base/json_text.h"
-#include "base/service_result.h"
+#include "service_result.h"
 
 namespace TAVO::Veltra {
 
@@ -38,6 +38,7 @@ void AddKnownLevels(const DeviceReading& reading, Json::Value& gpuInfo)
             known.append(field.key);
         }
     }
+    // Written even if it is empty: a client tells "nothing known" from an older service by it.
     gpuInfo["known"] = known;
 }
 
@@ -87,6 +88,7 @@ DeviceInfoResult DeviceState::Describe(const std::vector<QueryDeviceStateDetail>
 {
     const WantedState wanted = WantedBy(details, game);
     const DeviceReading reading = source_->Read(wanted);
+    // A query for one part may be empty on a machine that reports other parts.
     if (reading.IsEmpty() && !ReportsAnything()) {
         return {SERVICE_NO_SENSOR, {}};
     }
@@ -95,6 +97,7 @@ DeviceInfoResult DeviceState::Describe(const std::vector<QueryDeviceStateDetail>
 
 GameCallbackEventInfo DeviceState::Event() const
 {
+    // Only heat and GPU, the parts that the record of an event has fields for.
     const DeviceReading reading = source_->Read({true, true, false, false, false, 0});
     GameCallbackEventInfo info;
     for (const auto& [key, measured] : reading.values) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The device state as clients get it: the text that GetDeviceInfo returns, the record that events carry.
+// The device state as it is sent to clients: the text that GetDeviceInfo returns, and the record in events.
 #ifndef VELTRA_SERVICE_DEVICE_STATE_H
 #define VELTRA_SERVICE_DEVICE_STATE_H
 

@@ -59,6 +59,7 @@ void SetGpuCounter(GpuPerfInfo& sample, GpuCounter counter, uint64_t value)
     if (uint64_t* wide = WideField(sample, counter)) {
         *wide = value;
     } else {
+        // The largest value instead of the lower 32 bits, which would look like a small one.
         NarrowField(sample, counter) = static_cast<uint32_t>(std::min<uint64_t>(value, UINT32_MAX));
     }
     sample.uint10 |= 1U << static_cast<size_t>(counter);

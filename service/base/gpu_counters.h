@@ -55,7 +55,7 @@ struct CounterStream {
 class GpuCounterSource {
 public:
     virtual ~GpuCounterSource() = default;
-    // Seconds between the batches of a client that asked for `milliseconds`; 0 or below: it leaves that to the service.
+    // Seconds between the batches of a client that requested `milliseconds`; 0 or below: the default.
     virtual double Interval(int32_t milliseconds) const;
     // What a stream gets at `now` (seconds of service time): one sample of each GPU. Empty: nothing for now.
     virtual std::vector<GpuPerfInfo> Batch(double now, const CounterStream& stream) = 0;

@@ -8,6 +8,7 @@ namespace TAVO::Veltra {
 std::string JsonText(const Json::Value& value)
 {
     Json::StreamWriterBuilder builder;
+    // One line: answers of the control interface are lines of JSON for tools.
     builder["indentation"] = "";
     return Json::writeString(builder, value);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A number that the machine told, together with where it stood.
+// A number that the machine reported, and its source.
 #ifndef VELTRA_SERVICE_MEASURED_H
 #define VELTRA_SERVICE_MEASURED_H
 

@@ -12,6 +12,7 @@ struct OperationName {
     const char* name;
     ServerCode code;
 };
+// The names of veltra_server_client.h, by which faults, filters and records refer to operations.
 constexpr OperationName OPERATIONS[] = {
     {"ReportGameEvent", ServerCode::REPORT_GAME_EVENT},
     {"NotifyGameEvent", ServerCode::NOTIFY_GAME_EVENT},

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// One thread that calls a function at the times that the function itself returns. It starts with the first Wake, so a
+// service without subscribers has no such thread, and ends with the object.
 #include "base/ticker.h"
 
 #include <system_error>
@@ -22,6 +24,7 @@ Ticker::~Ticker()
 bool Ticker::Wake()
 {
     MutexLock lock(mutex_);
+    // Also if the thread is in the function just now: it then calls it again at once.
     isWoken_ = true;
     if (thread_.joinable()) {
         changed_.notify_all();
@@ -40,6 +43,7 @@ void Ticker::Run()
     MutexLock lock(mutex_);
     while (!isStopping_) {
         isWoken_ = false;
+        // The function reads files and takes locks of its own; Wake must not wait for it.
         lock.Unlock();
         const double next = tick_(clock_.Now());
         lock.Lock();

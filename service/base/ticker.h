@@ -16,8 +16,8 @@ namespace TAVO::Veltra {
 
 class Ticker {
 public:
-    // `tick` gets the service's time and gives when it is to be called again; infinity: when it is woken. It must
-    // not throw.
+    // `tick` is called with the service's time and returns when it has to be called again; infinity: when Wake is
+    // called. It must not throw.
     using Tick = std::function<double(double now)>;
 
     Ticker(const ServiceClock& clock, Tick tick) : clock_(clock), tick_(std::move(tick)) {}

@@ -27,6 +27,8 @@ struct Layout {
     int64_t temperatureDivisor;
     int64_t powerFactor;  // to milliwatts
 };
+// The revisions differ in where these fields are, because later ones moved the temperatures to the front; new fields
+// are only added behind.
 constexpr Layout LAYOUTS[] = {
     {1, 0, 0, 16, 28, 30, 54, 58, 34, 2, 60, 1, 1000},       {1, 1, 3, 4, 16, 18, 54, 58, 22, 2, 60, 1, 1000},
     {2, 0, 0, 16, 40, ABSENT, 80, 84, 44, 2, 86, 100, 1},    {2, 1, 4, 4, 28, ABSENT, 76, 80, 40, 2, 82, 100, 1},
@@ -42,6 +44,7 @@ std::optional<int64_t> Field(std::string_view bytes, size_t offset, size_t size,
     for (size_t i = 0; i < size; ++i) {
         value |= static_cast<uint64_t>(static_cast<unsigned char>(bytes[offset + i])) << (8 * i);
     }
+    // All bits set. `size` is 2 or 4, so the shift is defined.
     const bool isMeasured = value != (uint64_t{1} << (8 * size)) - 1;
     return isMeasured && value <= static_cast<uint64_t>(most) ? std::optional(static_cast<int64_t>(value))
                                                               : std::nullopt;
@@ -67,6 +70,7 @@ AmdgpuMetrics ParseAmdgpuMetrics(std::string_view bytes)
     const auto revision = static_cast<unsigned char>(bytes[3]);
     for (const Layout& layout : LAYOUTS) {
         if (layout.format != format || revision < layout.firstRevision || revision > layout.lastRevision ||
+            // A file that is shorter than its format says is not read at all.
             bytes.size() < layout.bytes) {
             continue;
         }

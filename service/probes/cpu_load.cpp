@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// The load between two readings of the sums in proc/stat. A reading that is too close to the previous one keeps the old
+// result: with few ticks the share would jump. Sums that go backwards (a processor was taken offline) start anew.
 #include "probes/cpu_load.h"
 
 namespace TAVO::Veltra {

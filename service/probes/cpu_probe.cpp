@@ -47,6 +47,7 @@ std::optional<CpuTimes> ReadCpuTimes(const RootFiles& files)
         return std::nullopt;
     }
     std::string_view line = std::string_view(*text).substr(0, text->find('\n'));
+    // The first line is the sum of all processors; with a number behind "cpu" it would be one of them.
     if (!TakePrefix(line, "cpu ")) {
         return std::nullopt;
     }
@@ -57,6 +58,7 @@ std::optional<CpuTimes> ReadCpuTimes(const RootFiles& files)
             return std::nullopt;
         }
         times.total += ticks;
+        // A processor that waits for a disk could run a game meanwhile.
         times.idle += field == IDLE_FIELD || field == IO_WAIT_FIELD ? ticks : 0;
     }
     return times;

@@ -46,6 +46,7 @@ uint64_t Number(const std::string& text)
         return 0;
     }
     const std::string_view unit(end, static_cast<size_t>(text.data() + text.size() - end));
+    // Compared with the limit before the multiplication, which could overflow.
     const uint64_t factor = unit.starts_with(" KiB") ? 1024 : unit.starts_with(" MiB") ? 1024 * 1024 : 1;
     return number > MOST_NUMBER / factor ? 0 : number * factor;
 }
@@ -131,10 +132,12 @@ std::map<std::string, DrmUsage> ReadDrmUsage(const RootFiles& files, pid_t proce
     std::set<std::pair<std::string, std::string>> clients;
     for (const int fd : files.Numbers(dir, "")) {
         const std::optional<std::string> text = files.ReadText(dir + std::to_string(fd));
+        // Most descriptors of a process are no GPUs.
         if (!text || text->find("drm-driver:") == std::string::npos) {
             continue;
         }
         std::map<std::string, std::string> lines = Lines(*text);
+        // The PCI address tells two GPUs of one driver apart. A GPU without one is the only one of its driver.
         const std::string gpu = lines.count("drm-pdev") > 0 ? lines["drm-pdev"] : lines["drm-driver"];
         if (clients.emplace(gpu, lines["drm-client-id"]).second) {
             AddEngines(lines, usage[gpu]);
@@ -165,6 +168,7 @@ DrmLoadTracker::Uses DrmLoadTracker::Update(pid_t process, std::map<std::string,
         }
     }
     past = {now, std::move(usage), uses};
+    // The process that asked longest ago. Pids are reused, so the table must not be trusted for long anyway.
     if (past_.size() > MOST_PROCESSES) {
         past_.erase(std::min_element(past_.begin(), past_.end(), [](const auto& left, const auto& right) {
             return left.second.at < right.second.at;

@@ -94,11 +94,13 @@ void AddHwmon(const Source& card, GpuReading& gpu)
         fill(gpu.frequencyMhz, "freq1_input", MOST_MHZ * HERTZ_PER_MHZ, HERTZ_PER_MHZ);
         fill(gpu.memoryFrequencyMhz, "freq2_input", MOST_MHZ * HERTZ_PER_MHZ, HERTZ_PER_MHZ);
         fill(gpu.temperatureCelsius, "temp1_input", 126000, 1000);
+        // The average first: the momentary power of a GPU changes many times a second.
         fill(gpu.powerMilliwatts, "power1_average", MOST_MICROWATTS, 1000);
         fill(gpu.powerMilliwatts, "power1_input", MOST_MICROWATTS, 1000);
         fill(gpu.energyMillijoules, "energy1_input", MOST_MICROJOULES, 1000);
         fill(gpu.fanPercent, "pwm1", 255, 1);
         if (gpu.fanPercent && gpu.fanPercent->source == card.shown + chip + "pwm1") {
+            // pwm1 counts from 0 to 255.
             gpu.fanPercent->value = gpu.fanPercent->value * 100 / 255;
         }
     }
@@ -156,6 +158,7 @@ GpuReading ReadCard(const RootFiles& files, const std::string& name)
     GpuReading gpu;
     gpu.name = name;
     gpu.slot = Described(files, card.dir + "device/", "PCI_SLOT_NAME");
+    // Reading any other file would wake the GPU up and keep it awake.
     if (files.ReadName(card.dir + "device/power/runtime_status") == "suspended") {
         return gpu;
     }
@@ -218,6 +221,7 @@ std::vector<GpuReading> ReadGpus(const RootFiles& files)
         gpus.push_back(std::move(gpu));
     }
     for (const std::string& devfreq : files.Names("sys/class/devfreq")) {
+        // A GPU may appear as a card and in devfreq; it is one GPU.
         if (IsGpu(files, devfreq) && std::find(seen.begin(), seen.end(), devfreq) == seen.end()) {
             GpuReading gpu;
             gpu.name = devfreq;
@@ -225,6 +229,7 @@ std::vector<GpuReading> ReadGpus(const RootFiles& files)
             gpus.push_back(std::move(gpu));
         }
     }
+    // A display controller is a card too.
     std::erase_if(gpus, [](const GpuReading& gpu) { return gpu.IsEmpty(); });
     return gpus;
 }
@@ -246,12 +251,14 @@ void GpuIdleTracker::AddLoads(std::vector<GpuReading>& gpus, TimePoint now)
     constexpr std::chrono::milliseconds SHORTEST{50};
     std::map<std::string, Past> past;
     for (GpuReading& gpu : gpus) {
+        // A driver that reports a load has the better figure.
         if (gpu.loadPercent || !gpu.idleMilliseconds) {
             continue;
         }
         const auto before = past_.find(gpu.name);
         Past& current = past[gpu.name];
         current = {now, gpu.idleMilliseconds->value, std::nullopt};
+        // Too close: milliseconds of idle time are too coarse for a share of it. The earlier result holds.
         if (before != past_.end() && now - before->second.at < SHORTEST) {
             current = before->second;
         } else if (before != past_.end() && gpu.idleMilliseconds->value >= before->second.idleMilliseconds) {

@@ -21,6 +21,7 @@ HeatLimits LimitsOf(const Sensor& sensor, const SensorChoice& choice)
     const auto index = static_cast<size_t>(sensor.sensorClass);
     const ClassThresholds& thresholds = choice.thresholds[index];
     HeatLimits limits{thresholds.hot, thresholds.critical, thresholds.step, choice.hasThresholds[index]};
+    // The machine's own limits come before any table.
     if (!sensor.trips.empty()) {
         limits = {sensor.trips.front(), sensor.critical, thresholds.step, true};
     }
@@ -44,11 +45,13 @@ std::optional<int32_t> MarginOf(const SensorVerdict& verdict)
 {
     std::vector<int64_t> trips = verdict.sensor.trips;
     if (trips.empty() && verdict.limits.isOwn) {
+        // Limits of the configuration count as trip points.
         trips = {verdict.limits.hot, *verdict.limits.critical};
     }
     if (trips.empty()) {
         return std::nullopt;
     }
+    // The first one above. Trip points are kept in ascending order.
     const auto next = std::upper_bound(trips.begin(), trips.end(), *verdict.temperature);
     const int64_t trip = next == trips.end() ? trips.back() : *next;
     return static_cast<int32_t>((trip - *verdict.temperature) / DEGREE);
@@ -91,6 +94,7 @@ bool IsHotter(const SensorVerdict& left, const SensorVerdict& right)
 {
     const auto headroom = [](const SensorVerdict& verdict) {
         return static_cast<double>(verdict.limits.hot - *verdict.temperature) /
+               // In steps, so that a skin sensor with steps of 3 degrees can be compared with a processor's 10.
                static_cast<double>(verdict.limits.step);
     };
     return left.level != right.level ? left.level > right.level : headroom(left) < headroom(right);
@@ -115,6 +119,7 @@ HeatVerdict HeatJudge::Judge(std::vector<Sensor> sensors, const ThrottleReading&
     for (Sensor& sensor : sensors) {
         verdict.sensors.push_back(JudgeSensor(std::move(sensor), now));
     }
+    // The number of tracks is bounded by the sensors of the last minutes.
     ForgetLostSensors(now);
     KeepThose(
         verdict.sensors, [](const SensorVerdict& candidate) { return candidate.sensor.isPreferred; },
@@ -141,6 +146,8 @@ void HeatJudge::UpdateLevel(TimePoint now, HeatVerdict& verdict)
     for (const SensorVerdict& candidate : verdict.sensors) {
         if (candidate.excluded.empty()) {
             level = std::max(level, candidate.level);
+            // The level that the sensor would have if it were warmer by the hysteresis: the level in use falls only
+            // below this.
             levelBeforeFall = std::max(levelBeforeFall, LevelAt(candidate.limits, *candidate.temperature + HYSTERESIS));
         }
     }
@@ -150,6 +157,7 @@ void HeatJudge::UpdateLevel(TimePoint now, HeatVerdict& verdict)
         levelBeforeFall = std::max(levelBeforeFall, THROTTLING_LEVEL);
     }
     if (level < 0) {
+        // No sensor counts any more: the next reading starts without a past.
         level_.Reset();
         return;
     }
@@ -178,6 +186,7 @@ void HeatJudge::UpdateThrottling(const ThrottleReading& throttling, TimePoint no
 {
     for (const auto& [processor, events] : throttling.events) {
         const auto before = throttleEvents_.find(processor);
+        // The first reading of a processor is no event: the counters run since the start of the machine.
         if (before != throttleEvents_.end() && events > before->second) {
             throttledAt_ = now;
         }

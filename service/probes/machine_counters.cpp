@@ -75,8 +75,10 @@ GpuPerfInfo MachineCounters::Sample(const GpuReading& gpu, const DrmLoadTracker:
     Set(sample, GpuCounter::POWER_MILLIWATTS, gpu.powerMilliwatts);
     Set(sample, GpuCounter::FAN_PERCENT, gpu.fanPercent);
     // A GPU that is not on the PCI bus is the only one of its machine.
+    // Keys of `uses` are PCI addresses, as `slot` is.
     const auto use = gpu.slot.empty() ? uses.begin() : uses.find(gpu.slot);
     if (use != uses.end()) {
+        // The whole GPU's figure, if the driver has one, is the better answer.
         SetIfAbsent(sample, GpuCounter::GPU_LOAD_PERCENT, use->second.loadPercent);
         SetIfAbsent(sample, GpuCounter::MEMORY_USED_BYTES, use->second.memoryBytes);
     }
@@ -112,6 +114,7 @@ std::vector<GpuPerfInfo> JoinedCounters::Batch(double now, const CounterStream& 
 {
     std::vector<GpuPerfInfo> batch = first_->Batch(now, stream);
     for (GpuPerfInfo& sample : second_->Batch(now, {stream.sent + batch.size(), stream.process})) {
+        // The numbers of the first source are fixed, so those of the second stay the same while the service runs.
         sample.int1 += first_->Count();
         batch.push_back(sample);
     }

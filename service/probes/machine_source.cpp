@@ -34,6 +34,7 @@ std::optional<Measured> WithSource(const std::optional<int64_t>& value, const st
 void AddLoadLevel(DeviceReading& reading, const char* key, const std::optional<Measured>& percent, int32_t& before)
 {
     if (percent) {
+        // Rises at once to the level of the load, falls only to the level of the load plus the hysteresis.
         before = std::clamp(before, LoadLevel(percent->value), LoadLevel(percent->value + LOAD_HYSTERESIS));
         reading.values[key] = {before, percent->source};
     }
@@ -81,6 +82,7 @@ DeviceReading MachineSource::Fresh(Part part, std::chrono::milliseconds interval
             return last.reading;
         }
     }
+    // Without the mutex: a sensor behind a slow bus may take many milliseconds.
     DeviceReading reading = read(now);
     MutexLock lock(mutex_);
     parts_[part] = {now, reading};
@@ -89,6 +91,7 @@ DeviceReading MachineSource::Fresh(Part part, std::chrono::milliseconds interval
 
 DeviceReading MachineSource::Read(const WantedState& wanted)
 {
+    // Always: the level must be in every document.
     DeviceReading heat = Fresh(HEAT, settings_.heatInterval, [this](TimePoint now) { return ReadHeat(now); });
     DeviceReading reading;
     for (const auto& [key, value] : heat.values) {
@@ -158,6 +161,7 @@ DeviceReading MachineSource::ReadGame(pid_t game)
     std::optional<DrmLoadTracker::Uses> uses;
     {
         MutexLock lock(mutex_);
+        // A game may query in each frame; its fdinfo is read once per interval.
         uses = games_.Recent(game, now, settings_.loadInterval * 9 / 10);
     }
     if (!uses) {

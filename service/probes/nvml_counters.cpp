@@ -35,6 +35,7 @@ constexpr unsigned int MOST_DEVICES = 64;
 template <typename... Arguments>
 class Entry {
 public:
+    // Null for a function that an older version of the library does not have.
     Entry(void* library, const char* name) : function_(reinterpret_cast<Function>(dlsym(library, name))) {}
 
     bool operator()(Arguments... arguments) const { return function_ != nullptr && function_(arguments...) == 0; }
@@ -152,6 +153,7 @@ private:
 
 std::unique_ptr<GpuCounterSource> OpenNvmlCounters(const char* library)
 {
+    // RTLD_NOW: a library with a missing symbol fails here, not in the middle of a batch.
     void* handle = dlopen(library, RTLD_NOW | RTLD_LOCAL);
     if (handle == nullptr) {
         return nullptr;

@@ -53,6 +53,7 @@ BatteryReading ReadBattery(const RootFiles& files)
     const std::string supplies = "sys/class/power_supply/";
     for (const std::string& name : files.Names(supplies)) {
         const std::string dir = supplies + name + "/";
+        // "Device" is the battery of a mouse or a headset.
         if (files.ReadName(dir + "type") != "Battery" || files.ReadName(dir + "scope") == "Device") {
             continue;
         }
@@ -65,6 +66,7 @@ BatteryReading ReadBattery(const RootFiles& files)
             battery.isCharging = Measured{status == "Charging" ? 1 : 0, source + "status"};
         }
         const std::optional<int64_t> draw = DrawMicrowatts(files, dir);
+        // The first battery is reported; a second one is rare, and a sum would have no single source.
         if (draw && status == "Discharging") {
             battery.drawMilliwatts = Measured{*draw / 1000, source + "power_now or current_now"};
         }

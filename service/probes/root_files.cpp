@@ -51,12 +51,14 @@ UniqueFd RootFiles::Open(const std::string& path, int flags) const
 {
     open_how how{};
     how.flags = static_cast<uint64_t>(flags | O_CLOEXEC);
+    // Magic links (/proc/self/fd/N) would lead out of the root, whatever their text.
     how.resolve = RESOLVE_IN_ROOT | RESOLVE_NO_MAGICLINKS;
     for (int attempt = 0; attempt < MAX_OPEN_ATTEMPTS; ++attempt) {
         const long fd = syscall(SYS_openat2, root_.Get(), path.c_str(), &how, sizeof(how));
         if (fd >= 0) {
             return UniqueFd(static_cast<int>(fd));
         }
+        // EAGAIN: a rename or mount elsewhere raced with the resolution of "..".
         if (errno != EAGAIN && errno != EINTR) {
             break;
         }
@@ -98,6 +100,7 @@ std::optional<std::string> RootFiles::ReadName(const std::string& path) const
     }
     std::string name(TrimEnd(std::string_view(*text).substr(0, text->find('\n'))).substr(0, MAX_NAME_BYTES));
     std::replace_if(
+        // Names appear in answers and logs; the file of another root may contain anything.
         name.begin(), name.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
     return name.empty() ? std::nullopt : std::optional(name);
 }
@@ -137,6 +140,7 @@ std::vector<int> RootFiles::Numbers(const std::string& dir, std::string_view pre
                 numbers.push_back(*number);
             }
         }
+        // A folder with more entries is none of a sane machine.
         return numbers.size() < MAX_NUMBERS;
     });
     std::sort(numbers.begin(), numbers.end());

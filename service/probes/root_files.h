@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reads the small text files in which a machine tells its state, below a root folder and never outside it.
+// Reads the small text files in which a machine reports its state, below a root folder and never outside it.
 #ifndef VELTRA_SERVICE_ROOT_FILES_H
 #define VELTRA_SERVICE_ROOT_FILES_H
 

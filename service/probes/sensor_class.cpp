@@ -71,6 +71,7 @@ constexpr NamePart DRIVERS[] = {
 };
 
 // Beginnings of the names of Super-I/O chips and board monitors.
+// Their inputs are wired differently on each board, and drivers cannot know how.
 constexpr std::string_view BOARD_CHIPS[] = {"nct", "it8", "w83", "f71",  "f81", "f75",   "sch5",        "smsc",
                                             "lm7", "lm8", "lm9", "adt7", "emc", "max66", "gigabyte_wmi"};
 
@@ -123,6 +124,7 @@ SensorClass ClassOfWords(const std::string& text)
 
 SensorClass ClassOnBoardChip(const std::string& label)
 {
+    // Digital interfaces by which the processor itself reports its temperature to the chip.
     if (Contains(label, "peci") || Contains(label, "tsi")) {
         return SensorClass::CPU;
     }

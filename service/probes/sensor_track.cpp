@@ -48,6 +48,7 @@ std::string Implausible(int64_t reading)
 std::optional<int64_t> SensorTrack::Update(int64_t reading, TimePoint now, std::string& problem)
 {
     updatedAt_ = now;
+    // Two limits: the span of the trend, and memory if it is asked very often.
     while (!readings_.empty() && (now - readings_.front().first > SPAN || readings_.size() >= MOST_READINGS)) {
         readings_.pop_front();
     }
@@ -57,6 +58,7 @@ std::optional<int64_t> SensorTrack::Update(int64_t reading, TimePoint now, std::
         return std::nullopt;
     }
     if (!readings_.empty() && std::abs(reading - readings_.back().second) > MOST_JUMP) {
+        // A single wrong value on a bus is followed by a right one; a real jump by a similar one.
         const bool isConfirmed = jump_ && std::abs(reading - *jump_) <= MOST_JUMP;
         jump_ = reading;
         if (!isConfirmed) {

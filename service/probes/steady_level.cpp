@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+// For each level two times are kept: since when the level is reached, and since when it would be left. The level in use
+// rises to the highest that has been reached for UP_DWELL, and falls step by step while it has been left for
+// DOWN_DWELL. After a gap in the readings nothing is known about the time between, so the new reading counts at once.
 #include "probes/steady_level.h"
 
 namespace TAVO::Veltra {
@@ -23,6 +26,7 @@ int32_t SteadyLevel::Update(int32_t level, int32_t levelBeforeFall, TimePoint no
     for (int32_t step = 1; step <= MOST; ++step) {
         const auto index = static_cast<size_t>(step);
         Note(reachedAt_[index], level >= step, now);
+        // levelBeforeFall includes the hysteresis in degrees; the dwell is in time. Both must be exceeded.
         Note(leftAt_[index], levelBeforeFall < step, now);
     }
     if (!level_) {

@@ -96,10 +96,12 @@ Sensor Reader::Zone(const std::string& name) const
     zone.names = {type, type + "/" + name};
     zone.sensorClass = ClassOfZone(type);
     ApplyChoice(zone);
+    // After the class is known: it decides whether the file may be read.
     zone.current = Current(dir + "temp", zone);
     for (const int number : files.Numbers(dir, "trip_point_", "_temp")) {
         const std::string trip = dir + "trip_point_" + std::to_string(number);
         const std::string kind = files.ReadName(trip + "_type").value_or("");
+        // "active" is where a fan starts, which costs no speed.
         if (kind == "passive" || kind == "hot" || kind == "critical") {
             AddTrip(zone, ReadTrip(files, trip + "_temp"), kind == "critical");
         }

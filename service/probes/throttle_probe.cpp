@@ -53,6 +53,7 @@ void ReadGpuReasons(const RootFiles& files, ThrottleReading& reading)
              {"gt/gt0/throttle_reason_thermal", "gt/gt0/throttle_reason_prochot",
               "device/tile0/gt0/freq0/throttle/reason_thermal", "device/tile0/gt0/freq0/throttle/reason_prochot"}) {
             const std::optional<int64_t> reason = files.ReadNumber("sys/class/drm/" + card + file, 0, 1);
+            // The file exists: "no throttling" is then knowledge, not absence of it.
             reading.reportsGpu = reading.reportsGpu || reason;
             if (reason == 1 && reading.gpuReason.empty()) {
                 reading.gpuReason = "drm " + card + file;

@@ -24,6 +24,7 @@ namespace {
 // Half of the slots that follow the first `keptBytes`.
 void Cut(MessageParcel& data, size_t keptBytes)
 {
+    // A copy: SetData writes into the memory that it would read from.
     const std::string written(reinterpret_cast<const char*>(data.GetData()), data.GetDataSize());
     data.SetData(written.data(), keptBytes + (written.size() - keptBytes) / 2 / Parcel::SLOT * Parcel::SLOT);
 }
@@ -48,6 +49,7 @@ int32_t Call(const sptr<IRemoteObject>& object, PushSpoil spoil, const std::u16s
         Cut(data, tokenBytes);
     }
     MessageParcel reply;
+    // With a reply, so that the pool learns when the client has handled the push. 8 s at most.
     MessageOption option;
     const int status = object->SendRequest(static_cast<uint32_t>(code), data, reply, option);
     return status != IPC_OK ? status : reply.ReadInt32();

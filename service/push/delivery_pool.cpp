@@ -20,6 +20,7 @@ DeliveryPool::~DeliveryPool()
     {
         MutexLock lock(mutex_);
         isStopping_ = true;
+        // Joined without the mutex, which the ending threads need. A delivery that runs ends within its timeout.
         threads.swap(threads_);
     }
     changed_.notify_all();
@@ -30,16 +31,19 @@ DeliveryPool::~DeliveryPool()
 
 void DeliveryPool::PushLatest(uint64_t client, const sptr<IRemoteObject>& object, Delivery delivery)
 {
+    // A delivery holds references to objects of the client; the last one sends a record, under locks of the transport.
     Delivery older;  // destroyed without the mutex
     MutexLock lock(mutex_);
     Line* line = OpenLine(client, object);
     if (line == nullptr) {
         return;
     }
+    // One may be running: it is not in the queue any more and is never replaced.
     if (line->waiting.empty()) {
         Enqueue(object, *line, std::move(delivery));
         return;
     }
+    // In place: the line keeps its turn in the ready list.
     older = std::exchange(line->waiting.front(), std::move(delivery));
     ++line->replaced;
     ++counts_.replaced;
@@ -49,6 +53,7 @@ bool DeliveryPool::PushAnswer(uint64_t client, const sptr<IRemoteObject>& object
 {
     MutexLock lock(mutex_);
     const auto known = clients_.find(client);
+    // Answers are never replaced, so their number must be limited. The caller refuses the query.
     if (known != clients_.end() && known->second.answers >= MAX_WAITING_ANSWERS) {
         return false;
     }
@@ -58,6 +63,8 @@ bool DeliveryPool::PushAnswer(uint64_t client, const sptr<IRemoteObject>& object
         ++clients_[line->client].answers;
         Enqueue(object, *line, std::move(delivery));
     }
+    // Also for a silent client, whose answer is dropped: it has called just now, so it is silent only if it was marked
+    // in this moment.
     return true;
 }
 
@@ -102,6 +109,7 @@ DeliveryPool::Line* DeliveryPool::OpenLine(uint64_t client, const sptr<IRemoteOb
 void DeliveryPool::Enqueue(const sptr<IRemoteObject>& object, Line& line, Delivery delivery)
 {
     line.waiting.push_back(std::move(delivery));
+    // Otherwise the line is in the ready list already, or returns to it when its delivery ends.
     if (line.waiting.size() == 1 && !line.isRunning) {
         ready_.push_back(object);
         StartThreadIfNeeded();
@@ -115,6 +123,8 @@ void DeliveryPool::ForgetWaiting(Line& line, const sptr<IRemoteObject>& object)
         ready_.erase(std::find(ready_.begin(), ready_.end(), object));
     }
     if (line.holdsAnswers) {
+        // A line holds either answers or replaceable pushes: the callback objects of the two are of different
+        // interfaces.
         clients_[line.client].answers -= line.waiting.size();
     }
     line.waiting.clear();
@@ -134,6 +144,7 @@ void DeliveryPool::CloseIfIdle(const sptr<IRemoteObject>& object)
 void DeliveryPool::CloseIfUnused(uint64_t client)
 {
     const auto known = clients_.find(client);
+    // A slow client is remembered without lines, since its next push must count as slow.
     if (known->second.lines == 0 && !known->second.isSlow) {
         clients_.erase(known);
     }
@@ -141,6 +152,7 @@ void DeliveryPool::CloseIfUnused(uint64_t client)
 
 void DeliveryPool::StartThreadIfNeeded()
 {
+    // A waiting thread for each ready line is enough. Threads are kept: pushes come in bursts.
     if (ready_.size() <= idle_ || threads_.size() >= MAX_THREADS) {
         return;
     }
@@ -154,6 +166,7 @@ void DeliveryPool::StartThreadIfNeeded()
 // Slow clients get one thread each, and few together; no client gets many.
 std::deque<sptr<IRemoteObject>>::iterator DeliveryPool::NextEligible()
 {
+    // The oldest that may run; lines of clients at their limit are passed over, not waited for.
     return std::find_if(ready_.begin(), ready_.end(), [this](const auto& object) TAVO_REQUIRES(mutex_) {
         const Client& client = clients_[lines_[object].client];
         return client.isSlow ? client.running == 0 && runningSlow_ < MAX_RUNNING_SLOW
@@ -179,12 +192,14 @@ void DeliveryPool::Work()
         Delivery delivery = std::move(line.waiting.front());
         line.waiting.pop_front();
         const uint32_t replaced = std::exchange(line.replaced, 0);
+        // The send may block for 8 s.
         lock.Unlock();
         int32_t status = IPC_EXCEPTION;
         try {
             status = delivery(replaced);
         } catch (...) {  // memory; the delivery is lost
         }
+        // Destroyed without the mutex as well.
         delivery = nullptr;
         lock.Lock();
         Finish(object, status);
@@ -195,8 +210,10 @@ void DeliveryPool::Begin(Line& line)
 {
     Client& client = clients_[line.client];
     ++client.running;
+    // A running delivery does not count as waiting.
     client.answers -= line.holdsAnswers ? 1 : 0;
     line.isRunning = true;
+    // Noted, since the client may become slow or recover while it runs; the count is lowered by what was added.
     line.runsAsSlow = client.isSlow;
     runningSlow_ += line.runsAsSlow ? 1 : 0;
 }
@@ -214,12 +231,14 @@ void DeliveryPool::Finish(const sptr<IRemoteObject>& object, int32_t status)
     }
     if (status == IPC_TIMED_OUT) {
         Silence(client, object, id);
+        // A success of another delivery that ran at the same time does not end the silence: only a call does.
     } else if (!client.isSilent) {
         client.isSlow = false;
         client.blocked = nullptr;
     }
     CloseIfIdle(object);
     if (!ready_.empty()) {
+        // More than one line may have become eligible: this one, and others of the same client.
         changed_.notify_all();
     }
 }
@@ -227,14 +246,14 @@ void DeliveryPool::Finish(const sptr<IRemoteObject>& object, int32_t status)
 void DeliveryPool::Silence(Client& client, const sptr<IRemoteObject>& object, uint64_t id)
 {
     ++counts_.timedOut;
+    // Several deliveries of the same client may time out one after the other.
     silent_ += client.isSilent ? 0 : 1;
     client.isSilent = true;
     client.isSlow = true;
     client.blocked = object;
-    VELTRA_SERVICE_LOGI(
-        "a push timed out: connection %llu is told nothing until it calls (time-outs %llu, replaced %llu)",
-        static_cast<unsigned long long>(id), static_cast<unsigned long long>(counts_.timedOut),
-        static_cast<unsigned long long>(counts_.replaced));
+    VELTRA_SERVICE_LOGI("a push timed out: connection %llu gets no more until it calls (time-outs %llu, replaced %llu)",
+                        static_cast<unsigned long long>(id), static_cast<unsigned long long>(counts_.timedOut),
+                        static_cast<unsigned long long>(counts_.replaced));
     for (auto& [other, line] : lines_) {
         if (line.client == id) {
             counts_.dropped += line.waiting.size();
@@ -242,6 +261,7 @@ void DeliveryPool::Silence(Client& client, const sptr<IRemoteObject>& object, ui
         }
     }
     for (auto line = lines_.begin(); line != lines_.end();) {
+        // Advanced first, because CloseIfIdle erases the entry.
         const sptr<IRemoteObject> other = (line++)->first;
         CloseIfIdle(other);
     }

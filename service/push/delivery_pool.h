@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Sends what the service has to tell its clients, on threads of its own, so that no client holds up another.
+// Sends pushes (events, samples, answers) to clients, on threads of its own, so that no client delays another.
 #ifndef VELTRA_SERVICE_DELIVERY_POOL_H
 #define VELTRA_SERVICE_DELIVERY_POOL_H
 
@@ -18,9 +18,9 @@
 
 namespace TAVO::Veltra {
 
-// At most one delivery is outstanding per callback object. A client whose callback blocks costs a thread until the
-// delivery times out (8 s); from then on it gets nothing until it calls again, and afterwards, until a delivery
-// succeeds, it shares few threads with its like. Any thread; nothing here waits for a client but the destructor.
+// At most one delivery is outstanding for each callback object. A client whose callback blocks occupies a thread until
+// the delivery times out (8 s). Then it is silent: it gets nothing until it calls again. After that it is slow: until a
+// delivery to it succeeds, all slow clients share MAX_RUNNING_SLOW threads. Any thread; only the destructor waits.
 class DeliveryPool {
 public:
     static constexpr size_t MAX_THREADS = 16;  // started when they are needed, kept
@@ -28,8 +28,8 @@ public:
     static constexpr size_t MAX_RUNNING_SLOW = 4;      // of all clients whose last delivery timed out, one each
     static constexpr size_t MAX_WAITING_ANSWERS = 16;  // per client
 
-    // Sends one request and gives what came of it: IPC_TIMED_OUT counts, everything else is the client's affair.
-    // `replaced` tells how many older deliveries to the same object never went out because of newer ones.
+    // Sends one request and returns its status: IPC_TIMED_OUT makes the client silent, any other status changes
+    // nothing. `replaced` is the number of older deliveries to the same object that newer ones have replaced.
     using Delivery = std::function<int32_t(uint32_t replaced)>;
 
     DeliveryPool() = default;
@@ -43,7 +43,7 @@ public:
     bool PushAnswer(uint64_t client, const sptr<IRemoteObject>& object, Delivery delivery);
     // Drops the deliveries that are queued for `object`. A delivery that has begun goes on.
     void Drop(const sptr<IRemoteObject>& object);
-    // The client has called: it may be pushed to again.
+    // The client has called: pushes to it are sent again.
     void Heard(uint64_t client)
     {
         if (silent_.load(std::memory_order_relaxed) > 0) {  // else no request pays for a lock

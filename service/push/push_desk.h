@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where every push passes: simulated faults spoil it, it is counted and recorded for watchers.
+// The one way of every push: it applies simulated faults, counts the push and records it for watchers.
 #ifndef VELTRA_SERVICE_PUSH_DESK_H
 #define VELTRA_SERVICE_PUSH_DESK_H
 
@@ -19,8 +19,8 @@ class PushDesk {
 public:
     PushDesk(const Simulation& simulation, WatchHub& hub) : simulation_(simulation), hub_(hub) {}
 
-    // The status of `send(spoil)`. `describe(note)` notes what is sent, if there is a watcher. `replaced`: how many older
-    // pushes never went out because of this one.
+    // The status of `send(spoil)`. `describe(note)` notes what is sent, if there is a watcher. `replaced`: how many
+    // older pushes this one has replaced.
     template <typename Send, typename Describe>
     int32_t Push(PushKind kind, pid_t process, uint32_t replaced, Send send, Describe describe) const
     {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How a push goes out: as it should, or as a simulated fault has it.
+// How a push is sent: as it should be, or changed by a simulated fault.
 #ifndef VELTRA_SERVICE_PUSH_MANNER_H
 #define VELTRA_SERVICE_PUSH_MANNER_H
 

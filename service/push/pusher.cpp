@@ -45,6 +45,7 @@ double Pusher::Tick(double now)
 
 double Pusher::TickEvents(double now)
 {
+    // A copy: subscriptions may come and go during the tick.
     const std::vector<Subscription> subscriptions = subscriptions_.All(Subject::EVENTS);
     std::vector<std::string> texts = simulation_.TakeTexts(now);
     if (subscriptions.empty()) {
@@ -54,6 +55,7 @@ double Pusher::TickEvents(double now)
     if (!isListening_) {
         texts.clear();  // what happened before anybody listened
     }
+    // Each change of the simulation has a number: a value that a tool sets is announced at once, not at the next look.
     const uint64_t number = simulation_.Number();
     const bool isSimulatedAnew = number != simulated_;
     simulated_ = number;
@@ -73,6 +75,7 @@ double Pusher::TickEvents(double now)
     for (Subscription subscription : subscriptions) {
         if (hasChanged || !texts.empty() || now >= subscription.due) {
             subscription.due = now + periods_().repeat;
+            // Before the push, so that a client which subscribes anew in its callback keeps its own time.
             subscriptions_.Advance(Subject::EVENTS, subscription);
             PushEvents(subscription, texts);
         }
@@ -100,7 +103,7 @@ double Pusher::TickGpu(double now)
     return next;
 }
 
-// Each text in an event of its own; an event without news tells the state.
+// Each text in an event of its own. Without a text, one event with the state.
 void Pusher::PushEvents(const Subscription& subscription, const std::vector<std::string>& texts)
 {
     const auto push = [this, &subscription](const std::string& text) {
@@ -114,6 +117,7 @@ void Pusher::PushEvents(const Subscription& subscription, const std::vector<std:
                 [&](PushSpoil spoil) { return GameEventCallbackProxy(object, spoil).OnGameCallbackEvent(info); },
                 [&info](Note& note) { Describe(info, note); });
         };
+        // Replaces an event of the same object that still waits; `replaced` then reaches the client as extraValue.
         pool_.PushLatest(subscription.client, subscription.object, deliver);
     };
     if (texts.empty()) {

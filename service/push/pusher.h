@@ -23,13 +23,13 @@ namespace TAVO::Veltra {
 class Pusher {
 public:
     struct Periods {
-        double look = 1;     // seconds between looks at the device while anybody is subscribed
+        double look = 1;     // seconds between readings of the device while a client is subscribed
         double repeat = 10;  // seconds after which a subscriber gets an event though nothing changed
     };
     static constexpr char STATE_EVENT[] = "deviceState";  // the text of such an event
 
-    // The caller keeps all referenced objects alive longer than the pusher, and `desk` longer than the pool. `periods` is called only while a client is
-    // subscribed.
+    // The caller keeps all referenced objects alive longer than the pusher, and `desk` longer than the pool. `periods`
+    // is called only while a client is subscribed.
     Pusher(const DeviceState& device, GpuCounterSource& gpu, Simulation& simulation, Subscriptions& subscriptions,
            DeliveryPool& pool, const PushDesk& desk, std::function<Periods()> periods)
         : device_(device),
@@ -42,8 +42,8 @@ public:
     {
     }
 
-    // Sends the pushes whose time has come at `now` (seconds of service time). Returns the time of the next one, infinity
-    // while no client is subscribed. Does not throw: without memory a push is left out.
+    // Sends the pushes whose time has come at `now` (seconds of service time). Returns the time of the next one,
+    // infinity while no client is subscribed. Does not throw: if out of memory a push is left out.
     double Tick(double now);
 
 private:

@@ -44,6 +44,7 @@ bool Subscriptions::Add(Subject subject, const Subscription& subscription, sptr<
         ForgetDead(subject, subscription.client, static_cast<const Recipient&>(*recipient));
     }
     if (entry.recipient != nullptr) {
+        // The replaced subscription's. Its notice may be running already and then finds another recipient in the entry.
         entry.subscription.object->RemoveDeathRecipient(entry.recipient);
     }
     replaced = entry.subscription.object;
@@ -80,6 +81,7 @@ void Subscriptions::Advance(Subject subject, const Subscription& subscription)
 {
     MutexLock lock(mutex_);
     const auto known = Of(subject).find(subscription.client);
+    // The object identifies the subscription: a new one has another.
     if (known != Of(subject).end() && known->second.subscription.object == subscription.object) {
         known->second.subscription.due = subscription.due;
         known->second.subscription.sent = subscription.sent;

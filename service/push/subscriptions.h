@@ -22,7 +22,7 @@ struct Subscription {
     uint64_t client = 0;  // the session of its process
     sptr<IRemoteObject> object;
     double interval = 0;  // GPU_COUNTERS: seconds of service time between batches
-    double due = 0;       // service time of the next push; what is past means now
+    double due = 0;       // service time of the next push; a past one means now
     uint64_t sent = 0;    // GPU_COUNTERS: samples so far
     pid_t process = 0;    // for what the service looks up about it
 };
@@ -38,7 +38,7 @@ public:
 
     std::vector<Subscription> All(Subject subject) const;
 
-    // Sets when the subscription is due again and what it has had, unless it has been removed or replaced since.
+    // Stores the next time and the number of samples of the subscription, unless it was removed or replaced meanwhile.
     void Advance(Subject subject, const Subscription& subscription);
 
 private:

@@ -68,8 +68,10 @@ double Curve::At(double seconds) const
     const double first = points_.front().first;
     const double last = points_.back().first;
     if (repeats_ && time > last && last > first) {
+        // The last point is where the first begins again, so it is never shown itself.
         time = first + std::fmod(time - first, last - first);
     }
+    // The first point after `time`.
     const auto next = std::upper_bound(points_.begin(), points_.end(), time,
                                        [](double value, const auto& point) { return value < point.first; });
     double value = points_.back().second;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A value over time, as a scenario draws it: points joined by straight lines, and noise that a seed repeats.
+// A value over time in a scenario: points joined by straight lines, and noise that is the same for each seed.
 #ifndef VELTRA_SERVICE_CURVE_H
 #define VELTRA_SERVICE_CURVE_H
 

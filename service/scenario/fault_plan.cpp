@@ -12,7 +12,7 @@
 #include <limits>
 
 #include "base/operation_names.h"
-#include "base/service_result.h"
+#include "service_result.h"
 
 namespace TAVO::Veltra {
 
@@ -108,9 +108,11 @@ void Fault::Spoil(MessageParcel& reply) const
 {
     if (kind == Kind::SHORT_REPLY) {
         const std::string written(reinterpret_cast<const char*>(reply.GetData()), reply.GetDataSize());
+        // Whole slots, as the transport requires: the data is short for the reader and valid for the platform.
         reply.SetData(written.data(), written.size() / 2 / Parcel::SLOT * Parcel::SLOT);
     } else if (kind == Kind::BAD_TEXT) {
         reply.SetData(nullptr, 0);
+        // Success, and then a text that is no document.
         reply.WriteInt32(0);
         reply.WriteString(text);
     }
@@ -132,6 +134,7 @@ void FaultPlan::Add(const ConfigNode& command, double now)
 {
     command.ExpectKeys({"do", "kind", "at", "for", "operation", "code", "seconds", "count", "text"});
     Fault fault = ParseFault(command);
+    // Checked after the parsing, so that a mistake is reported before the limit.
     fault.from += now;
     fault.until += now;
     if (faults_.size() >= MAX_FAULTS) {

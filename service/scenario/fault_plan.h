@@ -59,7 +59,7 @@ public:
     const std::vector<Fault>& All() const { return faults_; }
     const Fault* ForRequest(ServerCode code, double now) const;  // null: none
     const Fault* ForPush(double now) const;                      // null: none
-    // When the process is to end whatever is asked; infinity when it is not.
+    // When the process has to end without a request as the cause; infinity if it has not.
     double DeathTime() const;
     [[noreturn]] static void Die();
 

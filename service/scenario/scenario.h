@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A script for the service: what the device tells over time, what happens, what GPU counters say, what goes wrong.
+// A script for the service: device values over time, events, GPU counters and faults.
 #ifndef VELTRA_SERVICE_SCENARIO_H
 #define VELTRA_SERVICE_SCENARIO_H
 
@@ -17,10 +17,11 @@
 
 namespace TAVO::Veltra {
 
-// What the document says, in the time of the scenario. Never changes once it is read; docs/service.md describes the file.
+// What the document says, in the time of the scenario. Never changes once it is read; docs/service.md describes the
+// file.
 class Scenario {
 public:
-    // Throws ConfigError. The same file and seed tell the same story.
+    // Throws ConfigError. The same file and seed give the same values.
     static Scenario Load(const std::string& file, uint64_t seed);
     static Scenario Parse(const ConfigNode& root, uint64_t seed);
     // Every mistake of a scenario's text, by its place; empty: it can be played.

@@ -30,9 +30,11 @@ void Overlay(DeviceReading& reading, const std::string& key, int64_t value, cons
 DeviceReading SimulatedDevice::Read(const WantedState& wanted)
 {
     const std::shared_ptr<const Playing> playing = simulation_.Current();
+    // The usual case costs one atomic load.
     if (playing == nullptr) {
         return machine_->Read(wanted);
     }
+    // The order is the priority: the machine, then the scenario, then values that were set.
     DeviceReading reading = playing->hidesMachine ? DeviceReading() : machine_->Read(wanted);
     if (playing->scenario != nullptr) {
         const char* from = playing->hidesMachine ? "scenario" : "simulation";

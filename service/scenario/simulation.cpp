@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A change copies what is simulated, alters the copy and publishes it, so that readers hold a whole state for as long as
-// they need it and no lock while they use it. Requests that a fault keeps waiting wake up with every change and look
+// A change copies what is simulated, alters the copy and publishes it, so that readers hold a whole state for as long
+// as they need it and no lock while they use it. Requests that a fault keeps waiting wake up with every change and look
 // again: switching the simulation off releases them.
 #include "scenario/simulation.h"
 
@@ -50,6 +50,7 @@ double Playing::DeathTime() const
 
 std::shared_ptr<const Playing> Simulation::Current() const
 {
+    // Each request passes here; without a simulation it takes no lock.
     if (!isActive_.load(std::memory_order_relaxed)) {
         return nullptr;
     }
@@ -62,18 +63,22 @@ void Simulation::Change(const std::function<void(Playing&, double)>& change)
     {
         MutexLock lock(mutex_);
         const double now = clock_.Now();
+        // Copy, change, publish: readers keep the object that they have.
         auto next = playing_ == nullptr ? std::make_shared<Playing>() : std::make_shared<Playing>(*playing_);
         const std::shared_ptr<const Scenario> before = next->scenario;
         const double timeBefore = next->TimeAt(now);
         next->faults.Prune(now);
+        // May throw for a mistake in a command; nothing is published then.
         change(*next, now);
         if (next->scenario != before) {
             takenUpTo_ = -1;  // so that events at time 0 are sent too
         } else if (next->TimeAt(now) != timeBefore) {
+            // After a jump in time: events that were skipped are not sent.
             takenUpTo_ = next->TimeAt(now);
         }
         next->number = number_.load(std::memory_order_relaxed) + 1;
         number_.store(next->number, std::memory_order_relaxed);
+        // Null, so that requests take the short way again.
         playing_ = next->IsIdle() ? nullptr : std::move(next);
         isActive_.store(playing_ != nullptr, std::memory_order_relaxed);
     }
@@ -144,6 +149,7 @@ int32_t Simulation::Before(ServerCode code)
         if (fault->kind != Fault::Kind::HANG) {
             return fault->kind == Fault::Kind::REFUSE ? fault->code : 0;
         }
+        // The request occupies a worker of the platform meanwhile, as a service that hangs would.
         Wait(playing->number, until);
     }
 }

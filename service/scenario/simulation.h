@@ -28,7 +28,7 @@ struct RunningFault {
 struct Playing {
     std::shared_ptr<const Scenario> scenario;  // null: none
     std::string name;                          // of the scenario
-    bool hidesMachine = false;                 // it came with the service: what it does not draw is not known
+    bool hidesMachine = false;                 // given by --scenario: a value without a curve is unknown
     double time = 0;                           // of the scenario at `since`
     double since = 0;
     double pace = 1;  // seconds of the scenario per second of the service

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A command is one JSON object whose key "do" names the action. Each action checks its own keys with the reader that
-// scenario files have, so that a mistake is reported with its line and key path; a scenario in a command is parsed whole
-// before anything changes.
+// scenario files have, so that a mistake is reported with its line and key path; a scenario in a command is parsed
+// whole before anything changes.
 #include "scenario/simulation_command.h"
 
 #include <algorithm>
@@ -33,6 +33,7 @@ void Set(const ConfigNode& command, Simulation& simulation)
         values[key] = std::llround(member.Number(static_cast<double>(field->least), static_cast<double>(field->most)));
     }
     simulation.Change([&values](Playing& playing, double) {
+        // merge keeps what is there already: the new values.
         values.merge(playing.values);
         playing.values = std::move(values);
     });
@@ -68,6 +69,7 @@ void Load(const ConfigNode& command, Simulation& simulation)
     simulation.Change([&](Playing& playing, double now) {
         playing.scenario = std::move(scenario);
         playing.name = std::move(name);
+        // Unlike a scenario of the command line: the machine shows through where the scenario has no curve.
         playing.hidesMachine = false;
         playing.pace = 1 / simulation.Clock().Speed();
         playing.isPaused = false;
@@ -83,6 +85,7 @@ void Steer(const ConfigNode& command, Simulation& simulation, ChangeTime change)
         if (playing.scenario == nullptr) {
             command.Fail("no scenario is loaded; load one first");
         }
+        // Fixes the present time as the new origin before the pace changes; otherwise the time would jump.
         playing.SetTime(playing.TimeAt(now), now);
         change(playing);
     });
@@ -125,6 +128,7 @@ void PushEvent(const ConfigNode& command, Simulation& simulation)
 
 void AddFault(const ConfigNode& command, Simulation& simulation)
 {
+    // A mistake throws out of Change, which then publishes nothing.
     simulation.Change([&command](Playing& playing, double now) { playing.faults.Add(command, now); });
 }
 
@@ -183,6 +187,7 @@ Json::Value PerformCommand(const std::string& command, Simulation& simulation)
     }
     action->perform(root, simulation);
     Json::Value shown = root.Value();
+    // The command is recorded for watchers, and a scenario may have a megabyte.
     shown.removeMember("scenario");
     return shown;
 }

@@ -1,44 +1,49 @@
 // SPDX-License-Identifier: Apache-2.0
-// How often operations were called while a tool watched, and how long they took.
+// How often operations were called since the service started, and how long they took.
 #ifndef VELTRA_SERVICE_CALL_COUNTS_H
 #define VELTRA_SERVICE_CALL_COUNTS_H
 
 #include <json/value.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <map>
-#include <string_view>
 
-#include <tavo/mutex.h>
+#include "ipc/server_codes.h"
 
 namespace TAVO::Veltra {
 
-// Any thread.
+// Any thread, without a lock: each call costs two relaxed additions.
 class CallCounts {
 public:
-    // `operation` is a literal.
-    void Add(const char* operation, bool isRefused, std::chrono::nanoseconds duration);
-    // By operation: count, refused, p50us, p99us, maxus.
+    void Add(ServerCode code, bool isRefused, std::chrono::nanoseconds duration);
+    // By operation, for those that were called: count, refused, totalus, p50us, p99us, maxus, buckets.
     Json::Value Describe() const;
 
 private:
-    // Durations by powers of two, each in four steps: a quantile is exact to a quarter.
+    static constexpr size_t CODES = 32;
+    // Durations by powers of two, each in four steps: a quantile is exact to a quarter. The first bucket has all below
+    // 2^FIRST_POWER ns, the last one all from 2^LAST_POWER ns on.
     static constexpr size_t STEPS = 4;
-    static constexpr size_t BUCKETS = 48 * STEPS;
+    static constexpr size_t FIRST_POWER = 8;  // 256 ns
+    static constexpr size_t LAST_POWER = 34;  // 17 s: longer than a caller waits
+    static constexpr size_t BUCKETS = (LAST_POWER - FIRST_POWER) * STEPS + 2;
     struct Operation {
-        uint64_t count = 0;
-        uint64_t refused = 0;
-        std::chrono::nanoseconds longest{0};
-        std::array<uint32_t, BUCKETS> buckets{};
+        std::atomic<uint64_t> refused{0};
+        std::atomic<int64_t> total{0};    // ns
+        std::atomic<int64_t> longest{0};  // ns
+        std::array<std::atomic<uint64_t>, BUCKETS> buckets{};
     };
-    static size_t BucketOf(uint64_t nanoseconds);
-    static double Quantile(const Operation& operation, double share);  // microseconds
+    using Buckets = std::array<uint64_t, BUCKETS>;
 
-    mutable Mutex mutex_;
-    std::map<std::string_view, Operation> operations_ TAVO_GUARDED_BY(mutex_);
+    static size_t BucketOf(uint64_t nanoseconds);
+    static double UpperBound(size_t bucket);  // ns; of all but the last
+    static Json::Value DescribeOperation(const Operation& operation, const Buckets& buckets, uint64_t count);
+    static double Quantile(const Buckets& buckets, uint64_t count, double share, double longest);
+
+    std::array<Operation, CODES> operations_;  // by ServerCode
 };
 
 }  // namespace TAVO::Veltra

@@ -28,6 +28,7 @@ void Note::Texts(const char* name, const std::vector<std::string>& texts)
 
 void Note::Pairs(const char* name, const std::map<std::string, std::string>& pairs)
 {
+    // With the count of all pairs, if not all are kept.
     Add({Kind::OBJECT, name, Surplus(pairs.size()), {}, {}});
     size_t count = 0;
     for (auto pair = pairs.begin(); pair != pairs.end() && count < MAX_LIST_ITEMS; ++pair, ++count) {
@@ -74,6 +75,7 @@ void Note::Add(Item item)
         isFull_ = isCut_ = true;  // objects that are open are closed where this is formatted
         return;
     }
+    // Most requests have fewer than eight arguments: one allocation.
     if (items_.empty()) {
         items_.reserve(8);
     }

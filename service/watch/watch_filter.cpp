@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// A filter is parsed once, when watching begins; a mistake in it refuses the request. Lets() runs for each record on
+// the thread of the hub and compares only.
 #include "watch/watch_filter.h"
 
 #include "base/config_node.h"
@@ -22,6 +24,7 @@ WatchFilter WatchFilter::Parse(const std::string& text)
     const ConfigNode root = ConfigNode::Parse(text, "filter");
     root.ExpectKeys({"calls", "pushes", "device", "pid", "operation"});
     const auto read = [&root, &filter](const char* key, WatchRecord::Kind kind) {
+        // Left out means wanted.
         filter.kinds.set(static_cast<size_t>(kind), !root.Has(key) || root.Member(key).Flag());
     };
     read("calls", WatchRecord::Kind::CALL);
@@ -49,6 +52,7 @@ bool WatchFilter::Lets(const WatchRecord& record) const
     if (!kinds.test(static_cast<size_t>(record.kind))) {
         return false;
     }
+    // A record without a process (a device value, a simulation command) concerns all of them.
     if (!processes.empty() && record.process != 0 && processes.count(record.process) == 0) {
         return false;
     }

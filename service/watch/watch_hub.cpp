@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The thread of the hub starts with the first watcher and sleeps while there is none. Else it wakes up at each interval,
-// or when the queue is half full, takes all records at once, makes lines of them and sends these. Once a second it looks
-// at what causes no record by itself: values of the device that have changed, games that have come or ended.
+// The thread of the hub starts with the first watcher and sleeps while there is none. Else it wakes up at each
+// interval, or when the queue is half full, takes all records at once, makes lines of them and sends these. Once a
+// second it looks at what causes no record by itself: values of the device that have changed, games that have come or
+// ended.
 #include "watch/watch_hub.h"
 
 #include <algorithm>
@@ -52,9 +53,6 @@ WatchHub::~WatchHub()
 
 void WatchHub::Add(WatchRecord record)
 {
-    if (record.kind == WatchRecord::Kind::CALL) {
-        calls_.Add(record.name, record.code != 0, record.duration);
-    }
     bool isHalfFull = false;
     {
         MutexLock lock(mutex_);
@@ -77,6 +75,7 @@ void WatchHub::Add(WatchRecord record)
 void WatchHub::CountPush(PushKind kind, bool isDone, uint32_t replaced)
 {
     PushCount& count = pushes_[static_cast<size_t>(kind)];
+    // Counted without a watcher too: these are few, unlike calls.
     (isDone ? count.sent : count.failed).fetch_add(1, std::memory_order_relaxed);
     count.dropped.fetch_add(replaced, std::memory_order_relaxed);
 }
@@ -93,8 +92,10 @@ bool WatchHub::AddWatcher(uint64_t client, WatchFilter filter, const sptr<IVeltr
             return false;
         }
     }
+    // Without the mutex: it adds a death recipient.
     const bool isAdded = watchers_->Add(client, std::move(filter), watcher);
     MutexLock lock(mutex_);  // so that the thread is not between its look at the watchers and its sleep
+    hasNewWatcher_ = true;
     news_.notify_all();
     return isAdded;
 }
@@ -120,8 +121,7 @@ void WatchHub::Run()
         {
             MutexLock lock(mutex_);
             if (watchers_->Count() == 0) {
-                device_.clear();  // the next watcher gets all of it
-                games_.clear();
+                games_.clear();  // the next watcher gets all of them
                 lock.Wait(news_, [this]() TAVO_REQUIRES(mutex_) { return isStopping_ || watchers_->Count() > 0; });
             }
             lock.WaitUntil(news_, Clock::now() + INTERVAL,
@@ -129,10 +129,15 @@ void WatchHub::Run()
             if (isStopping_) {
                 return;
             }
+            // All at once, so that requests of games wait for the mutex as shortly as possible.
             records.swap(queue_);
             queuedBytes_ = 0;
+            // Room for as many as last time, so that the vector rarely grows under the mutex, in a request.
             queue_.reserve(std::min(records.size(), MAX_QUEUED / 2));
             lost = std::exchange(lost_, 0);
+            if (std::exchange(hasNewWatcher_, false)) {
+                device_.clear();  // so that it gets all values, though none has changed
+            }
         }
         try {
             watchers_->Distribute(records, lost);
@@ -158,6 +163,7 @@ void WatchHub::Look()
 void WatchHub::LookAtDevice(Clock::time_point now)
 {
     std::map<std::string, int64_t> values = looks_.device();
+    // Repeated without a change, so that a recording shows that the service was alive.
     if (values == device_ && now < deviceSentAt_ + DEVICE_REPEAT) {
         return;
     }
@@ -186,6 +192,7 @@ void WatchHub::LookAtGames()
             Add(std::move(record));
         }
     };
+    // Both lists are sorted, as set_difference requires.
     report(games, games_, "connected");
     report(games_, games, "ended");
     games_ = std::move(games);

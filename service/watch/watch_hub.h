@@ -3,6 +3,8 @@
 #ifndef VELTRA_SERVICE_WATCH_HUB_H
 #define VELTRA_SERVICE_WATCH_HUB_H
 
+#include <json/value.h>
+
 #include <array>
 #include <atomic>
 #include <condition_variable>
@@ -16,7 +18,6 @@
 
 #include <tavo/mutex.h>
 
-#include "watch/call_counts.h"
 #include "watch/watch_record.h"
 #include "watch/watchers.h"
 
@@ -44,7 +45,7 @@ public:
     WatchHub& operator=(const WatchHub&) = delete;
 
     bool Wants(WatchRecord::Kind kind) const { return watchers_->Want(kind); }
-    // Sets the time of the record, and counts it where it is a call.
+    // Sets the time of the record.
     void Add(WatchRecord record);
     void CountPush(PushKind kind, bool isDone, uint32_t replaced);
 
@@ -53,7 +54,6 @@ public:
     bool RemoveWatcher(uint64_t client) { return watchers_->Remove(client); }
 
     size_t Count() const { return watchers_->Count(); }
-    Json::Value DescribeCalls() const { return calls_.Describe(); }
     Json::Value DescribePushes() const;
 
 private:
@@ -71,7 +71,6 @@ private:
 
     const Looks looks_;
     const sptr<Watchers> watchers_{new Watchers()};
-    CallCounts calls_;
     std::array<PushCount, PUSH_KINDS> pushes_;
 
     mutable Mutex mutex_;
@@ -80,6 +79,7 @@ private:
     size_t queuedBytes_ TAVO_GUARDED_BY(mutex_) = 0;
     uint64_t lost_ TAVO_GUARDED_BY(mutex_) = 0;  // of the queue, since it was taken last
     int64_t lastTime_ TAVO_GUARDED_BY(mutex_) = 0;
+    bool hasNewWatcher_ TAVO_GUARDED_BY(mutex_) = false;
     bool isStopping_ TAVO_GUARDED_BY(mutex_) = false;
     std::thread thread_ TAVO_GUARDED_BY(mutex_);
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Lines are put together as text and not as a tree of values: a watched service makes one for each request of each game,
-// and a tree takes ten times as long.
+// Lines are put together as text and not as a tree of values: a watched service makes one for each request of each
+// game, and a tree takes ten times as long.
 #include "watch/watch_record.h"
 
 #include <json/writer.h>
@@ -33,6 +33,7 @@ void AppendText(std::string_view text, std::string& line)
         if (!isFirst) {
             line += "\\u0000";
         }
+        // The library's function ends at a NUL, so the text is quoted piece by piece, with the NULs in between.
         const std::string quoted = Json::valueToQuotedString(std::string(text.substr(0, end)).c_str());
         line.append(quoted, 1, quoted.size() - 2);
         if (end == std::string_view::npos) {
@@ -128,6 +129,7 @@ void AppendItems(const Note& note, std::string& line)
             AppendValue(item, line);
         }
     }
+    // A note that was full has no END items for its open levels.
     while (open.size() > 1) {
         Close(open, line);
     }
@@ -203,6 +205,7 @@ std::string MakeLine(const WatchRecord& record, bool hasValues)
 std::string WatchRecord::Line() const
 {
     std::string line = MakeLine(*this, true);
+    // Escapes may make a line six times as long as its text.
     return line.size() <= MAX_LINE_BYTES ? line : MakeLine(*this, false);
 }
 

@@ -33,6 +33,7 @@ bool Watchers::Add(uint64_t client, WatchFilter filter, const sptr<IVeltraWatche
     auto added = std::make_shared<Watcher>(Watcher{std::move(filter), watcher, recipient, {}, 0});
     {
         MutexLock lock(mutex_);
+        // A process that replaces its own watcher is always admitted.
         if (watchers_.size() >= MAX_WATCHERS && watchers_.count(client) == 0) {
             return false;
         }
@@ -86,6 +87,7 @@ void Watchers::Distribute(const std::vector<WatchRecord>& records, uint64_t lost
 {
     const std::vector<std::shared_ptr<Watcher>> all = All();
     for (const std::shared_ptr<Watcher>& watcher : all) {
+        // Lost before they were distributed: no watcher has them.
         watcher->dropped += lost;
     }
     for (const WatchRecord& record : records) {
@@ -94,6 +96,7 @@ void Watchers::Distribute(const std::vector<WatchRecord>& records, uint64_t lost
             if (!watcher->filter.Lets(record)) {
                 continue;
             }
+            // Encoded once for all watchers, and not at all if no filter lets it pass.
             if (line.empty()) {
                 line = record.Line();
             }
@@ -118,12 +121,14 @@ void Watchers::SendTo(Watcher& watcher)
     size_t sent = 0;
     while (sent < watcher.waiting.size() || watcher.dropped > 0) {
         const std::string_view rest = std::string_view(watcher.waiting).substr(sent);
+        // Whole lines only; the limit is larger than the longest line.
         const size_t end =
             rest.size() <= MAX_WATCH_BATCH_BYTES ? rest.size() : rest.rfind('\n', MAX_WATCH_BATCH_BYTES - 1) + 1;
         // A dead watcher is removed by its death notice; until then its records wait, or are counted.
         if (watcher.object->OnRecords(std::string(rest.substr(0, end)), watcher.dropped) != IPC_OK) {
             break;
         }
+        // Reported with this batch.
         watcher.dropped = 0;
         sent += end;
     }
@@ -148,6 +153,8 @@ void Watchers::CountWanted()
     for (const auto& [client, watcher] : watchers_) {
         wanted |= watcher->filter.kinds.to_ulong();
     }
+    // The one atomic that a request reads without a watcher. A request that reads the old value loses or adds one
+    // record.
     wanted_.store(static_cast<uint32_t>(wanted), std::memory_order_relaxed);
 }
 

@@ -36,7 +36,7 @@ public:
         return (wanted_.load(std::memory_order_relaxed) & 1U << static_cast<size_t>(kind)) != 0;
     }
 
-    // Queues the records for each watcher that wants them. `lost`: how many more there were, which all have missed.
+    // Queues the records for each watcher whose filter lets them pass. `lost`: how many more there were, lost for all.
     void Distribute(const std::vector<WatchRecord>& records, uint64_t lost);
     // Sends queued records until a watcher's connection is full.
     void Send();

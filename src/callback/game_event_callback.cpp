@@ -32,6 +32,7 @@ try {
         VELTRA_LOGW("the callback from framework is nullptr");
         return RESULT_OK;
     }
+    // Destroys the earlier callback of the key, under the mutex: so never while it runs.
     callbacks_[key] = std::move(callback);
     return RESULT_OK;
 } catch (...) {  // no memory for a new key
@@ -55,6 +56,8 @@ int32_t GameEventCallback::OnGameCallbackEvent(const GameCallbackEventInfo& info
 {
     VELTRA_LOGD("OnGameCallbackEvent");
     MutexLock lock(mutex_);
+    // Ascending keys. The mutex is held during the callbacks, so a callback that registers or removes one waits for
+    // itself: veltra_callbacks.h forbids it.
     for (const auto& [key, callback] : callbacks_) {
         const int32_t result = Deliver(*callback, info);
         if (result != RESULT_OK) {

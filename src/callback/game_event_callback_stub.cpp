@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// One request: a game event. The table checks code and token; the record is read without a check, because a short one
+// reads as empty text and zeros, which the game gets as an event without values.
 #include "callback/game_event_callback_stub.h"
 
 #include "ipc/game_event_encoding.h"

@@ -19,6 +19,7 @@ int32_t GpuCounterCallBack::SetProcessCallback(std::unique_ptr<GpuCounterCallBac
 int32_t GpuCounterCallBack::OnGpuData(std::vector<GpuPerfInfo>& infos)
 {
     MutexLock lock(mutex_);
+    // Null until the service has accepted the stream: batches before that are dropped.
     return callback_ != nullptr ? callback_->OnGpuData(infos) : RESULT_OK;
 }
 

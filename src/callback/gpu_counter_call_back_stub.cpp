@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// One request: a list of samples, up to 44 MiB. It is decoded completely before the game sees it; a list that does not
+// decode is refused as a whole.
 #include "callback/gpu_counter_call_back_stub.h"
 
 #include "tavo/read_vector_from_parcel.h"

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+// Two callbacks with a mutex each, since one object serves one query: an answer to the other kind is of no concern.
 #include "callback/resource_pre_download_callback.h"
 
 #include <utility>

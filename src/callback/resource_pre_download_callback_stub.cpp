@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// Two requests, the answers to the two resource queries. Counts come from another process: a count above the limit is
+// refused before an element is read, and a list grows with what is present, not with its count.
 #include "callback/resource_pre_download_callback_stub.h"
 
 #include "tavo/read_vector_from_parcel.h"

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The device-state query: the service's JSON text becomes a record.
+// The device-state query: the service's JSON text becomes a record. The text comes from another process and is treated
+// as hostile: its size is limited, its depth is checked before the parser runs (JsonUtils), and every member is tested
+// for its type. Members that are missing or have another type leave the record's default.
 #include <json/value.h>
 
 #include <limits>
@@ -74,6 +76,7 @@ try {
     if (response.size() <= MAX_DOCUMENT_BYTES) {
         root = JsonUtils::StringToJson(response);
     }
+    // A text that was cut off yields its beginning (StringToJson), so an object here need not be complete.
     if (root.empty() || !root.isObject()) {
         info.resultCode = RESULT_BAD_DEVICE_STATE;
         return;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The operations that only forward: find the service, ask it, pass its answer on.
+// The operations that only forward: find the service, call it, return its answer. Nothing may throw into the game, so
+// each has a catch-all, whose result is the one for a missing service: out of memory, the request was not made either.
 #include <utility>
 
 #include "client/veltra_server_client_proxy.h"

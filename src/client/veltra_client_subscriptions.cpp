@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The operations that give the service an object to call back: each makes it, keeps it and lets it go.
+// The operations that send the service an object to call back: each creates the object, keeps it and releases it.
 //
-// No lock guards the fields they use: callers take turns. A game's callback that no object took, or whose object
-// nobody else holds, is destroyed before the operation returns.
+// No lock guards the fields they use: callers take turns. A game's callback is destroyed before the operation returns
+// if no object accepted it, or if the service holds no reference to its object.
 #include <utility>
 
 #include "callback/game_event_callback.h"
@@ -15,8 +15,8 @@
 
 namespace TAVO::Veltra {
 
-// Deliberate: once registered, keys are only added here, after a restart of the service too; a game that wants to be
-// heard by the new one unregisters first.
+// Deliberate: once registered, keys are only added here, also after a restart of the service. A game that wants events
+// from the new service unregisters first.
 int32_t VeltraClientProxy::RegisterGameCallback(std::unique_ptr<GameEventCallbackBase> callback, int32_t key)
 try {
     if (IpcThreads::IsForkedChild()) {  // Before the endpoint's lock, which a thread of the parent may hold.
@@ -30,10 +30,11 @@ try {
     if (service == nullptr) {
         return RESULT_NO_SERVICE;
     }
-    const auto callbacks = MakeRef<GameEventCallback>();
+    const sptr<GameEventCallback> callbacks(new GameEventCallback());
     if (const int32_t result = callbacks->AddCallback(std::move(callback), key); result != RESULT_OK) {
         return result;
     }
+    // Before the request: the service may send the first event before its answer arrives.
     callbackPtr_ = callbacks;
     if (service->RegisterCallBack(callbacks) != RESULT_OK) {
         callbackPtr_ = nullptr;
@@ -60,6 +61,7 @@ try {
         VELTRA_LOGW("callbackPtr_ is nullptr!");
         return RESULT_CALLBACK_MISSING;
     }
+    // Waits for an event that is being delivered: afterwards the game may destroy what its callback uses.
     callbackPtr_->RemoveCallback(key);
     if (callbackPtr_->HasCallBacks()) {
         return RESULT_OK;
@@ -87,7 +89,8 @@ try {
     if (service == nullptr) {
         return RESULT_NO_SERVICE;
     }
-    const auto samples = MakeRef<GpuCounterCallBack>();
+    const sptr<GpuCounterCallBack> samples(new GpuCounterCallBack());
+    // Replaces the object of an earlier stream, which the service still holds until it has accepted this one.
     gpuCallbackPtr_ = samples;
     const int32_t result = service->StartGetGpuPerfInfo(value, samples);
     if (result != RESULT_OK) {
@@ -127,7 +130,7 @@ try {
     if (service == nullptr) {
         return RESULT_NO_SERVICE;
     }
-    const auto answers = MakeRef<ResourcePreDownloadCallback>();
+    const sptr<ResourcePreDownloadCallback> answers(new ResourcePreDownloadCallback());
     resourceCallbackPtr_ = answers;
     answers->SetQueryAppResourceInfoCallback(std::move(callback));
     const int32_t result = service->QueryAppResourceInfos(bundleNames, answers);
@@ -149,7 +152,7 @@ try {
         VELTRA_LOGE("get veltraServerProxy failed!");
         return RESULT_NO_SERVICE;
     }
-    const auto answers = MakeRef<ResourcePreDownloadCallback>();
+    const sptr<ResourcePreDownloadCallback> answers(new ResourcePreDownloadCallback());
     answers->SetGetAppPrioritysCallback(std::move(callback));
     const int32_t result = service->GetAppPrioritys(bundleNames, answers);
     if (result != RESULT_OK) {

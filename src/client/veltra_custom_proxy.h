@@ -19,7 +19,7 @@ public:
     VeltraCustomProxy& operator=(const VeltraCustomProxy&) = delete;
 
     // The service if it is running, looked up anew by each call; waits for nothing. Null when there is none; without a
-    // manager or without memory the field stays as it was.
+    // manager or out of memory the field stays as it was.
     sptr<IVeltraServerInterface> GetServiceProxy();
 
     // The contract of VeltraClient.

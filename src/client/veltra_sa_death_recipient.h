@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Told when a service that was loaded for this process dies.
+// Notified when a service that was loaded for this process dies.
 #ifndef VELTRA_CLIENT_VELTRA_SA_DEATH_RECIPIENT_H
 #define VELTRA_CLIENT_VELTRA_SA_DEATH_RECIPIENT_H
 
@@ -11,7 +11,7 @@ namespace TAVO::Veltra {
 class VELTRA_EXPORT VeltraSaDeathRecipient : public IRemoteObject::DeathRecipient {
 public:
     VeltraSaDeathRecipient();
-    // On the delivery thread: passes the news to the client proxy.
+    // On the delivery thread: forwards the notice to the client proxy.
     void OnRemoteDied(const wptr<IRemoteObject>& object) override;
     ~VeltraSaDeathRecipient() override;
 };

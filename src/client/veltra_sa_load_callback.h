@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Told by the manager how a load of the service ended; one for each attempt.
+// Notified by the manager of the outcome of a load; one object for each attempt.
 #ifndef VELTRA_CLIENT_VELTRA_SA_LOAD_CALLBACK_H
 #define VELTRA_CLIENT_VELTRA_SA_LOAD_CALLBACK_H
 

@@ -1,8 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// The connection: how the service is found, loaded on demand, and dropped when it dies.
+// The connection: how the service is found, loaded on demand, and dropped when it dies. Each operation asks the manager
+// anew, which costs no round trip while the platform remembers a living service. So a service that has died and been
+// replaced is noticed by the next call, with or without a death notice. proxyMutex_ is held during calls to the
+// manager; the wait for a load releases it, so that the load callback, which needs it, can run, and further callers can
+// join.
 #include "client/veltra_server_client_proxy.h"
 
 #include <chrono>
+#include <mutex>
 
 #include "callback/game_event_callback.h"
 #include "callback/gpu_counter_call_back.h"
@@ -21,9 +26,10 @@ constexpr std::chrono::seconds LOAD_WAIT{10};
 
 }  // namespace
 
-VeltraClientProxy::VeltraClientProxy() : deathRecipient_(MakeRef<VeltraSaDeathRecipient>()) {}
+VeltraClientProxy::VeltraClientProxy() : deathRecipient_(new VeltraSaDeathRecipient()) {}
 
-// Tells the service nothing. The members go in the reverse of their order: the callback objects before the rest.
+// Sends nothing to the service. Members are destroyed in the reverse of their order: the callback objects before the
+// rest.
 VeltraClientProxy::~VeltraClientProxy()
 {
     MutexLock lock(proxyMutex_);
@@ -51,10 +57,11 @@ try {
     VELTRA_LOGW("Check systemAbility not exist and try to release veltra_server proxy.");
     ReleaseServiceProxy();
     VELTRA_LOGI("Try load systemAbility.");
-    const sptr<VeltraSaLoadCallback> callback = MakeRef<VeltraSaLoadCallback>();
-    if (manager->LoadAbility(VELTRA_SERVER_SA_ID, callback) != ABILITY_OK) {
+    // The manager holds it until the load has ended; this function may have given up long before.
+    const sptr<VeltraSaLoadCallback> callback(new VeltraSaLoadCallback());
+    if (manager->LoadAbility(VELTRA_SERVER_SA_ID, callback) != 0) {
         VELTRA_LOGW("Failed to load systemAbility.");
-    } else if (WaitForServiceProxy(lock)) {
+    } else if (WaitForServiceProxy()) {
         VELTRA_LOGI("Load systemAbility succeeded.");
     } else {
         VELTRA_LOGW("Load systemAbility timeout.");
@@ -66,11 +73,14 @@ try {
 
 // Deliberate: only a proxy ends the wait. A failed load may be followed by a success of the same start, and callers
 // would otherwise ask again at once, in a loop.
-bool VeltraClientProxy::WaitForServiceProxy(MutexLock& lock)
+bool VeltraClientProxy::WaitForServiceProxy()
 {
     const auto deadline = std::chrono::steady_clock::now() + LOAD_WAIT;
-    return lock.WaitUntil(proxyCondition_, deadline,
-                          [this]() TAVO_REQUIRES(proxyMutex_) { return serviceProxy_ != nullptr; });
+    std::unique_lock<std::mutex> lock(proxyMutex_, std::adopt_lock);  // the caller's; only for the condition
+    const bool isLoaded = proxyCondition_.wait_until(
+        lock, deadline, [this]() TAVO_REQUIRES(proxyMutex_) { return serviceProxy_ != nullptr; });
+    lock.release();
+    return isLoaded;
 }
 
 void VeltraClientProxy::ReleaseServiceProxy()
@@ -78,6 +88,8 @@ void VeltraClientProxy::ReleaseServiceProxy()
     if (serviceProxy_ == nullptr) {
         return;
     }
+    // Under proxyMutex_: RemoveDeathRecipient does not wait for a notice that is being delivered, which may wait for
+    // this lock.
     const sptr<IRemoteObject> object = serviceProxy_->AsObject();
     if (object != nullptr) {
         object->RemoveDeathRecipient(deathRecipient_);
@@ -116,6 +128,8 @@ void VeltraClientProxy::LoadSystemAbilityFail()
 // Deliberate: subscriptions are not touched. The next operation connects again.
 void VeltraClientProxy::OnRemoteSaDead(const wptr<IRemoteObject>& /*object*/)
 {
+    // Runs on the delivery thread, at any time after the death. The field may hold the next service by now and is
+    // dropped all the same: the next call checks again.
     VELTRA_LOGI("OnRemoteSaDead");
     MutexLock lock(proxyMutex_);
     ReleaseServiceProxy();
@@ -123,6 +137,7 @@ void VeltraClientProxy::OnRemoteSaDead(const wptr<IRemoteObject>& /*object*/)
 
 sptr<IVeltraServerInterface> VeltraClientProxy::FindService()
 {
+    // The call goes through this reference, never through the field: another thread may drop the field during the call.
     sptr<IVeltraServerInterface> service = GetServiceProxy();
     if (!HasServiceProxy()) {
         service = nullptr;

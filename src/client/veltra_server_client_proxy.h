@@ -34,9 +34,10 @@ public:
 
     // Connection.
 
-    // The service, looked up anew by each call and loaded if it is not running: up to 10 s under proxyMutex_, so that
-    // callers queue up and only one of them loads. Null when there is none; without a manager or without memory the
-    // field stays as it was.
+    // Returns the service, looked up anew by each call and loaded if it is not running. Calls to the manager are made
+    // under proxyMutex_, one caller after the other; the wait for a load, up to 10 s, releases it, so that several
+    // callers wait for one start at the same time. Null if there is no service; without a manager or out of memory
+    // the field keeps its value.
     sptr<IVeltraServerInterface> GetServiceProxy();
     // Drops the connection and its death notice.
     void ReleaseServiceProxy() TAVO_REQUIRES(proxyMutex_);
@@ -58,9 +59,10 @@ public:
 
     // Subscriptions: the contracts of VeltraClient.
 
-    // Asks the service by the first key only, later ones join its object; the service's death changes nothing here.
+    // Sends a request for the first key only, later ones share its object. The death of the service changes nothing
+    // here.
     int32_t RegisterGameCallback(std::unique_ptr<GameEventCallbackBase> callback, int32_t key);
-    // Asks the service when the last key is gone. Without a service the registration stays, with no keys.
+    // Sends a request when the last key is removed. Without a service the registration stays, without keys.
     int32_t UnRegisterGameCallback(int32_t key);
     int32_t StartGetGpuPerfInfo(int32_t value, std::unique_ptr<GpuCounterCallBackBase> callback);
     int32_t StopGetGpuPerfInfo();
@@ -78,11 +80,11 @@ public:
 
 private:
     // Reads the field without the lock, on purpose: a null test of an sptr is no data race, and the field may be
-    // replaced at any time all the same. Calls go through the reference that GetServiceProxy returned.
+    // replaced at any time anyway. Calls go through the reference that GetServiceProxy returned.
     bool HasServiceProxy() const TAVO_NO_THREAD_ANALYSIS { return serviceProxy_ != nullptr; }
     // The service for one operation: null when the field is null or GetServiceProxy returned no reference.
     VELTRA_HIDDEN sptr<IVeltraServerInterface> FindService();
-    VELTRA_HIDDEN bool WaitForServiceProxy(MutexLock& lock) TAVO_REQUIRES(proxyMutex_);
+    VELTRA_HIDDEN bool WaitForServiceProxy() TAVO_REQUIRES(proxyMutex_);
 
     Mutex proxyMutex_;                        // released while GetServiceProxy waits for a load
     std::condition_variable proxyCondition_;  // notified when a load succeeded with an object, or failed
@@ -92,7 +94,7 @@ private:
     sptr<GameEventCallback> callbackPtr_;                    // null: nothing registered
     sptr<GpuCounterCallBack> gpuCallbackPtr_;                // null: no stream
     sptr<ResourcePreDownloadCallback> resourceCallbackPtr_;  // of the latest QueryAppResourceInfos, null if refused
-    bool isRegistered_ = false;                              // the service has taken callbackPtr_
+    bool isRegistered_ = false;                              // the service has accepted callbackPtr_
 };
 
 }  // namespace TAVO::Veltra

@@ -9,6 +9,7 @@ namespace {
 
 using Info = GameCallbackEventInfo;
 
+// The order on the wire, for both sides. resultCode does not travel: it is set by the receiver.
 constexpr int32_t Info::*NUMBERS[] = {&Info::tempLevel,         &Info::gpuLoadLevel,     &Info::vertexLoadLevel,
                                       &Info::fragmentLoadLevel, &Info::textureLoadLevel, &Info::bandwidthLoadLevel,
                                       &Info::currentFrequency,  &Info::thermalMargin,    &Info::thermalTrend,

@@ -20,6 +20,8 @@ bool GameSceneBundle::IsWithinBounds() const
 
 bool GameSceneBundle::Marshalling(Parcel& parcel) const
 {
+    // Checked on both sides: the sender so that a game gets its error at once, the receiver because it trusts no
+    // sender.
     if (!IsWithinBounds() || !parcel.WriteInt32(sceneId) || !parcel.WriteString(sceneName) ||
         !parcel.WriteInt32(static_cast<int32_t>(attributes.size()))) {
         return false;
@@ -40,6 +42,7 @@ bool GameSceneBundle::ReadFields(Parcel& parcel)
         std::string key;
         std::string value;
         if (!parcel.ReadString(key) || !parcel.ReadString(value) ||
+            // Strictly ascending keys: equal ones would silently drop an attribute, and each insertion is at the end.
             (!attributes.empty() && key <= attributes.rbegin()->first)) {
             return false;
         }

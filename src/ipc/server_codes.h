@@ -39,7 +39,7 @@ enum class CallbackCode : uint32_t {
     QUERY_APP_RESOURCE_INFOS = 18  // IResourcePreDownloadNativeCallback
 };
 
-// Most pairs that the client takes from a reply. The first is cut with a warning, the second silently.
+// Most pairs that the client reads from a reply. The first is cut with a warning, the second silently.
 constexpr int32_t MAX_APP_TYPES = 1000;
 constexpr int32_t MAX_FUNCTION_STATUSES = 100;
 // Most texts of an answer to GetAppPrioritys; more is refused.

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The encodings of the records that travel in lists: field after field, no tags; the service writes the same.
+// The encodings of the records that travel in lists: field after field, without tags, so order and types are the whole
+// contract between library and service. Reading stops at the first field that is missing.
 #include "veltra_records.h"
 
 #include <memory>
@@ -51,6 +52,7 @@ bool GpuPerfInfo::Marshalling(Parcel& parcel) const
            parcel.WriteUint32(uint10);
 }
 
+// Lists of samples do not use this: the list reader copies samples of fixed size, up to 524,288 of them.
 GpuPerfInfo* GpuPerfInfo::Unmarshalling(Parcel& parcel)
 {
     return NewFrom<GpuPerfInfo>(parcel);

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The requests and replies that carry lists and maps. What memory running out throws here ends as no service.
+// The requests and replies that carry lists and maps. Counts in a reply are limited before the loop, and elements that
+// are missing read as empty: so a hostile count costs at most its limit. An exception can only be bad_alloc and becomes
+// the result for a missing service.
 #include <algorithm>
 
 #include "ipc/server_request.h"

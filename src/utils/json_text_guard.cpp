@@ -18,8 +18,8 @@ namespace {
 constexpr size_t MAX_DEPTH = 1000;
 // The stack that the parser takes, from a call of the helpers in json_utils.h down to the lowest byte that it writes.
 // Measured with JsonCpp 1.9.5 on x86-64, both readers, on stacks filled with a pattern before: 544 bytes a level for
-// objects and 368 for arrays, from 1 to 1000 levels. Beside that at most 5.1 KiB for the first text of a process, with a
-// number like 1.5e300 in the innermost level, and 1.8 KiB for an exception. The rest of the reserve is for larger
+// objects and 368 for arrays, from 1 to 1000 levels. Beside that at most 5.1 KiB for the first text of a process, with
+// a number like 1.5e300 in the innermost level, and 1.8 KiB for an exception. The rest of the reserve is for larger
 // processor states, other builds of the libraries and a signal handler of the game.
 constexpr size_t STACK_PER_LEVEL_BYTES = 600;
 constexpr size_t STACK_RESERVE_BYTES = 16 * 1024;
@@ -99,6 +99,8 @@ size_t JsonNestingDepth(std::string_view text)
     size_t at = text.substr(0, BYTE_ORDER_MARK.size()) == BYTE_ORDER_MARK ? BYTE_ORDER_MARK.size() : 0;
     for (; at < text.size(); ++at) {
         const char character = text[at];
+        // Nesting counts whichever bracket closes it: a wrong one is the parser's first complaint, and it recurses no
+        // further.
         if (character == '[' || character == '{') {
             deepest = std::max(deepest, ++open);
         } else if (character == '/') {

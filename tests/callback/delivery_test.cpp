@@ -33,7 +33,7 @@ TEST_F(Delivery, EventsReachAllByAscendingKeyWhateverTheyReturn)
     EXPECT_EQ(notes_->WaitFor(0), (std::vector<std::string>{"-2", "5", "9"}));
 }
 
-TEST_F(Delivery, TheTwoResourceSlotsKnowNothingOfEachOther)
+TEST_F(Delivery, TheTwoResourceCallbacksAreIndependent)
 {
     sptr<ResourcePreDownloadCallback> endpoint = MakeRef<ResourcePreDownloadCallback>();
     EXPECT_EQ(endpoint->SetGetAppPrioritysCallback(Noting<PrioritysFunction>(notes_, "p", 4)), 0);
@@ -69,7 +69,7 @@ TEST_F(Delivery, ResourceAnswersOfOneKindDoNotWaitForTheOther)
 // Callbacks are replaced and removed while they are being called.
 constexpr int DELIVERIES = 2000;
 
-// Stands in a callback's body: notices a second call beside the first and a call into a destroyed callback.
+// A guard in the body of a callback: notices overlapping calls and calls of a destroyed callback.
 class Sentinel {
 public:
     ~Sentinel() { EXPECT_FALSE(isRunning_); }

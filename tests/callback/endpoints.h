@@ -22,7 +22,7 @@ constexpr uint32_t GPU_DATA = 12;
 constexpr uint32_t PRIORITYS = 16;
 constexpr uint32_t RESOURCE_INFOS = 18;
 
-// What one request came to.
+// The outcome of one request.
 struct Outcome {
     int status = 0;
     Items reply = {};  // empty, or the one Int32

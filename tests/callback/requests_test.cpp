@@ -83,7 +83,7 @@ TEST_F(Requests, OnlyTheOwnCodesReachAHandler)
     EXPECT_EQ(calls_, 0);
 }
 
-// An event that ends early is delivered all the same; missing fields are 0, not the record's default.
+// An event that ends early is delivered; missing fields are 0, not the record's default.
 TEST_F(Requests, EventsAreDeliveredAsFarAsTheyGo)
 {
     const std::string text("te\0xt", 5);
@@ -240,8 +240,8 @@ TEST_F(Requests, LogFixedLines)
     });
 }
 
-// Whatever a game throws ends in the platform, which warns, and the endpoint goes on working. An event's callback is one
-// of many: it ends in the stub.
+// Whatever a game throws ends in the platform, which warns, and the endpoint goes on working. An event's callback is
+// one of many: it ends in the stub.
 TEST_F(Requests, CallbackThatThrowsLeavesAWarningOfThePlatform)
 {
     const std::function<int32_t()> throwing[] = {

@@ -20,7 +20,7 @@ const std::vector<int32_t> ONCE = {66006};
 
 class ConnectionTest : public ClientTest {};
 
-TEST_F(ConnectionTest, RunningServiceIsTakenAnewByEachCallWithoutLoadOrDeathNotice)
+TEST_F(ConnectionTest, EachCallLooksUpARunningServiceWithoutLoadOrDeathNotice)
 {
     const auto service = RunService();
     const sptr<IVeltraServerInterface> found = proxy_.GetServiceProxy();
@@ -44,7 +44,7 @@ TEST_F(ConnectionTest, LoadedServiceIsWatchedUntilItDiesOrIsReplaced)
     EXPECT_EQ(service->DeathRecipients(), 1u);
     const int32_t references = service->GetStrongCount();
     service->Die();
-    EXPECT_LT(service->GetStrongCount(), references);  // the field's proxy is gone
+    EXPECT_LT(service->GetStrongCount(), references);  // the proxy in the field was dropped
 
     const auto successor = MakeRef<FakeRemoteObject>();
     ReportSuccessOnLoad(66006, successor);
@@ -57,7 +57,7 @@ TEST_F(ConnectionTest, LoadedServiceIsWatchedUntilItDiesOrIsReplaced)
 }
 
 // The failure wakes the waiter, which must still take the success that follows.
-TEST_F(ConnectionTest, SuccessAfterAFailureIsTaken)
+TEST_F(ConnectionTest, SuccessAfterAFailureIsAccepted)
 {
     const auto service = MakeRef<FakeRemoteObject>();
     manager_->ScriptLoad(ABILITY_OK, [service](ISystemAbilityLoadCallback& callback) {

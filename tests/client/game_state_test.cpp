@@ -102,7 +102,7 @@ TEST_F(GameStateTest, QueryThatFindsNoServiceMeanwhileIsNoGame)
     EXPECT_TRUE(successor->Requests().empty());
 }
 
-// Queries replace each other's proxy while they run: each goes on with the one that it found.
+// Queries replace each other's proxy while they run: each continues with the one that it found.
 TEST_F(GameStateTest, QueriesRaceWithTheManagersChanges)
 {
     constexpr int QUERIES = 20000;

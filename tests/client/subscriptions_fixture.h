@@ -18,7 +18,7 @@ namespace TAVO::Veltra {
 
 class SubscriptionsTest : public ClientTest {
 protected:
-    // Answers every request with `result`, and keeps the object that came with the last one as a real service does.
+    // Answers every request with `result`, and keeps the object of the last one as a real service does.
     // `during` runs inside the request.
     sptr<FakeRemoteObject> RunAnswering(int32_t result, std::function<void()> during = nullptr)
     {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Subscriptions through the facade: what the service is asked, what becomes of refusals, who destroys which callback.
+// Subscriptions through the facade: which requests the service receives, what a refusal changes, and when callbacks are
+// destroyed.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -131,7 +132,7 @@ TEST_F(SubscriptionsTest, RegisteredWithoutAnObjectIsReportedOnceAndMended)
     EXPECT_EQ(client_.UnRegisterGameCallback(2), NOT_REGISTERED);
 }
 
-TEST_F(SubscriptionsTest, RegistrationOfNoCallbackReachesTheServiceAllTheSame)
+TEST_F(SubscriptionsTest, RegistrationOfANullCallbackReachesTheService)
 {
     const auto service = RunAnswering(0);
     EXPECT_EQ(client_.RegisterGameCallback(nullptr, 1), 0);
@@ -213,7 +214,7 @@ TEST_F(SubscriptionsTest, PrioritiesObjectIsTheServicesAlone)
     EXPECT_EQ(living_, 2);  // the service has released the first only
 }
 
-// Only the library destroys a callback that came to nothing, and not later than the call.
+// The library destroys the callback of a failed call before the call returns.
 TEST_F(SubscriptionsTest, CallbackOfAFailedCallIsDestroyedBeforeItReturns)
 {
     const auto expectAll = [this](int32_t registered, int32_t started, int32_t queried, int32_t asked) {

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The documents are true: their commands work as printed, their first program is the one that is built, and no link is
+"""The documents are true: their commands work as printed, their programs are those that are built, and no link is
 broken.
 
 Commands are the fenced blocks marked `sh`. The blocks of one page are run in one shell, in the source folder. The only
@@ -59,7 +59,7 @@ def run_shell(lines, source):
 
 
 def printed(expected, source):
-    """A pattern for the text of a page: its numbers stand for any."""
+    """A pattern for the text of a page: its numbers match any number."""
     text = re.escape(expected.replace(SOURCE, str(source)))
     return re.sub(r"\d+(?:\\\.\d+)*", r"\\d+(?:\\.\\d+)*", text)
 
@@ -119,6 +119,10 @@ def check_texts(source, run):
     program = (source / "examples/minimal/main.cpp").read_text()
     code = "".join(line for line in program.splitlines(True) if not line.startswith("//"))
     require(blocks(source / "README.md", "cpp") == [code], "the first program of README.md is not examples/minimal")
+    parts = "".join(path.read_text() for path in (source / "examples/echo-service").iterdir())
+    service = source / "docs/write-a-service.md"
+    for part in [*blocks(service, "cpp"), *blocks(service, "json")]:
+        require(part in parts, f"{service} has what is not in examples/echo-service: {part}")
 
 
 def main():

@@ -54,7 +54,7 @@ TEST(ServerProxyRequest, ResourceQueryForNoBundleSendsNothing)
     EXPECT_TRUE(service->Requests().empty());
 }
 
-// A payload write that fails is not looked at: the request goes out as far as it was written.
+// A payload write that fails is not checked: the request is sent as far as it was written.
 TEST(ServerProxyRequest, PayloadThatDoesNotFitIsSentShort)
 {
     const auto service = MakeRef<FakeRemoteObject>([](uint32_t, MessageParcel& data, MessageParcel&) {

@@ -42,9 +42,12 @@ ROOMS = {
     "service": [TAVO, "interfaces", "src/utils", "src/ipc", "control", *SERVICE_ROOMS],
     "control": [TAVO, "interfaces", "src/utils", "src/ipc"],
     "tools": [TAVO, "interfaces", "control"],
-    # Reads answers as the library does, and checks scenario files by the code that loads them.
-    "tools/veltra": [TAVO, "interfaces", "src/utils", "control", "service/scenario"],
+    # Read answers as the library does, and check scenario files by the code that loads them.
+    "tools/common": [TAVO, "interfaces", "src/utils", "control", "service/scenario"],
+    "tools/veltra": [TAVO, "interfaces", "src/utils", "control", "service/scenario", "tools/common"],
+    "tools/serve": [TAVO, "interfaces", "src/utils", "control", "service/scenario", "tools/common"],
     "examples": ["interfaces"],
+    "examples/echo-service": [TAVO],
     # These look into everything, and nothing above looks into them.
     "tests": None,
     "bench": None,
@@ -71,7 +74,8 @@ def target_of(root, path, name):
     those on the compiler's path, so that a wrong include is named as such; nearest folders first, because src and
     platform both have a folder ipc."""
     first = PLATFORM_ROOTS if path.startswith("platform/") else CLIENT_ROOTS
-    folders = [os.path.dirname(path), *first, *CLIENT_ROOTS, *PLATFORM_ROOTS, "service", "session", "capi", "tools", "tests", "."]
+    folders = [os.path.dirname(path), *first, *CLIENT_ROOTS, *PLATFORM_ROOTS, "service", "session", "capi", "tools/common", "tools",
+               "tests", "."]
     for folder in folders:
         candidate = os.path.normpath(os.path.join(folder, name))
         if os.path.isfile(os.path.join(root, candidate)):

@@ -86,7 +86,7 @@ TEST_F(DeliveryPoolTest, NewerReplacesQueuedAndTheReceiverLearnsHowMany)
     EXPECT_EQ(receiver.WaitFor(3).back(), Pushed(6));
 }
 
-TEST_F(DeliveryPoolTest, AnswersAllGoOutInTheirOrderUpToABound)
+TEST_F(DeliveryPoolTest, AnswersAreSentInTheirOrderUpToABound)
 {
     PushReceiver receiver;
     PushReceiver other;
@@ -156,7 +156,7 @@ TEST_F(DeliveryPoolTest, OtherFailuresSilenceNoClient)
     EXPECT_EQ(receiver.WaitFor(1).size(), 1U);
 }
 
-TEST_F(DeliveryPoolTest, NoClientTakesMoreThanItsShareOfThreads)
+TEST_F(DeliveryPoolTest, NoClientOccupiesMoreThanItsShareOfThreads)
 {
     std::vector<PushReceiver> objects(DeliveryPool::MAX_RUNNING_PER_CLIENT + 1);
     PushReceiver neighbour;
@@ -202,7 +202,7 @@ TEST_F(DeliveryPoolTest, ClientsThatBlockAgainAndAgainShareFewThreads)
     EXPECT_EQ(Begun(slow), 2 * slow.size());
 }
 
-TEST_F(DeliveryPoolTest, WhatIsDroppedNeverGoesOutAndWhatHasBegunEnds)
+TEST_F(DeliveryPoolTest, DroppedDeliveriesAreNeverSentAndBegunOnesComplete)
 {
     PushReceiver receiver;
     PushAndBlock(receiver);
@@ -213,7 +213,7 @@ TEST_F(DeliveryPoolTest, WhatIsDroppedNeverGoesOutAndWhatHasBegunEnds)
     EXPECT_EQ(receiver.Count(), 1U);
 }
 
-TEST_F(DeliveryPoolTest, NothingIsKeptOfAnObjectOnceItIsServed)
+TEST_F(DeliveryPoolTest, ServedObjectsAreReleased)
 {
     wptr<FakeRemoteObject> object;
     {
@@ -225,7 +225,7 @@ TEST_F(DeliveryPoolTest, NothingIsKeptOfAnObjectOnceItIsServed)
     EXPECT_TRUE(TestSupport::WaitFor([&object] { return object.promote() == nullptr; }));
 }
 
-TEST_F(DeliveryPoolTest, ASilentClientThatEndedIsForgottenWhenAnyoneCalls)
+TEST_F(DeliveryPoolTest, EndedSilentClientIsForgottenWhenAnotherCalls)
 {
     wptr<FakeRemoteObject> object;
     {
@@ -243,7 +243,7 @@ TEST_F(DeliveryPoolTest, ASilentClientThatEndedIsForgottenWhenAnyoneCalls)
     EXPECT_TRUE(TestSupport::WaitFor([&object] { return object.promote() == nullptr; }));
 }
 
-TEST(DeliveryPool, ItsEndWaitsForWhatHasBegun)
+TEST(DeliveryPool, DestructorWaitsForBegunDeliveries)
 {
     PushReceiver receiver;
     receiver.Block();

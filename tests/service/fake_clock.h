@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A steady clock that stands still until a test advances it. Copies share the time.
+// A steady clock that stops until a test advances it. Copies share the time.
 #ifndef VELTRA_TESTS_SERVICE_FAKE_CLOCK_H
 #define VELTRA_TESTS_SERVICE_FAKE_CLOCK_H
 

@@ -69,7 +69,7 @@ TEST(GameTable, ForgetsAGameWhenItsProcessEnds)
     EXPECT_EQ(games.BundleNames(), (std::set<std::string>{"com.first"}));
     End(first);
     ExpectState(games.Query(Peer(3)), GameTable::STATE_NO_GAME, "");
-    // A report that arrives after its sender's end is not kept for ever.
+    // A report that arrives after its sender's end is removed at the next query.
     EXPECT_FALSE(games.Report(Peer(4, pid), 0, "com.late"));
     ExpectState(games.Query(Peer(3)), GameTable::STATE_NO_GAME, "");
 }

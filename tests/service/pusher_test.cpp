@@ -29,7 +29,7 @@ std::string Event(const std::string& text, int32_t level, int32_t margin, int32_
     return Push(IGpNapiEventCallback::GetDescriptor(), {text, level, 0, 0, 0, 0, 0, 0, margin, trend, 0});
 }
 
-// A machine with one sensor, and what a pusher makes of it.
+// A machine with one sensor, and a pusher that reads it.
 class PusherTest : public testing::Test {
 protected:
     PusherTest() { SetTemperature(60); }
@@ -140,7 +140,7 @@ TEST_F(PusherTest, UnknownDeviceIsReportedAsUnknown)
               std::vector<std::string>{Event("deviceState", -1, std::numeric_limits<int32_t>::min())});
 }
 
-TEST_F(PusherTest, WhatASlowSubscriberMissesIsCounted)
+TEST_F(PusherTest, EventsMissedByASlowSubscriberAreCounted)
 {
     PushReceiver receiver;
     receiver.Block();
@@ -157,7 +157,7 @@ TEST_F(PusherTest, WhatASlowSubscriberMissesIsCounted)
     EXPECT_EQ(receiver.WaitFor(2)[1].substr(receiver.WaitFor(2)[1].size() - 4), Bytes(Items{2}));
 }
 
-TEST_F(PusherTest, ScenarioEventsReachThoseWhoListenWhenTheyHappen)
+TEST_F(PusherTest, ScenarioEventsReachTheClientsRegisteredAtTheirTime)
 {
     Play(R"({"events": [{"at": 1, "text": "early"}, {"at": 7, "text": "late"}, {"at": 7.25, "text": "later"}]})");
     PushReceiver receiver;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Files of a root are strangers: whatever stands in them, reads are bounded, never block and never leave the root.
+// Files of a root are not trusted: whatever they contain, reads are bounded, never block and never leave the root.
 #include "probes/root_files.h"
 
 #include <sys/stat.h>
@@ -94,7 +94,7 @@ TEST(RootFiles, NumbersAreThoseOfMatchingEntriesAscendingAndBounded)
     EXPECT_EQ(files.Numbers("many", "card").size(), RootFiles::MAX_NUMBERS);
 }
 
-TEST(RootFiles, AMissingRootTellsNothing)
+TEST(RootFiles, MissingRootHasNoValues)
 {
     const RootFiles files("/nonexistent/root");
     EXPECT_FALSE(files.IsOpen());

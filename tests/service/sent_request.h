@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One request to a stub, and what came of it.
+// One request to a stub, and its outcome.
 #ifndef VELTRA_TESTS_SERVICE_SENT_REQUEST_H
 #define VELTRA_TESTS_SERVICE_SENT_REQUEST_H
 

@@ -48,7 +48,7 @@ TEST(Subscriptions, TheLatestOfAProcessReplacesItsEarlierOne)
     EXPECT_EQ(subscriptions->All(Subject::GPU_COUNTERS).size(), 1U);
 }
 
-TEST(Subscriptions, ADeathTakesAllThatTheProcessHadAndNothingElse)
+TEST(Subscriptions, DeathOfAProcessEndsItsSubscriptionsOnly)
 {
     const sptr<Subscriptions> subscriptions(new Subscriptions());
     const auto dying = MakeRef<FakeRemoteObject>();

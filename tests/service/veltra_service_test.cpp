@@ -12,9 +12,9 @@
 
 #include <gtest/gtest.h>
 
-#include "base/service_result.h"
 #include "service/push_receiver.h"
 #include "service/sent_request.h"
+#include "service_result.h"
 #include "support/log_capture.h"
 #include "support/process.h"
 #include "support/scratch_dir.h"
@@ -48,7 +48,7 @@ int32_t ResultOf(VeltraService& service, ServerCode code, const Items& items)
     return sent.reply.ReadInt32();
 }
 
-TEST(VeltraService, WhatTheMachineDoesNotOfferIsRefused)
+TEST(VeltraService, OperationsThatTheMachineDoesNotOfferAreRefused)
 {
     const sptr<VeltraService> service = OnMachine("virtual");
     PushReceiver counters(IGpuCounterNativeCallback::GetDescriptor());
@@ -117,7 +117,7 @@ TEST(VeltraService, AClientThatCallsAgainIsPushedToAgain)
 }
 
 // A slip in a user's configuration must not cost every game the service.
-TEST(VeltraService, AConfigurationFileWithAMistakeIsReportedAndLeftOut)
+TEST(VeltraService, ConfigurationFileWithAMistakeIsLoggedAndIgnored)
 {
     const ScratchDir root;
     ServiceSetup setup = MachineOf(RecordedRoot("laptop"));
@@ -177,7 +177,7 @@ TEST(VeltraService, BundleNamesAndThreadsHaveTheirBounds)
     EXPECT_EQ(service.ReportRenderThread("com.game", "render", 0), SERVICE_BAD_REQUEST);
 }
 
-TEST(VeltraService, AppTypesTellWhichNamesAreGames)
+TEST(VeltraService, AppTypesListWhichNamesAreGames)
 {
     VeltraService service(MachineOf(RecordedRoot("virtual")));
     using Types = std::map<std::string, bool>;

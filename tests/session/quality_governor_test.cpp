@@ -54,7 +54,7 @@ const std::vector<Story>& Stories()
 
 class Governor : public ::testing::TestWithParam<Story> {};
 
-TEST_P(Governor, FollowsTheStory)
+TEST_P(Governor, StepsFollowLevelMarginAndTime)
 {
     QualityGovernor governor(GetParam().options);
     std::string steps;

@@ -15,19 +15,8 @@ namespace {
 using namespace TAVO::Veltra;
 using namespace std::chrono_literals;
 
-// A level that is 0 and 4 in turns, so that events keep coming.
-constexpr char STORY[] = R"({
-    "curves": {"tempLevel": {"points": [[0, 0], [1.2, 0], [1.3, 4], [2.5, 4]], "repeat": true}, "temperature": 50},
-    "gpu": {"count": 4, "intervalSeconds": 1, "counters": {"gpuLoadPercent": 70}}})";
-
 class SessionTest : public SystemFixture {
 protected:
-    void Serve()
-    {
-        WriteScenario(STORY);
-        StartManager();
-    }
-
     // The next event for which `isWanted` holds, however many come before.
     template <typename Wanted>
     static bool WaitForEvent(Session& session, Wanted isWanted)
@@ -50,7 +39,7 @@ protected:
 
 TEST_F(SessionTest, HasTheStateEventsAndBatchesOfAServiceThatItStarts)
 {
-    Serve();
+    StartStory();
     SessionOptions options;
     options.gpuInterval = 50ms;
     Session session(options);
@@ -65,9 +54,9 @@ TEST_F(SessionTest, HasTheStateEventsAndBatchesOfAServiceThatItStarts)
     EXPECT_NE(session.Details().document.find("\"temperature\""), std::string::npos);
 }
 
-TEST_F(SessionTest, IsSubscribedAgainAfterTheDeathOfTheServiceAndTellsSoOnce)
+TEST_F(SessionTest, SubscribesAgainAfterTheDeathOfTheServiceWithOneEvent)
 {
-    Serve();
+    StartStory();
     SessionOptions options;
     options.gameName = "com.example.session";
     options.gpuInterval = 50ms;
@@ -92,9 +81,22 @@ TEST_F(SessionTest, IsSubscribedAgainAfterTheDeathOfTheServiceAndTellsSoOnce)
     EXPECT_EQ(state.bundleName, "com.example.session") << "the new service does not know the game";
 }
 
+TEST_F(SessionTest, ItsEndEndsItsSubscriptions)
+{
+    StartManager();
+    Child service = StartTestService();
+    SessionOptions options;
+    options.gpuInterval = 50ms;
+    auto session = std::make_unique<Session>(options);
+    EXPECT_TRUE(WaitFor([&] { return service.Ask("push gpu") == "0 0"; }));  // which is the later one of the two
+    session.reset();
+    EXPECT_EQ(service.Ask("push events"), "no such object");
+    EXPECT_EQ(service.Ask("push gpu"), "no such object");
+}
+
 TEST_F(SessionTest, IsMadeAndDestroyedAtOnceWithoutAManagerAndDuringALoad)
 {
-    WriteAbility("system_test_service", {"second", "silence", PathOf("started-once")});
+    WriteAbility("system_test_service", {"when-told"});
     for (const bool hasManager : {false, true}) {
         if (hasManager) {
             StartManager();
@@ -112,12 +114,12 @@ TEST_F(SessionTest, IsMadeAndDestroyedAtOnceWithoutAManagerAndDuringALoad)
     }
 }
 
-TEST_F(SessionTest, FindsAServiceThatComesLater)
+TEST_F(SessionTest, ConnectsToAServiceThatStartsLater)
 {
     Session session;
     ASSERT_TRUE(Reaches(session, ServiceState::UNAVAILABLE));
     ASSERT_TRUE(session.UpdateGameInfo(1, "com.example.late", 0));
-    Serve();
+    StartStory();
     EXPECT_TRUE(Reaches(session, ServiceState::CONNECTED));
     EXPECT_TRUE(WaitFor([&] { return session.Status().reportsSent == 1; }));
     EXPECT_EQ(session.Status().reportsFailed, 0u);
@@ -125,7 +127,7 @@ TEST_F(SessionTest, FindsAServiceThatComesLater)
 
 TEST_F(SessionTest, AServiceThatHangsBlocksNeitherReportsNorTheEnd)
 {
-    Serve();
+    StartStory();
     auto session = std::make_unique<Session>(SessionOptions());
     ASSERT_TRUE(WaitForEvent(*session, IsDevice));
     const pid_t service = ServicePid();
@@ -141,16 +143,19 @@ TEST_F(SessionTest, AServiceThatHangsBlocksNeitherReportsNorTheEnd)
     ::kill(service, SIGCONT);
 }
 
+// Which receives no signal of the game.
 TEST_F(SessionTest, TheHandlerRunsOnTheSessionsThreadAndMayEndTheSession)
 {
-    Serve();
+    StartStory();
     std::mutex mutex;
     std::unique_ptr<Session> session;
     std::thread::id thread;
+    sigset_t blocked{};
     SessionOptions options;
     options.handler = [&](const SessionEvent&) {
         const std::lock_guard lock(mutex);
         thread = std::this_thread::get_id();
+        ::pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
         session.reset();
     };
     {
@@ -162,6 +167,7 @@ TEST_F(SessionTest, TheHandlerRunsOnTheSessionsThreadAndMayEndTheSession)
         return session == nullptr;
     }));
     EXPECT_NE(thread, std::this_thread::get_id());
+    EXPECT_TRUE(::sigismember(&blocked, SIGALRM) == 1 && ::sigismember(&blocked, SIGSEGV) == 0);
 }
 
 }  // namespace

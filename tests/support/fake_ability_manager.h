@@ -47,7 +47,7 @@ public:
         MutexLock lock(mutex_);
         running_ = object;
     }
-    // What loads do from now on: give `status`, and after 0 tell `report`, if there is one.
+    // What loads do from now on: return `status`, and after 0 call the callback with `report`, if there is one.
     void ScriptLoad(int32_t status, LoadReport report = nullptr)
     {
         MutexLock lock(mutex_);
@@ -75,7 +75,7 @@ public:
     int32_t RemoveAbility(int32_t) override { return ABILITY_NOT_RUNNING; }
     std::vector<AbilityDescription> DescribeAbilities() override { return {}; }
 
-    // The ids asked for.
+    // The ids of all checks and loads.
     std::vector<int32_t> Checks() const
     {
         MutexLock lock(mutex_);

@@ -35,7 +35,8 @@ public:
     bool IsAlive() const override;
     const std::u16string& Descriptor() const override { return descriptor_; }
 
-    // The process behind it ends: all recipients have been told, on a thread of their own, when this returns.
+    // Simulates the death of its process: when this returns, all recipients have been notified, on a thread of their
+    // own.
     void Die();
 
     std::vector<Request> Requests() const;

@@ -21,7 +21,7 @@ using Clock = std::chrono::steady_clock;
 // How long a test waits for what must happen: only a hang takes as long, also under a sanitizer on a busy machine.
 constexpr std::chrono::seconds PATIENCE{30};
 
-// Whether `condition` comes to hold in time; for what can only be looked at, such as a count in /proc.
+// Whether `condition` becomes true in time; for values that can only be polled, such as a count in /proc.
 template <typename Condition>
 bool WaitFor(Condition condition, Clock::duration patience = PATIENCE)
 {
@@ -64,17 +64,17 @@ public:
     explicit LinePipe(int socket) : socket_(socket) {}
     explicit LinePipe(OwnedFd socket) : socket_(std::move(socket)) {}
 
-    // False when the other end is gone. SIGPIPE is not raised.
+    // False if the other end is closed. SIGPIPE is not raised.
     bool Say(const std::string& line);
-    // The next line without its end; nothing at the end of the pipe or when none came in time.
+    // The next line without its end; nothing at the end of the pipe or if none arrived in time.
     std::optional<std::string> Hear(Clock::duration patience = PATIENCE);
-    // The other end hears the end of the pipe.
+    // The other end reads the end of the pipe.
     void CloseWriting();
     void Close() { socket_.Close(); }
 
 private:
     OwnedFd socket_;
-    std::string pending_;  // received, not yet asked for
+    std::string pending_;  // received, not yet returned
 };
 
 // A child process, killed and reaped with the object, and by the kernel when the thread that started it ends. What
@@ -100,11 +100,11 @@ public:
 
     pid_t Pid() const { return pid_; }
     LinePipe& Pipe() { return pipe_; }
-    // Says `line` and hears the answer; empty when the child is gone or silent.
+    // Sends `line` and returns the answer; empty if the child has ended or does not answer.
     std::string Ask(const std::string& line);
 
     void Kill();
-    // Returns once the process really stands still.
+    // Returns once the process has stopped.
     void Stop();
     void Continue();
     // "exit 0", "signal 9", or "running" when it did not end in time.
@@ -141,7 +141,7 @@ private:
     std::string path_;
 };
 
-// What /proc says of a process; 0 when it is gone.
+// Values of a process in /proc; 0 if it has ended.
 size_t CountDescriptors(pid_t pid);
 size_t CountThreads(pid_t pid);
 size_t ResidentBytes(pid_t pid);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Hellos, records and frames of docs/wire.md, put together by hand and as badly as a test wants; no code is shared with
+// Hellos, records and frames of docs/wire.md, assembled by hand and as wrong as a test needs; no code is shared with
 // the transport.
 #ifndef VELTRA_TESTS_SUPPORT_RAW_MESSAGE_H
 #define VELTRA_TESTS_SUPPORT_RAW_MESSAGE_H
@@ -37,7 +37,7 @@ T ReadAt(const Bytes& bytes, size_t at)
     return value;
 }
 
-// A record without gaps as it lies in memory.
+// The bytes of a record, which has no padding.
 template <typename T>
 Bytes InMemory(const T& record)
 {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A peer that speaks docs/wire.md by hand and as badly as a test wants; it shares no code with the transport.
+// A peer that follows docs/wire.md by hand, or breaks it as a test needs; it shares no code with the transport.
 #ifndef VELTRA_TESTS_SUPPORT_RAW_PEER_H
 #define VELTRA_TESTS_SUPPORT_RAW_PEER_H
 
@@ -26,7 +26,7 @@ public:
 
     // Listens as p/<instance>, or as "manager".
     void Listen(bool asManager = false);
-    // The next connection, its hello read into `hello`; not open when none came in time.
+    // The next connection, its hello read into `hello`; not open if none arrived in time.
     RawSocket Accept(RawHello& hello, Clock::duration patience = PATIENCE);
 
     // A bare connection to "manager" or "p/<instance>".
@@ -38,7 +38,7 @@ public:
     uint64_t LastLane() const { return lastLane_; }
     // Sends a request on a lane of its own and takes its answer.
     std::optional<RawFrame> CallOnce(const RawFrame& request);
-    // Whether the session still stands: its control thread answers.
+    // Whether the session is alive: the control thread of the peer answers.
     bool Ping();
     // Skips other records until one of that type comes.
     std::optional<RawRecord> AwaitRecord(uint32_t type, Clock::duration patience = PATIENCE);

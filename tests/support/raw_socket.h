@@ -20,7 +20,7 @@ public:
     int Fd() const { return fd_.Get(); }
     void Close() { fd_.Close(); }
 
-    // False when not all could be sent: the other end is gone, or does not read.
+    // False if not all could be sent: the other end is closed, or does not read.
     bool Send(const Bytes& bytes, Clock::duration patience = PATIENCE);
     // One send for each byte.
     bool SendByteByByte(const Bytes& bytes);

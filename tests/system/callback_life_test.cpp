@@ -122,9 +122,7 @@ protected:
 // Played by the real service, which gives each object one push at a time.
 TEST_F(BlockedCallback, BlockedCallbackDelaysNoOtherKindOfEvent)
 {
-    WriteScenario(R"({"curves": {"tempLevel": {"points": [[0, 0], [1.2, 0], [1.3, 4], [2.5, 4]], "repeat": true}},
-                      "gpu": {"intervalSeconds": 1, "counters": {"gpuLoadPercent": 70}}})");
-    StartManager();
+    StartStory();
     const auto blocked = [notes = notes_](auto&) {
         notes->Add("blocked");
         notes->WaitForOpening();
@@ -172,7 +170,7 @@ TEST_F(LateNotice, StaleDeathNoticeFailsNoCall)
     ASSERT_TRUE(manager != nullptr);
     for (int round = 1; round <= ROUNDS; ++round) {
         SCOPED_TRACE(round);
-        ASSERT_TRUE(IsServedAgain());  // by a load, which is what a notice is asked for
+        ASSERT_TRUE(IsServedAgain());  // by a load, which adds the death recipient
         const long noticesBefore = log.Count("OnRemoteSaDead");
         const auto held = TAVO::MakeRef<HeldDeliveries>();
         ASSERT_EQ(manager->LoadAbility(66006, held), TAVO::ABILITY_OK);

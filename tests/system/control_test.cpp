@@ -76,7 +76,7 @@ protected:
     sptr<IVeltraControl> control_ = nullptr;
 };
 
-TEST_F(Control, DescribesTheServiceAndWhomItServes)
+TEST_F(Control, DescribesTheServiceAndItsClients)
 {
     StartService({"--root", Machine("desktop")});
     EXPECT_EQ(client_.UpdateGameInfo(1, "com.example.\"game\"\n", 0), 0);
@@ -140,7 +140,7 @@ TEST_F(Control, AStoppedWatcherDelaysNoGame)
     EXPECT_TRUE(WaitFor([this] { return Describe()["watchers"].asInt() == 0; }));
 }
 
-// The control side alone cannot be started, so a load is not kept waiting.
+// The control side alone cannot be started, so a load is refused at once.
 TEST_F(Control, ALoadIsRefusedAtOnceUntilTheServiceRuns)
 {
     class Callback : public TAVO::SystemAbilityLoadCallbackStub {};

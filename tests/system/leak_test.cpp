@@ -9,7 +9,7 @@ namespace {
 
 // So many of the platform's workers stay once they were needed; a busy process has all of them, a new one has one.
 constexpr size_t KEPT_WORKERS = 4;
-// The service keeps so many of its own once it has told many clients something at once.
+// The service keeps so many of its own once it has pushed to many clients at the same time.
 constexpr size_t KEPT_DELIVERERS = 16;
 
 struct Held {

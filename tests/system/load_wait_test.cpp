@@ -17,11 +17,16 @@ using namespace std::chrono_literals;
 
 class LoadWait : public SystemFixture {
 protected:
-    // The first start of the service fails by `how`; the first call waits until its time-out, and without spinning.
-    void ExpectVainWait(const std::string& how)
+    void StartManagerOfAHeldService()
     {
-        WriteAbility("system_test_service", {"second", how, PathOf("started-once")});
+        WriteAbility("system_test_service", {"when-told"});
         StartManager();
+    }
+
+    // The service does not go on from its start; the first call waits until its time-out, and without spinning.
+    void ExpectVainWait()
+    {
+        StartManagerOfAHeldService();
         const Clock::time_point begin = Clock::now();
         const clock_t used = ::clock();
         EXPECT_EQ(client_.CallAuth("first"), RESULT_NO_SERVICE);
@@ -32,22 +37,16 @@ protected:
         EXPECT_EQ(log_.Count("Try load systemAbility."), 1);
     }
 
-    pid_t StartedPid() const
-    {
-        pid_t pid = 0;
-        std::ifstream(PathOf("66006.started")) >> pid;
-        return pid;
-    }
-
     const LogCapture log_;
 };
 
 TEST_F(LoadWait, ServiceThatEndsBeforeItRegistersIsStartedAgain)
 {
-    ExpectVainWait("silence");
-    const pid_t pid = StartedPid();
-    ASSERT_GT(pid, 0);
-    ::kill(pid, SIGKILL);
+    ExpectVainWait();
+    ASSERT_EQ(Started().size(), 1u);
+    ::kill(Started()[0], SIGKILL);
+    EXPECT_TRUE(ManagerTest::WaitUntilDead(Started()[0]));
+    TellServices();
     EXPECT_TRUE(WaitFor([this] { return ServicePid() > 0; })) << "needs no further load";
     EXPECT_EQ(client_.CallAuth("second"), 0);
     EXPECT_EQ(log_.Count("Try load systemAbility."), 1);
@@ -76,12 +75,12 @@ TEST_F(LoadWait, CallsFailAtOnceWhileTheServiceCannotBeStarted)
     EXPECT_TRUE(IsServedAgain());
 }
 
-// After its callers have timed out, the service starts all the same and is used, with all that belongs to a load.
+// After its callers have timed out, the service still starts and is used, with its death notice.
 TEST_F(LoadWait, ServiceThatRegistersLateIsUsed)
 {
-    ExpectVainWait("late");
-    std::ofstream{PathOf("started-once.go")};
+    ExpectVainWait();
     const Clock::time_point begin = Clock::now();
+    TellServices();
     EXPECT_TRUE(WaitFor([this] { return ServicePid() > 0; }));
     EXPECT_EQ(client_.CallAuth("second"), 0);
     EXPECT_LT(Clock::now() - begin, SOON);
@@ -95,24 +94,23 @@ TEST_F(LoadWait, ServiceThatRegistersLateIsUsed)
 
 TEST_F(LoadWait, DeathOfTheManagerEndsTheWaitByItsDeadline)
 {
-    WriteAbility("system_test_service", {"second", "silence", PathOf("started-once")});
-    StartManager();
+    StartManagerOfAHeldService();
     Child caller = Child::Start({"system_test_client"});
     const Clock::time_point begin = Clock::now();
     caller.Pipe().Say("auth a");
-    EXPECT_TRUE(WaitFor([this] { return std::filesystem::exists(PathOf("started-once")); }));
+    EXPECT_TRUE(WaitFor([this] { return Started().size() == 1; }));
     KillManager();
     EXPECT_EQ(caller.Pipe().Hear(), std::to_string(RESULT_NO_SERVICE));
     EXPECT_LT(Clock::now() - begin, 16s);
-    ::kill(StartedPid(), SIGKILL);
+    ::kill(Started()[0], SIGKILL);
+    WriteAbility("system_test_service", {"serve"});
     StartManager();
     EXPECT_TRUE(WaitFor([&caller] { return caller.Ask("auth b") == "0"; }));
 }
 
 TEST_F(LoadWait, WaitsOfTwoProcessesForALoadDoNotAddUp)
 {
-    WriteAbility("system_test_service", {"second", "silence", PathOf("started-once")});
-    StartManager();
+    StartManagerOfAHeldService();
     Child first = Child::Start({"system_test_client"});
     Child second = Child::Start({"system_test_client"});
     const Clock::time_point begin = Clock::now();

@@ -76,7 +76,7 @@ TEST_F(ManagerFault, HungManagerDelaysNoCallToARunningService)
     callers.Join();
     EXPECT_LT(Clock::now() - begin, SOON);
 
-    // Now that the service is gone as well, the manager is asked once, and then counts as absent.
+    // The service has ended too: the manager is called once, and then counts as absent.
     ::kill(pid, SIGKILL);
     EXPECT_TRUE(WaitFor([pid] { return !IsAlive(pid); }));
     // Until the death is noticed, a call fails while it is sent, which has another code.

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // The first call starts the service, and every operation comes back with what the service says about this machine.
-#include <fstream>
 #include <limits>
 
 #include "ipc/server_codes.h"
@@ -23,7 +22,7 @@ TEST_F(SystemFixture, CallbackObjectOfAThirdProcessIsRefused)
 {
     constexpr int32_t OTHER_ID = 7;
     const auto manager = [] { return TAVO::SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager(); };
-    std::ofstream(PathOf("abilities/7.json")) << R"({"id": 7, "program": "none", "external": true})";
+    WriteAbilityFile("7.json", R"({"id": 7, "program": "none", "external": true})");
     Child other = Child::Fork([&manager](TestSupport::LinePipe& parent) {
         parent.Hear();
         const TAVO::sptr<TAVO::IRemoteObject> object(new TAVO::IPCObjectStub(u"zem.game.perf.iGpNapiEventCallback"));

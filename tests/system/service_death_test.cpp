@@ -23,7 +23,7 @@ TEST_F(SystemFixture, DeathInAHandlerFailsThatCallAndTheNextStartsTheService)
     EXPECT_EQ(Starts(), 1) << "the service of the ability file";
 }
 
-// Its encoding is asked for when the service has been found and before anything is sent.
+// Its Marshalling is called when the service has been found and before anything is sent.
 class FatalScene : public GameSceneBundle {
 public:
     explicit FatalScene(pid_t victim) : victim_(victim) {}

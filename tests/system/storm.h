@@ -20,14 +20,6 @@ class StormFixture : public SystemFixture {
 protected:
     static constexpr int CALLERS = 8;
 
-    // The real service with events and samples to send.
-    void StartStory()
-    {
-        WriteScenario(R"({"curves": {"tempLevel": {"points": [[0, 0], [1.2, 0], [1.3, 4], [2.5, 4]], "repeat": true}},
-                          "gpu": {"count": 9, "intervalSeconds": 0.1, "counters": {"gpuLoadPercent": 70}}})");
-        StartManager();
-    }
-
     void Rage(int kills)
     {
         std::atomic<bool> isOver{false};
@@ -65,7 +57,7 @@ private:
         const int32_t result = client.CallAuth("storm");
         served_ += result == 0;
         Expect(result, {0, RESULT_NO_SERVICE});
-        // This operation alone tells how the request was lost.
+        // Only the result of this operation shows how the request was lost.
         Expect(client.ReportRenderThread("a", "b", 1),
                {0, RESULT_RENDER_NO_SERVICE, TAVO::IPC_DEAD_OBJECT, TAVO::IPC_BROKEN});
         Expect(client.GetDeviceInfo({}).resultCode, {0, RESULT_NO_SERVICE});

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the real service sends by itself reaches the game that asked for it, until one of the two ends.
+// Events and samples of the real service reach the game that subscribed, until one of the two ends.
 #include <atomic>
 
 #include "support/notes.h"
@@ -14,23 +14,10 @@ using TestSupport::Notes;
 using TestSupport::Noting;
 using TestSupport::SharedNotes;
 
-// A level that is 0 and 4 in turns, each for longer than the second between two looks at the device, so that events keep
-// coming; and batches of four samples.
-constexpr char STORY[] = R"({
-    "curves": {"tempLevel": {"points": [[0, 0], [1.2, 0], [1.3, 4], [2.5, 4]], "repeat": true}, "thermalMargin": 33},
-    "events": [{"at": 20, "text": "levelStarted"}, {"at": 40, "text": "levelStarted"},
-               {"at": 80, "text": "levelStarted"}, {"at": 160, "text": "levelStarted"}],
-    "gpu": {"count": 4, "intervalSeconds": 1, "counters": {"gpuLoadPercent": 70}}})";
 constexpr size_t SOME = 6;  // events, after which every other subscriber would have received them too
 
 class Subscriptions : public SystemFixture {
 protected:
-    void Serve(const std::string& scenario)
-    {
-        WriteScenario(scenario);
-        StartManager();
-    }
-
     int32_t Register(int32_t key) { return client_.RegisterGameCallback(Noting<EventFunction>(notes_, "event"), key); }
 
     void ExpectNews()
@@ -45,7 +32,7 @@ protected:
 // Both sides release a callback that is replaced or stopped.
 TEST_F(Subscriptions, GpuSamplesAreSentUntilTheyAreStopped)
 {
-    Serve(STORY);
+    StartStory();
     ASSERT_EQ(client_.StartGetGpuPerfInfo(0, Noting<GpuFunction>(notes_, "first")), 0);
     EXPECT_TRUE(notes_->WaitForNote("first"));
     ASSERT_EQ(client_.StartGetGpuPerfInfo(0, Noting<GpuFunction>(notes_, "second")), 0);
@@ -60,7 +47,7 @@ TEST_F(Subscriptions, GpuSamplesAreSentUntilTheyAreStopped)
 TEST_F(Subscriptions, GamesAreKnownWhileTheyRun)
 {
     using Types = std::map<std::string, bool>;
-    Serve(STORY);
+    StartStory();
     const auto isState = [this](int32_t state, const std::string& name) {
         GameState answer{77, "mine"};
         EXPECT_EQ(client_.QueryGameState(answer), 0);
@@ -75,7 +62,7 @@ TEST_F(Subscriptions, GamesAreKnownWhileTheyRun)
     EXPECT_TRUE(isState(4, "game.own"));
     EXPECT_EQ(client_.SyncAppType("game.own,game.other,none", 0),
               (Types{{"game.own", true}, {"game.other", true}, {"none", false}}));
-    // Nothing comes back from an event, so that only its effect can tell.
+    // An event has no reply: only its effect shows that it was handled.
     GameInfo event;
     event.int32Value = 7;
     event.text2 = event.text3 = event.text4 = event.text5 = event.text6 = "not the name";
@@ -94,7 +81,7 @@ TEST_F(Subscriptions, GamesAreKnownWhileTheyRun)
 // Registered with a service that has ended, a game receives nothing until it unregisters and registers again.
 TEST_F(Subscriptions, RestartOfTheServiceEndsSubscriptions)
 {
-    Serve(STORY);
+    StartStory();
     ASSERT_EQ(Register(1), 0);
     ExpectNews();
     KillService();
@@ -124,8 +111,9 @@ TEST_F(Subscriptions, RestartOfTheServiceEndsSubscriptions)
 TEST_F(Subscriptions, LargestBatchOfSamplesDelaysNoOtherCall)
 {
     constexpr size_t SAMPLES = 524288;
-    Serve(R"({"curves": {"tempLevel": 1},
-              "gpu": {"count": 524288, "total": 524288, "intervalSeconds": 5, "counters": {"gpuLoadPercent": 70}}})");
+    WriteScenario(R"({"curves": {"tempLevel": 1},
+        "gpu": {"count": 524288, "total": 524288, "intervalSeconds": 5, "counters": {"gpuLoadPercent": 70}}})");
+    StartManager();
     const auto check = [notes = notes_](std::vector<GpuPerfInfo>& infos) {
         size_t wrong = 0;
         for (size_t i = 0; i < infos.size(); ++i) {

@@ -1,11 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The ability file lies in the runtime directory, and goes with it.
 #include "system/system_fixture.h"
 
-#include <poll.h>
 #include <signal.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -25,9 +21,8 @@ TAVO::AbilityDescription DescribeService()
 
 }  // namespace
 
-SystemFixture::SystemFixture() : abilityPath_(PathOf("abilities"))
+SystemFixture::SystemFixture()
 {
-    std::filesystem::create_directory(abilityPath_);
     WriteRealAbility("laptop");
 }
 
@@ -48,15 +43,8 @@ SystemFixture::~SystemFixture()
 
 void SystemFixture::WriteAbility(const std::string& program, const std::vector<std::string>& arguments)
 {
-    std::vector<std::string> command = TestSupport::ProgramCommand(program);
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    std::string list;
-    for (auto argument = command.begin() + 1; argument != command.end(); ++argument) {
-        list += (list.empty() ? "\"" : ", \"") + *argument + "\"";
-    }
-    std::ofstream(abilityPath_ + "/66006.json") << R"({"id": 66006, "program": ")" << command.front()
-                                                << R"(", "arguments": [)" << list << R"(], "external": true})";
-    std::ofstream(abilityPath_ + "/66007.json") << R"({"id": 66007, "external": true})";
+    ManagerFixture::WriteAbility(66006, program, arguments, true);
+    WriteAbilityFile("66007.json", R"({"id": 66007, "external": true})");
 }
 
 void SystemFixture::WriteRealAbility(const std::string& machine)
@@ -71,18 +59,30 @@ void SystemFixture::WriteScenario(const std::string& scenario)
                                    VELTRA_SHARE "/catalogue.json"});
 }
 
+// A level that is 0 and 4 in turns, each for longer than the second between two looks at the device, so that events
+// keep coming; and batches of four samples.
+void SystemFixture::StartStory()
+{
+    WriteScenario(R"({
+        "curves": {"tempLevel": {"points": [[0, 0], [1.2, 0], [1.3, 4], [2.5, 4]], "repeat": true},
+                   "temperature": 50, "thermalMargin": 33},
+        "events": [{"at": 20, "text": "levelStarted"}, {"at": 40, "text": "levelStarted"},
+                   {"at": 80, "text": "levelStarted"}, {"at": 160, "text": "levelStarted"}],
+        "gpu": {"count": 4, "intervalSeconds": 1, "counters": {"gpuLoadPercent": 70}}})");
+    StartManager();
+}
+
 void SystemFixture::StartManager()
 {
     // A killed manager leaves its socket behind, which would pass for the new one's.
     std::filesystem::remove(PathOf("manager"));
-    manager_ = Child::Start({"tavo_manager", "--abilities", abilityPath_});
+    manager_ = RunManager();
     ASSERT_TRUE(WaitFor([this] { return std::filesystem::exists(PathOf("manager")); })) << "no manager came up";
 }
 
 void SystemFixture::KillManager()
 {
-    manager_.Kill();
-    EXPECT_EQ(manager_.WaitForExit(), "signal 9");
+    Crash(manager_);
 }
 
 Child SystemFixture::StartTestService()
@@ -128,22 +128,9 @@ bool SystemFixture::IsServedAgain()
     return WaitFor([this] { return client_.CallAuth("again") == 0; });
 }
 
-bool IsAlive(pid_t pid)
-{
-    // Not by /proc: there a process looks ended while some of its threads still run and hold its sockets.
-    const int process = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
-    pollfd entry{process, POLLIN, 0};
-    const bool isAlive = process >= 0 && ::poll(&entry, 1, 0) == 0;
-    ::close(process);
-    return isAlive;
-}
-
 bool IsAsleep(pid_t thread)
 {
-    std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/stat");
-    std::string text;
-    std::getline(status, text);
-    return text.find(") S ") != std::string::npos;
+    return ManagerTest::StateIn("/proc/self/task/" + std::to_string(thread)) == 'S';
 }
 
 }  // namespace SystemTest

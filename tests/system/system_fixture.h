@@ -3,20 +3,20 @@
 #ifndef VELTRA_TESTS_SYSTEM_SYSTEM_FIXTURE_H
 #define VELTRA_TESTS_SYSTEM_SYSTEM_FIXTURE_H
 
-#include <gtest/gtest.h>
 #include <sys/types.h>
 
 #include <chrono>
 #include <string>
 #include <vector>
 
-#include "support/process.h"
+#include "platform/manager/manager_fixture.h"
 #include "support/threads.h"
 #include "tavo/iremote_object.h"
 #include "veltra_server_client.h"
 
 namespace SystemTest {
 
+using ManagerTest::IsAlive;
 using TAVO::Veltra::VeltraClient;
 using TestSupport::Child;
 using TestSupport::Clock;
@@ -29,17 +29,20 @@ constexpr std::chrono::seconds SOON{6};
 
 // Each test is a process of its own, so its platform first meets this directory. The manager, and with it the service,
 // ends with the test.
-class SystemFixture : public ::testing::Test {
+class SystemFixture : public ManagerTest::ManagerFixture {
 protected:
     SystemFixture();
     ~SystemFixture() override;
 
-    // What the manager starts as the service. Any process may serve it without having been started.
+    // What the manager starts as the service, unless a process that it did not start serves first.
     void WriteAbility(const std::string& program, const std::vector<std::string>& arguments = {});
     // The real service, on the machine as recorded under this name.
     void WriteRealAbility(const std::string& machine);
     // The real service with the example catalogue, playing this scenario (the text of its file) 20 times as fast.
     void WriteScenario(const std::string& scenario);
+    // Starts the manager; the service plays a level of 0 and 4 in turns, each for longer than the second between two
+    // looks at the device, so that events keep coming, and batches of four samples.
+    void StartStory();
 
     // Returns once its socket is there; this process has made no contact with it then.
     void StartManager();
@@ -60,18 +63,14 @@ protected:
     // Whether the service answers again, however many calls fail before.
     bool IsServedAgain();
 
-    std::string PathOf(const std::string& name) const { return runtimeDir_.Path() + "/" + name; }
+    std::string PathOf(const std::string& name) const { return RuntimePath() + "/" + name; }
 
     VeltraClient client_;
 
 private:
-    TestSupport::PrivateRuntimeDir runtimeDir_;
-    const std::string abilityPath_;
     Child manager_;
 };
 
-// False once all its threads have ended, even if it is not reaped yet.
-bool IsAlive(pid_t pid);
 // Whether this thread of this process waits in a system call.
 bool IsAsleep(pid_t thread);
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// A service in place of the real one that hangs, dies and answers as its caller wants it to.
+// A service in place of the real one that hangs, dies and answers as its caller requests.
 //
 //     system_test_service serve               registers, reports "serving", then obeys its stdin:
-//         release                             lets the calls go on that hang
+//         release                             continues the calls that hang
 //         push NAME                           sends one request to a callback object, see Push
 //         flood NAME                          the same without a pause until one fails; reports "flooded" and its status
-//     system_test_service second HOW FILE     the first start marks FILE and then fails by HOW; the next ones serve
+//     system_test_service when-told           the same, once the test that runs the manager tells its services to go on
 //
 // The objects are named events, gpu and, those of the two queries, as the first text of the query.
 #include <signal.h>
@@ -13,14 +13,13 @@
 
 #include <condition_variable>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <sstream>
 #include <string>
 #include <thread>
 
 #include "ipc/server_codes.h"
+#include "platform/manager/ability_client.h"
 #include "support/process.h"
 #include "tavo/ipc_object_stub.h"
 #include "tavo/ipc_threads.h"
@@ -178,26 +177,13 @@ int Serve()
     IpcThreads::JoinPool();  // Started by the manager: stdin is at its end.
 }
 
-// How the first start fails: it keeps "silence"; or it is "late", and serves once there is a FILE.go.
-int FailBy(const std::string& how, const std::string& file)
-{
-    if (how == "silence") {
-        ::pause();
-    }
-    if (how == "late" && TestSupport::WaitFor([&file] { return std::filesystem::exists(file + ".go"); })) {
-        return Serve();
-    }
-    return 1;
-}
-
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    const std::string mode = argc > 1 ? argv[1] : "";
-    if (mode == "second" && argc == 4 && !std::filesystem::exists(argv[3])) {
-        std::ofstream(argv[3]).close();
-        return FailBy(argv[2], argv[3]);
+    if (argc > 1 && std::string(argv[1]) == "when-told") {
+        ManagerTest::NoteStart();
+        ManagerTest::WaitUntilTold();
     }
-    return mode == "serve" || mode == "second" ? Serve() : 2;
+    return Serve();
 }

@@ -82,7 +82,7 @@ def calls(system):
 
 
 def hostile_text(system):
-    """What a peer names itself reaches neither the terminal nor JSON as it is."""
+    """The name that a peer chose for itself is escaped on the terminal and in JSON."""
     name = "a\033[31m\nb\x9b\u202e\\"
     done = system.run("call", "SyncAppType", name)
     require(r"a\x1b[31m\nb\xc2\x9b\xe2\x80\xae\\ = false" in done.stdout, repr(done.stdout))

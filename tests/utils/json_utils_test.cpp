@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the JSON helpers make of sane, odd and broken documents, and of files.
+// What the JSON helpers return for valid, odd and broken documents, and for files.
 #include "utils/json_utils.h"
 
 #include <gtest/gtest.h>

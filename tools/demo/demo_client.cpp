@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The first game of the demo: reports and asks through the facade only, waits for the word, and calls again.
+// The first game of the demo. It uses the facade only: the first call starts the service, then come a report and a
+// query. It prints "ready" and waits for a line on standard input, during which the demo kills the service. Then it
+// calls again, which finds the next service.
 #include <cstdint>
 #include <cstdio>
 #include <limits>
@@ -52,6 +54,7 @@ bool DeviceState(VeltraClient& client)
 
 int main()
 {
+    // The script reads the output through a pipe, line by line.
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     VeltraClient client;
     const bool isReady = Demo::Auth(client, "first call, the service is down") && Demo::Auth(client, "auth again") &&

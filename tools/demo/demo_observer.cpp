@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The observer of the demo: kills the service and measures how soon another process is notified of its death.
+// The observer of the demo: a process that uses only the platform, not the client library. It kills the service and
+// measures how soon it is notified of the death. The recipient runs on the platform's delivery thread.
 #include <signal.h>
 
 #include <chrono>
@@ -13,7 +14,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr int32_t ABILITY = 66006;
-constexpr std::chrono::seconds PATIENCE{5};
+constexpr std::chrono::seconds NOTICE_LIMIT{5};
 
 class Recipient : public TAVO::IRemoteObject::DeathRecipient {
 public:
@@ -21,23 +22,23 @@ public:
     {
         const auto now = Clock::now();
         TAVO::MutexLock lock(mutex_);
-        toldAt_ = now;
-        told_.notify_all();
+        notifiedAt_ = now;
+        notified_.notify_all();
     }
 
     // When the notice came; the epoch if it did not.
     Clock::time_point Wait()
     {
         TAVO::MutexLock lock(mutex_);
-        lock.WaitUntil(told_, Clock::now() + PATIENCE,
-                       [this]() TAVO_REQUIRES(mutex_) { return toldAt_ != Clock::time_point(); });
-        return toldAt_;
+        lock.WaitUntil(notified_, Clock::now() + NOTICE_LIMIT,
+                       [this]() TAVO_REQUIRES(mutex_) { return notifiedAt_ != Clock::time_point(); });
+        return notifiedAt_;
     }
 
 private:
     TAVO::Mutex mutex_;
-    std::condition_variable told_;
-    Clock::time_point toldAt_ TAVO_GUARDED_BY(mutex_);
+    std::condition_variable notified_;
+    Clock::time_point notifiedAt_ TAVO_GUARDED_BY(mutex_);
 };
 
 int Fail(const char* why)
@@ -63,15 +64,16 @@ int main()
     if (process <= 0 || !service->AddDeathRecipient(recipient)) {
         return Fail("the service cannot be watched");
     }
+    // Before the signal: the notice may come before kill() returns.
     const auto start = Clock::now();
     if (::kill(process, SIGKILL) != 0) {
         return Fail("the service cannot be killed");
     }
-    const auto toldAt = recipient->Wait();
-    if (toldAt == Clock::time_point()) {
+    const auto notifiedAt = recipient->Wait();
+    if (notifiedAt == Clock::time_point()) {
         return Fail("no death notice came");
     }
     std::printf("  kill -9 of process %d: death notice after %.3f ms\n", process,
-                std::chrono::duration<double, std::milli>(toldAt - start).count());
+                std::chrono::duration<double, std::milli>(notifiedAt - start).count());
     return 0;
 }

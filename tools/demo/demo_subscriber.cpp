@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The second game of the demo: subscribes, asks what is answered later, and outlives the service in the middle of it.
+// The second game of the demo: subscribes to events and GPU counters, makes queries that are answered by callback, and
+// is subscribed when the service is killed. It then shows that the next service does not know its subscription, and how
+// a game registers again. Callbacks run on platform threads and only store what they received; main waits for it.
 #include <algorithm>
 #include <condition_variable>
 #include <cstdio>
@@ -16,10 +18,10 @@ namespace {
 using Demo::TimedStep;
 using namespace TAVO::Veltra;
 
-constexpr std::chrono::seconds PATIENCE{10};
+constexpr std::chrono::seconds WAIT_LIMIT{10};
 
-// What the callbacks heard, on whatever thread.
-class Heard {
+// What the callbacks have received, on any thread.
+class Received {
 public:
     void Event(int32_t key)
     {
@@ -42,23 +44,23 @@ public:
     }
 
     // The keys that events came to since the last call, once there are `count` of them or time is up.
-    std::vector<int32_t> TakeKeys(size_t count, std::chrono::seconds patience = PATIENCE)
+    std::vector<int32_t> TakeKeys(size_t count, std::chrono::seconds limit = WAIT_LIMIT)
     {
         std::unique_lock lock(mutex_);
-        changed_.wait_for(lock, patience, [&] { return keys_.size() >= count; });
+        changed_.wait_for(lock, limit, [&] { return keys_.size() >= count; });
         return std::exchange(keys_, {});
     }
     bool WaitForBatches(int count)
     {
         std::unique_lock lock(mutex_);
-        const bool isEnough = changed_.wait_for(lock, PATIENCE, [&] { return batches_ >= count; });
+        const bool isEnough = changed_.wait_for(lock, WAIT_LIMIT, [&] { return batches_ >= count; });
         std::printf("    %d batches, %zu samples\n", batches_, samples_);
         return isEnough;
     }
     bool WaitForAnswer()
     {
         std::unique_lock lock(mutex_);
-        const bool isThere = changed_.wait_for(lock, PATIENCE, [&] { return !answer_.empty(); });
+        const bool isThere = changed_.wait_for(lock, WAIT_LIMIT, [&] { return !answer_.empty(); });
         std::printf("    answer: %s\n", isThere ? std::exchange(answer_, "").c_str() : "none came");
         return isThere;
     }
@@ -72,10 +74,10 @@ private:
     std::string answer_;
 };
 
-Heard& Ears()
+Received& AllReceived()
 {
-    static Heard* const heard = new Heard;  // callbacks may run until the process has ended
-    return *heard;
+    static Received* const received = new Received;  // callbacks may run until the process has ended
+    return *received;
 }
 
 class Events : public GameEventCallbackBase {
@@ -83,7 +85,7 @@ public:
     explicit Events(int32_t key) : key_(key) {}
     int32_t OnGameCallbackEvent(const GameCallbackEventInfo&) override
     {
-        Ears().Event(key_);
+        AllReceived().Event(key_);
         return 0;
     }
 
@@ -95,7 +97,7 @@ class GpuSamples : public GpuCounterCallBackBase {
 public:
     int32_t OnGpuData(std::vector<GpuPerfInfo>& samples) override
     {
-        Ears().Samples(samples);
+        AllReceived().Samples(samples);
         return 0;
     }
 };
@@ -108,7 +110,7 @@ public:
         for (const std::string& name : names) {
             text += (text.empty() ? "" : ", then ") + name;
         }
-        Ears().Answer(text);
+        AllReceived().Answer(text);
         return 0;
     }
 };
@@ -121,7 +123,7 @@ public:
         for (const AppResourceInfo& info : infos.resourceInfos) {
             text += (text.empty() ? "" : ", ") + info.text2 + " (" + std::to_string(info.long1) + " bytes)";
         }
-        Ears().Answer(text);
+        AllReceived().Answer(text);
         return 0;
     }
 };
@@ -131,33 +133,34 @@ bool Register(VeltraClient& client, int32_t key, const char* what)
     return TimedStep(what, [&] { return client.RegisterGameCallback(std::make_unique<Events>(key), key); });
 }
 
-// Whether events come to the keys 1 and 2, in that order, though 2 was registered first.
-bool BothHearInOrder()
+// Whether each event reaches the keys 1 and 2, in that order, though 2 was registered first.
+bool BothReceiveInOrder()
 {
     constexpr size_t ENOUGH = 7;
-    const std::vector<int32_t> keys = Ears().TakeKeys(ENOUGH);
+    const std::vector<int32_t> keys = AllReceived().TakeKeys(ENOUGH);
     std::printf("    events came to the keys:");
     for (const int32_t key : keys) {
         std::printf(" %d", key);
     }
     std::printf("\n");
-    const auto first = std::find(keys.begin(), keys.end(), 1);  // key 2 may have heard some alone before
+    const auto first = std::find(keys.begin(), keys.end(), 1);  // key 2 may have received some alone before
     const bool isOrdered = std::adjacent_find(first, keys.end()) == keys.end();
     return keys.size() >= ENOUGH && keys.end() - first > 2 && isOrdered;
 }
 
 bool Subscribe(VeltraClient& client)
 {
-    Ears().TakeKeys(0);  // what an earlier subscription heard last
+    AllReceived().TakeKeys(0);  // what is left of an earlier subscription
     return Register(client, 2, "game events, key 2 asks the service") &&
-           Register(client, 1, "game events, key 1 joins it") && BothHearInOrder();
+           Register(client, 1, "game events, key 1 joins it") && BothReceiveInOrder();
 }
 
 bool WatchGpu(VeltraClient& client)
 {
     return TimedStep("GPU counters begin",
                      [&client] { return client.StartGetGpuPerfInfo(0, std::make_unique<GpuSamples>()); }) &&
-           Ears().WaitForBatches(3) && TimedStep("GPU counters end", [&client] { return client.StopGetGpuPerfInfo(); });
+           AllReceived().WaitForBatches(3) &&
+           TimedStep("GPU counters end", [&client] { return client.StopGetGpuPerfInfo(); });
 }
 
 bool Ask(VeltraClient& client)
@@ -167,38 +170,38 @@ bool Ask(VeltraClient& client)
     const bool isAnswered =
         TimedStep("priorities of two applications",
                   [&] { return client.GetAppPrioritys(names, std::make_unique<Priorities>()); }) &&
-        Ears().WaitForAnswer() &&
+        AllReceived().WaitForAnswer() &&
         TimedStep("resources of an application",
                   [&] { return client.QueryAppResourceInfos({"com.example.racer"}, std::make_unique<Resources>()); }) &&
-        Ears().WaitForAnswer() &&
+        AllReceived().WaitForAnswer() &&
         TimedStep("this game's info", [&client] { return client.UpdateGameInfo(1, "com.example.racer", 0); }) &&
         TimedStep("game state", [&] { return client.QueryGameState(state); });
     std::printf("    state %d of %s\n", state.state, state.bundleName.c_str());
     return isAnswered && state.bundleName == "com.example.racer";
 }
 
-// Only a service that knows of the registration says 0 to its end.
+// Only a service that has the registration answers its end with 0.
 bool Unsubscribe(VeltraClient& client)
 {
     return TimedStep("key 1 leaves", [&client] { return client.UnRegisterGameCallback(1); }) &&
-           TimedStep("key 2, the last one, tells the service", [&client] { return client.UnRegisterGameCallback(2); });
+           TimedStep("key 2, the last one, ends it there", [&client] { return client.UnRegisterGameCallback(2); });
 }
 
-// The client still counts as registered, so a new key is not told to the service, which knows nothing of it.
+// The library still treats the game as registered, so a new key sends no request, and the new service sends no events.
 bool ShowTheSilence(VeltraClient& client)
 {
     constexpr std::chrono::seconds SILENCE{2};
-    if (!Register(client, 3, "key 3 joins, nobody is asked")) {
+    if (!Register(client, 3, "key 3 joins, no request is sent")) {
         return false;
     }
-    Ears().TakeKeys(0);
-    const size_t heard = Ears().TakeKeys(1, SILENCE).size();
+    AllReceived().TakeKeys(0);
+    const size_t received = AllReceived().TakeKeys(1, SILENCE).size();
     std::printf(
         "    events within 2 s: %zu. The client stays registered across the restart, and the\n"
         "    new service does not know of it. The remedy: unregister every key, ignore 1010310018\n"
         "    from the last one, register again.\n",
-        heard);
-    return heard == 0;
+        received);
+    return received == 0;
 }
 
 bool Remedy(VeltraClient& client)

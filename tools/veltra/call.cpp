@@ -69,6 +69,7 @@ const CallOperation& FindOperation(const std::string& name)
 void RequireService()
 {
     if (ReachManager()->CheckAbility(SERVICE_ABILITY) == nullptr) {
+        // An operation with an empty answer looks the same with and without a service.
         throw ToolError(EXIT_UNREACHABLE, "the service does not run and could not be started",
                         "run \"veltra doctor\", which finds out why");
     }
@@ -104,6 +105,7 @@ public:
         }
         const int32_t code = result_.code.value_or(RESULT_OK);
         tool_.exitCode = ExitCodeOf(code);
+        // The library has one code for "no service" and "no answer"; the time distinguishes the two.
         if (code == RESULT_NO_SERVICE && milliseconds_ >= ANSWER_LIMIT_MILLISECONDS) {
             tool_.exitCode = EXIT_TIMED_OUT;
         }
@@ -147,6 +149,7 @@ private:
         const auto deadline =
             Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(wait));
         while (const std::optional<Json::Value> record = CallAnswers::Instance().Take(deadline)) {
+            // Before the callback's answers, which may take seconds.
             if (!tool_.isJson) {
                 PrintLine("  " + OneLine(*record));
             }
@@ -161,6 +164,7 @@ private:
                 PrintLine("  nothing came to the callback within " + Shown(wait, 1) + " s");
             }
         }
+        // Ends the subscription, so that the service does not keep one of an ended process for a moment.
         if (operation_.end != nullptr) {
             operation_.end(client_, arguments_);
         }

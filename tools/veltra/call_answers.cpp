@@ -106,6 +106,7 @@ public:
 
 CallAnswers& CallAnswers::Instance()
 {
+    // Deliberate: never destroyed. A callback may run on a platform thread while the process exits.
     static CallAnswers* const answers = new CallAnswers;
     return *answers;
 }
@@ -113,6 +114,7 @@ CallAnswers& CallAnswers::Instance()
 void CallAnswers::Add(Json::Value record)
 {
     const std::lock_guard lock(mutex_);
+    // A service that sends without end must not fill the memory of the tool; main prints more slowly.
     if (records_.size() < MAX_RECORDS) {
         records_.push_back(std::move(record));
     }

@@ -22,6 +22,7 @@ std::string NameIn(const std::string& word)
 {
     const auto end = std::find_if(word.begin(), word.end(),
                                   [](unsigned char letter) { return std::isalnum(letter) == 0 && letter != '_'; });
+    // Only letters, digits and underscores: "a=b" in a text that begins with another sign stays a text.
     return end != word.end() && *end == '=' ? std::string(word.begin(), end) : "";
 }
 
@@ -51,6 +52,7 @@ CallArguments::CallArguments(const std::string& operation, const std::vector<std
     for (const std::string& word : typed) {
         std::string name = NameIn(word);
         std::string value = name.empty() ? word : word.substr(name.size() + 1);
+        // Positions count only the parameters that were not given by name before.
         if (name.empty()) {
             const auto next = std::find_if(names.begin(), names.end(), [this](const auto& each) { return !Has(each); });
             if (next == names.end()) {
@@ -120,6 +122,7 @@ std::vector<Json::Value> CallArguments::Objects(const std::string& name) const
     if (!TAVO::Veltra::JsonUtils::Parse(Text(name), value) || !(value.isObject() || value.isArray())) {
         Refuse(name, "a JSON object or a list of them");
     }
+    // One object stands for a list of one.
     if (value.isObject()) {
         return {value};
     }

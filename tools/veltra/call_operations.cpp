@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// One entry for each operation of VeltraClient: its parameters, and the call with the arguments that were typed. What an
-// operation returns besides its code becomes JSON with the names of the facade's records.
+// One entry for each operation of VeltraClient: its parameters, and a function that calls it with the arguments that
+// were typed. What an operation returns besides its code becomes JSON with the names of the facade's records. A new
+// operation needs an entry here and nothing else: `call`, the completion and `replay` use this table.
 #include "call_operations.h"
 
 #include <cstdlib>
@@ -39,6 +40,7 @@ CallResult ReportGameEvent(VeltraClient& client, const Arguments& arguments)
     info.text5 = arguments.Text("text5");
     info.text6 = arguments.Text("text6");
     client.ReportGameEvent(info);
+    // One-way: there is no code.
     return {};
 }
 
@@ -88,6 +90,7 @@ AppResourceDownLoadResult DownLoadResultOf(Json::Value json)
     result.count1 = number(json, "count1");
     result.count2 = number(json, "count2");
     result.value4 = large(json, "value4");
+    // Adds an empty member if there is none; its fields then have their defaults.
     Json::Value& info = json["resourceInfo"];
     result.resourceInfo.int1 = JsonUtils::GetInt(info, "int1", 1);
     result.resourceInfo.int2 = number(info, "int2");

@@ -66,6 +66,8 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command, const Enviro
     }
     const pid_t child = ::fork();
     if (child == 0) {
+        // The child ends with the tool, also if that is killed. It may have died before this call, hence the check of
+        // getppid below.
         ::prctl(PR_SET_PDEATHSIG, SIGTERM);
         const int null = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
         if (::getppid() != parent || ::dup2(null, STDIN_FILENO) < 0 || ::dup2(file, STDOUT_FILENO) < 0 ||
@@ -75,6 +77,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command, const Enviro
         ::execve(arguments[0], arguments.data(), all.data());
         ::_exit(NOT_EXECUTED);
     }
+    // The parent's copy; the child has its own.
     ::close(file);
     pid_ = child > 0 ? child : 0;
 }
@@ -85,6 +88,7 @@ ChildProcess::~ChildProcess()
         return;
     }
     ::kill(pid_, SIGTERM);
+    // SIGTERM first: a manager then ends its services too.
     if (!Wait(END_LIMIT)) {
         ::kill(pid_, SIGKILL);
         ::waitpid(pid_, nullptr, 0);
@@ -96,12 +100,14 @@ std::optional<int> ChildProcess::Wait(std::chrono::milliseconds limit)
     if (status_ || pid_ == 0) {
         return status_;
     }
+    // Until waitpid has reaped it, the pid is surely this child's.
     const int process = static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0));
     pollfd ended{process, POLLIN, 0};
     const bool hasEnded = process >= 0 && ::poll(&ended, 1, static_cast<int>(limit.count())) == 1;
     ::close(process);
     int status = 0;
     if (hasEnded && ::waitpid(pid_, &status, 0) == pid_) {
+        // As shells report a signal.
         status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     }
     return status_;

@@ -45,6 +45,7 @@ void Collect(const CLI::App& verb, const std::string& path, const Tool& tool, st
             level.verbs.push_back(each);
         }
     }
+    // A verb also accepts the options of those above it.
     for (const CLI::App* from = &verb; from != nullptr; from = from->get_parent()) {
         AddOptions(*from, level);
     }
@@ -62,6 +63,7 @@ std::string Quoted(const std::string& text)
 {
     std::string quoted = "'";
     for (const char letter : text) {
+        // A quote inside single quotes: end them, an escaped quote, begin again.
         quoted += letter == '\'' ? std::string("'\\''") : std::string(1, letter);
     }
     return quoted + "'";
@@ -97,6 +99,7 @@ std::string Replaced(std::string text, const std::string& mark, const std::strin
     return text;
 }
 
+// Finds the verbs among the words, then selects the candidates of that path.
 // In the part of the language that bash and zsh share: from `before`, the words on the line, to `candidates`.
 std::string WordsFunction(const std::vector<Level>& levels)
 {
@@ -147,6 +150,7 @@ void PrintFish(const std::vector<Level>& levels)
     for (const Level& level : levels) {
         std::string condition = "__fish_use_subcommand";
         if (!level.path.empty()) {
+            // rfind returns npos for a single word, and npos + 1 is 0: the whole path.
             condition = "__fish_seen_subcommand_from " + level.path.substr(level.path.rfind(' ') + 1);
             const size_t last = level.path.rfind(' ');
             if (last != std::string::npos) {

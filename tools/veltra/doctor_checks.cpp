@@ -52,9 +52,11 @@ Finding CheckDirectory(Patient& patient)
 Finding CheckManager(Patient& patient)
 {
     if (!patient.directory.error.empty()) {
+        // A failed check below explains this one; a second failure would only hide it.
         return Skipped("without a runtime directory there is none");
     }
     const Clock::time_point start = Clock::now();
+    // Connects, which takes at most 2 s with a manager that hangs.
     patient.manager = SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
     if (patient.manager == nullptr) {
         return Failed(WhyNoManager(patient.directory));
@@ -79,6 +81,7 @@ Finding CheckAbilityFiles(Patient& patient)
         if (ability.id == SERVICE_ABILITY) {
             patient.service = ability;
         } else if (!ability.startable) {
+            // Another service's file is none of this game's business, so only a warning.
             other = SplitRemedy(ability.fault);
         }
     }

@@ -22,6 +22,7 @@ constexpr char SETTING[] = "TAVO_LOG";
 // The value of the variable in the environment of a process; empty without it, or when it cannot be read.
 std::string VariableOf(pid_t process)
 {
+    // The environment at the start of the process. The manager reads TAVO_LOG then, too.
     std::ifstream file("/proc/" + std::to_string(process) + "/environ");
     std::string variable;
     while (std::getline(file, variable, '\0')) {
@@ -86,6 +87,7 @@ Finding CheckLog(Patient& patient)
         return *mistake;
     }
     std::error_code error;
+    // Only for processes of the same user, which the manager is.
     const fs::path output = fs::read_symlink("/proc/" + std::to_string(manager) + "/fd/2", error);
     const std::string file = FileIn(setting);
     if (file.empty() && output == "/dev/null") {

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Death notice and restart. A service that games use is not killed for a check: a manager and a service of the same
-// programs run in a private runtime directory, and a second process of this tool (the hidden verb `doctor-probe`) calls,
-// kills and calls again there, since a process can use one runtime directory only. All of it is removed afterwards.
+// programs run in a private runtime directory, and a second process of this tool (the hidden verb `doctor-probe`)
+// calls, kills and calls again there, since a process can use one runtime directory only. All of it is removed
+// afterwards.
 #include <unistd.h>
 
 #include <cstdlib>
@@ -31,6 +32,7 @@ public:
     PrivateFolder()
     {
         std::error_code error;
+        // mkdtemp creates it with mode 0700, as a runtime directory must be.
         std::string name = (fs::temp_directory_path(error) / "veltra-doctor-XXXXXX").string();
         path_ = ::mkdtemp(name.data()) == nullptr ? "" : name;
     }
@@ -79,6 +81,7 @@ std::string WriteAbilities(const std::string& folder, const std::string& program
     service["program"] = program;
     Json::Value control;
     control["id"] = TAVO::Veltra::VELTRA_CONTROL_SA_ID;
+    // Without the file the service would log a warning.
     control["external"] = true;
     std::error_code ignored;
     fs::create_directory(folder + "/abilities", ignored);
@@ -126,6 +129,7 @@ Finding CheckRestart(Patient& patient)
     const std::string abilities = WriteAbilities(folder.Path(), serviceProgram);
     ChildProcess manager({managerProgram, "--abilities", abilities},
                          {{"TAVO_RUNTIME_DIR", runtime}, {"TAVO_LOG", "warn,stderr"}}, managerLog);
+    // Destroyed before the manager: the reverse of their order.
     ChildProcess probe({ProgramFolder() + "/veltra", PROBE_VERB}, {{"TAVO_RUNTIME_DIR", runtime}, {"TAVO_LOG", "off"}},
                        output);
     const std::optional<int> status = probe.Wait(PROBE_LIMIT);

@@ -25,6 +25,7 @@ void Collect(const Json::Value& document, const Json::Value& node, const std::st
              std::vector<Value>& values)
 {
     for (const std::string& key : node.getMemberNames()) {
+        // Tables about the values, not values.
         if (prefix.empty() && (key == "sources" || key == "units")) {
             continue;
         }
@@ -34,6 +35,7 @@ void Collect(const Json::Value& document, const Json::Value& node, const std::st
             return !names.isObject() ? "" : names.isMember(key) ? TextOf(names[key]) : TextOf(names[owner]);
         };
         if (member.isObject()) {
+            // Values inside an object such as cpuFrequencies share the unit and source of the object.
             Collect(document, member, prefix + key + ".", key, values);
         } else {
             values.push_back({prefix + key, key, member, text("units"), text("sources")});
@@ -63,6 +65,7 @@ std::vector<Value> Select(const std::vector<Value>& all, const std::vector<std::
     for (const std::string& key : keys) {
         const size_t before = selected.size();
         std::copy_if(all.begin(), all.end(), std::back_inserter(selected),
+                     // A short key may select several values, such as one of each policy.
                      [&key](const Value& value) { return value.path == key || value.key == key; });
         if (selected.size() == before) {
             missing.push_back(key);

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// One write for each line, retried when it is partial: a recorder that is killed leaves whole lines, apart from the
+// last one at most.
 #include "line_file.h"
 
 #include <fcntl.h>
@@ -13,6 +15,7 @@ namespace VeltraTool {
 
 LineFile::LineFile(const std::string& path) : name_(path == "-" ? "standard output" : path)
 {
+    // A copy of stdout, so that the destructor may close it. Mode 0600: a recording has what games send.
     file_ = path == "-" ? ::dup(STDOUT_FILENO) : ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     if (file_ < 0) {
         Fail();

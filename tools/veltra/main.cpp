@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// veltra: looks at a running system, asks its service, finds out what does not work, and lets the device pretend. Each
-// verb has a file of its own; this one builds the command line, runs the verb and turns its end into an exit status.
+// veltra: shows a running system, calls its service, finds out what does not work, and simulates a device. Each verb
+// has a file of its own, with a function Add...() that describes its options and sets its callback. This file builds
+// the command line from them, runs the verb and maps its outcome to an exit status. A verb that fails throws a
+// ToolError, which carries the exit status and what to do.
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -48,8 +50,10 @@ int Run(int argc, char** argv)
     app.add_flag("--json", tool.isJson, "Print JSON, with the key \"schema\" and stable keys");
     app.add_option_function<std::string>(
            "--runtime-dir",
+           // By the environment, since the platform reads it at its first use, and child processes inherit it.
            [](const std::string& path) { ::setenv("TAVO_RUNTIME_DIR", std::filesystem::absolute(path).c_str(), 1); },
            "Where the manager is found (default $TAVO_RUNTIME_DIR, else $XDG_RUNTIME_DIR/tavo)")
+        // Before the callback of the verb, wherever the option is on the command line.
         ->trigger_on_parse();
     AddStatus(app, tool);
     AddGet(app, tool);
@@ -57,6 +61,7 @@ int Run(int argc, char** argv)
     AddMonitor(app, tool);
     AddRecord(app, tool);
     AddReplay(app, tool);
+    AddReport(app, tool);
     AddTop(app, tool);
     AddTrace(app, tool);
     AddScenario(app, tool);
@@ -65,10 +70,12 @@ int Run(int argc, char** argv)
     AddDoctor(app, tool);
     AddRestartProbe(app, tool);
     AddSimulate(app, tool);
+    AddServe(app, tool);
     AddCompletion(app, tool);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
+        // --help and --version are "errors" with status 0.
         return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
     } catch (const ToolError& error) {
         PrintError(tool, error);
@@ -82,6 +89,7 @@ int Run(int argc, char** argv)
 CLI::App* AddVerb(CLI::App& app, const std::string& name, const std::string& what)
 {
     CLI::App* const verb = app.add_subcommand(name, what);
+    // Options of the tool itself (--json) may also follow the verb.
     verb->fallthrough();
     return verb;
 }
@@ -93,6 +101,7 @@ try {
     // The tool reports by itself what fails; the lines of the library would only repeat it. TAVO_LOG brings them back.
     ::setenv("TAVO_LOG", "off", 0);
     const int exitCode = VeltraTool::Run(argc, argv);
+    // _Exit does not flush.
     std::fflush(stdout);
     // Deliberate: platform threads may still run callbacks, which must not see static objects go.
     std::_Exit(exitCode);

@@ -51,8 +51,7 @@ int64_t NumberIn(const Json::Value& record, const char* key)
 std::string ShownResult(const Json::Value& record, const char* key)
 {
     const auto code = static_cast<int32_t>(NumberIn(record, key));
-    const TAVO::Veltra::ResultText* const text = TAVO::Veltra::FindResultText(code);
-    return Toned(text != nullptr ? text->name : std::to_string(code), code == 0 ? Tone::GOOD : Tone::BAD);
+    return Toned(NameOfCode(code), code == 0 ? Tone::GOOD : Tone::BAD);
 }
 
 // What happened, behind time and process.
@@ -99,6 +98,7 @@ public:
             return;
         }
         Json::Value dropped;
+        // A document of its own, so that a script can count what it has missed.
         dropped["type"] = "dropped";
         dropped["t"] = SecondsNow();
         dropped["count"] = Json::UInt64(count);
@@ -112,6 +112,8 @@ private:
     {
         const bool isCall = TextOf(record["type"]) == "call";
         const bool isPush = TextOf(record["type"]) == "push";
+        // With a filter for operations, pushes and other records are left out; with one for results, those that have
+        // none.
         if (!isCall && (!options_.operations.empty() || (!isPush && options_.ChoosesResults()))) {
             return false;
         }
@@ -130,6 +132,7 @@ Json::Value FilterOf(const MonitorOptions& options)
 {
     Json::Value filter;
     filter["device"] = false;
+    // What is filtered by the service does not travel.
     filter["pushes"] = options.operations.empty();
     for (const int32_t process : options.processes) {
         filter["pid"].append(process);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The verb `record`: what the service does, as JSON Lines in a file. Each line is written by itself and whole, so that a
-// recorder that is killed leaves a file that can be read. The first line says where and when; records that were lost
+// The verb `record`: what the service does, as JSON Lines in a file. Each line is written by itself and whole, so that
+// a recorder that is killed leaves a file that can be read. The first line says where and when; records that were lost
 // leave a line with their number.
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -39,7 +39,8 @@ std::string TimeStamp()
     return text;
 }
 
-Json::Value Header(const TAVO::sptr<TAVO::Veltra::IVeltraControl>& control)
+// `isRedacting`: without the names of games that run already.
+Json::Value Header(const TAVO::sptr<TAVO::Veltra::IVeltraControl>& control, bool isRedacting)
 {
     std::string answer;
     const int32_t result = control->Describe(answer);
@@ -50,6 +51,9 @@ Json::Value Header(const TAVO::sptr<TAVO::Veltra::IVeltraControl>& control)
     header["service"] = TextOf(state["service"]["version"]);
     header["simulated"] = state["simulation"]["active"].isBool() && state["simulation"]["active"].asBool();
     header["startedAt"] = TimeStamp();
+    if (!isRedacting && !state["games"].empty()) {
+        header["games"] = state["games"];
+    }
     utsname system{};
     if (::uname(&system) == 0) {  // without the host's name: a recording may be passed on
         header["machine"] = std::string(system.sysname) + " " + system.release + " " + system.machine;
@@ -86,6 +90,7 @@ public:
     bool IsEnough() override
     {
         const Clock::time_point now = Clock::now();
+        // IsEnough is called at least ten times a second, so it also serves the progress line.
         if (isTerminal_ && now >= nextProgress_) {
             std::fprintf(stderr, "\r%s", Summary().c_str());
             nextProgress_ = now + std::chrono::seconds(1);
@@ -123,7 +128,8 @@ void Run(const RecordOptions& options)
         throw ToolError(EXIT_USAGE, "--as-scenario needs a recording in a file", "name one instead of -");
     }
     const auto control = ReachControl(options.isStarting);
-    const Json::Value header = Header(control);
+    // Before the file is replaced: without a service an earlier recording stays.
+    const Json::Value header = Header(control, options.isRedacting);
     const LineFile file(options.file);
     file.Write(JsonText(header));
     Recorder recorder(file, options.isRedacting);

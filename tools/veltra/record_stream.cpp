@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// The loop that record, replay and monitor share: takes lines from the queue until the sink has enough, the time is
+// over, a signal arrives or the service ends. Lines arrive on a platform thread; the sink is called on main's.
 #include "record_stream.h"
 
 #include "output.h"
@@ -37,6 +39,7 @@ void FollowRecords(const TAVO::sptr<TAVO::Veltra::IVeltraControl>& control, cons
         Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(limit));
     while (!sink.IsEnough() && Clock::now() < end) {
         const std::optional<std::string> line = queue.Take(std::min(end, Clock::now() + TICK));
+        // Before the line: the lost records precede it.
         if (const uint64_t lost = queue.TakeLost(); lost > 0) {
             sink.OnLost(lost);
         }
@@ -49,6 +52,7 @@ void FollowRecords(const TAVO::sptr<TAVO::Veltra::IVeltraControl>& control, cons
     if (queue.Ended() == EXIT_UNREACHABLE) {
         throw ToolError(EXIT_UNREACHABLE, "the service has ended", "a game's next call starts it, or --start");
     }
+    // Not after the service has ended: there is nothing to end.
     control->Unwatch();
 }
 

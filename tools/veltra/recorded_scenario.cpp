@@ -50,6 +50,7 @@ public:
 
     std::string Text() const
     {
+        // First all values, then half as many in each attempt, until it fits.
         for (int64_t step = 0; step < MOST_STEP; step = step == 0 ? 2 * LOOK_MICROSECONDS : step * 2) {
             const std::optional<Json::Value> scenario = Document(step);
             std::string text = scenario ? JsonText(*scenario) : "";
@@ -79,6 +80,7 @@ private:
                 reader.Fail("has a " + key + " out of its bounds");
             }
             Points& points = points_[key];
+            // Times of a curve must ascend strictly.
             if (points.empty() || time > points.back().first) {
                 points.emplace_back(time, value);
             }
@@ -92,6 +94,7 @@ private:
             return;
         }
         auto& [since, receivers] = latest_[text];
+        // A second push with the same text to the same process is another event.
         if (receivers.empty() || time > since + SAME_EVENT_MICROSECONDS || receivers.count(process) > 0) {
             receivers.clear();
             since = time;
@@ -191,6 +194,7 @@ void WriteRecordedScenario(const std::string& recording, const std::string& outp
         builder.Add(*record, reader);
     }
     const std::string text = builder.Text();
+    // By the code that plays scenarios: what is written can be loaded.
     if (const std::vector<ConfigMistake> mistakes = Scenario::Check(text); !mistakes.empty()) {
         throw ToolError(EXIT_NO, "the recording makes no scenario: " + mistakes.front().text);
     }

@@ -81,11 +81,11 @@ RecordingReader::RecordingReader(const std::string& path)
         throw ToolError(EXIT_NO, path + " cannot be read: " + std::strerror(errno));
     }
     const std::optional<Json::Value> read = ReadObject();
-    const Json::Value header = read.value_or(Json::Value());
-    if (TextOf(header["type"]) != "header") {
+    header_ = read.value_or(Json::objectValue);
+    if (TextOf(header_["type"]) != "header") {
         Fail("is not the header of a recording; \"veltra record\" makes one");
     }
-    if (header["schema"] != SCHEMA) {
+    if (header_["schema"] != SCHEMA) {
         Fail("names another schema than 1; use a tool of the recording's version");
     }
 }
@@ -105,8 +105,10 @@ std::optional<Json::Value> RecordingReader::Next()
 std::optional<Json::Value> RecordingReader::ReadObject()
 {
     ++line_;
+    // getline stops at the end of the buffer: a line without an end uses no further memory.
     file_.getline(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
     const std::streamsize length = file_.gcount();
+    // A recorder that was killed may have written half a line.
     if (file_.eof() || (file_.fail() && length == 0)) {
         if (length > 0) {
             std::fprintf(stderr, "veltra: %s:%zu: the last line is not complete and is left out\n",

@@ -52,6 +52,7 @@ std::string Redactor::TokenOf(const std::string& text)
         return known->second;
     }
     if (tokens_.size() >= MAX_TOKENS) {
+        // Not the text itself: a limit must not reveal anything.
         return "text-other";
     }
     return tokens_[text] = "text-" + std::to_string(tokens_.size() + 1);
@@ -66,6 +67,7 @@ void Redactor::RedactTexts(Json::Value& value, bool isMap)
             RedactTexts(item, false);
         }
     } else if (value.isObject()) {
+        // Built anew, because keys may change.
         Json::Value redacted = Json::objectValue;
         for (const std::string& key : value.getMemberNames()) {
             Json::Value& member = value[key];

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The verb `replay`: makes the requests of a recording again, one process for each recorded one, and compares the result
-// codes. Both sides of the comparison are the service's own records: the library gives games other codes than the
-// service gives it, and none of some operations. Codes are compared for each operation of a game in its order, because a
-// one-way request and the one behind it may be handled in either order.
+// The verb `replay`: makes the requests of a recording again, one process for each recorded one, and compares the
+// result codes. Both sides of the comparison are the service's own records: the library gives games other codes than
+// the service gives it, and none of some operations. Codes are compared for each operation of a game in its order,
+// because a one-way request and the one behind it may be handled in either order.
 #include "replay.h"
 
 #include <algorithm>
@@ -39,12 +39,6 @@ struct Game {
     std::map<std::string, std::vector<int32_t>> codes;  // by operation
 };
 
-std::string ShownCode(int32_t code)
-{
-    const TAVO::Veltra::ResultText* const text = TAVO::Veltra::FindResultText(code);
-    return text != nullptr ? text->name : std::to_string(code);
-}
-
 class Replay : public RecordSink {
 public:
     Replay(const ReplayOptions& options, const ReplayPlan& plan) : options_(options)
@@ -58,6 +52,7 @@ public:
     void OnRecord(const std::string&, const Json::Value& record) override
     {
         for (Game& game : games_) {
+            // Calls of other games are in the records too, and are no part of the replay.
             if (game.process != nullptr && record["pid"] == game.process->Pid() && record["code"].isInt()) {
                 game.codes[TextOf(record["op"])].push_back(record["code"].asInt());
                 ++received_;
@@ -72,8 +67,10 @@ public:
         if (!isStarted_) {
             Start();
         }
+        // Wait with a limit of 0 only looks.
         isOver_ = std::all_of(games_.begin(), games_.end(), [](const Game& game) { return game.process->Wait({}); });
         const Clock::time_point now = Clock::now();
+        // The records of the last requests arrive after the processes have ended.
         if (!isOver_) {
             limit_ = now + RECORD_LIMIT;
         }
@@ -104,6 +101,7 @@ public:
         } else {
             Print(document);
         }
+        // With lost records nothing is proved.
         return differences_ > 0 || lost_ > 0 ? EXIT_NO : EXIT_DONE;
     }
 
@@ -152,9 +150,9 @@ private:
     {
         for (const Json::Value& each : document["differences"]) {
             const std::string now =
-                each.isMember("now") ? ShownCode(each["now"].asInt()) : "it did not reach the service";
+                each.isMember("now") ? NameOfCode(each["now"].asInt()) : "it did not reach the service";
             PrintLine("process " + ShownValue(each["pid"]) + ": " + Escaped(each["op"].asString()) + " number " +
-                      ShownValue(each["number"]) + ": recorded " + ShownCode(each["recorded"].asInt()) + ", now " +
+                      ShownValue(each["number"]) + ": recorded " + NameOfCode(each["recorded"].asInt()) + ", now " +
                       Toned(now, Tone::BAD));
         }
         if (differences_ > MOST_LISTED) {

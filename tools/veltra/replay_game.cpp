@@ -38,6 +38,7 @@ void Play(const GameOptions& options)
     TAVO::Veltra::VeltraClient client;
     const Clock::time_point begin{std::chrono::nanoseconds(options.begin)};
     for (const ReplayRequest& request : game->second) {
+        // All games of the replay count from the same moment, so calls of different games keep their order.
         std::this_thread::sleep_until(begin + std::chrono::duration_cast<Clock::duration>(
                                                   std::chrono::duration<double>(request.seconds / options.speed)));
         const CallArguments arguments(request.operation->name, request.operation->parameters, request.arguments);

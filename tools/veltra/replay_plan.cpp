@@ -107,6 +107,7 @@ std::optional<std::vector<std::string>> ArgumentsOf(const CallOperation& operati
             words.emplace_back("key=1");
             continue;
         }
+        // A "Count" beside a list: the recording has only its first items.
         if (!arguments.isMember(key) || arguments.isMember(key + "Count")) {
             return std::nullopt;
         }
@@ -142,11 +143,13 @@ void Add(const Json::Value& record, const RecordingReader& reader, ReplayPlan& p
     request.name = record["op"].asString();
     request.code = record["code"].asInt();
     request.operation = OperationOf(request.name);
+    // A record has the time of its end; requests are made again at their beginning.
     request.seconds = (static_cast<double>(MicrosecondsOf(record)) - record["us"].asDouble()) / 1e6;
     if (request.operation == nullptr) {
         ++plan.skipped[NO_OPERATION];
         return;
     }
+    // A request with other arguments might have another result, which would be reported as a difference.
     auto arguments = IsCut(record) ? std::nullopt : ArgumentsOf(*request.operation, record);
     if (!arguments) {
         ++plan.skipped[CUT];

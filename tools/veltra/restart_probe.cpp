@@ -79,6 +79,7 @@ Json::Value Probe()
     }
     const sptr<ISystemAbilityManager> manager = ReachManager();
     if (manager->CheckAbility(SERVICE_ABILITY) != nullptr) {
+        // This verb kills the service: it must only ever meet its own.
         throw ToolError(EXIT_NO, "the service runs already, and games may use it");
     }
     VeltraClient game;
@@ -88,9 +89,11 @@ Json::Value Probe()
     const sptr<IRemoteObject> service = manager->CheckAbility(SERVICE_ABILITY);
     const std::optional<AbilityDescription> ability = DescribeAbility(manager, SERVICE_ABILITY);
     const auto notice = MakeRef<Notice>();
+    // Exactly one start: a process that another start has replaced is not the one to kill.
     if (service == nullptr || !ability || ability->starts != 1 || !service->AddDeathRecipient(notice)) {
         throw ToolError(EXIT_NO, "the service cannot be watched");
     }
+    // Before the signal: the notice may come before kill() returns.
     const Clock::time_point start = Clock::now();
     if (::kill(ability->pid, SIGKILL) != 0) {
         throw ToolError(EXIT_NO, "the service cannot be killed");
@@ -99,6 +102,7 @@ Json::Value Probe()
     if (noticed == Clock::time_point()) {
         throw ToolError(EXIT_NO, "no death notice came within 5 s");
     }
+    // The first calls may still meet the dead service and fail.
     if (!Repeat(RESTART_LIMIT, [&game] { return game.CallAuth("doctor") == RESULT_OK; })) {
         throw ToolError(EXIT_NO, "no call succeeded within 15 s after the kill");
     }

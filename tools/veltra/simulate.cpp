@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The verb `simulate`: what the service pretends. Each verb below it is one command to the control ability, and prints
-// what is simulated after it. The service opens no file for a client: the scenario travels as text, and is checked here
-// first, where every mistake can be reported with its place.
+// The verb `simulate`: what the service reports instead of the real device. Each verb below it is one command to the
+// control ability, and prints what is simulated after it. The service opens no file for a client: the scenario is sent
+// as text. It is checked here first, where every mistake can be reported with its place; the service reports one only.
 #include "simulate.h"
 
 #include <charconv>
@@ -83,6 +83,8 @@ void AddValue(Json::Value& values, const std::string& word)
     if (end == std::string::npos || end == 0 || !isNumber) {
         throw ToolError(EXIT_USAGE, "'" + word + "' is not KEY=NUMBER", "for example tempLevel=4");
     }
+    // Whole numbers as such: the service refuses 4.0 for a level. The cast is defined, since the number is at most
+    // 2^53.
     values[word.substr(0, end)] = number == static_cast<double>(static_cast<int64_t>(number))
                                       ? Json::Value(Json::Int64(number))
                                       : Json::Value(number);
@@ -103,7 +105,7 @@ using Shared = std::shared_ptr<Options>;
 
 void AddValues(CLI::App& simulate, Tool& tool, const Shared& options)
 {
-    CLI::App* const set = AddVerb(simulate, "set", "Pretend values, until they are released");
+    CLI::App* const set = AddVerb(simulate, "set", "Simulate values, until they are released");
     set->add_option("values", options->words, "KEY=NUMBER, by the keys of the device state")->required();
     for (const std::string& key : DeviceKeys()) {
         tool.words[set].push_back(key + "=");
@@ -115,7 +117,7 @@ void AddValues(CLI::App& simulate, Tool& tool, const Shared& options)
         }
         Send(command, options->isStarting, tool);
     });
-    CLI::App* const release = AddVerb(simulate, "release", "End pretending values; all that were set, without keys");
+    CLI::App* const release = AddVerb(simulate, "release", "End simulated values; all that were set, without keys");
     release->add_option("keys", options->words, "The keys of the values");
     release->callback([options, &tool] {
         Json::Value command = Command("release");
@@ -193,10 +195,8 @@ void AddFaults(CLI::App& simulate, Tool& tool, const Shared& options)
         Send(command, options->isStarting, tool);
     });
     CLI::App* const fault = AddVerb(simulate, "fault", "Let something go wrong");
-    const std::vector<std::string> kinds = {"die",     "hang",       "lateReply",     "refuse", "shortReply",
-                                            "badText", "wrongToken", "shortCallback", "flood"};
     fault->add_option("kind", options->text, "What goes wrong; docs/service.md describes the kinds")->required();
-    tool.words[fault] = kinds;
+    tool.words[fault] = FaultKinds();
     CLI::Option* const operation = fault->add_option("--operation", options->operation, "Only this operation");
     CLI::Option* const seconds = fault->add_option("--for", options->seconds, "For so many seconds; else until off");
     CLI::Option* const code = fault->add_option("--code", options->code, "The code of a refusal");
@@ -205,6 +205,7 @@ void AddFaults(CLI::App& simulate, Tool& tool, const Shared& options)
         Json::Value command = Command("fault");
         command["kind"] = options->text;
         const auto add = [&command](const CLI::Option* option, const char* key, const Json::Value& value) {
+            // An option that was not given leaves the default to the service.
             if (option->count() > 0) {
                 command[key] = value;
             }
@@ -221,7 +222,7 @@ void AddFaults(CLI::App& simulate, Tool& tool, const Shared& options)
 
 void AddSimulate(CLI::App& app, Tool& tool)
 {
-    CLI::App* const simulate = AddVerb(app, "simulate", "Let the service pretend another device");
+    CLI::App* const simulate = AddVerb(app, "simulate", "Make the service report a simulated device");
     simulate->require_subcommand(1);
     const Shared options = std::make_shared<Options>();
     simulate->add_flag("--start", options->isStarting, "Start the service if it does not run");

@@ -15,6 +15,7 @@ std::string Line(const ScenarioFile& file, const ConfigMistake& mistake)
 {
     std::string line = file.path;
     if (mistake.line > 0) {
+        // As compilers print places, so that an editor can jump there.
         line += ":" + std::to_string(mistake.line) + ":" + std::to_string(mistake.column);
     }
     return line + ": " + mistake.text;

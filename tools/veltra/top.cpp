@@ -33,6 +33,7 @@ void Show(TopSource& source)
     TopScreen screen;
     TopInput input = TopInput::RESIZED;
     for (uint64_t shown = 0; input != TopInput::QUIT; input = screen.Wait(TICK)) {
+        // The state is copied and drawn only when it has changed, or the terminal has.
         const uint64_t version = source.Version();
         if (input == TopInput::RESIZED || version != shown) {
             screen.Draw(LayOut(source.State(), screen.Width(), screen.Height(), screen.IsUtf8()));
@@ -51,6 +52,7 @@ void AddTop(CLI::App& app, Tool& tool)
     verb->callback([isStarting, &tool] {
         RequireTerminal(tool);
         const auto source = std::make_shared<TopSource>(ReachControl(*isStarting));
+        // The first look, on this thread: without a service this throws before the screen is taken over.
         source->Open();
         source->Run();
         Show(*source);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// One screen of the verb `top`, from top to bottom: the service, the curves of the device, pushes, games, operations, and
-// the keys. Games and operations share the lines that are left, and report how many of them do not fit. What comes from
-// the service may have any type and any length: it is checked, escaped and cut here.
+// One screen of the verb `top`, from top to bottom: the service, the curves of the device, pushes, games, operations,
+// and the keys. Games and operations share the lines that are left, and report how many of them do not fit. What comes
+// from the service may have any type and any length: it is checked, escaped and cut here.
 #include "top_layout.h"
 
 #include <algorithm>
@@ -42,6 +42,7 @@ std::string Cut(const std::string& text, size_t width)
 {
     size_t end = 0;
     for (size_t characters = 0; end < text.size(); ++end) {
+        // By characters, not bytes: a cut inside a character would show as garbage.
         if (!IsContinuation(text[end]) && characters++ == width) {
             break;
         }
@@ -155,6 +156,7 @@ std::vector<TopLine> GameLines(const TopState& state)
 {
     std::vector<TopLine> lines;
     const Json::Value& games = MemberOf(state.Report(), "games");
+    // A service of another version may send something else.
     for (const Json::Value& game : games.isArray() ? games : Json::Value(Json::arrayValue)) {
         lines.push_back({Right(ShownNumber(MemberOf(game, "pid"), 0), 8) +
                          Right(ShownNumber(MemberOf(game, "state"), 0), 8) + "  " +
@@ -206,6 +208,7 @@ std::vector<TopLine> LayOut(const TopState& state, size_t width, size_t height, 
     const std::vector<TopLine> calls = CallLines(state);
     const size_t room = height > lines.size() + HEADINGS ? height - lines.size() - HEADINGS : 0;
     const size_t left = room > calls.size() ? room - calls.size() : 0;
+    // Operations first, as their number is known (17); games get what is left, and at least FEWEST_GAMES lines.
     const size_t gameRoom = std::min({games.size(), room, std::max(FEWEST_GAMES, left)});
     lines.push_back({Right("GAME PID", 8) + Right("state", 8) + "  name", Tone::PLAIN, true});
     AddPart(games, gameRoom, lines);
@@ -213,6 +216,7 @@ std::vector<TopLine> LayOut(const TopState& state, size_t width, size_t height, 
                          Right("p99 us", 9) + Right("refused", 9),
                      Tone::PLAIN, true});
     AddPart(calls, room - gameRoom, lines);
+    // Cut or filled, so that the last line is at the bottom.
     lines.resize(std::max<size_t>(height, 1) - 1);
     if (height > 0) {
         lines.push_back({"q ends this view", Tone::PLAIN});

@@ -19,9 +19,6 @@ namespace VeltraTool {
 
 constexpr size_t TOP_CURVES = 4;
 
-// A null value unless `object` is an object and has the key.
-const Json::Value& MemberOf(const Json::Value& object, const char* key);
-
 // What is known about the service, from one look to the next.
 class TopState {
 public:

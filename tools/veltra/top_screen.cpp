@@ -64,6 +64,7 @@ TopScreen::TopScreen()
     ::cbreak();
     ::noecho();
     ::curs_set(0);
+    // wgetch must not block: poll waits, for input or the next tick.
     ::nodelay(stdscr, true);
     ::keypad(stdscr, true);
     const char* const noColour = std::getenv("NO_COLOR");
@@ -80,6 +81,7 @@ TopScreen::TopScreen()
 
 TopScreen::~TopScreen()
 {
+    // Restores the terminal also when an exception ends the view.
     ::endwin();
 }
 

@@ -7,7 +7,7 @@
 #include <memory>
 #include <mutex>
 
-#include "control/iveltra_control.h"
+#include "service_look.h"
 #include "top_layout.h"
 
 namespace VeltraTool {
@@ -15,9 +15,9 @@ namespace VeltraTool {
 // State that a thread keeps up to date, so that the terminal answers keys while the service does not answer.
 class TopSource : public std::enable_shared_from_this<TopSource> {
 public:
-    explicit TopSource(const TAVO::sptr<TAVO::Veltra::IVeltraControl>& control) : control_(control) {}
+    explicit TopSource(const TAVO::sptr<TAVO::Veltra::IVeltraControl>& control) : look_(control, false) {}
 
-    // Begins to watch and takes the first look. ToolError when the service refuses.
+    // Takes the first look. ToolError when the service does not answer.
     void Open();
     // Starts the thread, which runs until the process ends.
     void Run();
@@ -27,12 +27,9 @@ public:
     uint64_t Version();
 
 private:
-    void Watch();
-    Json::Value Describe();
-    Json::Value DescribeAnew();
     void Look();
 
-    TAVO::sptr<TAVO::Veltra::IVeltraControl> control_;  // null: to be found again; used by one thread at a time
+    ServiceLook look_;  // of Open, then of the thread
     std::mutex mutex_;
     TopState state_;  // under mutex_, as is version_
     uint64_t version_ = 0;

@@ -33,16 +33,12 @@ std::map<std::string, double> CountsOf(const Json::Value& report)
 
 }  // namespace
 
-const Json::Value& MemberOf(const Json::Value& object, const char* key)
-{
-    return object.isObject() ? object[key] : Json::Value::nullSingleton();
-}
-
 void TopState::SetReport(const Json::Value& report, Clock::time_point now)
 {
     const double process = NumberOf(MemberOf(MemberOf(report, "service"), "pid"));
     const std::map<std::string, double> counts = CountsOf(report);
     rates_.clear();
+    // Another process counts from 0: a difference to the old one's counters would be wrong.
     if (time_ && process == process_ && now > *time_) {
         const double seconds = std::chrono::duration<double>(now - *time_).count();
         for (const auto& [name, count] : counts) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The verb `trace`: a recording as a trace for timeline viewers, in the JSON format of Chrome. Each process has a set of
-// rows for its calls and one for the pushes to it. A row never has two of them at the same time: a game calls from
+// The verb `trace`: a recording as a trace for timeline viewers, in the JSON format of Chrome. Each process has a set
+// of rows for its calls and one for the pushes to it. A row never has two of them at the same time: a game calls from
 // several threads, which a recording does not name, so what overlaps goes to the next row.
 #include <algorithm>
 #include <cmath>
@@ -36,6 +36,7 @@ public:
     int32_t Take(int64_t begin, int64_t end)
     {
         int32_t row = count_ + 1;
+        // The row that is free longest; the queue has the earliest end on top.
         if (!busy_.empty() && busy_.top().first <= begin) {
             row = busy_.top().second;
             busy_.pop();
@@ -78,6 +79,7 @@ public:
 
     void Finish()
     {
+        // Records are in the order of their ends; rows are assigned in the order of their beginnings.
         std::stable_sort(spans_.begin(), spans_.end(),
                          [](const Span& left, const Span& right) { return left.begin < right.begin; });
         int64_t first = spans_.empty() ? std::numeric_limits<int64_t>::max() : spans_.front().begin;
@@ -139,6 +141,7 @@ private:
         }
         span.event["tid"] = id;
         Write(span.event, span.begin - first);
+        // A long recording needs its memory only once.
         span.event.clear();
     }
 

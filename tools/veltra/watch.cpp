@@ -52,6 +52,7 @@ private:
     void Report(double time, const std::string& key, const Json::Value& value)
     {
         const auto [before, isNew] = last_.emplace(key, value);
+        // A record has all values, also those that have not changed.
         if (!isNew && before->second == value) {
             return;
         }

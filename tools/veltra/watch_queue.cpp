@@ -41,6 +41,7 @@ void EndAtSignals()
     sigemptyset(&signals);
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
+    // Before the thread is started, which inherits the mask.
     ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     std::thread([signals] {
         int signal = 0;
@@ -53,6 +54,7 @@ void EndAtSignals()
 
 WatchQueue& WatchQueue::Instance()
 {
+    // Deliberate: never destroyed. Platform threads may add to it while the process exits.
     static WatchQueue* const queue = new WatchQueue;
     return *queue;
 }
@@ -63,6 +65,7 @@ void WatchQueue::Add(const std::string& lines, uint64_t dropped)
     lost_ += dropped;
     for (size_t begin = 0; begin < lines.size();) {
         const size_t end = std::min(lines.find('\n', begin), lines.size());
+        // Main writes to a slow terminal or file. The newest lines are dropped and counted.
         if (bytes_ + end - begin > MAX_BYTES) {
             ++lost_;
         } else if (end > begin) {
@@ -77,6 +80,7 @@ void WatchQueue::Add(const std::string& lines, uint64_t dropped)
 void WatchQueue::End(ExitCode code)
 {
     const std::lock_guard lock(mutex_);
+    // The first reason counts.
     ended_ = ended_.value_or(code);
     changed_.notify_all();
 }
@@ -85,6 +89,7 @@ std::optional<std::string> WatchQueue::Take(std::chrono::steady_clock::time_poin
 {
     std::unique_lock lock(mutex_);
     changed_.wait_until(lock, deadline, [this] { return !lines_.empty() || ended_; });
+    // After a signal nothing more is printed; after the end of the service what it had sent still is.
     if (lines_.empty() || ended_ == EXIT_DONE) {
         return std::nullopt;
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Who sent the request that the current thread handles, as the kernel vouches for it, and what is theirs.
+// The sender of the request that the current thread handles, as the kernel identifies it, and its objects.
 #ifndef TAVO_CALLING_PEER_H
 #define TAVO_CALLING_PEER_H
 
@@ -13,7 +13,8 @@
 namespace TAVO {
 
 struct CallingPeer {
-    pid_t pid;         // at the time of connecting; for logs and for a child that one started, never a key
+    pid_t
+        pid;  // at the time of connecting; for logs and for a child process of one's own, never a key: pids are reused
     uid_t uid;         // the trust boundary
     uint64_t session;  // names the connection to that process, never used again; 0 for this process itself
 };
@@ -21,8 +22,8 @@ struct CallingPeer {
 // Inside a request handler: its sender. Elsewhere: this process.
 TAVO_EXPORT CallingPeer GetCallingPeer();
 
-// Whether the object lives in the process that GetCallingPeer names. A request may carry references to objects of any
-// process: what is kept for the caller, and goes with it, has to be its own. False for null.
+// Whether the object belongs to the process that GetCallingPeer names. A request may carry references to objects of any
+// process; what a service keeps for a caller until the caller ends must be the caller's own. False for null.
 TAVO_EXPORT bool IsOfCaller(const sptr<IRemoteObject>& object);
 
 }  // namespace TAVO

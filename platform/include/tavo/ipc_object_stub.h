@@ -17,9 +17,9 @@ namespace Transport {
 class ObjectGate;
 }  // namespace Transport
 
-// Lives as long as anybody here or elsewhere holds a reference. Its requests run on platform workers, several at once
-// (at most 12, or one at a time with `serialInvoke`); further ones wait without a thread. Unless they run one at a
-// time, those that wait for the answer to a call of their own are not counted: whom they call may call the object back.
+// Lives as long as this process or a peer holds a reference. Its requests run on platform workers, several at once (at
+// most 12, or one at a time with `serialInvoke`); further ones wait without a thread. Unless they run one at a time, a
+// request whose handler waits for the answer to a call of its own is not counted: the callee may call the object back.
 class TAVO_EXPORT IPCObjectStub : public IRemoteObject {
 public:
     // Request codes of the platform, answered by OnRemoteRequest below for every object.
@@ -29,13 +29,13 @@ public:
     explicit IPCObjectStub(std::u16string descriptor = std::u16string(), bool serialInvoke = false);
     ~IPCObjectStub() override;
 
-    // Handles one request; the platform calls it on a worker, with all signals blocked. The result is the status that
-    // the sender's SendRequest returns; what was written to `reply` travels with any status. An exception becomes
-    // IPC_EXCEPTION. An override passes codes that it does not know on to this one, which answers the platform's own
-    // codes and IPC_UNKNOWN_CODE for the rest.
+    // Handles one request; the platform calls it on a worker, which blocks all signals except those of a fault. The
+    // result is the status that the sender's SendRequest returns; `reply` is sent with any status. An exception becomes
+    // IPC_EXCEPTION. An override passes codes that it does not know to this function, which answers the platform's own
+    // codes and returns IPC_UNKNOWN_CODE for all others.
     virtual int OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option);
 
-    // To a local object: handled on a worker all the same, never inside this call; `data` is consumed.
+    // A request to a local object is handled on a worker too, never inside this call; `data` is consumed.
     int SendRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option) override;
     bool AddDeathRecipient(const sptr<DeathRecipient>& recipient) override;     // false: local
     bool RemoveDeathRecipient(const sptr<DeathRecipient>& recipient) override;  // false: local

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What SendRequest returns when it is not the handler's own status.
+// Results of SendRequest that are not the handler's own status.
 #ifndef TAVO_IPC_STATUS_H
 #define TAVO_IPC_STATUS_H
 
@@ -11,7 +11,7 @@ namespace TAVO {
 // returns is the status that the remote handler returned.
 enum IpcStatus : int {
     IPC_OK = 0,
-    IPC_DEAD_OBJECT = -100001,   // the process that owned the object is gone, or the object is
+    IPC_DEAD_OBJECT = -100001,   // the object, or the process that owned it, no longer exists
     IPC_TIMED_OUT = -100002,     // no reply within the wait time; whether the request ran is unknown
     IPC_BROKEN = -100003,        // the connection broke during the call; whether the request ran is unknown
     IPC_QUEUE_FULL = -100004,    // the receiver does not keep up with one-way requests, or has not acknowledged the
@@ -21,7 +21,7 @@ enum IpcStatus : int {
     IPC_EXCEPTION = -100007,     // the handler ended in an exception
     IPC_NO_RESOURCES = -100008,  // no descriptor, memory or thread left here or there; nothing ran
     IPC_UNAVAILABLE = -100009,   // this process cannot use the platform: it is a forked child
-    IPC_BAD_MESSAGE = -100010,   // the other side could not take the request apart; nothing ran
+    IPC_BAD_MESSAGE = -100010,   // the receiver could not decode the request; nothing ran
 };
 
 // A short text for logs and tools; never null.

@@ -18,8 +18,9 @@ public:
     // Blocks the calling thread and never returns: for the main thread of a service that has nothing else to do.
     [[noreturn]] static void JoinPool();
 
-    // True in a child of fork() whose parent had used the platform: every operation of it fails at once there, because
-    // locks may be held for ever and connections are the parent's. A library above tests this before its own locks.
+    // True in a child of fork() whose parent had used the platform. Every operation of the platform fails at once
+    // there: locks of threads that do not exist in the child stay locked, and connections belong to the parent. A
+    // library above checks this before it takes its own locks.
     static bool IsForkedChild() noexcept;
 };
 

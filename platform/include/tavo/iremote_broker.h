@@ -36,7 +36,7 @@ public:
     virtual sptr<IRemoteObject> AsObject() = 0;
 };
 
-// Makes the proxy of class T for a remote object; null without memory.
+// Makes the proxy of class T for a remote object; null if out of memory.
 template <typename T>
 struct BrokerCreator {
     sptr<IRemoteBroker> operator()(const sptr<IRemoteObject>& object) const
@@ -66,11 +66,11 @@ public:
 
     static BrokerRegistration& Get();
 
-    // The first creator of a descriptor stays; false for another one. `owner` marks whose entry it is.
+    // The first creator of a descriptor stays; false for another one. `owner` identifies the entry for Unregister.
     bool Register(const std::u16string& descriptor, Creator creator, const void* owner);
     // Removes the entry if `owner` made it.
     void Unregister(const std::u16string& descriptor, const void* owner);
-    // A proxy for `object` by the creator of its descriptor; null without memory or a creator. A missing creator is
+    // A proxy for `object` by the creator of its descriptor; null if out of memory or a creator. A missing creator is
     // logged once for each descriptor: the proxy class has no BrokerDelegator, or its library is not loaded.
     sptr<IRemoteBroker> NewInstance(const std::u16string& descriptor, const sptr<IRemoteObject>& object);
 
@@ -114,8 +114,8 @@ private:
     std::u16string descriptor_;  // empty when another class had the descriptor first
 };
 
-// `broker` as a T, null if it is none. What one object of a class turned out to be, all of them are: the class is looked
-// through once.
+// `broker` as a T, null if it is none. All objects of one class give the same answer, so the dynamic_cast is made once
+// for each class.
 template <typename T>
 T* NarrowBroker(IRemoteBroker* broker) noexcept
 {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// An object that requests can be sent to, whichever process it lives in.
+// An object to which requests can be sent, in this process or in another.
 #ifndef TAVO_IREMOTE_OBJECT_H
 #define TAVO_IREMOTE_OBJECT_H
 
@@ -18,35 +18,36 @@ class IRemoteBroker;
 class MessageParcel;
 
 // Either a local object (IPCObjectStub) or this process's only proxy of an object elsewhere. All operations may be
-// called from any thread. References travel in messages (MessageParcel::WriteRemoteObject).
+// called from any thread. References are sent in messages (MessageParcel::WriteRemoteObject).
 //
 // Order: requests of one thread run in the order in which it sent them; one-way requests to one process run in the
-// order sent, one at a time; nothing is promised between the two kinds. A death notice may overtake one-way requests
+// order sent, one at a time; the two kinds have no order between them. A death notice may overtake one-way requests
 // that still run.
 class TAVO_EXPORT IRemoteObject : public Parcelable {
 public:
-    // Told when the process of a remote object dies or the connection to it breaks.
+    // Notified when the process of a remote object dies or the connection to it breaks.
     class TAVO_EXPORT DeathRecipient : public virtual RefBase {
     public:
         // Runs on a platform thread, never inside the call that caused it and never on the thread that added the
-        // recipient; at most once per registration. `object` is what died; it may be gone already.
+        // recipient; at most once per registration. `object` is the proxy of the dead object, if it still exists.
         virtual void OnRemoteDied(const wptr<IRemoteObject>& object) = 0;
         ~DeathRecipient() override;
     };
 
     ~IRemoteObject() override;
 
-    // Sends `data` and, unless `option` is one-way, waits for the answer at most the option's wait time. Returns 0, a
-    // value of IpcStatus, or the handler's own status; what the handler wrote is in `reply` whatever it returned.
-    // A request is sent at most once. One-way never waits for its receiver: a full one is IPC_QUEUE_FULL. Only the
-    // first contact with the object's process may take its time, likewise at most the wait time.
+    // Sends `data` and, unless `option` is one-way, waits for the answer, at most for the option's wait time. Returns
+    // 0, a value of IpcStatus, or the handler's own status; `reply` has what the handler wrote, whatever it returned. A
+    // request is sent at most once. A one-way request never waits for its receiver: if the receiver's queue is full the
+    // result is IPC_QUEUE_FULL. Only connecting to the object's process for the first time may take up to the wait
+    // time.
     virtual int SendRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option) = 0;
 
-    // Registers `recipient`, once per call; the object holds a strong reference to it until it was told or removed.
-    // False when the object is dead already (no notice follows), local, or `recipient` is null. Neither of the two
-    // waits for a delivery in progress nor calls anybody.
+    // Registers `recipient`, once for each call; the object holds a strong reference to it until it is notified or
+    // removed. False if the object is dead already (no notice follows), local, or `recipient` is null.
+    // AddDeathRecipient and RemoveDeathRecipient neither wait for a delivery in progress nor call the user's code.
     virtual bool AddDeathRecipient(const sptr<DeathRecipient>& recipient) = 0;
-    // Takes one registration back. False when there was none. After it returned the recipient is not told, unless a
+    // Removes one registration. False if there was none. After it has returned the recipient is not notified, unless a
     // delivery had already begun.
     virtual bool RemoveDeathRecipient(const sptr<DeathRecipient>& recipient) = 0;
 
@@ -63,7 +64,7 @@ public:
     bool Marshalling(Parcel& parcel) const override;
 
 protected:
-    // The last reference of an object may be dropped by a platform thread that must not run user code: the object is
+    // The last reference of an object may be released by a platform thread that must not run user code: the object is
     // then destroyed on a worker.
     void OnLastStrongRef() const noexcept override;
 };

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// How the manager tells a client that an ability that it asked for is there, or is not.
+// The callback by which the manager notifies a client of the outcome of a load.
 #ifndef TAVO_ISYSTEM_ABILITY_LOAD_CALLBACK_H
 #define TAVO_ISYSTEM_ABILITY_LOAD_CALLBACK_H
 
@@ -24,7 +24,7 @@ public:
     virtual void OnLoadSystemAbilityFail(int32_t systemAbilityId) = 0;
 };
 
-// What a client derives from. Both operations do nothing unless overridden.
+// Base class for clients. Both operations do nothing unless overridden.
 class TAVO_EXPORT SystemAbilityLoadCallbackStub : public IRemoteStub<ISystemAbilityLoadCallback> {
 public:
     ~SystemAbilityLoadCallbackStub() override;

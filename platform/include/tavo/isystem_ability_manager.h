@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The system-ability manager: finds services by number, starts them on demand, takes their registrations.
+// The system-ability manager: finds services by number, starts them on demand, accepts their registrations.
 #ifndef TAVO_ISYSTEM_ABILITY_MANAGER_H
 #define TAVO_ISYSTEM_ABILITY_MANAGER_H
 
@@ -17,10 +17,10 @@ namespace TAVO {
 // What the manager's operations return when they are not answered with 0 or an object.
 enum AbilityStatus : int32_t {
     ABILITY_OK = 0,
-    ABILITY_UNKNOWN = 1,       // no ability file and no registration has this id
+    ABILITY_UNKNOWN = 1,       // no ability file has this id
     ABILITY_REFUSED = 2,       // this process may not register the id
     ABILITY_TAKEN = 3,         // another living process serves the id
-    ABILITY_UNREACHABLE = 4,   // the manager did not answer within 2 s, or cannot decide now: worth another try
+    ABILITY_UNREACHABLE = 4,   // the manager did not answer within 2 s, or cannot decide now: try again
     ABILITY_NOT_RUNNING = 5,   // nothing to remove
     ABILITY_BAD_REQUEST = 6,   // a callback or object that is null or not the caller's own, or a bad request
     ABILITY_CANNOT_START = 7,  // no program to run, or its last start failed: the manager tries again by itself
@@ -54,7 +54,7 @@ public:
     };
 
     // The service's object if it is running, else null; starts nothing. The answer for a living service is remembered
-    // by this process and costs no round trip until that service dies or the manager says otherwise.
+    // by this process and costs no round trip until that service dies or the manager notifies of a change.
     virtual sptr<IRemoteObject> CheckAbility(int32_t systemAbilityId) = 0;
     // Requests the service to be started (or found running). 0: accepted, and `callback` is called once, later, on the
     // delivery thread; the manager holds it until then. Else an AbilityStatus, and it is never called. After a failed
@@ -64,9 +64,9 @@ public:
     // Registers this process as the service `systemAbilityId`, for the life of the process: a file lock in the runtime
     // directory makes a second one impossible. After a restart of the manager the platform registers again by itself.
     virtual int32_t AddAbility(int32_t systemAbilityId, const sptr<IRemoteObject>& object) = 0;
-    // Takes this process's own registration back.
+    // Ends the registration of this process.
     virtual int32_t RemoveAbility(int32_t systemAbilityId) = 0;
-    // Every ability with a file or a registration, by ascending id; empty when the manager cannot be reached.
+    // Every ability with a file, by ascending id; empty if the manager cannot be reached.
     virtual std::vector<AbilityDescription> DescribeAbilities() = 0;
 };
 

@@ -27,8 +27,8 @@ public:
     // The parcel keeps a strong reference while it lives. False, and nothing written, for null, beyond the capacity
     // or beyond MAX_OBJECTS.
     bool WriteRemoteObject(const sptr<IRemoteObject>& object);
-    // The next item as an object: one's own local object when it came home, else this process's one proxy of it, dead
-    // or alive. Null, and no move of the cursor, when the next item is not a reference. Never waits.
+    // The next item as an object: the local object if it belongs to this process, else this process's one proxy of it,
+    // dead or alive. Null, and no move of the cursor, if the next item is not a reference. Never waits.
     sptr<IRemoteObject> ReadRemoteObject();
 
 private:

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "tavo/export.h"
 #include "tavo/ref_base.h"
@@ -26,13 +27,14 @@ public:
     virtual bool Marshalling(Parcel& parcel) const = 0;
 };
 
-// Items lie one behind the other in 4-byte slots, little endian, no tags and no padding between items: Bool, Int32 and
-// Uint32 take one slot, Int64 and Uint64 two; String is an int32 length in bytes, the bytes, a NUL and zero fill to the
-// slot; String16 the same with a length in code units. Not copyable; one thread at a time.
+// Items follow each other in 4-byte slots, little endian, no tags and no padding between items: Bool, Int32, Uint32 and
+// Float take one slot, Int64, Uint64 and Double two; String is an int32 length in bytes, the bytes, a NUL and zero fill
+// to the slot; String16 the same with a length in code units; Buffer is an int32 length in bytes, the bytes and zero
+// fill to the slot. Not copyable; one thread at a time.
 //
-// A write returns false, and adds nothing, beyond the capacity limit or without memory. A read returns false (the value
-// forms 0, false or empty) when the item is not there whole, and leaves the cursor where it was. Nothing here throws
-// but the allocation of a string that is returned.
+// A write returns false, and adds nothing, beyond the capacity limit or if out of memory. A read returns false (the
+// value forms 0, false or empty) when the item is not there whole, and leaves the cursor where it was. Nothing here
+// throws but the allocation of a string or buffer that is returned.
 class TAVO_EXPORT Parcel {
 public:
     static constexpr size_t SLOT = 4;
@@ -102,6 +104,20 @@ public:
     size_t GetCapacityLimit() const noexcept { return limit_; }
     static void SetDefaultCapacityLimit(size_t limitBytes) noexcept;
     static size_t DefaultCapacityLimit() noexcept;
+
+    // IEEE 754; every bit pattern travels unchanged, also that of a NaN.
+    bool WriteFloat(float value) { return WriteScalar(value); }
+    bool WriteDouble(double value) { return WriteScalar(value); }
+    bool ReadFloat(float& value) { return ReadScalar(value); }
+    bool ReadDouble(double& value) { return ReadScalar(value); }
+    float ReadFloat() { return ReadOr<float>(); }
+    double ReadDouble() { return ReadOr<double>(); }
+
+    // Copies the bytes, which may be null if there are none; fails beyond INT32_MAX bytes.
+    bool WriteBuffer(const void* bytes, size_t sizeBytes);
+    // Replaces the content of `value`. The length was checked against the data, so at most that much is allocated.
+    bool ReadBuffer(std::vector<uint8_t>& value);
+    std::vector<uint8_t> ReadBuffer();
 
 private:
     friend class ParcelAccess;

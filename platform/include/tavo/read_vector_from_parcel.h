@@ -42,6 +42,8 @@ public:
     bool ReadUint32(uint32_t& value) { return Read(value); }
     bool ReadInt64(int64_t& value) { return Read(value); }
     bool ReadUint64(uint64_t& value) { return Read(value); }
+    bool ReadFloat(float& value) { return Read(value); }
+    bool ReadDouble(double& value) { return Read(value); }
 
 private:
     template <typename V>

@@ -16,8 +16,8 @@ namespace TAVO {
 // What weak pointers share: it outlives the object and knows whether the object can still be reached.
 class WeakAnchor;
 
-// Base of every counted object, always a virtual base. An object starts with no strong reference; the first sptr makes
-// it one, the last one to go calls OnLastStrongRef, which deletes the object. Counting may happen on any thread.
+// Base of every counted object, always a virtual base. An object starts with no strong reference. When the last sptr
+// releases it, OnLastStrongRef is called, which deletes the object. Any thread may count.
 class TAVO_EXPORT RefBase {
 public:
     RefBase() noexcept = default;
@@ -47,8 +47,8 @@ public:
     WeakAnchor* AcquireAnchor() const;
 
 protected:
-    // The last strong reference is gone and no weak pointer can be promoted any more. Runs on the thread that dropped
-    // the reference. An override may hand the object to another thread, which then deletes it.
+    // The last strong reference was released and no weak pointer can be promoted any more. Runs on the thread that
+    // released it. An override may hand the object to another thread, which then deletes it.
     virtual void OnLastStrongRef() const noexcept { delete this; }
 
 private:
@@ -182,8 +182,8 @@ TAVO_EXPORT void DecAnchorRef(WeakAnchor* anchor) noexcept;
 // True when a strong reference was added to the anchored object; false once its count has been zero.
 TAVO_EXPORT bool PromoteAnchor(WeakAnchor* anchor) noexcept;
 
-// Weak pointer: does not keep the object alive. promote() gives a strong pointer, or null once the last strong
-// reference is gone: a count of zero is never revived.
+// Weak pointer: does not keep the object alive. promote() returns a strong pointer, or null once the last strong
+// reference was released: a count of zero never rises again.
 template <typename T>
 class wptr {
 public:

@@ -16,7 +16,7 @@ struct RuntimeDirectory {
 
     std::string path;   // $TAVO_RUNTIME_DIR, else $XDG_RUNTIME_DIR/tavo, else /run/user/UID/tavo
     std::string error;  // why it cannot be used, and the remedy; empty: it can
-    pid_t manager = 0;  // the process that holds the manager's lock, which may hang all the same; 0: none
+    pid_t manager = 0;  // the process that holds the manager's lock; it may hang. 0: none
 };
 
 // Looks at the directory and the lock in it. Creates nothing, and neither connects nor waits. Throws only

@@ -31,14 +31,14 @@ using ScrivoHook = void (*)(const ScrivoRecord& record, void* context);
 
 // Writes one line without interleaving. `format` is printf's, each conversion optionally marked "%{public}d" or
 // "%{private}s": a private value prints as "<private>", an unmarked one as it is. Any thread; never blocks longer than
-// a failed write takes: a full sink drops the line and counts it. A warning or error that repeats within 10 s is counted
-// and not written; one line "... (repeated N times)" follows later. Returns the bytes written, 0 when filtered out or
-// counted, -1 when dropped.
+// a failed write takes: a full sink drops the line and counts it. A warning or error that repeats within 10 s is
+// counted and not written; one line "... (repeated N times)" follows later. Returns the bytes written, 0 when filtered
+// out or counted, -1 when dropped.
 //
-// The environment variable TAVO_LOG sets sink and lowest level: "stderr", a file (a path with a slash), or a
-// level ("debug", "info", "warn", "error", "off"); several joined by commas. Any other word is reported once on stderr.
-// By default warnings and errors go to stderr when it is a terminal, else to the journal's socket when there is one,
-// else nowhere; in a daemon (ScrivoActAsDaemon) they go to stderr wherever it leads.
+// The environment variable TAVO_LOG sets sink and lowest level: "stderr", a file (a path with a slash), or a level
+// ("debug", "info", "warn", "error", "off"); several joined by commas. Any other word is reported once on stderr. By
+// default warnings and errors go to stderr when it is a terminal, else to the journal's socket when there is one, else
+// nowhere; in a daemon (ScrivoActAsDaemon) they go to stderr, also where it is a file or a pipe.
 TAVO_EXPORT int ScrivoPrint(int type, int level, uint32_t domain, const char* tag, const char* format, ...);
 
 // Whether a line of this level would be written or seen by a hook; costs one load.
@@ -54,7 +54,7 @@ TAVO_EXPORT std::string_view ScrivoUnknownWord(std::string_view settings);
 // Lines that a full or failing sink lost in this process.
 TAVO_EXPORT uint64_t ScrivoDroppedLines();
 
-// For tests: sees every record of every level from now on; null takes it away. Called on the logging thread.
+// For tests: receives every record of every level from now on; null removes it. Called on the logging thread.
 TAVO_EXPORT void SetScrivoHook(ScrivoHook hook, void* context);
 
 }  // namespace TAVO

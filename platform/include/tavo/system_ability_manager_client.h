@@ -15,8 +15,8 @@ class TAVO_EXPORT SystemAbilityManagerClient {
 public:
     static SystemAbilityManagerClient& GetInstance();
 
-    // The manager, or null while it cannot be reached (sessions with services live on then). First contact blocks up
-    // to 2 s; afterwards this costs no round trip. The runtime directory is $TAVO_RUNTIME_DIR, else
+    // The manager, or null while it cannot be reached (connections to services stay usable then). The first call blocks
+    // up to 2 s; afterwards this costs no round trip. The runtime directory is $TAVO_RUNTIME_DIR, else
     // $XDG_RUNTIME_DIR/tavo, else /run/user/UID/tavo, read once at first use; it must belong to this user, mode 0700.
     sptr<ISystemAbilityManager> GetSystemAbilityManager();
 
@@ -27,7 +27,7 @@ public:
 private:
     SystemAbilityManagerClient() = default;
 
-    std::atomic<bool> hasTestManager_{false};  // written under the mutex; looked at without it by every call
+    std::atomic<bool> hasTestManager_{false};  // written under the mutex; read without it by every call
     Mutex mutex_;
     sptr<ISystemAbilityManager> testManager_ TAVO_GUARDED_BY(mutex_);  // null: a manager that cannot be reached
 };

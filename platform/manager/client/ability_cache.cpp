@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Change numbers decide which answer is kept; references are dropped outside the lock.
+// Remembers which services are running, so that a check costs no round trip. The manager numbers the changes of each
+// ability. An answer and a notice travel on different connections and may arrive in either order: the higher number
+// counts. An entry exists from the question on, so that a notice that overtakes the answer leaves its number there.
+// References are released after the lock, since the last one sends a record.
 #include "manager/client/ability_cache.h"
 
 #include <utility>
@@ -10,6 +13,7 @@ sptr<IRemoteObject> AbilityCache::FindLiving(int32_t systemAbilityId)
 {
     MutexLock lock(mutex_);
     const auto found = entries_.find(systemAbilityId);
+    // IsAlive is one atomic load. "Not running" is never remembered: the next check asks the manager.
     if (found == entries_.end() || found->second.object == nullptr || !found->second.object->IsAlive()) {
         return nullptr;
     }
@@ -19,6 +23,7 @@ sptr<IRemoteObject> AbilityCache::FindLiving(int32_t systemAbilityId)
 void AbilityCache::BeginQuestion(int32_t systemAbilityId)
 {
     MutexLock lock(mutex_);
+    // Beyond that the answer is used once and not remembered.
     if (entries_.size() < MAX_IDS) {
         entries_.try_emplace(systemAbilityId);
     }
@@ -29,6 +34,7 @@ void AbilityCache::KeepAnswer(int32_t systemAbilityId, int64_t number, const spt
     sptr<IRemoteObject> replaced;  // released when the lock is free
     MutexLock lock(mutex_);
     const auto found = entries_.find(systemAbilityId);
+    // A notice of a later change was faster than this answer.
     if (found == entries_.end() || number < found->second.number) {
         return;
     }
@@ -41,6 +47,7 @@ void AbilityCache::Forget(int32_t systemAbilityId, int64_t number)
     sptr<IRemoteObject> forgotten;  // released when the lock is free
     MutexLock lock(mutex_);
     const auto found = entries_.find(systemAbilityId);
+    // The answer was given after this change, and is right.
     if (found == entries_.end() || number <= found->second.number) {
         return;
     }

@@ -21,16 +21,16 @@ public:
 
     // The remembered object if it still lives, else null. On the path of every call to a service: no allocation.
     sptr<IRemoteObject> FindLiving(int32_t systemAbilityId);
-    // Announces a question about the id, before it is sent: changes of it count from now on.
+    // To be called before a question about the id is sent: changes of it are noted from now on.
     void BeginQuestion(int32_t systemAbilityId);
     // The answer to a question: the number of the id's last change and the object, null when not running.
     void KeepAnswer(int32_t systemAbilityId, int64_t number, const sptr<IRemoteObject>& object);
-    // The manager says that change `number` of the id has happened: what an older answer brought is forgotten.
+    // The manager has sent a notice of change `number` of the id: an older answer is forgotten.
     void Forget(int32_t systemAbilityId, int64_t number);
 
 private:
     struct Entry {
-        int64_t number = 0;          // the highest one heard
+        int64_t number = 0;          // the highest one received
         sptr<IRemoteObject> object;  // as of that number; null: not known to run
     };
 

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Keeps one proxy per session, and registers this process's abilities again when a session has ended.
+// One proxy for each session with the manager: the proxy's cache of answers must end with the session, because the next
+// manager numbers its changes anew. The end of a session makes the register thread look for the next manager. No lock
+// is held while a connection is made, so several threads may make proxies at once; one of them is kept.
 #include "manager/client/manager_connection.h"
 
 #include <unistd.h>
@@ -76,6 +78,7 @@ private:
 
 ManagerConnection& ManagerConnection::GetInstance()
 {
+    // Deliberate: never destroyed. The register thread may use it while the process exits.
     static ManagerConnection* const instance = new ManagerConnection;
     return *instance;
 }
@@ -110,6 +113,8 @@ sptr<SystemAbilityManagerProxy> ManagerConnection::Adopt(const sptr<IRemoteObjec
         }
         replaced = std::exchange(proxy_, fresh);
     }
+    // The session may have ended since it was established: without a notice of its end the abilities of this process
+    // would stay unregistered.
     return root->AddDeathRecipient(new SessionEnd) ? fresh : nullptr;
 }
 

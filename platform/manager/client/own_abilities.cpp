@@ -1,5 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// The lock first, then the manager: two processes can never both believe that they serve an ability.
+// Registers abilities of this process, and registers them again with each later manager. The lock of the ability comes
+// first, then the manager: two processes can never both believe that they serve an ability. mutex_ is not held during a
+// call to the manager, so after each call the entry is looked at again: another thread may have replaced or removed it.
+// `knownTo` is the manager's object with which an ability is registered; it differs for each session, so "which are
+// unknown to this manager" needs no flag that could be forgotten.
+//
+// The register thread: it waits until the end of a session is notified, then tries until all abilities are registered,
+// woken by the appearance of a socket and by growing pauses.
 #include "manager/client/own_abilities.h"
 #include "manager/client/ability_lock.h"
 
@@ -41,6 +48,7 @@ int32_t OwnAbilities::Add(SystemAbilityManagerProxy& manager, int32_t systemAbil
         MutexLock lock(mutex_);
         Ability& ability = abilities_[systemAbilityId];
         isNew = !ability.lock.IsHeld();
+        // A second object for the same ability keeps the lock that the process has.
         const int32_t status = isNew ? TakeLock(systemAbilityId, ability.lock) : ABILITY_OK;
         if (status != ABILITY_OK) {
             abilities_.erase(systemAbilityId);
@@ -48,7 +56,9 @@ int32_t OwnAbilities::Add(SystemAbilityManagerProxy& manager, int32_t systemAbil
         }
         earlier = std::exchange(ability.object, object);
     }
+    // The answer may take 2 s.
     int32_t status = manager.SendAdd(systemAbilityId, object);
+    // A service that cannot find the next manager would be lost with this one, so it is better refused now.
     if (status == ABILITY_OK && !StartRegistrar()) {
         Log(SCRIVO_ERROR,
             "cannot register ability %{public}d: the system has no thread left that would register it with the next "
@@ -66,6 +76,7 @@ int32_t OwnAbilities::Add(SystemAbilityManagerProxy& manager, int32_t systemAbil
         if (status == ABILITY_OK) {
             found->second.knownTo = manager.AsObject();
         } else if (isNew) {
+            // With the entry its lock is released, so another process may serve the ability.
             abilities_.erase(found);
         } else {
             found->second.object = earlier;
@@ -102,6 +113,7 @@ int32_t OwnAbilities::TakeLock(int32_t systemAbilityId, Transport::ProcessLock& 
     if (lock.Take(runtimeDir, name)) {
         return ABILITY_OK;
     }
+    // The lock is held by another living process.
     if (errno == EAGAIN) {
         return ABILITY_TAKEN;
     }
@@ -146,6 +158,7 @@ void OwnAbilities::RunRegistrar()
             }
             isWanted = isWanted_;
         }
+        // Tried again in each round: notices of ends wait in the queue until the thread exists.
         isNotified = isNotified || Transport::StartDeliveryThread();
         if (isWanted || !RegisterUnknown()) {
             RegisterUntilDone();
@@ -161,11 +174,13 @@ void OwnAbilities::RegisterUntilDone()
     for (;;) {
         isWanted_ = false;
         lock.Unlock();
+        // Without the lock: it connects and calls.
         const bool isDone = RegisterUnknown();
         lock.Lock();
         if (isDone && !isWanted_) {
             return;
         }
+        // The session ended again during the attempt. Try at once, without a pause.
         if (isWanted_) {
             pause = SHORTEST_PAUSE;
             continue;
@@ -173,6 +188,7 @@ void OwnAbilities::RegisterUntilDone()
         lock.Unlock();
         const bool hasAppeared = watch.Wait(pause);
         lock.Lock();
+        // A new socket is a reason to try at once; else a manager that hangs is asked less and less often.
         pause = hasAppeared ? SHORTEST_PAUSE : std::min(2 * pause, LONGEST_PAUSE);
     }
 }
@@ -185,6 +201,7 @@ try {
     }
     bool isDone = true;
     for (const Unknown& ability : UnknownTo(manager->AsObject())) {
+        // In this order: each is tried, also after one has failed.
         isDone = Register(*manager, ability) && isDone;
     }
     return isDone;
@@ -207,6 +224,7 @@ std::vector<OwnAbilities::Unknown> OwnAbilities::UnknownTo(const sptr<IRemoteObj
 bool OwnAbilities::Register(SystemAbilityManagerProxy& manager, const Unknown& ability)
 {
     const int32_t status = manager.SendAdd(ability.id, ability.object);
+    // Only these two are final. All others mean "later".
     if (status != ABILITY_OK && status != ABILITY_REFUSED) {
         return false;
     }

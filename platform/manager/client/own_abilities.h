@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What this process serves: the locks that make it the only one, and the registrations that outlive a manager.
+// The abilities that this process serves: their locks, and their registrations, which outlive a manager.
 #ifndef TAVO_MANAGER_OWN_ABILITIES_H
 #define TAVO_MANAGER_OWN_ABILITIES_H
 
@@ -18,8 +18,8 @@
 namespace TAVO::Manager {
 
 // Any thread. A thread of its own registers again, so that a manager that hangs delays neither death notices nor load
-// callbacks. It is started with the first registration and never ends: when the manager is lost there may be no thread
-// to be had, and a service that cannot be found, but that holds its lock, would keep every load waiting.
+// callbacks. It is started with the first registration and never ends: when the manager dies, no thread may be left to
+// start, and a service that is not registered, but holds its lock, would make every load wait.
 class OwnAbilities {
 public:
     // A proxy of the living manager; null when it cannot be reached.
@@ -33,15 +33,15 @@ public:
     int32_t Add(SystemAbilityManagerProxy& manager, int32_t systemAbilityId, const sptr<IRemoteObject>& object);
     int32_t Remove(SystemAbilityManagerProxy& manager, int32_t systemAbilityId);
 
-    // The session with a manager has ended: every ability that the present manager does not know is registered again, now
-    // and, while that fails, after growing pauses; what it refuses is given up. Returns at once.
+    // The session with a manager has ended: every ability that the present manager does not know is registered again,
+    // now and, while that fails, after growing pauses; what it refuses is given up. Returns at once.
     void RegisterAgain();
 
 private:
     struct Ability {
         Transport::ProcessLock lock;
         sptr<IRemoteObject> object;
-        sptr<IRemoteObject> knownTo;  // root object of the last manager that took it
+        sptr<IRemoteObject> knownTo;  // root object of the last manager that accepted it
     };
     struct Unknown {
         int32_t id;

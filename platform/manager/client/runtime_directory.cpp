@@ -14,6 +14,7 @@ RuntimeDirectory DescribeRuntimeDirectory()
     directory.path = Transport::RuntimeDir::DefaultPath();
     const Transport::RuntimeDir opened = Transport::RuntimeDir::Open(directory.path, false, directory.error);
     if (opened.IsOpen()) {
+        // The lock names the manager's process even if its socket was removed.
         const pid_t holder = ProcessLock::Holder(opened.Fd(), Manager::MANAGER_LOCK_NAME);
         directory.manager = holder == ProcessLock::CANNOT_TELL ? 0 : holder;
     }

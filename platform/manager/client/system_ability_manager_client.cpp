@@ -12,16 +12,19 @@ namespace TAVO {
 
 SystemAbilityManagerClient& SystemAbilityManagerClient::GetInstance()
 {
+    // Deliberate: never destroyed, like everything that callbacks may use while the process exits.
     static SystemAbilityManagerClient* const instance = new SystemAbilityManagerClient;
     return *instance;
 }
 
 sptr<ISystemAbilityManager> SystemAbilityManagerClient::GetSystemAbilityManager()
 try {
+    // The first use of the platform in most processes: a fork after this point is noticed.
     WatchForks();
     if (InForkedChild()) {
         return nullptr;
     }
+    // Read without the lock first: without a test manager each call costs one atomic load.
     if (hasTestManager_) {
         MutexLock lock(mutex_);
         if (hasTestManager_) {

@@ -37,7 +37,9 @@ try {
     if (sptr<IRemoteObject> living = cache_->FindLiving(systemAbilityId); living != nullptr) {
         return living;
     }
+    // One deadline for the question and for acquiring the service's object from its process.
     const auto deadline = Transport::Clock::now() + std::chrono::seconds(WAIT_TIME_SECONDS);
+    // Before the request is sent, see AbilityCache.
     cache_->BeginQuestion(systemAbilityId);
     MessageParcel reply;
     int64_t number = 0;
@@ -70,6 +72,7 @@ try {
     MessageParcel reply;
     int32_t count = 0;
     if (!data.WriteInterfaceToken(GetDescriptor()) || !Send(DESCRIBE_ABILITIES, data, reply) ||
+        // A negative count is an empty list; nothing is allocated from the count.
         !reply.ReadInt32(count) || count > MAX_DESCRIPTIONS) {
         return {};
     }
@@ -102,6 +105,7 @@ int32_t SystemAbilityManagerProxy::AskForStatus(Code code, int32_t systemAbility
     if (!Ask(code, systemAbilityId, object, reply) || !reply.ReadInt32(status)) {
         return ABILITY_UNREACHABLE;
     }
+    // An unknown status may be of a later manager; callers switch over the known ones.
     return status >= ABILITY_OK && status <= ABILITY_CANNOT_START ? status : ABILITY_UNREACHABLE;
 }
 

@@ -12,8 +12,8 @@
 
 namespace TAVO::Manager {
 
-// Any thread; holds no lock while it calls. Nothing throws: without memory a call counts as unanswered. AddAbility and
-// RemoveAbility are left to a class that knows OwnAbilities.
+// Any thread; holds no lock while it calls. Nothing throws: if out of memory a call counts as unanswered. AddAbility
+// and RemoveAbility are left to a class that knows OwnAbilities.
 class SystemAbilityManagerProxy : public IRemoteProxy<ISystemAbilityManager> {
 public:
     // `root` is the root object of the session; when it has died, this object answers "not running" and

@@ -39,6 +39,8 @@ Json::Value Parse(const fs::path& path)
         throw Fault("cannot be read");
     }
     Json::CharReaderBuilder builder;
+    // Strict: no comments, no duplicate keys, nothing behind the document. By default the library keeps the last of two
+    // equal keys and accepts trailing text.
     Json::CharReaderBuilder::strictMode(&builder.settings_);
     builder["stackLimit"] = MAX_DEPTH;
     Json::Value root;
@@ -48,6 +50,7 @@ Json::Value Parse(const fs::path& path)
             std::replace(why.begin(), why.end(), '\n', ' ');
             throw Fault("is not valid JSON: " + why);
         }
+        // The parser throws when the nesting exceeds stackLimit; all other mistakes are the return value.
     } catch (const Json::Exception&) {
         throw Fault("is nested more than " + std::to_string(MAX_DEPTH) + " levels deep");
     }
@@ -57,6 +60,7 @@ Json::Value Parse(const fs::path& path)
 // A text that can be handed to a program.
 std::string Text(const Json::Value& value, const std::string& what)
 {
+    // A NUL would cut the text off in execve.
     if (!value.isString() || value.asString().find('\0') != std::string::npos) {
         throw Fault(what + " must be a text");
     }
@@ -100,6 +104,7 @@ AbilityFile Interpret(const Json::Value& root, const fs::path& folder, AbilityFi
         }
         if (key == "program") {
             const std::string program = Text(value, "\"program\"");
+            // operator/ keeps an absolute path as it is.
             ability.program = program.empty() ? "" : (folder / program).lexically_normal().string();
         } else if (key == "arguments") {
             ability.arguments = Arguments(value);
@@ -141,6 +146,7 @@ public:
     // Returns what is wrong with the file, empty when nothing is.
     std::string Read(const fs::path& path)
     {
+        // Of a file that cannot be parsed only the name can tell which ability to disable.
         int32_t id = IdIn(path);
         try {
             const Json::Value root = Parse(path);
@@ -155,6 +161,7 @@ public:
                 throw Fault("\"id\" " + std::to_string(id) + " is described by " + first->second + " too");
             }
             const auto earlier = files_.find(id);
+            // An invalid earlier file is no base to override: its keys are unknown.
             const bool isOverride = earlier != files_.end() && earlier->second.fault.empty();
             Keep(id, path, Interpret(root, folder_, isOverride ? earlier->second : AbilityFile()));
             return "";

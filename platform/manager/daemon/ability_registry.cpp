@@ -1,5 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// Registrations and what clients ask about them.
+// Registrations, and the requests of clients about them. Each operation follows one scheme: under the lock it changes
+// the state and collects messages and starts in an Aftermath; Finish does these after the lock, since sending may take
+// locks of the transport and a start may run for a millisecond. Three independent signs show that a service has died:
+// its death notice, its free lock, and the pidfd of its process. Whichever comes first ends the registration; the
+// change number makes the later ones harmless.
 #include "manager/daemon/ability_registry.h"
 
 #include <sys/resource.h>
@@ -40,6 +44,7 @@ std::vector<int32_t> IdsOf(const AbilityFiles& files)
     return ids;
 }
 
+// Carries the change number of its registration: a notice that arrives late does not end a newer registration.
 class ServiceEnd : public IRemoteObject::DeathRecipient {
 public:
     ServiceEnd(AbilityRegistry& registry, int32_t systemAbilityId, int64_t number)
@@ -78,6 +83,8 @@ bool AbilityRegistry::Admits(pid_t pid, int fd, size_t sessions)
 {
     rlimit limit{};
     ::getrlimit(RLIMIT_NOFILE, &limit);
+    // Two estimates, since neither is enough. The number of sessions does not count connections that were just
+    // accepted; the descriptor's number does not grow while lower ones are free.
     // The kernel gives the lowest descriptor that is free.
     if ((static_cast<size_t>(fd) + LAST_DESCRIPTORS < limit.rlim_cur &&
          sessions * DESCRIPTORS_PER_SESSION + RESERVED_DESCRIPTORS <= limit.rlim_cur) ||
@@ -99,6 +106,7 @@ bool AbilityRegistry::IsService(pid_t pid)
         return RecordedProcess(dir_, id) == pid ||
                Transport::ProcessLock::Holder(dir_.Fd(), AbilityLockName(id)) == pid;
     };
+    // WNOWAIT leaves the child to be reaped by the watch.
     siginfo_t unused{};
     const bool isChild = ::waitid(P_PID, static_cast<id_t>(pid), &unused, WEXITED | WNOHANG | WNOWAIT) == 0;
     return isChild || std::any_of(ids_.begin(), ids_.end(), isItsProcess);
@@ -120,6 +128,8 @@ AbilityRegistry::Ability* AbilityRegistry::FindLiving(int32_t systemAbilityId, A
     if (ability != nullptr && ability->object != nullptr &&
         (!Transport::IsStillThere(ability->object, Clock::time_point()) ||
          Transport::ProcessLock::IsFree(dir_.Fd(), AbilityLockName(systemAbilityId)))) {
+        // The death notice has not been delivered yet. When it comes, ServiceGone finds another number and does
+        // nothing.
         Unregister(*ability, after);
     }
     if (ability != nullptr && processes_.count(ability->serial) != 0 && watch_.IsOver(ability->serial)) {
@@ -130,9 +140,11 @@ AbilityRegistry::Ability* AbilityRegistry::FindLiving(int32_t systemAbilityId, A
 
 void AbilityRegistry::Finish(Aftermath& after)
 {
+    // The stopped client below does not read: its socket is full and a notice cannot be queued.
     if (const std::vector<Outbox::Change> unsent = after.outbox.Send(); !unsent.empty()) {
         ResendLater(unsent);
     }
+    // After the messages: clients learn of a change before the next start delays them.
     for (const auto& [id, serial] : after.starts) {
         after.isSpawned = Start(id, serial) || after.isSpawned;
     }
@@ -152,6 +164,7 @@ void AbilityRegistry::ResendLater(const std::vector<Outbox::Change>& changes)
         if (known == unsentChanges_.end()) {
             unsentChanges_.push_back(change);
         } else {
+            // Only the latest number counts: the client discards everything older than it.
             known->number = std::max(known->number, change.number);
         }
     }
@@ -170,10 +183,13 @@ AbilityRegistry::Found AbilityRegistry::Check(int32_t systemAbilityId, const spt
         if (const Ability* ability = FindLiving(systemAbilityId, after)) {
             found = {ability->number, ability->object};
             // "Not running" is never remembered by clients, so they need no notice later.
+            // In the same critical section as the lookup, so that no change falls between the answer and the
+            // observation.
             isNewClient = found.object != nullptr && observers_.Remember(session, observer, systemAbilityId);
         }
     }
     if (isNewClient && !observer->AddDeathRecipient(new ClientEnd(*this, session))) {
+        // The client died before the recipient was added, and no notice will come.
         ClientGone(session);
     }
     Finish(after);
@@ -183,6 +199,7 @@ AbilityRegistry::Found AbilityRegistry::Check(int32_t systemAbilityId, const spt
 int32_t AbilityRegistry::Load(int32_t systemAbilityId, const sptr<IRemoteObject>& callback, uint64_t session)
 {
     std::optional<int32_t> status;
+    // At most two rounds: the first may start the program in Finish, the second answers by the outcome.
     for (bool hasStarted = false; !status;) {
         Aftermath after;
         {
@@ -197,24 +214,27 @@ int32_t AbilityRegistry::Load(int32_t systemAbilityId, const sptr<IRemoteObject>
     return *status;
 }
 
-// No value when the service has to be started first, without the lock: a program that cannot be executed refuses the load
-// that caused the start. While starts fail, every load is refused, since its caller would wait for nothing. The load that
-// has caused the first start (`hasStarted`) is accepted, however quickly that process has ended.
+// No value when the service has to be started first, without the lock: a program that cannot be executed refuses the
+// load that caused the start. While starts fail, every load is refused, since its caller would wait for nothing. The
+// load that has caused the first start (`hasStarted`) is accepted, however quickly that process has ended.
 std::optional<int32_t> AbilityRegistry::TellOrWait(Ability& ability, const Waiter& waiter, bool hasStarted,
                                                    Aftermath& after)
 {
     const auto isOfClient = [&waiter](const Waiter& other) { return other.session == waiter.session; };
     if (isStopping_ ||
         std::count_if(ability.waiters.begin(), ability.waiters.end(), isOfClient) >= MAX_WAITERS_PER_CLIENT) {
+        // A client that requests the same ability without end must not fill the manager's memory.
         return ABILITY_REFUSED;
     }
     if (ability.object != nullptr) {
+        // By the callback, not in the answer: a load is always answered on the client's delivery thread.
         after.outbox.TellLoaded(waiter.callback, ability.file.id, ability.object);
         return ABILITY_OK;
     }
     if (!ability.file.fault.empty() || ability.file.program.empty()) {
         return ABILITY_CANNOT_START;
     }
+    // Keeps the retries going for another minute.
     ability.backoff.Requested(Clock::now());
     if (ability.phase == Phase::IDLE) {
         after.isFirstStart = !ability.backoff.IsFailing();
@@ -264,6 +284,8 @@ int32_t AbilityRegistry::Add(int32_t systemAbilityId, const sptr<IRemoteObject>&
 int32_t AbilityRegistry::Register(Ability& ability, const sptr<IRemoteObject>& object, const CallingPeer& peer,
                                   Aftermath& after)
 {
+    // The kernel names the process that holds the lock, so no process can claim an ability by its word alone.
+    // UNKNOWN_HOLDER is a process of another pid namespace.
     const pid_t holder = Transport::ProcessLock::Holder(dir_.Fd(), AbilityLockName(ability.file.id));
     if (isStopping_ || holder == Transport::ProcessLock::CANNOT_TELL) {
         return ABILITY_UNREACHABLE;  // Not refused, which would be final: the process tries again, or the next manager.
@@ -275,8 +297,10 @@ int32_t AbilityRegistry::Register(Ability& ability, const sptr<IRemoteObject>& o
     if (ability.object != nullptr) {
         Unregister(ability, after);  // An earlier one of the same process: no other process can hold the lock.
     }
+    // The number rises with each registration and each end. An answer with a lower number than a notice is outdated.
     const sptr<IRemoteObject::DeathRecipient> end(new ServiceEnd(*this, ability.file.id, ++ability.number));
     if (!object->AddDeathRecipient(end)) {
+        // The process died, or its session ended, after it had sent the request.
         return ABILITY_BAD_REQUEST;
     }
     ability.object = object;
@@ -295,13 +319,16 @@ int32_t AbilityRegistry::Register(Ability& ability, const sptr<IRemoteObject>& o
 
 void AbilityRegistry::Unregister(Ability& ability, Aftermath& after)
 {
+    // A notice may be running already. It waits for the lock that is held here, and then finds another number.
     ability.object->RemoveDeathRecipient(ability.end);
     ability.end = nullptr;
+    // The last reference is released with the Aftermath, after the lock.
     after.outbox.Drop(ability.object);
     ability.object = nullptr;
     ability.pid = 0;
     ability.session = 0;
     ++ability.number;
+    // Each client is notified once for each answer that it has remembered.
     for (const sptr<IRemoteObject>& observer : observers_.TakeObserversOf(ability.file.id)) {
         after.outbox.TellChanged(observer, ability.file.id, ability.number);
     }
@@ -340,6 +367,7 @@ std::vector<AbilityDescription> AbilityRegistry::Describe()
     std::vector<AbilityDescription> descriptions;
     MutexLock lock(mutex_);
     for (const auto& [id, ability] : abilities_) {
+        // Deliberate: no FindLiving. To look at the state must not change it.
         const bool isRunning = ability.object != nullptr && ability.object->IsAlive();
         const int64_t startedAt = std::chrono::nanoseconds(ability.startedAt.time_since_epoch()).count();
         descriptions.push_back({id, isRunning, ability.file.fault.empty(), isRunning ? ability.pid : 0, ability.starts,
@@ -354,6 +382,7 @@ void AbilityRegistry::ServiceGone(int32_t systemAbilityId, int64_t number)
     Aftermath after;
     {
         MutexLock lock(mutex_);
+        // A dead process may have left the name of its socket behind.
         SweepSoon();
         Ability* ability = Find(systemAbilityId);
         if (ability != nullptr && ability->object != nullptr && ability->number == number) {

@@ -43,7 +43,7 @@ public:
     // Starts to watch processes and time; false when the system has no thread for it.
     bool Begin();
 
-    // The operations of ISystemAbilityManager, with who calls. `observer` is notified of later changes.
+    // The operations of ISystemAbilityManager, with the calling process. `observer` is notified of later changes.
     Found Check(int32_t systemAbilityId, const sptr<IRemoteObject>& observer, uint64_t session);
     int32_t Load(int32_t systemAbilityId, const sptr<IRemoteObject>& callback, uint64_t session);
     int32_t Add(int32_t systemAbilityId, const sptr<IRemoteObject>& object, const CallingPeer& peer);
@@ -51,8 +51,8 @@ public:
     std::vector<AbilityDescription> Describe();
 
     // Whether process `pid` may have the connection `fd`, with which there are `sessions` sessions (0: not known). Some
-    // descriptors are reserved for the manager and for services, so that services can register however many clients there
-    // are. Takes no lock of this class.
+    // descriptors are reserved for the manager and for services, so that services can register however many clients
+    // there are. Takes no lock of this class.
     bool Admits(pid_t pid, int fd, size_t sessions);
 
     // Death notices: of registration `number` of the id, and of a client.
@@ -67,7 +67,7 @@ private:
         IDLE,      // not running and not being started
         PAUSED,    // until the deadline, then it is started
         STARTING,  // process `serial` must register before the deadline
-        OWNED,     // a living process owns the place already: it must register before the deadline
+        OWNED,     // a living process holds the lock already: it must register before the deadline
     };
     struct Waiter {
         sptr<IRemoteObject> callback;
@@ -77,7 +77,7 @@ private:
         AbilityFile file;
 
         sptr<IRemoteObject> object;               // null: not running
-        sptr<IRemoteObject::DeathRecipient> end;  // on `object`, told when it dies
+        sptr<IRemoteObject::DeathRecipient> end;  // on `object`, notified of its death
         pid_t pid = 0;
         uint64_t session = 0;
         int64_t number = 0;  // counts changes of `object`
@@ -86,7 +86,7 @@ private:
         std::vector<Waiter> waiters;  // empty in phase IDLE, and while starts fail
         uint64_t serial = 0;          // the awaited process in phases STARTING and OWNED; 0: unknown
         Clock::time_point deadline;   // of the phase, unless IDLE
-        int spawning = 0;             // program starts under way
+        int spawning = 0;             // program starts in progress
         StartBackoff backoff;
         int32_t starts = 0;
         Clock::time_point startedAt;  // the beginning of the last start
@@ -98,7 +98,7 @@ private:
         bool isStarted;          // by this manager or an earlier one
         bool isGivenUp = false;  // it did not register in time
     };
-    // What is left to do when the lock is free.
+    // What is left to do after the lock is released.
     struct Aftermath {
         Outbox outbox;
         std::vector<std::pair<int32_t, uint64_t>> starts;  // id, serial
@@ -153,7 +153,8 @@ private:
     uint64_t lastSerial_ TAVO_GUARDED_BY(mutex_) = 0;
     bool isStopping_ TAVO_GUARDED_BY(mutex_) = false;
     Clock::time_point nextSweep_ TAVO_GUARDED_BY(mutex_) = Clock::time_point::max();
-    std::atomic<bool> watchHasNews_{false};  // it is woken when the lock is free, which it would only wait for
+    std::atomic<bool> watchHasNews_{
+        false};  // the watch is woken after the lock is released: earlier it would only wait for the lock
     Clock::time_point lastSweep_ TAVO_GUARDED_BY(mutex_);
     std::vector<Outbox::Change> unsentChanges_ TAVO_GUARDED_BY(mutex_);
     Clock::time_point nextResend_ TAVO_GUARDED_BY(mutex_) = Clock::time_point::max();

@@ -56,6 +56,7 @@ std::string RemedyOf(int error, const AbilityFile& file)
 
 bool AbilityRegistry::Begin()
 {
+    // Processes may have died while no manager ran.
     RemoveStaleSockets(dir_);
     return watch_.Begin([this](uint64_t serial, const std::string& how) { ProcessEnded(serial, how); },
                         [this] { return DoWhatIsDue(); });
@@ -66,6 +67,7 @@ void AbilityRegistry::Want(Ability& ability, Aftermath& after)
 {
     const pid_t holder = Transport::ProcessLock::Holder(dir_.Fd(), AbilityLockName(ability.file.id));
     if (holder == Transport::ProcessLock::CANNOT_TELL) {
+        // Before the strings below are built: allocation may change errno.
         const int reason = errno;
         StartFailed(
             ability, "its lock " + dir_.Path() + "/" + AbilityLockName(ability.file.id) + ": " + std::strerror(reason),
@@ -74,15 +76,21 @@ void AbilityRegistry::Want(Ability& ability, Aftermath& after)
             after);
         return;
     }
+    // Never two processes for one ability, also after a restart of the manager.
     if (AwaitOwner(ability, holder)) {
         return;
     }
+    // Checked before the spawn, so that the error names the program: a failed posix_spawn does not say whether the
+    // program or its interpreter is missing.
     if (const int error = WhyNotExecutable(ability.file.program); error != 0) {
         StartFailed(ability, ability.file.program + ": " + std::strerror(error), RemedyOf(error, ability.file), after);
         return;
     }
+    // The serial names this start. Whatever is reported for an earlier one is recognised by its number and ignored.
     after.starts.emplace_back(ability.file.id, ++lastSerial_);
     Enter(ability, Phase::STARTING, lastSerial_, Clock::now() + START_TIME);
+    // A registration that arrives before posix_spawn has returned waits until this is 0 again: only then is the pid
+    // known.
     ++ability.spawning;
 }
 
@@ -102,6 +110,7 @@ bool AbilityRegistry::AwaitOwner(Ability& ability, pid_t holder)
     }
     uint64_t serial = known != processes_.end() ? known->first : 0;
     if (serial == 0 && owner > 0) {
+        // A process of an earlier manager. It is no child of this one, so it is watched by a pidfd instead of waitpid.
         serial = Adopt(id, owner, owner == recorded);
         if (serial == 0) {
             return false;
@@ -136,6 +145,8 @@ void AbilityRegistry::OwnerRefused(Ability& ability, pid_t pid)
 uint64_t AbilityRegistry::Adopt(int32_t systemAbilityId, pid_t pid, bool isStarted)
 {
     Transport::UniqueFd pidFd = Transport::OpenPidFd(pid);
+    // The pid may have been used again between the record and pidfd_open. With the pidfd open it cannot be any more, so
+    // the check comes after it.
     const bool isSame = Transport::ProcessLock::Holder(dir_.Fd(), AbilityLockName(systemAbilityId)) == pid ||
                         RecordedProcess(dir_, systemAbilityId) == pid;  // and not a later one with its pid
     if (!pidFd.IsOpen() || !isSame) {
@@ -159,6 +170,8 @@ void AbilityRegistry::Enter(Ability& ability, Phase phase, uint64_t serial, Cloc
 // Returns whether there is a process now.
 bool AbilityRegistry::Start(int32_t systemAbilityId, uint64_t serial)
 {
+    // Without the lock: posix_spawn returns only when the child has called execve, about a millisecond later, and
+    // clients keep asking meanwhile.
     StartedProcess started = SpawnFor(systemAbilityId);
     bool isStarted = started.pidFd.IsOpen();
     Aftermath after;
@@ -167,6 +180,7 @@ bool AbilityRegistry::Start(int32_t systemAbilityId, uint64_t serial)
         Ability& ability = *Find(systemAbilityId);
         --ability.spawning;
         spawned_.notify_all();
+        // False if the deadline has passed or the manager ends: then the new process is of no use and is killed.
         const bool isAwaited = ability.phase == Phase::STARTING && ability.serial == serial;
         isStarted = isStarted && Keep(serial, {systemAbilityId, started.pid, true, !isAwaited}, started);
         if (isStarted) {
@@ -216,6 +230,7 @@ try {
     return true;
 } catch (const std::bad_alloc&) {
     processes_.erase(serial);
+    // The whole group: a program may be a shell script that has started others.
     ::kill(-started.pid, SIGKILL);
     ::waitpid(started.pid, nullptr, 0);
     started.error = ENOMEM;
@@ -231,6 +246,7 @@ void AbilityRegistry::StartFailed(Ability& ability, const std::string& what, con
         "manager tries again by itself",
         ability.file.id, what.c_str(), ability.file.path.c_str(), remedy.c_str());
     ability.failure = what + "; " + remedy;
+    // The clients of the first start learn of the failure at once instead of after 10 s.
     for (const Waiter& waiter : ability.waiters) {
         after.outbox.TellFailed(waiter.callback, ability.file.id);
     }
@@ -253,6 +269,7 @@ void AbilityRegistry::DeadlinePassed(Ability& ability, Aftermath& after)
             break;
         case Phase::STARTING:
             if (const auto process = processes_.find(ability.serial); process != processes_.end()) {
+                // If it registers in the moment before the signal reaches it, it is refused.
                 process->second.isGivenUp = true;
                 watch_.Signal(ability.serial, SIGKILL);
             }
@@ -285,11 +302,13 @@ void AbilityRegistry::ProcessEnded(uint64_t serial, const std::string& how)
     {
         MutexLock lock(mutex_);
         const auto found = processes_.find(serial);
+        // Each serial is reported once, and entered before it is watched, so it is found.
         const Process process = found->second;
         processes_.erase(found);
         ended_.notify_all();
         SweepSoon();
         Ability& ability = *Find(process.id);
+        // The process is dead even if a forked child of it keeps the session open.
         if (ability.object != nullptr && ability.pid == process.pid) {
             Unregister(ability, after);  // Its death notice follows.
         }
@@ -309,6 +328,7 @@ AbilityRegistry::Clock::time_point AbilityRegistry::DoWhatIsDue()
     bool isSweepDue = false;
     {
         MutexLock lock(mutex_);
+        // Abilities are few (one file each), so all of them are looked at instead of keeping a list of timers.
         for (auto& [id, ability] : abilities_) {
             if (ability.phase != Phase::IDLE && ability.deadline <= now && !isStopping_) {
                 DeadlinePassed(ability, after);
@@ -317,6 +337,7 @@ AbilityRegistry::Clock::time_point AbilityRegistry::DoWhatIsDue()
                 next = std::min(next, ability.deadline);
             }
         }
+        // At most every SWEEP_INTERVAL: the sweep connects to each socket in the folder.
         isSweepDue = nextSweep_ <= now;
         if (isSweepDue) {
             nextSweep_ = Clock::time_point::max();
@@ -346,8 +367,10 @@ void AbilityRegistry::SweepSoon()
 void AbilityRegistry::StopServices()
 {
     MutexLock lock(mutex_);
+    // From here on no start, no load and no registration succeeds; starts under way are killed by Start.
     isStopping_ = true;
     const auto isNoneLeft = [this]() TAVO_REQUIRES(mutex_) {
+        // Processes that were started by hand ("external") are not ended.
         const auto isStarted = [](const auto& process) { return process.second.isStarted; };
         const auto isSpawning = [](const auto& ability) { return ability.second.spawning > 0; };
         return std::none_of(processes_.begin(), processes_.end(), isStarted) &&

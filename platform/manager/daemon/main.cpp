@@ -1,5 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// tavo_manager: finds services by number, starts them on demand, takes their registrations.
+// tavo_manager: finds services by number, starts them on demand, accepts their registrations. The start is a fixed
+// order: signals are blocked before the first thread exists (threads inherit the mask), the ability files are read
+// before the socket is claimed (a mistake on the command line must not disturb a running manager), the lock is taken
+// before the socket is bound, and the socket gets its name only when requests can be answered. Then main waits for a
+// signal; all work is done by the threads of the platform and of the registry.
 #include <fcntl.h>
 #include <getopt.h>
 #include <signal.h>
@@ -56,6 +60,7 @@ Options ReadOptions(int argc, char** argv)
     for (int choice = 0; (choice = ::getopt_long(argc, argv, "", known, nullptr)) != -1;) {
         switch (choice) {
             case 'r':
+                // Services get this path in their environment and may have another working directory.
                 options.runtimeDir = std::filesystem::absolute(optarg).string();
                 break;
             case 'a':
@@ -92,6 +97,7 @@ int Refuse(const std::string& why)
 // which it was started.
 std::filesystem::path InstalledAbilities()
 {
+    // Not argv[0], which depends on how the manager was called.
     std::error_code noProc;
     std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", noProc);
     if (noProc) {
@@ -134,6 +140,8 @@ std::vector<std::string> AbilityFolders(const Options& options)
 // False only when a folder of the command line cannot be read.
 bool ReadAbilities(const Options& options, AbilityFiles& files, std::string& error)
 {
+    // A folder that the user named and that cannot be read is a mistake of the command line; a default folder may be
+    // broken by another package.
     const bool isDefault = options.abilityDirs.empty();
     for (const std::string& path : AbilityFolders(options)) {
         const AbilityFolder folder = ReadAbilityFolder(path, files);
@@ -181,6 +189,7 @@ void RaiseDescriptorLimit()
 {
     rlimit limit{};
     if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        // Services inherit the raised limit.
         limit.rlim_cur = limit.rlim_max;
         ::setrlimit(RLIMIT_NOFILE, &limit);
     }
@@ -236,6 +245,7 @@ int Run(const Options& options)
     int signal = 0;
     ::sigwait(&endSignals, &signal);
     Log(SCRIVO_INFO, "signal %{public}d: the manager ends, and its services with it", signal);
+    // First the name: clients that come now see "no manager" instead of a connection that ends.
     socket.Remove();
     registry.StopServices();
     // Deliberate: workers may still be ending the lanes of those services; nothing is to be taken down under them.

@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Sockets are bound, replaced and removed only by who holds the manager's lock.
+// Only the process that holds manager.lock binds, renames or removes sockets of the runtime directory. A socket file
+// outlives its process: connect then fails with ECONNREFUSED and bind with EADDRINUSE. So the manager binds a second
+// name and renames it over the first, and clients find either the old file, the new one or none, never a half-made
+// socket.
 #include "manager/daemon/manager_socket.h"
 
 #include <dirent.h>
@@ -45,8 +48,8 @@ UniqueFd ListenAt(const std::string& path)
 }
 
 constexpr std::string_view UNPUBLISHED_SUFFIX = ".new";
-// A process has its socket under a temporary name for microseconds. One that is older belongs to a process that was killed
-// then. Should it only have been stopped, it makes another.
+// A process has its socket under a temporary name for microseconds. One that is older belongs to a process that was
+// killed then. Should it only have been stopped, it makes another.
 constexpr time_t UNPUBLISHED_LIFETIME_SECONDS = 60;
 
 // "<instance>" or "<instance>.new".
@@ -66,6 +69,8 @@ bool IsStale(const Transport::RuntimeDir& dir, const std::string& name, bool isU
         (isUnpublished && ::time(nullptr) - status.st_mtim.tv_sec < UNPUBLISHED_LIFETIME_SECONDS)) {
         return false;
     }
+    // A bound socket without a listener and a socket without a process both refuse; that is why processes bind under a
+    // ".new" name and rename it when they listen.
     const Transport::ConnectionFd connection = Transport::ConnectStreamNow(dir.SocketPath(name));
     return !connection.IsOpen() && errno == ECONNREFUSED;
 }
@@ -87,6 +92,7 @@ bool ManagerSocket::Claim(std::string& error)
                                        "; it needs a file system " + "with free space that this user may write";
         return false;
     }
+    // Left by a manager that was killed between bind and rename. Safe, since the lock is held.
     ::unlinkat(dir_.Fd(), UNPUBLISHED_NAME, 0);
     listener_ = ListenAt(dir_.SocketPath(UNPUBLISHED_NAME));
     if (!listener_.IsOpen()) {
@@ -126,6 +132,7 @@ void RemoveStaleSockets(const Transport::RuntimeDir& dir)
     while (const dirent* entry = ::readdir(entries.get())) {
         const std::string name = std::string(PEER_FOLDER) + "/" + entry->d_name;
         bool isUnpublished = false;
+        // Other files in the folder are not touched.
         if (IsInstanceName(entry->d_name, isUnpublished) && IsStale(dir, name, isUnpublished)) {
             ::unlinkat(dir.Fd(), name.c_str(), 0);
         }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The manager's place in the runtime directory: the lock that makes it the only one, and its socket.
+// The manager's lock in the runtime directory, which makes it the only one, and its socket.
 #ifndef TAVO_MANAGER_MANAGER_SOCKET_H
 #define TAVO_MANAGER_MANAGER_SOCKET_H
 

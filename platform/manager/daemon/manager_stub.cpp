@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Dispatch by code; a request that does not decode changes nothing.
+// Decodes requests and encodes answers; the registry does the work. Everything is read before the registry is called,
+// so a request that does not decode changes nothing. Runs on workers, several at a time.
 #include "manager/daemon/manager_stub.h"
 
 #include <string>
@@ -38,6 +39,7 @@ int ManagerStub::OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParc
         return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
     }
     int32_t systemAbilityId = 0;
+    // The token guards against a client that mistakes the object for one of another interface.
     if (data.ReadInterfaceToken() != ISystemAbilityManager::GetDescriptor() ||
         (code != ISystemAbilityManager::DESCRIBE_ABILITIES && !data.ReadInt32(systemAbilityId))) {
         return IPC_BAD_MESSAGE;
@@ -62,6 +64,7 @@ int ManagerStub::Check(int32_t systemAbilityId, MessageParcel& data, MessageParc
     if (observer == nullptr) {
         return IPC_BAD_MESSAGE;
     }
+    // The session identifies the client: the transport sets it, the client cannot choose it.
     const AbilityRegistry::Found found = registry_.Check(systemAbilityId, observer, GetCallingPeer().session);
     const bool isWritten =
         reply.WriteInt64(found.number) && (found.object == nullptr || reply.WriteRemoteObject(found.object));

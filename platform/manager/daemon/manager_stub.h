@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The manager's root object: requests of clients and services, taken apart and checked.
+// The manager's root object: decodes and checks requests of clients and services.
 #ifndef TAVO_MANAGER_MANAGER_STUB_H
 #define TAVO_MANAGER_MANAGER_STUB_H
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Sessions and the ids that each was told about.
+// For each session, the ids of which the client remembers an answer. An entry is removed when the change is sent: the
+// client forgets its answer then, and asks again before it remembers another. Under the lock of the registry.
 #include "manager/daemon/observer_table.h"
 
 namespace TAVO::Manager {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Which client processes have been given which services, so that they hear when that is no longer true.
+// Which client processes have received which services, so that they are notified of changes.
 #ifndef TAVO_MANAGER_OBSERVER_TABLE_H
 #define TAVO_MANAGER_OBSERVER_TABLE_H
 
@@ -15,11 +15,12 @@ namespace TAVO::Manager {
 // One observer object per session with a client, the first that it sent. Its user locks.
 class ObserverTable {
 public:
-    // Client `session` was told about the id. True when the session is new here: its end has to be watched.
+    // Client `session` received an answer about the id. True if the session is new here: its end has to be watched.
     bool Remember(uint64_t session, const sptr<IRemoteObject>& observer, int32_t systemAbilityId);
-    // The observers to tell about a change of the id. They have to ask again before they are notified again.
+    // Removes and returns the observers to be notified of a change of the id. A client is notified again only after it
+    // has asked again.
     std::vector<sptr<IRemoteObject>> TakeObserversOf(int32_t systemAbilityId);
-    // The client is gone. Returns its observer for the caller to release, null when there was none.
+    // The client has ended. Returns its observer for the caller to release, null if there was none.
     sptr<IRemoteObject> Forget(uint64_t session);
 
 private:

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Encodes and sends the manager's notices.
+// Encodes and sends the manager's notices, after the lock of the registry. Sending never waits: a client that is
+// stopped has a full socket at some time. A change is then kept for another attempt, because the client would use an
+// outdated answer for ever. A load callback is lost with a warning: its client gives up after 10 s anyway.
 #include "manager/daemon/outbox.h"
 
 #include "manager/client/ability_cache.h"
@@ -35,6 +37,7 @@ std::vector<Outbox::Change> Outbox::Send()
 {
     std::vector<Change> unsent;
     for (const Notice& notice : notices_) {
+        // A dead receiver needs no notice.
         if (SendOne(notice) || !notice.receiver->IsAlive()) {
             continue;
         }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the manager sends once its lock is free: one-way notices, and references to release.
+// What the manager sends after its lock is released: one-way notices, and references to release.
 #ifndef TAVO_MANAGER_OUTBOX_H
 #define TAVO_MANAGER_OUTBOX_H
 
@@ -16,7 +16,7 @@ public:
     void TellLoaded(const sptr<IRemoteObject>& callback, int32_t systemAbilityId, const sptr<IRemoteObject>& service);
     void TellFailed(const sptr<IRemoteObject>& callback, int32_t systemAbilityId);
     void TellChanged(const sptr<IRemoteObject>& observer, int32_t systemAbilityId, int64_t number);
-    // Keeps the reference until the outbox goes.
+    // Keeps the reference until the outbox is destroyed.
     void Drop(const sptr<IRemoteObject>& object);
 
     struct Change {
@@ -25,8 +25,8 @@ public:
         int64_t number;
     };
 
-    // Never waits: a receiver that does not read its notices loses them, with a line in the log. Returns the changes that
-    // a living observer could not be notified of: without them its cached answers stay wrong.
+    // Never waits: a receiver that does not read its notices loses them, with a line in the log. Returns the changes
+    // that a living observer could not be notified of: without them its cached answers stay wrong.
     [[nodiscard]] std::vector<Change> Send();
 
 private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Descriptors of processes, which never come to mean another process as a pid may.
+// Descriptors of processes. Unlike a pid, such a descriptor never refers to another process.
 #ifndef TAVO_MANAGER_PIDFD_H
 #define TAVO_MANAGER_PIDFD_H
 

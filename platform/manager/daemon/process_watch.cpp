@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Polls a descriptor per process: no signal handler, and no pid that could be another process.
+// Polls a pidfd for each process: no handler of SIGCHLD, which would interrupt system calls of other threads, and no
+// pid that the kernel may have given to another process meanwhile. One thread (tavo-watch) polls, reaps and reports; it
+// also serves the timers of the registry, since it wakes up for both. The lock guards the table and is never held while
+// the registry is called, which calls Add and Signal under its own lock.
 #include "manager/daemon/process_watch.h"
 
 #include <poll.h>
@@ -64,8 +67,10 @@ void ProcessWatch::Signal(uint64_t serial, int signal)
     }
     const Process& process = found->second;
     if (process.isChild) {
+        // Reaping happens under this lock, so the pid cannot be another process's here.
         ::kill(-process.pid, signal);  // Its group is its own until it is reaped.
     } else {
+        // Only the process itself: the group of a process that is no child may be gone.
         SignalPidFd(process.pidFd, signal);
     }
 }
@@ -79,6 +84,7 @@ void ProcessWatch::Run()
 {
     for (;;) {
         std::vector<std::pair<uint64_t, std::string>> ended;
+        // The timers first: they return how long the thread may sleep.
         WaitForEvents(timer_(), ended);
         for (const auto& [serial, how] : ended) {
             ended_(serial, how);
@@ -88,6 +94,8 @@ void ProcessWatch::Run()
 
 void ProcessWatch::WaitForEvents(Clock::time_point until, std::vector<std::pair<uint64_t, std::string>>& ended)
 {
+    // Built anew each time. A process that is added meanwhile wakes the thread through wakeUp_; its descriptor is
+    // closed by this thread only, so the copies stay valid during the poll.
     std::vector<pollfd> polled{{wakeUp_.Get(), POLLIN, 0}};
     {
         MutexLock lock(mutex_);
@@ -133,6 +141,7 @@ std::string ProcessWatch::HowItEnded(const Process& process, int options)
     siginfo_t how{};
     const bool isKnown =
         process.isChild &&
+        // Reaps the child, unless WNOWAIT is among the options.
         ::waitid(P_PIDFD, static_cast<id_t>(process.pidFd.Get()), &how, WEXITED | WNOHANG | options) == 0 &&
         how.si_pid != 0;
     if (!isKnown) {

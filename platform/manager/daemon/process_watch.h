@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The manager's one thread beside the platform's: sees services end, reaps them, and keeps time.
+// The manager's one thread beside the platform's: notices the end of services, reaps them, and runs timers.
 #ifndef TAVO_MANAGER_PROCESS_WATCH_H
 #define TAVO_MANAGER_PROCESS_WATCH_H
 
@@ -30,7 +30,7 @@ public:
 
     // Starts the thread: it calls `timer`, which does its work and returns when to be called again, and `ended` once
     // for each process that has ended, children reaped; `how` is as from HowItEnded. It holds no lock then. False when
-    // there is no thread to have.
+    // the thread cannot be started.
     bool Begin(Ended ended, Timer timer);
     // `serial` names the process from here on; never used again. It is watched from the next Wake on.
     void Add(uint64_t serial, pid_t pid, Transport::UniqueFd pidFd, bool isChild);
@@ -40,7 +40,7 @@ public:
     std::string HowItEnded(uint64_t serial);
     // To the whole process group of a child, to an adopted process alone. Nothing when it has ended.
     void Signal(uint64_t serial, int signal);
-    // There is a process more, or the timer has something to do earlier than it said.
+    // A process was added, or the timer has to run earlier than it returned.
     void Wake();
 
 private:

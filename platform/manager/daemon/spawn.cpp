@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// posix_spawn, so that starting a service costs the same whatever memory the manager has.
+// Starts programs with posix_spawn: it does not copy the page tables of the manager, so a start takes the same time
+// however much memory the manager has. The child begins with what a program may expect: no blocked or ignored signals,
+// a session of its own, /dev/null as stdin, and no descriptor of the manager. The pidfd is opened before anything could
+// reap the child, so it is surely this child.
 #include "manager/daemon/spawn.h"
 
 #include <fcntl.h>
@@ -43,9 +46,13 @@ public:
         posix_spawn_file_actions_init(&actions_);
         sigset_t signals;
         sigemptyset(&signals);
+        // The manager blocks SIGTERM, SIGINT and SIGHUP in all threads; a service that inherited that could not be
+        // ended.
         posix_spawnattr_setsigmask(&attributes_, &signals);
         posix_spawnattr_setsigdefault(&attributes_, &IgnoredSignals());
         posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID);
+        // setsid above: a Ctrl-C in the terminal of the manager reaches the manager only, which then ends its services
+        // in order.
         posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
         // Descriptors that the manager's own launcher left open without close-on-exec.
         posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1);
@@ -71,6 +78,7 @@ std::vector<std::string> MergedEnvironment(const AbilityFile& ability)
     std::vector<std::string> merged;
     for (char** entry = environ; *entry != nullptr; ++entry) {
         const std::string text = *entry;
+        // Names of the ability file replace those of the manager: with both, getenv would find the first.
         if (ability.environment.count(text.substr(0, text.find('='))) == 0) {
             merged.push_back(text);
         }
@@ -102,6 +110,7 @@ int WhyNotExecutable(const std::string& program)
     if (S_ISDIR(status.st_mode)) {
         return EISDIR;
     }
+    // AT_EACCESS: by the effective user, as execve checks it.
     return ::faccessat(AT_FDCWD, program.c_str(), X_OK, AT_EACCESS) == 0 ? 0 : errno;
 }
 
@@ -120,6 +129,7 @@ StartedProcess Spawn(const AbilityFile& ability)
     started.pidFd = Transport::OpenPidFd(started.pid);  // Surely this child: it is not reaped yet.
     if (!started.pidFd.IsOpen()) {
         started.error = errno;
+        // Without a pidfd its end would not be noticed.
         ::kill(started.pid, SIGKILL);
         ::waitpid(started.pid, nullptr, 0);
     }

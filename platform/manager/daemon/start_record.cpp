@@ -37,6 +37,7 @@ unsigned long long StartTick(pid_t pid)
     if (nameEnd == std::string::npos) {
         return 0;
     }
+    // proc(5), stat: field 22 is the start time.
     constexpr int FIELDS_BETWEEN = 18;  // the state has been read, the start is the 20th behind the name
     std::istringstream fields(text.substr(nameEnd + 1));
     std::string field;
@@ -58,9 +59,12 @@ bool WriteStartRecord(const Transport::RuntimeDir& dir, int32_t systemAbilityId,
 {
     const std::string name = RecordName(systemAbilityId);
     const std::string text = std::to_string(pid) + " " + std::to_string(StartTick(pid)) + "\n";
-    // Deliberate: not truncated. Some file systems write an emptied file to the disk when it is closed, and whoever
-    // waits for the service would wait for that; the rest of a longer record stands behind the line that is read.
+    // Deliberate: not truncated. Some file systems write a truncated file to the disk when it is closed, and the
+    // clients that wait for the service would wait for that too. The rest of a longer record follows the line that is
+    // read.
     const UniqueFd file(::openat(dir.Fd(), name.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+    // One write: a manager that is killed here leaves the old record, the new one or an incomplete line, whose tick
+    // does not match.
     return file.IsOpen() && ::write(file.Get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Which process was started last for an ability, written down so that a manager knows the services of its predecessor.
+// A file with the process that was started last for an ability, so that a manager recognises those of its predecessor.
 #ifndef TAVO_MANAGER_START_RECORD_H
 #define TAVO_MANAGER_START_RECORD_H
 

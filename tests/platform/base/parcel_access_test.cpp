@@ -36,7 +36,7 @@ void InFreshThread(Body body)
     std::thread(body).join();
 }
 
-TEST(ParcelAccess, ReceivedDataKnowsNoLimitButWritesDo)
+TEST(ParcelAccess, LimitAppliesToWritesOnly)
 {
     Parcel parcel;
     parcel.SetCapacityLimit(8);

@@ -50,6 +50,15 @@ Item ItemOf(const char* name, bool (Parcel::*write)(Written), bool (Parcel::*rea
             }};
 }
 
+Item BufferOf(const char* name, std::vector<uint8_t> value, std::string bytes)
+{
+    return {name, std::move(bytes), [=](Parcel& p) { return p.WriteBuffer(value.data(), value.size()); },
+            [=](Parcel& p) {
+                std::vector<uint8_t> got{1};
+                return p.ReadBuffer(got) && got == value;
+            }};
+}
+
 const Item ITEMS[] = {
     ItemOf("true", &Parcel::WriteBool, &Parcel::ReadBool, true, "\1\0\0\0"s),
     ItemOf("false", &Parcel::WriteBool, &Parcel::ReadBool, false, "\0\0\0\0"s),
@@ -66,6 +75,11 @@ const Item ITEMS[] = {
     ItemOf("empty string16", &Parcel::WriteString16, &Parcel::ReadString16, u""s, "\0\0\0\0\0\0\0\0"s),
     ItemOf("1 unit", &Parcel::WriteString16, &Parcel::ReadString16, u"\uff0c"s, "\1\0\0\0\x0c\xff\0\0"s),
     ItemOf("2 units", &Parcel::WriteString16, &Parcel::ReadString16, u"ab"s, "\2\0\0\0a\0b\0\0\0\0\0"s),
+    ItemOf("float", &Parcel::WriteFloat, &Parcel::ReadFloat, -1.5F, "\0\0\xc0\xbf"s),
+    ItemOf("double", &Parcel::WriteDouble, &Parcel::ReadDouble, -2.0, "\0\0\0\0\0\0\0\xc0"s),
+    BufferOf("empty buffer", {}, "\0\0\0\0"s),
+    BufferOf("buffer of 3", {0, 0xff, 3}, "\3\0\0\0\0\xff\3\0"s),
+    BufferOf("buffer of 4", {1, 2, 3, 0}, "\4\0\0\0\1\2\3\0"s),
     {"no record", "\0\0\0\0"s, [](Parcel& p) { return p.WriteParcelable(nullptr); },
      [](Parcel& p) { return p.ReadParcelable<Pair>() == nullptr; }},
     {"record", "\1\0\0\0\7\0\0\0\xfe\xff\xff\xff\xff\xff\xff\xff"s,
@@ -150,39 +164,44 @@ TEST(ParcelLimit, LargeParcelWithoutMemoryKeepsItsContent)
 }
 #endif
 
-TEST(ParcelLimit, TextsBeyondTheLengthFieldAreRefusedUnread)
+TEST(ParcelLimit, TextsAndBuffersBeyondTheLengthFieldAreRefusedUnread)
 {
     const size_t units = size_t{std::numeric_limits<int32_t>::max()} + 1;
-    Parcel parcel;  // the texts are not there: only their lengths may be looked at
+    Parcel parcel;  // the bytes are not there: only their lengths may be looked at
     EXPECT_FALSE(parcel.WriteString({"", units}));
     EXPECT_FALSE(parcel.WriteString({"", units - 1}));
     EXPECT_FALSE(parcel.WriteString16({u"", units}));
     EXPECT_FALSE(parcel.WriteString16({u"", units - 1}));
+    EXPECT_FALSE(parcel.WriteBuffer("", units));
+    EXPECT_FALSE(parcel.WriteBuffer("", units - 1));
     EXPECT_EQ(parcel.GetDataSize(), 0u);
 }
 
-// Texts that lie about their length read as nothing, and the cursor stays where it was.
-TEST(ParcelHostile, BadTextsAreRefusedInPlace)
+// Texts and buffers with a wrong length read as nothing, and the cursor stays where it was.
+TEST(ParcelHostile, BadTextsAndBuffersAreRefusedInPlace)
 {
     const struct {
         const char* name;
         std::string bytes;
         bool isString;    // whether it is good as a String
         bool isString16;  // and as a String16
+        bool isBuffer;    // and as a Buffer
     } rows[] = {
-        {"nothing", "", false, false},
-        {"part of a length", "\1\0\0"s, false, false},
-        {"length only", "\0\0\0\0"s, false, false},
-        {"length -1", "\xff\xff\xff\xff\0\0\0\0\0\0\0\0"s, false, false},
-        {"length INT_MIN", "\0\0\0\x80\0\0\0\0\0\0\0\0"s, false, false},
-        {"length INT_MAX", "\xff\xff\xff\x7f\0\0\0\0\0\0\0\0"s, false, false},
-        {"length 2^30 - 1, whose bytes are 2^31", "\xff\xff\xff\x3f\0\0\0\0\0\0\0\0"s, false, false},
-        {"no room for the NUL", "\4\0\0\0abcd"s, false, false},
-        {"no NUL", "\3\0\0\0abcdefgh"s, false, false},
-        {"NUL is the low byte only", "\3\0\0\0abc\0ef\0h"s, true, false},
-        {"fill cut off", "\4\0\0\0abcd\0\0\0"s, false, false},
-        {"odd end of a String16", "\2\0\0\0ab\0\0\0\0\0"s, true, false},
-        {"both", "\1\0\0\0a\0\0\0"s, true, true},
+        {"nothing", "", false, false, false},
+        {"part of a length", "\1\0\0"s, false, false, false},
+        {"length only", "\0\0\0\0"s, false, false, true},
+        {"length -1", "\xff\xff\xff\xff\0\0\0\0\0\0\0\0"s, false, false, false},
+        {"length INT_MIN", "\0\0\0\x80\0\0\0\0\0\0\0\0"s, false, false, false},
+        {"length INT_MAX", "\xff\xff\xff\x7f\0\0\0\0\0\0\0\0"s, false, false, false},
+        {"length 2^30 - 1, whose bytes are 2^31", "\xff\xff\xff\x3f\0\0\0\0\0\0\0\0"s, false, false, false},
+        {"bytes cut off", "\4\0\0\0abc"s, false, false, false},
+        {"fill of 3 bytes cut off", "\3\0\0\0abc"s, false, false, false},
+        {"no room for the NUL", "\4\0\0\0abcd"s, false, false, true},
+        {"no NUL", "\3\0\0\0abcdefgh"s, false, false, true},
+        {"NUL is the low byte only", "\3\0\0\0abc\0ef\0h"s, true, false, true},
+        {"fill cut off", "\4\0\0\0abcd\0\0\0"s, false, false, true},
+        {"odd end of a String16", "\2\0\0\0ab\0\0\0\0\0"s, true, false, true},
+        {"all three", "\1\0\0\0a\0\0\0"s, true, true, true},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -197,6 +216,11 @@ TEST(ParcelHostile, BadTextsAreRefusedInPlace)
         EXPECT_EQ(parcel.ReadString16(text16), row.isString16);
         EXPECT_EQ(parcel.GetReadPosition() == 0, !row.isString16);
         EXPECT_EQ(text16 == u"kept", !row.isString16);
+        ASSERT_TRUE(parcel.SetReadPosition(0));
+        std::vector<uint8_t> buffer(9);
+        EXPECT_EQ(parcel.ReadBuffer(buffer), row.isBuffer);
+        EXPECT_EQ(parcel.GetReadPosition() == 0, !row.isBuffer);
+        EXPECT_EQ(buffer.size() == 9, !row.isBuffer);
     }
 }
 
@@ -208,6 +232,7 @@ TEST(ParcelHostile, ShortScalarsAndPlacesBesideASlotAreRefused)
     EXPECT_FALSE(parcel.ReadInt64(wide));
     EXPECT_EQ(wide, 9);
     EXPECT_EQ(parcel.ReadUint64(), 0u);
+    EXPECT_EQ(parcel.ReadDouble(), 0.0);
     EXPECT_EQ(parcel.ReadInt32(), 0x04030201);
     EXPECT_EQ(parcel.ReadInt32(), 0);
     EXPECT_FALSE(parcel.ReadBool());

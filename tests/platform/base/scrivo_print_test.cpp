@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a log call makes of its format, and what a hook sees.
+// How a log call formats its text, and what a hook receives.
 #include "tavo/scrivo_print.h"
 
 #include <gtest/gtest.h>
@@ -68,7 +68,7 @@ TEST(ScrivoFormat, ConversionsAreThoseOfPrintf)
     EXPECT_EQ(log("%m"), "No such file or directory");
 }
 
-TEST(ScrivoFormat, WhatIsNotUnderstoodPrintsAsItStands)
+TEST(ScrivoFormat, UnknownConversionsArePrintedUnchanged)
 {
     Capture log;
     int stored = 77;
@@ -93,7 +93,7 @@ TEST(ScrivoFormat, LongTextsAreWholeUpToTheirLimitAndLeaveErrnoAlone)
     EXPECT_EQ(errno, EDOM);
 }
 
-TEST(ScrivoHookTest, SeesEveryLevelAndTheCallAsItWasMade)
+TEST(ScrivoHookTest, ReceivesEveryLevelAndTheUnchangedCall)
 {
     {
         Capture log;

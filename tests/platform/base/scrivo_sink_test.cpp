@@ -171,7 +171,7 @@ TEST_F(ScrivoSinkTest, DatagramToTheJournalHoldsTheFieldsAndAFullQueueIsAnError)
     close(sender);
 }
 
-TEST_F(ScrivoSinkTest, FileGetsTheLevelsAskedForFromBeforeMainToAfterIt)
+TEST_F(ScrivoSinkTest, FileReceivesTheConfiguredLevelsFromBeforeMainToAfterIt)
 {
     const ChildResult result = RunChild("levels", ("error," + path_).c_str());
     EXPECT_EQ(result.end, "exit 0");
@@ -228,7 +228,7 @@ TEST_F(ScrivoSinkTest, WarningsThatRepeatAreCountedAndSummedUpAtTheExit)
                             EndsWith("E D00470A/Child: two (repeated 999 times)")));
 }
 
-TEST_F(ScrivoSinkTest, FloodIntoAFullPipeTakesWholeLinesAndCountsTheOthers)
+TEST_F(ScrivoSinkTest, FullPipeReceivesWholeLinesAndTheOthersAreCounted)
 {
     const ChildResult result = RunChild("flood", "stderr,info");
     EXPECT_EQ(result.end, "exit 0");

@@ -85,7 +85,7 @@ TEST(BrokerRegistration, FirstCreatorOfADescriptorStaysUntilItsOwnerRemovesIt)
     registry.Unregister(name, &first);
 }
 
-TEST(BrokerRegistration, ADelegatorThatCameSecondTakesNothingWithIt)
+TEST(BrokerRegistration, SecondDelegatorOfADescriptorRemovesNothing)
 {
     const sptr<IRemoteObject> object = ObjectNamed(IGreeter::GetDescriptor());
     std::optional<BrokerDelegator<Proxy<IGreeter>>> first(std::in_place);

@@ -24,7 +24,7 @@ protected:
     sptr<Service> second{new Service};
 };
 
-TEST_F(AbilityCacheTest, OnlyAnAnswerThatIsNoOlderThanTheLastNewsIsKept)
+TEST_F(AbilityCacheTest, OnlyAnswersNotOlderThanTheLastNoticeAreKept)
 {
     struct Step {
         enum { ANSWER, CHANGED } what;
@@ -56,7 +56,7 @@ TEST_F(AbilityCacheTest, OnlyAnAnswerThatIsNoOlderThanTheLastNewsIsKept)
     }
 }
 
-TEST_F(AbilityCacheTest, ADeadServiceAndOneOfAnUnaskedOrAnotherIdAreNotFound)
+TEST_F(AbilityCacheTest, DeadServicesAndIdsWithoutAQuestionAreNotFound)
 {
     cache->Forget(7, 5);  // takes no memory
     cache->BeginQuestion(7);

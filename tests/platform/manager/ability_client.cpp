@@ -2,9 +2,11 @@
 // Calls the manager through the public headers only.
 #include "platform/manager/ability_client.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <future>
 #include <mutex>
 #include <utility>
@@ -29,7 +31,7 @@ public:
     }
     void OnLoadSystemAbilityFail(int32_t) override { answer_.set_value({"failed", nullptr}); }
 
-    // What came, "silence" when nothing did in time.
+    // The answer that arrived, "silence" if none did in time.
     Answer Wait()
     {
         std::future<Answer> answer = answer_.get_future();
@@ -52,6 +54,13 @@ std::string AskForPid(const sptr<IRemoteObject>& object)
 
 // Held while this process registers: who meets the service of a manager that dies just then would soon see it end.
 std::mutex g_registering;
+
+// The path that the test put into the environment; empty, which cannot be opened, when it did not.
+std::string PathIn(const char* variable)
+{
+    const char* const path = std::getenv(variable);
+    return path != nullptr ? path : "";
+}
 
 // What `ask` makes of the manager.
 template <typename Ask>
@@ -121,6 +130,18 @@ std::string Add(int32_t systemAbilityId)
 std::string Remove(int32_t systemAbilityId)
 {
     return WithManager([=](ISystemAbilityManager& manager) { return Status(manager.RemoveAbility(systemAbilityId)); });
+}
+
+void NoteStart()
+{
+    const int notes = ::open(PathIn("TEST_NOTES").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    ::dprintf(notes, "%d\n", ::getpid());
+    ::close(notes);
+}
+
+void WaitUntilTold()
+{
+    ::close(::open(PathIn("TEST_FIFO").c_str(), O_RDONLY | O_CLOEXEC));  // until the test opens it for writing
 }
 
 int PidIn(const std::string& text)

@@ -12,7 +12,7 @@
 
 namespace ManagerTest {
 
-// The object of the test services: tells the pid of its process, once its registration has come to an end.
+// The object of the test services: returns the pid of its process, once its registration is complete.
 class PidService : public TAVO::IPCObjectStub {
 public:
     static constexpr uint32_t GET_PID = 1;
@@ -35,6 +35,10 @@ std::future<std::string> BeginLoad(int32_t systemAbilityId);
 // "status N", or "no manager".
 std::string Add(int32_t systemAbilityId);
 std::string Remove(int32_t systemAbilityId);
+
+// For programs that a manager starts: notes the start for the test, and waits until that tells its services to go on.
+void NoteStart();
+void WaitUntilTold();
 
 // PID of "object PID" and "loaded PID"; 0 in any other text.
 int PidIn(const std::string& text);

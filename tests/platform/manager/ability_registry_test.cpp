@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The place of an ability is taken exactly as long as the process lives that took it, and so long the registry keeps it.
+// The place of an ability is taken exactly as long as the process lives that took it, and so long the registry keeps
+// it.
 #include "manager/daemon/ability_registry.h"
 
 #include <fcntl.h>
@@ -53,7 +54,7 @@ protected:
 
 using ProcessLockTest = PlaceFixture;
 
-TEST_F(ProcessLockTest, OneProcessHoldsItUntilItEndsAndAskingTakesNothing)
+TEST_F(ProcessLockTest, OneProcessHoldsItUntilItEndsAndQueriesDoNotAcquireIt)
 {
     EXPECT_EQ(Holder(), ProcessLock::NOBODY);
     EXPECT_FALSE(ProcessLock::IsFree(dir.Fd(), name)) << "what cannot be looked at is not known to be free";
@@ -133,7 +134,7 @@ TEST_F(AbilityRegistryTest, OneRegistrationLeavesOneDeathRecipientHoweverOftenIt
     EXPECT_EQ(second->DeathRecipients(), 0u);
 }
 
-TEST_F(AbilityRegistryTest, ADeadObjectIsNotRegisteredAndADyingOneIsTakenOut)
+TEST_F(AbilityRegistryTest, DeadObjectIsNotRegisteredAndDeathEndsARegistration)
 {
     const sptr<FakeRemoteObject> object = MakeRef<FakeRemoteObject>();
     const sptr<FakeRemoteObject> observer = MakeRef<FakeRemoteObject>();

@@ -3,8 +3,10 @@
 #include "platform/manager/manager_fixture.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -38,10 +40,21 @@ ManagerFixture::~ManagerFixture()
 
 void ManagerFixture::WriteAbility(int id, const std::string& how, bool isExternal)
 {
+    WriteAbility(id, "manager_test_service", {how, std::to_string(id)}, isExternal);
+}
+
+void ManagerFixture::WriteAbility(int id, const std::string& program, const std::vector<std::string>& arguments,
+                                  bool isExternal)
+{
+    std::vector<std::string> command = TestSupport::ProgramCommand(program);
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    std::string list;
+    for (auto argument = command.begin() + 1; argument != command.end(); ++argument) {
+        list += (list.empty() ? "\"" : ", \"") + *argument + "\"";
+    }
     const std::string text = std::to_string(id);
-    WriteAbilityFile(text + ".json", R"({"id": )" + text + R"(, "program": ")" +
-                                         TestSupport::ProgramPath("manager_test_service") + R"(", "arguments": [")" +
-                                         how + R"(", ")" + text + R"("], "external": )" +
+    WriteAbilityFile(text + ".json", R"({"id": )" + text + R"(, "program": ")" + command.front() +
+                                         R"(", "arguments": [)" + list + R"(], "external": )" +
                                          (isExternal ? "true" : "false") + "}");
 }
 
@@ -52,7 +65,7 @@ void ManagerFixture::WriteAbilityFile(const std::string& name, const std::string
 
 Child ManagerFixture::StartManager()
 {
-    Child manager = Child::Start({"tavo_manager", "--abilities", abilityPath_});
+    Child manager = RunManager();
     const TAVO::sptr<TAVO::ISystemAbilityManager> before = lastManager_;
     const auto isNew = [this, &before] {
         lastManager_ = Manager();
@@ -64,8 +77,9 @@ Child ManagerFixture::StartManager()
 
 Child ManagerFixture::LaunchManager(const std::vector<std::string>& arguments)
 {
-    std::vector<std::string> command{"/bin/sh", "-c", "exec \"$@\" 2>&1", "sh",
-                                     TestSupport::ProgramPath("tavo_manager")};
+    std::vector<std::string> command{"/bin/sh", "-c", "exec \"$@\" 2>&1", "sh"};
+    const std::vector<std::string> program = TestSupport::ProgramCommand("tavo_manager");
+    command.insert(command.end(), program.begin(), program.end());
     command.insert(command.end(), arguments.begin(), arguments.end());
     return Child::Start(command);
 }
@@ -99,30 +113,23 @@ void ManagerFixture::TellServices()
     ::close(fifo);
 }
 
-namespace {
-
-// 'R', 'S', 'T', 'Z' and so on; 0 when there is no such process or thread.
-char StateIn(const std::filesystem::path& process)
+char StateIn(const std::filesystem::path& folder)
 {
-    std::ifstream file(process / "stat");
+    std::ifstream file(folder / "stat");
     std::string text;
     std::getline(file, text);
     const size_t nameEnd = text.rfind(") ");
     return nameEnd == std::string::npos ? '\0' : text[nameEnd + 2];
 }
 
-std::filesystem::path ProcessPath(pid_t pid)
-{
-    return "/proc/" + std::to_string(pid);
-}
-
-}  // namespace
-
 bool IsAlive(pid_t pid)
 {
-    // A zombie has ended, even if it is not reaped yet.
-    const char state = StateIn(ProcessPath(pid));
-    return state != '\0' && state != 'Z';
+    // Not by /proc: there a process looks ended while some of its threads still run and hold its sockets.
+    const int process = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+    pollfd entry{process, POLLIN, 0};
+    const bool isAlive = process >= 0 && ::poll(&entry, 1, 0) == 0;
+    ::close(process);
+    return isAlive;
 }
 
 bool WaitUntilDead(pid_t pid)
@@ -134,7 +141,7 @@ bool StopAndWait(pid_t pid)
 {
     ::kill(pid, SIGSTOP);
     return TestSupport::WaitFor([pid] {
-        const std::filesystem::directory_iterator threads(ProcessPath(pid) / "task");
+        const std::filesystem::directory_iterator threads("/proc/" + std::to_string(pid) + "/task");
         return std::all_of(begin(threads), end(threads), [](const auto& it) { return StateIn(it.path()) == 'T'; });
     });
 }

@@ -144,7 +144,7 @@ TEST_F(ManagerLoad, LoadDoesNotWaitForAStartThatHasFailed)
         std::future<std::string> first = BeginLoad(id);
         const size_t position = static_cast<size_t>(id) - 1;
         ASSERT_TRUE(WaitFor([this, position] { return Started().size() == 2 * position + 1; }));
-        ASSERT_TRUE(StopAndWait(manager.Pid()));
+        manager.Stop();
         client.Pipe().Say("load " + std::to_string(id));
         ::kill(Started().back(), SIGKILL);
         EXPECT_TRUE(WaitUntilDead(Started().back()));
@@ -190,7 +190,7 @@ TEST_F(ManagerLoad, ClientsAreNotifiedOfChanges)
     Child service = StartExternal();
     EXPECT_EQ(Check(ID), "object " + std::to_string(service.Pid()));
     EXPECT_EQ(service.Ask("remove 4711"), Status(TAVO::ABILITY_OK));
-    // The service lives on, so only the manager's notice can tell.
+    // The service stays alive, so only the manager's notice can end the remembered answer.
     EXPECT_TRUE(WaitFor([] { return Check(ID) == "null"; }));
     EXPECT_EQ(service.Ask("remove 4711"), Status(TAVO::ABILITY_NOT_RUNNING));
 
@@ -227,7 +227,7 @@ TEST_F(ManagerLoad, DescribesEveryAbilityByAscendingId)
                         " starts 1 " + program + "\n");
 }
 
-// Of an object of a third process the manager could not tell when it goes, and could be made to wait for its owner.
+// The manager would not notice the end of a third process, and could be made to wait for the owner of its object.
 TEST_F(ManagerLoad, OnlyObjectsOfTheCallerAreAccepted)
 {
     using Server = TAVO::ISystemAbilityManager;

@@ -98,7 +98,7 @@ TEST_F(ManagerStart, WithoutArgumentsTheFilesOfTheUserOverrideTheInstalledOnes)
 }
 
 // A launcher may ignore SIGCHLD and leave descriptors open without close-on-exec.
-TEST_F(ManagerStart, WhatItsLauncherLeftBehindReachesNoService)
+TEST_F(ManagerStart, ServicesInheritNothingThatTheLauncherLeftBehind)
 {
     const std::string program = RuntimePath() + "/list";
     std::ofstream(program)
@@ -197,7 +197,7 @@ TEST_F(ManagerStart, RemovesTheSocketsOfTheDeadAndNothingElse)
     EXPECT_TRUE(fs::exists(foreign));
     EXPECT_TRUE(fs::exists(file));
 
-    // The end of a client makes it look again; the living keep theirs.
+    // The end of a client starts a new search; sockets of living processes stay.
     Child client = StartClient();
     const int pid = PidIn(client.Ask("load 4711"));
     EXPECT_EQ(std::vector<pid_t>{pid}, Started());

@@ -57,8 +57,8 @@ TEST_F(Callee, DeathBeforeReadingTheRequestFailsTheCallAtOnce)
 class BlockedCallers : public Callee, public testing::WithParamInterface<size_t> {};
 INSTANTIATE_TEST_SUITE_P(Callee, BlockedCallers, testing::Values(12, 64));
 
-// And IsAlive is false for those that learn of the death by their status, or they would call the object again. Of 64 callers
-// some may still be connecting: they may be refused a moment before the end of the session is known.
+// And IsAlive is false for those that learn of the death by their status, or they would call the object again. Of 64
+// callers some may still be connecting: they may be refused a moment before the end of the session is known.
 TEST_P(BlockedCallers, EachFailsOnceByTheDeath)
 {
     constexpr size_t AT_ONCE = 12;  // so many of them reach the handler; the others wait behind them
@@ -206,7 +206,7 @@ TEST_F(Callee, HalfSentOneWayRequestIsNotMixedWithTheNext)
     EXPECT_EQ(end, "exit 0");
 }
 
-// Else an object that is asked to do a last thing could be gone before it is.
+// Otherwise an object could be destroyed before the last request to it runs.
 TEST_F(Callee, ReleaseIsSentAfterTheOneWayRequestsToTheObject)
 {
     Add([](RawPeer& raw) {

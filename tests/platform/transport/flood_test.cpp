@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One-way requests to a receiver that stands still: refused without waiting or memory, and what was accepted is run in order.
+// One-way requests to a stopped receiver: refused without waiting or allocating, and the accepted ones run in order.
 #include <unistd.h>
 
 #include "platform/transport/peer_fixture.h"
@@ -28,7 +28,7 @@ protected:
     sptr<IRemoteObject> second_;
 };
 
-TEST_F(Flood, RequestsToAStoppedReceiverTakeNoMemoryAndNoTime)
+TEST_F(Flood, RequestsToAStoppedReceiverNeitherAllocateNorWait)
 {
     constexpr int REFUSALS = 100000;
     int32_t accepted = 0;

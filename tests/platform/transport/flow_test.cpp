@@ -61,7 +61,7 @@ TEST_F(Flow, OneWayFloodDelaysNoCallOfAnotherClient)
     const auto start = TestSupport::Clock::now();
     EXPECT_EQ(servedCalls(), CALLS);
     EXPECT_LT(TestSupport::Clock::now() - start, std::chrono::seconds(20));
-    // The same with a handler that stands still: the requests behind it wait, and no one else does.
+    // The same with a handler that blocks: the requests behind it wait, and no others do.
     EXPECT_TRUE(WaitFor([this] { return Call(object_, TestCode::WAIT).SendOneWay() == TAVO::IPC_OK; }));
     EXPECT_EQ(peer_.Ask("await-waiting 1"), "waiting");
     EXPECT_EQ(servedCalls(), CALLS);
@@ -197,7 +197,7 @@ TEST(FlowOfLargeFrames, LargeFramesWaitWhileTheBudgetIsUsedUp)
         EXPECT_EQ(fill(first), State::COMPLETE);
         EXPECT_EQ(fill(second), State::STALLED);
         EXPECT_EQ(process.Used(), peer.Used());
-        // Small ones pass all the same.
+        // Small ones are received anyway.
         FrameReader other(false, MessageKind::REQUEST, &peer);
         const Bytes small = FrameOf(1000);
         const uint8_t* from = small.data();

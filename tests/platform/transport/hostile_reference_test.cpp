@@ -225,7 +225,7 @@ TEST_F(HostileReference, AcquireSentBeforeTheOnlyHolderEndedSucceeds)
     }
 }
 
-// Its hello came when its connection had been accepted already, and the lane is seen before that.
+// The hello arrived after its connection was accepted, and the lane is read before that hello.
 TEST_F(HostileReference, LaneIsServedAlthoughTheHelloOfItsSessionIsUnread)
 {
     RawHello hello;

@@ -17,13 +17,13 @@ inline int StatusOf(const std::optional<RawFrame>& answer)
     return answer ? answer->Status() : 1;
 }
 
-// At the end the hub lives, serves, holds as many descriptors as before the test's peers, and ends in good order.
+// At the end of each test the hub is alive, serves requests, has as many descriptors as before, and exits with 0.
 class HubFixture : public ::testing::Test {
 protected:
     void SetUp() override
     {
         hub_ = StartPeer("hub");
-        MakeObject(*NewPeer());  // whatever the hub opens once is open after it
+        MakeObject(*NewPeer());  // opens everything that the hub opens only once
         ASSERT_TRUE(TestSupport::WaitFor([this] { return IntFrom(*NewPeer(), TestCode::LIVE) == 1; })) << "the root";
         ASSERT_TRUE(TestSupport::WaitFor([this] {
             const size_t before = descriptors_;
@@ -41,7 +41,7 @@ protected:
             << TestSupport::CountDescriptors(hub_.Pid()) << " descriptors in the hub, " << descriptors_ << " before";
         EXPECT_LE(TestSupport::CountThreads(hub_.Pid()), 1u + 2 + 16) << "main, control, delivery, workers";
         hub_.Pipe().CloseWriting();
-        EXPECT_EQ(hub_.WaitForExit(), "exit 0");  // a sanitizer there has its say, on leaks too
+        EXPECT_EQ(hub_.WaitForExit(), "exit 0");  // not 0 if a sanitizer reports an error or a leak there
     }
 
     // One with a session.
@@ -90,7 +90,7 @@ protected:
         return TestSupport::WaitFor([this, count] { return LiveObjects() == count; });
     }
 
-    // What the hub's call to the object that it keeps under that name came to.
+    // The outcome of the hub's call to the object that it keeps under that name.
     int32_t EchoKept(const std::string& name)
     {
         const auto echo = static_cast<int32_t>(TestCode::ECHO);

@@ -111,7 +111,7 @@ TEST_F(IdleWorker, LastIdleWorkerStaysWhileAllOthersRunHandlers)
     busy.join();
 }
 
-// And the next request is delivered all the same.
+// The next request is delivered.
 using IdleRing = PeerFixture;
 
 bool HasRing(pid_t pid)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A process whose control thread is out of memory notices deaths and connections all the same.
+// A process whose control thread is out of memory still notices deaths and connections.
 #include <gtest/gtest.h>
 #include <unistd.h>
 

@@ -21,7 +21,7 @@ using TestSupport::RawPeer;
 using TestSupport::RawRecord;
 using TestSupport::RawSocket;
 
-// A request for the world of test processes.
+// A request to an object of the test processes.
 inline RawFrame RequestFor(TestCode code, uint64_t serial = 0, uint64_t number = 1)
 {
     RawFrame frame;
@@ -75,7 +75,7 @@ inline bool StartCallee(Child& callee)
     return callee.Ask("go") == "ready";
 }
 
-// Takes lanes one after the other and hands each request on them to `answer`, which sends what it likes.
+// Accepts lanes one after the other and passes each request on them to `answer`, which may send any bytes.
 inline void ServeLanes(RawPeer& raw, const std::function<void(RawSocket& lane, const RawFrame& request)>& answer)
 {
     RawHello hello;

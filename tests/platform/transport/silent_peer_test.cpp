@@ -42,7 +42,7 @@ protected:
     Clock::time_point start_;  // of the sending
 };
 
-TEST_F(SilentPeer, AnnouncedSizeOf64MebibytesTakesNoMemoryAndNoWorker)
+TEST_F(SilentPeer, AnnouncedSizeOf64MebibytesAllocatesNothingAndHoldsNoWorker)
 {
     const size_t before = TestSupport::ResidentBytes(hub_.Pid());
     RawFrame large = RequestFor(TestCode::ECHO);

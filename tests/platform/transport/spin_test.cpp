@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// When a lane polls and when it leaves the wait to the kernel. Speed is the benchmarks' matter.
+// When a lane polls and when it waits in the kernel. The benchmarks measure its speed.
 #include "transport/spin.h"
 
 #include <gtest/gtest.h>

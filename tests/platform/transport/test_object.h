@@ -22,7 +22,7 @@ using TAVO::MessageParcel;
 using TAVO::sptr;
 
 enum class TestCode : uint32_t {
-    ECHO = 1,      // comes back as it is, references excepted
+    ECHO = 1,      // is returned unchanged, without references
     KEEP,          // String name, reference: kept under that name; without one: forgotten
     FETCH,         // String name -> reference
     CALL_KEPT,     // String name, Int32 code -> Int32: status of that call to the object kept under the name
@@ -48,7 +48,7 @@ public:
 
     void WaitAtGate();
     void OpenGate();
-    // Whether so many handlers came to wait at the gate at one time.
+    // Whether so many handlers waited at the gate at the same time.
     bool AwaitWaiting(int handlers);
     int Waiting();
 
@@ -91,7 +91,7 @@ private:
 class CountingRecipient : public IRemoteObject::DeathRecipient {
 public:
     explicit CountingRecipient(std::function<void()> then = nullptr) : then_(std::move(then)) {}
-    // One that was added to `object`; it is never told if it could not be.
+    // One that was added to `object`; never notified if it could not be added.
     static sptr<CountingRecipient> Of(const sptr<IRemoteObject>& object);
     void OnRemoteDied(const TAVO::wptr<IRemoteObject>&) override;
     bool AwaitTold() const;
@@ -135,7 +135,7 @@ int HandOn(const sptr<IRemoteObject>& from, const std::string& name, const sptr<
 int KeepIn(const sptr<IRemoteObject>& world, const std::string& name, const sptr<IRemoteObject>& object);
 sptr<IRemoteObject> FetchFrom(const sptr<IRemoteObject>& world, const std::string& name);
 int CallKept(const sptr<IRemoteObject>& world, const std::string& name, TestCode code = TestCode::ECHO);
-// Whether the status says that the call did not go through for a peer that is gone or misbehaves.
+// Whether the status is that of a call to a peer that has ended or misbehaves.
 bool IsConnectionError(int status);
 
 // Makes this process the manager of its runtime directory, with a TestObject as its root.

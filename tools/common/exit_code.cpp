@@ -7,6 +7,7 @@ using namespace TAVO::Veltra;
 
 ExitCode ExitCodeOf(int32_t result)
 {
+    // Codes of the service (docs/service.md), which the library passes on.
     constexpr int32_t NOT_SUPPORTED[] = {1010310102, 1010310103, 1010310107};
     for (const int32_t code : NOT_SUPPORTED) {
         if (result == code) {
@@ -16,6 +17,7 @@ ExitCode ExitCodeOf(int32_t result)
     switch (result) {
         case RESULT_OK:
             return EXIT_DONE;
+        // Some operations return the platform's status.
         case TAVO::IPC_TIMED_OUT:
             return EXIT_TIMED_OUT;
         case RESULT_NO_SERVICE:
@@ -27,6 +29,12 @@ ExitCode ExitCodeOf(int32_t result)
         default:
             return EXIT_NO;
     }
+}
+
+std::string NameOfCode(int32_t result)
+{
+    const ResultText* const text = FindResultText(result);
+    return text == nullptr ? std::to_string(result) : text->name;
 }
 
 std::string MeaningOf(int32_t result)

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The service's own result codes, beside 0 and those that the client library knows.
-#ifndef VELTRA_SERVICE_RESULT_H
-#define VELTRA_SERVICE_RESULT_H
+#ifndef SERVICE_RESULT_H
+#define SERVICE_RESULT_H
 
 #include <cstdint>
 
@@ -11,7 +11,7 @@ namespace TAVO::Veltra {
 constexpr int32_t SERVICE_BAD_REQUEST = 1010310101;
 // This service does not offer the operation. Nothing was kept: no callback object, no query.
 constexpr int32_t SERVICE_NOT_SUPPORTED = 1010310102;
-// The machine tells not a single value of its state.
+// The machine reports no value of its state.
 constexpr int32_t SERVICE_NO_SENSOR = 1010310103;
 // The caller is not of the user that runs the service.
 constexpr int32_t SERVICE_DENIED = 1010310104;

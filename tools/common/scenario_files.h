@@ -22,6 +22,8 @@ std::string ReadScenario(const ScenarioFile& file);
 
 // The keys of the device state that scenarios may draw and `simulate set` may set, for completion.
 std::vector<std::string> DeviceKeys();
+// What can be made to go wrong; docs/service.md describes the kinds.
+std::vector<std::string> FaultKinds();
 
 // The folder of the program that runs.
 std::string ProgramFolder();

@@ -34,6 +34,7 @@ public:
     StartOutcome Wait(seconds limit)
     {
         std::unique_lock lock(mutex_);
+        // A notice after this is of no consequence: the object lives as long as the manager holds it.
         changed_.wait_for(lock, limit, [this] { return outcome_ != StartOutcome::NOT_IN_TIME; });
         return outcome_;
     }
@@ -89,6 +90,7 @@ Trouble WhySilent(const std::string& name, pid_t process)
         return {name + " runs in another container or namespace", "use the tool there"};
     }
     const std::string number = std::to_string(process);
+    // From outside: a process that does not answer cannot be asked why.
     switch (ProcessState(process)) {
         case '\0':
             return {name + " (process " + number + ") has ended", "try again"};
@@ -152,6 +154,7 @@ Start StartService(const sptr<ISystemAbilityManager>& manager, seconds limit)
 sptr<IVeltraControl> ReachControl(bool isStarting)
 {
     const sptr<ISystemAbilityManager> manager = ReachManager();
+    // Starts nothing: to look at a system must not change it.
     if (manager->CheckAbility(SERVICE_ABILITY) == nullptr) {
         if (!isStarting) {
             const std::optional<AbilityDescription> ability = DescribeAbility(manager, SERVICE_ABILITY);
@@ -185,6 +188,7 @@ sptr<IVeltraControl> ReachControl(bool isStarting)
 Json::Value RequireAnswer(int32_t result, const std::string& answer)
 {
     Json::Value document = JsonUtils::StringToJson(answer);
+    // The service may be of another version; its documents are checked where they are used.
     if (result == 0 && document.isObject()) {
         return document;
     }

@@ -38,6 +38,7 @@ std::vector<ScenarioFile> InstalledScenarios()
 ScenarioFile FindScenario(const std::string& given)
 {
     std::error_code error;
+    // A file in the current folder comes before an installed scenario with its name.
     if (given.find('/') != std::string::npos || fs::path(given).has_extension() || fs::exists(given, error)) {
         return {fs::path(given).stem().string(), given};
     }
@@ -68,6 +69,11 @@ std::vector<std::string> DeviceKeys()
         keys.emplace_back(field.key);
     }
     return keys;
+}
+
+std::vector<std::string> FaultKinds()
+{
+    return {"die", "hang", "lateReply", "refuse", "shortReply", "badText", "wrongToken", "shortCallback", "flood"};
 }
 
 }  // namespace VeltraTool

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -26,6 +27,7 @@ size_t PrintableLength(std::string_view text)
         return first >= 0x20 && first != 0x7f && first != '\\' ? 1 : 0;
     }
     const size_t length = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : 2;
+    // 0x80 to 0xc1 begin no character: they continue one, or would encode ASCII in two bytes.
     if (first < 0xc2 || first > 0xf4 || text.size() < length) {
         return 0;
     }
@@ -37,6 +39,7 @@ size_t PrintableLength(std::string_view text)
     const unsigned second = byte(1);
     const bool isOverlong = (first == 0xe0 && second < 0xa0) || (first == 0xf0 && second < 0x90);
     const bool isSurrogate = first == 0xed && second >= 0xa0;
+    // U+0080 to U+009F: some terminals act on them as on escape sequences.
     const bool isControl = first == 0xc2 && second < 0xa0;
     // Characters that reverse the direction of what follows: U+200E, U+200F, U+202A to U+202E, U+2066 to U+2069.
     const bool isDirection =
@@ -137,6 +140,21 @@ std::string Shown(double number, int decimals)
     return text;
 }
 
+std::string ShownShort(double number)
+{
+    char text[64];
+    std::snprintf(text, sizeof(text), "%g", number);
+    return text;
+}
+
+std::string Elapsed(double seconds)
+{
+    const auto whole = static_cast<int64_t>(std::lround(std::clamp(seconds, 0.0, 1e11)));
+    char text[64];
+    std::snprintf(text, sizeof(text), "%02d:%02d", static_cast<int>(whole / 60 % 60), static_cast<int>(whole % 60));
+    return whole < 3600 ? text : std::to_string(whole / 3600) + ":" + text;
+}
+
 std::string TimeOfDay(double seconds)
 {
     const auto milliseconds = static_cast<int64_t>(std::clamp(seconds, 0.0, 1e11) * 1000);
@@ -152,6 +170,11 @@ std::string TimeOfDay(double seconds)
 std::string ShownValue(const Json::Value& value)
 {
     return value.isString() ? value.asString() : JsonText(value);
+}
+
+const Json::Value& MemberOf(const Json::Value& object, const char* key)
+{
+    return object.isObject() ? object[key] : Json::Value::nullSingleton();
 }
 
 std::string TextOf(const Json::Value& value)
