@@ -95,6 +95,8 @@ SessionOptions OptionsOf(const veltra_options& given)
     return options;
 }
 
+// Runs on the thread that dispatches. Everything that the event points to lives on this stack frame, until the function
+// of the caller has returned.
 void PassOn(const SessionEvent& event, veltra_event_function function, void* user)
 {
     const veltra_device_info info = DeviceInfo(event.info);
@@ -149,6 +151,7 @@ int32_t veltra_session_open(const veltra_options* options, veltra_session** sess
     *session = nullptr;
     return Guarded([&] {
         const veltra_options given = options != nullptr ? Read(options) : veltra_options{};
+        // The Session starts its thread and returns; the connection is made there, so this never blocks.
         *session = new veltra_session{Session(OptionsOf(given))};
         return RESULT_OK;
     });
@@ -207,6 +210,7 @@ int32_t veltra_session_report_game_event(veltra_session* session, const veltra_g
     if (session == nullptr || !IsGiven(info)) {
         return VELTRA_BAD_ARGUMENT;
     }
+    // Copies the texts into the queue of the session; its thread sends them.
     return Guarded([&] { return Queued(session->session.ReportGameEvent(GameInfoOf(Read(info)))); });
 }
 
