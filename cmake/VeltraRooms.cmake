@@ -146,8 +146,9 @@ endfunction()
 
 # veltra_test(NAME SOURCES file... [USES room...] [LINK lib...] [LABELS label...] [SLOW regex] [TIMEOUT seconds])
 # A GoogleTest program; each of its tests is a ctest entry NAME.Suite.Test that runs in a process of its own, with the
-# labels NAME and LABELS. A sanitizer's build has only the programs with its label, asan or tsan. Entries that match
-# the regex of SLOW mostly wait: their label `slow` lets scripts/test run many of them at a time. VELTRA_BIN_DIR is the
+# labels NAME and LABELS. A sanitizer's build has only the programs with its label, asan or tsan; the label arm64 selects
+# what the preset of that name runs. Entries that match the regex of SLOW mostly wait: their label `slow` lets
+# scripts/test run many of them at a time. VELTRA_BIN_DIR is the
 # folder of the built programs. TAVO_RUNTIME_DIR points into the build folder, so that no test meets a live system.
 function(veltra_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "SLOW;TIMEOUT" "SOURCES;USES;LINK;LABELS")

@@ -6,7 +6,7 @@
 #include "control/control_stubs.h"
 
 #include <tavo/calling_peer.h>
-#include <tavo/message_parcel.h>
+#include <tavo/typed_request.h>
 
 #include "veltra_result.h"
 
@@ -36,24 +36,26 @@ int VeltraControlStub::OnRemoteRequest(uint32_t code, MessageParcel& data, Messa
     if (data.ReadInterfaceToken() != GetDescriptor()) {
         return RESULT_TOKEN_REFUSED;
     }
-    std::string answer;
     switch (control) {
-        case ControlCode::DESCRIBE: {
-            const int32_t result = Describe(answer);
-            return WriteAnswer(reply, result, answer);
-        }
-        case ControlCode::EXPLAIN: {
-            const int32_t result = Explain(answer);
-            return WriteAnswer(reply, result, answer);
-        }
+        case ControlCode::DESCRIBE:
+            return Serve(&IVeltraControl::Describe, data, reply);
+        case ControlCode::EXPLAIN:
+            return Serve(&IVeltraControl::Explain, data, reply);
         case ControlCode::WATCH:
             return HandleWatch(data, reply);
         case ControlCode::UNWATCH:
-            return reply.WriteInt32(Unwatch()) ? 0 : RESULT_BAD_PARCEL;
+            return Serve(&IVeltraControl::Unwatch, data, reply);
         case ControlCode::SIMULATE:
             return HandleSimulate(data, reply);
     }
     return RESULT_BAD_PARCEL;  // not reached
+}
+
+// An operation without a limit of its own on its arguments.
+template <typename Operation>
+int VeltraControlStub::Serve(Operation operation, MessageParcel& data, MessageParcel& reply)
+{
+    return ServeArguments(*this, operation, data, reply) == IPC_OK ? 0 : RESULT_BAD_PARCEL;
 }
 
 int VeltraControlStub::HandleWatch(MessageParcel& data, MessageParcel& reply)

@@ -23,6 +23,8 @@ public:
     int OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option) override;
 
 private:
+    template <typename Operation>
+    int Serve(Operation operation, MessageParcel& data, MessageParcel& reply);
     int HandleWatch(MessageParcel& data, MessageParcel& reply);
     int HandleSimulate(MessageParcel& data, MessageParcel& reply);
 };

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Does the service act on whole requests only, once and with what was sent, and refuse the rest with a code?
-#include "base/service_result.h"
 #include "input.h"
+#include "service_result.h"
 #include "support/fake_remote_object.h"
 #include "support/forwarding_server.h"
 #include "support/server_operations.h"

@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "tavo/ipc_status.h"
+#include "service_result.h"
 #include "veltra_result.h"
 
 namespace TAVO::Veltra {
@@ -18,7 +18,8 @@ struct ResultText {
     const char* remedy;  // empty: there is nothing to do
 };
 
-// The codes from 1010310101 on are the service's own; docs/service.md lists them. Each code is here once.
+// Each code appears once. Those from 1010310101 on are the service's own (docs/service.md). Those of the platform are numbers,
+// so that the library can be built on another platform.
 inline constexpr ResultText RESULT_TEXTS[] = {
     {RESULT_OK, "RESULT_OK", "done", ""},
     {RESULT_NO_BUNDLE_NAMES, "RESULT_NO_BUNDLE_NAMES", "no bundle name was given, and nothing was sent",
@@ -47,33 +48,32 @@ inline constexpr ResultText RESULT_TEXTS[] = {
      "send at most 1000 results of at most 64 KiB of text each"},
     {RESULT_RENDER_NO_SERVICE, "RESULT_RENDER_NO_SERVICE", "the service cannot be reached",
      "run \"veltra doctor\", which finds out why"},
-    {1010310101, "SERVICE_BAD_REQUEST", "the request is short, or one of its values is out of bounds",
+    {SERVICE_BAD_REQUEST, "SERVICE_BAD_REQUEST", "the request is short, or one of its values is out of bounds",
      "compare the arguments with docs/service.md"},
-    {1010310102, "SERVICE_NOT_SUPPORTED", "this service does not offer the operation",
+    {SERVICE_NOT_SUPPORTED, "SERVICE_NOT_SUPPORTED", "this service does not offer the operation",
      "queries about applications need a service that was started with --catalogue FILE"},
-    {1010310103, "SERVICE_NO_SENSOR", "the machine reports no value of its state",
+    {SERVICE_NO_SENSOR, "SERVICE_NO_SENSOR", "the machine reports no value of its state",
      "run \"veltra explain\", which lists what was looked for"},
-    {1010310104, "SERVICE_DENIED", "the service does not accept the request from this process",
+    {SERVICE_DENIED, "SERVICE_DENIED", "the service does not accept the request from this process",
      "run it as the user that runs the service"},
-    {1010310105, "SERVICE_NO_RESOURCES", "descriptors, memory or threads are exhausted, or 16 answers are pending",
+    {SERVICE_NO_RESOURCES, "SERVICE_NO_RESOURCES",
+     "descriptors, memory or threads are exhausted, or 16 answers are pending",
      "wait for the pending answers, or raise the limits of the service (ulimit -n, ulimit -u)"},
-    {1010310106, "SERVICE_NOT_SUBSCRIBED", "there is no subscription to end", ""},
-    {1010310107, "SERVICE_NO_GPU_COUNTERS", "the machine has no GPU with readable counters", ""},
-    {IPC_DEAD_OBJECT, "IPC_DEAD_OBJECT", "the process that was called has ended", "call again, which starts it"},
-    {IPC_TIMED_OUT, "IPC_TIMED_OUT", "no answer within the time limit; whether the request ran is unknown",
+    {SERVICE_NOT_SUBSCRIBED, "SERVICE_NOT_SUBSCRIBED", "there is no subscription to end", ""},
+    {SERVICE_NO_GPU_COUNTERS, "SERVICE_NO_GPU_COUNTERS", "the machine has no GPU with readable counters", ""},
+    {-100001, "IPC_DEAD_OBJECT", "the process that was called has ended", "call again, which starts it"},
+    {-100002, "IPC_TIMED_OUT", "no answer within the time limit; whether the request ran is unknown",
      "run \"veltra doctor\", which finds out whether the process hangs"},
-    {IPC_BROKEN, "IPC_BROKEN", "the connection broke during the call; whether the request ran is unknown",
-     "call again"},
-    {IPC_QUEUE_FULL, "IPC_QUEUE_FULL", "the receiver does not keep up; nothing was sent", "send less often"},
-    {IPC_TOO_LARGE, "IPC_TOO_LARGE", "the request is too large; nothing was sent", "send less at once"},
-    {IPC_UNKNOWN_CODE, "IPC_UNKNOWN_CODE", "the other side does not know the request",
-     "use programs of the same version"},
-    {IPC_EXCEPTION, "IPC_EXCEPTION", "the handler of the request failed", "see the log of the service"},
-    {IPC_NO_RESOURCES, "IPC_NO_RESOURCES", "descriptors, memory or threads are exhausted",
+    {-100003, "IPC_BROKEN", "the connection broke during the call; whether the request ran is unknown", "call again"},
+    {-100004, "IPC_QUEUE_FULL", "the receiver does not keep up; nothing was sent", "send less often"},
+    {-100005, "IPC_TOO_LARGE", "the request is too large; nothing was sent", "send less at once"},
+    {-100006, "IPC_UNKNOWN_CODE", "the other side does not know the request", "use programs of the same version"},
+    {-100007, "IPC_EXCEPTION", "the handler of the request failed", "see the log of the service"},
+    {-100008, "IPC_NO_RESOURCES", "descriptors, memory or threads are exhausted",
      "raise the limits (ulimit -n, ulimit -u)"},
-    {IPC_UNAVAILABLE, "IPC_UNAVAILABLE", "this process is a forked child, in which the platform does not work",
+    {-100009, "IPC_UNAVAILABLE", "this process is a forked child, in which the platform does not work",
      "start a program instead of forking"},
-    {IPC_BAD_MESSAGE, "IPC_BAD_MESSAGE", "the message could not be decoded", "use programs of the same version"},
+    {-100010, "IPC_BAD_MESSAGE", "the message could not be decoded", "use programs of the same version"},
 };
 
 // Null for a code that is not known.

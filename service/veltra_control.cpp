@@ -13,10 +13,10 @@
 
 #include "base/config_node.h"
 #include "base/json_text.h"
-#include "base/service_result.h"
 #include "explain.h"
 #include "scenario/simulation_command.h"
 #include "service_report.h"
+#include "service_result.h"
 
 namespace TAVO::Veltra {
 

@@ -16,7 +16,7 @@
 
 #include "base/operation_names.h"
 #include "base/service_log.h"
-#include "base/service_result.h"
+#include "service_result.h"
 #include "veltra_result.h"
 
 namespace TAVO::Veltra {

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/service_result.h"
+#include "service_result.h"
 #include "veltra_result.h"
 #include "veltra_server_stub.h"
 

@@ -18,11 +18,11 @@
 
 #include "base/config_node.h"
 #include "base/service_log.h"
-#include "base/service_result.h"
 #include "probes/machine_counters.h"
 #include "probes/machine_source.h"
 #include "push/callback_proxies.h"
 #include "push/push_notes.h"
+#include "service_result.h"
 
 namespace TAVO::Veltra {
 

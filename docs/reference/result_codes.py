@@ -16,7 +16,8 @@ from `veltra_result_text.h` in C++ and `veltra_describe_result` in C; the tool `
 """
 SECTIONS = (
     ("RESULT_", "Of the client library", "The library reports these by itself (`veltra_result.h`)."),
-    ("SERVICE_", "Of the service", "The request arrived, and the service refused it. Another service may have other codes."),
+    ("SERVICE_", "Of the service", "The request arrived, and the service refused it (`service_result.h`). Another service may have "
+     "other codes."),
     ("IPC_", "Of the platform", "`SendRequest` returns these when a request failed in transit (`tavo/ipc_status.h`). The "
      "facade returns `RESULT_NO_SERVICE` instead."),
     ("VELTRA_", "Of the library for C", "Of the functions in `veltra.h`, besides the codes above."),
@@ -32,7 +33,7 @@ REMEDIES = {
 def numbers(source):
     """The value of each constant that the table of texts names."""
     found = {}
-    for header in ("interfaces/veltra_result.h", "platform/include/tavo/ipc_status.h"):
+    for header in ("interfaces/veltra_result.h", "interfaces/service_result.h"):
         text = (source / header).read_text(encoding="utf-8")
         found.update(re.findall(r"\b([A-Z]+_\w+) = (-?\d+)[;,]", text))
     return found

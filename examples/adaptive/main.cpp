@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
@@ -62,6 +63,15 @@ void PrintRow(int second, const DeviceSnapshot& state, int quality, double frame
                 Bar(frame / 30, 10).c_str(), frame, fixedFrame);
 }
 
+// For recordings of the service, which show how long the game took to react.
+void ReportQuality(TAVO::Veltra::Session& session, int quality)
+{
+    auto scene = std::make_unique<TAVO::Veltra::GameSceneBundle>();
+    scene->sceneName = "race";
+    scene->attributes["quality"] = std::to_string(quality);
+    session.NotifyGameEvent(std::move(scene));
+}
+
 double Argument(int argc, char** argv, const char* name, double other)
 {
     for (int i = 1; i + 1 < argc; ++i) {
@@ -85,6 +95,7 @@ int main(int argc, char** argv)
     options.refreshInterval = std::chrono::milliseconds(std::lround(1000 / speed));
     TAVO::Veltra::Session session(options);
     TAVO::Veltra::QualityGovernor governor;
+    ReportQuality(session, HIGHEST);
     std::string steps = std::to_string(HIGHEST);
     int before = HIGHEST;
     int64_t highestMhz = 0;
@@ -100,6 +111,9 @@ int main(int argc, char** argv)
             governor.Update({ValueOf(state.tempLevel), ValueOf(state.thermalMargin), ValueOf(state.thermalTrend)},
                             std::chrono::seconds(second));
         const bool isChanged = quality != before;
+        if (isChanged) {
+            ReportQuality(session, quality);
+        }
         steps += isChanged ? " " + std::to_string(quality) : "";
         before = quality;
         const double frame = FrameMilliseconds(quality, state, highestMhz);

@@ -61,6 +61,18 @@ std::string WhyUntrusted(int fd, const std::string& path)
     return std::string();
 }
 
+// Empty if sockets in the directory fit into an address, by their plain paths or by way of /proc (see SocketPath).
+std::string WhyOutOfReach(const std::string& path)
+{
+    constexpr size_t LONGEST_NAME = sizeof("/p/.new") - 1 + 32;  // with the instance of a process in hexadecimal
+    constexpr size_t LONGEST_PATH = sizeof(sockaddr_un::sun_path) - 1 - LONGEST_NAME;
+    if (path.size() <= LONGEST_PATH || ::access("/proc/self/fd", F_OK) == 0) {
+        return std::string();
+    }
+    return "has " + std::to_string(path.size()) + " characters, and without /proc it may have " +
+           std::to_string(LONGEST_PATH) + "; mount /proc, or set TAVO_RUNTIME_DIR to a shorter path";
+}
+
 }  // namespace
 
 RuntimeDir::~RuntimeDir()
@@ -110,6 +122,7 @@ RuntimeDir RuntimeDir::Open(const std::string& path, bool create, std::string& e
     } else {
         dir.fd_ = OpenFolder(path, reason);
         reason = dir.fd_ >= 0 ? WhyUntrusted(dir.fd_, path) : reason;
+        reason = reason.empty() ? WhyOutOfReach(path) : reason;
     }
     if (!reason.empty()) {
         error = "runtime directory " + path + ": " + reason;

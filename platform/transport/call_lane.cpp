@@ -61,7 +61,7 @@ IoStatus ReadReply(int fd, Spin& spin, FrameReader& reader, Deadline deadline, b
         if (state == FrameReader::State::COMPLETE) {
             return IoStatus::OK;
         }
-        if (got.status != IoStatus::OK || state == FrameReader::State::BAD) {
+        if (got.status != IoStatus::OK || state != FrameReader::State::MORE) {
             return got.status == IoStatus::OK ? IoStatus::CLOSED : got.status;
         }
     }

@@ -132,6 +132,8 @@ InLane::Next InLane::Loop()
             case FrameReader::State::BAD:
                 WarnLimited("a peer sent an impossible frame", "its lane was closed");
                 return Next::CLOSE;
+            case FrameReader::State::NO_MEMORY:
+                throw std::bad_alloc();
             case FrameReader::State::MORE:
                 if (frame.io == IoStatus::CLOSED) {
                     return Next::CLOSE;
@@ -364,7 +366,8 @@ void InLane::Await(uint32_t events, bool hasDeadline)
     // The first wait sets the deadline, later ones for the same message keep it: a peer that sends one byte a second
     // does not extend it.
     if (hasDeadline && peerDeadline_.load(std::memory_order_relaxed) == 0) {
-        peerDeadline_.store((Clock::now() + PEER_TIMEOUT).time_since_epoch().count(), std::memory_order_relaxed);
+        // In one order with the look at isWatched_, as CheckDeadline looks at the two the other way round.
+        peerDeadline_.store((Clock::now() + PEER_TIMEOUT).time_since_epoch().count());
         // One entry in the timers at a time, however often the lane waits.
         if (!isWatched_.exchange(true)) {
             services_.timers.WatchDeadline(shared_from_this());

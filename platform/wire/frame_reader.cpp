@@ -43,7 +43,7 @@ FrameReader::State FrameReader::Consume(const uint8_t*& from, const uint8_t* end
     // These bytes have left the socket: they are taken whatever the budget says, which then holds back the next ones.
     uint8_t* place = ParcelAccess::Append(body_, wanted);
     if (place == nullptr) {
-        return State::BAD;
+        return State::NO_MEMORY;
     }
     std::memcpy(place, from, wanted);
     bodyBytes_ += wanted;
@@ -62,7 +62,7 @@ FrameReader::Room FrameReader::RoomForBody()
         return {State::STALLED, nullptr, 0};
     }
     uint8_t* place = ParcelAccess::Append(body_, size);
-    return {place != nullptr ? State::MORE : State::BAD, place, size};
+    return {place != nullptr ? State::MORE : State::NO_MEMORY, place, size};
 }
 
 FrameReader::State FrameReader::Received(size_t bytes)

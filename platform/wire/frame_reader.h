@@ -21,7 +21,8 @@ public:
         MORE,      // bytes are missing
         COMPLETE,  // Header() and Body() are a whole frame; Next() begins the following one
         STALLED,   // the budget is used up: leave the rest in the socket for now
-        BAD,       // no frame can look like this, or no memory: the lane must end
+        BAD,       // no frame can look like this: the lane must end
+        NO_MEMORY  // the lane must end as well
     };
 
     static constexpr size_t SMALL_BYTES = 16 * 1024;

@@ -11,7 +11,7 @@
 #include <json/value.h>
 
 #include "base/json_text.h"
-#include "base/service_result.h"
+#include "service_result.h"
 
 namespace TAVO::Veltra {
 

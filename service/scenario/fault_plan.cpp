@@ -12,7 +12,7 @@
 #include <limits>
 
 #include "base/operation_names.h"
-#include "base/service_result.h"
+#include "service_result.h"
 
 namespace TAVO::Veltra {
 

@@ -97,6 +97,7 @@ bool WatchHub::AddWatcher(uint64_t client, WatchFilter filter, const sptr<IVeltr
     // Without the mutex: it adds a death recipient.
     const bool isAdded = watchers_->Add(client, std::move(filter), watcher);
     MutexLock lock(mutex_);  // so that the thread is not between its look at the watchers and its sleep
+    hasNewWatcher_ = true;
     news_.notify_all();
     return isAdded;
 }
@@ -122,8 +123,7 @@ void WatchHub::Run()
         {
             MutexLock lock(mutex_);
             if (watchers_->Count() == 0) {
-                device_.clear();  // the next watcher gets all of it
-                games_.clear();
+                games_.clear();  // the next watcher gets all of them
                 lock.Wait(news_, [this]() TAVO_REQUIRES(mutex_) { return isStopping_ || watchers_->Count() > 0; });
             }
             lock.WaitUntil(news_, Clock::now() + INTERVAL,
@@ -137,6 +137,9 @@ void WatchHub::Run()
             // Room for as many as last time, so that the vector rarely grows under the mutex, in a request.
             queue_.reserve(std::min(records.size(), MAX_QUEUED / 2));
             lost = std::exchange(lost_, 0);
+            if (std::exchange(hasNewWatcher_, false)) {
+                device_.clear();  // so that it gets all values, though none has changed
+            }
         }
         try {
             watchers_->Distribute(records, lost);

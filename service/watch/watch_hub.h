@@ -79,6 +79,7 @@ private:
     size_t queuedBytes_ TAVO_GUARDED_BY(mutex_) = 0;
     uint64_t lost_ TAVO_GUARDED_BY(mutex_) = 0;  // of the queue, since it was taken last
     int64_t lastTime_ TAVO_GUARDED_BY(mutex_) = 0;
+    bool hasNewWatcher_ TAVO_GUARDED_BY(mutex_) = false;
     bool isStopping_ TAVO_GUARDED_BY(mutex_) = false;
     std::thread thread_ TAVO_GUARDED_BY(mutex_);
 

@@ -44,7 +44,7 @@ public:
     int32_t OnRemoteRequest(Stub& stub, uint32_t code, MessageParcel& data, MessageParcel& reply,
                             MessageOption& option) const
     {
-        if (!IsSameDescriptor(data.ReadInterfaceToken(), Stub::GetDescriptor())) {
+        if (data.ReadInterfaceToken() != Stub::GetDescriptor()) {
             VELTRA_LOGE("descriptor checked fail !");
             return RESULT_TOKEN_REFUSED;
         }

@@ -30,7 +30,7 @@ try {
     if (service == nullptr) {
         return RESULT_NO_SERVICE;
     }
-    const auto callbacks = MakeRef<GameEventCallback>();
+    const sptr<GameEventCallback> callbacks(new GameEventCallback());
     if (const int32_t result = callbacks->AddCallback(std::move(callback), key); result != RESULT_OK) {
         return result;
     }
@@ -89,7 +89,7 @@ try {
     if (service == nullptr) {
         return RESULT_NO_SERVICE;
     }
-    const auto samples = MakeRef<GpuCounterCallBack>();
+    const sptr<GpuCounterCallBack> samples(new GpuCounterCallBack());
     // Replaces the object of an earlier stream, which the service still holds until it has accepted this one.
     gpuCallbackPtr_ = samples;
     const int32_t result = service->StartGetGpuPerfInfo(value, samples);
@@ -130,7 +130,7 @@ try {
     if (service == nullptr) {
         return RESULT_NO_SERVICE;
     }
-    const auto answers = MakeRef<ResourcePreDownloadCallback>();
+    const sptr<ResourcePreDownloadCallback> answers(new ResourcePreDownloadCallback());
     resourceCallbackPtr_ = answers;
     answers->SetQueryAppResourceInfoCallback(std::move(callback));
     const int32_t result = service->QueryAppResourceInfos(bundleNames, answers);
@@ -152,7 +152,7 @@ try {
         VELTRA_LOGE("get veltraServerProxy failed!");
         return RESULT_NO_SERVICE;
     }
-    const auto answers = MakeRef<ResourcePreDownloadCallback>();
+    const sptr<ResourcePreDownloadCallback> answers(new ResourcePreDownloadCallback());
     answers->SetGetAppPrioritysCallback(std::move(callback));
     const int32_t result = service->GetAppPrioritys(bundleNames, answers);
     if (result != RESULT_OK) {

@@ -7,6 +7,7 @@
 #include "client/veltra_server_client_proxy.h"
 
 #include <chrono>
+#include <mutex>
 
 #include "callback/game_event_callback.h"
 #include "callback/gpu_counter_call_back.h"
@@ -25,7 +26,7 @@ constexpr std::chrono::seconds LOAD_WAIT{10};
 
 }  // namespace
 
-VeltraClientProxy::VeltraClientProxy() : deathRecipient_(MakeRef<VeltraSaDeathRecipient>()) {}
+VeltraClientProxy::VeltraClientProxy() : deathRecipient_(new VeltraSaDeathRecipient()) {}
 
 // Sends nothing to the service. Members are destroyed in the reverse of their order: the callback objects before the
 // rest.
@@ -57,10 +58,10 @@ try {
     ReleaseServiceProxy();
     VELTRA_LOGI("Try load systemAbility.");
     // The manager holds it until the load has ended; this function may have given up long before.
-    const sptr<VeltraSaLoadCallback> callback = MakeRef<VeltraSaLoadCallback>();
-    if (manager->LoadAbility(VELTRA_SERVER_SA_ID, callback) != ABILITY_OK) {
+    const sptr<VeltraSaLoadCallback> callback(new VeltraSaLoadCallback());
+    if (manager->LoadAbility(VELTRA_SERVER_SA_ID, callback) != 0) {
         VELTRA_LOGW("Failed to load systemAbility.");
-    } else if (WaitForServiceProxy(lock)) {
+    } else if (WaitForServiceProxy()) {
         VELTRA_LOGI("Load systemAbility succeeded.");
     } else {
         VELTRA_LOGW("Load systemAbility timeout.");
@@ -72,11 +73,14 @@ try {
 
 // Deliberate: only a proxy ends the wait. A failed load may be followed by a success of the same start, and callers
 // would otherwise ask again at once, in a loop.
-bool VeltraClientProxy::WaitForServiceProxy(MutexLock& lock)
+bool VeltraClientProxy::WaitForServiceProxy()
 {
     const auto deadline = std::chrono::steady_clock::now() + LOAD_WAIT;
-    return lock.WaitUntil(proxyCondition_, deadline,
-                          [this]() TAVO_REQUIRES(proxyMutex_) { return serviceProxy_ != nullptr; });
+    std::unique_lock<std::mutex> lock(proxyMutex_, std::adopt_lock);  // the caller's; only for the condition
+    const bool isLoaded = proxyCondition_.wait_until(
+        lock, deadline, [this]() TAVO_REQUIRES(proxyMutex_) { return serviceProxy_ != nullptr; });
+    lock.release();
+    return isLoaded;
 }
 
 void VeltraClientProxy::ReleaseServiceProxy()

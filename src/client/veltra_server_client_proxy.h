@@ -84,7 +84,7 @@ private:
     bool HasServiceProxy() const TAVO_NO_THREAD_ANALYSIS { return serviceProxy_ != nullptr; }
     // The service for one operation: null when the field is null or GetServiceProxy returned no reference.
     VELTRA_HIDDEN sptr<IVeltraServerInterface> FindService();
-    VELTRA_HIDDEN bool WaitForServiceProxy(MutexLock& lock) TAVO_REQUIRES(proxyMutex_);
+    VELTRA_HIDDEN bool WaitForServiceProxy() TAVO_REQUIRES(proxyMutex_);
 
     Mutex proxyMutex_;                        // released while GetServiceProxy waits for a load
     std::condition_variable proxyCondition_;  // notified when a load succeeded with an object, or failed

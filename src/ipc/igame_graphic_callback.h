@@ -13,7 +13,12 @@ namespace TAVO::Veltra {
 
 class VELTRA_EXPORT IGameGraphicCallback : public IRemoteBroker {
 public:
-    TAVO_DECLARE_DESCRIPTOR(u"zem.game.perf.IGameGraphicCallback")
+    // Never destroyed: platform threads may still read it while the process exits.
+    static const std::u16string& GetDescriptor()
+    {
+        static const auto* const descriptor = new std::u16string(u"zem.game.perf.IGameGraphicCallback");
+        return *descriptor;
+    }
 
     static constexpr uint32_t CODE_GRAPHIC_SETTING = 1;
 

@@ -15,7 +15,12 @@ namespace TAVO::Veltra {
 class VELTRA_EXPORT IGpNapiEventCallback : public IRemoteBroker {
 public:
     // Deliberate: a lower-case i before GpNapi, unlike its neighbours; tokens are compared letter by letter.
-    TAVO_DECLARE_DESCRIPTOR(u"zem.game.perf.iGpNapiEventCallback")
+    // Never destroyed: platform threads may still read it while the process exits.
+    static const std::u16string& GetDescriptor()
+    {
+        static const auto* const descriptor = new std::u16string(u"zem.game.perf.iGpNapiEventCallback");
+        return *descriptor;
+    }
 
     // CallbackCode::GAME_EVENT, encoded as in game_event_encoding.h; the reply is Int32, the result.
     virtual int32_t OnGameCallbackEvent(const GameCallbackEventInfo& info) = 0;

@@ -15,7 +15,12 @@ namespace TAVO::Veltra {
 
 class VELTRA_EXPORT IResourcePreDownloadNativeCallback : public IRemoteBroker {
 public:
-    TAVO_DECLARE_DESCRIPTOR(u"zem.game.perf.IResourcePreDownloadNativeCallback")
+    // Never destroyed: platform threads may still read it while the process exits.
+    static const std::u16string& GetDescriptor()
+    {
+        static const auto* const descriptor = new std::u16string(u"zem.game.perf.IResourcePreDownloadNativeCallback");
+        return *descriptor;
+    }
 
     // CallbackCode::GET_APP_PRIORITYS: Int32 count, at most MAX_PRIORITIES, then that many Strings; the reply is Int32,
     // the result.

@@ -30,7 +30,12 @@ struct DeviceInfoResult {
 class VELTRA_EXPORT IVeltraServerInterface : public IRemoteBroker {
 public:
     // Deliberate: a lower-case i before Veltra; the service compares the token letter by letter.
-    TAVO_DECLARE_DESCRIPTOR(u"zem.game.perf.iVeltraServerInterface")
+    // Never destroyed: platform threads may still read it while the process exits.
+    static const std::u16string& GetDescriptor()
+    {
+        static const auto* const descriptor = new std::u16string(u"zem.game.perf.iVeltraServerInterface");
+        return *descriptor;
+    }
 
     // Object -> Int32
     virtual int32_t RegisterCallBack(const sptr<IGpNapiEventCallback>& callback) = 0;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A failure is logged once, here, as if by the operation itself: under its name, the line in the proxy and the text
 // that log collectors look for. The text is joined with the prefix at run time, and so may hold one conversion, which
-// gets the status. An exception while sending can only be memory that ran out; it becomes IPC_BROKEN, so that
+// gets the status. An exception while sending can only be memory that ran out; it becomes a broken connection, so that
 // operations see one kind of failure; only the overload for an object that is known lets it pass. Nothing is sent
 // again.
 #include "ipc/server_request.h"
@@ -9,12 +9,18 @@
 #include <cstdio>
 
 #include "ipc/iveltra_server_interface.h"
+#include "tavo/message_option.h"
 #include "utils/veltra_log.h"
 
 namespace TAVO::Veltra {
 namespace {
 
 constexpr size_t MAX_FORMAT_BYTES = 256;
+constexpr int WAIT_SECONDS = 8;  // for the service's answer
+// Of a sending that did not reach the platform. They have the numbers that libtavo gives to these failures, under which
+// veltra_result_text.h describes them.
+constexpr int STATUS_DEAD_OBJECT = -100001;
+constexpr int STATUS_BROKEN = -100003;
 
 }  // namespace
 
@@ -39,11 +45,11 @@ bool ServerRequest::Send(const sptr<IRemoteObject>& remote, const char* nullText
 bool ServerRequest::Send(const sptr<IRemoteObject>& remote, const char* failedText, int line)
 {
     try {
-        status_ = remote != nullptr ? Send(*remote) : static_cast<int>(IPC_DEAD_OBJECT);
+        status_ = remote != nullptr ? Send(*remote) : STATUS_DEAD_OBJECT;
     } catch (...) {  // no memory on the way
-        status_ = IPC_BROKEN;
+        status_ = STATUS_BROKEN;
     }
-    if (status_ != IPC_OK) {
+    if (status_ != 0) {
         LogError(line, failedText, status_);
         return false;
     }
@@ -52,8 +58,8 @@ bool ServerRequest::Send(const sptr<IRemoteObject>& remote, const char* failedTe
 
 int ServerRequest::Send(IRemoteObject& remote)
 {
-    MessageOption option(flags_, MessageOption::WAIT_TIME_SECONDS);
-    // Blocks the calling thread until the reply arrives, at most WAIT_TIME_SECONDS.
+    MessageOption option(flags_, WAIT_SECONDS);
+    // Blocks the calling thread until the reply arrives, at most WAIT_SECONDS.
     status_ = remote.SendRequest(static_cast<uint32_t>(code_), data, reply, option);
     return status_;
 }
@@ -63,7 +69,7 @@ void ServerRequest::LogError(int line, const char* text, int value) const
     char format[MAX_FORMAT_BYTES];
     std::snprintf(format, sizeof(format), "%s%s", VELTRA_LOG_PREFIX, text);
     // A text without a conversion of its own leaves the value unused.
-    ScrivoPrint(LOG_TYPE, SCRIVO_ERROR, LOG_DOMAIN, LOG_TAG, format, "", operation_, line, value);
+    ScrivoPrint(LOG_TYPE, LOG_LEVEL_ERROR, LOG_DOMAIN, LOG_TAG, format, "", operation_, line, value);
 }
 
 }  // namespace TAVO::Veltra

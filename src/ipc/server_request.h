@@ -6,7 +6,6 @@
 #include <cstddef>
 
 #include "ipc/server_codes.h"
-#include "tavo/message_option.h"
 #include "tavo/message_parcel.h"
 
 namespace TAVO::Veltra {
@@ -15,8 +14,12 @@ namespace TAVO::Veltra {
 // with the text given, under the operation's name and the line of the call; texts are log formats without the prefix.
 class ServerRequest {
 public:
+    // The flags of a MessageOption.
+    static constexpr int SYNC = 0;
+    static constexpr int ONE_WAY = 1;  // returns once the request is queued
+
     // `operation` is a literal.
-    ServerRequest(const char* operation, ServerCode code, int flags = MessageOption::FLAG_SYNC)
+    ServerRequest(const char* operation, ServerCode code, int flags = SYNC)
         : operation_(operation), code_(code), flags_(flags)
     {
     }
@@ -35,7 +38,7 @@ public:
     // To an object that is not null. Logs nothing, and lets exceptions pass. The status.
     int Send(IRemoteObject& remote);
 
-    // Of the last sending: 0, an IpcStatus or the status of the service's handler.
+    // Of the last sending: 0, a status of the platform or of the service's handler.
     int Status() const { return status_; }
 
     MessageParcel data;

@@ -83,7 +83,7 @@ void VeltraServerProxy::ReportGameEvent(GameInfo& info)
 {
     // One-way: the game reports from its frame loop and must not wait. A full queue of the service loses the event,
     // which is logged.
-    ServerRequest request("ReportGameEvent", ServerCode::REPORT_GAME_EVENT, MessageOption::FLAG_ONE_WAY);
+    ServerRequest request("ReportGameEvent", ServerCode::REPORT_GAME_EVENT, ServerRequest::ONE_WAY);
     if (!request.WriteToken()) {
         return;
     }

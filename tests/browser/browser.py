@@ -21,6 +21,7 @@ INTERNAL = ("data:", "blob:", "chrome:", "about:")  # requests that leave no pro
 try:
     from selenium import webdriver
     from selenium.webdriver.chrome.service import Service
+    from selenium.webdriver.common.keys import Keys
     from selenium.webdriver.support.ui import WebDriverWait
 except ImportError:
     webdriver = None

@@ -70,9 +70,19 @@ TEST_F(CInterface, WritesAtMostTheCallersSize)
     EXPECT_EQ(veltra_.get_device_info(nullptr, 0, &info), 0);
     EXPECT_LE(info.temp_level, 5);
     EXPECT_EQ(info.gpu_load_level, 0x55555555);
+    EXPECT_EQ(veltra_.get_device_info(nullptr, 1, &info), VELTRA_BAD_ARGUMENT);
     info.size = 0;
     EXPECT_EQ(veltra_.get_device_info(nullptr, 0, &info), VELTRA_BAD_ARGUMENT);
-    EXPECT_EQ(veltra_.get_device_info(nullptr, 1, &info), VELTRA_BAD_ARGUMENT);
+}
+
+TEST_F(CInterface, ResultsOfBothLibrariesHaveADescription)
+{
+    veltra_result_description text = VELTRA_INIT(veltra_result_description);
+    EXPECT_EQ(veltra_.describe_result(VELTRA_QUEUE_FULL, &text), 0);
+    EXPECT_STREQ(text.name, "VELTRA_QUEUE_FULL");
+    EXPECT_EQ(veltra_.describe_result(1010310014, &text), 0);
+    EXPECT_STREQ(text.name, "RESULT_NO_SERVICE");
+    EXPECT_EQ(veltra_.describe_result(4711, &text), VELTRA_NOTHING);
 }
 
 TEST_F(CInterface, EveryOperationIsAnswered)

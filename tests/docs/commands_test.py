@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The documents are true: their commands work as printed, their first program is the one that is built, and no link is
+"""The documents are true: their commands work as printed, their programs are those that are built, and no link is
 broken.
 
 Commands are the fenced blocks marked `sh`. The blocks of one page are run in one shell, in the source folder. The only
@@ -84,15 +84,45 @@ def check_commands(page, source):
         run_shell([line.strip() + (AWAIT_MANAGER if line.endswith("&") else "") for line in suggested[:count]], source)
 
 
+def anchors(page):
+    """What a link to a heading of the page ends with."""
+    headings = re.findall(r"^#+ (.*)$", page.read_text(), re.M)
+    return {re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-") for heading in headings}
+
+
+def check_links(page):
+    for target, anchor in re.findall(r"\]\(([^)#:]*)(?:#([^)]*))?\)", page.read_text()):
+        linked = page.parent / target if target else page
+        require(linked.exists(), f"{page} links to {target}, which does not exist")
+        require(not anchor or anchor in anchors(linked), f"{page} links to #{anchor}, which {linked} does not have")
+
+
+def check_mentions(page, source):
+    """Presets and scripts that a page names exist."""
+    presets = set(re.findall(r'"name": "([\w-]+)"', (source / "CMakePresets.json").read_text()))
+    for preset in re.findall(r"--preset ([\w-]+)", page.read_text()):
+        require(preset in presets, f"{page} names the preset {preset}, which does not exist")
+    for script in re.findall(r"(?<![\w/])scripts/[\w-]+", page.read_text()):
+        require((source / script).is_file(), f"{page} names {script}, which does not exist")
+
+
 def check_texts(source, run):
-    pages = [source / "README.md", *sorted((source / "docs").glob("*.md"))]
+    pages = [*sorted(source.glob("*.md")), *sorted((source / "docs").glob("*.md"))]
     for page in pages:
         require(not blocks(page, "sh") or page in run, f"{page} has commands that no test runs")
-        for target in re.findall(r"\]\(([^)#:]+)(?:#[^)]*)?\)", page.read_text()):
-            require((page.parent / target).exists(), f"{page} links to {target}, which does not exist")
+        check_links(page)
+        check_mentions(page, source)
+    index = (source / "docs/README.md").read_text()
+    for page in pages[1:]:
+        name = page.name if page.parent.name == "docs" else f"../{page.name}"
+        require(page.name == "README.md" or f"]({name})" in index, f"docs/README.md does not list {page.name}")
     program = (source / "examples/minimal/main.cpp").read_text()
     code = "".join(line for line in program.splitlines(True) if not line.startswith("//"))
     require(blocks(source / "README.md", "cpp") == [code], "the first program of README.md is not examples/minimal")
+    parts = "".join(path.read_text() for path in (source / "examples/echo-service").iterdir())
+    service = source / "docs/write-a-service.md"
+    for part in [*blocks(service, "cpp"), *blocks(service, "json")]:
+        require(part in parts, f"{service} has what is not in examples/echo-service: {part}")
 
 
 def main():

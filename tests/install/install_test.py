@@ -91,10 +91,10 @@ def check_configuration(installation):
     require(expected in text.split("temperature sensors")[0], f"the configuration is not {expected}: {text}")
 
 
-def build_project(installation, cmake, compiler, name, where):
+def build_project(installation, cmake, compiler, project, where):
     """A CMake project that finds its package; returns the folder of its programs."""
-    folder = installation.prefix.parent / f"build_{name}"
-    run([cmake, "-S", HERE / name, "-B", folder, "-G", "Ninja", f"-DCMAKE_CXX_COMPILER={compiler}",
+    folder = installation.prefix.parent / f"build_{project.name}"
+    run([cmake, "-S", project, "-B", folder, "-G", "Ninja", f"-DCMAKE_CXX_COMPILER={compiler}",
          "-DCMAKE_BUILD_TYPE=Release", where], env=installation.env, stdout=subprocess.DEVNULL)
     run([cmake, "--build", folder], env=installation.env, stdout=subprocess.DEVNULL)
     return folder
@@ -179,13 +179,17 @@ def main():
         check_loads_alone(installation)
         check_configuration(installation)
         # One finds its package by the prefix, the other by its own folder only and has to find the platform beside it.
-        platform = build_project(installation, cmake, compiler, "platform_consumer", f"-DCMAKE_PREFIX_PATH={prefix}")
-        game = build_project(installation, cmake, compiler, "consumer",
+        platform = build_project(installation, cmake, compiler, HERE / "platform_consumer", f"-DCMAKE_PREFIX_PATH={prefix}")
+        game = build_project(installation, cmake, compiler, HERE / "consumer",
                              f"-Dveltra_DIR={installation.libraries / 'cmake/veltra'}")
+        echo = build_project(installation, cmake, compiler, pathlib.Path(source, "examples/echo-service"),
+                             f"-DCMAKE_PREFIX_PATH={prefix}")
         plain = build_with_pkg_config(installation, compiler, "veltra", HERE / "consumer/main.cpp")
         adaptive = build_with_pkg_config(installation, compiler, "veltra-session",
                                          pathlib.Path(source, "examples/adaptive/main.cpp"))
         plain_c = build_with_pkg_config(installation, compiler, "veltra-c", pathlib.Path(source, "examples/c/main.c"))
+        run([sys.executable, HERE.parent / "examples/echo_test.py", prefix / "bin/tavo_manager", echo],
+            env=installation.env, timeout=WAIT_S)
         give_service_arguments(installation)
         with manager(installation) as env:
             run([game / "consumer"], env=env, timeout=WAIT_S)

@@ -47,6 +47,7 @@ ROOMS = {
     "tools/veltra": [TAVO, "interfaces", "src/utils", "control", "service/scenario", "tools/common"],
     "tools/serve": [TAVO, "interfaces", "src/utils", "control", "service/scenario", "tools/common"],
     "examples": ["interfaces"],
+    "examples/echo-service": [TAVO],
     # These look into everything, and nothing above looks into them.
     "tests": None,
     "bench": None,

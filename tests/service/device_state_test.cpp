@@ -11,10 +11,10 @@
 
 #include <gtest/gtest.h>
 
-#include "base/service_result.h"
 #include "probes/cpu_load.h"
 #include "probes/machine_source.h"
 #include "service/fake_clock.h"
+#include "service_result.h"
 #include "support/scratch_dir.h"
 #include "support/threads.h"
 #include "utils/json_utils.h"

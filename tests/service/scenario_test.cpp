@@ -9,10 +9,10 @@
 
 #include <gtest/gtest.h>
 
-#include "base/service_result.h"
 #include "catalogue.h"
 #include "scenario/simulated_device.h"
 #include "scenario/simulation.h"
+#include "service_result.h"
 #include "support/parcel_items.h"
 #include "support/process.h"
 #include "support/scratch_dir.h"

@@ -7,9 +7,9 @@
 
 #include <gtest/gtest.h>
 
-#include "base/service_result.h"
 #include "request_reader.h"
 #include "service/sent_request.h"
+#include "service_result.h"
 #include "support/callback_stubs.h"
 #include "support/fake_remote_object.h"
 #include "support/forwarding_server.h"

@@ -12,9 +12,9 @@
 
 #include <gtest/gtest.h>
 
-#include "base/service_result.h"
 #include "service/push_receiver.h"
 #include "service/sent_request.h"
+#include "service_result.h"
 #include "support/log_capture.h"
 #include "support/process.h"
 #include "support/scratch_dir.h"

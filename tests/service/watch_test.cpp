@@ -13,11 +13,12 @@
 #include <gtest/gtest.h>
 
 #include "base/config_node.h"
-#include "base/service_result.h"
 #include "control/control_codes.h"
 #include "control/control_proxies.h"
 #include "control/control_stubs.h"
+#include "service/push_receiver.h"
 #include "service/sent_request.h"
+#include "service_result.h"
 #include "support/fake_remote_object.h"
 #include "support/forwarding_server.h"
 #include "support/notes.h"
@@ -48,7 +49,10 @@ class WatchedServer : public ForwardingServer {
 public:
     WatchedServer() : ForwardingServer(MakeNext()) {}
 
-    WatchHub hub{{[] { return std::map<std::string, int64_t>(); }, [] { return std::vector<pid_t>(); }}};
+    WatchHub hub{{[] {
+                      return std::map<std::string, int64_t>{{"tempLevel", 1}};
+                  },
+                  [] { return std::vector<pid_t>(); }}};
 
 protected:
     WatchHub* Watching() override { return hub.Wants(WatchRecord::Kind::CALL) ? &hub : nullptr; }
@@ -57,9 +61,11 @@ protected:
 // A watcher whose connection takes batches unless it is full.
 class WatchTest : public testing::Test {
 protected:
-    explicit WatchTest(const char* filter = R"({"device": false})")
+    WatchTest() { Watch(CLIENT, R"({"device": false})", watcher_); }
+
+    void Watch(uint64_t client, const char* filter, const sptr<FakeRemoteObject>& object)
     {
-        EXPECT_TRUE(server_.hub.AddWatcher(CLIENT, WatchFilter::Parse(filter), Proxy(watcher_)));
+        EXPECT_TRUE(server_.hub.AddWatcher(client, WatchFilter::Parse(filter), Proxy(object)));
     }
     static sptr<IVeltraWatcher> Proxy(const sptr<FakeRemoteObject>& object)
     {
@@ -229,9 +235,41 @@ TEST_F(WatchTest, RecordsThatAWatcherDoesNotReadAreCounted)
     EXPECT_GT(Received().second, 0U);
 }
 
+// Of this watcher, which does not want them, none can be dropped later.
+TEST_F(WatchTest, QueuedRecordsTakeABoundedAmountOfMemory)
+{
+    Watch(CLIENT, R"({"device": false, "operation": ["CallAuth"]})", watcher_);
+    PushReceiver slow(IVeltraWatcher::GetDescriptor());
+    slow.Block();
+    Watch(CLIENT + 1, "", slow.Object());
+    ASSERT_EQ(slow.WaitFor(1).size(), 1U);
+    Items pairs;
+    for (int i = 10; i < 26; ++i) {
+        pairs = std::move(pairs) + Items{std::to_string(i) + std::string(250, 'k'), std::string(256, 'v')};
+    }
+    for (size_t i = 0; i < WatchHub::MAX_QUEUED; ++i) {
+        Send(ServerCode::GET_SYSTEM_FUNCTION_STATUS, Items{16} + pairs);
+    }
+    slow.Unblock();
+    EXPECT_TRUE(TestSupport::WaitFor([this] { return Received().second > 0; }));
+}
+
+// At once, and not when they change or are repeated.
+TEST_F(WatchTest, EachNewWatcherGetsAllValuesOfTheDevice)
+{
+    for (const uint64_t client : {CLIENT + 1, CLIENT + 2}) {
+        const PushReceiver watcher(IVeltraWatcher::GetDescriptor());
+        Watch(client, R"({"calls": false})", watcher.Object());
+        EXPECT_TRUE(TestSupport::WaitFor([&watcher] { return watcher.Count() > 0; }, std::chrono::seconds(5)));
+    }
+}
+
 TEST_F(WatchTest, NothingIsRecordedForAWatcherThatHasEnded)
 {
     EXPECT_TRUE(server_.hub.Wants(WatchRecord::Kind::CALL));
+    EXPECT_TRUE(server_.hub.RemoveWatcher(CLIENT));
+    EXPECT_FALSE(server_.hub.Wants(WatchRecord::Kind::CALL));
+    Watch(CLIENT, "", watcher_);
     watcher_->Die();
     EXPECT_FALSE(server_.hub.Wants(WatchRecord::Kind::CALL));
     EXPECT_FALSE(server_.hub.RemoveWatcher(CLIENT));
@@ -273,6 +311,25 @@ TEST(WatchFilter, LetsThroughWhatItNames)
     }
 }
 
+// A tool may meet a service of another version.
+TEST(VeltraControlProxy, AnswersThatAreCutOrTooLongAreRefused)
+{
+    const auto answering = [](Items reply) {
+        return VeltraControlProxy(MakeRef<FakeRemoteObject>([reply](uint32_t, MessageParcel&, MessageParcel& out) {
+            WriteItems(out, reply);
+            return 0;
+        }));
+    };
+    std::string answer = "before";
+    for (const Items& reply :
+         {Items{}, Items{0}, Items{0, -1}, Items{0, std::string(MAX_CONTROL_ANSWER_BYTES + 1, 'x')}}) {
+        EXPECT_EQ(answering(reply).Describe(answer), IPC_BAD_MESSAGE);
+        EXPECT_EQ(answer, "");
+    }
+    EXPECT_EQ(answering({77, "{}"}).Describe(answer), 77);
+    EXPECT_EQ(answer, "{}");
+}
+
 // Requests to the control side that are cut, too long or carry a wrong object call nothing.
 TEST(VeltraControlStub, HostileRequestsCallNothing)
 {
@@ -293,7 +350,7 @@ TEST(VeltraControlStub, HostileRequestsCallNothing)
         }
     };
     struct OtherWatcher final : VeltraWatcherStub {
-        int32_t OnRecords(const std::string&, uint64_t) override { return 0; }
+        int32_t OnRecords(const std::string&, uint64_t) override { throw std::logic_error("records"); }
     };
     const sptr<Server> server(new Server());
     const auto send = [&server](ControlCode code, const Items& items, std::u16string_view token) {
@@ -303,7 +360,8 @@ TEST(VeltraControlStub, HostileRequestsCallNothing)
     const Item wrong = sptr<IRemoteObject>(MakeRef<FakeRemoteObject>());
     const std::string longFilter(MAX_CONTROL_FILTER_BYTES + 1, ' ');
     const std::string longCommand(MAX_CONTROL_COMMAND_BYTES + 1, ' ');
-    const Item watcher = sptr<IRemoteObject>(new OtherWatcher());
+    const sptr<OtherWatcher> own(new OtherWatcher());
+    const Item watcher = sptr<IRemoteObject>(own);
     const std::pair<ControlCode, Items> rows[] = {
         {ControlCode::WATCH, {}},           {ControlCode::WATCH, {""}},
         {ControlCode::WATCH, {"", wrong}},  {ControlCode::WATCH, {longFilter, watcher}},
@@ -316,6 +374,11 @@ TEST(VeltraControlStub, HostileRequestsCallNothing)
     EXPECT_EQ(send(ControlCode::DESCRIBE, {}, u"TAVO.Veltra.IVeltraWatcher"), RESULT_TOKEN_REFUSED);
     EXPECT_EQ(send(static_cast<ControlCode>(6), {}, token), IPC_UNKNOWN_CODE);
     EXPECT_EQ(server->calls, 0);
+    for (const Items& batch : {Items{"a line\n"}, Items{std::string(MAX_WATCH_BATCH_BYTES + 1, '\n'), int64_t{0}}}) {
+        const Sent sent(*own, static_cast<ServerCode>(WatcherCode::RECORDS), batch, Parcel::MAX_DATA_BYTES,
+                        IVeltraWatcher::GetDescriptor());
+        EXPECT_EQ(sent.status, RESULT_BAD_PARCEL);
+    }
     EXPECT_EQ(send(ControlCode::WATCH, {"", watcher}, token), 0);
     EXPECT_EQ(send(ControlCode::SIMULATE, {"{}"}, token), 0);
     EXPECT_EQ(server->calls, 2);

@@ -48,6 +48,11 @@ TEST(Mailbox, WaitingBatchesHoldABoundedNumberOfSamples)
         mailbox.PostGpuBatch(std::vector<GpuPerfInfo>(300000));
     }
     EXPECT_EQ(mailbox.CountEvents(), 1u);
+    EXPECT_TRUE(mailbox.TakeEvent({}));
+    for (int i = 0; i < 2; ++i) {
+        mailbox.PostGpuBatch(std::vector<GpuPerfInfo>(200000));
+    }
+    EXPECT_EQ(mailbox.CountEvents(), 2u) << "what was taken still counts";
 }
 
 TEST(Mailbox, FullQueueOfReportsRefusesUntilOneIsRemoved)

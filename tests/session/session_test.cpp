@@ -81,6 +81,19 @@ TEST_F(SessionTest, SubscribesAgainAfterTheDeathOfTheServiceWithOneEvent)
     EXPECT_EQ(state.bundleName, "com.example.session") << "the new service does not know the game";
 }
 
+TEST_F(SessionTest, ItsEndEndsItsSubscriptions)
+{
+    StartManager();
+    Child service = StartTestService();
+    SessionOptions options;
+    options.gpuInterval = 50ms;
+    auto session = std::make_unique<Session>(options);
+    EXPECT_TRUE(WaitFor([&] { return service.Ask("push gpu") == "0 0"; }));  // which is the later one of the two
+    session.reset();
+    EXPECT_EQ(service.Ask("push events"), "no such object");
+    EXPECT_EQ(service.Ask("push gpu"), "no such object");
+}
+
 TEST_F(SessionTest, IsMadeAndDestroyedAtOnceWithoutAManagerAndDuringALoad)
 {
     WriteAbility("system_test_service", {"when-told"});
@@ -130,16 +143,19 @@ TEST_F(SessionTest, AServiceThatHangsBlocksNeitherReportsNorTheEnd)
     ::kill(service, SIGCONT);
 }
 
+// Which receives no signal of the game.
 TEST_F(SessionTest, TheHandlerRunsOnTheSessionsThreadAndMayEndTheSession)
 {
     StartStory();
     std::mutex mutex;
     std::unique_ptr<Session> session;
     std::thread::id thread;
+    sigset_t blocked{};
     SessionOptions options;
     options.handler = [&](const SessionEvent&) {
         const std::lock_guard lock(mutex);
         thread = std::this_thread::get_id();
+        ::pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
         session.reset();
     };
     {
@@ -151,6 +167,7 @@ TEST_F(SessionTest, TheHandlerRunsOnTheSessionsThreadAndMayEndTheSession)
         return session == nullptr;
     }));
     EXPECT_NE(thread, std::this_thread::get_id());
+    EXPECT_TRUE(::sigismember(&blocked, SIGALRM) == 1 && ::sigismember(&blocked, SIGSEGV) == 0);
 }
 
 }  // namespace

@@ -127,7 +127,9 @@ Child Child::Launch(Body inChild)
 
 Child Child::Start(std::vector<std::string> command)
 {
-    command.front() = ProgramPath(command.front());
+    std::vector<std::string> program = ProgramCommand(command.front());
+    command.erase(command.begin());
+    command.insert(command.begin(), program.begin(), program.end());
     std::vector<char*> argv;
     for (std::string& text : command) {
         argv.push_back(text.data());
@@ -205,6 +207,14 @@ void Child::End()
 std::string ProgramPath(const std::string& name)
 {
     return name.find('/') == std::string::npos ? std::string(VELTRA_BIN_DIR) + "/" + name : name;
+}
+
+std::vector<std::string> ProgramCommand(const std::string& name)
+{
+    const std::string emulator = VELTRA_EMULATOR;
+    const bool isOfThisBuild = name.find('/') == std::string::npos;
+    return emulator.empty() || !isOfThisBuild ? std::vector{ProgramPath(name)}
+                                              : std::vector{emulator, ProgramPath(name)};
 }
 
 PrivateRuntimeDir::PrivateRuntimeDir()

@@ -123,6 +123,9 @@ private:
 // Where the build put the program of this bare name.
 std::string ProgramPath(const std::string& name);
 
+// What runs a program of the build by its bare name: its path, behind the emulator if this build is for another processor.
+std::vector<std::string> ProgramCommand(const std::string& name);
+
 // An empty directory of mode 0700 in the build folder, the runtime directory of this process and the children started
 // after it; removed with all it holds. Make it before the first use of the platform.
 class PrivateRuntimeDir {

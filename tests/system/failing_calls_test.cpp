@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // A system call or an allocation that fails once in a game fails only the calls in flight, wherever it is.
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <chrono>
 #include <fstream>
 #include <sstream>
@@ -85,6 +88,38 @@ TEST_F(FailingCalls, FailedAllocationFailsOnlyCallsInFlight)
         EXPECT_LT(Clock::now() - start, std::chrono::seconds(2)) << nth << ": no call to the manager was to time out";
     } while (outcome != "exit 2" && !HasFailure());
     EXPECT_GT(nth, FEWEST);
+}
+
+// The game loses the list and nothing else, and gets the next one when there is memory again.
+TEST_F(FailingCalls, ListWithoutMemoryIsLostAlone)
+{
+    constexpr rlim_t ROOM_BYTES = rlim_t{40} << 20;  // for threads, and less than the list takes
+    WriteScenario(R"({"gpu": {"count": 524288, "total": 524288, "intervalSeconds": 5,
+                              "counters": {"gpuLoadPercent": 70}}})");
+    StartManager();
+    Child game = Child::Start(
+        {"/bin/sh", "-c", "TAVO_LOG=warn,stderr exec \"$0\" 2>&1", TestSupport::ProgramPath("system_test_client")});
+    const auto says = [&game](const std::string& end) {
+        std::optional<std::string> line = game.Pipe().Hear();
+        while (line && !line->ends_with(end)) {
+            line = game.Pipe().Hear();
+        }
+        return line.has_value();
+    };
+    game.Pipe().Say("auth first");
+    ASSERT_TRUE(says("0"));
+    size_t pages = 0;
+    ASSERT_TRUE(std::ifstream("/proc/" + std::to_string(game.Pid()) + "/statm") >> pages);
+    rlimit limit{pages * static_cast<size_t>(::sysconf(_SC_PAGESIZE)) + ROOM_BYTES, RLIM_INFINITY};
+    ASSERT_EQ(::prlimit(game.Pid(), RLIMIT_AS, &limit, nullptr), 0);
+    game.Pipe().Say("take-samples");
+    EXPECT_TRUE(says("out of memory: a lane was closed"));
+    game.Pipe().Say("auth still there");
+    EXPECT_TRUE(says("0"));
+    limit.rlim_cur = RLIM_INFINITY;
+    ASSERT_EQ(::prlimit(game.Pid(), RLIMIT_AS, &limit, nullptr), 0);
+    game.Pipe().Say("take-samples");
+    EXPECT_TRUE(says("samples 524288"));
 }
 
 }  // namespace

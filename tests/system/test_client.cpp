@@ -66,6 +66,16 @@ void Subscribe(const std::string& how)
     g_isAnswered.notify_all();
 }
 
+// Says how many samples a batch has.
+void TakeSamples()
+{
+    Parent().Say(std::to_string(
+        VeltraClient().StartGetGpuPerfInfo(0, std::make_unique<TAVO::Veltra::GpuFunction>([](auto& samples) {
+                                               Parent().Say("samples " + std::to_string(samples.size()));
+                                               return 0;
+                                           }))));
+}
+
 }  // namespace
 
 int main()
@@ -83,6 +93,8 @@ int main()
             CallForEver(rest);
         } else if (word == "subscribe") {
             Subscribe(rest);
+        } else if (word == "take-samples") {
+            TakeSamples();
         } else if (word == "abort") {
             const rlimit noCore{0, 0};
             ::setrlimit(RLIMIT_CORE, &noCore);

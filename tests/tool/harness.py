@@ -74,7 +74,10 @@ class System:
                               stdin=subprocess.DEVNULL, capture_output=True, timeout=WAIT_S)
 
     def start(self, *words):
-        return subprocess.Popen([self.programs / "veltra", *words], env=self.env, text=True, stdin=subprocess.DEVNULL,
+        return self.start_program("veltra", *words)
+
+    def start_program(self, name, *words):
+        return subprocess.Popen([self.programs / name, *words], env=self.env, text=True, stdin=subprocess.DEVNULL,
                                 stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
 
     def on_terminal(self, command, **env):

@@ -60,6 +60,7 @@ def recording(system):
         require([each["op"] for each in made] == [call[0] for call in calls], made)
         require(("secret" in path.read_text()) == (not words), path.read_text())
         require([made[0]["args"]["text"]] == list(made[1]["reply"]["result"]), made)
+        require(path.stat().st_mode & 0o777 == 0o600, "others may read what games sent")
     system.expect(1, "record", system.folder / "missing/file", error="missing/file cannot be written")
 
 
@@ -92,7 +93,8 @@ def bad_recordings(system):
                        (header + '{"type":"device","t":1,"values":{"tempLevel":"hot"}}\n', 2),
                        (header + '"' + "a" * 70000 + '"\n', 2), (header + "[" * 60000 + "\n", 2)):
         path.write_text(text)
-        for words in (["replay", path], ["trace", path, "-o", system.folder / "trace.json"]):
+        for words in (["replay", path], ["trace", path, "-o", system.folder / "trace.json"],
+                      ["report", path, "-o", system.folder / "report.html"]):
             system.expect(1, *words, error=f"bad.jsonl:{line}: the line ")
 
 

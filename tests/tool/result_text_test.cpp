@@ -6,22 +6,20 @@
 
 #include <gtest/gtest.h>
 
-#include "base/service_result.h"
+#include "tavo/ipc_status.h"
 
 namespace TAVO::Veltra {
 namespace {
 
-// The table has the service's codes as numbers, since games do not see the service's headers.
-TEST(ResultText, NamesEachCodeOfTheServiceAndNoneTwice)
+// The table has the statuses of the platform as numbers.
+TEST(ResultText, NamesEachStatusOfThePlatformAndNoCodeTwice)
 {
     const std::pair<int32_t, const char*> codes[] = {
-        {SERVICE_BAD_REQUEST, "SERVICE_BAD_REQUEST"},
-        {SERVICE_NOT_SUPPORTED, "SERVICE_NOT_SUPPORTED"},
-        {SERVICE_NO_SENSOR, "SERVICE_NO_SENSOR"},
-        {SERVICE_DENIED, "SERVICE_DENIED"},
-        {SERVICE_NO_RESOURCES, "SERVICE_NO_RESOURCES"},
-        {SERVICE_NOT_SUBSCRIBED, "SERVICE_NOT_SUBSCRIBED"},
-        {SERVICE_NO_GPU_COUNTERS, "SERVICE_NO_GPU_COUNTERS"},
+        {IPC_DEAD_OBJECT, "IPC_DEAD_OBJECT"}, {IPC_TIMED_OUT, "IPC_TIMED_OUT"},
+        {IPC_BROKEN, "IPC_BROKEN"},           {IPC_QUEUE_FULL, "IPC_QUEUE_FULL"},
+        {IPC_TOO_LARGE, "IPC_TOO_LARGE"},     {IPC_UNKNOWN_CODE, "IPC_UNKNOWN_CODE"},
+        {IPC_EXCEPTION, "IPC_EXCEPTION"},     {IPC_NO_RESOURCES, "IPC_NO_RESOURCES"},
+        {IPC_UNAVAILABLE, "IPC_UNAVAILABLE"}, {IPC_BAD_MESSAGE, "IPC_BAD_MESSAGE"},
     };
     for (const auto& [code, name] : codes) {
         ASSERT_NE(FindResultText(code), nullptr) << name;

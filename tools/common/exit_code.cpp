@@ -31,6 +31,12 @@ ExitCode ExitCodeOf(int32_t result)
     }
 }
 
+std::string NameOfCode(int32_t result)
+{
+    const ResultText* const text = FindResultText(result);
+    return text == nullptr ? std::to_string(result) : text->name;
+}
+
 std::string MeaningOf(int32_t result)
 {
     const ResultText* const text = FindResultText(result);

@@ -38,6 +38,8 @@ private:
 
 // How a verb ends whose operation had this result code.
 ExitCode ExitCodeOf(int32_t result);
+// "RESULT_OK", or the number of a code that has no name here.
+std::string NameOfCode(int32_t result);
 // "NAME: meaning" of a code, or its number.
 std::string MeaningOf(int32_t result);
 std::string RemedyOf(int32_t result);

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -141,6 +142,21 @@ std::string Shown(double number, int decimals)
     return text;
 }
 
+std::string ShownShort(double number)
+{
+    char text[64];
+    std::snprintf(text, sizeof(text), "%g", number);
+    return text;
+}
+
+std::string Elapsed(double seconds)
+{
+    const auto whole = static_cast<int64_t>(std::lround(std::clamp(seconds, 0.0, 1e11)));
+    char text[64];
+    std::snprintf(text, sizeof(text), "%02d:%02d", static_cast<int>(whole / 60 % 60), static_cast<int>(whole % 60));
+    return whole < 3600 ? text : std::to_string(whole / 3600) + ":" + text;
+}
+
 std::string TimeOfDay(double seconds)
 {
     const auto milliseconds = static_cast<int64_t>(std::clamp(seconds, 0.0, 1e11) * 1000);
@@ -158,6 +174,11 @@ std::string ShownValue(const Json::Value& value)
     return value.isString() ? value.asString() : JsonText(value);
 }
 
+const Json::Value& MemberOf(const Json::Value& object, const char* key)
+{
+    return object.isObject() ? object[key] : Json::Value::nullSingleton();
+}
+
 std::string TextOf(const Json::Value& value)
 {
     return value.isString() ? value.asString() : "";
@@ -166,11 +187,6 @@ std::string TextOf(const Json::Value& value)
 double NumberOf(const Json::Value& value)
 {
     return value.isNumeric() ? value.asDouble() : 0;
-}
-
-const Json::Value& MemberOf(const Json::Value& object, const char* key)
-{
-    return object.isObject() ? object[key] : Json::Value::nullSingleton();
 }
 
 }  // namespace VeltraTool

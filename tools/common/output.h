@@ -48,16 +48,20 @@ std::string JsonText(const Json::Value& value);
 
 // "12.3", "0.045": a number for people.
 std::string Shown(double number, int decimals);
+// "12", "2.5": without digits that are not needed.
+std::string ShownShort(double number);
+// "01:15", "1:01:15": how long after a beginning.
+std::string Elapsed(double seconds);
 // "12:34:56.789" of the local day; `seconds` since the epoch, whatever a peer has put there.
 std::string TimeOfDay(double seconds);
 // A scalar of a document as text; a list or an object as JSON.
 std::string ShownValue(const Json::Value& value);
 
+// A null value unless `object` is an object and has the key.
+const Json::Value& MemberOf(const Json::Value& object, const char* key);
 // The value as a text, a number or 0, whatever a peer has put there.
 std::string TextOf(const Json::Value& value);
 double NumberOf(const Json::Value& value);
-// A null value unless `object` is an object and has the key.
-const Json::Value& MemberOf(const Json::Value& object, const char* key);
 
 }  // namespace VeltraTool
 

@@ -61,6 +61,7 @@ int Run(int argc, char** argv)
     AddMonitor(app, tool);
     AddRecord(app, tool);
     AddReplay(app, tool);
+    AddReport(app, tool);
     AddTop(app, tool);
     AddTrace(app, tool);
     AddScenario(app, tool);
@@ -69,6 +70,7 @@ int Run(int argc, char** argv)
     AddDoctor(app, tool);
     AddRestartProbe(app, tool);
     AddSimulate(app, tool);
+    AddServe(app, tool);
     AddCompletion(app, tool);
     try {
         app.parse(argc, argv);

@@ -51,8 +51,7 @@ int64_t NumberIn(const Json::Value& record, const char* key)
 std::string ShownResult(const Json::Value& record, const char* key)
 {
     const auto code = static_cast<int32_t>(NumberIn(record, key));
-    const TAVO::Veltra::ResultText* const text = TAVO::Veltra::FindResultText(code);
-    return Toned(text != nullptr ? text->name : std::to_string(code), code == 0 ? Tone::GOOD : Tone::BAD);
+    return Toned(NameOfCode(code), code == 0 ? Tone::GOOD : Tone::BAD);
 }
 
 // What happened, behind time and process.

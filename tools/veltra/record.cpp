@@ -39,7 +39,8 @@ std::string TimeStamp()
     return text;
 }
 
-Json::Value Header(const TAVO::sptr<TAVO::Veltra::IVeltraControl>& control)
+// `isRedacting`: without the names of games that run already.
+Json::Value Header(const TAVO::sptr<TAVO::Veltra::IVeltraControl>& control, bool isRedacting)
 {
     std::string answer;
     const int32_t result = control->Describe(answer);
@@ -50,6 +51,9 @@ Json::Value Header(const TAVO::sptr<TAVO::Veltra::IVeltraControl>& control)
     header["service"] = TextOf(state["service"]["version"]);
     header["simulated"] = state["simulation"]["active"].isBool() && state["simulation"]["active"].asBool();
     header["startedAt"] = TimeStamp();
+    if (!isRedacting && !state["games"].empty()) {
+        header["games"] = state["games"];
+    }
     utsname system{};
     if (::uname(&system) == 0) {  // without the host's name: a recording may be passed on
         header["machine"] = std::string(system.sysname) + " " + system.release + " " + system.machine;
@@ -126,7 +130,7 @@ void Run(const RecordOptions& options)
     }
     const auto control = ReachControl(options.isStarting);
     // Before the file is replaced: without a service an earlier recording stays.
-    const Json::Value header = Header(control);
+    const Json::Value header = Header(control, options.isRedacting);
     const LineFile file(options.file);
     file.Write(JsonText(header));
     Recorder recorder(file, options.isRedacting);

@@ -82,11 +82,11 @@ RecordingReader::RecordingReader(const std::string& path)
         throw ToolError(EXIT_NO, path + " cannot be read: " + std::strerror(errno));
     }
     const std::optional<Json::Value> read = ReadObject();
-    const Json::Value header = read.value_or(Json::Value());
-    if (TextOf(header["type"]) != "header") {
+    header_ = read.value_or(Json::objectValue);
+    if (TextOf(header_["type"]) != "header") {
         Fail("is not the header of a recording; \"veltra record\" makes one");
     }
-    if (header["schema"] != SCHEMA) {
+    if (header_["schema"] != SCHEMA) {
         Fail("names another schema than 1; use a tool of the recording's version");
     }
 }

@@ -21,6 +21,8 @@ public:
     // Reads the header. ToolError, with the number of the line, for whatever is wrong, here and in Next.
     explicit RecordingReader(const std::string& path);
 
+    // The first line; of its keys only "schema" and "type" have been checked.
+    const Json::Value& Header() const { return header_; }
     // The next record, whose keys have the types of docs/control.md; empty: the recording has ended. A last line without its
     // end, which a full disk may leave, is left out with a warning.
     std::optional<Json::Value> Next();
@@ -33,6 +35,7 @@ private:
     const std::string path_;
     std::ifstream file_;
     std::vector<char> buffer_;
+    Json::Value header_;
     size_t line_ = 0;
 };
 

@@ -39,12 +39,6 @@ struct Game {
     std::map<std::string, std::vector<int32_t>> codes;  // by operation
 };
 
-std::string ShownCode(int32_t code)
-{
-    const TAVO::Veltra::ResultText* const text = TAVO::Veltra::FindResultText(code);
-    return text != nullptr ? text->name : std::to_string(code);
-}
-
 class Replay : public RecordSink {
 public:
     Replay(const ReplayOptions& options, const ReplayPlan& plan) : options_(options)
@@ -156,9 +150,9 @@ private:
     {
         for (const Json::Value& each : document["differences"]) {
             const std::string now =
-                each.isMember("now") ? ShownCode(each["now"].asInt()) : "it did not reach the service";
+                each.isMember("now") ? NameOfCode(each["now"].asInt()) : "it did not reach the service";
             PrintLine("process " + ShownValue(each["pid"]) + ": " + Escaped(each["op"].asString()) + " number " +
-                      ShownValue(each["number"]) + ": recorded " + ShownCode(each["recorded"].asInt()) + ", now " +
+                      ShownValue(each["number"]) + ": recorded " + NameOfCode(each["recorded"].asInt()) + ", now " +
                       Toned(now, Tone::BAD));
         }
         if (differences_ > MOST_LISTED) {

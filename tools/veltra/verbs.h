@@ -20,6 +20,7 @@ void AddWatch(CLI::App& app, Tool& tool);
 void AddMonitor(CLI::App& app, Tool& tool);
 void AddRecord(CLI::App& app, Tool& tool);
 void AddReplay(CLI::App& app, Tool& tool);
+void AddReport(CLI::App& app, Tool& tool);
 void AddTop(CLI::App& app, Tool& tool);
 void AddTrace(CLI::App& app, Tool& tool);
 void AddScenario(CLI::App& app, Tool& tool);
@@ -27,6 +28,7 @@ void AddExplain(CLI::App& app, Tool& tool);
 void AddCall(CLI::App& app, Tool& tool);
 void AddDoctor(CLI::App& app, Tool& tool);
 void AddSimulate(CLI::App& app, Tool& tool);
+void AddServe(CLI::App& app, Tool& tool);
 void AddCompletion(CLI::App& app, Tool& tool);
 
 }  // namespace VeltraTool

@@ -26,5 +26,6 @@
 #include "tavo/runtime_directory.h"
 #include "tavo/scrivo_print.h"
 #include "tavo/system_ability_manager_client.h"
+#include "tavo/typed_request.h"
 
 #endif

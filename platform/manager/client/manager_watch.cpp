@@ -24,10 +24,13 @@ ManagerWatch::ManagerWatch(int dirFd) : fd_(::inotify_init1(IN_NONBLOCK | IN_CLO
     // The directory that this process uses, also if its path leads elsewhere by now.
     const std::string path = "/proc/self/fd/" + std::to_string(dirFd);
     if (!fd_.IsOpen() || ::inotify_add_watch(fd_.Get(), path.c_str(), IN_MOVED_TO | IN_CREATE) < 0) {
+        const int reason = errno;
         Log(SCRIVO_WARN,
             "cannot watch the runtime directory for a new manager: %{public}s. The manager is looked for every few "
-            "seconds instead; raise fs.inotify.max_user_instances or the limit of open files (ulimit -n)",
-            std::strerror(errno));
+            "seconds instead; %{public}s",
+            std::strerror(reason),
+            reason == ENOENT ? "mount /proc here"
+                             : "raise fs.inotify.max_user_instances or the limit of open files (ulimit -n)");
         fd_.Reset();
     }
 }

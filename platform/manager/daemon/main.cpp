@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <getopt.h>
 #include <signal.h>
+#include <sys/auxv.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -92,11 +93,16 @@ int Refuse(const std::string& why)
     return EXIT_CANNOT_START;
 }
 
-// Found from where the program lies, so that an installation may be moved as a whole.
+// Found from where the program lies, so that an installation may be moved as a whole. Without /proc that is the path by
+// which it was started.
 std::filesystem::path InstalledAbilities()
 {
     // Not argv[0], which depends on how the manager was called.
-    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe");
+    std::error_code noProc;
+    std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", noProc);
+    if (noProc) {
+        program = std::filesystem::absolute(reinterpret_cast<const char*>(::getauxval(AT_EXECFN)));
+    }
     return (program.parent_path() / TAVO_ABILITIES_DIR).lexically_normal();
 }
 

@@ -46,12 +46,14 @@ void ManagerFixture::WriteAbility(int id, const std::string& how, bool isExterna
 void ManagerFixture::WriteAbility(int id, const std::string& program, const std::vector<std::string>& arguments,
                                   bool isExternal)
 {
+    std::vector<std::string> command = TestSupport::ProgramCommand(program);
+    command.insert(command.end(), arguments.begin(), arguments.end());
     std::string list;
-    for (const std::string& argument : arguments) {
-        list += (list.empty() ? "\"" : ", \"") + argument + "\"";
+    for (auto argument = command.begin() + 1; argument != command.end(); ++argument) {
+        list += (list.empty() ? "\"" : ", \"") + *argument + "\"";
     }
     const std::string text = std::to_string(id);
-    WriteAbilityFile(text + ".json", R"({"id": )" + text + R"(, "program": ")" + TestSupport::ProgramPath(program) +
+    WriteAbilityFile(text + ".json", R"({"id": )" + text + R"(, "program": ")" + command.front() +
                                          R"(", "arguments": [)" + list + R"(], "external": )" +
                                          (isExternal ? "true" : "false") + "}");
 }
@@ -75,8 +77,9 @@ Child ManagerFixture::StartManager()
 
 Child ManagerFixture::LaunchManager(const std::vector<std::string>& arguments)
 {
-    std::vector<std::string> command{"/bin/sh", "-c", "exec \"$@\" 2>&1", "sh",
-                                     TestSupport::ProgramPath("tavo_manager")};
+    std::vector<std::string> command{"/bin/sh", "-c", "exec \"$@\" 2>&1", "sh"};
+    const std::vector<std::string> program = TestSupport::ProgramCommand("tavo_manager");
+    command.insert(command.end(), program.begin(), program.end());
     command.insert(command.end(), arguments.begin(), arguments.end());
     return Child::Start(command);
 }

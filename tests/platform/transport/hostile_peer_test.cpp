@@ -253,6 +253,37 @@ TEST_F(HostilePeer, AThousandSessionsAreServed)
     }
 }
 
+// However many connections of others are accepted first.
+TEST_F(HostilePeer, RequestOnALaneThatIsNotAcceptedYetRunsAfterTheEndOfItsSender)
+{
+    constexpr int MORE_THAN_TWO_TURNS_ACCEPT = 200;
+    const auto sender = NewPeer();
+    hub_.Stop();
+    std::vector<RawSocket> others;
+    for (int count = 0; count < MORE_THAN_TWO_TURNS_ACCEPT; ++count) {
+        others.push_back(raw_->Connect("manager"));
+    }
+    RawSocket lane = sender->OpenLane(RawHello::ONE_WAY);
+    EXPECT_TRUE(lane.Send(RequestFor(TestCode::NOTE).Int32(7).Encode()));
+    sender->Control().Close();
+    hub_.Continue();
+    EXPECT_TRUE(TestSupport::WaitFor([this] { return !raw_->CallOnce(RequestFor(TestCode::NOTES))->data.empty(); }));
+}
+
+TEST_F(HostilePeer, PeerThatConnectsAgainBeforeItsEndIsNoticedIsAccepted)
+{
+    const auto peer = NewPeer();
+    hub_.Stop();
+    peer->Control().Close();
+    RawSocket again = peer->Connect("manager");
+    RawHello hello;
+    hello.instance = peer->Instance();
+    EXPECT_TRUE(again.Send(hello.Encode()));
+    hub_.Continue();
+    const auto answer = again.ReceiveHello();
+    EXPECT_TRUE(answer && answer->lane == 0) << "refused, as if the first connection stood";
+}
+
 TEST_F(HostilePeer, SecondSessionOfAnInstanceAffectsNoOther)
 {
     const auto twin = NewPeer();

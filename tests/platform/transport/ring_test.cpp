@@ -105,7 +105,8 @@ TEST_F(OfferedRing, RequestsInTheRingRunInOrderAlsoAfterTheSenderDied)
 // Ways to spoil it, each of which costs the lane and nothing else.
 struct Spoiled {
     const char* name;
-    std::function<void(RawSocket& lane, RawRing& ring, uint64_t next)> act;
+    std::function<void(RawRing& ring, uint64_t next)> act;
+    bool hasBody = false;  // the frame that switches to it
 };
 
 void PrintTo(const Spoiled& row, std::ostream* out)
@@ -114,21 +115,23 @@ void PrintTo(const Spoiled& row, std::ostream* out)
 }
 
 const Spoiled SPOILED[] = {
-    {"more_than_there_is_room", [](auto&, auto& ring, auto) { ring.Written() += RawRing::CAPACITY + 1; }},
-    {"less_than_nothing", [](auto&, auto& ring, auto) { --ring.Written(); }},
-    {"impossible_frame", [](auto&, auto& ring, auto) { ring.Write(Bytes(32, 0xff)); }},
-    {"frame_out_of_turn", [](auto&, auto& ring, auto next) { ring.Write(Note(next + 1).Encode()); }},
-    {"into_it_again", [](auto&, auto& ring, auto next) { ring.Write(IntoRing(next).Encode()); }},
+    {"more_than_there_is_room", [](auto& ring, auto) { ring.Written() += RawRing::CAPACITY + 1; }},
+    {"less_than_nothing", [](auto& ring, auto) { --ring.Written(); }},
+    {"impossible_frame", [](auto& ring, auto) { ring.Write(Bytes(32, 0xff)); }},
+    {"frame_out_of_turn", [](auto& ring, auto next) { ring.Write(Note(next + 1).Encode()); }},
+    {"into_it_again", [](auto& ring, auto next) { ring.Write(IntoRing(next).Encode()); }},
+    {"switch_with_a_body", [](auto&, auto) {}, true},
 };
 
 class SpoiledRing : public OfferedRing, public ::testing::WithParamInterface<Spoiled> {};
 
 TEST_P(SpoiledRing, EndsItsLaneOnly)
 {
-    lane_.Send(IntoRing(last_ + 1).Encode());
-    GetParam().act(lane_, *ring_, last_ + 1);
+    RawFrame switching = IntoRing(last_ + 1);
+    lane_.Send((GetParam().hasBody ? switching.Int32(7) : switching).Encode());
+    GetParam().act(*ring_, last_ + 1);
     RingBell();
-    EXPECT_TRUE(lane_.WaitForEnd());
+    EXPECT_TRUE(lane_.WaitForEnd(std::chrono::seconds(5))) << "a ring without use ends its lane after 10 s";
     EXPECT_EQ(ring_->Reader().load(), RawRing::ENDED);
     EXPECT_TRUE(raw_->Ping());
 }

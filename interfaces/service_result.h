@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The service's own result codes, beside 0 and those that the client library knows.
-#ifndef VELTRA_SERVICE_RESULT_H
-#define VELTRA_SERVICE_RESULT_H
+#ifndef SERVICE_RESULT_H
+#define SERVICE_RESULT_H
 
 #include <cstdint>
 
