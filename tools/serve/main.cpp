@@ -33,7 +33,7 @@ std::string AddressOf(const Options& options)
     return "http://" + host + ":" + std::to_string(options.port) + "/";
 }
 
-// In the desktop's browser. The server goes on whether there is one or not.
+// In the desktop's browser. The server runs whether there is one or not.
 void Open(std::string address)
 {
     char program[] = "xdg-open";
@@ -80,7 +80,7 @@ int Run(const Options& options)
     }
     int signal = 0;
     ::sigwait(&endSignals, &signal);
-    // Deliberate: threads of connections and of the platform may still run, which must not see objects go.
+    // Deliberate: no destructors. Threads of connections and of the platform still use the objects.
     std::_Exit(VeltraTool::EXIT_DONE);
 }
 
