@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "exit_code.h"
 
+#include <tavo/ipc_status.h>
+
 namespace VeltraTool {
 
 using namespace TAVO::Veltra;
