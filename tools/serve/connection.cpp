@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The HTTP library reads requests through this class, which limits the time and the memory that a peer can use. The whole
-// request has one deadline, however slowly its bytes arrive, and one limit of size, for head and body together. A
+// The HTTP library reads requests through this class, which limits the time and the memory that a peer can use. The
+// whole request has one deadline, however slowly its bytes arrive, and one limit of size, for head and body together. A
 // response has a deadline for each piece that is written.
 #include "connection.h"
 

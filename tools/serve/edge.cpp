@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A web page of another site can make the browser of its reader send requests to this server. Three checks refuse them.
-// The header Host has the name by which the browser reached this server: a name that somebody else made resolve to this
+// The header Host has the name by which the browser reached this server: a foreign name that resolves to this
 // machine is not served. The header Origin names the page that sent the request. And each write needs the token, which
 // is in the printed address only.
 #include "edge.h"

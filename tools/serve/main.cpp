@@ -90,7 +90,8 @@ int Run(const Options& options)
 
 int main(int argc, char** argv)
 try {
-    // This program reports by itself what fails; the lines of the library would only repeat it. TAVO_LOG brings them back.
+    // This program reports by itself what fails; the lines of the library would only repeat it. TAVO_LOG brings them
+    // back.
     ::setenv("TAVO_LOG", "off", 0);
     int exitCode = 0;
     const std::optional<VeltraServe::Options> options = VeltraServe::ParseOptions(argc, argv, exitCode);

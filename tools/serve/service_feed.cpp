@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A look is one query for the state of the service. One thread looks when a reader asks for something newer than the
 // latest look, and not again within the interval: a thousand readers cost the service as much as one. While a look
-// blocks, which takes as long as a call may, readers use the one before. mutex_ is never held during a look.
+// blocks, which takes as long as a call may, readers use the previous one. mutex_ is never held during a look.
 #include "service_feed.h"
 
 #include <thread>

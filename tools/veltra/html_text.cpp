@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Text for a page. Everything comes from a recording, so every text is escaped here: characters that a browser would read
-// as markup, and before that what a terminal escapes, since invisible characters can mislead a reader of a page too.
+// Text for a page. Everything comes from a recording, so every text is escaped here: characters that a browser would
+// read as markup, and before that what a terminal escapes, since invisible characters can mislead a reader of a page
+// too.
 #include "html_text.h"
 
 #include "output.h"

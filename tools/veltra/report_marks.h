@@ -20,8 +20,8 @@ struct ReportMark {
     uint32_t count;    // how often it happened from then on, until the next mark with the same text
 };
 
-// What happens again within a second is one mark. If there are too many marks of a kind this time is doubled, so that they
-// are spread over the whole recording; what does not fit even so is counted.
+// What happens again within a second is one mark. If there are too many marks of a kind this time is doubled, so that
+// they are spread over the whole recording; what does not fit even so is counted.
 class ReportMarks {
 public:
     static constexpr size_t MOST_OF_A_KIND = 200;

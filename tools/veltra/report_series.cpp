@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The curves of a report, in bounded memory for a recording of any length. When the samples reach their limit, groups of
-// four become two: the least and the greatest value of each key, so that peaks stay. Later records are grouped in the
-// same way before they are stored. Rates are counts in equal intervals, whose width doubles when there are too many.
+// The curves of a report, in bounded memory for a recording of any length. When the samples reach their limit, groups
+// of four become two: the least and the greatest value of each key, so that peaks stay. Later records are grouped in
+// the same way before they are stored. Rates are counts in equal intervals, whose width doubles when there are too
+// many.
 #include "report_series.h"
 
 #include <algorithm>
@@ -45,7 +46,8 @@ void DeviceSeries::Add(double seconds, const Json::Value& values)
     }
 }
 
-// A single sample stays as it is. Of several, two remain: of each value the least and the greatest, in their order in time.
+// A single sample stays as it is. Of several, two remain: of each value the least and the greatest, in their order in
+// time.
 void DeviceSeries::AppendGroup(const Sample* from, size_t count, std::vector<Sample>& samples)
 {
     if (count == 1) {

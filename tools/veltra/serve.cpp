@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The verb `serve`: replaces this process by the program veltra-serve, which is installed in the same folder. It gets all
-// words after the verb.
+// The verb `serve`: replaces this process by the program veltra-serve, which is installed in the same folder. It gets
+// all words after the verb.
 #include <unistd.h>
 
 #include <cerrno>
