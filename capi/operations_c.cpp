@@ -14,6 +14,9 @@
 namespace TAVO::Veltra::C {
 namespace {
 
+// The four callback objects. The client library owns them; the caller keeps what `user` points to alive until it has
+// unregistered. An exception of a conversion (out of memory) is caught below them, in the library or in the platform;
+// the function is not called then.
 class EventFunction : public GameEventCallbackBase {
 public:
     EventFunction(veltra_game_event_function function, void* user) : function_(function), user_(user) {}
@@ -66,6 +69,7 @@ public:
     ResourcesFunction(veltra_resources_function function, void* user) : function_(function), user_(user) {}
     int32_t OnQueryAppResourceInfos(const AppResourceInfos& infos) override
     {
+        // The structures point into `infos`, so they are valid during the call only.
         const std::vector<veltra_resource> resources = Resources(infos);
         return function_(user_, resources.data(), resources.size());
     }
@@ -196,6 +200,7 @@ int32_t veltra_get_device_info(const int32_t* query_types, size_t count, veltra_
     return Guarded([&] {
         std::vector<QueryDeviceStateDetail> details(count);
         for (size_t i = 0; i < count; ++i) {
+            // C callers give no parameters of the query: the service reads none.
             details[i].queryType = query_types[i];
         }
         const GameCallbackEventInfo answer = VeltraClient().GetDeviceInfo(std::move(details));

@@ -175,6 +175,7 @@ int32_t veltra_session_open(const veltra_options* options, veltra_session** sess
     *session = nullptr;
     return Guarded([&] {
         const veltra_options given = options != nullptr ? Read(options) : veltra_options{};
+        // The Session starts its thread and returns; the connection is made there, so this never blocks.
         *session = new veltra_session{Session(OptionsOf(given))};
         return RESULT_OK;
     });
@@ -244,6 +245,7 @@ int32_t veltra_session_report_game_event(veltra_session* session, const veltra_g
     if (session == nullptr || !IsGiven(info)) {
         return VELTRA_BAD_ARGUMENT;
     }
+    // Copies the texts into the queue of the session; its thread sends them.
     return Guarded([&] { return Queued(session->session.ReportGameEvent(GameInfoOf(Read(info)))); });
 }
 
