@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The page from top to bottom. Words and tables are written here, so that they can be read and printed without a script;
-// the curves and marks travel as JSON, which the page's own script draws. Its content security policy allows nothing but
-// the scripts and styles that are written here, which a random number marks. Two recordings stand side by side, section
-// by section, with the same axes.
+// The page from top to bottom. Words and tables are written here, so that they can be read and printed without a
+// script; the curves and marks travel as JSON, which the page's own script draws. Its content security policy allows
+// nothing but the scripts and styles that are written here, which a random number marks. Two recordings stand side by
+// side, section by section, with the same axes.
 #include "report_page.h"
 
 #include <sys/random.h>

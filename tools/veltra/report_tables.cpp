@@ -114,8 +114,9 @@ std::string GameTable(const RecordedReport& report)
         const GameSummary& game = entry->second;
         rows.push_back({game.name, entry->first == 0 ? "others" : std::to_string(entry->first),
                         std::to_string(game.durations.Count()), std::to_string(game.failedCalls),
-                        ShownQuantile(game.durations, 0.99), ShownQuantile(game.durations, 1), std::to_string(game.pushes),
-                        std::to_string(game.failedPushes), game.endedAt ? Elapsed(*game.endedAt) : ""});
+                        ShownQuantile(game.durations, 0.99), ShownQuantile(game.durations, 1),
+                        std::to_string(game.pushes), std::to_string(game.failedPushes),
+                        game.endedAt ? Elapsed(*game.endedAt) : ""});
     }
     return LimitedTable("Games",
                         {{"game", "text"},
