@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// A web page of another site may send requests to this server through the browser in which it is open. The header Host has
-// the name by which the browser has found the server: a foreign name that resolves to this machine is not served. The
-// header Origin has the site of the page that sends the request. Each write needs the token, which only the printed
-// address has.
+// A web page of another site can make the browser of its reader send requests to this server. Three checks refuse them.
+// The header Host has the name by which the browser reached this server: a foreign name that resolves to this
+// machine is not served. The header Origin names the page that sent the request. And each write needs the token, which
+// is in the printed address only.
 #include "edge.h"
 
 #include <arpa/inet.h>
@@ -100,6 +100,7 @@ std::optional<Refusal> Edge::Check(const httplib::Request& request) const
     return CheckWrite(request);
 }
 
+// A browser sends neither this content type nor the header Authorization to another site without asking it first.
 std::optional<Refusal> Edge::CheckWrite(const httplib::Request& request) const
 {
     if (IsReadOnly()) {

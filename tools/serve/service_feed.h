@@ -28,8 +28,8 @@ struct Look {
 };
 using SharedLook = std::shared_ptr<const Look>;
 
-// Any thread. Looks only when a reader asks, on a thread of its own, so that readers do not block in a call to a service
-// that does not answer.
+// Any thread. Looks only while a reader asks, on a thread of its own, so that no reader waits for a service that does
+// not answer.
 class ServiceFeed {
 public:
     static constexpr std::chrono::seconds INTERVAL{1};
