@@ -14,6 +14,9 @@
 namespace TAVO::Veltra::C {
 namespace {
 
+// The four callback objects. The client library owns them; the caller keeps what `user` points to alive until it has
+// unregistered. An exception of a conversion (out of memory) is caught below them, in the library or in the platform;
+// the function is not called then.
 class EventFunction : public GameEventCallbackBase {
 public:
     EventFunction(veltra_game_event_function function, void* user) : function_(function), user_(user) {}
@@ -66,6 +69,7 @@ public:
     ResourcesFunction(veltra_resources_function function, void* user) : function_(function), user_(user) {}
     int32_t OnQueryAppResourceInfos(const AppResourceInfos& infos) override
     {
+        // The structures point into `infos`, so they are valid during the call only.
         const std::vector<veltra_resource> resources = Resources(infos);
         return function_(user_, resources.data(), resources.size());
     }
@@ -74,21 +78,6 @@ private:
     const veltra_resources_function function_;
     void* const user_;
 };
-
-AppResourceDownLoadResult DownloadOf(const veltra_download_result& given)
-{
-    AppResourceDownLoadResult result;
-    result.text1 = Text(given.text1);
-    result.text2 = Text(given.text2);
-    result.value1 = given.value1;
-    result.value2 = given.value2;
-    result.value3 = given.value3;
-    result.value4 = given.value4;
-    result.count1 = given.count1;
-    result.count2 = given.count2;
-    result.resourceInfo = ResourceOf(given.resource);
-    return result;
-}
 
 }  // namespace
 }  // namespace TAVO::Veltra::C
@@ -195,10 +184,7 @@ int32_t veltra_get_system_function_status(const char* const* names, const char* 
         return VELTRA_BAD_ARGUMENT;
     }
     return Guarded([&] {
-        std::map<std::string, std::string> query;
-        for (size_t i = 0; i < count; ++i) {
-            query[Text(names[i])] = Text(values[i]);
-        }
+        std::map<std::string, std::string> query = Pairs(names, values, count);
         for (const auto& [name, status] : VeltraClient().GetSystemFunctionStatus(query)) {
             function(user, name.c_str(), status.c_str());
         }
@@ -214,6 +200,7 @@ int32_t veltra_get_device_info(const int32_t* query_types, size_t count, veltra_
     return Guarded([&] {
         std::vector<QueryDeviceStateDetail> details(count);
         for (size_t i = 0; i < count; ++i) {
+            // C callers give no parameters of the query: the service reads none.
             details[i].queryType = query_types[i];
         }
         const GameCallbackEventInfo answer = VeltraClient().GetDeviceInfo(std::move(details));
@@ -234,12 +221,7 @@ int32_t veltra_notify_game_event(int32_t scene_id, const char* scene_name, const
         return VELTRA_BAD_ARGUMENT;
     }
     return Guarded([&] {
-        GameSceneBundle bundle;
-        bundle.sceneId = scene_id;
-        bundle.sceneName = Text(scene_name);
-        for (size_t i = 0; i < count; ++i) {
-            bundle.attributes[Text(keys[i])] = Text(values[i]);
-        }
+        GameSceneBundle bundle = SceneOf(scene_id, scene_name, Pairs(keys, values, count));
         return VeltraClient().NotifyGameEvent(bundle);
     });
 }
@@ -251,12 +233,7 @@ int32_t veltra_notify_app_resource_down_load_results(const veltra_download_resul
         return VELTRA_BAD_ARGUMENT;
     }
     return Guarded([&] {
-        std::vector<AppResourceDownLoadResult> list;
-        for (size_t i = 0; i < count; ++i) {
-            // The caller's structures may be of another size than this version's.
-            const char* const place = reinterpret_cast<const char*>(results) + i * results->size;
-            list.push_back(DownloadOf(Read(reinterpret_cast<const veltra_download_result*>(place))));
-        }
+        std::vector<AppResourceDownLoadResult> list = Downloads(results, count);
         return VeltraClient().NotifyAppResourceDownLoadResults(list);
     });
 }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Each question of a tool is one request, encoded as the signature of the operation tells. A reply is whole or
-// IPC_BAD_MESSAGE: a tool may meet a service of another version, so a text beyond the limit is refused as well. `answer` is set only with
-// a whole reply, else it is empty. A batch of records is one-way: the service must never wait for a tool that reads
-// slowly.
+// IPC_BAD_MESSAGE: a tool may meet a service of another version, so a text beyond the limit is refused as well.
+// `answer` is set only with a whole reply, else it is empty. A batch of records is one-way: the service must never wait
+// for a tool that reads slowly.
 #include "control/control_proxies.h"
 
 #include <utility>

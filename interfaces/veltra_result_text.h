@@ -18,8 +18,8 @@ struct ResultText {
     const char* remedy;  // empty: there is nothing to do
 };
 
-// Each code appears once. Those from 1010310101 on are the service's own (docs/service.md). Those of the platform are numbers,
-// so that the library can be built on another platform.
+// Each code appears once. Those from 1010310101 on are the service's own (docs/service.md). Those of the platform are
+// numbers, so that the library can be built on another platform.
 inline constexpr ResultText RESULT_TEXTS[] = {
     {RESULT_OK, "RESULT_OK", "done", ""},
     {RESULT_NO_BUNDLE_NAMES, "RESULT_NO_BUNDLE_NAMES", "no bundle name was given, and nothing was sent",

@@ -64,6 +64,7 @@ std::vector<std::string> Catalogue::Priorities(const std::vector<std::string>& b
     std::vector<const App*> found;
     for (const App& app : apps_) {
         if (wanted.empty() || wanted.count(app.bundleName) > 0) {
+            // Pointers into apps_, which does not change any more.
             found.push_back(&app);
         }
     }

@@ -2,8 +2,8 @@
 // A request passes here on a platform worker, in this order: find its row in the table, check the interface token, call
 // BeforeRequest, decode and perform it in its handler, write the result code if the reply is still empty, call
 // AfterReply. A handler writes to the reply only after its operation has returned, so an exception before that leaves
-// room for a refusal. Each request is counted with its duration. With a watcher the same path also fills a record; without
-// one it costs one test of a pointer.
+// room for a refusal. Each request is counted with its duration. With a watcher the same path also fills a record;
+// without one it costs one test of a pointer.
 #include "veltra_server_stub.h"
 
 #include <algorithm>

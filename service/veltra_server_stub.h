@@ -35,8 +35,9 @@ protected:
     virtual WatchHub* Watching() { return nullptr; }
 
 private:
-    // `record` is null without a watcher. A handler returns 0, a refusal, or RESULT_BAD_PARCEL after it began its reply. The frame writes the value as the
-    // code of a reply that is still empty, and returns it as the status where it is no part of the reply.
+    // `record` is null without a watcher. A handler returns 0, a refusal, or RESULT_BAD_PARCEL after it began its
+    // reply. The frame writes the value as the code of a reply that is still empty, and returns it as the status where
+    // it is no part of the reply.
     using Handler = int32_t (VeltraServerStub::*)(RequestReader& request, ReplyWriter& reply);
     struct Request {
         ServerCode code;

@@ -102,6 +102,7 @@ const ServiceConfig& VeltraService::Config()
         config_ = setup_.config;
         for (const std::string& file : setup_.lateConfigFiles) {
             try {
+                // A copy, so that a file with a mistake in its middle changes nothing.
                 ServiceConfig changed = config_;
                 changed.Read(file);
                 config_ = std::move(changed);
@@ -179,6 +180,8 @@ std::map<std::string, bool> VeltraService::AppTypes(const std::set<std::string>&
     return types;
 }
 
+// The three reports below are checked and logged only: nothing in this service depends on them, and games that send
+// them must not be refused.
 int32_t VeltraService::ReportRenderThread(std::string, std::string, int32_t value)
 {
     if (value <= 0) {
@@ -221,6 +224,7 @@ std::map<std::string, std::string> VeltraService::GetSystemFunctionStatus(std::m
         return all;
     }
     std::map<std::string, std::string> answers;
+    // An unknown name is left out of the answer, so that a newer game can ask an older service.
     for (const auto& [name, unused] : query) {
         const auto found = all.find(name);
         if (found != all.end()) {
@@ -323,6 +327,7 @@ int32_t VeltraService::Subscribe(Subject subject, const sptr<IRemoteBroker>& cal
         return SERVICE_NO_RESOURCES;
     }
     Subscription subscription;
+    // By session, not by process id: an id can be reused while the subscription lasts.
     subscription.client = GetCallingPeer().session;
     subscription.object = callback->AsObject();
     subscription.interval = interval;

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// The parts of a parcel that are not inlined: texts and buffers, growth, and ParcelAccess, the platform's own access to the memory.
-// Writing reserves all slots of an item first, so that a write that fails leaves nothing behind. Reading takes a length
-// from another process: it is compared with what is there before it is used, and the cursor moves last. Growth doubles,
-// so that a list written item by item is copied few times. `capacity_` is what inlined writes compare with: the smaller
-// of room and limit, never below the size; FitCapacity restores that wherever one of the three changes.
+// The parts of a parcel that are not inlined: texts and buffers, growth, and ParcelAccess, the platform's own access to
+// the memory. Writing reserves all slots of an item first, so that a write that fails leaves nothing behind. Reading
+// takes a length from another process: it is compared with what is there before it is used, and the cursor moves last.
+// Growth doubles, so that a list written item by item is copied few times. `capacity_` is what inlined writes compare
+// with: the smaller of room and limit, never below the size; FitCapacity restores that wherever one of the three
+// changes.
 #include "tavo/parcel.h"
 
 #include <algorithm>

@@ -17,8 +17,8 @@ class RuntimeSockets {
 public:
     // Descriptor of the directory; -1 while it cannot be opened, with a line in the log.
     int DirFd();
-    // The path of `name` in the directory, usable in a socket address; one that leads nowhere while the directory cannot
-    // be opened.
+    // The path of `name` in the directory, usable in a socket address; one that leads nowhere while the directory
+    // cannot be opened.
     std::string PathOf(const std::string& name);
     // Listens at `name`, from the first success on. `accept` is called once, with the listening socket. False while any
     // of this fails.

@@ -10,8 +10,8 @@
 
 namespace TAVO::Transport {
 
-// The time after which polling is tried again. A wait in which polling received nothing doubles it, from FIRST to MAX; one in
-// which it received a message halves it, so polling resumes at once where it pays.
+// The time after which polling is tried again. A wait in which polling received nothing doubles it, from FIRST to MAX;
+// one in which it received a message halves it, so polling resumes at once where it pays.
 class SpinPause {
 public:
     using Time = std::chrono::steady_clock::time_point;
@@ -42,8 +42,8 @@ public:
 
     explicit Spin(int polls) noexcept : polls_(polls) {}
 
-    // Receives the next bytes of `fd` without sleeping. WOULD_BLOCK: nothing arrived while it polled, or polling does not
-    // pay at present.
+    // Receives the next bytes of `fd` without sleeping. WOULD_BLOCK: nothing arrived while it polled, or polling does
+    // not pay at present.
     IoResult Receive(int fd, void* place, size_t size) noexcept;
 
 private:

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Bounds the memory of messages that were received and not yet handed to a handler or caller, for a whole process and for
-// each peer.
+// Bounds the memory of messages that were received and not yet handed to a handler or caller, for a whole process and
+// for each peer.
 #ifndef TAVO_WIRE_BYTE_BUDGET_H
 #define TAVO_WIRE_BYTE_BUDGET_H
 
@@ -61,9 +61,9 @@ private:
     std::atomic<bool> exceptions_[2] = {};
 };
 
-// The bytes that one message is charged with, until it is released or destroyed. One request and one reply of the process
-// may exceed the limits at any time. Otherwise several incomplete messages could wait for each other for ever, and so could
-// queued requests and the reply that their object's handler waits for.
+// The bytes that one message is charged with, until it is released or destroyed. One request and one reply of the
+// process may exceed the limits at any time. Otherwise several incomplete messages could wait for each other for ever,
+// and so could queued requests and the reply that their object's handler waits for.
 class ByteCharge {
 public:
     ByteCharge(ByteBudget* budget, MessageKind kind) noexcept : budget_(budget), kind_(kind) {}

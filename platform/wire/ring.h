@@ -13,13 +13,14 @@
 
 namespace TAVO::Transport {
 
-// What lies in the memory. Each end trusts its own count and checks the other's whenever it reads it. The reader ends the ring
-// by setting CLOSED in the writer's count. The writer publishes bytes by a compare-and-swap of that count, so a write either
-// comes before the end, and is read, or fails.
+// What lies in the memory. Each end trusts its own count and checks the other's whenever it reads it. The reader ends
+// the ring by setting CLOSED in the writer's count. The writer publishes bytes by a compare-and-swap of that count, so
+// a write either comes before the end, and is read, or fails.
 struct RingMemory {
     static constexpr size_t BYTES = 256 * 1024;
     static constexpr uint64_t CLOSED = uint64_t{1} << 63;
-    // ASLEEP: the next write is to be followed by a bell. Set by the reader, reset by either end. ENDED: CLOSED was set.
+    // ASLEEP: the next write is to be followed by a bell. Set by the reader, reset by either end. ENDED: CLOSED was
+    // set.
     enum Reader : uint32_t { AWAKE, ASLEEP, ENDED };
 
     Instance owner;  // the reader's process, and the lane: the opener checks that it is the right one
@@ -62,8 +63,8 @@ public:
 
     // CLOSED: the ring has ended and all of it is read, or the writer's count is impossible.
     IoResult Read(void* place, size_t size) noexcept;
-    // From now on the writer sends a bell with the next bytes. False, and it does not, when there are some already or the
-    // ring has ended.
+    // From now on the writer sends a bell with the next bytes. False, and it does not, when there are some already or
+    // the ring has ended.
     bool Sleep() noexcept;
     void WakeUp() noexcept { Change(RingMemory::ASLEEP, RingMemory::AWAKE); }
     // Ends the ring: later writes fail.

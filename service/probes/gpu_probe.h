@@ -41,8 +41,8 @@ struct GpuReading {
 // Graphics cards by their number, then GPUs that are devfreq devices only.
 std::vector<GpuReading> ReadGpus(const RootFiles& files);
 
-// The busiest; where none reports its load, the first that reports anything. Null when none does. The one named `before`
-// stays it until another is busier by BUSIER_BY percent: two GPUs with the same load must not take turns.
+// The busiest; where none reports its load, the first that reports anything. Null when none does. The one named
+// `before` stays it until another is busier by BUSIER_BY percent: two GPUs with the same load must not take turns.
 constexpr int64_t BUSIER_BY = 10;
 const GpuReading* Busiest(const std::vector<GpuReading>& gpus, const std::string& before = {});
 

@@ -135,6 +135,7 @@ void FaultPlan::Add(const ConfigNode& command, double now)
     command.ExpectKeys({"do", "kind", "at", "for", "operation", "code", "seconds", "count", "text"});
     Fault fault = ParseFault(command);
     // Checked after the parsing, so that a mistake is reported before the limit.
+    // A command counts from the moment of its arrival, the plan from the start of the scenario.
     fault.from += now;
     fault.until += now;
     if (faults_.size() >= MAX_FAULTS) {

@@ -59,6 +59,7 @@ std::vector<Scenario::Event> ParseEvents(const ConfigNode& node)
         item.Try([&] { event.text = item.Member("text").Text(MAX_EVENT_TEXT_BYTES); });
         events.push_back(std::move(event));
     }
+    // EventsIn and NextEvent search in order of time; events of the same time keep the order of the file.
     std::stable_sort(events.begin(), events.end(),
                      [](const auto& left, const auto& right) { return left.at < right.at; });
     return events;
@@ -167,6 +168,7 @@ std::vector<GpuPerfInfo> Scenario::Samples(double seconds, const CounterStream& 
     uint64_t sent = stream.sent;
     uint64_t count = gpu_->count;
     if (gpu_->total) {
+        // A stream with a total ends in the middle of a batch if need be; later batches are empty.
         count = std::min(count, *gpu_->total - std::min(sent, *gpu_->total));
     }
     GpuPerfInfo sample;
@@ -174,6 +176,7 @@ std::vector<GpuPerfInfo> Scenario::Samples(double seconds, const CounterStream& 
     for (const auto& [counter, curve] : gpu_->counters) {
         SetGpuCounter(sample, counter, static_cast<uint64_t>(std::llround(curve.At(seconds))));
     }
+    // Samples of one batch differ by their number only, so that a receiver can find gaps.
     std::vector<GpuPerfInfo> batch(count, sample);
     for (GpuPerfInfo& numbered : batch) {
         numbered.long2 = static_cast<int64_t>(sent++);

@@ -29,6 +29,7 @@ void Playing::SetTime(double newTime, double now)
 
 RunningFault Playing::RequestFault(ServerCode code, double now) const
 {
+    // Faults of commands come before those of the scenario: a person at a tool expects to see what was just asked for.
     if (const Fault* fault = faults.ForRequest(code, now)) {
         return {fault, fault->until};
     }
@@ -82,6 +83,7 @@ void Simulation::Change(const std::function<void(Playing&, double)>& change)
         playing_ = next->IsIdle() ? nullptr : std::move(next);
         isActive_.store(playing_ != nullptr, std::memory_order_relaxed);
     }
+    // Without the mutex: no wake-up is lost, since the state was changed under it.
     news_.notify_all();
     if (changed_) {
         changed_();
@@ -101,6 +103,7 @@ bool Simulation::AddText(const std::string& text)
 {
     {
         MutexLock lock(mutex_);
+        // The ticker takes them at once; only a tool that sends without a pause reaches this limit.
         if (texts_.size() >= MAX_TEXTS) {
             return false;
         }

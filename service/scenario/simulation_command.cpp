@@ -114,6 +114,7 @@ void Speed(const ConfigNode& command, Simulation& simulation)
 {
     command.ExpectKeys({"do", "factor"});
     const double factor = command.Member("factor").Number(ServiceClock::LEAST_SPEED, ServiceClock::MOST_SPEED);
+    // The clock of the service may itself run faster (--speed); the factor that a person gives is one of real time.
     const double pace = factor / simulation.Clock().Speed();
     Steer(command, simulation, [pace](Playing& playing) { playing.pace = pace; });
 }
@@ -135,6 +136,7 @@ void AddFault(const ConfigNode& command, Simulation& simulation)
 void SwitchOff(const ConfigNode& command, Simulation& simulation)
 {
     command.ExpectKeys({"do"});
+    // Ends values, scenario and faults, and so releases the requests that a fault keeps waiting.
     simulation.Change([](Playing& playing, double) { playing = Playing(); });
 }
 

@@ -51,12 +51,14 @@ WatchHub::~WatchHub()
     }
 }
 
+// Called in the request of a game, so the record is only moved here: the thread of the hub makes lines of records.
 void WatchHub::Add(WatchRecord record)
 {
     bool isHalfFull = false;
     {
         MutexLock lock(mutex_);
         const size_t sizeBytes = record.values.SizeBytes() + record.reply.SizeBytes();
+        // Loss is counted and reported to watchers; a game never waits for a tool.
         if (queue_.size() >= MAX_QUEUED || queuedBytes_ + sizeBytes > MAX_QUEUED_BYTES) {
             ++lost_;
             return;

@@ -15,6 +15,7 @@ namespace TAVO::Veltra {
 
 namespace {
 
+// Names and keys nearly always are: they are copied without going through the escaping.
 bool IsPlain(char letter)
 {
     return letter >= ' ' && letter <= '~' && letter != '"' && letter != '\\';
@@ -175,6 +176,7 @@ std::string MakeLine(const WatchRecord& record, bool hasValues)
     Members members(line);
     members.Text("type", TYPES[static_cast<size_t>(record.kind)]);
     char time[40];
+    // Whole numbers, since a double would lose microseconds when it is printed with few digits.
     std::snprintf(time, sizeof(time), "%" PRId64 ".%06" PRId64, record.microseconds / 1000000,
                   record.microseconds % 1000000);
     members.Key("t") += time;

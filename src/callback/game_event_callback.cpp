@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The service's events arrive on an IPC thread and go to every callback in turn, under the mutex, which also guards the
 // map: a callback cannot be destroyed while it runs. Game code may throw or fail: neither stops the callbacks behind
-// it, nor reaches the service, whose answer is always 0. An exception must not leave a function here: below are frames
-// of the platform that know of none.
+// it, nor reaches the service, whose answer is always 0.
 #include "callback/game_event_callback.h"
 
 #include <utility>

@@ -20,7 +20,8 @@ public:
     GpuCounterCallBack();
     ~GpuCounterCallBack() override;
 
-    // Owns `callback` from here on, and destroys the previous one; null: batches are acknowledged and dropped. Always 0.
+    // Owns `callback` from here on, and destroys the previous one; null: batches are acknowledged and dropped. Always
+    // 0.
     int32_t SetProcessCallback(std::unique_ptr<GpuCounterCallBackBase> callback);
 
     // On an IPC thread: the callback's result, 0 without one. Throws what the callback throws.

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// A game event on the wire: its text, then ten numbers. Both directions walk the same table, so they cannot disagree
+// about the order.
 #include "ipc/game_event_encoding.h"
 
 #include <algorithm>

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The bytes of a game event, for both sides: String eventText, then Int32 tempLevel to extraValue in the record's order.
+// The bytes of a game event, for both sides: String eventText, then Int32 tempLevel to extraValue in the record's
+// order.
 #ifndef VELTRA_IPC_GAME_EVENT_ENCODING_H
 #define VELTRA_IPC_GAME_EVENT_ENCODING_H
 

@@ -157,6 +157,7 @@ try {
         VELTRA_LOGE("proxy GetDeviceInfo failed! retCode:%{public}d", info.retCode);
         return info;
     }
+    // A document that the facade parses and checks; here it is only a text.
     info.result = request.reply.ReadString();
     VELTRA_LOGI("GetDeviceInfo success, result=%{public}s", info.result.c_str());
     return info;
@@ -176,6 +177,7 @@ int32_t VeltraServerProxy::QueryAppResourceInfos(const std::vector<std::string>&
         return RESULT_NO_BUNDLE_NAMES;
     }
     WriteTexts(request, bundleNames);
+    // From here on the service holds a reference to the callback, which keeps it alive after this call has returned.
     request.data.WriteRemoteObject(callback->AsObject());
     if (!request.Send(Remote(), "QueryAppResourceInfos Remote is null",
                       "function QueryAppResourceInfos call failed! errCode:%{public}d")) {

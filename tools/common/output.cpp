@@ -64,6 +64,7 @@ std::string Written(const Json::Value& value, const char* indentation)
     builder["indentation"] = indentation;
     builder["commentStyle"] = "None";
     builder["precision"] = MICROSECONDS;
+    // Digits behind the point, not significant ones: times in seconds since 1970 keep their microseconds.
     builder["precisionType"] = "decimal";
     return Json::writeString(builder, value);
 }
@@ -93,6 +94,7 @@ std::string Escaped(std::string_view text)
     return escaped;
 }
 
+// The caller escapes the text first: the sequences added here must be the only ones in the line.
 std::string Toned(std::string_view text, Tone tone)
 {
     static const bool hasColour = HasColour();

@@ -64,6 +64,7 @@ char ProcessState(pid_t process)
 
 [[noreturn]] void FailToStart(const Start& start, const std::optional<AbilityDescription>& ability)
 {
+    // The manager keeps the reason of the last failed start in the description of the ability.
     const Trouble fault = SplitRemedy(ability ? ability->fault : "");
     if (start.outcome == StartOutcome::NOT_IN_TIME) {
         throw ToolError(EXIT_TIMED_OUT, "the service did not register within 10 s", "run \"veltra doctor\"");

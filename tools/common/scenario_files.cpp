@@ -26,6 +26,7 @@ std::vector<ScenarioFile> InstalledScenarios()
     const fs::path folder = (fs::path(ProgramFolder()) / VELTRA_SHARE_WAY / "veltra/scenarios").lexically_normal();
     std::vector<ScenarioFile> files;
     std::error_code error;
+    // The form without exceptions: no such folder means that no scenario is installed.
     for (const fs::directory_entry& entry : fs::directory_iterator(folder, error)) {
         if (entry.path().extension() == ".json") {
             files.push_back({entry.path().stem().string(), entry.path().string()});

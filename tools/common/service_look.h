@@ -21,8 +21,8 @@ public:
     {
     }
 
-    // The state document of the service that was asked before, or of the one that came after it. ToolError when there is
-    // none. Blocks up to 8 s, and 12 s more where a service has to be found or started.
+    // The state document of the service that was asked before, or of the one that came after it. ToolError when there
+    // is none. Blocks up to 8 s, and 12 s more where a service has to be found or started.
     Json::Value Describe();
 
 private:

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// What the programs of the demo share: each step prints one line with its result and its time. The script of the demo
+// reads the word "ready" to know when it may kill the service, and writes a line to let the program continue.
 #include "demo_steps.h"
 
 #include <cstdio>

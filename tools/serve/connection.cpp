@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The HTTP library reads a request by way of this class, so no peer gets more time or memory out of it than is allowed
-// here, whatever it sends: the whole request has one deadline, however slowly its bytes arrive, and one limit of size,
-// for head and body together. A response has a deadline for each piece of it.
+// The HTTP library reads requests through this class, which limits the time and the memory that a peer can use. The
+// whole request has one deadline, however slowly its bytes arrive, and one limit of size, for head and body together. A
+// response has a deadline for each piece that is written.
 #include "connection.h"
 
 #include <poll.h>

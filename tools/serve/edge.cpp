@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// A web page of another site may send requests to this server from the browser of somebody who looks at it. The header
-// Host tells by which name the browser reached us, so that no foreign name that resolves to this machine is served; the
-// header Origin tells which page has asked; and the token, which only the printed address has, is needed for each write.
+// A web page of another site can make the browser of its reader send requests to this server. Three checks refuse them.
+// The header Host has the name by which the browser reached this server: a foreign name that resolves to this
+// machine is not served. The header Origin names the page that sent the request. And each write needs the token, which
+// is in the printed address only.
 #include "edge.h"
 
 #include <arpa/inet.h>
@@ -99,6 +100,7 @@ std::optional<Refusal> Edge::Check(const httplib::Request& request) const
     return CheckWrite(request);
 }
 
+// A browser sends neither this content type nor the header Authorization to another site without asking it first.
 std::optional<Refusal> Edge::CheckWrite(const httplib::Request& request) const
 {
     if (IsReadOnly()) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Which requests are let in, by their headers.
+// Accepts or refuses requests by their headers.
 #ifndef VELTRA_SERVE_EDGE_H
 #define VELTRA_SERVE_EDGE_H
 
@@ -23,7 +23,7 @@ public:
     // nothing is written.
     Edge(const std::string& host, int port, const std::vector<std::string>& names, std::string token);
 
-    // Empty: the request is let in.
+    // Empty: the request is accepted.
     std::optional<Refusal> Check(const httplib::Request& request) const;
 
     bool IsReadOnly() const { return token_.empty(); }

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// The thread that accepts connections hands each to a thread of its own, up to a limit. Beyond it, the connection that
-// has kept its request incomplete for longest makes room: a thousand peers that send nothing end each other, and one that
-// sends its request at once is served. If no connection can be ended, the new one is refused with status 503 and costs
-// neither a thread nor a wait. Each connection carries one request, so nothing that a peer sends behind a refused request
-// is ever taken for another one.
+// The thread that accepts connections gives each to a thread of its own, up to a limit. At the limit, the connection
+// whose request has been incomplete for longest is closed to make room: of a thousand peers that send nothing each
+// closes another one, and a peer that sends its request at once is served. If no connection can be closed, the new one
+// is refused with status 503 without a thread and without waiting. Each connection carries one request, so bytes that a
+// peer sends after a refused request are never read as another request.
 #include "http_server.h"
 
 #include <fcntl.h>

@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+// What the page receives: once, what can be simulated, and then states. The text of a state is made once for all
+// streams, under mutex_. The document is that of the service with less in it: no buckets of durations, and a limited
+// number of games, since a page must stay usable when a thousand processes report.
 #include "live_state.h"
 
 #include "output.h"

@@ -33,7 +33,7 @@ std::string AddressOf(const Options& options)
     return "http://" + host + ":" + std::to_string(options.port) + "/";
 }
 
-// In the desktop's browser. The server goes on whether there is one or not.
+// In the desktop's browser. The server runs whether there is one or not.
 void Open(std::string address)
 {
     char program[] = "xdg-open";
@@ -80,7 +80,7 @@ int Run(const Options& options)
     }
     int signal = 0;
     ::sigwait(&endSignals, &signal);
-    // Deliberate: threads of connections and of the platform may still run, which must not see objects go.
+    // Deliberate: no destructors. Threads of connections and of the platform still use the objects.
     std::_Exit(VeltraTool::EXIT_DONE);
 }
 
@@ -90,7 +90,8 @@ int Run(const Options& options)
 
 int main(int argc, char** argv)
 try {
-    // This program reports by itself what fails; the lines of the library would only repeat it. TAVO_LOG brings them back.
+    // This program reports by itself what fails; the lines of the library would only repeat it. TAVO_LOG brings them
+    // back.
     ::setenv("TAVO_LOG", "off", 0);
     int exitCode = 0;
     const std::optional<VeltraServe::Options> options = VeltraServe::ParseOptions(argc, argv, exitCode);

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// Each look at the service becomes a list of metrics from nothing: the service counts, this program keeps no counter of
-// its own, so none is lost when it ends or is not asked. Names follow the conventions of Prometheus: base units, ratios
-// from 0 to 1, counters that end in _total. The document comes from another process, so that its names become labels
-// only as far as they are few and short; games, which choose their own names, are only counted.
+// Each look at the service is converted into metrics by itself: the service counts, and this program keeps no counter
+// of its own, so no count is lost when it ends or when no scrape comes. Names follow the conventions of Prometheus:
+// base units, ratios from 0 to 1, counters that end in _total. The document comes from another process, so the number
+// and the length of the names that become labels are limited. Names of games are no labels: games choose them, so they
+// are only counted.
 #include "metrics.h"
 
 #include <prometheus/text_serializer.h>
@@ -185,7 +186,7 @@ void FillHistogram(const Json::Value& calls, ClientMetric::Histogram& histogram)
     histogram.sample_count = static_cast<uint64_t>(std::max(NumberOf(MemberOf(calls, "count")), 0.0));
     histogram.sample_sum = NumberOf(MemberOf(calls, "totalus")) * MICROSECOND;
     const Json::Value& buckets = MemberOf(calls, "buckets");
-    double below = 0;  // cumulative: never less than in the bucket before
+    double below = 0;  // buckets are cumulative, so each has at least the count of the previous one
     for (Json::ArrayIndex i = 0; buckets.isArray() && i < std::min<Json::ArrayIndex>(buckets.size(), MAX_ITEMS); ++i) {
         const Json::Value& pair = buckets[i];
         if (pair.isArray() && pair.size() == 2 && pair[0].isNumeric() && pair[1].isNumeric()) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// One thread looks when a reader asks for something newer than the latest look, and not again within the interval: a
-// thousand readers cost the service no more than one. A look may block for as long as a call may, and readers go on with
-// what they have.
+// A look is one query for the state of the service. One thread looks when a reader asks for something newer than the
+// latest look, and not again within the interval: a thousand readers cost the service as much as one. While a look
+// blocks, which takes as long as a call may, readers use the previous one. mutex_ is never held during a look.
 #include "service_feed.h"
 
 #include <thread>
@@ -58,6 +58,7 @@ void ServiceFeed::Run()
         {
             std::unique_lock lock(mutex_);
             changed_.wait(lock, [this] { return isWanted_; });
+            // Before the look: who asks during it gets the next one, since this one may be older than the question.
             isWanted_ = false;
         }
         auto look = std::make_shared<Look>(LookNow());

@@ -28,7 +28,7 @@ struct Look {
 };
 using SharedLook = std::shared_ptr<const Look>;
 
-// Any thread. Looks only while somebody asks, on a thread of its own, so that no reader waits for a service that does
+// Any thread. Looks only while a reader asks, on a thread of its own, so that no reader waits for a service that does
 // not answer.
 class ServiceFeed {
 public:
@@ -52,7 +52,7 @@ private:
     std::mutex mutex_;
     std::condition_variable changed_;
     SharedLook latest_ = std::make_shared<Look>();  // under mutex_, as is isWanted_
-    bool isWanted_ = false;                         // somebody waits for a newer one
+    bool isWanted_ = false;                         // a reader waits for a newer one
 };
 
 }  // namespace VeltraServe

@@ -16,6 +16,7 @@ constexpr size_t MAX_RECORDS = 1000;
 constexpr size_t MAX_ITEMS = 16;
 
 template <typename List, typename ToJson>
+// Runs on the platform thread that delivers the callback; so the cut is made here, before the record is queued.
 Json::Value ListRecord(const char* what, const char* key, const List& list, ToJson toJson)
 {
     Json::Value record;
@@ -142,6 +143,7 @@ Json::Value JsonOf(const GameCallbackEventInfo& info)
     json["textureLoadLevel"] = info.textureLoadLevel;
     json["bandwidthLoadLevel"] = info.bandwidthLoadLevel;
     json["currentFrequency"] = info.currentFrequency;
+    // The smallest number means that the margin is not known; JSON leaves the key out.
     if (info.thermalMargin != std::numeric_limits<int32_t>::min()) {
         json["thermalMargin"] = info.thermalMargin;
     }

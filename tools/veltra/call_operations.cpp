@@ -137,6 +137,8 @@ CallResult GetSystemFunctionStatus(VeltraClient& client, const Arguments& argume
     return result;
 }
 
+// Each row: name, parameters in the order in which they are typed, description, answers that come by callback, the
+// call, and how to end a stream of answers (null: there is none). Sorted by name, as `call` lists them.
 std::vector<CallOperation> MakeOperations()
 {
     return {

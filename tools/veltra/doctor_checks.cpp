@@ -129,7 +129,8 @@ Finding CheckStart(Patient& patient)
     }
     const Clock::time_point begin = Clock::now();
     const bool isRunning = patient.service->running;
-    if (patient.manager->CheckAbility(SERVICE_ABILITY) == nullptr) {  // Of one that hangs the manager knows more.
+    // A service that hangs after it has registered passes here; the next check, a call, finds it.
+    if (patient.manager->CheckAbility(SERVICE_ABILITY) == nullptr) {
         const Start start = StartService(patient.manager, START_LIMIT);
         if (start.outcome != StartOutcome::RUNNING) {
             return WhyNotStarted(patient, start);
@@ -161,6 +162,7 @@ Finding CheckCall(Patient& patient)
                                        : Finding{Health::FAILED, "CallAuth: " + MeaningOf(result), RemedyOf(result)};
 }
 
+// Events arrive one after another, under the mutex of the callback object: the promise is fulfilled once.
 class FirstEvent : public GameEventCallbackBase {
 public:
     explicit FirstEvent(std::shared_ptr<std::promise<void>> came) : came_(std::move(came)) {}
@@ -192,6 +194,7 @@ Finding CheckCallback(Patient& patient)
     }
     const bool hasCome = event.wait_for(EVENT_LIMIT) == std::future_status::ready;
     const std::string time = MillisecondsSince(start);
+    // Also when no event came: the service must not keep a subscription of the doctor.
     client.UnRegisterGameCallback(CALLBACK_KEY);
     if (!hasCome) {
         return {Health::FAILED, "no game event came within 5 s, though the service accepted the registration",

@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+// Text for a page. Everything comes from a recording, so every text is escaped here: characters that a browser would
+// read as markup, and before that what a terminal escapes, since invisible characters can mislead a reader of a page
+// too.
 #include "html_text.h"
 
 #include "output.h"
@@ -35,7 +38,7 @@ std::string HtmlText(std::string_view text)
 std::string HtmlJson(const Json::Value& document)
 {
     std::string escaped;
-    for (const char letter : JsonText(document)) {  // '<' stands in texts only
+    for (const char letter : JsonText(document)) {  // '<' occurs in texts only; it could end the script element
         escaped += letter == '<' ? "\\u003c" : std::string(1, letter);
     }
     return escaped;

@@ -17,7 +17,8 @@ std::string HtmlText(std::string_view text);
 // A document for an element <script type="application/json">, which no text in it can end.
 std::string HtmlJson(const Json::Value& document);
 
-// One column of a table. Its style is "text", which may be long and wraps, "word" or "number", which is aligned on the right.
+// One column of a table. Its style is "text", which may be long and wraps, "word" or "number", which is aligned on the
+// right.
 struct HtmlColumn {
     const char* heading;
     const char* style;

@@ -73,6 +73,7 @@ public:
             return;
         }
         Json::Value redacted = record;
+        // The redactor lives as long as the recording: equal texts get equal tokens in the whole file.
         redactor_.Redact(redacted);
         file_.Write(JsonText(redacted));
     }

@@ -26,8 +26,8 @@ public:
     virtual bool IsEnough() = 0;
 };
 
-// Passes on what `filter` lets through, until the sink has enough, for `seconds` (0: without a limit), or until SIGINT or
-// SIGTERM. ToolError when the service refuses, or ends before.
+// Passes on what `filter` lets through, until the sink has enough, for `seconds` (0: without a limit), or until SIGINT
+// or SIGTERM. ToolError when the service refuses, or ends before.
 void FollowRecords(const TAVO::sptr<TAVO::Veltra::IVeltraControl>& control, const Json::Value& filter, double seconds,
                    RecordSink& sink);
 

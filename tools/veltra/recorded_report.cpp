@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// One record after another. A recording may come from anybody: names that its processes chose are cut, and of what a
-// million lines could have in any number (processes, operations, marks, changes of quality) there is a limit, beyond which
-// it is counted together or left out.
+// Reads a recording, one record after another, into the numbers of a report. A recording may come from another person,
+// so it is not trusted: names are cut, and there is a limit for everything that a million lines could have in any
+// number (processes, operations, marks, changes of quality). What exceeds a limit is counted together or left out.
 #include "recorded_report.h"
 
 #include <unistd.h>
@@ -133,7 +133,7 @@ public:
             }
         }
         for (auto& [process, game] : report_.games) {
-            game.calls.Sort();
+            game.durations.Sort();
         }
     }
 
@@ -154,7 +154,7 @@ private:
         CallSummary& summary = SummaryOf(report_.operations, operation);
         GameSummary& game = GameOf(ProcessOf(record));
         summary.durations.Add(microseconds);
-        game.calls.Add(microseconds);
+        game.durations.Add(microseconds);
         report_.rates.AddCall(report_.seconds);
         if (code != 0) {
             CountFailure(summary, code, report_.seconds);

@@ -6,8 +6,8 @@
 
 namespace VeltraTool {
 
-// Makes a scenario of a recording: the values of the device as curves, pushed events with their texts. What does not fit
-// into a scenario is reported on standard error. ToolError.
+// Makes a scenario of a recording: the values of the device as curves, pushed events with their texts. What does not
+// fit into a scenario is reported on standard error. ToolError.
 void WriteRecordedScenario(const std::string& recording, const std::string& output);
 
 }  // namespace VeltraTool

@@ -65,6 +65,7 @@ std::string Mistake(const Json::Value& record)
     if (type == "push" && !(IsOfProcess(record, "what", "status") && IsObjectOrAbsent(record, "data"))) {
         return "is no complete push";
     }
+    // A record that was too long for a line has lost its values, and says so.
     const bool isCut = record["cut"].isBool();
     if (type == "device" && !isCut && !HasNumbers(record["values"])) {
         return "has values that are no numbers";

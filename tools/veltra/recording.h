@@ -23,8 +23,8 @@ public:
 
     // The first line; of its keys only "schema" and "type" have been checked.
     const Json::Value& Header() const { return header_; }
-    // The next record, whose keys have the types of docs/control.md; empty: the recording has ended. A last line without its
-    // end, which a full disk may leave, is left out with a warning.
+    // The next record, whose keys have the types of docs/control.md; empty: the recording has ended. A last line
+    // without its end, which a full disk may leave, is left out with a warning.
     std::optional<Json::Value> Next();
     // Ends the verb: something is wrong in the line that was read last.
     [[noreturn]] void Fail(const std::string& why) const;

@@ -6,8 +6,8 @@
 
 namespace VeltraTool {
 
-// The hidden verb that makes the requests of one game: FILE PROCESS SPEED BEGIN, with BEGIN in nanoseconds of the steady
-// clock.
+// The hidden verb that makes the requests of one game: FILE PROCESS SPEED BEGIN, with BEGIN in nanoseconds of the
+// steady clock.
 constexpr char REPLAY_GAME_VERB[] = "replay-game";
 void AddReplayGame(CLI::App& app, Tool& tool);
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The verb `report`: a page about a recording, or about two side by side. Everything is read before the file is written, so
-// that a recording with a mistake leaves the earlier report as it is.
+// The verb `report`: a page about a recording, or about two side by side. Everything is read before the file is
+// written, so that a recording with a mistake leaves the earlier report as it is.
 #include <filesystem>
 #include <memory>
 

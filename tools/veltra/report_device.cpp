@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Each record has all values that were known then. A value holds until the next record, but for no longer than the service
-// may stay silent while it runs: what came after is not known.
+// How long the device was hot, and its extremes. Each record has all values that were known at its time. A value counts
+// until the next record, but no longer than a running service may take to send one: after that the state is unknown.
 #include "report_device.h"
 
 #include <algorithm>
@@ -25,7 +25,7 @@ void KeepExtreme(std::optional<TimedValue>& extreme, std::optional<double> value
     }
 }
 
-// `wasIn`: at the record before, `passed` seconds ago.
+// Adds the time since the record before, `passed` seconds ago, if the device was in the phase then (`wasIn`).
 void Follow(Phase& phase, bool wasIn, bool isIn, double seconds, double passed)
 {
     phase.seconds += wasIn ? std::min(passed, MOST_SILENCE) : 0;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Each function looks at one subject and adds a sentence if the recording shows something about it. A recording that does
-// not show it has no sentence: nothing is concluded from values that are missing.
+// The sentences at the top of a report. Each function looks at one subject, and adds a sentence only if the recording
+// has values about it: nothing is concluded from values that are missing.
 #include "report_findings.h"
 
 #include <cmath>
@@ -20,8 +20,8 @@ std::string Times(uint64_t count, const std::string& one, const char* ending = "
     return std::to_string(count) + " " + one + (count == 1 ? "" : ending);
 }
 
-// ", 1.4 s later the quality of racer was lowered from 5 to 4": by the first game that did so after the time, or the last
-// one before. Empty: no game reports a quality.
+// ", 1.4 s later the quality of racer was lowered from 5 to 4": by the first game that did so after the time, or else
+// the last one earlier than that. Empty if games report no quality.
 std::string ReactionTo(double seconds, const RecordedReport& report)
 {
     const QualityChange* before = nullptr;

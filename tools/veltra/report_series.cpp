@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+// The curves of a report, in bounded memory for a recording of any length. When the samples reach their limit, groups
+// of four become two: the least and the greatest value of each key, so that peaks stay. Later records are grouped in
+// the same way before they are stored. Rates are counts in equal intervals, whose width doubles when there are too
+// many.
 #include "report_series.h"
 
 #include <algorithm>
@@ -42,7 +46,8 @@ void DeviceSeries::Add(double seconds, const Json::Value& values)
     }
 }
 
-// A single sample as it is. Of more two: of each value the least and the greatest, in the order in which they came.
+// A single sample stays as it is. Of several, two remain: of each value the least and the greatest, in their order in
+// time.
 void DeviceSeries::AppendGroup(const Sample* from, size_t count, std::vector<Sample>& samples)
 {
     if (count == 1) {
@@ -67,7 +72,8 @@ void DeviceSeries::AppendGroup(const Sample* from, size_t count, std::vector<Sam
     samples.push_back(second);
 }
 
-// Makes groups of what is there, and of what follows groups of as many records, so that all parts are equally fine.
+// Groups the samples that are stored, and lets Add group as many records from now on, so that all parts of a curve are
+// equally fine.
 void DeviceSeries::Thin()
 {
     constexpr size_t GROUP = 4;

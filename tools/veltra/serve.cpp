@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The verb `serve`: becomes the program veltra-serve, which lies beside this one if it is installed. All words behind the
-// verb are its own.
+// The verb `serve`: replaces this process by the program veltra-serve, which is installed in the same folder. It gets
+// all words after the verb.
 #include <unistd.h>
 
 #include <cerrno>

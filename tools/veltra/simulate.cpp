@@ -145,6 +145,7 @@ void AddLoad(CLI::App& simulate, Tool& tool, const Shared& options)
             return;
         }
         Json::Value command = Command("load");
+        // Parsed again for its values alone: comments and line breaks of the file need not travel.
         command["scenario"] = TAVO::Veltra::ConfigNode::Parse(text, file.path).Value();
         command["name"] = file.name;
         Send(command, options->isStarting, tool);

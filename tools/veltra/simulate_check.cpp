@@ -42,6 +42,7 @@ Json::Value Document(const ScenarioFile& file, const std::vector<ConfigMistake>&
 
 bool CheckScenario(const ScenarioFile& file, const std::string& text, const Tool& tool)
 {
+    // The code of the service itself, linked into the tool: both accept exactly the same files.
     const std::vector<ConfigMistake> mistakes = TAVO::Veltra::Scenario::Check(text);
     if (tool.isJson) {
         PrintJson(Document(file, mistakes));

@@ -54,6 +54,8 @@ void PrintService(const Json::Value& service)
 void PrintSimulation(const Json::Value& simulation)
 {
     const bool isActive = simulation.isObject() && simulation["active"].isBool() && simulation["active"].asBool();
+    // Each member is checked before it is read: JsonCpp throws when a value of another type is converted, and the
+    // document comes from another process.
     std::string text = isActive ? "on" : "off";
     if (isActive && simulation.isMember("scenario")) {
         text += ", scenario " + TextOf(simulation["scenario"]) + " at " +
@@ -141,6 +143,7 @@ Json::Value Describe(bool isStarting)
         document = RequireAnswer(result, answer);
         document.removeMember("device");  // the verb `get` shows it
     } catch (const ToolError& error) {
+        // A service that does not run is a state to report, not an error, unless it was to be started.
         if (isStarting) {
             throw;
         }
@@ -148,6 +151,7 @@ Json::Value Describe(bool isStarting)
     }
     const RuntimeDirectory directory = DescribeRuntimeDirectory();
     document["runtimeDirectory"] = directory.path;
+    // The process that holds the manager's lock; the manager does not describe itself.
     document["manager"]["pid"] = directory.manager;
     document["abilities"] = Json::arrayValue;
     for (const AbilityDescription& ability : manager->DescribeAbilities()) {

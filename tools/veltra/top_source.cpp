@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A thread reads the state of the service once a second; the screen takes copies of it under mutex_, which is never held
-// while the service is asked. Nothing is started here: the tool shows what runs.
+// A thread reads the state of the service once a second; the screen takes copies of it under mutex_, which is never
+// held while the service is asked. Nothing is started here: the tool shows what runs.
 #include "top_source.h"
 
 #include <signal.h>

@@ -73,6 +73,7 @@ void TopState::AddSamples()
 {
     const Json::Value& device = MemberOf(report_, "device");
     for (size_t i = 0; i < TOP_CURVES; ++i) {
+        // A sample for each look, also for values that are absent, so that the curves stay aligned in time.
         const auto& [group, key] = SOURCES[i];
         const Json::Value& value = MemberOf(group == nullptr ? device : MemberOf(device, group), key);
         const bool isKnown = value.isNumeric() && (i > 0 || value.asDouble() >= 0);  // level -1: not known

@@ -26,6 +26,7 @@ struct WatchOptions {
     bool isStarting = false;
 };
 
+// On main's thread only; the callback of the service just fills the queue.
 class Changes {
 public:
     Changes(const WatchOptions& options, const Tool& tool) : options_(options), tool_(tool) {}
@@ -101,6 +102,7 @@ void Run(Tool& tool, const WatchOptions& options)
     if (queue.Ended() == EXIT_UNREACHABLE) {
         throw ToolError(EXIT_UNREACHABLE, "the service has ended", "a game's next call starts it, or --start");
     }
+    // Only on the regular end. A tool that is killed is noticed by the service, which then drops the watch.
     control->Unwatch();
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The live page. A stream of states comes from the server, one a second; each becomes a point of the curves and the
-// content of the tables. Commands of the simulator are requests with the token that was in the address. Names of games and
-// all other text that another process may have chosen are set as text, never as HTML.
+// The live page. The server sends a stream of states, one each second. Each state adds a point to the curves and fills the
+// tables. Commands of the simulator are requests with the token that was in the address. Names of games, and all other
+// text that another process may have chosen, are set as text, never as HTML.
 "use strict";
 (() => {
     const MOST_POINTS = 600;

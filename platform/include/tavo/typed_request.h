@@ -27,8 +27,8 @@
 //
 // A parameter may be a bool, int32_t, uint32_t, int64_t, uint64_t, float, double, std::string, std::u16string,
 // std::vector<uint8_t> (a Buffer), an sptr of IRemoteObject or of an interface, never null, a record with the members
-// `bool Marshalling(Parcel&) const` and `bool ReadFields(Parcel&)`, or a vector of these (Int32 count, at most
-// MAX_LIST_ELEMENTS, then the items). Any other encoding is written by hand, with MessageParcel.
+// `bool Marshalling(Parcel&) const` and `bool ReadFields(Parcel&)`, or a vector of these except of bool (Int32 count, at
+// most MAX_LIST_ELEMENTS, then the items). Any other encoding is written by hand, with MessageParcel.
 namespace TAVO {
 
 inline bool WriteItem(MessageParcel& parcel, bool item)
@@ -171,7 +171,7 @@ template <typename Parameter>
 inline constexpr bool IS_RESULT =
     std::is_lvalue_reference_v<Parameter> && !std::is_const_v<std::remove_reference_t<Parameter>>;
 
-// A parameter whose type the call does not decide; the signature of the operation does.
+// Keeps a parameter out of template argument deduction: the signature of the operation decides its type, not the call.
 template <typename Parameter>
 struct AsDeclared {
     using Type = Parameter;
@@ -207,7 +207,7 @@ int32_t CallRemote(const sptr<IRemoteObject>& remote, Code code, int32_t (Interf
         return status;
     }
     int32_t result = 0;
-    std::tuple<std::decay_t<Parameters>...> received;  // of arguments it has empty ones
+    std::tuple<std::decay_t<Parameters>...> received;  // arguments have an unused place in it
     const auto read = [&reply, &result](auto&... items) {
         return reply.ReadInt32(result) && ((!IS_RESULT<Parameters> || ReadItem(reply, items)) && ...);
     };

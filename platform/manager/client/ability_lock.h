@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The lock files: of an ability, held by the process that serves it for as long as that process lives, and the manager's.
+// The lock files: of an ability, held by the process that serves it for as long as that process lives, and the
+// manager's.
 #ifndef TAVO_MANAGER_ABILITY_LOCK_H
 #define TAVO_MANAGER_ABILITY_LOCK_H
 

@@ -32,8 +32,9 @@ struct AbilityFolder {
 };
 
 // Reads every *.json of `folder` into `files`. A file for an id that an earlier folder has described replaces the keys
-// that it contains. A file that is not valid (an unknown key is a fault, and so is an id that another file of the folder
-// describes) disables its ability and no other; when it cannot be parsed, its name "<id>.json" identifies the ability.
+// that it contains. A file that is not valid (an unknown key is a fault, and so is an id that another file of the
+// folder describes) disables its ability and no other; when it cannot be parsed, its name "<id>.json" identifies the
+// ability.
 AbilityFolder ReadAbilityFolder(const std::string& folder, AbilityFiles& files);
 
 }  // namespace TAVO::Manager
