@@ -5,6 +5,8 @@
 // texts allocate memory and may throw std::bad_alloc, which Guarded turns into a result where a C caller waits for one.
 #include "convert.h"
 
+#include <utility>
+
 namespace TAVO::Veltra::C {
 
 veltra_device_info DeviceInfo(const GameCallbackEventInfo& info)
@@ -67,6 +69,8 @@ GameInfo GameInfoOf(const veltra_game_info& given)
     return info;
 }
 
+namespace {
+
 AppResourceInfo ResourceOf(const veltra_resource& given)
 {
     AppResourceInfo info;
@@ -79,6 +83,51 @@ AppResourceInfo ResourceOf(const veltra_resource& given)
     info.int3 = given.int3;
     info.long1 = given.long1;
     return info;
+}
+
+AppResourceDownLoadResult DownloadOf(const veltra_download_result& given)
+{
+    AppResourceDownLoadResult result;
+    result.text1 = Text(given.text1);
+    result.text2 = Text(given.text2);
+    result.value1 = given.value1;
+    result.value2 = given.value2;
+    result.value3 = given.value3;
+    result.value4 = given.value4;
+    result.count1 = given.count1;
+    result.count2 = given.count2;
+    result.resourceInfo = ResourceOf(given.resource);
+    return result;
+}
+
+}  // namespace
+
+std::map<std::string, std::string> Pairs(const char* const* keys, const char* const* values, size_t count)
+{
+    std::map<std::string, std::string> pairs;
+    for (size_t i = 0; i < count; ++i) {
+        pairs[Text(keys[i])] = Text(values[i]);
+    }
+    return pairs;
+}
+
+GameSceneBundle SceneOf(int32_t id, const char* name, std::map<std::string, std::string> attributes)
+{
+    GameSceneBundle bundle;
+    bundle.sceneId = id;
+    bundle.sceneName = Text(name);
+    bundle.attributes = std::move(attributes);
+    return bundle;
+}
+
+std::vector<AppResourceDownLoadResult> Downloads(const veltra_download_result* given, size_t count)
+{
+    std::vector<AppResourceDownLoadResult> list;
+    for (size_t i = 0; i < count; ++i) {
+        const char* const place = reinterpret_cast<const char*>(given) + i * given->size;
+        list.push_back(DownloadOf(Read(reinterpret_cast<const veltra_download_result*>(place))));
+    }
+    return list;
 }
 
 }  // namespace TAVO::Veltra::C

@@ -6,10 +6,12 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <map>
 #include <new>
 #include <string>
 #include <vector>
 
+#include "game_scene_bundle.h"
 #include "veltra.h"
 #include "veltra_records.h"
 
@@ -75,7 +77,10 @@ std::vector<veltra_gpu_sample> Samples(const std::vector<GpuPerfInfo>& infos);
 std::vector<veltra_resource> Resources(const AppResourceInfos& infos);
 
 GameInfo GameInfoOf(const veltra_game_info& given);
-AppResourceInfo ResourceOf(const veltra_resource& given);
+std::map<std::string, std::string> Pairs(const char* const* keys, const char* const* values, size_t count);
+GameSceneBundle SceneOf(int32_t id, const char* name, std::map<std::string, std::string> attributes);
+// An array of the caller's structures, which may be of another size than this version's.
+std::vector<AppResourceDownLoadResult> Downloads(const veltra_download_result* given, size_t count);
 
 }  // namespace TAVO::Veltra::C
 

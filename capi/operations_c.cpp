@@ -79,22 +79,6 @@ private:
     void* const user_;
 };
 
-// Null texts become empty ones.
-AppResourceDownLoadResult DownloadOf(const veltra_download_result& given)
-{
-    AppResourceDownLoadResult result;
-    result.text1 = Text(given.text1);
-    result.text2 = Text(given.text2);
-    result.value1 = given.value1;
-    result.value2 = given.value2;
-    result.value3 = given.value3;
-    result.value4 = given.value4;
-    result.count1 = given.count1;
-    result.count2 = given.count2;
-    result.resourceInfo = ResourceOf(given.resource);
-    return result;
-}
-
 }  // namespace
 }  // namespace TAVO::Veltra::C
 
@@ -200,11 +184,7 @@ int32_t veltra_get_system_function_status(const char* const* names, const char* 
         return VELTRA_BAD_ARGUMENT;
     }
     return Guarded([&] {
-        std::map<std::string, std::string> query;
-        for (size_t i = 0; i < count; ++i) {
-            // The last one counts if a name is given twice.
-            query[Text(names[i])] = Text(values[i]);
-        }
+        std::map<std::string, std::string> query = Pairs(names, values, count);
         for (const auto& [name, status] : VeltraClient().GetSystemFunctionStatus(query)) {
             function(user, name.c_str(), status.c_str());
         }
@@ -241,12 +221,7 @@ int32_t veltra_notify_game_event(int32_t scene_id, const char* scene_name, const
         return VELTRA_BAD_ARGUMENT;
     }
     return Guarded([&] {
-        GameSceneBundle bundle;
-        bundle.sceneId = scene_id;
-        bundle.sceneName = Text(scene_name);
-        for (size_t i = 0; i < count; ++i) {
-            bundle.attributes[Text(keys[i])] = Text(values[i]);
-        }
+        GameSceneBundle bundle = SceneOf(scene_id, scene_name, Pairs(keys, values, count));
         return VeltraClient().NotifyGameEvent(bundle);
     });
 }
@@ -258,12 +233,7 @@ int32_t veltra_notify_app_resource_down_load_results(const veltra_download_resul
         return VELTRA_BAD_ARGUMENT;
     }
     return Guarded([&] {
-        std::vector<AppResourceDownLoadResult> list;
-        for (size_t i = 0; i < count; ++i) {
-            // The caller's structures may be of another size than this version's.
-            const char* const place = reinterpret_cast<const char*>(results) + i * results->size;
-            list.push_back(DownloadOf(Read(reinterpret_cast<const veltra_download_result*>(place))));
-        }
+        std::vector<AppResourceDownLoadResult> list = Downloads(results, count);
         return VeltraClient().NotifyAppResourceDownLoadResults(list);
     });
 }

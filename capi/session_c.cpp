@@ -77,6 +77,16 @@ veltra_snapshot SnapshotOf(const DeviceSnapshot& state)
     return snapshot;
 }
 
+void PassOn(const SessionEvent& event, veltra_event_function function, void* user)
+{
+    const veltra_device_info info = DeviceInfo(event.info);
+    const std::vector<veltra_gpu_sample> samples = Samples(event.samples);
+    const veltra_event passed{
+        sizeof(passed), static_cast<int32_t>(event.kind), static_cast<int32_t>(event.state), &info, samples.data(),
+        samples.size()};
+    function(user, &passed);
+}
+
 SessionOptions OptionsOf(const veltra_options& given)
 {
     SessionOptions options;
@@ -92,18 +102,32 @@ SessionOptions OptionsOf(const veltra_options& given)
     if (given.report_capacity != 0) {
         options.reportCapacity = given.report_capacity;
     }
+    if (given.batch_capacity != 0) {
+        options.batchCapacity = given.batch_capacity;
+    }
+    if (given.handler != nullptr) {
+        options.handler = [function = given.handler, user = given.handler_user](const SessionEvent& event) {
+            PassOn(event, function, user);
+        };
+    }
     return options;
 }
 
-// Runs on the thread that dispatches. Everything that the event points to lives on this stack frame, until the function
-// of the caller has returned.
-void PassOn(const SessionEvent& event, veltra_event_function function, void* user)
+// What the lists name lives in `details`.
+void PassOn(const DeviceDetails& details, veltra_details_function function, void* user)
 {
-    const veltra_device_info info = DeviceInfo(event.info);
-    const std::vector<veltra_gpu_sample> samples = Samples(event.samples);
-    const veltra_event passed{
-        sizeof(passed), static_cast<int32_t>(event.kind), static_cast<int32_t>(event.state), &info, samples.data(),
-        samples.size()};
+    std::vector<veltra_cpu_frequency> frequencies;
+    for (const auto& [key, policies] : details.cpuFrequencies) {
+        for (const auto& [policy, mhz] : policies) {
+            frequencies.push_back({key.c_str(), policy.c_str(), mhz});
+        }
+    }
+    std::vector<veltra_ignored_sensor> sensors;
+    for (const auto& [sensor, reason] : details.ignoredSensors) {
+        sensors.push_back({sensor.c_str(), reason.c_str()});
+    }
+    const veltra_details passed{sizeof(passed), frequencies.data(), frequencies.size(),
+                                sensors.data(), sensors.size(),     details.document.c_str()};
     function(user, &passed);
 }
 
@@ -189,6 +213,17 @@ int32_t veltra_session_status(const veltra_session* session, veltra_status* stat
     return RESULT_OK;
 }
 
+int32_t veltra_session_details(const veltra_session* session, veltra_details_function function, void* user)
+{
+    if (session == nullptr || function == nullptr) {
+        return VELTRA_BAD_ARGUMENT;
+    }
+    return Guarded([&] {
+        PassOn(session->session.Details(), function, user);
+        return RESULT_OK;
+    });
+}
+
 int32_t veltra_session_dispatch(veltra_session* session, veltra_event_function function, void* user, uint32_t wait_ms,
                                 size_t* handled)
 {
@@ -220,4 +255,35 @@ int32_t veltra_session_update_game_info(veltra_session* session, int32_t first, 
         return VELTRA_BAD_ARGUMENT;
     }
     return Guarded([&] { return Queued(session->session.UpdateGameInfo(first, Text(text), second)); });
+}
+
+int32_t veltra_session_report_render_thread(veltra_session* session, const char* first, const char* second,
+                                            int32_t value)
+{
+    if (session == nullptr) {
+        return VELTRA_BAD_ARGUMENT;
+    }
+    return Guarded([&] { return Queued(session->session.ReportRenderThread(Text(first), Text(second), value)); });
+}
+
+int32_t veltra_session_notify_game_event(veltra_session* session, int32_t scene_id, const char* scene_name,
+                                         const char* const* keys, const char* const* values, size_t count)
+{
+    if (session == nullptr || !IsArray(keys, count) || !IsArray(values, count)) {
+        return VELTRA_BAD_ARGUMENT;
+    }
+    return Guarded([&] {
+        return Queued(session->session.NotifyGameEvent(
+            std::make_unique<GameSceneBundle>(SceneOf(scene_id, scene_name, Pairs(keys, values, count)))));
+    });
+}
+
+int32_t veltra_session_notify_app_resource_down_load_results(veltra_session* session,
+                                                             const veltra_download_result* results, size_t count)
+{
+    if (session == nullptr || (count > 0 && !IsGiven(results))) {
+        return VELTRA_BAD_ARGUMENT;
+    }
+    return Guarded(
+        [&] { return Queued(session->session.NotifyAppResourceDownLoadResults(Downloads(results, count))); });
 }

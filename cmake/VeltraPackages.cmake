@@ -95,6 +95,9 @@ veltra_package(platform veltra-platform misc "game support: manager and service"
 veltra_package(tools veltra-tools utils "game support: command-line tool"
     NEEDS tavo veltra_client platform
     ABOUT "The tool veltra finds out what does not work, shows what the device reports and" "what games call, records and replays it, and simulates heat.")
+veltra_package(serve veltra-serve utils "game support: live page and metrics"
+    NEEDS tavo veltra_client platform
+    ABOUT "A page with the curves of the device, games, calls and the simulator, and" "metrics for Prometheus.")
 veltra_package(python python3-veltra python "game support: package for Python"
     ALL NEEDS veltra_c DEPENDS "python3, python3-cffi" RECOMMENDS veltra-platform
     SCRIPTS "${PROJECT_SOURCE_DIR}/packaging/python3-veltra/postinst" "${PROJECT_SOURCE_DIR}/packaging/python3-veltra/prerm"

@@ -100,6 +100,21 @@ function(veltra_version_script map space)
     configure_file("${PROJECT_SOURCE_DIR}/cmake/exports.map.in" "${map}" @ONLY)
 endfunction()
 
+# The release build has the debug information of a library beside it, in lib<NAME>.so.VERSION.debug: debuggers find it
+# there, `scripts/abi` reads the types in it, and what is installed is the same as without.
+function(veltra_split_debug_info name)
+    if(NOT PROJECT_IS_TOP_LEVEL OR NOT CMAKE_BUILD_TYPE STREQUAL "Release")
+        return()
+    endif()
+    foreach(room IN LISTS ARGN)
+        target_compile_options(${room} PRIVATE -g)
+    endforeach()
+    add_custom_command(TARGET ${name} POST_BUILD
+        COMMAND "${CMAKE_OBJCOPY}" --only-keep-debug $<TARGET_FILE:${name}> $<TARGET_FILE:${name}>.debug
+        COMMAND "${CMAKE_OBJCOPY}" --strip-debug --remove-section=.gnu_debuglink
+            --add-gnu-debuglink=$<TARGET_FILE:${name}>.debug $<TARGET_FILE:${name}>)
+endfunction()
+
 # veltra_library(NAME ROOMS room... {EXPORTS namespace | MAP file VERSION version} [INCLUDE dir...] [LINK lib...])
 # The shared library lib<NAME>.so. A C++ library EXPORTS a namespace and has the version of the project; a library with
 # a version script of its own, MAP, has a version of its own too, whose first number is in its SONAME. INCLUDE and LINK
@@ -127,6 +142,7 @@ function(veltra_library name)
     # Deliberate: never unloaded. Threads of the library may still run its code when a caller closes it.
     # It calls its own exported functions directly: another library cannot replace them.
     target_link_options(${name} PRIVATE -Wl,-z,nodelete -Wl,-Bsymbolic-functions "-Wl,--version-script,${map}")
+    veltra_split_debug_info(${name} ${arg_ROOMS})
     # The sanitizers' runtime is linked into the program only; another project may sanitize by flags of its own.
     if(PROJECT_IS_TOP_LEVEL AND NOT VELTRA_SANITIZE AND NOT VELTRA_FUZZ)
         target_link_options(${name} PRIVATE -Wl,-z,defs)
@@ -142,6 +158,9 @@ function(veltra_program name)
     set_target_properties(${name} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
     target_include_directories(${name} PRIVATE ${dirs})
     target_link_libraries(${name} PRIVATE veltra_options ${arg_USES} ${arg_LINK})
+    if(PROJECT_IS_TOP_LEVEL)  # rooms of the libraries have some, and it names this tree
+        target_link_options(${name} PRIVATE $<$<CONFIG:Release>:-Wl,--strip-debug>)
+    endif()
 endfunction()
 
 # veltra_test(NAME SOURCES file... [USES room...] [LINK lib...] [LABELS label...] [SLOW regex] [TIMEOUT seconds])

@@ -7,7 +7,8 @@
  *
  * A structure begins with its size, which the caller sets (VELTRA_INIT). A later version may add members at the end of
  * a structure: no more than the caller's size is read or written. From version 1 on, functions, members and values are
- * only added. An array of structures is passed with the size of its first one. */
+ * only added; what is marked 1.1 has been since that version. An array of structures is passed with the size of its
+ * first one. */
 #ifndef VELTRA_H
 #define VELTRA_H
 
@@ -44,6 +45,8 @@ VELTRA_API int32_t veltra_describe_result(int32_t result, struct veltra_result_d
 /* ---- Sessions. docs/session.md explains them; veltra_session.h is the same for C++. A process has one session. */
 
 typedef struct veltra_session veltra_session;
+struct veltra_event;
+typedef void (*veltra_event_function)(void* user, const struct veltra_event* event);
 
 /* What a game may choose about its session. */
 struct veltra_options {
@@ -53,6 +56,13 @@ struct veltra_options {
     uint32_t gpu_interval_ms; /* between two batches of GPU counters; 0: none */
     uint32_t event_capacity;  /* 0: 256 */
     uint32_t report_capacity; /* 0: 256 */
+    /* 1.1 */
+    uint32_t batch_capacity; /* most batches of GPU counters that wait; 0: 16 */
+    /* Null, or gets every event on the session's thread, perhaps before veltra_session_open has returned;
+     * veltra_session_dispatch then finds none. It may close the session. `handler_user` must stay valid until
+     * veltra_session_close has returned. */
+    veltra_event_function handler;
+    void* handler_user;
 };
 
 /* Returns at once; a missing service is no error. `options` may be null. The caller closes *session. */
@@ -129,6 +139,28 @@ struct veltra_status {
 };
 VELTRA_API int32_t veltra_session_status(const veltra_session* session, struct veltra_status* status);
 
+/* The parts of the state that have no fixed size, as of the latest reading. 1.1 */
+struct veltra_cpu_frequency {
+    const char* key;    /* of the document: cpuFrequencies, cpuFrequencyCaps or cpuFrequencyMaxima */
+    const char* policy; /* of cpufreq */
+    int64_t mhz;
+};
+struct veltra_ignored_sensor {
+    const char* sensor;
+    const char* reason;
+};
+struct veltra_details {
+    size_t size;
+    const struct veltra_cpu_frequency* cpu_frequencies;
+    size_t cpu_frequency_count;
+    const struct veltra_ignored_sensor* ignored_sensors;
+    size_t ignored_sensor_count;
+    const char* document; /* the whole text, JSON, with values that this library does not know too; empty: none yet */
+};
+typedef void (*veltra_details_function)(void* user, const struct veltra_details* details);
+/* Calls `function` once, on this thread, before it returns. Never waits. 1.1 */
+VELTRA_API int32_t veltra_session_details(const veltra_session* session, veltra_details_function function, void* user);
+
 /* One sample of the counters of a GPU; docs/service.md names the fields. */
 struct veltra_gpu_sample {
     int64_t long1;
@@ -167,7 +199,6 @@ struct veltra_event {
     const struct veltra_gpu_sample* samples;
     size_t sample_count;
 };
-typedef void (*veltra_event_function)(void* user, const struct veltra_event* event);
 /* Calls `function` on this thread for each event that waits; waits up to `wait_ms` for the first. *handled, which may be
  * null, becomes their number; VELTRA_NOTHING if there was none. */
 VELTRA_API int32_t veltra_session_dispatch(veltra_session* session, veltra_event_function function, void* user,
@@ -185,6 +216,15 @@ struct veltra_game_info {
 VELTRA_API int32_t veltra_session_report_game_event(veltra_session* session, const struct veltra_game_info* info);
 VELTRA_API int32_t veltra_session_update_game_info(veltra_session* session, int32_t first, const char* text,
                                                    int32_t second);
+/* As the operations of these names. 1.1 */
+struct veltra_download_result;
+VELTRA_API int32_t veltra_session_report_render_thread(veltra_session* session, const char* first, const char* second,
+                                                       int32_t value);
+VELTRA_API int32_t veltra_session_notify_game_event(veltra_session* session, int32_t scene_id, const char* scene_name,
+                                                    const char* const* keys, const char* const* values, size_t count);
+VELTRA_API int32_t veltra_session_notify_app_resource_down_load_results(veltra_session* session,
+                                                                        const struct veltra_download_result* results,
+                                                                        size_t count);
 
 /* ---- The sixteen operations. veltra_server_client.h has their contracts: each may block for up to 10 s while the
  * service is started, and up to 8 s for its answer. */

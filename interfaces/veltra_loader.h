@@ -15,7 +15,7 @@
 
 #include "veltra.h"
 
-/* The functions of version 1. Those of a later version follow; in an older library they are null. */
+/* Those of version 1.0 come first; the members of later ones are null with an older library. */
 #define VELTRA_FUNCTIONS(USE)                  \
     USE(describe_result)                       \
     USE(session_open)                          \
@@ -40,7 +40,12 @@
     USE(get_device_info)                       \
     USE(notify_game_event)                     \
     USE(notify_app_resource_down_load_results) \
-    USE(query_game_state)
+    USE(query_game_state)                      \
+    /* 1.1 */                                  \
+    USE(session_details)                       \
+    USE(session_report_render_thread)          \
+    USE(session_notify_game_event)             \
+    USE(session_notify_app_resource_down_load_results)
 
 /* The functions of the library, each under its name without the prefix. */
 struct veltra_library {

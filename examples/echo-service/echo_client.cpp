@@ -88,7 +88,7 @@ sptr<IEcho> Connect(const sptr<Listener>& listener)
         if (object == nullptr) {
             return nullptr;
         }
-        const sptr<IEcho> echo = iface_cast<IEcho>(object);
+        sptr<IEcho> echo = iface_cast<IEcho>(object);
         if (echo != nullptr && object->AddDeathRecipient(new Death()) && echo->Listen(listener) == 0) {
             return echo;
         }

@@ -1,17 +1,90 @@
 # SPDX-License-Identifier: Apache-2.0
 """The sixteen operations of the client library. Functions of the caller run on a thread of the library; what they raise
-is printed, and nothing else."""
+is printed, and nothing else.
+
+The library calls one of four C functions, which live as long as the module, with the number of a function of the caller.
+A function is released when its subscription has ended, when its query has been answered or refused, or when another one
+replaces it; a call that comes later finds none and is ignored. When the interpreter ends, so do the subscriptions.
+"""
 from __future__ import annotations
 
+import atexit
+import contextlib
+import itertools
 from typing import Any, Callable, Mapping, Sequence
 
-from veltra._library import char_array, chars, check, ffi, lib, sized, text
-from veltra.session import info_of, samples_of
+from veltra._library import VeltraError, char_array, chars, check, ffi, lib, sized, text
+from veltra.session import download_results, game_info, info_of, samples_of
 
-# What the library may still call. Those of queries are never released: nothing reports that no answer follows.
-_game_callbacks: dict[int, Any] = {}
-_gpu_callbacks: list[Any] = []
-_query_callbacks: list[Any] = []
+MOST_QUERIES = 256  # that wait for an answer; a service that dies leaves some without
+
+_numbers = itertools.count(1)
+_functions: dict[int, Callable[[Any], None]] = {}
+_queries: dict[int, None] = {}  # those of _functions that belong to queries, the oldest first
+_game_numbers: dict[int, int] = {}  # by key
+_gpu_numbers: list[int] = []
+
+
+def _keep(function: Callable[[Any], None]) -> int:
+    number = next(_numbers)
+    _functions[number] = function
+    return number
+
+
+def _keep_query(function: Callable[[Any], None]) -> int:
+    number = _keep(function)
+    _queries[number] = None
+    for oldest in list(_queries)[:-MOST_QUERIES]:
+        _release(oldest)
+    return number
+
+
+def _release(number: int) -> None:
+    _functions.pop(number, None)
+    _queries.pop(number, None)
+
+
+def _call(user: Any, argument: Callable[[], Any]) -> int:
+    number = int(ffi.cast("uintptr_t", user))
+    function = _functions.get(number)
+    if number in _queries:
+        _release(number)
+    if function is not None:
+        function(argument())
+    return 0
+
+
+@ffi.callback("int32_t(void*, const struct veltra_device_info*)", error=-1)
+def _pass_event(user: Any, info: Any) -> int:
+    return _call(user, lambda: info_of(info))
+
+
+@ffi.callback("int32_t(void*, const struct veltra_gpu_sample*, size_t)", error=-1)
+def _pass_samples(user: Any, samples: Any, count: int) -> int:
+    return _call(user, lambda: samples_of(samples, count))
+
+
+@ffi.callback("int32_t(void*, const char* const*, size_t)", error=-1)
+def _pass_names(user: Any, names: Any, count: int) -> int:
+    return _call(user, lambda: [text(names[i]) for i in range(count)])
+
+
+@ffi.callback("int32_t(void*, const struct veltra_resource*, size_t)", error=-1)
+def _pass_resources(user: Any, resources: Any, count: int) -> int:
+    names = [name for name, _ in ffi.typeof("struct veltra_resource").fields[1:]]
+    return _call(user, lambda: [
+        {name: text(getattr(resources[i], name)) if name.startswith("text") else getattr(resources[i], name)
+         for name in names} for i in range(count)])
+
+
+@atexit.register
+def _end_subscriptions() -> None:
+    for key in list(_game_numbers):
+        with contextlib.suppress(VeltraError):
+            unregister_game_callback(key)
+    if _gpu_numbers:
+        with contextlib.suppress(VeltraError):
+            stop_get_gpu_perf_info()
 
 
 def call_auth(name: str = "") -> None:
@@ -23,11 +96,7 @@ def update_game_info(first: int, name: str, second: int = 0) -> None:
 
 
 def report_game_event(value: int = 0, long_value: int = 0, texts: Sequence[str] = ()) -> None:
-    info = sized("struct veltra_game_info")
-    info.int32_value, info.int64_value = value, long_value
-    kept = [chars(item) for item in texts]
-    for place, item in enumerate(kept):
-        info.texts[place] = item
+    info, _kept = game_info(value, long_value, texts)
     check("report_game_event", lib.veltra_report_game_event(info))
 
 
@@ -82,71 +151,60 @@ def notify_game_event(scene: int, name: str, attributes: Mapping[str, str]) -> N
 
 def notify_app_resource_down_load_results(results: Sequence[Mapping[str, Any]]) -> None:
     """Each by the names of struct veltra_download_result; "resource" by those of struct veltra_resource."""
-    kept: list[Any] = []
-
-    def fill(target: Any, values: Mapping[str, Any]) -> None:
-        target.size = ffi.sizeof(ffi.typeof(target))
-        for name, value in values.items():
-            kept.append(chars(value) if isinstance(value, str) else value)
-            setattr(target, name, kept[-1])
-
-    array = ffi.new("struct veltra_download_result[]", len(results))
-    for target, values in zip(array, results):
-        fill(target, {name: value for name, value in values.items() if name != "resource"})
-        fill(target.resource, values.get("resource", {}))
+    array, _kept = download_results(results)
     check("notify_app_resource_down_load_results",
           lib.veltra_notify_app_resource_down_load_results(array, len(results)))
 
 
 def register_game_callback(function: Callable[[dict[str, Any]], None], key: int) -> None:
-    @ffi.callback("int32_t(void*, const struct veltra_device_info*)", error=-1)
-    def passed(_: Any, info: Any) -> int:
-        function(info_of(info))
-        return 0
-
-    check("register_game_callback", lib.veltra_register_game_callback(passed, ffi.NULL, key))
-    _game_callbacks[key] = passed
+    number = _keep(function)
+    result = lib.veltra_register_game_callback(_pass_event, ffi.cast("void*", number), key)
+    _release(number if result != 0 else _game_numbers.pop(key, 0))
+    check("register_game_callback", result)
+    _game_numbers[key] = number
 
 
 def unregister_game_callback(key: int) -> None:
-    check("unregister_game_callback", lib.veltra_unregister_game_callback(key))
-    _game_callbacks.pop(key, None)
+    result = lib.veltra_unregister_game_callback(key)
+    _release(_game_numbers.pop(key, 0))  # after a failure, too: the key is gone
+    check("unregister_game_callback", result)
 
 
 def start_get_gpu_perf_info(value: int, function: Callable[[list[dict[str, Any]]], None]) -> None:
-    @ffi.callback("int32_t(void*, const struct veltra_gpu_sample*, size_t)", error=-1)
-    def passed(_: Any, samples: Any, count: int) -> int:
-        function(samples_of(samples, count))
-        return 0
-
-    _gpu_callbacks.append(passed)  # kept if it is refused, too: the service may still send
-    check("start_get_gpu_perf_info", lib.veltra_start_get_gpu_perf_info(value, passed, ffi.NULL))
+    number = _keep(function)
+    result = lib.veltra_start_get_gpu_perf_info(value, _pass_samples, ffi.cast("void*", number))
+    _release_gpu()  # after a failure, too: the earlier stream is gone
+    if result != 0:
+        _release(number)
+    check("start_get_gpu_perf_info", result)
+    _gpu_numbers.append(number)
 
 
 def stop_get_gpu_perf_info() -> None:
     check("stop_get_gpu_perf_info", lib.veltra_stop_get_gpu_perf_info())
+    _release_gpu()
+
+
+def _release_gpu() -> None:
+    while _gpu_numbers:
+        _release(_gpu_numbers.pop())
 
 
 def get_app_prioritys(names: Sequence[str], function: Callable[[list[str]], None]) -> None:
-    @ffi.callback("int32_t(void*, const char* const*, size_t)", error=-1)
-    def passed(_: Any, found: Any, count: int) -> int:
-        function([text(found[i]) for i in range(count)])
-        return 0
-
     array, _kept = char_array(names)
-    _query_callbacks.append(passed)
-    check("get_app_prioritys", lib.veltra_get_app_prioritys(array, len(names), passed, ffi.NULL))
+    number = _keep_query(function)
+    result = lib.veltra_get_app_prioritys(array, len(names), _pass_names, ffi.cast("void*", number))
+    _check_query("get_app_prioritys", result, number)
 
 
 def query_app_resource_infos(names: Sequence[str], function: Callable[[list[dict[str, Any]]], None]) -> None:
-    fields = ffi.typeof("struct veltra_resource").fields[1:]
-
-    @ffi.callback("int32_t(void*, const struct veltra_resource*, size_t)", error=-1)
-    def passed(_: Any, found: Any, count: int) -> int:
-        function([{name: text(value) if name.startswith("text") else value
-                   for name, value in ((name, getattr(found[i], name)) for name, _ in fields)} for i in range(count)])
-        return 0
-
     array, _kept = char_array(names)
-    _query_callbacks.append(passed)
-    check("query_app_resource_infos", lib.veltra_query_app_resource_infos(array, len(names), passed, ffi.NULL))
+    number = _keep_query(function)
+    result = lib.veltra_query_app_resource_infos(array, len(names), _pass_resources, ffi.cast("void*", number))
+    _check_query("query_app_resource_infos", result, number)
+
+
+def _check_query(operation: str, result: int, number: int) -> None:
+    if result != 0:
+        _release(number)
+    check(operation, result)

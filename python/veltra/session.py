@@ -4,9 +4,9 @@ from __future__ import annotations
 
 import dataclasses
 import enum
-from typing import Any, Iterator, Optional
+from typing import Any, Iterator, Mapping, Optional, Sequence
 
-from veltra._library import OWN_RESULTS, check, chars, ffi, lib, sized, text
+from veltra._library import OWN_RESULTS, char_array, check, chars, ffi, lib, sized, text
 
 ServiceState = enum.IntEnum("ServiceState", "STARTING CONNECTED NOT_ANSWERING UNAVAILABLE", start=0)
 
@@ -46,6 +46,15 @@ _VALUE_NAMES = {name for name, _ in ffi.typeof("struct veltra_snapshot").fields[
 
 
 @dataclasses.dataclass(frozen=True)
+class Details:
+    """The parts of the state that have no fixed size: MHz by the key of the document and the cpufreq policy, why a
+    sensor is ignored, and the whole document (JSON; empty: none yet)."""
+    cpu_frequencies: dict[str, dict[str, int]]
+    ignored_sensors: dict[str, str]
+    document: str
+
+
+@dataclasses.dataclass(frozen=True)
 class Event:
     """`kind` is "device" (with `info`), "service" (with the new `state`) or "gpu" (with `samples`)."""
     kind: str
@@ -66,15 +75,46 @@ def samples_of(samples: Any, count: int) -> list[dict[str, Any]]:
             for sample in (samples[i] for i in range(count))]
 
 
+def game_info(value: int, long_value: int, texts: Sequence[str]) -> tuple[Any, list[Any]]:
+    """A structure, and what it points to, which has to be kept as long; as the following one."""
+    info = sized("struct veltra_game_info")
+    info.int32_value, info.int64_value = value, long_value
+    kept = [chars(item) for item in texts]
+    for place, item in enumerate(kept):
+        info.texts[place] = item
+    return info, kept
+
+
+def download_results(results: Sequence[Mapping[str, Any]]) -> tuple[Any, list[Any]]:
+    kept: list[Any] = []
+
+    def fill(target: Any, values: Mapping[str, Any]) -> None:
+        target.size = ffi.sizeof(ffi.typeof(target))
+        for name, value in values.items():
+            kept.append(chars(value) if isinstance(value, str) else value)
+            setattr(target, name, kept[-1])
+
+    array = ffi.new("struct veltra_download_result[]", len(results))
+    for target, values in zip(array, results):
+        fill(target, {name: value for name, value in values.items() if name != "resource"})
+        fill(target.resource, values.get("resource", {}))
+    return array, kept
+
+
 class Session:
     """Opening returns at once, with or without a service. Ends with its `with` block, or with close()."""
 
-    def __init__(self, game_name: str = "", refresh_ms: int = 0, gpu_interval_ms: int = 0) -> None:
+    def __init__(self, game_name: str = "", refresh_ms: int = 0, gpu_interval_ms: int = 0, *, event_capacity: int = 0,
+                 batch_capacity: int = 0, report_capacity: int = 0) -> None:
+        """Values of 0 stand for the defaults of struct veltra_options."""
         options = sized("struct veltra_options")
         name = chars(game_name)
         options.game_name = name
         options.refresh_ms = refresh_ms
         options.gpu_interval_ms = gpu_interval_ms
+        options.event_capacity = event_capacity
+        options.batch_capacity = batch_capacity
+        options.report_capacity = report_capacity
         opened = ffi.new("veltra_session**")
         check("session_open", lib.veltra_session_open(options, opened))
         self._session = opened[0]
@@ -99,6 +139,22 @@ class Session:
         check("session_status", lib.veltra_session_status(self._session, raw))
         return {name: getattr(raw, name) for name, _ in ffi.typeof("struct veltra_status").fields[1:]}
 
+    def details(self) -> Details:
+        found: list[Details] = []
+
+        @ffi.callback("void(void*, const struct veltra_details*)")
+        def keep(_: Any, raw: Any) -> None:
+            frequencies: dict[str, dict[str, int]] = {}
+            for i in range(raw.cpu_frequency_count):
+                entry = raw.cpu_frequencies[i]
+                frequencies.setdefault(text(entry.key), {})[text(entry.policy)] = entry.mhz
+            ignored = (raw.ignored_sensors[i] for i in range(raw.ignored_sensor_count))
+            found.append(Details(frequencies, {text(entry.sensor): text(entry.reason) for entry in ignored},
+                                 text(raw.document)))
+
+        check("session_details", lib.veltra_session_details(self._session, keep, ffi.NULL))
+        return found[0]
+
     def dispatch(self, wait: float = 0) -> list[Event]:
         """The events that wait; waits up to `wait` seconds for the first."""
         events: list[Event] = []
@@ -122,7 +178,28 @@ class Session:
                 return
             yield from events
 
+    # The reports return at once, and raise VeltraError with VELTRA_QUEUE_FULL if too many wait.
+
     def update_game_info(self, first: int, name: str, second: int = 0) -> None:
-        """Returns at once; raises VeltraError with VELTRA_QUEUE_FULL if too many reports wait."""
         check("session_update_game_info",
               lib.veltra_session_update_game_info(self._session, first, chars(name), second))
+
+    def report_game_event(self, value: int = 0, long_value: int = 0, texts: Sequence[str] = ()) -> None:
+        info, _kept = game_info(value, long_value, texts)
+        check("session_report_game_event", lib.veltra_session_report_game_event(self._session, info))
+
+    def report_render_thread(self, first: str, second: str, thread: int) -> None:
+        check("session_report_render_thread",
+              lib.veltra_session_report_render_thread(self._session, chars(first), chars(second), thread))
+
+    def notify_game_event(self, scene: int, name: str, attributes: Mapping[str, str]) -> None:
+        keys, _keys = char_array(attributes.keys())
+        values, _values = char_array(attributes.values())
+        check("session_notify_game_event",
+              lib.veltra_session_notify_game_event(self._session, scene, chars(name), keys, values, len(attributes)))
+
+    def notify_app_resource_down_load_results(self, results: Sequence[Mapping[str, Any]]) -> None:
+        """As the operation of this name."""
+        array, _kept = download_results(results)
+        check("session_notify_app_resource_down_load_results",
+              lib.veltra_session_notify_app_resource_down_load_results(self._session, array, len(results)))

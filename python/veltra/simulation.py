@@ -1,7 +1,12 @@
 # SPDX-License-Identifier: Apache-2.0
-"""A private manager and service that play a scenario, for the tests of a game."""
+"""A private manager and service that play a scenario, for the tests of a game.
+
+The library remembers where the manager is, from its first use to the end of the process. So all simulations of a process
+have one runtime directory, and one after the other a manager of their own in it.
+"""
 from __future__ import annotations
 
+import atexit
 import contextlib
 import json
 import os
@@ -9,10 +14,15 @@ import pathlib
 import shutil
 import subprocess
 import tempfile
+import threading
 import time
-from typing import Iterator, Mapping, Union
+from typing import Iterator, Mapping, Optional, Union
 
 START_WAIT_S = 30
+END_WAIT_S = 30
+
+_is_running = threading.Lock()
+_runtime: Optional[pathlib.Path] = None  # of this process, made for its first simulation
 
 
 def _program(name: str) -> str:
@@ -23,6 +33,28 @@ def _program(name: str) -> str:
     return found
 
 
+def _remove_runtime(owner: int) -> None:
+    if _runtime is not None and os.getpid() == owner:  # and not a forked child
+        shutil.rmtree(_runtime, ignore_errors=True)
+
+
+def _runtime_directory() -> pathlib.Path:
+    global _runtime
+    if _runtime is None:
+        _runtime = pathlib.Path(tempfile.mkdtemp(prefix="veltra-"))  # has mode 0700
+        atexit.register(_remove_runtime, os.getpid())
+    os.environ["TAVO_RUNTIME_DIR"] = str(_runtime)
+    return _runtime
+
+
+def _write_ability(place: pathlib.Path, arguments: list[str]) -> pathlib.Path:
+    abilities = place / "abilities"
+    abilities.mkdir()
+    ability = {"id": 66006, "program": _program("veltra_server"), "arguments": arguments}
+    (abilities / "66006.json").write_text(json.dumps(ability), encoding="utf-8")
+    return abilities
+
+
 def _await_socket(path: pathlib.Path, manager: subprocess.Popen[bytes]) -> None:
     deadline = time.monotonic() + START_WAIT_S
     while not path.exists():
@@ -31,29 +63,44 @@ def _await_socket(path: pathlib.Path, manager: subprocess.Popen[bytes]) -> None:
         time.sleep(0.005)
 
 
+def _end(manager: subprocess.Popen[bytes]) -> None:
+    """Ends the manager, which ends the service."""
+    manager.terminate()
+    try:
+        manager.wait(END_WAIT_S)
+    except subprocess.TimeoutExpired:
+        manager.kill()
+        manager.wait()
+
+
 @contextlib.contextmanager
-def simulated(scenario: Union[str, os.PathLike[str], Mapping[str, object]], speed: float = 1) -> Iterator[None]:
+def simulated(scenario: Union[str, os.PathLike[str], Mapping[str, object]], speed: float = 1,
+              catalogue: Union[str, os.PathLike[str], None] = None) -> Iterator[None]:
     """Starts a manager in a folder of its own, whose service plays `scenario` (a file, or its content) `speed` times as
-    fast, and ends both. Once for each process, before its first use of the library, which remembers where the manager
-    is: run each test that needs one in a process of its own."""
-    with tempfile.TemporaryDirectory(prefix="veltra-") as folder:
-        place = pathlib.Path(folder)
-        if isinstance(scenario, Mapping):
+    fast and knows the applications of `catalogue` (a file), and ends both.
+
+    A process may do so any number of times, one after the other; RuntimeError if one is running. The first time must
+    come before its first use of the library, which from then on looks for the manager there."""
+    if not _is_running.acquire(blocking=False):
+        raise RuntimeError("a simulation is running in this process: end it before the next one")
+    try:
+        with tempfile.TemporaryDirectory(prefix="veltra-") as folder:
+            place = pathlib.Path(folder)
             file = place / "scenario.json"
-            file.write_text(json.dumps(scenario), encoding="utf-8")
-        else:
-            file = pathlib.Path(scenario).resolve()
-        runtime, abilities = place / "run", place / "abilities"
-        runtime.mkdir(mode=0o700)
-        abilities.mkdir()
-        arguments = ["--scenario", str(file), "--speed", str(speed)]
-        ability = {"id": 66006, "program": _program("veltra_server"), "arguments": arguments}
-        (abilities / "66006.json").write_text(json.dumps(ability), encoding="utf-8")
-        os.environ["TAVO_RUNTIME_DIR"] = str(runtime)
-        manager = subprocess.Popen([_program("tavo_manager"), "--abilities", str(abilities)])
-        try:
-            _await_socket(runtime / "manager", manager)
-            yield
-        finally:
-            manager.terminate()
-            manager.wait()
+            if isinstance(scenario, Mapping):
+                file.write_text(json.dumps(scenario), encoding="utf-8")
+            else:
+                file = pathlib.Path(scenario).resolve(strict=True)
+            arguments = ["--scenario", str(file), "--speed", str(speed)]
+            if catalogue is not None:
+                arguments += ["--catalogue", str(pathlib.Path(catalogue).resolve(strict=True))]
+            abilities = _write_ability(place, arguments)
+            runtime = _runtime_directory()
+            manager = subprocess.Popen([_program("tavo_manager"), "--abilities", str(abilities)])
+            try:
+                _await_socket(runtime / "manager", manager)
+                yield
+            finally:
+                _end(manager)
+    finally:
+        _is_running.release()

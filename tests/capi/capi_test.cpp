@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <atomic>
 #include <cstring>
+#include <future>
+#include <string>
 
 #include "system/system_fixture.h"
 #include "veltra_loader.h"
@@ -58,6 +60,65 @@ TEST_F(CInterface, ASessionHasStateEventsAndBatches)
     EXPECT_TRUE(WaitFor([&] { return veltra_.query_game_state(&state) == 0 && state.state == 3; }));
     EXPECT_STREQ(state.bundle_name, "com.example.c");
     veltra_.session_close(session);
+}
+
+TEST_F(CInterface, ASessionSendsItsReportsAndHasTheDetails)
+{
+    WriteRealAbility("phone");
+    StartManager();
+    veltra_session* session = nullptr;
+    ASSERT_EQ(veltra_.session_open(nullptr, &session), 0);
+    const char* const texts[] = {"mode"};
+    const veltra_game_info info = VELTRA_INIT(veltra_game_info);
+    const veltra_download_result results[2] = {VELTRA_INIT(veltra_download_result),
+                                               VELTRA_INIT(veltra_download_result)};
+    EXPECT_EQ(veltra_.session_report_game_event(session, &info), 0);
+    EXPECT_EQ(veltra_.session_report_render_thread(session, "a", "b", 5), 0);
+    EXPECT_EQ(veltra_.session_notify_game_event(session, 1, "menu", texts, texts, 1), 0);
+    EXPECT_EQ(veltra_.session_notify_app_resource_down_load_results(session, results, 2), 0);
+    veltra_status status = VELTRA_INIT(veltra_status);
+    EXPECT_TRUE(WaitFor([&] { return veltra_.session_status(session, &status) == 0 && status.reports_sent == 4; }));
+    EXPECT_EQ(status.reports_failed, 0u);
+    std::string entries;
+    const auto note = [](void* user, const veltra_details* details) {
+        std::string& list = *static_cast<std::string*>(user) = details->document[0] == '{' ? "document" : "";
+        for (size_t i = 0; i < details->cpu_frequency_count; ++i) {
+            const veltra_cpu_frequency& each = details->cpu_frequencies[i];
+            list += std::string(" ") + each.key + "/" + each.policy + "=" + std::to_string(each.mhz);
+        }
+        for (size_t i = 0; i < details->ignored_sensor_count; ++i) {
+            list += std::string(" ") + details->ignored_sensors[i].sensor;
+        }
+    };
+    EXPECT_TRUE(WaitFor([&] { return veltra_.session_details(session, note, &entries) == 0 && !entries.empty(); }));
+    EXPECT_EQ(entries,
+              "document cpuFrequencies/policy0=1804 cpuFrequencies/policy7=2200 cpuFrequencyCaps/policy0=1804 "
+              "cpuFrequencyCaps/policy7=2000 cpuFrequencyMaxima/policy0=1804 cpuFrequencyMaxima/policy7=2841 "
+              "thermal soc_thermal/thermal_zone7 thermal xo-therm/thermal_zone6");
+    veltra_.session_close(session);
+}
+
+TEST_F(CInterface, TheHandlerOfASessionRunsWithoutDispatchAndMayCloseIt)
+{
+    Serve();
+    struct Closer {
+        const veltra_library& veltra;
+        std::promise<veltra_session*> opened;
+        std::promise<int> closed;
+    } closer{veltra_, {}, {}};
+    veltra_options options = VELTRA_INIT(veltra_options);
+    options.handler_user = &closer;
+    options.handler = [](void* user, const veltra_event* event) {
+        if (event->kind == VELTRA_EVENT_DEVICE) {
+            Closer& given = *static_cast<Closer*>(user);
+            given.veltra.session_close(given.opened.get_future().get());
+            given.closed.set_value(event->info->temp_level);
+        }
+    };
+    veltra_session* session = nullptr;
+    ASSERT_EQ(veltra_.session_open(&options, &session), 0);
+    closer.opened.set_value(session);
+    EXPECT_GE(closer.closed.get_future().get(), 0);
 }
 
 // An older caller has smaller structures, and a caller that forgot the size is refused.

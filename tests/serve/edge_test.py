@@ -119,7 +119,7 @@ def commands(server, system):
 
 
 def half_requests(server):
-    """A peer that ends in the middle gets no answer, and one that stays silent gets only the time of the limit."""
+    """A peer that disconnects in the middle is refused, and one that stays silent is disconnected at the limit."""
     for text in ("", "G", "GET / HTTP/1.1", f"GET / HTTP/1.1\r\nHost: {server.host}\r\n",
                  f"POST /simulate HTTP/1.1\r\nHost: {server.host}\r\nAuthorization: Bearer {server.token}\r\n"
                  "Content-Type: application/json\r\nContent-Length: 100\r\n\r\n{"):

@@ -3,22 +3,22 @@
 
 #include <tavo/ipc_status.h>
 
+#include "service_result.h"
+
 namespace VeltraTool {
 
 using namespace TAVO::Veltra;
 
 ExitCode ExitCodeOf(int32_t result)
 {
-    // Codes of the service (docs/service.md), which the library passes on.
-    constexpr int32_t NOT_SUPPORTED[] = {1010310102, 1010310103, 1010310107};
-    for (const int32_t code : NOT_SUPPORTED) {
-        if (result == code) {
-            return EXIT_NOT_SUPPORTED;
-        }
-    }
     switch (result) {
         case RESULT_OK:
             return EXIT_DONE;
+        // The library passes on the codes of the service.
+        case SERVICE_NOT_SUPPORTED:
+        case SERVICE_NO_SENSOR:
+        case SERVICE_NO_GPU_COUNTERS:
+            return EXIT_NOT_SUPPORTED;
         // Some operations return the platform's status.
         case TAVO::IPC_TIMED_OUT:
             return EXIT_TIMED_OUT;

@@ -126,6 +126,9 @@ void Simulate(const Request& request, Response& response)
         response.status = StatusOf(error);
         document["error"] = error.what();
         document["fix"] = error.Fix();
+    } catch (const TAVO::Veltra::ConfigError& error) {  // of an installed scenario
+        response.status = 500;
+        document["error"] = error.what();
     }
     response.set_content(JsonText(document), JSON);
 }

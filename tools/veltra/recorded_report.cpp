@@ -133,7 +133,7 @@ public:
             }
         }
         for (auto& [process, game] : report_.games) {
-            game.calls.Sort();
+            game.durations.Sort();
         }
     }
 
@@ -154,7 +154,7 @@ private:
         CallSummary& summary = SummaryOf(report_.operations, operation);
         GameSummary& game = GameOf(ProcessOf(record));
         summary.durations.Add(microseconds);
-        game.calls.Add(microseconds);
+        game.durations.Add(microseconds);
         report_.rates.AddCall(report_.seconds);
         if (code != 0) {
             CountFailure(summary, code, report_.seconds);

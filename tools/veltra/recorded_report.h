@@ -43,7 +43,7 @@ struct GameSummary {
     std::string scene;
     std::optional<double> quality;
     std::optional<double> endedAt;
-    Durations calls;
+    Durations durations;  // of its calls
     uint64_t failedCalls = 0;
     uint64_t pushes = 0;
     uint64_t failedPushes = 0;

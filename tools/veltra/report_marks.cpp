@@ -5,6 +5,26 @@
 
 namespace VeltraTool {
 
+const char* NameOfKind(MarkKind kind)
+{
+    switch (kind) {
+        case MarkKind::EVENT:
+            return "event";
+        case MarkKind::FAULT:
+            return "fault";
+        case MarkKind::LOST:
+            return "lost";
+        default:
+            return "change";
+    }
+}
+
+std::string ShownMark(const ReportMark& mark)
+{
+    const bool isCounted = mark.kind == MarkKind::FAULT && mark.count > 1;
+    return mark.text + (isCounted ? ", " + std::to_string(mark.count) + " times" : "");
+}
+
 void ReportMarks::Add(double seconds, MarkKind kindOfMark, const std::string& text)
 {
     Kind& kind = kinds_[kindOfMark];

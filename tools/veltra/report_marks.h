@@ -20,6 +20,11 @@ struct ReportMark {
     uint32_t count;    // how often it happened from then on, until the next mark with the same text
 };
 
+// "event", "fault", "lost" or "change", as tools/web/curves.js names them.
+const char* NameOfKind(MarkKind kind);
+// With the count if it is a fault that happened again.
+std::string ShownMark(const ReportMark& mark);
+
 // What happens again within a second is one mark. If there are too many marks of a kind this time is doubled, so that
 // they are spread over the whole recording; what does not fit even so is counted.
 class ReportMarks {

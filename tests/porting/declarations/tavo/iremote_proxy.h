@@ -12,7 +12,7 @@ public:
     PLATFORM_NAME("IRemoteProxy(object)") explicit IRemoteProxy(const sptr<IRemoteObject>& object);
 
 protected:
-    PLATFORM_NAME("PeerHolder::Remote") sptr<IRemoteObject> Remote() const;
+    PLATFORM_NAME("IRemoteProxy::Remote") sptr<IRemoteObject> Remote() const;
 };
 
 }  // namespace TAVO
