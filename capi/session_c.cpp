@@ -113,7 +113,7 @@ SessionOptions OptionsOf(const veltra_options& given)
     return options;
 }
 
-// What the lists name lives in `details`.
+// The texts belong to `details`, and the lists to this stack frame: both are valid during the call only.
 void PassOn(const DeviceDetails& details, veltra_details_function function, void* user)
 {
     std::vector<veltra_cpu_frequency> frequencies;
