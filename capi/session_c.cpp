@@ -77,6 +77,8 @@ veltra_snapshot SnapshotOf(const DeviceSnapshot& state)
     return snapshot;
 }
 
+// Runs on the thread that dispatches, or on the session's thread for the handler. Everything that the event points to
+// lives on this stack frame, until the function of the caller has returned.
 void PassOn(const SessionEvent& event, veltra_event_function function, void* user)
 {
     const veltra_device_info info = DeviceInfo(event.info);
@@ -113,7 +115,7 @@ SessionOptions OptionsOf(const veltra_options& given)
     return options;
 }
 
-// What the lists name lives in `details`.
+// The texts belong to `details`, and the lists to this stack frame: both are valid during the call only.
 void PassOn(const DeviceDetails& details, veltra_details_function function, void* user)
 {
     std::vector<veltra_cpu_frequency> frequencies;

@@ -145,10 +145,12 @@ struct veltra_cpu_frequency {
     const char* policy; /* of cpufreq */
     int64_t mhz;
 };
+/* A sensor whose reading was left out, and why. */
 struct veltra_ignored_sensor {
     const char* sensor;
     const char* reason;
 };
+/* The parts of the document that have no fixed size, as of the latest reading. */
 struct veltra_details {
     size_t size;
     const struct veltra_cpu_frequency* cpu_frequencies;

@@ -77,6 +77,7 @@ std::optional<uint64_t> GpuCounterOf(const GpuPerfInfo& sample, GpuCounter count
 
 double GpuCounterSource::Interval(int32_t milliseconds) const
 {
+    // Clamped and not refused: a game that asks for a rate of its own gets the nearest one that is offered.
     const int32_t asked = milliseconds > 0 ? milliseconds : DEFAULT_INTERVAL_MS;
     return std::clamp(asked, LEAST_INTERVAL_MS, MOST_INTERVAL_MS) / 1000.0;
 }

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// A table that is searched from its start: names are looked up when a person writes them (commands, filters, scenarios),
+// and codes once for each record of a watched call.
 #include "base/operation_names.h"
 
 #include <algorithm>

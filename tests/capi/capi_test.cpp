@@ -100,7 +100,7 @@ TEST_F(CInterface, ASessionSendsItsReportsAndHasTheDetails)
 
 TEST_F(CInterface, TheHandlerOfASessionRunsWithoutDispatchAndMayCloseIt)
 {
-    Serve();
+    StartStory();
     struct Closer {
         const veltra_library& veltra;
         std::promise<veltra_session*> opened;

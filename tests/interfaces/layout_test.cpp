@@ -12,14 +12,20 @@
 namespace TAVO::Veltra {
 namespace {
 
-// The order in which a vtable holds its operations, as the ABI of this platform writes it into a member pointer.
+// The order in which a vtable holds its operations, as the ABI of this platform writes it into a member pointer: the mark
+// of a virtual one is the lowest bit of the offset, on arm64 that of the second word.
 template <typename Member>
 size_t Slot(Member member)
 {
-    uintptr_t word = 0;
-    std::memcpy(&word, &member, sizeof(word));
-    EXPECT_EQ(word % 2, 1u) << "not virtual";
-    return word / sizeof(void*);
+    uintptr_t words[2] = {};
+    static_assert(sizeof(words) == sizeof(member));
+    std::memcpy(words, &member, sizeof(words));
+#ifdef __aarch64__
+    EXPECT_EQ(words[1] % 2, 1u) << "not virtual";
+#else
+    EXPECT_EQ(words[0] % 2, 1u) << "not virtual";
+#endif
+    return words[0] / sizeof(void*);
 }
 
 TEST(VirtualSlots, CallbackBasesHaveTheirOperationBehindTheDestructor)

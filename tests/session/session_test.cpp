@@ -65,6 +65,7 @@ TEST_F(SessionTest, SubscribesAgainAfterTheDeathOfTheServiceWithOneEvent)
         WaitForEvent(session, [](const SessionEvent& event) { return event.state == ServiceState::CONNECTED; }));
     session.Dispatch([](const SessionEvent&) {});
     ::kill(ServicePid(), SIGKILL);
+    const Clock::time_point killed = Clock::now();
     std::string states;
     const auto note = [&](const SessionEvent& event) {
         if (event.kind == SessionEvent::Kind::SERVICE) {
@@ -73,6 +74,8 @@ TEST_F(SessionTest, SubscribesAgainAfterTheDeathOfTheServiceWithOneEvent)
         return states == "lost back ";
     };
     EXPECT_TRUE(WaitForEvent(session, note)) << states;
+    // CONNECTED comes after the subscriptions. They take a second at most, on a machine that does nothing else.
+    EXPECT_LT(Clock::now() - killed, SOON);
     EXPECT_TRUE(WaitForEvent(session, IsDevice));
     EXPECT_TRUE(WaitForEvent(session, [](const SessionEvent& event) { return !event.samples.empty(); }));
     EXPECT_EQ(session.Status().connections, 2u);

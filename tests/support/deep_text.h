@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <algorithm>
+#include <climits>
 #include <functional>
 #include <string>
 
@@ -26,8 +28,10 @@ inline std::string Arrays(size_t depth)
     return Repeat("[", depth) + Repeat("]", depth);
 }
 
+// The smallest stack that a thread may have is larger on some processors: 128 KiB on arm64.
 inline void RunOnStackOf(size_t sizeBytes, std::function<void()> job)
 {
+    sizeBytes = std::max(sizeBytes, static_cast<size_t>(PTHREAD_STACK_MIN));
     pthread_attr_t attributes;
     ASSERT_EQ(pthread_attr_init(&attributes), 0);
     ASSERT_EQ(pthread_attr_setstacksize(&attributes, sizeBytes), 0);

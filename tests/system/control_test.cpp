@@ -133,7 +133,7 @@ TEST_F(Control, AStoppedWatcherDelaysNoGame)
         ASSERT_EQ(client_.CallAuth(text), 0);
     }
     EXPECT_LT(Clock::now() - begin, TestSupport::PATIENCE);
-    EXPECT_EQ(Describe()["calls"]["CallAuth"]["count"].asUInt64(), CALLS + 1);  // with the one before the watch
+    EXPECT_EQ(Describe()["calls"]["CallAuth"]["count"].asUInt64(), CALLS + 1);  // with that of before the watch
     watcher.Continue();
     EXPECT_EQ(watcher.Ask("count"), std::to_string(CALLS) + " with losses");
     watcher.Kill();

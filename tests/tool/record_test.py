@@ -64,6 +64,24 @@ def recording(system):
     system.expect(1, "record", system.folder / "missing/file", error="missing/file cannot be written")
 
 
+def running_games(system):
+    """The header names games that ran before the recording, and not if it is redacted."""
+    path = system.folder / "running.jsonl"
+    game = system.start_program("veltra_adaptive", "--seconds", "600")
+    try:
+        deadline = time.monotonic() + WAIT_S
+        while "com.example.adaptive" not in json.dumps(system.json("status")):
+            require(time.monotonic() < deadline, "the game is not known")
+        for words, is_named in (([], True), (["--redact"], False)):
+            system.expect(0, "record", path, "--for", "0.1", *words)
+            header = json.loads(path.read_text().splitlines()[0])
+            names = [each["bundle"] for each in header.get("games", [])]
+            require(("com.example.adaptive" in names) == is_named, header)
+    finally:
+        game.kill()
+        game.communicate(timeout=WAIT_S)
+
+
 def replaying(system):
     """The same results from the same service, one process for each game; other results are listed."""
     path = system.folder / "replay.jsonl"
@@ -157,6 +175,7 @@ def main():
         monitor(system)
         wait_for_watchers(system, 0)
         recording(system)
+        running_games(system)
         replaying(system)
         bad_recordings(system)
         tracing(system)

@@ -65,11 +65,10 @@ const CallOperation& FindOperation(const std::string& name)
     return *found;
 }
 
-// An operation without a code cannot report that there is no service.
+// For an operation without a code: its empty answer looks the same with and without a service.
 void RequireService()
 {
     if (ReachManager()->CheckAbility(SERVICE_ABILITY) == nullptr) {
-        // An operation with an empty answer looks the same with and without a service.
         throw ToolError(EXIT_UNREACHABLE, "the service does not run and could not be started",
                         "run \"veltra doctor\", which finds out why");
     }
@@ -84,7 +83,8 @@ std::string OneLine(const Json::Value& record)
     return line;
 }
 
-// One call and what belongs to it.
+// One call: its arguments, its result, and the answers of its callback. The callback runs on a platform thread and only
+// queues records; all of this class runs on main's thread.
 class CallRun {
 public:
     CallRun(Tool& tool, const CallOptions& options)
@@ -109,6 +109,7 @@ public:
         if (code == RESULT_NO_SERVICE && milliseconds_ >= ANSWER_LIMIT_MILLISECONDS) {
             tool_.exitCode = EXIT_TIMED_OUT;
         }
+        // Before the answers of the callback, which may take seconds.
         if (!tool_.isJson) {
             PrintResult();
         }
@@ -149,7 +150,6 @@ private:
         const auto deadline =
             Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(wait));
         while (const std::optional<Json::Value> record = CallAnswers::Instance().Take(deadline)) {
-            // Before the callback's answers, which may take seconds.
             if (!tool_.isJson) {
                 PrintLine("  " + OneLine(*record));
             }

@@ -97,8 +97,8 @@ public:
             PrintLine(Toned(std::to_string(count) + " records were lost", Tone::WARNING));
             return;
         }
-        Json::Value dropped;
         // A document of its own, so that a script can count what it has missed.
+        Json::Value dropped;
         dropped["type"] = "dropped";
         dropped["t"] = SecondsNow();
         dropped["count"] = Json::UInt64(count);

@@ -88,7 +88,14 @@ ChildResult RunChild(const char* action, const char* setting)
         dup2(out.Writer(), STDOUT_FILENO);
         dup2(err.Writer(), STDERR_FILENO);
         setting != nullptr ? setenv("TAVO_LOG", setting, 1) : unsetenv("TAVO_LOG");
-        return execl(VELTRA_BIN_DIR "/base_log_child", "base_log_child", action, nullptr);
+        std::vector<std::string> command = TestSupport::ProgramCommand("base_log_child");
+        command.emplace_back(action);
+        std::vector<char*> arguments;
+        for (std::string& word : command) {
+            arguments.push_back(word.data());
+        }
+        arguments.push_back(nullptr);
+        return execv(arguments[0], arguments.data());
     });
     return {child.WaitForExit(), out.Read(), err.Read()};
 }
