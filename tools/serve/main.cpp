@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -51,6 +52,9 @@ void Open(std::string address)
                      std::strerror(error));
     }
     ::posix_spawnattr_destroy(&attributes);
+    if (process > 0) {
+        std::thread([process] { ::waitpid(process, nullptr, 0); }).detach();
+    }
 }
 
 int Run(const Options& options)
