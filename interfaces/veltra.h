@@ -7,8 +7,8 @@
  *
  * A structure begins with its size, which the caller sets (VELTRA_INIT). A later version may add members at the end of
  * a structure: no more than the caller's size is read or written. From version 1 on, functions, members and values are
- * only added; what is marked 1.1 has been since that version. An array of structures is passed with the size of its
- * first one. */
+ * only added; those marked 1.1 are missing in version 1.0. An array of structures is passed with the size of its first
+ * one. */
 #ifndef VELTRA_H
 #define VELTRA_H
 

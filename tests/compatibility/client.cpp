@@ -84,6 +84,11 @@ void RunCalls(VeltraClient& client)
     GameInfo info;
     info.int32Value = 3;
     client.ReportGameEvent(info);
+    const auto deadline = std::chrono::steady_clock::now() + WAIT;
+    while (state.state != 3 && std::chrono::steady_clock::now() < deadline) {  // it is one-way
+        client.QueryGameState(state);
+    }
+    Print("ReportGameEvent, then the state", state.state);
     Print("ReportRenderThread", client.ReportRenderThread("render", "main", 5));
     Print("ReportRenderThread of 0", client.ReportRenderThread("render", "main", 0));
     for (const auto& [name, isGame] : client.SyncAppType("com.example.racer", 0)) {

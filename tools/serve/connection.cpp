@@ -30,6 +30,8 @@ Connection::~Connection()
 
 void Connection::Interrupt() const
 {
+    // Wakes up a poll or recv of the connection's own thread, which then closes the socket; closing it here could hit a
+    // new descriptor with the same number.
     ::shutdown(fd_, SHUT_RDWR);
 }
 
@@ -63,6 +65,8 @@ ssize_t Connection::read(char* data, size_t sizeBytes)
         if (receivedBytes_ >= MAX_REQUEST_BYTES || !WaitFor(POLLIN, requestDeadline_)) {
             return -1;
         }
+        // At the limit the next read fails, and the library answers or closes: a larger buffer is never allocated for a
+        // peer.
         const size_t allowed = std::min(buffer_.size(), MAX_REQUEST_BYTES - receivedBytes_);
         const ssize_t count = ::recv(fd_, buffer_.data(), allowed, MSG_DONTWAIT);
         if (count <= 0) {
@@ -80,6 +84,7 @@ ssize_t Connection::read(char* data, size_t sizeBytes)
 
 ssize_t Connection::write(const char* data, size_t sizeBytes)
 {
+    // From here on the connection is not closed to make room for others: its request is being answered.
     isReading_.store(false, std::memory_order_relaxed);
     const Clock::time_point deadline = Clock::now() + WRITE_TIME;
     for (size_t sent = 0; sent < sizeBytes;) {

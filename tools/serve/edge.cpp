@@ -72,6 +72,7 @@ Edge::Edge(const std::string& host, int port, const std::vector<std::string>& na
     for (const std::string& name : reached) {
         hosts_.push_back(LowerCase(name) + portText_);
         if (port == DEFAULT_HTTP_PORT) {
+            // A browser leaves the port out of Host if it is the one of http.
             hosts_.push_back(LowerCase(name));
         }
     }
@@ -138,6 +139,8 @@ bool Edge::IsOurs(const std::string& host) const
     if (std::find(hosts_.begin(), hosts_.end(), host) != hosts_.end()) {
         return true;
     }
+    // A server on all addresses does not know them all: any address in numbers is accepted, but no further name:
+    // a foreign site can make a name of its own resolve to this machine.
     if (!isEveryAddress_ || host.size() <= portText_.size()) {
         return false;
     }

@@ -53,6 +53,8 @@ private:
     bool TryEnqueue(const std::function<void()>& serve)
     {
         std::unique_lock lock(mutex_);
+        // An idle thread has the connection at once; waiting connections are counted against idle threads, since a
+        // thread that was notified has not run yet.
         if (waiting_.size() >= idle_ && !StartThread() && !MakeRoom(lock)) {
             return false;
         }
@@ -76,6 +78,7 @@ private:
     // Under mutex_.
     bool StartThread()
     {
+        // Threads are never ended: at the limit their stacks are reserved, and hardly any of that memory is in use.
         if (threads_ >= HttpServer::MAX_CONNECTIONS) {
             return false;
         }

@@ -31,6 +31,8 @@ constexpr std::chrono::seconds HEARTBEAT{2};  // so that the end of a page is no
 constexpr char JSON[] = "application/json";
 
 // One of the streams that are open; releases its place when the connection ends.
+// A count and no lock: more than MAX_STREAMS may increment it at once, but each beyond the limit sees that and is
+// refused.
 class StreamPlace {
 public:
     explicit StreamPlace(std::atomic<size_t>& open) : open_(open), isTaken_(open.fetch_add(1) < MAX_STREAMS) {}
@@ -66,6 +68,8 @@ void Stream(const std::shared_ptr<Live>& live, Response& response)
         return;
     }
     const auto number = std::make_shared<uint64_t>(0);
+    // The library calls this on the connection's thread until it returns false, which a failed write does. `place` and
+    // `number` live as long as the response.
     response.set_chunked_content_provider(
         "text/event-stream", [live, place, number](size_t offset, httplib::DataSink& sink) {
             std::string text = offset == 0 ? "retry: 1000\n" + EventText("setup", live->setup) : "";
@@ -74,6 +78,7 @@ void Stream(const std::shared_ptr<Live>& live, Response& response)
                 text += EventText("state", live->state.TextOf(look));
                 *number = look->number;
             } else {
+                // A comment of the event stream: the browser ignores it, and the write fails if the browser has gone.
                 text += ":\n\n";
             }
             return sink.write(text.data(), text.size());
@@ -91,6 +96,7 @@ Json::Value CommandOf(const std::string& body)
         return command;
     }
     const std::string name = TextOf(MemberOf(command, "name"));
+    // Compared with the names of the installed files, never joined to a path: a request cannot name another file.
     for (const VeltraTool::ScenarioFile& file : VeltraTool::InstalledScenarios()) {
         if (file.name == name) {
             command["scenario"] = TAVO::Veltra::ConfigNode::Parse(VeltraTool::ReadScenario(file), file.path).Value();

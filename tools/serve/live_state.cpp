@@ -55,6 +55,7 @@ std::string LiveSetup(bool isReadOnly)
 std::string LiveState::TextOf(const SharedLook& look)
 {
     const std::lock_guard lock(mutex_);
+    // All streams wake up for the same look; the first of them writes the text.
     if (look->number != number_) {
         text_ = Write(*look);
         number_ = look->number;

@@ -39,6 +39,7 @@ void Open(std::string address)
 {
     char program[] = "xdg-open";
     char* arguments[] = {program, address.data(), nullptr};
+    // The signals that are blocked here would stay blocked in the browser.
     posix_spawnattr_t attributes;
     ::posix_spawnattr_init(&attributes);
     sigset_t none;

@@ -256,6 +256,7 @@ void AddService(const Json::Value& report, Metrics& metrics)
     const Json::Value& games = MemberOf(report, "games");
     metrics.AddGauge("veltra_service_info", "Version of the service", 1,
                      {{"version", LabelOf(MemberOf(service, "version"))}});
+    // A time that does not parse leaves the metric out; a made-up 0 would be a start in 1970.
     std::tm parts{};
     if (::strptime(TextOf(MemberOf(service, "startedAt")).c_str(), "%Y-%m-%dT%H:%M:%SZ", &parts) != nullptr) {
         metrics.AddGauge("veltra_service_start_time_seconds", "When the service was started, since the epoch",

@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+// The command line. The check of --listen stores host and port itself, and the call after the parsing sets the default,
+// since a check does not run for an option that is not given. --runtime-dir goes into the environment, where the
+// platform reads it at its first use.
 #include "options.h"
 
 #include <CLI/App.hpp>

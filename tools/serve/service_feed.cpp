@@ -62,6 +62,7 @@ void ServiceFeed::Run()
             isWanted_ = false;
         }
         auto look = std::make_shared<Look>(LookNow());
+        // The clock is read after the look: the interval begins then, so a slow service is not asked without a pause.
         look->number = number;
         look->time = steady_clock::now();
         look->wallTime = std::chrono::system_clock::now();

@@ -120,6 +120,9 @@ const VeltraCurves = (() => {
         return near.length > 3 ? shown + "; and " + (near.length - 3) + " more" : shown;
     }
 
+    // All charts that share the cursor of this one; what the mouse zooms, uPlot itself zooms in all of them.
+    const together = chart => uPlot.sync(chart.state.cursor).plots;
+
     // In all charts that share it, once uPlot has applied a new scale.
     function moveCursor(plot, time) {
         queueMicrotask(() => plot.setCursor({left: plot.valToPos(time, "x"), top: 10}, true, true));
@@ -141,7 +144,7 @@ const VeltraCurves = (() => {
             const {min, max} = plot.scales.x;
             if (times[index] < min || times[index] > max) {  // zoomed: the part that is shown moves along
                 const from = Math.max(times[0], times[index] - (max - min) / 2);
-                chart.state.charts.forEach(each => each.plot.setScale("x", {min: from, max: from + max - min}));
+                together(chart).forEach(each => each.setScale("x", {min: from, max: from + max - min}));
             }
             moveCursor(plot, times[index]);
             chart.spoken.textContent = spokenValues(plot, index);
@@ -151,10 +154,10 @@ const VeltraCurves = (() => {
             const centre = plot.cursor.idx == null ? (min + max) / 2 : times[plot.cursor.idx];
             const [from, to] = chart.wholeTime();
             const shown = {min: Math.max(from, centre - half), max: Math.min(to, centre + half)};
-            chart.state.charts.forEach(each => each.plot.setScale("x", shown));
+            together(chart).forEach(each => each.setScale("x", shown));
             moveCursor(plot, centre);
         } else if (event.key === "Escape") {
-            chart.state.charts.forEach(each => each.plot.setScale("x", {min: times[0], max: times[last]}));
+            together(chart).forEach(each => each.setScale("x", {min: each.data[0][0], max: each.data[0].at(-1)}));
         } else {
             return;
         }
