@@ -33,7 +33,7 @@ std::string Values(const Json::Value& values)
 
 void PrintSimulation(const Json::Value& simulation)
 {
-    if (!simulation.isObject() || !simulation["active"].asBool()) {
+    if (!simulation.isObject() || !simulation["active"].isBool() || !simulation["active"].asBool()) {
         PrintRow("simulation", "off: the service reports the real device");
         return;
     }
