@@ -25,7 +25,8 @@ for ((i = 0; i < 1000; i++)); do [[ -S "$TAVO_RUNTIME_DIR/manager" ]] && break; 
 # What the first program prints; the second form on a machine without sensors, as the front page says.
 PROGRAM_OUTPUT = re.compile(
     r"^temperature level (\d+, GPU load level -?\d+|unknown on this machine: no temperature sensor)$", re.M)
-FIRST_PROGRAMS = ("build/demo/bin/veltra_minimal", "build/game")
+FIRST_PROGRAMS = ("build/demo/bin/veltra_minimal", "build/demo/bin/veltra_minimal_c",
+                  "/usr/bin/python3 examples/python/minimal.py", "build/game")
 MARK = "^ first program"
 
 

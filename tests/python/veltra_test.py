@@ -125,7 +125,8 @@ def test_functions_are_released_with_their_answer_and_subscription(veltra_simula
     assert not any(each() for each in released)
 
 
-def test_the_example_prints_five_events(veltra_simulation, capsys):
-    runpy.run_path(str(pathlib.Path(__file__).parents[2] / "examples/python/device.py"))
+@pytest.mark.parametrize("example, count", [("minimal.py", 1), ("device.py", 5)])
+def test_the_examples_print_the_temperature_level(veltra_simulation, capsys, example, count):
+    runpy.run_path(str(pathlib.Path(__file__).parents[2] / "examples/python" / example))
     lines = capsys.readouterr().out.splitlines()
-    assert len(lines) == 5 and all("temperature level" in line for line in lines)
+    assert len(lines) == count and all("temperature level" in line for line in lines)
