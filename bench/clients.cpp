@@ -58,6 +58,7 @@ public:
         }
         platform_.emplace(1, 0);
         CallOnce();
+        Bench::AwaitControl();
         process_ = Bench::DescribeService().pid;
         memoryBefore_ = Memory();
         descriptorsBefore_ = Descriptors();

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <string>
 
+#include "control/control_codes.h"
 #include "ipc/server_codes.h"
 #include "row.h"
 #include "tavo/system_ability_manager_client.h"
@@ -18,6 +19,7 @@
 namespace Bench {
 namespace {
 
+constexpr double START_SECONDS = 10;
 constexpr double END_SECONDS = 10;
 
 TAVO::sptr<TAVO::ISystemAbilityManager> Manager()
@@ -40,6 +42,17 @@ TAVO::AbilityDescription DescribeService()
         }
     }
     GiveUp("the manager does not know the service");
+}
+
+TAVO::sptr<TAVO::IRemoteObject> AwaitControl()
+{
+    for (const double start = Now(); Now() - start < START_SECONDS;) {
+        if (const auto control = Manager()->CheckAbility(TAVO::Veltra::VELTRA_CONTROL_SA_ID)) {
+            return control;
+        }
+        ::sched_yield();
+    }
+    GiveUp("the control ability of the service is not registered");
 }
 
 void KillService()

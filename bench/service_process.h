@@ -12,6 +12,10 @@ namespace Bench {
 // The service as the manager knows it.
 TAVO::AbilityDescription DescribeService();
 
+// The control ability. The service registers it a moment after its main ability, and then has the descriptor of one more
+// lock.
+TAVO::sptr<TAVO::IRemoteObject> AwaitControl();
+
 // Kills the service; returns once its process has ended. Does nothing when it is not running.
 void KillService();
 

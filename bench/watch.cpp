@@ -2,8 +2,6 @@
 // What tools cost a game's calls. `watch_off`: a call to veltra_server after its watcher has left, beside the same call
 // to a service written by hand that cannot be watched. `watch_on`: a call while another process watches everything,
 // beside the call to a service that was never watched. The services run side by side, so that their rounds alternate.
-#include <sched.h>
-
 #include <memory>
 #include <optional>
 #include <string>
@@ -14,7 +12,7 @@
 #include "helpers.h"
 #include "platform.h"
 #include "row.h"
-#include "tavo/system_ability_manager_client.h"
+#include "service_process.h"
 #include "veltra_server_client.h"
 
 namespace {
@@ -29,19 +27,6 @@ constexpr double WAIT_SECONDS = 10;
 enum Side : int { BY_HAND, NEVER, LEFT, WATCHED };
 enum Command : char { START = 's', CALL = 'c', LEAVE = 'l' };
 
-// The control side follows the service after a moment.
-sptr<IVeltraControl> FindControl()
-{
-    const auto manager = SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
-    for (const double start = Bench::Now(); Bench::Now() - start < WAIT_SECONDS;) {
-        if (const sptr<IRemoteObject> object = manager->CheckAbility(VELTRA_CONTROL_SA_ID)) {
-            return iface_cast<IVeltraControl>(object);
-        }
-        ::sched_yield();
-    }
-    Bench::GiveUp("the control side of the service cannot be reached");
-}
-
 class Watcher final : public VeltraWatcherStub {
 public:
     int32_t OnRecords(const std::string&, uint64_t) override { return 0; }
@@ -51,7 +36,7 @@ void Watch()
 {
     static const sptr<IVeltraWatcher> watcher(new Watcher());
     std::string answer;
-    if (FindControl()->Watch("", watcher, answer) != 0) {
+    if (iface_cast<IVeltraControl>(Bench::AwaitControl())->Watch("", watcher, answer) != 0) {
         Bench::GiveUp("the service refuses a watcher");
     }
 }
@@ -59,7 +44,7 @@ void Watch()
 // Returns when the description of the service contains `text`.
 void AwaitDescription(const char* text, const char* complaint)
 {
-    const sptr<IVeltraControl> control = FindControl();
+    const sptr<IVeltraControl> control = iface_cast<IVeltraControl>(Bench::AwaitControl());
     std::string answer;
     for (const double start = Bench::Now(); answer.find(text) == std::string::npos;) {
         control->Describe(answer);
@@ -86,7 +71,7 @@ public:
             watcher_->Connect();
         }
         if (side == NEVER) {
-            FindControl();  // so that all services have the same work behind them
+            Bench::AwaitControl();  // so that all services have the same work behind them
         }
         if (side == LEFT) {
             watcher_->Leave();
