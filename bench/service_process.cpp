@@ -47,7 +47,7 @@ TAVO::AbilityDescription DescribeService()
 TAVO::sptr<TAVO::IRemoteObject> AwaitControl()
 {
     for (const double start = Now(); Now() - start < START_SECONDS;) {
-        if (const auto control = Manager()->CheckAbility(TAVO::Veltra::VELTRA_CONTROL_SA_ID)) {
+        if (auto control = Manager()->CheckAbility(TAVO::Veltra::VELTRA_CONTROL_SA_ID)) {
             return control;
         }
         ::sched_yield();

@@ -47,7 +47,7 @@ void AddEdge(httplib::Server& server, const Edge& edge)
         }
         return refusal ? refusal->status : 100;
     });
-    server.set_exception_handler([](const Request&, Response& response, std::exception_ptr) {
+    server.set_exception_handler([](const Request&, Response& response, const std::exception_ptr&) {
         Refuse({503, "Out of memory. Try again.\n"}, response);
     });
 }
