@@ -158,7 +158,7 @@ def main():
             # A call before the exporter runs: it is counted all the same.
             device.expect(0, "call", "CallAuth")
             devices.append(device)
-            servers.append(stack.enter_context(Server(device, programs, "--metrics-only", "--start")))
+            servers.append(stack.enter_context(Server(device, "--metrics-only", "--start")))
         devices[0].expect(0, "simulate", "set", *VALUES)
         ports = [server.port for server in servers]
         check_metrics(ports[0])

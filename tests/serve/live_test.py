@@ -95,10 +95,10 @@ def real_machine(browser, system):
     require(status_of(system) == {"active": False}, status_of(system))
 
 
-def end_of_server(browser, system, programs, port):
+def end_of_server(browser, system, port):
     """A new server has another token, so that an old page shows, and cannot write."""
     browser.wait_for("return document.getElementById('status').textContent.includes('lost')", "the end is not shown")
-    with Server(system, programs, port=port):
+    with Server(system, port=port):
         browser.wait_for("return document.getElementById('status').className === 'good'", "the page does not go on")
         press(browser, "#value-tempLevel", "\ue010")
         browser.wait_for("return document.getElementById('notice').textContent.includes('token')", "no notice")
@@ -107,12 +107,11 @@ def end_of_server(browser, system, programs, port):
 
 def main():
     skip_without_browser()
-    programs = sys.argv[1]
     with System(*sys.argv[1:]) as system, Browser() as browser:
         system.write_ability()
         system.start_manager()
         system.expect(0, "call", "CallAuth")
-        with Server(system, programs) as server:
+        with Server(system) as server:
             shows_what_runs(browser, server)
             hostile_game(browser, system)
             slider(browser, system)
@@ -121,7 +120,7 @@ def main():
             real_machine(browser, system)
             end_of_service(browser, system)
             browser.require_quiet(f"http://{server.host}/")
-        end_of_server(browser, system, programs, server.port)
+        end_of_server(browser, system, server.port)
 
 
 main()

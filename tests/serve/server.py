@@ -38,13 +38,13 @@ class Game:
 
 
 class Server:
-    def __init__(self, system, programs, *options, listen="127.0.0.1", port=None):
+    def __init__(self, system, *options, listen="127.0.0.1", port=None):
         self.port = port or free_port()
         self.host = f"127.0.0.1:{self.port}"
         self.errors = system.folder / f"serve-{self.port}.log"
         with self.errors.open("w") as log:
             self.process = subprocess.Popen(
-                [pathlib.Path(programs, "veltra-serve"), "--listen", f"{listen}:{self.port}", *options],
+                system.command("veltra-serve", "--listen", f"{listen}:{self.port}", *options),
                 env=system.env, text=True, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=log)
         self.address = self.process.stdout.readline().strip()  # printed once it listens
         require(self.address.startswith(f"http://{self.host}/"), f"address {self.address!r}, log {self.log()}")

@@ -22,6 +22,8 @@ class System:
 
     def __init__(self, programs, source):
         self.programs = pathlib.Path(programs)
+        emulator = os.environ.get("VELTRA_EMULATOR")  # of a build for another processor
+        self.emulator = [emulator] if emulator else []
         self.share = pathlib.Path(source, "share/veltra")
         self.scratch = tempfile.TemporaryDirectory(prefix="veltra-tool-")
         self.folder = pathlib.Path(self.scratch.name)
@@ -42,9 +44,13 @@ class System:
             self.manager.wait(WAIT_S)
         self.scratch.cleanup()
 
+    def command(self, name, *words):
+        """What runs a program of the build."""
+        return [*self.emulator, str(self.programs / name), *map(str, words)]
+
     def write_ability(self, program=None, arguments=(), control=True, **more):
-        ability = {"id": 66006, "program": str(program or self.programs / "veltra_server"),
-                   "arguments": [str(each) for each in arguments], **more}
+        program, *words = [str(program), *map(str, arguments)] if program else self.command("veltra_server", *arguments)
+        ability = {"id": 66006, "program": program, "arguments": words, **more}
         (self.abilities / "66006.json").write_text(json.dumps(ability))
         if control:
             (self.abilities / "66007.json").write_text('{"id": 66007, "external": true}')
@@ -62,7 +68,7 @@ class System:
 
     def start_manager(self, **env):
         log = (self.folder / "manager.log").open("w")
-        self.manager = subprocess.Popen([self.programs / "tavo_manager", "--abilities", self.abilities],
+        self.manager = subprocess.Popen(self.command("tavo_manager", "--abilities", self.abilities),
                                         env={**self.env, **env}, stderr=log)
         deadline = time.monotonic() + WAIT_S
         while not (self.runtime / "manager").is_socket():
@@ -70,14 +76,14 @@ class System:
             time.sleep(0.005)
 
     def run(self, *words, **env):
-        return subprocess.run([self.programs / "veltra", *map(str, words)], env={**self.env, **env}, text=True,
+        return subprocess.run(self.command("veltra", *words), env={**self.env, **env}, text=True,
                               stdin=subprocess.DEVNULL, capture_output=True, timeout=WAIT_S)
 
     def start(self, *words):
         return self.start_program("veltra", *words)
 
     def start_program(self, name, *words):
-        return subprocess.Popen([self.programs / name, *words], env=self.env, text=True, stdin=subprocess.DEVNULL,
+        return subprocess.Popen(self.command(name, *words), env=self.env, text=True, stdin=subprocess.DEVNULL,
                                 stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
 
     def on_terminal(self, command, **env):
