@@ -51,8 +51,10 @@ function(veltra_package component name section summary)
     cmake_parse_arguments(PARSE_ARGV 4 arg "ALL" "DEPENDS;RECOMMENDS;PROVIDES" "NEEDS;SCRIPTS;ABOUT")
     string(TOUPPER ${component} key)
     list(JOIN arg_ABOUT "\n" about)
-    if(section STREQUAL libs)  # the loader's cache is renewed once for all packages
-        list(APPEND arg_SCRIPTS "${PROJECT_SOURCE_DIR}/packaging/libs/triggers")
+    if(section STREQUAL libs)
+        # The trigger renews the loader's cache once for all packages. Deliberate: postinst and postrm do not exist. CPack
+        # adds scripts of its own, which renew it in each package, unless these names are listed.
+        list(APPEND arg_SCRIPTS "${PROJECT_SOURCE_DIR}/packaging/libs/triggers" /nonexistent/postinst /nonexistent/postrm)
     endif()
     set(CPACK_DEBIAN_${key}_PACKAGE_NAME ${name} PARENT_SCOPE)
     set(CPACK_DEBIAN_${key}_PACKAGE_SECTION ${section} PARENT_SCOPE)
