@@ -16,6 +16,8 @@ def main():
     if not sections or sections[0].splitlines()[0].split()[0] != version:
         sys.exit(f"{changelog}: the first section is not that of version {version}; describe this version there")
     items = re.split(r"^- ", sections[0], flags=re.M)[1:]
+    if not items:
+        sys.exit(f"{changelog}: the section of version {version} is empty; describe there what users notice")
     print(f"veltra ({version}) unstable; urgency=medium\n")
     for item in items:
         text = " ".join(item.replace("`", "").split())
