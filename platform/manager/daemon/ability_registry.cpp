@@ -6,9 +6,6 @@
 // change number makes the later ones harmless.
 #include "manager/daemon/ability_registry.h"
 
-#include <sys/resource.h>
-#include <sys/wait.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -27,22 +24,6 @@ constexpr int MAX_WAITERS_PER_CLIENT = 256;
 constexpr std::chrono::seconds SPAWN_TIME{1};
 // Between two attempts to notify observers that could not be reached, for instance because they are stopped.
 constexpr std::chrono::milliseconds RESEND_INTERVAL{500};
-
-// A session takes descriptors for its connection, its process, a request and a notice.
-constexpr size_t DESCRIPTORS_PER_SESSION = 4;
-// The manager's own 14, and what a start and a registration take.
-constexpr size_t RESERVED_DESCRIPTORS = 28;
-// Left when clients have more connections than that: several requests at once, or connections not yet identified.
-constexpr size_t LAST_DESCRIPTORS = 10;
-
-std::vector<int32_t> IdsOf(const AbilityFiles& files)
-{
-    std::vector<int32_t> ids;
-    for (const auto& [id, file] : files) {
-        ids.push_back(id);
-    }
-    return ids;
-}
 
 // Carries the change number of its registration: a notice that arrives late does not end a newer registration.
 class ServiceEnd : public IRemoteObject::DeathRecipient {
@@ -72,44 +53,11 @@ private:
 }  // namespace
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): taken apart
-AbilityRegistry::AbilityRegistry(const Transport::RuntimeDir& dir, AbilityFiles files) : dir_(dir), ids_(IdsOf(files))
+AbilityRegistry::AbilityRegistry(const Transport::RuntimeDir& dir, AbilityFiles files) : dir_(dir)
 {
     for (auto& [id, file] : files) {
         abilities_[id].file = std::move(file);
     }
-}
-
-bool AbilityRegistry::Admits(pid_t pid, int fd, size_t sessions)
-{
-    rlimit limit{};
-    ::getrlimit(RLIMIT_NOFILE, &limit);
-    // Two estimates, since neither is enough. The number of sessions does not count connections that were just
-    // accepted; the descriptor's number does not grow while lower ones are free.
-    // The kernel gives the lowest descriptor that is free.
-    if ((static_cast<size_t>(fd) + LAST_DESCRIPTORS < limit.rlim_cur &&
-         sessions * DESCRIPTORS_PER_SESSION + RESERVED_DESCRIPTORS <= limit.rlim_cur) ||
-        IsService(pid)) {
-        return true;
-    }
-    Log(SCRIVO_WARN,
-        "a connection of a client was refused: the rest of %{public}llu descriptors is reserved for services. "
-        "Raise the manager's limit of open files (ulimit -n)",
-        static_cast<unsigned long long>(limit.rlim_cur));
-    return false;
-}
-
-// A process that was started as a service, by this manager or an earlier one, or holds the lock of one. Deliberate: the
-// kernel is asked for our children, since a new one may connect before its start has returned here.
-bool AbilityRegistry::IsService(pid_t pid)
-{
-    const auto isItsProcess = [this, pid](int32_t id) {
-        return RecordedProcess(dir_, id) == pid ||
-               Transport::ProcessLock::Holder(dir_.Fd(), AbilityLockName(id)) == pid;
-    };
-    // WNOWAIT leaves the child to be reaped by the watch.
-    siginfo_t unused{};
-    const bool isChild = ::waitid(P_PID, static_cast<id_t>(pid), &unused, WEXITED | WNOHANG | WNOWAIT) == 0;
-    return isChild || std::any_of(ids_.begin(), ids_.end(), isItsProcess);
 }
 
 AbilityRegistry::Ability* AbilityRegistry::Find(int32_t systemAbilityId)

@@ -50,11 +50,6 @@ public:
     int32_t Remove(int32_t systemAbilityId, uint64_t session);
     std::vector<AbilityDescription> Describe();
 
-    // Whether process `pid` may have the connection `fd`, with which there are `sessions` sessions (0: not known). Some
-    // descriptors are reserved for the manager and for services, so that services can register however many clients
-    // there are. Takes no lock of this class.
-    bool Admits(pid_t pid, int fd, size_t sessions);
-
     // Death notices: of registration `number` of the id, and of a client.
     void ServiceGone(int32_t systemAbilityId, int64_t number);
     void ClientGone(uint64_t session);
@@ -141,10 +136,7 @@ private:
     void ResendLater(const std::vector<Outbox::Change>& changes) TAVO_EXCLUDES(mutex_);
     void SignalStarted(int signal) TAVO_REQUIRES(mutex_);
 
-    bool IsService(pid_t pid);
-
     const Transport::RuntimeDir& dir_;
-    const std::vector<int32_t> ids_;  // of all abilities
     ProcessWatch watch_;
     Mutex mutex_;
     std::map<int32_t, Ability> abilities_ TAVO_GUARDED_BY(mutex_);   // the set of ids never changes
