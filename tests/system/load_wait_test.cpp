@@ -46,7 +46,7 @@ TEST_F(LoadWait, ServiceThatEndsBeforeItRegistersIsStartedAgain)
     ASSERT_EQ(Started().size(), 1u);
     ::kill(Started()[0], SIGKILL);
     EXPECT_TRUE(ManagerTest::WaitUntilDead(Started()[0]));
-    TellServices();
+    NotifyServices();
     EXPECT_TRUE(WaitFor([this] { return ServicePid() > 0; })) << "needs no further load";
     EXPECT_EQ(client_.CallAuth("second"), 0);
     EXPECT_EQ(log_.Count("Try load systemAbility."), 1);
@@ -80,7 +80,7 @@ TEST_F(LoadWait, ServiceThatRegistersLateIsUsed)
 {
     ExpectVainWait();
     const Clock::time_point begin = Clock::now();
-    TellServices();
+    NotifyServices();
     EXPECT_TRUE(WaitFor([this] { return ServicePid() > 0; }));
     EXPECT_EQ(client_.CallAuth("second"), 0);
     EXPECT_LT(Clock::now() - begin, SOON);

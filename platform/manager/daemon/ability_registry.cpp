@@ -154,7 +154,7 @@ int32_t AbilityRegistry::Load(int32_t systemAbilityId, const sptr<IRemoteObject>
             MutexLock lock(mutex_);
             Ability* const ability = FindLiving(systemAbilityId, after);
             status =
-                ability != nullptr ? TellOrWait(*ability, {callback, session}, hasStarted, after) : ABILITY_UNKNOWN;
+                ability != nullptr ? AnswerOrWait(*ability, {callback, session}, hasStarted, after) : ABILITY_UNKNOWN;
         }
         Finish(after);
         hasStarted = after.isFirstStart && after.isSpawned;
@@ -165,8 +165,8 @@ int32_t AbilityRegistry::Load(int32_t systemAbilityId, const sptr<IRemoteObject>
 // No value when the service has to be started first, without the lock: a program that cannot be executed refuses the
 // load that caused the start. While starts fail, every load is refused, since its caller would wait for nothing. The
 // load that has caused the first start (`hasStarted`) is accepted, however quickly that process has ended.
-std::optional<int32_t> AbilityRegistry::TellOrWait(Ability& ability, const Waiter& waiter, bool hasStarted,
-                                                   Aftermath& after)
+std::optional<int32_t> AbilityRegistry::AnswerOrWait(Ability& ability, const Waiter& waiter, bool hasStarted,
+                                                     Aftermath& after)
 {
     const auto isOfClient = [&waiter](const Waiter& other) { return other.session == waiter.session; };
     if (isStopping_ ||
@@ -176,7 +176,7 @@ std::optional<int32_t> AbilityRegistry::TellOrWait(Ability& ability, const Waite
     }
     if (ability.object != nullptr) {
         // By the callback, not in the answer: a load is always answered on the client's delivery thread.
-        after.outbox.TellLoaded(waiter.callback, ability.file.id, ability.object);
+        after.outbox.NotifyLoaded(waiter.callback, ability.file.id, ability.object);
         return ABILITY_OK;
     }
     if (!ability.file.fault.empty() || ability.file.program.empty()) {
@@ -186,11 +186,11 @@ std::optional<int32_t> AbilityRegistry::TellOrWait(Ability& ability, const Waite
     ability.backoff.Requested(Clock::now());
     if (ability.phase == Phase::IDLE) {
         after.isFirstStart = !ability.backoff.IsFailing();
-        Want(ability, after);
+        BeginStart(ability, after);
         return std::nullopt;
     }
     if (ability.backoff.IsFailing() && hasStarted) {
-        after.outbox.TellFailed(waiter.callback, ability.file.id);
+        after.outbox.NotifyFailed(waiter.callback, ability.file.id);
         return ABILITY_OK;
     }
     if (ability.backoff.IsFailing()) {
@@ -258,7 +258,7 @@ int32_t AbilityRegistry::Register(Ability& ability, const sptr<IRemoteObject>& o
     ability.backoff.Registered();
     ability.failure.clear();
     for (const Waiter& waiter : ability.waiters) {
-        after.outbox.TellLoaded(waiter.callback, ability.file.id, object);
+        after.outbox.NotifyLoaded(waiter.callback, ability.file.id, object);
     }
     ability.waiters.clear();
     ability.phase = Phase::IDLE;
@@ -278,7 +278,7 @@ void AbilityRegistry::Unregister(Ability& ability, Aftermath& after)
     ++ability.number;
     // Each client is notified once for each answer that it has remembered.
     for (const sptr<IRemoteObject>& observer : observers_.TakeObserversOf(ability.file.id)) {
-        after.outbox.TellChanged(observer, ability.file.id, ability.number);
+        after.outbox.NotifyChanged(observer, ability.file.id, ability.number);
     }
 }
 

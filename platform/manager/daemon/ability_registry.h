@@ -105,7 +105,7 @@ private:
     Ability* FindLiving(int32_t systemAbilityId, Aftermath& after) TAVO_REQUIRES(mutex_);
     // On every path behind one that filled `after`: there is no other notice of a service that FindLiving removes.
     void Finish(Aftermath& after) TAVO_EXCLUDES(mutex_);
-    std::optional<int32_t> TellOrWait(Ability& ability, const Waiter& waiter, bool hasStarted, Aftermath& after)
+    std::optional<int32_t> AnswerOrWait(Ability& ability, const Waiter& waiter, bool hasStarted, Aftermath& after)
         TAVO_REQUIRES(mutex_);
 
     // Registrations (ability_registry.cpp).
@@ -115,7 +115,7 @@ private:
     bool MayServe(const Ability& ability, pid_t pid) TAVO_REQUIRES(mutex_);
 
     // Starts (ability_starts.cpp).
-    void Want(Ability& ability, Aftermath& after) TAVO_REQUIRES(mutex_);
+    void BeginStart(Ability& ability, Aftermath& after) TAVO_REQUIRES(mutex_);
     bool AwaitOwner(Ability& ability, pid_t holder) TAVO_REQUIRES(mutex_);
     std::string OwnerOf(const Ability& ability) TAVO_REQUIRES(mutex_);
     void OwnerRefused(Ability& ability, pid_t pid) TAVO_REQUIRES(mutex_);

@@ -38,7 +38,7 @@ TEST_F(ManagerLoad, ServiceIsStartedOnceForAllCallers)
         clients.push_back(StartClient());
         clients.back().Pipe().Send("load 4711");
     }
-    TellServices();
+    NotifyServices();
     std::vector<std::string> answers;
     for (std::future<std::string>& asker : askers) {
         answers.push_back(asker.get());
@@ -151,7 +151,7 @@ TEST_F(ManagerLoad, LoadDoesNotWaitForAStartThatHasFailed)
         manager.Continue();
         EXPECT_EQ(first.get(), "failed");
         EXPECT_EQ(client.Pipe().Receive(), Status(TAVO::ABILITY_CANNOT_START));
-        TellServices();  // of the manager's own retry
+        NotifyServices();  // of the manager's own retry
         EXPECT_TRUE(WaitFor([this, id] { return Check(id) == "object " + std::to_string(Started().back()); }));
     }
 }
@@ -166,7 +166,7 @@ TEST_F(ManagerLoad, WaitingLoadsOfOneClientAreLimited)
         loads.push_back(BeginLoad(ID));
     }
     EXPECT_EQ(Load(ID), Status(TAVO::ABILITY_REFUSED));
-    TellServices();
+    NotifyServices();
     for (std::future<std::string>& load : loads) {
         EXPECT_EQ(load.get(), "loaded " + std::to_string(Started().at(0)));
     }
