@@ -27,7 +27,7 @@ using std::chrono::seconds;
 
 // How long a process may take from its start to its registration.
 constexpr seconds START_TIME{20};
-// In which a process that was refused has surely given its lock back.
+// How long a process that was refused may take to release its lock.
 constexpr seconds LOCK_RETURN_TIME{1};
 // Services are asked to end, then made to; together below a second.
 constexpr milliseconds GRACE_TIME{700};
@@ -132,7 +132,7 @@ std::string AbilityRegistry::OwnerOf(const Ability& ability)
                                        : "a process of another system";
 }
 
-// A process may not register. If it is the one that is awaited, it will not do so later either, but give its lock back.
+// A process may not register. If it is the one that is awaited, it will not do so later either, and releases its lock.
 void AbilityRegistry::OwnerRefused(Ability& ability, pid_t pid)
 {
     const auto awaited = processes_.find(ability.serial);
