@@ -104,6 +104,7 @@ private:
     std::shared_ptr<PeerLane> self_;  // while it waits in an epoll or is being served
 
     Spin spin_{Spin::WORKER_POLLS};
+    Clock::time_point handledAt_;  // when the last request was handled
     FrameReader reader_;
     std::vector<uint8_t> stash_;  // received behind the frame that is being handled
     size_t stashUsed_ = 0;
