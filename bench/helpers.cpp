@@ -2,6 +2,8 @@
 #include "helpers.h"
 
 #include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -50,6 +52,8 @@ Helpers::Helpers(int count, const Work& work)
         }
         const pid_t process = ::fork();
         if (process == 0) {
+            // Also in the middle of its work, which may take seconds.
+            ::prctl(PR_SET_PDEATHSIG, SIGTERM);
             ::close(pair[0]);
             for (const Helper& other : helpers_) {  // else these would not see their ends close
                 ::close(other.socket);

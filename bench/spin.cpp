@@ -3,6 +3,7 @@
 // processors busy, each beside the same with TAVO_SPIN=off. And the caller's time for a call at the rate of frames.
 #include <dirent.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -136,6 +137,7 @@ public:
         for (int i = 0; i < PROCESSORS; ++i) {
             const pid_t process = ::fork();
             if (process == 0) {
+                ::prctl(PR_SET_PDEATHSIG, SIGKILL);
                 Bench::Pin(i);
                 for (;;) {
                     asm volatile("");

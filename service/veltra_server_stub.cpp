@@ -44,6 +44,10 @@ const VeltraServerStub::Request* VeltraServerStub::Find(uint32_t code)
         {ServerCode::GET_SYSTEM_FUNCTION_STATUS, &Stub::HandleGetSystemFunctionStatus, false},
         {ServerCode::QUERY_GAME_STATE, &Stub::HandleQueryGameState, true},
     };
+    // A code from a caller is counted only after it was found in this table, so this is the one check of its range.
+    static_assert(std::all_of(std::begin(REQUESTS), std::end(REQUESTS), [](const Request& request) {
+        return static_cast<size_t>(request.code) < CallCounts::CODES;
+    }));
     const Request* found = std::find_if(std::begin(REQUESTS), std::end(REQUESTS), [code](const Request& request) {
         return static_cast<uint32_t>(request.code) == code;
     });

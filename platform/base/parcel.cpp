@@ -34,6 +34,19 @@ constexpr size_t TextBytes(size_t units)
     return WholeSlots((units + 1) * sizeof(Unit));
 }
 
+// The length in front of a text or buffer: the first slot of the `readable` bytes at `place`. False if there is no whole
+// slot, or if it has a negative number, which as a size_t would be a huge length.
+bool ReadLength(const uint8_t* place, size_t readable, size_t& length)
+{
+    int32_t signedLength = 0;
+    if (readable < Parcel::SLOT) {
+        return false;
+    }
+    std::memcpy(&signedLength, place, Parcel::SLOT);
+    length = static_cast<size_t>(signedLength);
+    return signedLength >= 0;
+}
+
 }  // namespace
 
 Parcelable::~Parcelable() = default;
@@ -86,18 +99,12 @@ template <typename Unit, typename Text>
 bool Parcel::ReadText(Text& text)
 {
     const size_t readable = GetReadableBytes();
-    int32_t length = 0;
-    if (readable < SLOT) {
+    size_t units = 0;
+    if (!ReadLength(data_ + cursor_, readable, units)) {
         return false;
     }
-    std::memcpy(&length, data_ + cursor_, SLOT);
-    // As a size_t it would be a huge length.
-    if (length < 0) {
-        return false;
-    }
-    const auto units = static_cast<size_t>(length);
     const size_t textBytes = TextBytes<Unit>(units);
-    // TextBytes cannot overflow: length has at most 31 bits.
+    // TextBytes cannot overflow: `units` has at most 31 bits.
     if (textBytes > readable - SLOT) {
         return false;
     }
@@ -177,15 +184,10 @@ bool Parcel::WriteBuffer(const void* bytes, size_t sizeBytes)
 bool Parcel::ReadBuffer(std::vector<uint8_t>& value)
 {
     const size_t readable = GetReadableBytes();
-    int32_t length = 0;
-    if (readable < SLOT) {
+    size_t sizeBytes = 0;
+    if (!ReadLength(data_ + cursor_, readable, sizeBytes)) {
         return false;
     }
-    std::memcpy(&length, data_ + cursor_, SLOT);
-    if (length < 0) {
-        return false;
-    }
-    const auto sizeBytes = static_cast<size_t>(length);
     const size_t slotBytes = WholeSlots(sizeBytes);
     if (slotBytes > readable - SLOT) {
         return false;

@@ -24,7 +24,7 @@ constexpr uint32_t LOG_DOMAIN = 0xD00470C;
 IRemoteBroker::~IRemoteBroker() = default;
 
 // Made by the first static initialiser that needs it, of whichever library, and never destroyed: static destructors
-// of libraries that are closed or end later still take their entries back.
+// of libraries that are closed or end later still remove their entries.
 BrokerRegistration& BrokerRegistration::Get()
 {
     static auto* const registry = new BrokerRegistration();

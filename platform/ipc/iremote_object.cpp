@@ -28,16 +28,14 @@ bool IRemoteObject::Marshalling(Parcel& parcel) const
 void IRemoteObject::OnLastStrongRef() const noexcept
 {
     const Transport::ThreadRole role = Transport::CurrentRole();
-    if (InForkedChild()) {  // No worker came along, and the parent's are not to be woken.
+    const bool mayRunHere = role != Transport::ThreadRole::CONTROL && role != Transport::ThreadRole::DELIVERY;
+    // A forked child has no workers, and must not wake up those of its parent.
+    if (mayRunHere || InForkedChild()) {
         delete this;
         return;
     }
-    if (role != Transport::ThreadRole::CONTROL && role != Transport::ThreadRole::DELIVERY) {
-        delete this;
-        return;
-    }
-    // The control thread must never wait, and a destructor may wait for anything.
-    // These two threads must not run a destructor of the user's; without memory for the hand-over the object leaks.
+    // A destructor of the user may wait for anything, and these two threads must not. If there is no memory to pass it
+    // to a worker, the object leaks.
     Transport::RunOnWorker([this] { delete this; });
 }
 

@@ -68,8 +68,8 @@ bool StartThread(ThreadRole role, const char* name, std::function<void()> body) 
             AdoptSchedulingOfProcess();
             run();
         }).detach();
-        // std::system_error for EAGAIN (RLIMIT_NPROC, memory), or bad_alloc.
     } catch (const std::exception&) {
+        // std::system_error for EAGAIN (RLIMIT_NPROC, memory), or bad_alloc.
         started = false;
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);

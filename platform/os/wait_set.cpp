@@ -15,8 +15,8 @@ bool WaitSet::Open() noexcept
         return true;
     }
     UniqueFd epoll(AboveStandardFds(::epoll_create1(EPOLL_CLOEXEC)));
+    // As a semaphore each read takes one unit, so each signal wakes up one worker; otherwise one read takes all.
     UniqueFd ready(
-        // As a semaphore each read takes one unit, so each signal wakes up one worker; otherwise one read takes all.
         AboveStandardFds(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC | (jobs_ == Jobs::ONE ? EFD_SEMAPHORE : 0))));
     epoll_event event{};
     event.events = EPOLLIN;

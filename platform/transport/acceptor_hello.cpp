@@ -16,8 +16,7 @@
 namespace TAVO::Transport {
 namespace {
 
-// Whether two pids that the kernel named are of one process. 0 is a process of another pid namespace, which cannot be
-// told.
+// Whether two pids that the kernel named may be of one process. 0 is any process of another pid namespace.
 bool IsSameProcess(int pid, int other)
 {
     return pid == other || pid == 0 || other == 0;

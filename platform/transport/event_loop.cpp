@@ -194,9 +194,9 @@ void EventLoop::Turn(int milliseconds)
             auto* const pollable = static_cast<Pollable*>(events[i].data.ptr);
             if (pollable == nullptr) {
                 Contain([this] { RunJobs(); });
-                // A pointer that is not in the set may belong to an object that is destroyed at the end of the round;
-                // it is not used.
-            } else if (IsPolled(pollable)) {  // not removed by an earlier event
+            } else if (IsPolled(pollable)) {
+                // Not removed by an earlier event of this round; a removed one is only compared, since it may be
+                // destroyed at the end of the round.
                 Contain([&] { pollable->OnReady(events[i].events); });
             }
         }

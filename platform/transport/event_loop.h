@@ -52,8 +52,8 @@ public:
     int Epoll() const noexcept { return wait_.Epoll(); }
 
     // ---- The loop's thread
-    // Waits for events on `fd` until RemovePoll, which is called before the pollable is destroyed. False when the kernel
-    // has no memory for that.
+    // Waits for events on `fd` until RemovePoll, which is called before the pollable is destroyed. False when the
+    // kernel has no memory for that.
     bool AddPoll(int fd, uint32_t events, Pollable* pollable);
     bool ModifyPoll(int fd, uint32_t events, Pollable* pollable) noexcept;
     void RemovePoll(int fd, Pollable* pollable) noexcept;

@@ -7,7 +7,6 @@
 
 #include <sys/epoll.h>
 
-#include <cstring>
 #include <new>
 #include <utility>
 
@@ -15,7 +14,6 @@
 #include "base/warn_limited.h"
 #include "os/threads.h"
 #include "transport/dispatch.h"
-#include "transport/lane_scratch.h"
 #include "transport/object_gate.h"
 
 namespace TAVO::Transport {
@@ -41,7 +39,8 @@ InLane::InLane(ConnectionFd fd, ConnectionKind kind, uint64_t number, std::share
       fd_(std::move(fd)),
       session_(std::move(session)),
       services_(services),
-      reader_(kind != ConnectionKind::CALL_LANE, MessageKind::REQUEST, &session_->Budget())
+      input_(kind != ConnectionKind::CALL_LANE, &session_->Budget()),
+      replies_(fd_, session_->References(), number)
 {
     // Worker threads wait at most this long in a blocking recv() or send() on the lane (SO_RCVTIMEO, SO_SNDTIMEO).
     SetTimeouts(fd_.Get(), STAY, STAY);
@@ -97,8 +96,8 @@ void InLane::Serve(uint32_t events)
     if (IsInRing()) {
         TakeBells(false);
     }
-    // With an unsent reply the lane waited for EPOLLOUT. The caller sends no request before it has that reply.
-    Proceed([this] { return unsentBytes_ != 0 ? FlushReply() : Next::GO_ON; });
+    // With the rest of a reply the lane waited for EPOLLOUT. The caller sends no request before it has that reply.
+    Proceed([this] { return replies_.HasRest() ? SendRestOfReply() : Next::GO_ON; });
 }
 
 template <typename Step>
@@ -138,19 +137,21 @@ InLane::Next InLane::Loop()
                 if (frame.io == IoStatus::CLOSED) {
                     return Next::CLOSE;
                 }
-                AwaitMore(reader_.IsUnderWay());
+                AwaitMore(input_.Reader().IsUnderWay());
                 return Next::GONE;
         }
         if (const Next next = Handle(); next != Next::GO_ON) {
             return next;
         }
-        if (stash_.empty()) {
+        if (!input_.HasStash()) {
             // The next request of a busy caller arrives within microseconds; waiting for it here saves an epoll round
             // and a wake-up of another worker. Not on the delivery thread, and not as the last free worker: then a lane
             // with a request could wait for this one.
-            wait = CurrentRole() == ThreadRole::WORKER && ++served < STAY_REQUESTS && services_.workers.EnsureSpare();
+            const Clock::time_point before = std::exchange(handledAt_, Clock::now());
+            wait = handledAt_ - before < Spin::BUSY && CurrentRole() == ThreadRole::WORKER &&
+                   ++served < STAY_REQUESTS && services_.workers.EnsureSpare();
             if (!wait) {
-                AwaitMore(reader_.IsUnderWay());
+                AwaitMore(input_.Reader().IsUnderWay());
                 return Next::GONE;
             }
         }
@@ -159,66 +160,26 @@ InLane::Next InLane::Loop()
 
 InLane::Frame InLane::NextFrame(bool wait)
 {
-    // Bytes received earlier come first: they precede what is in the socket.
-    Frame frame{stash_.empty() ? FrameReader::State::MORE : TakeStash()};
+    Frame frame{input_.TakeStash()};
     while (frame.state == FrameReader::State::MORE && frame.io == IoStatus::OK) {
-        frame = reader_.HasHeader() ? ReceiveBody(wait) : ReceiveHeader(wait);
+        const FrameReader::Room room = input_.Room();
+        if (room.place == nullptr) {
+            return {room.state};
+        }
+        const IoResult got = Receive(room.place, room.size, wait);
+        frame = {input_.Received(room, got.bytes), got.status};
     }
     return frame;
-}
-
-FrameReader::State InLane::TakeStash()
-{
-    const uint8_t* from = stash_.data() + stashUsed_;
-    const uint8_t* const end = stash_.data() + stash_.size();
-    const FrameReader::State state = reader_.Consume(from, end);
-    stashUsed_ = static_cast<size_t>(from - stash_.data());
-    if (from == end) {
-        // clear() would keep the memory. A lane without a request in progress keeps no buffer: 1,000 idle clients would
-        // cost one each.
-        std::vector<uint8_t>().swap(stash_);
-        stashUsed_ = 0;
-    }
-    return state;
-}
-
-InLane::Frame InLane::ReceiveBody(bool wait)
-{
-    const FrameReader::Room room = reader_.RoomForBody();
-    if (room.place == nullptr) {
-        return {room.state};
-    }
-    const IoResult got = Receive(room.place, room.size, wait);
-    return {reader_.Received(got.bytes), got.status};
-}
-
-InLane::Frame InLane::ReceiveHeader(bool wait)
-{
-    uint8_t* const scratch = LaneScratch();
-    // A scratch buffer of the thread takes what has arrived, which is often a header and its whole body, in one system
-    // call.
-    const IoResult got = Receive(scratch, LANE_SCRATCH_BYTES, wait);
-    if (got.status != IoStatus::OK) {
-        return {FrameReader::State::MORE, got.status};
-    }
-    const uint8_t* from = scratch;
-    const FrameReader::State state = reader_.Consume(from, scratch + got.bytes);
-    if (from != scratch + got.bytes) {
-        // The next thread to serve the lane has another scratch buffer, so the bytes behind the frame move into the
-        // lane.
-        stash_.assign(from, static_cast<const uint8_t*>(scratch + got.bytes));
-        stashUsed_ = 0;
-    }
-    return {state};
 }
 
 InLane::Next InLane::Handle()
 {
     // The request is complete: from here on the time is the handler's, not the peer's.
-    peerDeadline_.store(0, std::memory_order_relaxed);
-    Request request(reader_.Header(), reader_.TakeCharge());
-    ParcelAccess::Swap(request.data, reader_.Body());
-    reader_.Next();
+    deadline_.Clear();
+    FrameReader& reader = input_.Reader();
+    Request request(reader.Header(), reader.TakeCharge());
+    ParcelAccess::Swap(request.data, reader.Body());
+    reader.Next();
     const FrameHeader& header = request.header;
     // Numbers without a gap are what TAKEN, AFTER and LANE_CLOSED rely on: each names a message by lane and number.
     if (header.kind == FrameKind::REPLY || header.number != LastTaken() + 1) {
@@ -234,10 +195,10 @@ InLane::Next InLane::Handle()
     MessageParcel nothing;
     if (!session_->References().Take({false, Number()}, header, request.data)) {
         WarnLimited("a peer sent an invalid reference table", "its request was refused");
-        return IsCallLane() ? Reply(header.number, IPC_BAD_MESSAGE, nothing) : Next::GO_ON;
+        return Reply(header.number, IPC_BAD_MESSAGE, nothing);
     }
     if (request.target == nullptr) {
-        return IsCallLane() ? Reply(header.number, IPC_DEAD_OBJECT, nothing) : Next::GO_ON;
+        return Reply(header.number, IPC_DEAD_OBJECT, nothing);
     }
     if (Kind() == ConnectionKind::NOTICE_LANE) {
         return request.target->RunsOnDeliveryThread() ? Run(request) : Next::GO_ON;
@@ -301,77 +262,38 @@ InLane::Next InLane::Run(Request& request)
         Kind() == ConnectionKind::NOTICE_LANE
             ? Dispatch(*request.target, peer, code, request.data, reply, option)
             : DispatchInGate(*request.target, services_.workers, peer, code, request.data, reply, option);
-    return IsCallLane() ? Reply(request.header.number, status, reply) : Next::GO_ON;
+    return Reply(request.header.number, status, reply);
 }
 
+// One-way requests and notices have no reply.
 InLane::Next InLane::Reply(uint64_t number, int status, MessageParcel& reply)
 {
-    FrameHeader header;
-    header.kind = FrameKind::REPLY;
-    header.number = number;
-    header.dataBytes = static_cast<uint32_t>(reply.GetDataSize());
-    if (!ParcelAccess::References(reply).empty()) {
-        // May wait for an object of the caller that is still being acquired, so with a deadline.
-        const int passed =
-            session_->References().Pass({false, Number()}, number, reply, header, Clock::now() + PEER_TIMEOUT);
-        if (passed == IPC_BAD_MESSAGE) {
-            MessageParcel nothing;
-            return Reply(number, IPC_BAD_MESSAGE, nothing);
-        }
-        if (passed != IPC_OK) {
-            return Next::CLOSE;
-        }
-    }
-    header.codeOrStatus = static_cast<uint32_t>(status);
-    if (!header.IsPossible(false)) {
-        return Next::CLOSE;  // More than a message may carry: the caller sees a broken call.
-    }
-    // Parcels keep room in front of their data, so header and body are one buffer and one system call.
-    uint8_t* const frame = ParcelAccess::Headroom(reply, sizeof(header));
-    if (frame == nullptr) {
-        return Next::CLOSE;
-    }
-    std::memcpy(frame, &header, sizeof(header));
-    const size_t size = sizeof(header) + header.BodyBytes();
-    const IoResult sent = SendNow(fd_.Get(), frame, size);
-    if (sent.status != IoStatus::WOULD_BLOCK) {
-        return sent.status == IoStatus::OK ? Next::GO_ON : Next::CLOSE;
-    }
-    // The caller reads slowly. No worker waits for it: the epoll reports when the socket has room, and PEER_TIMEOUT
-    // limits how often.
-    ParcelAccess::Swap(unsent_, reply);
-    unsentBytes_ = size;
-    unsentDone_ = sent.bytes;
-    Await(EPOLLOUT, true);
-    return Next::GONE;
+    return IsCallLane() ? AfterReply(replies_.Send(number, status, reply)) : Next::GO_ON;
 }
 
-InLane::Next InLane::FlushReply()
+InLane::Next InLane::AfterReply(IoStatus sent)
 {
-    const uint8_t* const frame = unsent_.GetData() - sizeof(FrameHeader);
-    const IoResult sent = SendNow(fd_.Get(), frame + unsentDone_, unsentBytes_ - unsentDone_);
-    unsentDone_ += sent.bytes;
-    if (sent.status == IoStatus::WOULD_BLOCK) {
+    if (sent == IoStatus::WOULD_BLOCK) {
+        // The caller reads slowly. The epoll reports when the socket has room; the deadline limits how long.
         Await(EPOLLOUT, true);
         return Next::GONE;
     }
-    ParcelAccess::Clear(unsent_);
-    unsentBytes_ = 0;
-    peerDeadline_.store(0, std::memory_order_relaxed);
-    return sent.status == IoStatus::OK ? Next::GO_ON : Next::CLOSE;
+    return sent == IoStatus::OK ? Next::GO_ON : Next::CLOSE;
+}
+
+InLane::Next InLane::SendRestOfReply()
+{
+    const IoStatus sent = replies_.SendRest();
+    if (sent != IoStatus::WOULD_BLOCK) {
+        deadline_.Clear();
+    }
+    return AfterReply(sent);
 }
 
 void InLane::Await(uint32_t events, bool hasDeadline)
 {
-    // The first wait sets the deadline, later ones for the same message keep it: a peer that sends one byte a second
-    // does not extend it.
-    if (hasDeadline && peerDeadline_.load(std::memory_order_relaxed) == 0) {
-        // In one order with the look at isWatched_, as CheckDeadline looks at the two the other way round.
-        peerDeadline_.store((Clock::now() + PEER_TIMEOUT).time_since_epoch().count());
-        // One entry in the timers at a time, however often the lane waits.
-        if (!isWatched_.exchange(true)) {
-            services_.timers.WatchDeadline(shared_from_this());
-        }
+    if (hasDeadline && deadline_.Set()) {
+        services_.timers.WatchDeadline(shared_from_this());
     }
     MutexLock lock(handOver_);
     Arm(EPOLL_CTL_MOD, events);
@@ -395,19 +317,12 @@ void InLane::AwaitMore(bool hasDeadline)
 
 bool InLane::CheckDeadline(Clock::time_point now)
 {
-    const int64_t ends = peerDeadline_.load(std::memory_order_relaxed);
-    if (ends != 0 && now.time_since_epoch().count() < ends) {
-        return true;
-    }
-    if (ends != 0) {
+    const PeerDeadline::Outcome outcome = deadline_.Check(now);
+    if (outcome == PeerDeadline::Outcome::EXPIRED) {
         // Wakes up the worker or the epoll; the lane is closed there, by the thread to which it belongs.
         ShutDown();
     }
-    // Sequentially consistent, as are the load and the exchange below: with Await on another thread, which stores the
-    // deadline before it reads isWatched_, at least one of the two sees the other.
-    isWatched_.store(false);
-    // It may have begun to wait in between, seen that it is watched, and relied on that.
-    return ends == 0 && peerDeadline_.load() != 0 && !isWatched_.exchange(true);
+    return outcome == PeerDeadline::Outcome::WATCH;
 }
 
 void InLane::Rearm()
@@ -428,7 +343,7 @@ void InLane::Close()
     }
     // Destroys the lane at the end of this function, unless the table or a timer still holds it.
     const std::shared_ptr<PeerLane> last = std::move(self_);
-    peerDeadline_.store(0, std::memory_order_relaxed);
+    deadline_.Clear();
     {
         MutexLock lock(ringMutex_);
         if (ring_ != nullptr) {

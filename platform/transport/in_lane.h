@@ -6,18 +6,19 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <vector>
 
 #include "os/fd.h"
 #include "tavo/ipc_object_stub.h"
 #include "tavo/mutex.h"
 #include "transport/exported_objects.h"
+#include "transport/lane_input.h"
 #include "transport/lane_timers.h"
+#include "transport/peer_deadline.h"
 #include "transport/peer_lane.h"
+#include "transport/reply_sender.h"
 #include "transport/session.h"
 #include "transport/spin.h"
 #include "transport/worker_pool.h"
-#include "wire/frame_reader.h"
 #include "wire/ring.h"
 
 namespace TAVO::Transport {
@@ -33,9 +34,6 @@ struct LaneServices {
 // Belongs to one thread at a time: its one-shot registration in an epoll hands it from one to the next.
 class InLane final : public PeerLane {
 public:
-    // An incomplete request, or a reply that is not read, ends the lane after this.
-    static constexpr std::chrono::seconds PEER_TIMEOUT{8};
-
     InLane(ConnectionFd fd, ConnectionKind kind, uint64_t number, std::shared_ptr<Session> session,
            const LaneServices& services);
     ~InLane() override;
@@ -66,9 +64,6 @@ private:
         IoStatus io = IoStatus::OK;
     };
     Frame NextFrame(bool wait);
-    FrameReader::State TakeStash();
-    Frame ReceiveHeader(bool wait);
-    Frame ReceiveBody(bool wait);
     IoResult Receive(void* place, size_t size, bool wait);
     // Reads the bells of the ring's writer, waiting a moment for one, and notices the end of the connection.
     void TakeBells(bool wait);
@@ -84,7 +79,8 @@ private:
     Next RunWaited(Request& request);
     Next Run(Request& request);
     Next Reply(uint64_t number, int status, MessageParcel& reply);
-    Next FlushReply();
+    Next AfterReply(IoStatus sent);
+    Next SendRestOfReply();
     void Await(uint32_t events, bool hasDeadline);
     // Waits for more to read. From then on another thread may have the lane.
     void AwaitMore(bool hasDeadline);
@@ -104,20 +100,16 @@ private:
     std::shared_ptr<PeerLane> self_;  // while it waits in an epoll or is being served
 
     Spin spin_{Spin::WORKER_POLLS};
-    FrameReader reader_;
-    std::vector<uint8_t> stash_;  // received behind the frame that is being handled
-    size_t stashUsed_ = 0;
+    LaneInput input_;
+    Clock::time_point handledAt_;  // when the last request was handled
     Mutex ringMutex_;
     std::unique_ptr<RingReader> ring_ TAVO_GUARDED_BY(ringMutex_);  // offered
     bool isInRing_ TAVO_GUARDED_BY(ringMutex_) = false;  // requests come through it, only bells through the socket
     bool hasEnded_ = false;               // of the socket, while there may still be something in the ring
     std::atomic<int64_t> ringUsedAt_{0};  // when it was offered, or the lane last went to sleep, in steady clock ticks
     Clock::time_point lastMark_;  // when the last message was accepted whose number is a multiple of RING_MESSAGES
-    MessageParcel unsent_;        // a reply that the socket accepted in part
-    size_t unsentBytes_ = 0;      // of its frame, header included; 0: none
-    size_t unsentDone_ = 0;
-    std::atomic<int64_t> peerDeadline_{0};  // steady clock ticks; 0: not waiting for the peer to finish something
-    std::atomic<bool> isWatched_{false};
+    ReplySender replies_;         // of a call lane
+    PeerDeadline deadline_;       // for the request that is incomplete, or the reply that is not read
 };
 
 }  // namespace TAVO::Transport

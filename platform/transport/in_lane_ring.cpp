@@ -93,8 +93,7 @@ bool InLane::GoIntoRing()
     ring_->CloseFd();
     ring_->WakeUp();
     // Bytes behind the last frame of the socket can only be bells: the sender writes frames into the ring from here on.
-    std::vector<uint8_t>().swap(stash_);  // bells
-    stashUsed_ = 0;
+    input_.DropStash();
     return true;
 }
 

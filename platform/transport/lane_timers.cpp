@@ -2,8 +2,8 @@
 // Any thread passes its request to the loop as a job; the lists belong to the loop's thread and need no lock. The loop
 // asks how long it may sleep and gets the shortest period that a list requires, so that an idle process is never woken
 // up. Lanes that are watched and sessions that are flushed are held weakly: one that ended by itself drops out at the
-// next tick. A request that found no memory is lost; FlushLater says so to its caller, and idle lanes announce
-// themselves again.
+// next tick. A request that found no memory is lost; FlushLater reports that to its caller, and idle lanes
+// are announced again.
 #include "transport/lane_timers.h"
 
 #include <chrono>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The table behind a message's data that says which objects its references name.
+// The table behind a message's data: which objects its references name.
 #ifndef TAVO_WIRE_REFERENCE_TABLE_H
 #define TAVO_WIRE_REFERENCE_TABLE_H
 

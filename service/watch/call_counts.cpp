@@ -28,11 +28,7 @@ double Microseconds(double nanoseconds)
 
 void CallCounts::Add(ServerCode code, bool isRefused, std::chrono::nanoseconds duration)
 {
-    const auto index = static_cast<size_t>(code);
-    if (index >= CODES) {
-        return;
-    }
-    Operation& counts = operations_[index];
+    Operation& counts = operations_[static_cast<size_t>(code)];
     const int64_t nanoseconds = std::max<int64_t>(duration.count(), 0);
     counts.buckets[BucketOf(static_cast<uint64_t>(nanoseconds))].fetch_add(1, std::memory_order_relaxed);
     counts.total.fetch_add(nanoseconds, std::memory_order_relaxed);

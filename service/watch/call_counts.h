@@ -18,12 +18,14 @@ namespace TAVO::Veltra {
 // Any thread, without a lock: each call costs two relaxed additions.
 class CallCounts {
 public:
+    // Above every code that is counted: VeltraServerStub checks its table of requests against this when it is compiled.
+    static constexpr size_t CODES = 32;
+
     void Add(ServerCode code, bool isRefused, std::chrono::nanoseconds duration);
     // By operation, for those that were called: count, refused, totalus, p50us, p99us, maxus, buckets.
     Json::Value Describe() const;
 
 private:
-    static constexpr size_t CODES = 32;
     // Durations by powers of two, each in four steps: a quantile is exact to a quarter. The first bucket has all below
     // 2^FIRST_POWER ns, the last one all from 2^LAST_POWER ns on.
     static constexpr size_t STEPS = 4;

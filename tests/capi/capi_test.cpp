@@ -32,7 +32,7 @@ TEST_F(CInterface, TheFirstProgramRuns)
 {
     StartStory();
     Child program = Child::Start({"veltra_minimal_c"});
-    const std::optional<std::string> line = program.Pipe().Hear();
+    const std::optional<std::string> line = program.Pipe().Receive();
     EXPECT_EQ(line.value_or("").rfind("temperature level ", 0), 0u) << line.value_or("nothing");
     EXPECT_EQ(program.WaitForExit(), "exit 0");
 }

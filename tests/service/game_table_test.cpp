@@ -18,7 +18,7 @@ using TestSupport::Child;
 Child Player()
 {
     return Child::Fork([](TestSupport::LinePipe& parent) {
-        parent.Hear(std::chrono::hours(1));
+        parent.Receive(std::chrono::hours(1));
         return 0;
     });
 }

@@ -102,7 +102,7 @@ TEST(ServiceConfig, TheUsersFileAppliesToThisMachineOnly)
     setenv("XDG_CONFIG_HOME", home.Path().c_str(), 1);
     EXPECT_EQ(Child::Start({"veltra_server", "--explain"}).WaitForExit(), "exit 2");
     Child other = Child::Start({"veltra_server", "--explain", "--root", VELTRA_TEST_ROOTS "/virtual"});
-    while (other.Pipe().Hear()) {}
+    while (other.Pipe().Receive()) {}
     EXPECT_EQ(other.WaitForExit(), "exit 0");
 }
 
@@ -130,7 +130,7 @@ TEST(Explain, SaysWhyTheLevelIsWhatItIs)
         Child child =
             Child::Start({"veltra_server", "--explain", "--root", std::string(VELTRA_TEST_ROOTS "/") + row.machine});
         std::string text;
-        while (const std::optional<std::string> line = child.Pipe().Hear()) {
+        while (const std::optional<std::string> line = child.Pipe().Receive()) {
             text += *line + "\n";
         }
         for (const std::string& line : row.lines) {

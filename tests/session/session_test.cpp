@@ -21,7 +21,7 @@ protected:
     template <typename Wanted>
     static bool WaitForEvent(Session& session, Wanted isWanted)
     {
-        const Clock::time_point deadline = Clock::now() + TestSupport::PATIENCE;
+        const Clock::time_point deadline = Clock::now() + TestSupport::TIMEOUT;
         bool isFound = false;
         while (!isFound && Clock::now() < deadline) {
             session.Dispatch([&](const SessionEvent& event) { isFound = isFound || isWanted(event); }, 1s);

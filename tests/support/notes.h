@@ -28,7 +28,7 @@ public:
     std::vector<std::string> WaitFor(size_t count)
     {
         TAVO::MutexLock lock(mutex_);
-        lock.WaitUntil(changed_, Clock::now() + PATIENCE,
+        lock.WaitUntil(changed_, Clock::now() + TIMEOUT,
                        [this, count]() TAVO_REQUIRES(mutex_) { return notes_.size() >= count; });
         return notes_;
     }
@@ -36,7 +36,7 @@ public:
     bool WaitForNote(const std::string& note, long before = 0)
     {
         TAVO::MutexLock lock(mutex_);
-        return lock.WaitUntil(changed_, Clock::now() + PATIENCE, [&]() TAVO_REQUIRES(mutex_) {
+        return lock.WaitUntil(changed_, Clock::now() + TIMEOUT, [&]() TAVO_REQUIRES(mutex_) {
             return std::count(notes_.begin(), notes_.end(), note) > before;
         });
     }

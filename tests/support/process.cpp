@@ -61,7 +61,7 @@ bool PollUntil(int fd, short events, Clock::time_point deadline)
     }
 }
 
-bool LinePipe::Say(const std::string& line)
+bool LinePipe::Send(const std::string& line)
 {
     const std::string text = line + '\n';
     for (size_t sent = 0; sent < text.size();) {
@@ -79,9 +79,9 @@ void LinePipe::CloseWriting()
     ::shutdown(socket_.Get(), SHUT_WR);
 }
 
-std::optional<std::string> LinePipe::Hear(Clock::duration patience)
+std::optional<std::string> LinePipe::Receive(Clock::duration timeout)
 {
-    const Clock::time_point deadline = Clock::now() + patience;
+    const Clock::time_point deadline = Clock::now() + timeout;
     for (;;) {
         if (const size_t end = pending_.find('\n'); end != std::string::npos) {
             std::string line = pending_.substr(0, end);
@@ -158,7 +158,7 @@ Child Child::Fork(const std::function<int(LinePipe& parent)>& body)
 
 std::string Child::Ask(const std::string& line)
 {
-    return pipe_.Say(line) ? pipe_.Hear().value_or("") : "";
+    return pipe_.Send(line) ? pipe_.Receive().value_or("") : "";
 }
 
 void Child::Kill()
@@ -180,11 +180,11 @@ void Child::Continue()
     ::kill(pid_, SIGCONT);
 }
 
-std::string Child::WaitForExit(Clock::duration patience)
+std::string Child::WaitForExit(Clock::duration timeout)
 {
     int status = 0;
     const auto hasEnded = [this, &status] { return pid_ <= 0 || ::waitpid(pid_, &status, WNOHANG) == pid_; };
-    if (!WaitFor(hasEnded, patience)) {
+    if (!WaitFor(hasEnded, timeout)) {
         return "running";
     }
     if (pid_ > 0) {

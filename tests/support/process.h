@@ -19,13 +19,13 @@ namespace TestSupport {
 using Clock = std::chrono::steady_clock;
 
 // How long a test waits for what must happen: only a hang takes as long, also under a sanitizer on a busy machine.
-constexpr std::chrono::seconds PATIENCE{30};
+constexpr std::chrono::seconds TIMEOUT{30};
 
 // Whether `condition` becomes true in time; for values that can only be polled, such as a count in /proc.
 template <typename Condition>
-bool WaitFor(Condition condition, Clock::duration patience = PATIENCE)
+bool WaitFor(Condition condition, Clock::duration timeout = TIMEOUT)
 {
-    const Clock::time_point deadline = Clock::now() + patience;
+    const Clock::time_point deadline = Clock::now() + timeout;
     while (!condition()) {
         if (Clock::now() >= deadline) {
             return condition();
@@ -65,9 +65,9 @@ public:
     explicit LinePipe(OwnedFd socket) : socket_(std::move(socket)) {}
 
     // False if the other end is closed. SIGPIPE is not raised.
-    bool Say(const std::string& line);
+    bool Send(const std::string& line);
     // The next line without its end; nothing at the end of the pipe or if none arrived in time.
-    std::optional<std::string> Hear(Clock::duration patience = PATIENCE);
+    std::optional<std::string> Receive(Clock::duration timeout = TIMEOUT);
     // The other end reads the end of the pipe.
     void CloseWriting();
     void Close() { socket_.Close(); }
@@ -108,7 +108,7 @@ public:
     void Stop();
     void Continue();
     // "exit 0", "signal 9", or "running" when it did not end in time.
-    std::string WaitForExit(Clock::duration patience = PATIENCE);
+    std::string WaitForExit(Clock::duration timeout = TIMEOUT);
 
 private:
     template <typename Body>

@@ -58,9 +58,9 @@ void RawPeer::Listen(bool asManager)
     }
 }
 
-RawSocket RawPeer::Accept(RawHello& hello, Clock::duration patience)
+RawSocket RawPeer::Accept(RawHello& hello, Clock::duration timeout)
 {
-    if (!listener_.AwaitReadable(patience)) {
+    if (!listener_.AwaitReadable(timeout)) {
         return RawSocket();
     }
     RawSocket socket(::accept4(listener_.Fd(), nullptr, nullptr, SOCK_CLOEXEC));
@@ -127,10 +127,10 @@ bool RawPeer::Ping()
     return pong && pong->a == lastPing_;
 }
 
-std::optional<RawRecord> RawPeer::AwaitRecord(uint32_t type, Clock::duration patience)
+std::optional<RawRecord> RawPeer::AwaitRecord(uint32_t type, Clock::duration timeout)
 {
     for (;;) {
-        const std::optional<RawRecord> record = control_.ReceiveRecord(patience);
+        const std::optional<RawRecord> record = control_.ReceiveRecord(timeout);
         if (!record || record->type == type) {
             return record;
         }

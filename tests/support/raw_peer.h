@@ -27,7 +27,7 @@ public:
     // Listens as p/<instance>, or as "manager".
     void Listen(bool asManager = false);
     // The next connection, its hello read into `hello`; not open if none arrived in time.
-    RawSocket Accept(RawHello& hello, Clock::duration patience = PATIENCE);
+    RawSocket Accept(RawHello& hello, Clock::duration timeout = TIMEOUT);
 
     // A bare connection to "manager" or "p/<instance>".
     RawSocket Connect(const std::string& name) const;
@@ -41,7 +41,7 @@ public:
     // Whether the session is alive: the control thread of the peer answers.
     bool Ping();
     // Skips other records until one of that type comes.
-    std::optional<RawRecord> AwaitRecord(uint32_t type, Clock::duration patience = PATIENCE);
+    std::optional<RawRecord> AwaitRecord(uint32_t type, Clock::duration timeout = TIMEOUT);
 
 private:
     std::string Address(const std::string& name) const;

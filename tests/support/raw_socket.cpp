@@ -11,9 +11,9 @@
 
 namespace TestSupport {
 
-bool RawSocket::Send(const Bytes& bytes, Clock::duration patience)
+bool RawSocket::Send(const Bytes& bytes, Clock::duration timeout)
 {
-    const Clock::time_point deadline = Clock::now() + patience;
+    const Clock::time_point deadline = Clock::now() + timeout;
     size_t sent = 0;
     while (sent < bytes.size()) {
         const ssize_t put = ::send(Fd(), bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -53,9 +53,9 @@ bool RawSocket::SendWithDescriptors(const Bytes& bytes, size_t count)
     return ::sendmsg(Fd(), &message, MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
 }
 
-std::optional<Bytes> RawSocket::Receive(size_t size, Clock::duration patience)
+std::optional<Bytes> RawSocket::Receive(size_t size, Clock::duration timeout)
 {
-    const Clock::time_point deadline = Clock::now() + patience;
+    const Clock::time_point deadline = Clock::now() + timeout;
     Bytes bytes;
     while (bytes.size() < size) {
         uint8_t buffer[65536];
@@ -77,15 +77,15 @@ std::optional<RawHello> RawSocket::ReceiveHello()
     return bytes ? std::optional(RawHello::Decode(*bytes)) : std::nullopt;
 }
 
-std::optional<RawRecord> RawSocket::ReceiveRecord(Clock::duration patience)
+std::optional<RawRecord> RawSocket::ReceiveRecord(Clock::duration timeout)
 {
-    const std::optional<Bytes> bytes = Receive(RawRecord::SIZE, patience);
+    const std::optional<Bytes> bytes = Receive(RawRecord::SIZE, timeout);
     return bytes ? std::optional(RawRecord::Decode(*bytes)) : std::nullopt;
 }
 
-std::optional<RawFrame> RawSocket::ReceiveFrame(Clock::duration patience)
+std::optional<RawFrame> RawSocket::ReceiveFrame(Clock::duration timeout)
 {
-    const std::optional<Bytes> header = Receive(RawFrame::HEADER_SIZE, patience);
+    const std::optional<Bytes> header = Receive(RawFrame::HEADER_SIZE, timeout);
     if (!header) {
         return std::nullopt;
     }
@@ -94,8 +94,8 @@ std::optional<RawFrame> RawSocket::ReceiveFrame(Clock::duration patience)
     frame.kind = ReadAt<uint16_t>(*header, 12);
     frame.number = ReadAt<uint64_t>(*header, 16);
     frame.serial = ReadAt<uint64_t>(*header, 24);
-    const std::optional<Bytes> data = Receive(ReadAt<uint32_t>(*header, 0), patience);
-    const std::optional<Bytes> table = Receive(ReadAt<uint32_t>(*header, 4), patience);
+    const std::optional<Bytes> data = Receive(ReadAt<uint32_t>(*header, 0), timeout);
+    const std::optional<Bytes> table = Receive(ReadAt<uint32_t>(*header, 4), timeout);
     if (!data || !table) {
         return std::nullopt;
     }
@@ -104,9 +104,9 @@ std::optional<RawFrame> RawSocket::ReceiveFrame(Clock::duration patience)
     return frame;
 }
 
-bool RawSocket::WaitForEnd(Clock::duration patience)
+bool RawSocket::WaitForEnd(Clock::duration timeout)
 {
-    const Clock::time_point deadline = Clock::now() + patience;
+    const Clock::time_point deadline = Clock::now() + timeout;
     uint8_t buffer[65536];
     while (PollUntil(Fd(), POLLIN, deadline)) {
         const ssize_t got = ::recv(Fd(), buffer, sizeof(buffer), MSG_DONTWAIT);
@@ -117,9 +117,9 @@ bool RawSocket::WaitForEnd(Clock::duration patience)
     return false;
 }
 
-bool RawSocket::AwaitReadable(Clock::duration patience) const
+bool RawSocket::AwaitReadable(Clock::duration timeout) const
 {
-    return PollUntil(Fd(), POLLIN, Clock::now() + patience);
+    return PollUntil(Fd(), POLLIN, Clock::now() + timeout);
 }
 
 }  // namespace TestSupport

@@ -23,7 +23,7 @@ TEST_F(SystemFixture, AdaptiveGameLowersItsQualityBeforeTheMachineThrottles)
     StartManager();
     Child game = Child::Start({"veltra_adaptive", "--seconds", "90", "--speed", "10"});
     std::vector<Row> rows;
-    while (const std::optional<std::string> line = game.Pipe().Hear()) {
+    while (const std::optional<std::string> line = game.Pipe().Receive()) {
         Row row;
         const size_t level = line->find("level");
         if (level != std::string::npos &&

@@ -57,7 +57,7 @@ TEST_F(CallbackLife, ReplacingACallbackWaitsUntilItReturns)
         const SharedNotes notes = std::make_shared<Notes>();
         ASSERT_EQ(client_.RegisterGameCallback(Living<EventFunction>(notes, "events", Lingering(notes)), 1), 0);
         ASSERT_EQ(client_.RegisterGameCallback(Noting<EventFunction>(notes_, "beside"), 2), 0);
-        service_.Pipe().Say("push events");
+        service_.Pipe().Send("push events");
         EXPECT_EQ(notes->WaitFor(1).back(), "in");
         std::atomic<pid_t> remover{0};
         std::thread thread([&] {
@@ -69,7 +69,7 @@ TEST_F(CallbackLife, ReplacingACallbackWaitsUntilItReturns)
         notes->Open();
         thread.join();
         EXPECT_EQ(notes->WaitFor(4), (std::vector<std::string>{"in", "out", "~events", "removed"}));
-        EXPECT_EQ(service_.Pipe().Hear(), "0 0");
+        EXPECT_EQ(service_.Pipe().Receive(), "0 0");
     }
 }
 
@@ -77,12 +77,12 @@ TEST_F(CallbackLife, ReplacingACallbackWaitsUntilItReturns)
 TEST_F(CallbackLife, RemovedCallbackRunsToItsEnd)
 {
     ASSERT_EQ(client_.StartGetGpuPerfInfo(0, Living<GpuFunction>(notes_, "gpu", Lingering(notes_))), 0);
-    service_.Pipe().Say("push gpu");
+    service_.Pipe().Send("push gpu");
     EXPECT_EQ(notes_->WaitFor(1).back(), "in");
     EXPECT_EQ(client_.StopGetGpuPerfInfo(), 0);
     notes_->Open();
     EXPECT_EQ(notes_->WaitFor(3), (std::vector<std::string>{"in", "out", "~gpu"}));
-    EXPECT_EQ(service_.Pipe().Hear(), "0 0");
+    EXPECT_EQ(service_.Pipe().Receive(), "0 0");
 }
 
 // All the pool's threads are inside callbacks, and yet a service is loaded for them.
@@ -98,7 +98,7 @@ TEST_F(CallbackLife, CallbacksMayCallWhileTheServiceIsDead)
     for (size_t i = 0; i < CALLBACKS; ++i) {
         std::vector<std::string> slot = {"slot" + std::to_string(i)};
         ASSERT_EQ(client_.GetAppPrioritys(slot, Living<PrioritysFunction>(notes_, "prioritys", call)), 0);
-        service_.Pipe().Say("push " + slot[0]);
+        service_.Pipe().Send("push " + slot[0]);
     }
     EXPECT_EQ(notes_->WaitFor(CALLBACKS).size(), CALLBACKS);
     const auto object = ServiceObject();
@@ -180,11 +180,11 @@ TEST_F(LateNotice, StaleDeathNoticeFailsNoCall)
         EXPECT_TRUE(WaitFor([&] { return client_.CallAuth("pid") == next.Pid(); }));
         EXPECT_EQ(log.Count("OnRemoteSaDead"), noticesBefore) << "the notice was to be late";
         std::thread caller([] { EXPECT_EQ(VeltraClient().CallAuth("hang"), 0); });
-        EXPECT_EQ(next.Pipe().Hear(), "hanging");
+        EXPECT_EQ(next.Pipe().Receive(), "hanging");
         held->Gate().Open();
         EXPECT_TRUE(WaitFor([&] { return log.Count("OnRemoteSaDead") > noticesBefore; }));
         EXPECT_EQ(client_.CallAuth("pid"), next.Pid());
-        next.Pipe().Say("release");
+        next.Pipe().Send("release");
         caller.join();
         next.Kill();
         EXPECT_EQ(next.WaitForExit(), "signal 9");

@@ -27,7 +27,7 @@ protected:
                 Child client = Child::Start({"system_test_client"});
                 begin(client);
                 const Clock::time_point end = Clock::now();
-                client.Pipe().Say(command);
+                client.Pipe().Send(command);
                 EXPECT_EQ(client.WaitForExit(), status);
                 EXPECT_LT(Clock::now() - end, SOON);
                 if (afterwards) {
@@ -44,13 +44,13 @@ TEST_F(ClientEnd, ExitDoesNotWaitForCallsInFlight)
     Child service = StartTestService();
     const auto call = [&service](Child& client) {
         for (const char* text : {"busy", "busy", "hang"}) {
-            client.Pipe().Say(std::string("call-for-ever ") + text);
+            client.Pipe().Send(std::string("call-for-ever ") + text);
         }
-        EXPECT_EQ(service.Pipe().Hear(), "hanging");
+        EXPECT_EQ(service.Pipe().Receive(), "hanging");
     };
     ExpectSoonEnds(40, call, [&](Child&) {
         // The handler of the dead is the service's own business, and holds a thread of it.
-        service.Pipe().Say("release");
+        service.Pipe().Send("release");
         EXPECT_EQ(client_.CallAuth("pid"), service.Pid());
     });
 }
@@ -62,12 +62,12 @@ TEST_F(ClientEnd, ExitDoesNotWaitForEvents)
     Child service = StartTestService();
     const auto subscribe = [&service](Child& client) {
         EXPECT_EQ(client.Ask("subscribe counting"), "0");
-        service.Pipe().Say("flood events");
-        client.Pipe().Say("call-for-ever busy");
-        EXPECT_EQ(client.Pipe().Hear(), "event");
+        service.Pipe().Send("flood events");
+        client.Pipe().Send("call-for-ever busy");
+        EXPECT_EQ(client.Pipe().Receive(), "event");
     };
     ExpectSoonEnds(20, subscribe,
-                   [&](Child&) { EXPECT_EQ(service.Pipe().Hear().value_or("nothing").find("flooded -1000"), 0u); });
+                   [&](Child&) { EXPECT_EQ(service.Pipe().Receive().value_or("nothing").find("flooded -1000"), 0u); });
 }
 
 TEST_F(ClientEnd, ExitDoesNotWaitForABlockedCallback)
@@ -77,13 +77,13 @@ TEST_F(ClientEnd, ExitDoesNotWaitForABlockedCallback)
     for (const char* how : {"blocking", "registering"}) {
         const auto block = [&](Child& client) {
             EXPECT_EQ(client.Ask(std::string("subscribe ") + how), "0");
-            service.Pipe().Say("push events");
-            EXPECT_EQ(client.Pipe().Hear(), "called");
+            service.Pipe().Send("push events");
+            EXPECT_EQ(client.Pipe().Receive(), "called");
             EXPECT_EQ(client.Ask("auth beside"), "0");
         };
         ExpectSoonEnds(1, block, [&](Child& client) {
-            EXPECT_EQ(client.Pipe().Hear(), std::nullopt) << "it did register";
-            EXPECT_EQ(service.Pipe().Hear().value_or("nothing").find("-1000"), 0u);
+            EXPECT_EQ(client.Pipe().Receive(), std::nullopt) << "it did register";
+            EXPECT_EQ(service.Pipe().Receive().value_or("nothing").find("-1000"), 0u);
         });
     }
 }
@@ -93,7 +93,7 @@ TEST_F(ClientEnd, ExitDoesNotWaitForPendingLoad)
     WriteAbility("system_test_service", {"when-told"});
     StartManager();
     ExpectSoonEnds(1, [this](Child& client) {
-        client.Pipe().Say("call-for-ever load");
+        client.Pipe().Send("call-for-ever load");
         EXPECT_TRUE(WaitFor([this] { return !Started().empty(); }));
     });
 }

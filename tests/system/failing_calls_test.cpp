@@ -64,7 +64,7 @@ TEST_F(FailingCalls, FailedSystemCallFailsOnlyCallsInFlight)
             EXPECT_LE(failed, THREADS);
             EXPECT_EQ(last, "0");
             EXPECT_LT(Clock::now() - start, SOON);
-            game.Pipe().Say("_exit");
+            game.Pipe().Send("_exit");
             game.WaitForExit();
             EXPECT_TRUE(HasFailed() || nth > 1) << "the row shows nothing";
         }
@@ -100,25 +100,25 @@ TEST_F(FailingCalls, ListWithoutMemoryIsLostAlone)
     Child game = Child::Start(
         {"/bin/sh", "-c", "TAVO_LOG=warn,stderr exec \"$0\" 2>&1", TestSupport::ProgramPath("system_test_client")});
     const auto says = [&game](const std::string& end) {
-        std::optional<std::string> line = game.Pipe().Hear();
+        std::optional<std::string> line = game.Pipe().Receive();
         while (line && !line->ends_with(end)) {
-            line = game.Pipe().Hear();
+            line = game.Pipe().Receive();
         }
         return line.has_value();
     };
-    game.Pipe().Say("auth first");
+    game.Pipe().Send("auth first");
     ASSERT_TRUE(says("0"));
     size_t pages = 0;
     ASSERT_TRUE(std::ifstream("/proc/" + std::to_string(game.Pid()) + "/statm") >> pages);
     rlimit limit{pages * static_cast<size_t>(::sysconf(_SC_PAGESIZE)) + ROOM_BYTES, RLIM_INFINITY};
     ASSERT_EQ(::prlimit(game.Pid(), RLIMIT_AS, &limit, nullptr), 0);
-    game.Pipe().Say("take-samples");
+    game.Pipe().Send("take-samples");
     EXPECT_TRUE(says("out of memory: a lane was closed"));
-    game.Pipe().Say("auth still there");
+    game.Pipe().Send("auth still there");
     EXPECT_TRUE(says("0"));
     limit.rlim_cur = RLIM_INFINITY;
     ASSERT_EQ(::prlimit(game.Pid(), RLIMIT_AS, &limit, nullptr), 0);
-    game.Pipe().Say("take-samples");
+    game.Pipe().Send("take-samples");
     EXPECT_TRUE(says("samples 524288"));
 }
 

@@ -59,12 +59,12 @@ TEST_F(Leak, EndedClientsLeakNoDescriptorAndNoThread)
         std::vector<Child> clients;
         for (int i = 0; i < CLIENTS; ++i) {
             clients.push_back(Child::Start({"system_test_client"}));
-            clients.back().Pipe().Say("play game." + std::to_string(i));
-            clients.back().Pipe().Say(i % 2 == 0 ? "subscribe silently" : "auth unsubscribed");
+            clients.back().Pipe().Send("play game." + std::to_string(i));
+            clients.back().Pipe().Send(i % 2 == 0 ? "subscribe silently" : "auth unsubscribed");
         }
         for (Child& client : clients) {
-            EXPECT_EQ(client.Pipe().Hear(), "0");
-            EXPECT_EQ(client.Pipe().Hear(), "0");
+            EXPECT_EQ(client.Pipe().Receive(), "0");
+            EXPECT_EQ(client.Pipe().Receive(), "0");
         }
         EXPECT_EQ(client_.SyncAppType("", 0).size(), size_t{CLIENTS} + 1);
         clients.clear();  // killed

@@ -46,7 +46,7 @@ TEST_F(LoadWait, ServiceThatEndsBeforeItRegistersIsStartedAgain)
     ASSERT_EQ(Started().size(), 1u);
     ::kill(Started()[0], SIGKILL);
     EXPECT_TRUE(ManagerTest::WaitUntilDead(Started()[0]));
-    TellServices();
+    NotifyServices();
     EXPECT_TRUE(WaitFor([this] { return ServicePid() > 0; })) << "needs no further load";
     EXPECT_EQ(client_.CallAuth("second"), 0);
     EXPECT_EQ(log_.Count("Try load systemAbility."), 1);
@@ -80,7 +80,7 @@ TEST_F(LoadWait, ServiceThatRegistersLateIsUsed)
 {
     ExpectVainWait();
     const Clock::time_point begin = Clock::now();
-    TellServices();
+    NotifyServices();
     EXPECT_TRUE(WaitFor([this] { return ServicePid() > 0; }));
     EXPECT_EQ(client_.CallAuth("second"), 0);
     EXPECT_LT(Clock::now() - begin, SOON);
@@ -97,10 +97,10 @@ TEST_F(LoadWait, DeathOfTheManagerEndsTheWaitByItsDeadline)
     StartManagerOfAHeldService();
     Child caller = Child::Start({"system_test_client"});
     const Clock::time_point begin = Clock::now();
-    caller.Pipe().Say("auth a");
+    caller.Pipe().Send("auth a");
     EXPECT_TRUE(WaitFor([this] { return Started().size() == 1; }));
     KillManager();
-    EXPECT_EQ(caller.Pipe().Hear(), std::to_string(RESULT_NO_SERVICE));
+    EXPECT_EQ(caller.Pipe().Receive(), std::to_string(RESULT_NO_SERVICE));
     EXPECT_LT(Clock::now() - begin, 16s);
     ::kill(Started()[0], SIGKILL);
     WriteAbility("system_test_service", {"serve"});
@@ -114,10 +114,10 @@ TEST_F(LoadWait, WaitsOfTwoProcessesForALoadDoNotAddUp)
     Child first = Child::Start({"system_test_client"});
     Child second = Child::Start({"system_test_client"});
     const Clock::time_point begin = Clock::now();
-    first.Pipe().Say("auth a");
-    second.Pipe().Say("auth b");
-    EXPECT_EQ(first.Pipe().Hear(), std::to_string(RESULT_NO_SERVICE));
-    EXPECT_EQ(second.Pipe().Hear(), std::to_string(RESULT_NO_SERVICE));
+    first.Pipe().Send("auth a");
+    second.Pipe().Send("auth b");
+    EXPECT_EQ(first.Pipe().Receive(), std::to_string(RESULT_NO_SERVICE));
+    EXPECT_EQ(second.Pipe().Receive(), std::to_string(RESULT_NO_SERVICE));
     EXPECT_GE(Clock::now() - begin, 10s);
     EXPECT_LT(Clock::now() - begin, 16s) << "one process's wait must not hold up another's";
     EXPECT_EQ(Starts(), 1);

@@ -24,10 +24,10 @@ TEST_F(SystemFixture, CallbackObjectOfAThirdProcessIsRefused)
     const auto manager = [] { return TAVO::SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager(); };
     WriteAbilityFile("7.json", R"({"id": 7, "program": "none", "external": true})");
     Child other = Child::Fork([&manager](TestSupport::LinePipe& parent) {
-        parent.Hear();
+        parent.Receive();
         const TAVO::sptr<TAVO::IRemoteObject> object(new TAVO::IPCObjectStub(u"zem.game.perf.iGpNapiEventCallback"));
-        parent.Say(std::to_string(manager()->AddAbility(OTHER_ID, object)));
-        parent.Hear();
+        parent.Send(std::to_string(manager()->AddAbility(OTHER_ID, object)));
+        parent.Receive();
         return 0;
     });
     StartManager();
@@ -53,7 +53,7 @@ TEST_F(SystemFixture, DeviceStateComesFromTheFilesOfTheMachine)
     WriteRealAbility("desktop");
     StartManager();
     Child example = Child::Start({"veltra_minimal"});
-    EXPECT_EQ(example.Pipe().Hear(), "temperature level 0, GPU load level 5");
+    EXPECT_EQ(example.Pipe().Receive(), "temperature level 0, GPU load level 5");
     EXPECT_EQ(example.WaitForExit(), "exit 0");
 
     const int32_t unknown = std::numeric_limits<int32_t>::min();
@@ -72,7 +72,7 @@ TEST_F(SystemFixture, UnknownTemperatureLevelIsNoFailure)
     WriteRealAbility("virtual");
     StartManager();
     Child example = Child::Start({"veltra_minimal"});
-    EXPECT_EQ(example.Pipe().Hear(), "temperature level unknown on this machine: no temperature sensor");
+    EXPECT_EQ(example.Pipe().Receive(), "temperature level unknown on this machine: no temperature sensor");
     EXPECT_EQ(example.WaitForExit(), "exit 0");
 }
 
@@ -80,16 +80,16 @@ TEST(Programs, ProgramsPrintTheirUsage)
 {
     for (const std::string program : {"tavo_manager", "veltra_server"}) {
         Child help = Child::Start({program, "--help"});
-        EXPECT_EQ(help.Pipe().Hear().value_or("").find("usage: " + program + " ["), 0u);
+        EXPECT_EQ(help.Pipe().Receive().value_or("").find("usage: " + program + " ["), 0u);
         EXPECT_EQ(help.WaitForExit(), "exit 0");
         Child version = Child::Start({program, "--version"});
-        const std::string line = version.Pipe().Hear().value_or("");
+        const std::string line = version.Pipe().Receive().value_or("");
         EXPECT_TRUE(line.find(program + " ") == 0 && ::isdigit(line.back())) << line;
         EXPECT_EQ(version.WaitForExit(), "exit 0");
         for (const char* wrong : {"--no-such-option", "word"}) {
             Child refused = Child::Start(
                 {"/bin/sh", "-c", "exec \"$0\" \"$1\" 2>&1 >/dev/null", TestSupport::ProgramPath(program), wrong});
-            const std::string why = refused.Pipe().Hear().value_or("");
+            const std::string why = refused.Pipe().Receive().value_or("");
             EXPECT_NE(why.find(wrong + (wrong[0] == '-' ? 2 : 0)), std::string::npos) << why;
             EXPECT_EQ(refused.WaitForExit(), "exit 2");
         }

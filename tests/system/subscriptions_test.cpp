@@ -95,7 +95,7 @@ TEST_F(Subscriptions, RestartOfTheServiceEndsSubscriptions)
     Child other = Child::Start({"system_test_client"});
     EXPECT_EQ(other.Ask("subscribe counting"), "0");
     for (size_t i = 0; i < SOME; ++i) {
-        EXPECT_EQ(other.Pipe().Hear(), "event");
+        EXPECT_EQ(other.Pipe().Receive(), "event");
     }
     EXPECT_EQ(notes_->Count(), before);
 

@@ -88,7 +88,7 @@ void SystemFixture::KillManager()
 Child SystemFixture::StartTestService()
 {
     Child service = Child::Start({"system_test_service", "serve"});
-    EXPECT_EQ(service.Pipe().Hear(), "serving");
+    EXPECT_EQ(service.Pipe().Receive(), "serving");
     return service;
 }
 

@@ -45,13 +45,13 @@ int32_t TakeEvent(const std::string& how)
     }
     g_isAnswered.wait(false);
     if (how == "counting") {
-        Parent().Say("event");
+        Parent().Send("event");
         return 0;
     }
-    Parent().Say("called");
+    Parent().Send("called");
     if (how == "registering") {
         VeltraClient().RegisterGameCallback(std::make_unique<TAVO::Veltra::EventFunction>([](auto&) { return 0; }), 2);
-        Parent().Say("registered");
+        Parent().Send("registered");
     }
     for (;;) {
         ::pause();
@@ -60,7 +60,7 @@ int32_t TakeEvent(const std::string& how)
 
 void Subscribe(const std::string& how)
 {
-    Parent().Say(std::to_string(VeltraClient().RegisterGameCallback(
+    Parent().Send(std::to_string(VeltraClient().RegisterGameCallback(
         std::make_unique<TAVO::Veltra::EventFunction>([how](auto&) { return TakeEvent(how); }), 1)));
     g_isAnswered = true;
     g_isAnswered.notify_all();
@@ -69,9 +69,9 @@ void Subscribe(const std::string& how)
 // Says how many samples a batch has.
 void TakeSamples()
 {
-    Parent().Say(std::to_string(
+    Parent().Send(std::to_string(
         VeltraClient().StartGetGpuPerfInfo(0, std::make_unique<TAVO::Veltra::GpuFunction>([](auto& samples) {
-                                               Parent().Say("samples " + std::to_string(samples.size()));
+                                               Parent().Send("samples " + std::to_string(samples.size()));
                                                return 0;
                                            }))));
 }
@@ -82,13 +82,13 @@ int main()
 {
     TestSupport::LinePipe& parent = Parent();
     VeltraClient client;
-    while (const auto line = parent.Hear(std::chrono::hours(1))) {
+    while (const auto line = parent.Receive(std::chrono::hours(1))) {
         const std::string word = line->substr(0, line->find(' '));
         const std::string rest = line->size() > word.size() ? line->substr(word.size() + 1) : "";
         if (word == "auth") {
-            parent.Say(std::to_string(client.CallAuth(rest)));
+            parent.Send(std::to_string(client.CallAuth(rest)));
         } else if (word == "play") {
-            parent.Say(std::to_string(client.UpdateGameInfo(1, rest, 0)));
+            parent.Send(std::to_string(client.UpdateGameInfo(1, rest, 0)));
         } else if (word == "call-for-ever") {
             CallForEver(rest);
         } else if (word == "subscribe") {

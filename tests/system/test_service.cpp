@@ -131,7 +131,7 @@ private:
     void Hang()
     {
         MutexLock lock(mutex_);
-        Parent().Say("hanging");
+        Parent().Send("hanging");
         const int before = releases_;
         lock.Wait(released_, [this, before]() TAVO_REQUIRES(mutex_) { return releases_ > before; });
     }
@@ -150,7 +150,7 @@ void PushFromThread(const sptr<TestService>& service, const std::string& name, b
         while (isFlood && answer == "0 0") {
             answer = Push(service->Find(name));
         }
-        Parent().Say((isFlood ? "flooded " : "") + answer);
+        Parent().Send((isFlood ? "flooded " : "") + answer);
     }).detach();
 }
 
@@ -162,8 +162,8 @@ int Serve()
         std::fprintf(stderr, "the test service cannot register\n");
         return 3;
     }
-    Parent().Say("serving");
-    while (const auto line = Parent().Hear(std::chrono::hours(1))) {
+    Parent().Send("serving");
+    while (const auto line = Parent().Receive(std::chrono::hours(1))) {
         std::istringstream words(*line);
         std::string verb;
         std::string name;

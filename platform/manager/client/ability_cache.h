@@ -13,7 +13,7 @@
 namespace TAVO::Manager {
 
 // Living services by id, for one session with the manager. The manager numbers the changes of each id; an answer that
-// is older than what was heard since is not kept. "Not running" is never remembered. Any thread.
+// is older than a notice since then is not kept. "Not running" is never remembered. Any thread.
 class AbilityCache : public virtual RefBase {
 public:
     // Ids beyond this many are asked for each time.

@@ -8,7 +8,6 @@
 // The register thread: it waits until the end of a session is notified, then tries until all abilities are registered,
 // woken by the appearance of a socket and by growing pauses.
 #include "manager/client/own_abilities.h"
-#include "manager/client/ability_lock.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -18,6 +17,7 @@
 #include <string>
 #include <utility>
 
+#include "manager/client/ability_lock.h"
 #include "manager/client/manager_log.h"
 #include "manager/client/manager_watch.h"
 #include "os/runtime_dir.h"
@@ -71,7 +71,7 @@ int32_t OwnAbilities::Add(SystemAbilityManagerProxy& manager, int32_t systemAbil
         MutexLock lock(mutex_);
         const auto found = abilities_.find(systemAbilityId);
         if (found == abilities_.end() || found->second.object != object) {
-            return status;  // Another thread has taken it back or replaced it.
+            return status;  // Another thread has removed or replaced it.
         }
         if (status == ABILITY_OK) {
             found->second.knownTo = manager.AsObject();
@@ -128,8 +128,8 @@ void OwnAbilities::RegisterAgain()
 {
     MutexLock lock(mutex_);
     if (!abilities_.empty()) {
-        isWanted_ = true;
-        wanted_.notify_one();
+        isRequested_ = true;
+        requested_.notify_one();
     }
 }
 
@@ -146,21 +146,21 @@ bool OwnAbilities::StartRegistrar()
 void OwnAbilities::RunRegistrar()
 {
     for (bool isNotified = false;;) {
-        bool isWanted = false;
+        bool isRequested = false;
         {
             MutexLock lock(mutex_);
-            const auto isSet = [this]() TAVO_REQUIRES(mutex_) { return isWanted_; };
+            const auto isSet = [this]() TAVO_REQUIRES(mutex_) { return isRequested_; };
             if (isNotified) {
-                lock.Wait(wanted_, isSet);
+                lock.Wait(requested_, isSet);
             } else {
                 // Deliberate: the delivery thread starts later, or it would delay the first call of a client.
-                lock.WaitUntil(wanted_, std::chrono::steady_clock::now() + DELIVERY_START_DELAY, isSet);
+                lock.WaitUntil(requested_, std::chrono::steady_clock::now() + DELIVERY_START_DELAY, isSet);
             }
-            isWanted = isWanted_;
+            isRequested = isRequested_;
         }
         // Tried again in each round: notices of ends wait in the queue until the thread exists.
         isNotified = isNotified || Transport::StartDeliveryThread();
-        if (isWanted || !RegisterUnknown()) {
+        if (isRequested || !RegisterUnknown()) {
             RegisterUntilDone();
         }
     }
@@ -172,16 +172,16 @@ void OwnAbilities::RegisterUntilDone()
     milliseconds pause = SHORTEST_PAUSE;
     MutexLock lock(mutex_);
     for (;;) {
-        isWanted_ = false;
+        isRequested_ = false;
         lock.Unlock();
         // Without the lock: it connects and calls.
         const bool isDone = RegisterUnknown();
         lock.Lock();
-        if (isDone && !isWanted_) {
+        if (isDone && !isRequested_) {
             return;
         }
         // The session ended again during the attempt. Try at once, without a pause.
-        if (isWanted_) {
+        if (isRequested_) {
             pause = SHORTEST_PAUSE;
             continue;
         }
@@ -241,7 +241,7 @@ bool OwnAbilities::Register(SystemAbilityManagerProxy& manager, const Unknown& a
         MutexLock lock(mutex_);
         const auto found = abilities_.find(ability.id);
         if (found != abilities_.end() && found->second.object != ability.object) {
-            return false;  // Replaced in the meantime: the manager has to hear of the newer one.
+            return false;  // Replaced in the meantime: the newer object must be registered.
         }
         if (found != abilities_.end() && status == ABILITY_REFUSED) {
             refused = abilities_.extract(found);  // With its lock, so that the manager may start another process.
@@ -252,7 +252,7 @@ bool OwnAbilities::Register(SystemAbilityManagerProxy& manager, const Unknown& a
             return true;
         }
     }
-    return manager.SendRemove(ability.id) != ABILITY_UNREACHABLE;  // It was taken back in the meantime.
+    return manager.SendRemove(ability.id) != ABILITY_UNREACHABLE;  // Removed in the meantime.
 }
 
 }  // namespace TAVO::Manager

@@ -62,8 +62,8 @@ private:
     Mutex mutex_;  // never held during a call to the manager
     std::map<int32_t, Ability> abilities_ TAVO_GUARDED_BY(mutex_);
     bool isRegistrarRunning_ TAVO_GUARDED_BY(mutex_) = false;
-    bool isWanted_ TAVO_GUARDED_BY(mutex_) = false;  // a session has ended since the last attempt began
-    std::condition_variable wanted_;                 // notified when isWanted_ becomes true
+    bool isRequested_ TAVO_GUARDED_BY(mutex_) = false;  // a session has ended since the last attempt began
+    std::condition_variable requested_;                 // notified when isRequested_ becomes true
 };
 
 }  // namespace TAVO::Manager

@@ -6,9 +6,6 @@
 // change number makes the later ones harmless.
 #include "manager/daemon/ability_registry.h"
 
-#include <sys/resource.h>
-#include <sys/wait.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -27,22 +24,6 @@ constexpr int MAX_WAITERS_PER_CLIENT = 256;
 constexpr std::chrono::seconds SPAWN_TIME{1};
 // Between two attempts to notify observers that could not be reached, for instance because they are stopped.
 constexpr std::chrono::milliseconds RESEND_INTERVAL{500};
-
-// A session takes descriptors for its connection, its process, a request and a notice.
-constexpr size_t DESCRIPTORS_PER_SESSION = 4;
-// The manager's own 14, and what a start and a registration take.
-constexpr size_t RESERVED_DESCRIPTORS = 28;
-// Left when clients have more connections than that: several requests at once, or connections not yet identified.
-constexpr size_t LAST_DESCRIPTORS = 10;
-
-std::vector<int32_t> IdsOf(const AbilityFiles& files)
-{
-    std::vector<int32_t> ids;
-    for (const auto& [id, file] : files) {
-        ids.push_back(id);
-    }
-    return ids;
-}
 
 // Carries the change number of its registration: a notice that arrives late does not end a newer registration.
 class ServiceEnd : public IRemoteObject::DeathRecipient {
@@ -72,44 +53,11 @@ private:
 }  // namespace
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): taken apart
-AbilityRegistry::AbilityRegistry(const Transport::RuntimeDir& dir, AbilityFiles files) : dir_(dir), ids_(IdsOf(files))
+AbilityRegistry::AbilityRegistry(const Transport::RuntimeDir& dir, AbilityFiles files) : dir_(dir)
 {
     for (auto& [id, file] : files) {
         abilities_[id].file = std::move(file);
     }
-}
-
-bool AbilityRegistry::Admits(pid_t pid, int fd, size_t sessions)
-{
-    rlimit limit{};
-    ::getrlimit(RLIMIT_NOFILE, &limit);
-    // Two estimates, since neither is enough. The number of sessions does not count connections that were just
-    // accepted; the descriptor's number does not grow while lower ones are free.
-    // The kernel gives the lowest descriptor that is free.
-    if ((static_cast<size_t>(fd) + LAST_DESCRIPTORS < limit.rlim_cur &&
-         sessions * DESCRIPTORS_PER_SESSION + RESERVED_DESCRIPTORS <= limit.rlim_cur) ||
-        IsService(pid)) {
-        return true;
-    }
-    Log(SCRIVO_WARN,
-        "a connection of a client was refused: the rest of %{public}llu descriptors is reserved for services. "
-        "Raise the manager's limit of open files (ulimit -n)",
-        static_cast<unsigned long long>(limit.rlim_cur));
-    return false;
-}
-
-// A process that was started as a service, by this manager or an earlier one, or holds the lock of one. Deliberate: the
-// kernel is asked for our children, since a new one may connect before its start has returned here.
-bool AbilityRegistry::IsService(pid_t pid)
-{
-    const auto isItsProcess = [this, pid](int32_t id) {
-        return RecordedProcess(dir_, id) == pid ||
-               Transport::ProcessLock::Holder(dir_.Fd(), AbilityLockName(id)) == pid;
-    };
-    // WNOWAIT leaves the child to be reaped by the watch.
-    siginfo_t unused{};
-    const bool isChild = ::waitid(P_PID, static_cast<id_t>(pid), &unused, WEXITED | WNOHANG | WNOWAIT) == 0;
-    return isChild || std::any_of(ids_.begin(), ids_.end(), isItsProcess);
 }
 
 AbilityRegistry::Ability* AbilityRegistry::Find(int32_t systemAbilityId)
@@ -206,7 +154,7 @@ int32_t AbilityRegistry::Load(int32_t systemAbilityId, const sptr<IRemoteObject>
             MutexLock lock(mutex_);
             Ability* const ability = FindLiving(systemAbilityId, after);
             status =
-                ability != nullptr ? TellOrWait(*ability, {callback, session}, hasStarted, after) : ABILITY_UNKNOWN;
+                ability != nullptr ? AnswerOrWait(*ability, {callback, session}, hasStarted, after) : ABILITY_UNKNOWN;
         }
         Finish(after);
         hasStarted = after.isFirstStart && after.isSpawned;
@@ -217,8 +165,8 @@ int32_t AbilityRegistry::Load(int32_t systemAbilityId, const sptr<IRemoteObject>
 // No value when the service has to be started first, without the lock: a program that cannot be executed refuses the
 // load that caused the start. While starts fail, every load is refused, since its caller would wait for nothing. The
 // load that has caused the first start (`hasStarted`) is accepted, however quickly that process has ended.
-std::optional<int32_t> AbilityRegistry::TellOrWait(Ability& ability, const Waiter& waiter, bool hasStarted,
-                                                   Aftermath& after)
+std::optional<int32_t> AbilityRegistry::AnswerOrWait(Ability& ability, const Waiter& waiter, bool hasStarted,
+                                                     Aftermath& after)
 {
     const auto isOfClient = [&waiter](const Waiter& other) { return other.session == waiter.session; };
     if (isStopping_ ||
@@ -228,7 +176,7 @@ std::optional<int32_t> AbilityRegistry::TellOrWait(Ability& ability, const Waite
     }
     if (ability.object != nullptr) {
         // By the callback, not in the answer: a load is always answered on the client's delivery thread.
-        after.outbox.TellLoaded(waiter.callback, ability.file.id, ability.object);
+        after.outbox.NotifyLoaded(waiter.callback, ability.file.id, ability.object);
         return ABILITY_OK;
     }
     if (!ability.file.fault.empty() || ability.file.program.empty()) {
@@ -238,11 +186,11 @@ std::optional<int32_t> AbilityRegistry::TellOrWait(Ability& ability, const Waite
     ability.backoff.Requested(Clock::now());
     if (ability.phase == Phase::IDLE) {
         after.isFirstStart = !ability.backoff.IsFailing();
-        Want(ability, after);
+        BeginStart(ability, after);
         return std::nullopt;
     }
     if (ability.backoff.IsFailing() && hasStarted) {
-        after.outbox.TellFailed(waiter.callback, ability.file.id);
+        after.outbox.NotifyFailed(waiter.callback, ability.file.id);
         return ABILITY_OK;
     }
     if (ability.backoff.IsFailing()) {
@@ -310,7 +258,7 @@ int32_t AbilityRegistry::Register(Ability& ability, const sptr<IRemoteObject>& o
     ability.backoff.Registered();
     ability.failure.clear();
     for (const Waiter& waiter : ability.waiters) {
-        after.outbox.TellLoaded(waiter.callback, ability.file.id, object);
+        after.outbox.NotifyLoaded(waiter.callback, ability.file.id, object);
     }
     ability.waiters.clear();
     ability.phase = Phase::IDLE;
@@ -330,7 +278,7 @@ void AbilityRegistry::Unregister(Ability& ability, Aftermath& after)
     ++ability.number;
     // Each client is notified once for each answer that it has remembered.
     for (const sptr<IRemoteObject>& observer : observers_.TakeObserversOf(ability.file.id)) {
-        after.outbox.TellChanged(observer, ability.file.id, ability.number);
+        after.outbox.NotifyChanged(observer, ability.file.id, ability.number);
     }
 }
 

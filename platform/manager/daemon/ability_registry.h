@@ -50,11 +50,6 @@ public:
     int32_t Remove(int32_t systemAbilityId, uint64_t session);
     std::vector<AbilityDescription> Describe();
 
-    // Whether process `pid` may have the connection `fd`, with which there are `sessions` sessions (0: not known). Some
-    // descriptors are reserved for the manager and for services, so that services can register however many clients
-    // there are. Takes no lock of this class.
-    bool Admits(pid_t pid, int fd, size_t sessions);
-
     // Death notices: of registration `number` of the id, and of a client.
     void ServiceGone(int32_t systemAbilityId, int64_t number);
     void ClientGone(uint64_t session);
@@ -110,7 +105,7 @@ private:
     Ability* FindLiving(int32_t systemAbilityId, Aftermath& after) TAVO_REQUIRES(mutex_);
     // On every path behind one that filled `after`: there is no other notice of a service that FindLiving removes.
     void Finish(Aftermath& after) TAVO_EXCLUDES(mutex_);
-    std::optional<int32_t> TellOrWait(Ability& ability, const Waiter& waiter, bool hasStarted, Aftermath& after)
+    std::optional<int32_t> AnswerOrWait(Ability& ability, const Waiter& waiter, bool hasStarted, Aftermath& after)
         TAVO_REQUIRES(mutex_);
 
     // Registrations (ability_registry.cpp).
@@ -120,7 +115,7 @@ private:
     bool MayServe(const Ability& ability, pid_t pid) TAVO_REQUIRES(mutex_);
 
     // Starts (ability_starts.cpp).
-    void Want(Ability& ability, Aftermath& after) TAVO_REQUIRES(mutex_);
+    void BeginStart(Ability& ability, Aftermath& after) TAVO_REQUIRES(mutex_);
     bool AwaitOwner(Ability& ability, pid_t holder) TAVO_REQUIRES(mutex_);
     std::string OwnerOf(const Ability& ability) TAVO_REQUIRES(mutex_);
     void OwnerRefused(Ability& ability, pid_t pid) TAVO_REQUIRES(mutex_);
@@ -141,10 +136,7 @@ private:
     void ResendLater(const std::vector<Outbox::Change>& changes) TAVO_EXCLUDES(mutex_);
     void SignalStarted(int signal) TAVO_REQUIRES(mutex_);
 
-    bool IsService(pid_t pid);
-
     const Transport::RuntimeDir& dir_;
-    const std::vector<int32_t> ids_;  // of all abilities
     ProcessWatch watch_;
     Mutex mutex_;
     std::map<int32_t, Ability> abilities_ TAVO_GUARDED_BY(mutex_);   // the set of ids never changes

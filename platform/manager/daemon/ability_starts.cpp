@@ -27,7 +27,7 @@ using std::chrono::seconds;
 
 // How long a process may take from its start to its registration.
 constexpr seconds START_TIME{20};
-// In which a process that was refused has surely given its lock back.
+// How long a process that was refused may take to release its lock.
 constexpr seconds LOCK_RETURN_TIME{1};
 // Services are asked to end, then made to; together below a second.
 constexpr milliseconds GRACE_TIME{700};
@@ -63,7 +63,7 @@ bool AbilityRegistry::Begin()
 }
 
 // A client requests the ability, which does not run and is not being started. Leaves phase IDLE.
-void AbilityRegistry::Want(Ability& ability, Aftermath& after)
+void AbilityRegistry::BeginStart(Ability& ability, Aftermath& after)
 {
     const pid_t holder = Transport::ProcessLock::Holder(dir_.Fd(), AbilityLockName(ability.file.id));
     if (holder == Transport::ProcessLock::CANNOT_TELL) {
@@ -132,7 +132,7 @@ std::string AbilityRegistry::OwnerOf(const Ability& ability)
                                        : "a process of another system";
 }
 
-// A process may not register. If it is the one that is awaited, it will not do so later either, but give its lock back.
+// A process may not register. If it is the one that is awaited, it will not do so later either, and releases its lock.
 void AbilityRegistry::OwnerRefused(Ability& ability, pid_t pid)
 {
     const auto awaited = processes_.find(ability.serial);
@@ -248,7 +248,7 @@ void AbilityRegistry::StartFailed(Ability& ability, const std::string& what, con
     ability.failure = what + "; " + remedy;
     // The clients of the first start learn of the failure at once instead of after 10 s.
     for (const Waiter& waiter : ability.waiters) {
-        after.outbox.TellFailed(waiter.callback, ability.file.id);
+        after.outbox.NotifyFailed(waiter.callback, ability.file.id);
     }
     ability.waiters.clear();
     ability.backoff.Failed(Clock::now());
@@ -264,7 +264,7 @@ void AbilityRegistry::DeadlinePassed(Ability& ability, Aftermath& after)
             if (ability.backoff.IsFailing() && !ability.backoff.IsRequested(Clock::now())) {
                 ability.phase = Phase::IDLE;  // until the next load
             } else {
-                Want(ability, after);
+                BeginStart(ability, after);
             }
             break;
         case Phase::STARTING:
@@ -291,7 +291,7 @@ void AbilityRegistry::AwaitedProcessEnded(Ability& ability, const std::string& h
     if (ability.phase == Phase::STARTING) {
         StartFailed(ability, ability.file.program + " ended with " + how + " before it registered", RUN_BY_HAND, after);
     } else if (ability.phase == Phase::OWNED) {
-        Want(ability, after);
+        BeginStart(ability, after);
     }
 }
 
@@ -346,7 +346,7 @@ AbilityRegistry::Clock::time_point AbilityRegistry::DoWhatIsDue()
         if (nextResend_ <= now) {
             nextResend_ = Clock::time_point::max();
             for (const Outbox::Change& change : std::exchange(unsentChanges_, {})) {
-                after.outbox.TellChanged(change.observer, change.id, change.number);
+                after.outbox.NotifyChanged(change.observer, change.id, change.number);
             }
         }
         next = std::min({next, nextSweep_, nextResend_});

@@ -22,6 +22,7 @@
 #include "manager/client/manager_log.h"
 #include "manager/daemon/ability_file.h"
 #include "manager/daemon/ability_registry.h"
+#include "manager/daemon/admission.h"
 #include "manager/daemon/manager_socket.h"
 #include "manager/daemon/manager_stub.h"
 #include "os/runtime_dir.h"
@@ -231,12 +232,13 @@ int Run(const Options& options)
     if (!socket.Claim(error)) {
         return Refuse(error);
     }
+    static auto& admission = *new Admission(dir, files);
     static auto& registry = *new AbilityRegistry(dir, std::move(files));
     if (!registry.Begin()) {
         return Refuse("the system has no thread left; raise the limit of processes (ulimit -u)");
     }
     Transport::ServeAsManager(socket.ReleaseListener(), new ManagerStub(registry),
-                              [](int pid, int fd, size_t sessions) { return registry.Admits(pid, fd, sessions); });
+                              [](int pid, int fd, size_t sessions) { return admission.Admits(pid, fd, sessions); });
     if (!socket.Publish(error)) {
         return Refuse(error);
     }

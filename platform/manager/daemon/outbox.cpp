@@ -12,18 +12,18 @@
 
 namespace TAVO::Manager {
 
-void Outbox::TellLoaded(const sptr<IRemoteObject>& callback, int32_t systemAbilityId,
-                        const sptr<IRemoteObject>& service)
+void Outbox::NotifyLoaded(const sptr<IRemoteObject>& callback, int32_t systemAbilityId,
+                          const sptr<IRemoteObject>& service)
 {
     notices_.push_back({Kind::LOADED, callback, systemAbilityId, 0, service});
 }
 
-void Outbox::TellFailed(const sptr<IRemoteObject>& callback, int32_t systemAbilityId)
+void Outbox::NotifyFailed(const sptr<IRemoteObject>& callback, int32_t systemAbilityId)
 {
     notices_.push_back({Kind::FAILED, callback, systemAbilityId, 0, nullptr});
 }
 
-void Outbox::TellChanged(const sptr<IRemoteObject>& observer, int32_t systemAbilityId, int64_t number)
+void Outbox::NotifyChanged(const sptr<IRemoteObject>& observer, int32_t systemAbilityId, int64_t number)
 {
     notices_.push_back({Kind::CHANGED, observer, systemAbilityId, number, nullptr});
 }

@@ -13,9 +13,9 @@ namespace TAVO::Manager {
 // Filled under the lock, sent without it. One thread.
 class Outbox {
 public:
-    void TellLoaded(const sptr<IRemoteObject>& callback, int32_t systemAbilityId, const sptr<IRemoteObject>& service);
-    void TellFailed(const sptr<IRemoteObject>& callback, int32_t systemAbilityId);
-    void TellChanged(const sptr<IRemoteObject>& observer, int32_t systemAbilityId, int64_t number);
+    void NotifyLoaded(const sptr<IRemoteObject>& callback, int32_t systemAbilityId, const sptr<IRemoteObject>& service);
+    void NotifyFailed(const sptr<IRemoteObject>& callback, int32_t systemAbilityId);
+    void NotifyChanged(const sptr<IRemoteObject>& observer, int32_t systemAbilityId, int64_t number);
     // Keeps the reference until the outbox is destroyed.
     void Drop(const sptr<IRemoteObject>& object);
 

@@ -35,7 +35,7 @@ public:
     Answer Wait()
     {
         std::future<Answer> answer = answer_.get_future();
-        const bool isThere = answer.wait_for(TestSupport::PATIENCE) == std::future_status::ready;
+        const bool isThere = answer.wait_for(TestSupport::TIMEOUT) == std::future_status::ready;
         return isThere ? answer.get() : Answer("silence", nullptr);
     }
 

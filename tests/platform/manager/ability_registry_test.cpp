@@ -32,11 +32,11 @@ protected:
     {
         auto holder = TestSupport::Child::Fork([this, hasChild](TestSupport::LinePipe& parent) {
             ProcessLock lock;
-            parent.Say(lock.Take(dir.Fd(), name) && (!hasChild || ::fork() >= 0) ? "taken" : "failed");
-            parent.Hear();
+            parent.Send(lock.Take(dir.Fd(), name) && (!hasChild || ::fork() >= 0) ? "taken" : "failed");
+            parent.Receive();
             return 0;
         });
-        EXPECT_EQ(holder.Pipe().Hear(), "taken");
+        EXPECT_EQ(holder.Pipe().Receive(), "taken");
         return holder;
     }
     pid_t Holder() const { return ProcessLock::Holder(dir.Fd(), name); }

@@ -107,7 +107,7 @@ std::vector<pid_t> ManagerFixture::Started() const
     return pids;
 }
 
-void ManagerFixture::TellServices()
+void ManagerFixture::NotifyServices()
 {
     const int fifo = ::open(fifoPath_.c_str(), O_WRONLY | O_CLOEXEC);  // Waits until a service listens.
     ::close(fifo);

@@ -47,7 +47,7 @@ protected:
     // The processes that test services noted, in the order of their starts.
     std::vector<pid_t> Started() const;
     // Lets the services that wait for it continue.
-    void TellServices();
+    void NotifyServices();
 
     const std::string& RuntimePath() const { return runtimeDir_.Path(); }
     const std::string& AbilityPath() const { return abilityPath_; }

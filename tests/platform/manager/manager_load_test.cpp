@@ -36,15 +36,15 @@ TEST_F(ManagerLoad, ServiceIsStartedOnceForAllCallers)
     std::vector<Child> clients;
     for (int i = 0; i < 10; ++i) {
         clients.push_back(StartClient());
-        clients.back().Pipe().Say("load 4711");
+        clients.back().Pipe().Send("load 4711");
     }
-    TellServices();
+    NotifyServices();
     std::vector<std::string> answers;
     for (std::future<std::string>& asker : askers) {
         answers.push_back(asker.get());
     }
     for (Child& client : clients) {
-        answers.push_back(client.Pipe().Hear().value_or(""));
+        answers.push_back(client.Pipe().Receive().value_or(""));
     }
     answers.push_back(Load(ID));  // a running service is the answer at once
     ASSERT_EQ(Started().size(), 1u);
@@ -145,13 +145,13 @@ TEST_F(ManagerLoad, LoadDoesNotWaitForAStartThatHasFailed)
         const size_t position = static_cast<size_t>(id) - 1;
         ASSERT_TRUE(WaitFor([this, position] { return Started().size() == 2 * position + 1; }));
         manager.Stop();
-        client.Pipe().Say("load " + std::to_string(id));
+        client.Pipe().Send("load " + std::to_string(id));
         ::kill(Started().back(), SIGKILL);
         EXPECT_TRUE(WaitUntilDead(Started().back()));
         manager.Continue();
         EXPECT_EQ(first.get(), "failed");
-        EXPECT_EQ(client.Pipe().Hear(), Status(TAVO::ABILITY_CANNOT_START));
-        TellServices();  // of the manager's own retry
+        EXPECT_EQ(client.Pipe().Receive(), Status(TAVO::ABILITY_CANNOT_START));
+        NotifyServices();  // of the manager's own retry
         EXPECT_TRUE(WaitFor([this, id] { return Check(id) == "object " + std::to_string(Started().back()); }));
     }
 }
@@ -166,7 +166,7 @@ TEST_F(ManagerLoad, WaitingLoadsOfOneClientAreLimited)
         loads.push_back(BeginLoad(ID));
     }
     EXPECT_EQ(Load(ID), Status(TAVO::ABILITY_REFUSED));
-    TellServices();
+    NotifyServices();
     for (std::future<std::string>& load : loads) {
         EXPECT_EQ(load.get(), "loaded " + std::to_string(Started().at(0)));
     }
@@ -270,18 +270,18 @@ TEST_F(ManagerLoad, ClientsBeyondTheDescriptorLimitAreRefused)
     std::vector<Child> clients;
     for (int i = 0; i < 40; ++i) {
         clients.push_back(StartClient());
-        clients.back().Pipe().Say("load 4711");
+        clients.back().Pipe().Send("load 4711");
     }
     std::map<std::string, int> answers;
     for (Child& client : clients) {
-        ++answers[client.Pipe().Hear().value_or("")];
+        ++answers[client.Pipe().Receive().value_or("")];
     }
     ASSERT_EQ(Started().size(), 1u);
     const int loaded = answers["loaded " + std::to_string(Started()[0])];
     EXPECT_GE(loaded, 5) << ::testing::PrintToString(answers);
     const int refused = answers["no manager"] + answers[Status(TAVO::ABILITY_UNREACHABLE)];
     EXPECT_EQ(loaded + refused, 40) << ::testing::PrintToString(answers);
-    const std::string line = manager.Pipe().Hear().value_or("");
+    const std::string line = manager.Pipe().Receive().value_or("");
     EXPECT_NE(line.find("Raise the manager's limit of open files"), std::string::npos) << line;
     clients.clear();
     EXPECT_TRUE(WaitFor([this] { return PidIn(Check(ID)) == Started()[0]; }));

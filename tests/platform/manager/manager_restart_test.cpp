@@ -57,7 +57,7 @@ TEST_F(ManagerRestart, PendingStartIsContinuedByTheNextManager)
     Crash(manager);
     manager = StartManager();
     std::future<std::string> answer = std::async(std::launch::async, Load, ID);
-    TellServices();
+    NotifyServices();
     EXPECT_EQ(answer.get(), "loaded " + std::to_string(Started().at(0)));
     EXPECT_EQ(Started().size(), 1u);
     // This manager did not start it, but the service is the managers' all the same.

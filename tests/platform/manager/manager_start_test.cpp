@@ -28,8 +28,8 @@ protected:
     // Its only line of stderr, when it refuses to start as it should.
     std::string Refusal(Child manager)
     {
-        const std::string line = manager.Pipe().Hear().value_or("");
-        EXPECT_EQ(manager.Pipe().Hear(), std::nullopt) << "a second line";
+        const std::string line = manager.Pipe().Receive().value_or("");
+        EXPECT_EQ(manager.Pipe().Receive(), std::nullopt) << "a second line";
         EXPECT_EQ(manager.WaitForExit(), "exit 2");
         return line;
     }
@@ -43,7 +43,7 @@ TEST_F(ManagerStart, RefusesAFullFileSystemWithOneLine)
                                   "unshare -rm sh -c 'mount -t tmpfs -o mode=0700,nr_inodes=1 none \"$1\" || exit 99; "
                                   "exec \"$0\" --runtime-dir \"$1\" 2>&1' \"$1\" \"$2\"",
                                   "sh", TestSupport::ProgramPath("tavo_manager"), path});
-    const std::string line = manager.Pipe().Hear().value_or("");
+    const std::string line = manager.Pipe().Receive().value_or("");
     const std::string end = manager.WaitForExit();
     if (end != "exit 2" && end != "exit 0") {
         GTEST_SKIP() << "needs a mount of its own: " << end;
@@ -68,7 +68,7 @@ TEST_F(ManagerStart, AnInvalidAbilityFileDisablesThatAbilityAndNoOther)
     WriteAbility(ID, "serve");
     WriteAbilityFile("8.json", R"({"id": 8, "program": "/bin/true", "argument": []})");
     Child manager = LaunchManager({"--abilities", AbilityPath()});
-    const std::string line = manager.Pipe().Hear().value_or("");
+    const std::string line = manager.Pipe().Receive().value_or("");
     EXPECT_NE(line.find(AbilityPath() + "/8.json: unknown key \"argument\""), std::string::npos) << line;
     ASSERT_TRUE(TestSupport::WaitFor([] { return Manager() != nullptr; }));
     EXPECT_EQ(Load(8), Status(TAVO::ABILITY_CANNOT_START));
@@ -78,7 +78,7 @@ TEST_F(ManagerStart, AnInvalidAbilityFileDisablesThatAbilityAndNoOther)
 TEST_F(ManagerStart, AnEmptyAbilityFolderLeavesAWarning)
 {
     Child manager = LaunchManager({"--abilities", AbilityPath()});
-    const std::string line = manager.Pipe().Hear().value_or("");
+    const std::string line = manager.Pipe().Receive().value_or("");
     EXPECT_NE(line.find("ability folder " + AbilityPath() + " has no ability file"), std::string::npos) << line;
 }
 
@@ -115,7 +115,7 @@ TEST_F(ManagerStart, ServicesInheritNothingThatTheLauncherLeftBehind)
                       TestSupport::ProgramPath("tavo_manager"), AbilityPath(), RuntimePath() + "/secret"});
     ASSERT_TRUE(TestSupport::WaitFor([] { return Manager() != nullptr; }));
     Load(1);
-    const std::string line = manager.Pipe().Hear().value_or("");
+    const std::string line = manager.Pipe().Receive().value_or("");
     EXPECT_NE(line.find(program + " ended with exit status 3 before it registered"), std::string::npos) << line;
     std::ifstream file(RuntimePath() + "/descriptors");
     const std::string descriptors{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};

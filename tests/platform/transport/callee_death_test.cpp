@@ -42,7 +42,7 @@ TEST_F(Callee, DeathBeforeReadingTheRequestFailsTheCallAtOnce)
 {
     Add([](RawPeer& raw) {
         RawHello hello;
-        raw.Accept(hello).AwaitReadable(TestSupport::PATIENCE);
+        raw.Accept(hello).AwaitReadable(TestSupport::TIMEOUT);
         ::raise(SIGKILL);
     });
     ServeAsHub();

@@ -15,7 +15,7 @@ namespace TransportTest {
 namespace {
 
 using TestSupport::Child;
-using TestSupport::PATIENCE;
+using TestSupport::TIMEOUT;
 
 // The peer is what dies.
 class DeathNotice : public PeerFixture {
@@ -111,13 +111,13 @@ TEST_F(DeathNotice, CallsDoNotWaitForARunningRecipient)
     std::promise<void> mayEnd;
     const sptr<CountingRecipient> slow = TAVO::MakeRef<CountingRecipient>([&begun, &mayEnd] {
         begun.set_value();
-        mayEnd.get_future().wait_for(PATIENCE);
+        mayEnd.get_future().wait_for(TIMEOUT);
     });
     const sptr<IRemoteObject> other = MakeIn(object_);
     const sptr<CountingRecipient> removed = TAVO::MakeRef<CountingRecipient>();
     ASSERT_TRUE(object_->AddDeathRecipient(slow));
     peer_.Kill();
-    ASSERT_EQ(begun.get_future().wait_for(PATIENCE), std::future_status::ready);
+    ASSERT_EQ(begun.get_future().wait_for(TIMEOUT), std::future_status::ready);
     // All of these return although the recipient is blocked.
     EXPECT_FALSE(object_->AddDeathRecipient(removed));
     object_->RemoveDeathRecipient(slow);
@@ -190,7 +190,7 @@ TEST_F(DeathNotice, DestructorOfAReleasedObjectMayCallOtherProcesses)
             ASSERT_EQ(KeepIn(object_, "ours", nullptr), TAVO::IPC_OK);
         }
         std::future<int> status = farewell.get_future();
-        ASSERT_EQ(status.wait_for(PATIENCE), std::future_status::ready);
+        ASSERT_EQ(status.wait_for(TIMEOUT), std::future_status::ready);
         EXPECT_EQ(status.get(), TAVO::IPC_OK);
     }
 }

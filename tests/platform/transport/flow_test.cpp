@@ -148,10 +148,10 @@ TEST_F(Flow, SimultaneousFirstCallsSucceedInBothDirections)
     for (int round = 0; round < 40; ++round) {
         Child left = StartPeer("left");
         Child right = StartPeer("right");
-        left.Pipe().Say("call-all right");
-        right.Pipe().Say("call-all left");
-        EXPECT_EQ(left.Pipe().Hear().value_or("silence"), "called") << "round " << round;
-        EXPECT_EQ(right.Pipe().Hear().value_or("silence"), "called") << "round " << round;
+        left.Pipe().Send("call-all right");
+        right.Pipe().Send("call-all left");
+        EXPECT_EQ(left.Pipe().Receive().value_or("no answer"), "called") << "round " << round;
+        EXPECT_EQ(right.Pipe().Receive().value_or("no answer"), "called") << "round " << round;
         EXPECT_EQ(left.Ask("call-all right peer"), "called");
         EXPECT_EQ(right.Ask("call-all left peer"), "called");
     }

@@ -52,7 +52,7 @@ TEST_F(ForkOfAPeer, ExitOfAForkedChildLeavesTheParentsSocket)
 // A child of this process that holds all its descriptors and does nothing.
 Child ForkIdleChild()
 {
-    return Child::Fork([](LinePipe& parent) { return parent.Hear(std::chrono::minutes(10)) ? 1 : 0; });
+    return Child::Fork([](LinePipe& parent) { return parent.Receive(std::chrono::minutes(10)) ? 1 : 0; });
 }
 
 // The callee sees the end of a lane that its caller has closed. Returns which lane's end it did not see; 0: none.

@@ -79,7 +79,7 @@ TEST(HungPeer, NoticeToAnUnconnectedPeerDoesNotWait)
     EXPECT_EQ(TAVO::Transport::SendNotice(object, 1, data), TAVO::IPC_TIMED_OUT);
     EXPECT_LT(Clock::now() - start, 4s);
     owner.Continue();
-    EXPECT_TRUE(TAVO::Transport::IsStillThere(object, Clock::now() + TestSupport::PATIENCE));
+    EXPECT_TRUE(TAVO::Transport::IsStillThere(object, Clock::now() + TestSupport::TIMEOUT));
     EXPECT_EQ(TAVO::Transport::SendNotice(object, 1, data), TAVO::IPC_OK);
 }
 

@@ -42,8 +42,8 @@ TEST(ControlThreadWithoutMemory, AcceptsAgainAfterwards)
     const PrivateRuntimeDir dir;
     Child client = Child::Fork([&dir](LinePipe& parent) {
         RawPeer raw(dir.Path());
-        parent.Say(parent.Hear() && raw.Connect("manager").IsOpen() ? "connected" : "refused");
-        return parent.Hear() ? 1 : 0;
+        parent.Send(parent.Receive() && raw.Connect("manager").IsOpen() ? "connected" : "refused");
+        return parent.Receive() ? 1 : 0;
     });
     ServeAsHub();
     RawPeer first(dir.Path());

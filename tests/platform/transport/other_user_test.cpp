@@ -36,8 +36,8 @@ TEST_F(OtherUser, ConnectionOfAnotherUserIsClosedWithoutAnAnswer)
         if (::setgid(OTHER_USER) != 0 || ::setuid(OTHER_USER) != 0) {
             return 1;
         }
-        parent.Say(raw.Connect("manager").IsOpen() ? "connected" : "kept out");
-        parent.Hear();
+        parent.Send(raw.Connect("manager").IsOpen() ? "connected" : "kept out");
+        parent.Receive();
         for (const uint16_t kind : {RawHello::CONTROL, RawHello::CALL, RawHello::ONE_WAY}) {
             RawSocket connection = raw.Connect("manager");
             if (!connection.IsOpen()) {
@@ -53,10 +53,10 @@ TEST_F(OtherUser, ConnectionOfAnotherUserIsClosedWithoutAnAnswer)
         }
         return 0;
     });
-    EXPECT_EQ(intruder.Pipe().Hear(), "kept out");
+    EXPECT_EQ(intruder.Pipe().Receive(), "kept out");
     ASSERT_EQ(::chmod(dir_.Path().c_str(), 0711), 0);
     ASSERT_EQ(::chmod((dir_.Path() + "/manager").c_str(), 0777), 0);
-    ASSERT_TRUE(intruder.Pipe().Say("go"));
+    ASSERT_TRUE(intruder.Pipe().Send("go"));
     EXPECT_EQ(intruder.WaitForExit(), "exit 0");
     ASSERT_EQ(::chmod(dir_.Path().c_str(), 0700), 0);
     EXPECT_EQ(Echo(ConnectToHub()), TAVO::IPC_OK);
@@ -77,16 +77,16 @@ TEST_F(OtherUser, ManagerOfAnotherUserIsRefused)
             ::setuid(OTHER_USER) != 0 || ::listen(fd, SOMAXCONN) != 0) {
             return 2;
         }
-        parent.Say("listening");
+        parent.Send("listening");
         const RawSocket connection(::accept(fd, nullptr, nullptr));
         uint8_t byte = 0;
         const ssize_t got = ::recv(connection.Fd(), &byte, 1, 0);
-        parent.Say(got == 0 ? "was told nothing" : "was told something");
+        parent.Send(got == 0 ? "received nothing" : "received something");
         return 0;
     });
-    ASSERT_EQ(impostor.Pipe().Hear(), "listening");
+    ASSERT_EQ(impostor.Pipe().Receive(), "listening");
     EXPECT_EQ(TAVO::Transport::ConnectManager(TestSupport::Clock::now() + std::chrono::seconds(20)), nullptr);
-    EXPECT_EQ(impostor.Pipe().Hear(), "was told nothing");
+    EXPECT_EQ(impostor.Pipe().Receive(), "received nothing");
 }
 
 }  // namespace

@@ -64,9 +64,9 @@ int main(int, char** argv)
             return 1;
         }
     }
-    parent.Say("ready");
-    while (const auto line = parent.Hear(std::chrono::minutes(10))) {
-        parent.Say(Obey(*line, hub));
+    parent.Send("ready");
+    while (const auto line = parent.Receive(std::chrono::minutes(10))) {
+        parent.Send(Obey(*line, hub));
     }
     return 0;
 }

@@ -61,10 +61,10 @@ inline Child ForkCallee(const std::string& runtimeDir, const std::string& name,
 {
     return Child::Fork([=](LinePipe& parent) {
         RawPeer raw(runtimeDir);
-        if (!parent.Hear() || !IntroduceObject(raw, name)) {
+        if (!parent.Receive() || !IntroduceObject(raw, name)) {
             return 1;
         }
-        parent.Say("ready");
+        parent.Send("ready");
         script(raw);
         return 0;
     });

@@ -18,7 +18,7 @@ namespace TransportTest {
 
 using TestSupport::Child;
 using TestSupport::Clock;
-using TestSupport::PATIENCE;
+using TestSupport::TIMEOUT;
 
 World& World::Get()
 {
@@ -61,7 +61,7 @@ void World::OpenGate()
 bool World::AwaitWaiting(int handlers)
 {
     TAVO::MutexLock lock(mutex_);
-    return lock.WaitUntil(changed_, Clock::now() + PATIENCE,
+    return lock.WaitUntil(changed_, Clock::now() + TIMEOUT,
                           [this, handlers]() TAVO_REQUIRES(mutex_) { return waiting_ >= handlers; });
 }
 
@@ -306,13 +306,13 @@ sptr<TestObject> ServeAsHub()
 
 sptr<IRemoteObject> ConnectToHub()
 {
-    return TAVO::Transport::ConnectManager(Clock::now() + PATIENCE);
+    return TAVO::Transport::ConnectManager(Clock::now() + TIMEOUT);
 }
 
 Child StartPeer(const std::string& name)
 {
     Child child = Child::Start({"transport_peer", name});
-    if (child.Pipe().Hear() != "ready") {
+    if (child.Pipe().Receive() != "ready") {
         throw std::runtime_error("process " + name + " does not get ready");
     }
     return child;
