@@ -149,7 +149,7 @@ std::optional<ServiceSetup> SetUp(const ServiceOptions& options)
                 setup.config.Read(file);
             }
         } else {
-            setup.lateConfigFiles = DefaultConfigFiles(options.rootDir);
+            setup.lateConfigFiles = [root = options.rootDir] { return DefaultConfigFiles(root); };
         }
         if (!options.scenarioFile.empty()) {
             setup.scenario = std::make_shared<Scenario>(Scenario::Load(options.scenarioFile, options.seed));

@@ -100,7 +100,9 @@ const ServiceConfig& VeltraService::Config()
 {
     std::call_once(configRead_, [this] {
         config_ = setup_.config;
-        for (const std::string& file : setup_.lateConfigFiles) {
+        const std::vector<std::string> files =
+            setup_.lateConfigFiles ? setup_.lateConfigFiles() : std::vector<std::string>();
+        for (const std::string& file : files) {
             try {
                 // A copy, so that a file with a mistake in its middle changes nothing.
                 ServiceConfig changed = config_;

@@ -39,9 +39,10 @@ struct ServiceSetup {
     bool allowsSimulation = true;              // whether the control side may change it
     std::optional<Catalogue> catalogue;
     ServiceConfig config;
-    // Read on top of `config` when it is first needed, so that a game's first call does not wait for it. A file with a
-    // mistake is logged and ignored: it must not prevent the service from running.
-    std::vector<std::string> lateConfigFiles;
+    // Names files that are read on top of `config` when it is first needed, so that a game's first call waits neither
+    // for the search nor for the files; may be null. A file with a mistake is logged and ignored: it must not prevent
+    // the service from running.
+    std::function<std::vector<std::string>()> lateConfigFiles;
 };
 
 // What the control side shows and changes; lives as long as the service.

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <thread>
+#include <utility>
 
 #include "base/parcel_access.h"
 #include "tavo/ipc_status.h"
@@ -26,8 +27,8 @@ bool WaitForBudget(Deadline deadline)
     return Clock::now() < deadline;
 }
 
-// Reads one whole reply; OK only with a complete frame.
-IoStatus ReadReply(int fd, Spin& spin, FrameReader& reader, Deadline deadline, bool& extra)
+// Reads one whole reply; OK only with a complete frame. Polls before it sleeps if there is a `spin`.
+IoStatus ReadReply(int fd, Spin* spin, FrameReader& reader, Deadline deadline, bool& extra)
 {
     uint8_t first[FIRST_READ_BYTES];
     for (bool isFirst = true;; isFirst = false) {
@@ -35,7 +36,8 @@ IoStatus ReadReply(int fd, Spin& spin, FrameReader& reader, Deadline deadline, b
         IoResult got;
         if (!reader.HasHeader()) {
             // Polls only for the first bytes; the rest of a large reply arrives without a gap.
-            got = isFirst ? spin.Receive(fd, first, sizeof(first)) : IoResult{IoStatus::WOULD_BLOCK, 0};
+            got = isFirst && spin != nullptr ? spin->Receive(fd, first, sizeof(first))
+                                             : IoResult{IoStatus::WOULD_BLOCK, 0};
             if (got.status == IoStatus::WOULD_BLOCK) {
                 got = ReceiveUntil(fd, first, sizeof(first), deadline, isFirst);
             }
@@ -79,13 +81,15 @@ std::chrono::milliseconds CallLane::CoarseTimeout(Clock::duration duration)
 
 CallResult CallLane::Call(const CallRequest& request, MessageReferences& references, ByteBudget& budget)
 {
-    usedAt = Clock::now();
+    const Clock::time_point before = std::exchange(usedAt, Clock::now());
+    // The manager's answers are cached, and what is still asked takes it long: a start, a registration.
+    const bool mayPoll = request.serial != 0 && usedAt - before < Spin::BUSY;
     if (const auto coarse = CoarseTimeout(request.deadline - usedAt); coarse != timeout) {
         SetTimeouts(fd.Get(), coarse, coarse);
         timeout = coarse;
     }
     const CallResult sent = Send(request, references);
-    return sent.lane == CallResult::Lane::NO_REPLY ? Receive(request, references, budget) : sent;
+    return sent.lane == CallResult::Lane::NO_REPLY ? Receive(request, references, budget, mayPoll) : sent;
 }
 
 CallResult CallLane::Send(const CallRequest& request, MessageReferences& references)
@@ -115,12 +119,13 @@ CallResult CallLane::Send(const CallRequest& request, MessageReferences& referen
     return {sent.bytes == 0 ? Lane::UNUSED : Lane::CUT_OFF, IPC_BROKEN};
 }
 
-CallResult CallLane::Receive(const CallRequest& request, MessageReferences& references, ByteBudget& budget)
+CallResult CallLane::Receive(const CallRequest& request, MessageReferences& references, ByteBudget& budget,
+                             bool mayPoll)
 {
     using Lane = CallResult::Lane;
     bool extra = false;
     FrameReader reader(false, MessageKind::REPLY, &budget);
-    const IoStatus received = ReadReply(fd.Get(), spin, reader, request.deadline, extra);
+    const IoStatus received = ReadReply(fd.Get(), mayPoll ? &spin : nullptr, reader, request.deadline, extra);
     const FrameHeader& answer = reader.Header();
     if (received != IoStatus::OK || answer.kind != FrameKind::REPLY || answer.number != lastSent) {
         return {Lane::NO_REPLY, received == IoStatus::WOULD_BLOCK ? IPC_TIMED_OUT : IPC_BROKEN};

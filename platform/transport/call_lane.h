@@ -58,7 +58,7 @@ struct CallLane {
 private:
     // NO_REPLY: the request is sent.
     CallResult Send(const CallRequest& request, MessageReferences& references);
-    CallResult Receive(const CallRequest& request, MessageReferences& references, ByteBudget& budget);
+    CallResult Receive(const CallRequest& request, MessageReferences& references, ByteBudget& budget, bool mayPoll);
 };
 
 }  // namespace TAVO::Transport

@@ -121,8 +121,10 @@ TEST(VeltraService, ConfigurationFileWithAMistakeIsLoggedAndIgnored)
 {
     const ScratchDir root;
     ServiceSetup setup = MachineOf(RecordedRoot("laptop"));
-    setup.lateConfigFiles = {root.Write("good.json", R"({"sensors": {"exclude": ["*"]}})"),
-                             root.Write("bad.json", "{\n\"sensor\": {}}")};
+    setup.lateConfigFiles = [&root] {
+        return std::vector<std::string>{root.Write("good.json", R"({"sensors": {"exclude": ["*"]}})"),
+                                        root.Write("bad.json", "{\n\"sensor\": {}}")};
+    };
     const sptr<VeltraService> service(new VeltraService(std::move(setup)));
     const LogCapture log;
     for (int query = 0; query < 2; ++query) {
