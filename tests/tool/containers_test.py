@@ -1,13 +1,15 @@
 # SPDX-License-Identifier: Apache-2.0
 """Containers and sandboxes: manager and game in namespaces of their own, as docs/containers.md lists them.
 
-Each row starts a manager in one environment and a client in another, and has what the client must report. A machine that
-does not permit namespaces skips the test with its reason.
+Each row starts a manager in one environment and a client in another, and has what the client must report. In a container
+the commands of the page, its blocks marked "sh containers", work too. A machine that does not permit namespaces skips
+the test with its reason.
 Usage: containers_test.py PROGRAMS SOURCE
 """
 import contextlib
 import os
 import pathlib
+import re
 import shutil
 import signal
 import subprocess
@@ -34,11 +36,13 @@ OTHER_PID_SAME_PROC = ("unshare", "--user", "--map-root-user", "--pid", "--fork"
 UNMAPPED_USER = ("unshare", "--user")
 NO_SESSION = inside(NAMESPACE, "mount -t tmpfs none /run; unset XDG_RUNTIME_DIR TAVO_RUNTIME_DIR")
 SHORT, LONG = "run", "r" * 120
+PAGE = "docs/containers.md"
 
 # name, environment of the manager, of the client, runtime directory, what the client prints when it cannot connect
+IN_CONTAINER = ("a game in a container", HERE, CONTAINER, SHORT, None)
 ROWS = (
+    IN_CONTAINER,
     ("two containers that share the runtime directory", CONTAINER, CONTAINER, SHORT, None),
-    ("a game in a container", HERE, CONTAINER, SHORT, None),
     ("the manager in a container", CONTAINER, HERE, SHORT, None),
     ("a game with another pid namespace than its /proc", HERE, OTHER_PID_SAME_PROC, SHORT, None),
     ("a game with an empty /proc", HERE, NO_PROC, SHORT, None),
@@ -77,7 +81,8 @@ def manager(programs, where, env):
             sys.stderr.write(log)
 
 
-def check(programs, row, scratch):
+def check(programs, row, scratch, commands=None):
+    """With commands, those are typed in the place of the client."""
     name, manager_where, client_where, folder, refusal = row
     scenario = scratch / "scenario.json"
     scenario.write_text('{"curves": {"temperature": 50}}')
@@ -88,15 +93,17 @@ def check(programs, row, scratch):
     home.mkdir()
     # Without /proc the loader cannot find libraries by a run path that begins at the program.
     libraries = next(programs.parent.glob("lib*/**/libtavo.so")).parent
-    env = {**os.environ, "LD_LIBRARY_PATH": str(libraries), "TAVO_RUNTIME_DIR": str(scratch / folder),
-           "TAVO_LOG": "warn,stderr", "HOME": str(home), "XDG_CONFIG_HOME": str(scratch / "config")}
+    env = {**os.environ, "PATH": f"{programs}:{os.environ['PATH']}", "LD_LIBRARY_PATH": str(libraries),
+           "TAVO_RUNTIME_DIR": str(scratch / folder), "TAVO_LOG": "warn,stderr", "HOME": str(home),
+           "XDG_CONFIG_HOME": str(scratch / "config")}
     with manager(programs, manager_where, env):
-        done = subprocess.run([*client_where, programs / "veltra", "get", "--start", "temperature"], env=env, text=True,
-                              stdin=subprocess.DEVNULL, capture_output=True, timeout=WAIT_S)
+        client = ("sh", "-exc", commands) if commands else ("veltra", "get", "--start", "temperature")
+        done = subprocess.run([*client_where, *client], env=env, text=True, stdin=subprocess.DEVNULL,
+                              capture_output=True, timeout=WAIT_S)
     output = f"{name}: exit {done.returncode}: {done.stdout}{done.stderr}"
     print(output)
     if refusal is None:
-        require(done.returncode == 0 and done.stdout == "50\n", output)
+        require(done.returncode == 0 and (commands or done.stdout == "50\n"), output)
     else:
         require(done.returncode != 0 and refusal in done.stdout + done.stderr, output)
 
@@ -107,9 +114,11 @@ def main():
     if reason:
         print(f"this machine permits no namespaces: {reason}")
         return SKIPPED
-    for row in ROWS:
+    printed = re.findall(r"^```sh containers\n(.*?)^```$", pathlib.Path(sys.argv[2], PAGE).read_text(), re.M | re.S)
+    require(printed, f"{PAGE} has no commands for a container")
+    for row, commands in [*((row, None) for row in ROWS), *((IN_CONTAINER, text) for text in printed)]:
         with tempfile.TemporaryDirectory(prefix="veltra-") as scratch:
-            check(programs, row, pathlib.Path(scratch))
+            check(programs, row, pathlib.Path(scratch), commands)
     return 0
 
 

@@ -25,6 +25,9 @@ public:
     // is none. Blocks up to 8 s, and 12 s more where a service has to be found or started.
     Json::Value Describe();
 
+    // Any thread.
+    bool IsStarting() const { return isStarting_; }
+
 private:
     TAVO::sptr<TAVO::Veltra::IVeltraControl> control_;  // null: to be found again
     const bool isStarting_;                             // start a service that does not run

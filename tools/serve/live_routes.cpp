@@ -120,13 +120,13 @@ int StatusOf(const ToolError& error)
     }
 }
 
-void Simulate(const Request& request, Response& response)
+void Simulate(const Request& request, Response& response, bool isStartingService)
 {
     Json::Value document;
     try {
         const Json::Value command = CommandOf(request.body);
         std::string answer;
-        const int32_t result = VeltraTool::ReachControl(false)->Simulate(JsonText(command), answer);
+        const int32_t result = VeltraTool::ReachControl(isStartingService)->Simulate(JsonText(command), answer);
         document = VeltraTool::RequireAnswer(result, answer);
     } catch (const ToolError& error) {
         response.status = StatusOf(error);
@@ -164,7 +164,9 @@ void AddLiveRoutes(httplib::Server& server, const Edge& edge, ServiceFeed& feed)
     }
     const std::shared_ptr<Live> live(new Live{feed, LiveSetup(edge.IsReadOnly()), {}, {}});
     server.Get("/events", [live](const Request&, Response& response) { Stream(live, response); });
-    server.Post("/simulate", Simulate);
+    server.Post("/simulate", [&feed](const Request& request, Response& response) {
+        Simulate(request, response, feed.IsStartingService());
+    });
 }
 
 }  // namespace VeltraServe

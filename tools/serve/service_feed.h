@@ -37,6 +37,7 @@ public:
 
     // Never destroyed, since the thread runs until the process ends.
     static ServiceFeed& Start(bool isStartingService);
+    bool IsStartingService() const { return look_.IsStarting(); }
 
     // A look that is less than INTERVAL old. Waits FRESH_TIME for it; then a look with trouble.
     SharedLook Fresh();
@@ -48,7 +49,7 @@ private:
     void Run();
     Look LookNow();
 
-    VeltraTool::ServiceLook look_;  // of the thread
+    VeltraTool::ServiceLook look_;  // of the thread, but for IsStarting
     std::mutex mutex_;
     std::condition_variable changed_;
     SharedLook latest_ = std::make_shared<Look>();  // under mutex_, as is isWanted_
