@@ -24,7 +24,10 @@ std::string RequestReader::RawText()
     // Short-circuit: after a failure the parcel is not touched any more, so a later item cannot be read from a wrong
     // place.
     isBad_ = isBad_ || !data_.ReadString(text) || text.size() > MAX_REQUEST_TEXT_BYTES;
-    return isBad_ ? std::string() : text;
+    if (isBad_) {
+        return {};
+    }
+    return text;  // moved, not copied as it would be in a conditional expression
 }
 
 int32_t RequestReader::Int32(const char* name)
