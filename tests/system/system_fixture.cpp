@@ -56,7 +56,7 @@ void SystemFixture::WriteScenario(const std::string& scenario)
 {
     std::ofstream(PathOf("scenario.json")) << scenario;
     WriteAbility("veltra_server", {"--scenario", PathOf("scenario.json"), "--speed", "20", "--catalogue",
-                                   VELTRA_SHARE "/catalogue.json"});
+                                   std::string(VELTRA_SHARE) + "/catalogue.json"});
 }
 
 // A level that is 0 and 4 in turns, each for longer than the second between two looks at the device, so that events

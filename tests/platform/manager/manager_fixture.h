@@ -18,11 +18,13 @@ namespace ManagerTest {
 // Each test is a process of its own, so its platform first meets this directory. Services that a test leaves running
 // are killed at its end.
 class ManagerFixture : public ::testing::Test {
+public:
+    ~ManagerFixture() override;
+
 protected:
     static constexpr int ID = 4711;
 
     ManagerFixture();
-    ~ManagerFixture() override;
 
     // Says how `id` is started: as the test service that behaves like `how`, or by any program. Any process may serve an
     // external one without having been started.
