@@ -53,6 +53,10 @@ TEST_F(Leak, EndedClientsLeakNoDescriptorAndNoThread)
     Child warm = Child::Start({"system_test_client"});
     EXPECT_EQ(warm.Ask("play game.warm"), "0");
     EXPECT_EQ(warm.Ask("subscribe silently"), "0");
+    const auto isWarmAlone = [this] { return client_.SyncAppType("", 0).size() == 1; };
+    // The first death notice starts the thread that delivers them, which stays.
+    Child::Start({"system_test_client"}).Ask("play game.first");
+    EXPECT_TRUE(WaitFor(isWarmAlone));
     const Held service = HeldBy(ServicePid());
     const Held manager = HeldBy(Manager().Pid());
     for (int round = 0; round < 2; ++round) {
@@ -68,7 +72,7 @@ TEST_F(Leak, EndedClientsLeakNoDescriptorAndNoThread)
         }
         EXPECT_EQ(client_.SyncAppType("", 0).size(), size_t{CLIENTS} + 1);
         clients.clear();  // killed
-        EXPECT_TRUE(WaitFor([this] { return client_.SyncAppType("", 0).size() == 1; }));
+        EXPECT_TRUE(WaitFor(isWarmAlone));
     }
     ExpectBackTo(service, ServicePid(), "service", KEPT_WORKERS + KEPT_DELIVERERS);
     ExpectBackTo(manager, Manager().Pid(), "manager");
