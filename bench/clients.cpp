@@ -58,6 +58,8 @@ public:
         }
         platform_.emplace(1, 0);
         CallOnce();
+        // The service opens the folders of the device at its first look, and keeps them open; subscribers cause it.
+        TAVO::Veltra::VeltraClient().GetDeviceInfo({});
         Bench::AwaitControl();
         process_ = Bench::DescribeService().pid;
         memoryBefore_ = Memory();
