@@ -81,9 +81,10 @@ std::chrono::milliseconds CallLane::CoarseTimeout(Clock::duration duration)
 
 CallResult CallLane::Call(const CallRequest& request, MessageReferences& references, ByteBudget& budget)
 {
-    const Clock::time_point before = std::exchange(usedAt, Clock::now());
-    // The manager's answers are cached, and what is still asked takes it long: a start, a registration.
-    const bool mayPoll = request.serial != 0 && usedAt - before < Spin::BUSY;
+    const bool isFirst = std::exchange(usedAt, Clock::now()) == Clock::time_point();
+    // Polling pays only if the answer comes soon. The first one on a lane does not: the peer has to accept the lane.
+    // Nor does the manager's (serial 0): its answers are cached, and what is still asked is a start or a registration.
+    const bool mayPoll = !isFirst && request.serial != 0;
     if (const auto coarse = CoarseTimeout(request.deadline - usedAt); coarse != timeout) {
         SetTimeouts(fd.Get(), coarse, coarse);
         timeout = coarse;

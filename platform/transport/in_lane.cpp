@@ -147,9 +147,7 @@ InLane::Next InLane::Loop()
             // The next request of a busy caller arrives within microseconds; waiting for it here saves an epoll round
             // and a wake-up of another worker. Not on the delivery thread, and not as the last free worker: then a lane
             // with a request could wait for this one.
-            const Clock::time_point before = std::exchange(handledAt_, Clock::now());
-            wait = handledAt_ - before < Spin::BUSY && CurrentRole() == ThreadRole::WORKER &&
-                   ++served < STAY_REQUESTS && services_.workers.EnsureSpare();
+            wait = CurrentRole() == ThreadRole::WORKER && ++served < STAY_REQUESTS && services_.workers.EnsureSpare();
             if (!wait) {
                 AwaitMore(input_.Reader().IsUnderWay());
                 return Next::GONE;

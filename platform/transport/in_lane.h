@@ -101,7 +101,6 @@ private:
 
     Spin spin_{Spin::WORKER_POLLS};
     LaneInput input_;
-    Clock::time_point handledAt_;  // when the last request was handled
     Mutex ringMutex_;
     std::unique_ptr<RingReader> ring_ TAVO_GUARDED_BY(ringMutex_);  // offered
     bool isInRing_ TAVO_GUARDED_BY(ringMutex_) = false;  // requests come through it, only bells through the socket

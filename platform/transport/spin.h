@@ -39,8 +39,6 @@ public:
     // How often a wait polls. Each poll takes 0.5 to 1 us of the processor.
     static constexpr int CALLER_POLLS = 50;  // for a reply: as long as a wake-up of the callee takes
     static constexpr int WORKER_POLLS = 20;  // for the next request of the same thread
-    // A lane whose last request is older than this is not busy, and neither end polls.
-    static constexpr std::chrono::milliseconds BUSY{1};
 
     explicit Spin(int polls) noexcept : polls_(polls) {}
 
