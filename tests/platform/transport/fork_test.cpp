@@ -130,6 +130,10 @@ TEST(StandardDescriptors, StayFreeInAHostThatClosedThem)
     EXPECT_EQ(host.WaitForExit(), "exit 0");
 }
 
+// Deliberate: not under the sanitizers. UBSan opens a pipe where it checks the type of an object, and a program that is
+// started in that moment inherits both ends.
+#ifndef TAVO_SANITIZED
+
 // How many descriptors a program would find open that this process starts.
 int CountInheritable(pid_t pid)
 {
@@ -159,6 +163,8 @@ TEST(Fork, ExecutedProgramInheritsNoDescriptor)
         EXPECT_GT(TestSupport::CountDescriptors(pid), static_cast<size_t>(CountInheritable(pid)));
     }
 }
+
+#endif
 
 }  // namespace
 }  // namespace TransportTest
