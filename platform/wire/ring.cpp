@@ -1,29 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
-// Creates and opens the shared memory of a ring, and moves bytes through it. Each end keeps its own count in its own
-// memory and uses the shared one only to learn about the other end, whose count is checked at each look: more bytes
-// than the ring has room for end the lane. The memory is sealed against shrinking. Without that seal a peer could
-// truncate it, and the next access here would raise SIGBUS.
+// Moves bytes through the shared memory of a ring. Each end keeps its own count in its own memory and uses the shared
+// one only to learn about the other end, whose count is checked at each look: more bytes than the ring has room for end
+// the lane.
 //
 // Sleep and wake-up: the reader stores ASLEEP and then looks at `written`; the writer changes `written` and then looks
 // at the reader's state. Both orders are sequentially consistent, so at least one of them sees the other, and no frame
 // stays unread by a sleeping reader.
 #include "wire/ring.h"
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cstring>
 #include <new>
-#include <string>
-#include <string_view>
 #include <utility>
 
 namespace TAVO::Transport {
 namespace {
-
-constexpr std::string_view KIND = "/memfd:";  // how the kernel shows such a file, and no other
 
 std::atomic<int> g_rings{0};
 
@@ -39,48 +30,12 @@ void CopyAround(uint64_t at, size_t size, const Copy& copy)
     }
 }
 
-// Opens the file behind another's descriptor only once it is known to be memory: opening a file of another kind may
-// wait.
-UniqueFd OpenMemory(int pid, uint64_t fd)
-{
-    const std::string name = "/proc/" + std::to_string(pid) + "/fd/" + std::to_string(fd);
-    // O_PATH does not open the file: a named pipe or a device in its place cannot block or act.
-    const UniqueFd place(AboveStandardFds(::open(name.c_str(), O_PATH | O_CLOEXEC)));
-    if (!place.IsOpen()) {
-        return UniqueFd();
-    }
-    const std::string own = "/proc/self/fd/" + std::to_string(place.Get());
-    // Only as many bytes as are compared; readlink cuts off the rest.
-    char target[KIND.size()];
-    if (::readlink(own.c_str(), target, sizeof(target)) != static_cast<ssize_t>(sizeof(target)) ||
-        std::string_view(target, sizeof(target)) != KIND) {
-        return UniqueFd();
-    }
-    return UniqueFd(AboveStandardFds(::open(own.c_str(), O_RDWR | O_CLOEXEC)));
-}
-
 }  // namespace
-
-RingMapping::RingMapping(int fd)
-{
-    void* const memory = ::mmap(nullptr, sizeof(RingMemory), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    memory_ = memory != MAP_FAILED ? static_cast<RingMemory*>(memory) : nullptr;
-}
-
-RingMapping::~RingMapping()
-{
-    if (memory_ != nullptr) {
-        ::munmap(memory_, sizeof(RingMemory));
-    }
-}
 
 std::unique_ptr<RingReader> RingReader::Make(const Instance& self, uint64_t lane)
 {
-    UniqueFd fd(AboveStandardFds(::memfd_create("tavo-lane", MFD_CLOEXEC | MFD_ALLOW_SEALING)));
-    // All of it is allocated now: with a lazy allocation a write into the ring could fail with SIGBUS when memory is
-    // short.
-    if (!fd.IsOpen() || ::posix_fallocate(fd.Get(), 0, sizeof(RingMemory)) != 0 ||
-        ::fcntl(fd.Get(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0) {
+    UniqueFd fd = CreateSharedMemory(sizeof(RingMemory));
+    if (!fd.IsOpen()) {
         return nullptr;
     }
     ++g_rings;  // The destructor decrements it.
@@ -105,7 +60,7 @@ RingReader::~RingReader()
 
 IoResult RingReader::Read(void* place, size_t size) noexcept
 {
-    RingMemory& memory = *mapping_.Get();
+    RingMemory& memory = Memory();
     const uint64_t written = memory.written.load(std::memory_order_acquire);
     const bool hasEnded = (written & RingMemory::CLOSED) != 0;
     // If the peer has set its count back, the difference wraps around and exceeds BYTES.
@@ -130,13 +85,13 @@ void RingReader::End() noexcept
 {
     // In the writer's own count, so that its next compare-and-swap fails: a frame is either published before the end,
     // and read, or refused.
-    mapping_.Get()->written.fetch_or(RingMemory::CLOSED);
-    mapping_.Get()->reader.store(RingMemory::ENDED);
+    Memory().written.fetch_or(RingMemory::CLOSED);
+    Memory().reader.store(RingMemory::ENDED);
 }
 
 bool RingReader::EndIfUnused() noexcept
 {
-    RingMemory& memory = *mapping_.Get();
+    RingMemory& memory = Memory();
     // Succeeds only if written == read: everything is read, and no write comes in between.
     uint64_t all = memory.read.load(std::memory_order_acquire);
     if (memory.reader.load() != RingMemory::ASLEEP ||
@@ -150,7 +105,7 @@ bool RingReader::EndIfUnused() noexcept
 bool RingReader::Sleep() noexcept
 {
     Change(RingMemory::AWAKE, RingMemory::ASLEEP);
-    if (mapping_.Get()->written.load() == read_) {
+    if (Memory().written.load() == read_) {
         return true;
     }
     WakeUp();
@@ -159,22 +114,20 @@ bool RingReader::Sleep() noexcept
 
 std::unique_ptr<RingWriter> RingWriter::Open(int pid, uint64_t fd, const Instance& owner, uint64_t lane)
 {
-    const UniqueFd file = OpenMemory(pid, fd);
-    struct stat status {};
-    const int seals = file.IsOpen() ? ::fcntl(file.Get(), F_GET_SEALS) : -1;
-    // Seals and size before the mapping is used. A sealed file keeps both.
-    if (seals < 0 || (seals & F_SEAL_SHRINK) == 0 || ::fstat(file.Get(), &status) != 0 ||
-        status.st_size != static_cast<off_t>(sizeof(RingMemory))) {
+    const UniqueFd file = OpenSharedMemory(pid, fd, sizeof(RingMemory));
+    if (!file.IsOpen()) {
         return nullptr;
     }
     std::unique_ptr<RingWriter> ring(new (std::nothrow) RingWriter(file.Get()));
-    const RingMemory* const memory = ring != nullptr ? ring->mapping_.Get() : nullptr;
-    return memory != nullptr && memory->owner == owner && memory->lane == lane ? std::move(ring) : nullptr;
+    if (ring == nullptr || ring->mapping_.Get() == nullptr) {
+        return nullptr;
+    }
+    return ring->Memory().owner == owner && ring->Memory().lane == lane ? std::move(ring) : nullptr;
 }
 
 IoResult RingWriter::Write(const void* from, size_t size, bool& needsBell) noexcept
 {
-    RingMemory& memory = *mapping_.Get();
+    RingMemory& memory = Memory();
     // The writer's own count, not the shared one: a receiver that changes it gains nothing.
     const uint64_t unread = written_ - memory.read.load(std::memory_order_acquire);
     if (unread > RingMemory::BYTES) {

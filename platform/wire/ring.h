@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "os/fd.h"
+#include "wire/shared_memory.h"
 #include "wire/wire.h"
 
 namespace TAVO::Transport {
@@ -31,20 +32,6 @@ struct RingMemory {
     alignas(4096) uint8_t bytes[BYTES];
 };
 static_assert(sizeof(RingMemory) == 4096 + RingMemory::BYTES && std::atomic<uint64_t>::is_always_lock_free);
-
-// A mapping of it.
-class RingMapping {
-public:
-    explicit RingMapping(int fd);
-    ~RingMapping();
-    RingMapping(const RingMapping&) = delete;
-    RingMapping& operator=(const RingMapping&) = delete;
-
-    RingMemory* Get() const noexcept { return memory_; }  // null: not to be had
-
-private:
-    RingMemory* memory_;
-};
 
 // The end that makes it, all of it allocated and sealed. Used by one thread at a time.
 class RingReader {
@@ -73,14 +60,12 @@ public:
     bool EndIfUnused() noexcept;
 
 private:
-    explicit RingReader(UniqueFd fd) : fd_(std::move(fd)), mapping_(fd_.Get()) {}
-    bool Change(uint32_t from, uint32_t to) noexcept
-    {
-        return mapping_.Get()->reader.compare_exchange_strong(from, to);
-    }
+    explicit RingReader(UniqueFd fd) : fd_(std::move(fd)), mapping_(fd_.Get(), sizeof(RingMemory)) {}
+    RingMemory& Memory() const noexcept { return *static_cast<RingMemory*>(mapping_.Get()); }
+    bool Change(uint32_t from, uint32_t to) noexcept { return Memory().reader.compare_exchange_strong(from, to); }
 
     UniqueFd fd_;
-    const RingMapping mapping_;
+    const SharedMapping mapping_;
     uint64_t read_ = 0;
 };
 
@@ -95,9 +80,10 @@ public:
     IoResult Write(const void* from, size_t size, bool& needsBell) noexcept;
 
 private:
-    explicit RingWriter(int fd) : mapping_(fd) {}
+    explicit RingWriter(int fd) : mapping_(fd, sizeof(RingMemory)) {}
+    RingMemory& Memory() const noexcept { return *static_cast<RingMemory*>(mapping_.Get()); }
 
-    const RingMapping mapping_;
+    const SharedMapping mapping_;
     uint64_t written_ = 0;
 };
 
