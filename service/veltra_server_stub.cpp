@@ -99,6 +99,9 @@ VeltraServerStub::Answered VeltraServerStub::Answer(const Request& request, Mess
 VeltraServerStub::Answered VeltraServerStub::AnswerWatched(WatchHub& watch, const Request& request, MessageParcel& data,
                                                            MessageParcel& reply)
 {
+    if (!watch.HasRoom()) {
+        return Count(request, data, reply, nullptr);
+    }
     WatchRecord record;
     record.name = NameOf(request.code);
     record.process = GetCallingPeer().pid;

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The thread of the hub starts with the first watcher and sleeps while there is none. Else it wakes up at each
-// interval, or when the queue is half full, takes all records at once, makes lines of them and sends these. Once a
-// second it looks at what causes no record by itself: values of the device that have changed, games that have come or
+// interval, takes all records at once, makes lines of them and sends these. Each time it makes room for STEADY more
+// records: a burst may fill the queue, but a game that calls without a pause cannot keep this thread busy. Once a second
+// it looks at what causes no record by itself: values of the device that have changed, games that have come or
 // ended.
 #include "watch/watch_hub.h"
 
@@ -54,24 +55,18 @@ WatchHub::~WatchHub()
 // Called in the request of a game, so the record is only moved here: the thread of the hub makes lines of records.
 void WatchHub::Add(WatchRecord record)
 {
-    bool isHalfFull = false;
-    {
-        MutexLock lock(mutex_);
-        const size_t sizeBytes = record.values.SizeBytes() + record.reply.SizeBytes();
-        // Loss is counted and reported to watchers; a game never waits for a tool.
-        if (queue_.size() >= MAX_QUEUED || queuedBytes_ + sizeBytes > MAX_QUEUED_BYTES) {
-            ++lost_;
-            return;
-        }
-        queuedBytes_ += sizeBytes;
-        lastTime_ = std::max(lastTime_, MicrosecondsNow());  // in order, also when the clock is set back
-        record.microseconds = lastTime_;
-        queue_.push_back(std::move(record));
-        isHalfFull = queue_.size() == MAX_QUEUED / 2;
+    MutexLock lock(mutex_);
+    const size_t sizeBytes = record.values.SizeBytes() + record.reply.SizeBytes();
+    // Loss is counted and reported to watchers; a game never waits for a tool.
+    if (room_ == 0 || queuedBytes_ + sizeBytes > MAX_QUEUED_BYTES) {
+        lost_.fetch_add(1, std::memory_order_relaxed);
+        return;
     }
-    if (isHalfFull) {
-        news_.notify_all();
-    }
+    isFull_.store(--room_ == 0, std::memory_order_relaxed);
+    queuedBytes_ += sizeBytes;
+    lastTime_ = std::max(lastTime_, MicrosecondsNow());  // in order, also when the clock is set back
+    record.microseconds = lastTime_;
+    queue_.push_back(std::move(record));
 }
 
 void WatchHub::CountPush(PushKind kind, bool isDone, uint32_t replaced)
@@ -126,8 +121,7 @@ void WatchHub::Run()
                 games_.clear();  // the next watcher gets all of them
                 lock.Wait(news_, [this]() TAVO_REQUIRES(mutex_) { return isStopping_ || watchers_->Count() > 0; });
             }
-            lock.WaitUntil(news_, Clock::now() + INTERVAL,
-                           [this]() TAVO_REQUIRES(mutex_) { return isStopping_ || queue_.size() >= MAX_QUEUED / 2; });
+            lock.WaitUntil(news_, Clock::now() + INTERVAL, [this]() TAVO_REQUIRES(mutex_) { return isStopping_; });
             if (isStopping_) {
                 return;
             }
@@ -135,8 +129,10 @@ void WatchHub::Run()
             records.swap(queue_);
             queuedBytes_ = 0;
             // Room for as many as last time, so that the vector rarely grows under the mutex, in a request.
-            queue_.reserve(std::min(records.size(), MAX_QUEUED / 2));
-            lost = std::exchange(lost_, 0);
+            queue_.reserve(records.size());
+            room_ = std::min(room_ + STEADY, MAX_QUEUED);
+            isFull_.store(false, std::memory_order_relaxed);
+            lost = lost_.exchange(0, std::memory_order_relaxed);
             if (std::exchange(hasNewWatcher_, false)) {
                 device_.clear();  // so that it gets all values, though none has changed
             }

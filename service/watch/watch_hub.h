@@ -27,11 +27,12 @@ enum class PushKind : size_t { GAME_EVENT, GPU, APP_PRIORITIES, RESOURCE_INFOS }
 const char* NameOf(PushKind kind);
 
 // Any thread. A record that a request thread adds is queued, nothing more; one thread of the hub makes lines of records
-// and sends them, several times a second. Beyond MAX_QUEUED records, or MAX_QUEUED_BYTES, the newest are dropped and
-// counted.
+// and sends them, 20 times a second. Beyond MAX_QUEUED records, or MAX_QUEUED_BYTES, the newest are dropped and counted;
+// so are those of a game that causes more than STEADY records each time for longer, since lines take processor time.
 class WatchHub {
 public:
     static constexpr size_t MAX_QUEUED = 4096;
+    static constexpr size_t STEADY = 1024;
     static constexpr size_t MAX_QUEUED_BYTES = size_t{16} << 20;  // of their values
 
     // What the hub looks at once a second while there is a watcher: values of the device, processes that are games.
@@ -45,6 +46,13 @@ public:
     WatchHub& operator=(const WatchHub&) = delete;
 
     bool Wants(WatchRecord::Kind kind) const { return watchers_->Want(kind); }
+    // Whether there is room for a record. False: it counts as dropped, and need not be made.
+    bool HasRoom() noexcept
+    {
+        const bool hasRoom = !isFull_.load(std::memory_order_relaxed);
+        lost_.fetch_add(hasRoom ? 0 : 1, std::memory_order_relaxed);
+        return hasRoom;
+    }
     // Sets the time of the record.
     void Add(WatchRecord record);
     void CountPush(PushKind kind, bool isDone, uint32_t replaced);
@@ -74,10 +82,12 @@ private:
     std::array<PushCount, PUSH_KINDS> pushes_;
 
     mutable Mutex mutex_;
-    std::condition_variable news_;  // a watcher has come, the queue fills up, or the end
+    std::condition_variable news_;  // a watcher has come, or the end
     std::vector<WatchRecord> queue_ TAVO_GUARDED_BY(mutex_);
     size_t queuedBytes_ TAVO_GUARDED_BY(mutex_) = 0;
-    uint64_t lost_ TAVO_GUARDED_BY(mutex_) = 0;  // of the queue, since it was taken last
+    size_t room_ TAVO_GUARDED_BY(mutex_) = MAX_QUEUED;  // records that may still be queued
+    std::atomic<bool> isFull_{false};                   // no room is left
+    std::atomic<uint64_t> lost_{0};                     // since the queue was taken last
     int64_t lastTime_ TAVO_GUARDED_BY(mutex_) = 0;
     bool hasNewWatcher_ TAVO_GUARDED_BY(mutex_) = false;
     bool isStopping_ TAVO_GUARDED_BY(mutex_) = false;
