@@ -27,7 +27,7 @@ bool WaitForBudget(Deadline deadline)
     return Clock::now() < deadline;
 }
 
-// Reads one whole reply; OK only with a complete frame. Polls before it sleeps if there is a `spin`.
+// Reads one whole reply from the socket; OK only with a complete frame. Polls before it sleeps if there is a `spin`.
 IoStatus ReadReply(int fd, Spin* spin, FrameReader& reader, Deadline deadline, bool& extra)
 {
     uint8_t first[FIRST_READ_BYTES];
@@ -69,6 +69,28 @@ IoStatus ReadReply(int fd, Spin* spin, FrameReader& reader, Deadline deadline, b
     }
 }
 
+// Reads one whole reply, through the page where the peer has put it there.
+IoStatus ReadReply(int fd, CallBox& box, Spin* spin, FrameReader& reader, Deadline deadline, bool& extra)
+{
+    switch (box.Wait(spin, deadline)) {
+        case CallBox::ABSENT:
+            return IoStatus::WOULD_BLOCK;
+        case CallBox::FULL: {
+            auto [from, end] = box.Frame();
+            const FrameReader::State state = reader.Consume(from, end);
+            return state == FrameReader::State::COMPLETE && from == end && box.Release() ? IoStatus::OK
+                                                                                         : IoStatus::CLOSED;
+        }
+        case CallBox::SOCKET: {
+            const IoStatus status = ReadReply(fd, nullptr, reader, deadline, extra);
+            box.ReleaseSocket();
+            return status;
+        }
+        default:
+            return IoStatus::CLOSED;
+    }
+}
+
 }  // namespace
 
 // In tenths of a second, rounded up: with a time in microseconds each call would have to set the socket's timeout
@@ -89,11 +111,16 @@ CallResult CallLane::Call(const CallRequest& request, MessageReferences& referen
         SetTimeouts(fd.Get(), coarse, coarse);
         timeout = coarse;
     }
-    const CallResult sent = Send(request, references);
-    return sent.lane == CallResult::Lane::NO_REPLY ? Receive(request, references, budget, mayPoll) : sent;
+    CallPage* shared = page.Get();
+    // Before the request is sent: the reply may come at once.
+    if (shared != nullptr && !shared->Replies().Attend()) {
+        shared = nullptr;
+    }
+    const CallResult sent = Send(request, references, shared);
+    return sent.lane == CallResult::Lane::NO_REPLY ? Receive(request, references, budget, shared, mayPoll) : sent;
 }
 
-CallResult CallLane::Send(const CallRequest& request, MessageReferences& references)
+CallResult CallLane::Send(const CallRequest& request, MessageReferences& references, CallPage* shared)
 {
     using Lane = CallResult::Lane;
     FrameHeader header;
@@ -104,6 +131,9 @@ CallResult CallLane::Send(const CallRequest& request, MessageReferences& referen
     OutgoingFrame frame(request.data, references, number);
     if (const int status = frame.Build(header, false, request.deadline); status != IPC_OK) {
         return {Lane::FINISHED, status};
+    }
+    if (shared != nullptr && shared->Requests().Put(frame.Data(), frame.Size())) {
+        return {Lane::NO_REPLY, IPC_OK};
     }
     const IoResult sent = SendUntil(fd.Get(), frame.Data(), frame.Size(), request.deadline);
     if (sent.status == IoStatus::OK) {
@@ -121,12 +151,15 @@ CallResult CallLane::Send(const CallRequest& request, MessageReferences& referen
 }
 
 CallResult CallLane::Receive(const CallRequest& request, MessageReferences& references, ByteBudget& budget,
-                             bool mayPoll)
+                             CallPage* shared, bool mayPoll)
 {
     using Lane = CallResult::Lane;
     bool extra = false;
     FrameReader reader(false, MessageKind::REPLY, &budget);
-    const IoStatus received = ReadReply(fd.Get(), mayPoll ? &spin : nullptr, reader, request.deadline, extra);
+    Spin* const poll = mayPoll ? &spin : nullptr;
+    const IoStatus received = shared != nullptr
+                                  ? ReadReply(fd.Get(), shared->Replies(), poll, reader, request.deadline, extra)
+                                  : ReadReply(fd.Get(), poll, reader, request.deadline, extra);
     const FrameHeader& answer = reader.Header();
     if (received != IoStatus::OK || answer.kind != FrameKind::REPLY || answer.number != lastSent) {
         return {Lane::NO_REPLY, received == IoStatus::WOULD_BLOCK ? IPC_TIMED_OUT : IPC_BROKEN};

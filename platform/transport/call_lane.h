@@ -9,6 +9,7 @@
 
 #include "os/fd.h"
 #include "tavo/message_parcel.h"
+#include "transport/call_page.h"
 #include "transport/lane_key.h"
 #include "transport/message_references.h"
 #include "transport/spin.h"
@@ -39,7 +40,7 @@ struct CallResult {
     int status;  // an IpcStatus, or the status that the handler returned
 };
 
-// Used by one thread at a time, which sends on a blocking socket and waits there for the reply.
+// Used by one thread at a time, which sends on a blocking socket, or through the page, and waits there for the reply.
 struct CallLane {
     ConnectionFd fd;  // closed with the last reference to the lane; until then any thread may shut it down
     uint64_t number = 0;
@@ -49,16 +50,24 @@ struct CallLane {
     Clock::time_point usedAt;
     Spin spin{Spin::CALLER_POLLS};
     std::thread::id usedBy;  // the thread that used it last, which gets it again if it is idle
+    CallPageSlot page;       // if the peer has offered one
 
     // Coarse, so that a lane's time-outs stay as they are from one call to the next.
     static std::chrono::milliseconds CoarseTimeout(Clock::duration duration);
 
     CallResult Call(const CallRequest& request, MessageReferences& references, ByteBudget& budget);
+    // Any thread: wakes up the caller.
+    void ShutDown() noexcept
+    {
+        fd.ShutDown();
+        page.Close();
+    }
 
 private:
     // NO_REPLY: the request is sent.
-    CallResult Send(const CallRequest& request, MessageReferences& references);
-    CallResult Receive(const CallRequest& request, MessageReferences& references, ByteBudget& budget, bool mayPoll);
+    CallResult Send(const CallRequest& request, MessageReferences& references, CallPage* shared);
+    CallResult Receive(const CallRequest& request, MessageReferences& references, ByteBudget& budget, CallPage* shared,
+                       bool mayPoll);
 };
 
 }  // namespace TAVO::Transport

@@ -99,7 +99,7 @@ void CallLanePool::Return(const std::shared_ptr<CallLane>& lane)
 
 void CallLanePool::Drop(const std::shared_ptr<CallLane>& lane)
 {
-    lane->fd.ShutDown();
+    lane->ShutDown();
     {
         MutexLock lock(mutex_);
         std::erase(lanes_, lane);
@@ -127,6 +127,14 @@ bool CallLanePool::CloseIdle(Clock::time_point before)
     return remain;
 }
 
+std::shared_ptr<CallLane> CallLanePool::Find(uint64_t number)
+{
+    MutexLock lock(mutex_);
+    const auto found =
+        std::find_if(lanes_.begin(), lanes_.end(), [number](const auto& lane) { return lane->number == number; });
+    return found != lanes_.end() ? *found : nullptr;
+}
+
 void CallLanePool::Close() noexcept
 {
     std::vector<std::shared_ptr<CallLane>> lanes;
@@ -138,7 +146,7 @@ void CallLanePool::Close() noexcept
         changed_.notify_all();
     }
     for (const auto& lane : lanes) {
-        lane->fd.ShutDown();
+        lane->ShutDown();
     }
 }
 

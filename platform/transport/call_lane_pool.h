@@ -36,6 +36,8 @@ public:
     void Drop(const std::shared_ptr<CallLane>& lane);
     // Closes the lanes that are idle since before `before`; true while other idle ones remain.
     bool CloseIdle(Clock::time_point before);
+    // The lane, in use or not, with this number; null when there is none.
+    std::shared_ptr<CallLane> Find(uint64_t number);
     // The session is dead: wakes up those who wait for a lane or a reply. Allocates nothing.
     void Close() noexcept;
 

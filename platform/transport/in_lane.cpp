@@ -15,6 +15,7 @@
 #include "os/threads.h"
 #include "transport/dispatch.h"
 #include "transport/object_gate.h"
+#include "transport/session_host.h"
 
 namespace TAVO::Transport {
 namespace {
@@ -78,6 +79,7 @@ bool InLane::Arm(int operation, uint32_t events)
 void InLane::ShutDown() noexcept
 {
     fd_.ShutDown();
+    page_.Close();
 }
 
 void InLane::Serve(uint32_t events)
@@ -119,7 +121,8 @@ InLane::Next InLane::Loop()
 {
     bool wait = false;
     for (int served = 0;;) {
-        const Frame frame = NextFrame(wait);
+        const bool isAtPage = wait && page_.InUse() != nullptr && !input_.HasStash();
+        const Frame frame = isAtPage ? NextFrameOfPage() : NextFrame(wait);
         switch (frame.state) {
             case FrameReader::State::COMPLETE:
                 break;
@@ -147,7 +150,8 @@ InLane::Next InLane::Loop()
             // The next request of a busy caller arrives within microseconds; waiting for it here saves an epoll round
             // and a wake-up of another worker. Not on the delivery thread, and not as the last free worker: then a lane
             // with a request could wait for this one.
-            wait = CurrentRole() == ThreadRole::WORKER && ++served < STAY_REQUESTS && services_.workers.EnsureSpare();
+            wait = CurrentRole() == ThreadRole::WORKER && (page_.InUse() != nullptr || ++served < STAY_REQUESTS) &&
+                   services_.workers.EnsureSpare();
             if (!wait) {
                 AwaitMore(input_.Reader().IsUnderWay());
                 return Next::GONE;
@@ -168,6 +172,22 @@ InLane::Frame InLane::NextFrame(bool wait)
         frame = {input_.Received(room, got.bytes), got.status};
     }
     return frame;
+}
+
+InLane::Frame InLane::NextFrameOfPage()
+{
+    switch (page_.Await(spin_, services_.workers)) {
+        case CallBox::FULL: {
+            const FrameReader::State state = page_.Take(input_.Reader());
+            return {state, state == FrameReader::State::MORE ? IoStatus::CLOSED : IoStatus::OK};
+        }
+        case CallBox::ABSENT:
+            return {FrameReader::State::MORE, IoStatus::WOULD_BLOCK};
+        case CallBox::SOCKET:
+            return NextFrame(true);
+        default:
+            return {FrameReader::State::MORE, IoStatus::CLOSED};
+    }
 }
 
 InLane::Next InLane::Handle()
@@ -209,6 +229,9 @@ sptr<IPCObjectStub> InLane::FindTarget(const FrameHeader& header)
     sptr<IPCObjectStub> target;
     if (IsCallLane()) {
         SetLastTaken(header.number);
+        if (page_.OnRequest(header.number, services_.host.Self(), Number())) {
+            session_->Control().Send({RecordType::RING, 0, Number(), static_cast<uint64_t>(page_.Fd())});
+        }
         target = session_->Held().Find(header.serial);
         if (target == nullptr && header.kind == FrameKind::FIRST_REQUEST) {
             target = services_.objects.Find(header.serial);  // As its ACQUIRE will find it.
@@ -266,7 +289,7 @@ InLane::Next InLane::Run(Request& request)
 // One-way requests and notices have no reply.
 InLane::Next InLane::Reply(uint64_t number, int status, MessageParcel& reply)
 {
-    return IsCallLane() ? AfterReply(replies_.Send(number, status, reply)) : Next::GO_ON;
+    return IsCallLane() ? AfterReply(replies_.Send(page_.InUse(), number, status, reply)) : Next::GO_ON;
 }
 
 InLane::Next InLane::AfterReply(IoStatus sent)

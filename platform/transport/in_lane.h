@@ -12,6 +12,7 @@
 #include "tavo/mutex.h"
 #include "transport/exported_objects.h"
 #include "transport/lane_input.h"
+#include "transport/lane_page.h"
 #include "transport/lane_timers.h"
 #include "transport/peer_deadline.h"
 #include "transport/peer_lane.h"
@@ -65,6 +66,8 @@ private:
     };
     Frame NextFrame(bool wait);
     IoResult Receive(void* place, size_t size, bool wait);
+    // As NextFrame, but waits at the page.
+    Frame NextFrameOfPage();
     // Reads the bells of the ring's writer, waiting a moment for one, and notices the end of the connection.
     void TakeBells(bool wait);
     Next Handle();
@@ -107,6 +110,7 @@ private:
     bool hasEnded_ = false;               // of the socket, while there may still be something in the ring
     std::atomic<int64_t> ringUsedAt_{0};  // when it was offered, or the lane last went to sleep, in steady clock ticks
     Clock::time_point lastMark_;  // when the last message was accepted whose number is a multiple of RING_MESSAGES
+    LanePage page_;               // of a call lane
     ReplySender replies_;         // of a call lane
     PeerDeadline deadline_;       // for the request that is incomplete, or the reply that is not read
 };

@@ -13,7 +13,7 @@
 
 namespace TAVO::Transport {
 
-IoStatus ReplySender::Send(uint64_t number, int status, MessageParcel& reply)
+IoStatus ReplySender::Send(CallPage* page, uint64_t number, int status, MessageParcel& reply)
 {
     FrameHeader header;
     header.kind = FrameKind::REPLY;
@@ -25,17 +25,17 @@ IoStatus ReplySender::Send(uint64_t number, int status, MessageParcel& reply)
         const int passed = references_.Pass(lane_, number, reply, header, Clock::now() + PeerDeadline::TIMEOUT);
         if (passed == IPC_BAD_MESSAGE) {
             MessageParcel nothing;
-            return Send(number, IPC_BAD_MESSAGE, nothing);
+            return Send(page, number, IPC_BAD_MESSAGE, nothing);
         }
         if (passed != IPC_OK) {
             return IoStatus::CLOSED;
         }
     }
     // More than a message may carry: the caller sees a broken call.
-    return header.IsPossible(false) ? SendFrame(header, reply) : IoStatus::CLOSED;
+    return header.IsPossible(false) ? SendFrame(page, header, reply) : IoStatus::CLOSED;
 }
 
-IoStatus ReplySender::SendFrame(const FrameHeader& header, MessageParcel& reply)
+IoStatus ReplySender::SendFrame(CallPage* page, const FrameHeader& header, MessageParcel& reply)
 {
     // Parcels keep room in front of their data, so header and body are one buffer and one system call.
     uint8_t* const frame = ParcelAccess::Headroom(reply, sizeof(header));
@@ -44,6 +44,9 @@ IoStatus ReplySender::SendFrame(const FrameHeader& header, MessageParcel& reply)
     }
     std::memcpy(frame, &header, sizeof(header));
     const size_t size = sizeof(header) + header.BodyBytes();
+    if (page != nullptr && page->Replies().Put(frame, size)) {
+        return IoStatus::OK;
+    }
     const IoResult sent = SendNow(fd_.Get(), frame, size);
     if (sent.status == IoStatus::WOULD_BLOCK) {
         ParcelAccess::Swap(rest_, reply);

@@ -8,6 +8,7 @@
 
 #include "os/fd.h"
 #include "tavo/message_parcel.h"
+#include "transport/call_page.h"
 #include "transport/message_references.h"
 #include "wire/wire.h"
 
@@ -25,15 +26,15 @@ public:
     ReplySender(const ReplySender&) = delete;
     ReplySender& operator=(const ReplySender&) = delete;
 
-    // Sends the reply to request `number`. Takes the content of `reply` if a rest is kept. Waits at most
+    // Sends the reply to request `number`, through `page` if there is one and the reply fits. Takes the content of `reply` if a rest is kept. Waits at most
     // PeerDeadline::TIMEOUT for an object of the caller's that is not yet acquired from it, and for nothing else.
-    IoStatus Send(uint64_t number, int status, MessageParcel& reply);
+    IoStatus Send(CallPage* page, uint64_t number, int status, MessageParcel& reply);
     // While there is a rest, no other reply may be sent.
     bool HasRest() const noexcept { return frameBytes_ != 0; }
     IoStatus SendRest();
 
 private:
-    IoStatus SendFrame(const FrameHeader& header, MessageParcel& reply);
+    IoStatus SendFrame(CallPage* page, const FrameHeader& header, MessageParcel& reply);
 
     const ConnectionFd& fd_;
     MessageReferences& references_;

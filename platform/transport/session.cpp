@@ -222,8 +222,12 @@ bool Session::OnRecord(const ControlRecord& record)
 
 bool Session::OnRing(LaneKey lane, uint64_t descriptor)
 try {
-    oneWay_.OfferRing(lane.number, RingWriter::Open(identity_.pid, descriptor, context_.peer, lane.number));
-    // A ring is offered for a lane of this process only; anything else breaks the protocol.
+    if (const auto callLane = callLanes_.Find(lane.number); callLane == nullptr) {
+        oneWay_.OfferRing(lane.number, RingWriter::Open(identity_.pid, descriptor, context_.peer, lane.number));
+    } else if (callLane->page.Get() == nullptr) {
+        callLane->page.Set(CallPage::Open(identity_.pid, descriptor, context_.peer, lane.number));
+    }
+    // Memory is offered for a lane of this process only; anything else breaks the protocol.
     return lane.own;
 } catch (const std::bad_alloc&) {
     return true;  // An offer need not be accepted.

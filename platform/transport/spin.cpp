@@ -33,37 +33,48 @@ bool IsTurnedOn() noexcept
 
 }  // namespace
 
-void SpinPause::Extend(Time now, std::chrono::microseconds least) noexcept
+void SpinPause::OnLostProcessor(Time since, Time now) noexcept
 {
-    length_ = std::clamp(2 * length_, least, MAX);
-    end_ = now + length_;
+    // Long after the last pause this is another event, not the same program that still computes.
+    if (since - end_ > lossLength_) {
+        lossLength_ = std::chrono::microseconds::zero();
+    }
+    Extend(now, lossLength_, std::chrono::duration_cast<std::chrono::microseconds>(now - since) * PER_LOSS);
+}
+
+void SpinPause::Extend(Time now, std::chrono::microseconds& length, std::chrono::microseconds least) noexcept
+{
+    length = std::clamp(2 * length, std::min(least, MAX), MAX);
+    end_ = now + length;
+}
+
+bool Spin::Begin() noexcept
+{
+    now_ = Clock::now();
+    return IsTurnedOn() && pause_.IsOver(now_);
+}
+
+bool Spin::Yield() noexcept
+{
+    // On a processor of its own it returns at once (0.5 to 1 us). If the peer waits for this processor, it runs now.
+    ::sched_yield();
+    const Clock::time_point before = std::exchange(now_, Clock::now());
+    if (now_ - before <= LOST_PROCESSOR) {
+        return true;
+    }
+    // No message was received, but it may be there: the caller goes to sleep, which returns at once then.
+    pause_.OnLostProcessor(before, now_);
+    return false;
 }
 
 IoResult Spin::Receive(int fd, void* place, size_t size) noexcept
 {
-    constexpr IoResult NOTHING{IoStatus::WOULD_BLOCK, 0};
-    Clock::time_point now = Clock::now();
-    if (!IsTurnedOn() || !pause_.IsOver(now)) {
-        return NOTHING;
-    }
-    for (int poll = 0; poll < polls_; ++poll) {
-        const IoResult got = ReceiveNow(fd, place, size);
-        if (got.status != IoStatus::WOULD_BLOCK) {
-            pause_.OnMessage();
-            return got;
-        }
-        // On a processor of its own it returns at once (0.5 to 1 us). If the peer waits for this processor, it runs
-        // now.
-        ::sched_yield();
-        const Clock::time_point before = std::exchange(now, Clock::now());
-        if (now - before > LOST_PROCESSOR) {
-            // No message was received, but it may be there: the caller goes to sleep in recv, which returns it at once.
-            pause_.OnLostProcessor(now);
-            return NOTHING;
-        }
-    }
-    pause_.OnNothing(now);
-    return NOTHING;
+    IoResult got{IoStatus::WOULD_BLOCK, 0};
+    Poll([&] {
+        got = ReceiveNow(fd, place, size);
+        return got.status != IoStatus::WOULD_BLOCK;
+    });
+    return got;
 }
 
 }  // namespace TAVO::Transport

@@ -11,24 +11,26 @@
 namespace TAVO::Transport {
 
 // The time after which polling is tried again. A wait in which polling received nothing doubles it, from FIRST to MAX;
-// one in which it received a message halves it, so polling resumes at once where it pays.
+// one in which it received a message halves it, so polling resumes at once where it pays. Where polling loses the
+// processor to another program, the pause is in proportion to the loss, and doubles with each loss that follows soon.
 class SpinPause {
 public:
     using Time = std::chrono::steady_clock::time_point;
     static constexpr std::chrono::microseconds FIRST{64};
     static constexpr std::chrono::microseconds MAX{1000000};
-    // Another program had the processor for a time slice of about 3 ms: this keeps the loss of both ends below 3 %.
-    static constexpr std::chrono::microseconds AFTER_LOSS{256000};
+    static constexpr int PER_LOSS = 16;  // times as long as the loss
 
     bool IsOver(Time now) const noexcept { return now >= end_; }
     void OnMessage() noexcept { length_ /= 2; }
-    void OnNothing(Time now) noexcept { Extend(now, FIRST); }
-    void OnLostProcessor(Time now) noexcept { Extend(now, AFTER_LOSS); }
+    void OnNothing(Time now) noexcept { Extend(now, length_, FIRST); }
+    // `since`: when it had the processor last.
+    void OnLostProcessor(Time since, Time now) noexcept;
 
 private:
-    void Extend(Time now, std::chrono::microseconds least) noexcept;
+    void Extend(Time now, std::chrono::microseconds& length, std::chrono::microseconds least) noexcept;
 
     std::chrono::microseconds length_{0};
+    std::chrono::microseconds lossLength_{0};
     Time end_;
 };
 
@@ -36,19 +38,44 @@ private:
 // polling off for the process.
 class Spin {
 public:
-    // How often a wait polls. Each poll takes 0.5 to 1 us of the processor.
-    static constexpr int CALLER_POLLS = 50;  // for a reply: as long as a wake-up of the callee takes
-    static constexpr int WORKER_POLLS = 20;  // for the next request of the same thread
+    // How often a wait polls. Each poll takes 0.3 us of the processor at a page, up to 1 us at a socket. Long enough for
+    // a wake-up of the other end: with less, a wait that misses a message makes the next one miss too.
+    static constexpr int CALLER_POLLS = 150;  // for a reply
+    static constexpr int WORKER_POLLS = 100;  // for the next request of the same thread
 
     explicit Spin(int polls) noexcept : polls_(polls) {}
 
-    // Receives the next bytes of `fd` without sleeping. WOULD_BLOCK: nothing arrived while it polled, or polling does
-    // not pay at present.
+    // Looks until `look` returns true. False: it did not while this polled, or polling does not pay at present.
+    template <typename Look>
+    bool Poll(const Look& look) noexcept
+    {
+        if (!Begin()) {
+            return false;
+        }
+        for (int poll = 0; poll < polls_; ++poll) {
+            if (look()) {
+                pause_.OnMessage();
+                return true;
+            }
+            if (!Yield()) {
+                return false;
+            }
+        }
+        pause_.OnNothing(now_);
+        return false;
+    }
+    // Receives the next bytes of `fd` without sleeping. WOULD_BLOCK: as Poll.
     IoResult Receive(int fd, void* place, size_t size) noexcept;
 
 private:
+    // Whether to poll now.
+    bool Begin() noexcept;
+    // Lets other threads run. False when another program had the processor meanwhile: no more polls then.
+    bool Yield() noexcept;
+
     const int polls_;
     SpinPause pause_;
+    SpinPause::Time now_;  // of the last look at the clock
 };
 
 }  // namespace TAVO::Transport

@@ -20,6 +20,7 @@ class PeerLane;
 class WorkerPool {
 public:
     static constexpr int KEPT = 4;
+    static constexpr int MAX_LONG_STAYS = 2;
 
     // `watch` has EnsureSpare called, by a thread outside the pool, once work waits. False when it cannot.
     explicit WorkerPool(std::function<bool()> watch) : watch_(std::move(watch)) {}
@@ -39,6 +40,18 @@ public:
 
     // Whether another worker waits for work, so that the calling one may stay with its lane.
     bool HasSpare() const noexcept { return idle_.load(std::memory_order_relaxed) > 0; }
+
+    // A worker wants to stay long with its lane, which it may only while another one waits for work. False if so many
+    // do that lanes with requests could wait for them.
+    bool BeginLongStay() noexcept
+    {
+        const bool mayStay = longStays_.fetch_add(1, std::memory_order_relaxed) < MAX_LONG_STAYS;
+        if (!mayStay) {
+            EndLongStay();
+        }
+        return mayStay;
+    }
+    void EndLongStay() noexcept { longStays_.fetch_sub(1, std::memory_order_relaxed); }
 
     // A worker enters an outgoing call: it is not counted meanwhile, and another may be started in its place. False if
     // the limit of threads is reached: the call must fail.
@@ -65,6 +78,7 @@ private:
     int outgoing_ TAVO_GUARDED_BY(mutex_) = 0;
     std::atomic<int> idle_{0};      // threads in epoll_wait, or started and on their way there
     std::atomic<int> handling_{0};  // threads inside a handler
+    std::atomic<int> longStays_{0};
 };
 
 }  // namespace TAVO::Transport

@@ -187,7 +187,7 @@ TEST_F(HostilePeer, UnexpectedDescriptorsAreNotOpenInTheReceiver)
         ASSERT_TRUE(raw_->Control().SendWithDescriptors(ping.Encode(), count));
         ASSERT_TRUE(lane.ReceiveFrame());
         ASSERT_TRUE(raw_->AwaitRecord(RawRecord::PONG));
-        ASSERT_LE(TestSupport::CountDescriptors(target), before);
+        ASSERT_LE(TestSupport::CountDescriptors(target), before + 1) << "one: the page that it offers";
     }
     RawHello hello;
     hello.kind = RawHello::CALL;

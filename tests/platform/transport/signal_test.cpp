@@ -43,7 +43,7 @@ TEST_F(Signals, InterruptedCallsRunExactlyOnce)
 {
     const Clock::time_point end = Clock::now() + std::chrono::seconds(5);
     int32_t calls = 0;
-    for (; calls < 100000 && Clock::now() < end; ++calls) {
+    for (; g_signals <= 100 && Clock::now() < end; ++calls) {
         ASSERT_EQ(Call(object_, TestCode::NOTE).Int(calls).Send(), TAVO::IPC_OK);
     }
     EXPECT_EQ(NotesThere(), Counting(0, calls));

@@ -38,8 +38,17 @@ TEST(SpinPause, DoublesWithoutAMessageAndHalvesWithOne)
     for (int i = 0; i < 20; ++i) {
         pause.OnMessage();
     }
-    pause.OnLostProcessor(now);
-    expectPause(SpinPause::AFTER_LOSS);
+    const auto lose = [&](microseconds lost, microseconds length) {
+        pause.OnLostProcessor(now, now + lost);
+        now += lost;
+        expectPause(length);
+    };
+    constexpr microseconds SLICE{3000};
+    lose(SLICE, SpinPause::PER_LOSS * SLICE);
+    lose(SLICE, SpinPause::PER_LOSS * SLICE * 2);
+    now += SpinPause::PER_LOSS * SLICE * 2 + microseconds(1);
+    lose(SLICE, SpinPause::PER_LOSS * SLICE);
+    lose(SpinPause::MAX, SpinPause::MAX);
 }
 
 class SpinTest : public testing::Test {
