@@ -25,13 +25,14 @@ public:
 
     int OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option) override
     {
-        data.ReadInterfaceToken();
+        if (!data.MatchInterfaceToken(IVeltraServerInterface::GetDescriptor())) {
+            return IPC_BAD_MESSAGE;
+        }
         switch (static_cast<ServerCode>(code)) {
             case ServerCode::REPORT_GAME_EVENT:
                 return CountEvent(data);
             case ServerCode::CALL_AUTH:  // how many events have arrived
-                reply.WriteInt32(events_);
-                return 0;
+                return Answer(data, reply);
             case ServerCode::START_GET_GPU_PERF_INFO:
                 data.ReadInt32();
                 reply.WriteInt32(Subscribe(data.ReadRemoteObject()));
@@ -45,6 +46,11 @@ public:
     }
 
 private:
+    int Answer(MessageParcel& data, MessageParcel& reply)
+    {
+        std::string text;  // read, as in any service that uses it
+        return data.ReadString(text) && reply.WriteInt32(events_) ? 0 : IPC_BAD_MESSAGE;
+    }
     int CountEvent(MessageParcel& data)
     {
         GameInfo info;

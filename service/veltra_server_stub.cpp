@@ -87,7 +87,7 @@ VeltraServerStub::Answered VeltraServerStub::Count(const Request& request, Messa
 VeltraServerStub::Answered VeltraServerStub::Answer(const Request& request, MessageParcel& data, MessageParcel& reply,
                                                     WatchRecord* record)
 {
-    if (data.ReadInterfaceToken() != GetDescriptor()) {
+    if (!data.MatchInterfaceToken(GetDescriptor())) {
         return {RESULT_TOKEN_REFUSED, RESULT_TOKEN_REFUSED};
     }
     const Answered answered = Perform(request, data, reply, record);

@@ -95,29 +95,27 @@ bool Parcel::WriteText(const Unit* text, size_t units)
     return true;
 }
 
-template <typename Unit, typename Text>
-bool Parcel::ReadText(Text& text)
+template <typename Unit>
+const Unit* Parcel::TakeText(size_t& units)
 {
     const size_t readable = GetReadableBytes();
-    size_t units = 0;
     if (!ReadLength(data_ + cursor_, readable, units)) {
-        return false;
+        return nullptr;
     }
     const size_t textBytes = TextBytes<Unit>(units);
     // TextBytes cannot overflow: `units` has at most 31 bits.
     if (textBytes > readable - SLOT) {
-        return false;
+        return nullptr;
     }
     const uint8_t* place = data_ + cursor_ + SLOT;
     Unit terminator = 0;
     std::memcpy(&terminator, place + units * sizeof(Unit), sizeof(Unit));
     // A text without its NUL is malformed: a length that is off by one would shift everything behind it.
     if (terminator != 0) {
-        return false;
+        return nullptr;
     }
-    text.assign(reinterpret_cast<const Unit*>(place), units);
     cursor_ += SLOT + textBytes;
-    return true;
+    return reinterpret_cast<const Unit*>(place);
 }
 
 bool Parcel::WriteString(std::string_view value)
@@ -140,12 +138,33 @@ bool Parcel::WriteParcelable(const Parcelable* record)
 
 bool Parcel::ReadString(std::string& value)
 {
-    return ReadText<char>(value);
+    size_t units = 0;
+    const char* const text = TakeText<char>(units);
+    if (text == nullptr) {
+        return false;
+    }
+    value.assign(text, units);
+    return true;
 }
 
 bool Parcel::ReadString16(std::u16string& value)
 {
-    return ReadText<char16_t>(value);
+    size_t units = 0;
+    const auto* const text = TakeText<char16_t>(units);
+    if (text == nullptr) {
+        return false;
+    }
+    value.assign(text, units);
+    return true;
+}
+
+bool Parcel::MatchString16(std::u16string_view expected)
+{
+    size_t units = 0;
+    const auto* const text = TakeText<char16_t>(units);
+    // memcmp: the comparison of char16_t texts in the C++ library goes unit by unit.
+    return text != nullptr && units == expected.size() &&
+           std::memcmp(text, expected.data(), units * sizeof(char16_t)) == 0;
 }
 
 std::string Parcel::ReadString()

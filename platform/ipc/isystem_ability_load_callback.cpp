@@ -12,7 +12,7 @@ int SystemAbilityLoadCallbackStub::OnRemoteRequest(uint32_t code, MessageParcel&
         return IPCObjectStub::OnRemoteRequest(code, data, reply, option);
     }
     int32_t systemAbilityId = 0;
-    if (data.ReadInterfaceToken() != GetDescriptor() || !data.ReadInt32(systemAbilityId)) {
+    if (!data.MatchInterfaceToken(GetDescriptor()) || !data.ReadInt32(systemAbilityId)) {
         return IPC_BAD_MESSAGE;
     }
     if (code == ON_LOAD_FAIL) {

@@ -51,8 +51,7 @@ double Playing::DeathTime() const
 
 std::shared_ptr<const Playing> Simulation::Current() const
 {
-    // Each request passes here; without a simulation it takes no lock.
-    if (!isActive_.load(std::memory_order_relaxed)) {
+    if (!IsActive()) {  // no lock without a simulation
         return nullptr;
     }
     MutexLock lock(mutex_);
@@ -138,7 +137,7 @@ double Simulation::NextText(double now) const
                : playing->WhenIs(playing->scenario->NextEvent(playing->TimeAt(now)));
 }
 
-int32_t Simulation::Before(ServerCode code)
+int32_t Simulation::DisturbRequest(ServerCode code)
 {
     for (;;) {
         const std::shared_ptr<const Playing> playing = Current();
@@ -157,7 +156,7 @@ int32_t Simulation::Before(ServerCode code)
     }
 }
 
-void Simulation::After(ServerCode code, MessageParcel& reply)
+void Simulation::DisturbReply(ServerCode code, MessageParcel& reply)
 {
     const std::shared_ptr<const Playing> playing = Current();
     const Fault* fault = playing == nullptr ? nullptr : playing->RequestFault(code, clock_.Now()).fault;

@@ -75,9 +75,14 @@ public:
     double NextText(double now) const;
 
     // At the start of each request: ends the process (die), waits (hang), gives a refusal (refuse), else 0.
-    int32_t Before(ServerCode code);
+    int32_t Before(ServerCode code) { return IsActive() ? DisturbRequest(code) : 0; }
     // Once its reply is written: waits (late), spoils the reply.
-    void After(ServerCode code, MessageParcel& reply);
+    void After(ServerCode code, MessageParcel& reply)
+    {
+        if (IsActive()) {
+            DisturbReply(code, reply);
+        }
+    }
 
 private:
     static constexpr size_t MAX_TEXTS = 100;
@@ -87,6 +92,11 @@ private:
 
     const ServiceClock clock_;
     std::function<void()> changed_;
+    // Each request asks: one atomic load.
+    bool IsActive() const { return isActive_.load(std::memory_order_relaxed); }
+    int32_t DisturbRequest(ServerCode code);
+    void DisturbReply(ServerCode code, MessageParcel& reply);
+
     std::atomic<bool> isActive_{false};  // whether playing_ is not null; changed under the mutex
     std::atomic<uint64_t> number_{0};    // changed under the mutex
     mutable Mutex mutex_;

@@ -23,6 +23,8 @@ public:
     // The name of the interface that a request is meant for, first in every request; a String16.
     bool WriteInterfaceToken(std::u16string_view token) { return WriteString16(token); }
     std::u16string ReadInterfaceToken() { return ReadString16(); }
+    // The same without a copy: whether the next item is this token.
+    bool MatchInterfaceToken(std::u16string_view token) { return MatchString16(token); }
 
     // The parcel keeps a strong reference while it lives. False, and nothing written, for null, beyond the capacity
     // or beyond MAX_OBJECTS.

@@ -73,6 +73,8 @@ public:
     bool ReadUint64(uint64_t& value) { return ReadScalar(value); }
     bool ReadString(std::string& value);
     bool ReadString16(std::u16string& value);
+    // Whether the next item is this text, compared in place. Moves behind any text.
+    bool MatchString16(std::u16string_view expected);
 
     bool ReadBool() { return ReadOr<int32_t>() != 0; }
     int32_t ReadInt32() { return ReadOr<int32_t>(); }
@@ -164,8 +166,9 @@ private:
     bool Grow(size_t bytes);
     template <typename Unit>
     bool WriteText(const Unit* text, size_t units);
-    template <typename Unit, typename Text>
-    bool ReadText(Text& text);
+    // Where the units of the next text are; null, and no move of the cursor, if there is none.
+    template <typename Unit>
+    const Unit* TakeText(size_t& units);
     void Free() noexcept;
 
     uint8_t* data_ = nullptr;  // behind a little headroom that the transport uses; null while empty

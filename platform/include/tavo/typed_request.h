@@ -256,8 +256,8 @@ int ServeArguments(Stub& stub, int32_t (Interface::*operation)(Parameters...), M
 template <typename Stub, typename Interface, typename... Parameters>
 int ServeRequest(Stub& stub, int32_t (Interface::*operation)(Parameters...), MessageParcel& data, MessageParcel& reply)
 {
-    return data.ReadInterfaceToken() == Interface::GetDescriptor() ? ServeArguments(stub, operation, data, reply)
-                                                                   : static_cast<int>(IPC_BAD_MESSAGE);
+    return data.MatchInterfaceToken(Interface::GetDescriptor()) ? ServeArguments(stub, operation, data, reply)
+                                                                : static_cast<int>(IPC_BAD_MESSAGE);
 }
 
 }  // namespace TAVO

@@ -69,7 +69,7 @@ int AbilityObserver::OnRemoteRequest(uint32_t code, MessageParcel& data, Message
     }
     int32_t systemAbilityId = 0;
     int64_t number = 0;
-    if (data.ReadInterfaceToken() != Token() || !data.ReadInt32(systemAbilityId) || !data.ReadInt64(number)) {
+    if (!data.MatchInterfaceToken(Token()) || !data.ReadInt32(systemAbilityId) || !data.ReadInt64(number)) {
         return IPC_BAD_MESSAGE;
     }
     cache_->Forget(systemAbilityId, number);

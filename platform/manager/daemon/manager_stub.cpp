@@ -40,7 +40,7 @@ int ManagerStub::OnRemoteRequest(uint32_t code, MessageParcel& data, MessageParc
     }
     int32_t systemAbilityId = 0;
     // The token guards against a client that mistakes the object for one of another interface.
-    if (data.ReadInterfaceToken() != ISystemAbilityManager::GetDescriptor() ||
+    if (!data.MatchInterfaceToken(ISystemAbilityManager::GetDescriptor()) ||
         (code != ISystemAbilityManager::DESCRIBE_ABILITIES && !data.ReadInt32(systemAbilityId))) {
         return IPC_BAD_MESSAGE;
     }
