@@ -26,9 +26,11 @@
 namespace {
 
 constexpr double FRAME_SECONDS = 1 / 60.0;
-constexpr int CALLS = 8000;  // a round without a pause
+constexpr int CALLS = 2000;  // a round without a pause
 constexpr int FRAMES = 30;   // a round at the rate of frames
 constexpr int ROUNDS = 21;
+// Beside busy loops, where the scheduler places the two threads together or apart for a while: many short rounds.
+constexpr int BUSY_ROUNDS = 101;
 constexpr int PROCESSORS = 2;
 
 void SleepUntil(double seconds)
@@ -168,7 +170,7 @@ int main()
     {
         const BusyLoops loops;
         Bench::MeasureAndPrint(
-            {"facade_call_busy", "us", 1.1}, ROUNDS, [&] { return games.Run(true, 'b'); },
+            {"facade_call_busy", "us", 1.1}, BUSY_ROUNDS, [&] { return games.Run(true, 'b'); },
             [&] { return games.Run(false, 'b'); });
     }
     Bench::RawPeer raw(Bench::EITHER_PROCESSOR,
