@@ -21,8 +21,9 @@ bool LanePage::OnRequest(uint64_t number, const Instance& self, uint64_t lane)
     const bool isMark = number % PAGE_CALLS == 0;
     if (CallPage* const page = slot_.Get(); page != nullptr) {
         isUsed_ = page->Requests().ReleaseSocket() || isUsed_;
-        // The caller has opened it, or has had time to.
-        if (isUsed_ || isMark) {
+        // The caller has opened it, or has had time to: its control thread opens it, and may have to wait for a
+        // processor while 32 calls take less than a millisecond.
+        if (isUsed_ || (isMark && Clock::now() - markedAt_ > PAGE_TIME)) {
             page->CloseFd();
         }
         return false;
@@ -65,7 +66,8 @@ FrameReader::State LanePage::Take(FrameReader& reader)
         return FrameReader::State::MORE;
     }
     // A frame is whole, and alone.
-    return state == FrameReader::State::MORE || from != end ? FrameReader::State::BAD : state;
+    const bool isAlone = state != FrameReader::State::COMPLETE || from == end;
+    return state != FrameReader::State::MORE && isAlone ? state : FrameReader::State::BAD;
 }
 
 }  // namespace TAVO::Transport

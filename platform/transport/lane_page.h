@@ -37,7 +37,7 @@ private:
     CallPageSlot slot_;
     bool isUsed_ = false;          // by the caller
     Clock::time_point awaitedAt_;  // when a worker last began to wait at the page
-    Clock::time_point markedAt_;   // when a request came whose number is a multiple of PAGE_CALLS
+    Clock::time_point markedAt_;   // when a request came whose number is a multiple of PAGE_CALLS, until the offer
 };
 
 }  // namespace TAVO::Transport
