@@ -61,7 +61,7 @@ struct RawHello {
 static_assert(sizeof(RawHello) == RawHello::SIZE);
 
 struct RawRecord {
-    enum Type : uint32_t { RELEASE = 1, ACQUIRE, ACQUIRED, TAKEN, LANE_CLOSED, PING, PONG, AFTER };
+    enum Type : uint32_t { RELEASE = 1, ACQUIRE, ACQUIRED, TAKEN, LANE_CLOSED, PING, PONG, AFTER, RING };
     static constexpr size_t SIZE = 24;
     static constexpr uint32_t OWN_LANE = 1;
 

@@ -5,11 +5,11 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <utility>
 
 #include "platform/transport/peer_fixture.h"
 #include "platform/transport/raw_callee.h"
+#include "support/raw_ring.h"
 #include "transport/transport.h"
 
 namespace TransportTest {
@@ -116,10 +116,7 @@ using IdleRing = PeerFixture;
 
 bool HasRing(pid_t pid)
 {
-    const std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
-    std::ostringstream all;
-    all << maps.rdbuf();
-    return all.str().find("/memfd:tavo-lane") != std::string::npos;
+    return MapsLaneMemory(pid, TestSupport::RawRing::SIZE);
 }
 
 TEST_F(IdleRing, MemoryOfAnIdleRingIsFreedAtBothEnds)

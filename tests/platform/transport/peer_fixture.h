@@ -5,7 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <fstream>
 #include <numeric>
+#include <string>
 
 #include "platform/transport/test_object.h"
 #include "support/threads.h"
@@ -19,6 +22,21 @@ inline std::vector<int32_t> Counting(int32_t from, int32_t count)
     std::vector<int32_t> numbers(static_cast<size_t>(count));
     std::iota(numbers.begin(), numbers.end(), from);
     return numbers;
+}
+
+// Whether process `pid` maps shared memory of a lane that has this size.
+inline bool MapsLaneMemory(pid_t pid, size_t size)
+{
+    std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
+    for (std::string line; std::getline(maps, line);) {
+        size_t from = 0;
+        size_t end = 0;
+        if (line.find("/memfd:tavo-lane") != std::string::npos &&
+            std::sscanf(line.c_str(), "%zx-%zx", &from, &end) == 2 && end - from == size) {
+            return true;
+        }
+    }
+    return false;
 }
 
 class PeerFixture : public ::testing::Test {

@@ -54,6 +54,12 @@ inline bool IntroduceObject(RawPeer& raw, const std::string& name, uint64_t seri
     return answer && answer->Status() == TAVO::IPC_OK;
 }
 
+// Offers descriptor `fd` of this process for a lane of the other one, which has handled the offer when this returns.
+inline bool OfferMemory(RawPeer& raw, uint64_t lane, int fd)
+{
+    return raw.Control().Send(RawRecord{RawRecord::RING, 0, lane, static_cast<uint64_t>(fd)}.Encode()) && raw.Ping();
+}
+
 // A forked raw peer whose object the manager keeps under `name` once StartCallee has returned true; then `script` runs
 // there. To be made before this process uses the platform.
 inline Child ForkCallee(const std::string& runtimeDir, const std::string& name,

@@ -18,7 +18,6 @@ using TestSupport::RawRing;
 using TestSupport::WaitFor;
 
 constexpr uint16_t INTO_RING = 4;
-constexpr uint32_t RING_RECORD = 9;
 
 RawFrame Note(uint64_t number)
 {
@@ -48,7 +47,7 @@ protected:
                 burst.insert(burst.end(), note.begin(), note.end());
             }
             ASSERT_TRUE(lane_.Send(burst));
-            offer = raw_->AwaitRecord(RING_RECORD, std::chrono::milliseconds(last_ < 512 ? 0 : 200));
+            offer = raw_->AwaitRecord(RawRecord::RING, std::chrono::milliseconds(last_ < 512 ? 0 : 200));
         }
         ASSERT_TRUE(offer);
         EXPECT_EQ(offer->a, raw_->LastLane());
@@ -140,7 +139,7 @@ INSTANTIATE_TEST_SUITE_P(Ring, SpoiledRing, ::testing::ValuesIn(SPOILED));
 
 TEST_F(OfferedRing, IsWithdrawnWhenTheSenderDoesNotUseIt)
 {
-    const auto withdrawn = raw_->AwaitRecord(RING_RECORD);
+    const auto withdrawn = raw_->AwaitRecord(RawRecord::RING);
     ASSERT_TRUE(withdrawn);
     EXPECT_EQ(withdrawn->a, raw_->LastLane());
     EXPECT_EQ(withdrawn->b, UINT64_MAX);
@@ -203,11 +202,6 @@ bool TakeNotes(RawSocket& lane, int count)
     return true;
 }
 
-bool Offer(RawPeer& raw, uint64_t lane, int fd)
-{
-    return raw.Control().Send(RawRecord{RING_RECORD, 0, lane, static_cast<uint64_t>(fd)}.Encode()) && raw.Ping();
-}
-
 // Whether the sender replaces the lane by a new one, and continues there.
 bool IsLeft(RawPeer& raw, RawSocket& lane, RawHello& hello)
 {
@@ -240,7 +234,7 @@ int OfferAllKinds(RawPeer& raw)
     }
     for (const int fd : {ofOthers.Fd(), ofAnotherLane.Fd(), unsealed.Fd(), shorter.Fd(), longer.Fd(), noMemory.Get(),
                          pipe[0], 100000, -1}) {
-        if (!Offer(raw, hello.lane, fd)) {
+        if (!OfferMemory(raw, hello.lane, fd)) {
             return 2;
         }
     }
@@ -249,17 +243,17 @@ int OfferAllKinds(RawPeer& raw)
     }
     RawRing overRead(raw.Instance(), hello.lane);
     ++overRead.Read();
-    if (!Offer(raw, hello.lane, overRead.Fd()) || !IsLeft(raw, lane, hello)) {
+    if (!OfferMemory(raw, hello.lane, overRead.Fd()) || !IsLeft(raw, lane, hello)) {
         return 4;
     }
     RawRing abandoned(raw.Instance(), hello.lane);
     abandoned.Written() |= RawRing::CLOSED;
-    if (!Offer(raw, hello.lane, abandoned.Fd()) || !IsLeft(raw, lane, hello)) {
+    if (!OfferMemory(raw, hello.lane, abandoned.Fd()) || !IsLeft(raw, lane, hello)) {
         return 5;
     }
     RawRing good(raw.Instance(), hello.lane);
     good.Reader() = RawRing::ASLEEP;
-    if (!Offer(raw, hello.lane, good.Fd())) {
+    if (!OfferMemory(raw, hello.lane, good.Fd())) {
         return 6;
     }
     std::optional<RawFrame> frame = lane.ReceiveFrame();
