@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <ctime>
 
 namespace TAVO::Transport {
@@ -29,7 +30,7 @@ bool SleepWhile(const std::atomic<uint32_t>& word, uint32_t value,
 
 void WakeUp(const std::atomic<uint32_t>& word) noexcept
 {
-    ::syscall(SYS_futex, &word, FUTEX_WAKE, 1);
+    ::syscall(SYS_futex, &word, FUTEX_WAKE, INT_MAX);
 }
 
 }  // namespace TAVO::Transport

@@ -13,7 +13,7 @@ namespace TAVO::Transport {
 // has passed.
 bool SleepWhile(const std::atomic<uint32_t>& word, uint32_t value,
                 std::chrono::steady_clock::time_point deadline) noexcept;
-// Wakes up one thread that sleeps on `word`.
+// Wakes up all threads that sleep on `word`.
 void WakeUp(const std::atomic<uint32_t>& word) noexcept;
 
 }  // namespace TAVO::Transport
