@@ -32,7 +32,7 @@ protected:
         const itimerval everyMillisecond{{0, 1000}, {0, 1000}};
         ::setitimer(ITIMER_REAL, &everyMillisecond, nullptr);
     }
-    ~Signals() override
+    void TearDown() override
     {
         const itimerval never{};
         ::setitimer(ITIMER_REAL, &never, nullptr);
