@@ -149,9 +149,10 @@ InLane::Next InLane::Loop()
         if (!input_.HasStash()) {
             // The next request of a busy caller arrives within microseconds; waiting for it here saves an epoll round
             // and a wake-up of another worker. Not on the delivery thread, and not as the last free worker: then a lane
-            // with a request could wait for this one.
-            wait = CurrentRole() == ThreadRole::WORKER && (page_.InUse() != nullptr || ++served < STAY_REQUESTS) &&
-                   services_.workers.EnsureSpare();
+            // with a request could wait for this one. Nor after the first request of a lane, which may be the only one:
+            // the first call of a service would then also pay for the start of a second worker.
+            wait = CurrentRole() == ThreadRole::WORKER && LastTaken() > 1 &&
+                   (page_.InUse() != nullptr || ++served < STAY_REQUESTS) && services_.workers.EnsureSpare();
             if (!wait) {
                 AwaitMore(input_.Reader().IsUnderWay());
                 return Next::GONE;
