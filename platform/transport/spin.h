@@ -70,7 +70,7 @@ public:
 private:
     // Whether to poll now.
     bool Begin() noexcept;
-    // Lets other threads run. False when another program had the processor meanwhile: no more polls then.
+    // Lets other threads run. False if another program used the processor for long: polling must end then.
     bool Yield() noexcept;
 
     const int polls_;
