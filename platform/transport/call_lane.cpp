@@ -72,7 +72,7 @@ IoStatus ReadReply(int fd, Spin* spin, FrameReader& reader, Deadline deadline, b
 // Reads one whole reply, through the page where the peer has put it there.
 IoStatus ReadReply(int fd, CallBox& box, Spin* spin, FrameReader& reader, Deadline deadline, bool& extra)
 {
-    switch (box.Wait(spin, deadline)) {
+    switch (box.Wait(spin, deadline).state) {
         case CallBox::ABSENT:
             return IoStatus::WOULD_BLOCK;
         case CallBox::FULL: {

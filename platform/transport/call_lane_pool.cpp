@@ -10,6 +10,7 @@
 #include <thread>
 #include <utility>
 
+#include "transport/expected_call.h"
 #include "transport/session_host.h"
 
 namespace TAVO::Transport {
@@ -83,6 +84,9 @@ try {
 void CallLanePool::Return(const std::shared_ptr<CallLane>& lane)
 {
     lane->usedBy = std::this_thread::get_id();
+    if (lane->page.Get() != nullptr) {
+        RememberCall(lane);
+    }
     {
         MutexLock lock(mutex_);
         if (isClosed_) {

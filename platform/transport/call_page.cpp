@@ -14,6 +14,7 @@
 #include <new>
 
 #include "os/futex.h"
+#include "transport/lane_key.h"
 
 namespace TAVO::Transport {
 namespace {
@@ -44,23 +45,44 @@ bool CallBox::Put(const uint8_t* frame, size_t size) noexcept
     return false;  // The lane has ended: the socket reports it.
 }
 
-uint32_t CallBox::Wait(Spin* spin, Deadline deadline) noexcept
+void CallBox::Alert() noexcept
 {
+    // Looked at first: at a box that is in constant use this costs no exclusive access to its memory.
+    if (state_.load(std::memory_order_relaxed) == ASLEEP && Change(ASLEEP, AWAKE)) {
+        WakeUp(state_);
+    }
+}
+
+CallBox::Waited CallBox::Wait(Spin* spin, Deadline deadline) noexcept
+{
+    const auto hasCome = [this] { return state_.load(std::memory_order_acquire) != AWAKE; };
     // One look first: a peer that was quicker costs no look at the clock.
-    if (spin != nullptr && state_.load(std::memory_order_acquire) == AWAKE) {
-        spin->Poll([this] { return state_.load(std::memory_order_acquire) != AWAKE; });
+    if (spin != nullptr && !hasCome()) {
+        spin->Poll(hasCome);
     }
-    uint32_t state = AWAKE;
-    if (state_.compare_exchange_strong(state, ASLEEP)) {
-        state = ASLEEP;
-    }
-    while (state == ASLEEP) {
-        if (!SleepWhile(state_, ASLEEP, deadline) && state_.compare_exchange_strong(state, ABSENT)) {
-            return ABSENT;
+    bool hasSlept = false;
+    while (Change(AWAKE, ASLEEP)) {
+        hasSlept = true;
+        if (!Sleep(deadline)) {
+            return {ABSENT, hasSlept};
         }
-        state = state_.load(std::memory_order_acquire);
+        // Awake without a frame: the sender has announced one. Without an end it may announce what never comes.
+        if (!hasCome() && (spin == nullptr || !spin->PollAlerted(hasCome)) && Clock::now() >= deadline &&
+            Change(AWAKE, ABSENT)) {
+            return {ABSENT, hasSlept};
+        }
     }
-    return state;
+    return {state_.load(std::memory_order_acquire), hasSlept};
+}
+
+bool CallBox::Sleep(Deadline deadline) noexcept
+{
+    while (state_.load(std::memory_order_acquire) == ASLEEP) {
+        if (!SleepWhile(state_, ASLEEP, deadline) && Change(ASLEEP, ABSENT)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 std::pair<const uint8_t*, const uint8_t*> CallBox::Frame() const noexcept

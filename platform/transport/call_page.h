@@ -32,13 +32,19 @@ public:
     // ---- The sender, one frame at a time
     // Puts a whole frame into the box. False: it is to be sent through the socket, where the receiver looks next.
     bool Put(const uint8_t* frame, size_t size) noexcept;
+    // A frame comes soon: wakes up the receiver if it sleeps at the box. Any thread of the sender, at any time.
+    void Alert() noexcept;
 
     // ---- The receiver
     // From now on frames may come through the box. False if the next one comes through the socket, or none will come.
     bool Attend() noexcept { return Change(ABSENT, AWAKE); }
     // Waits after Attend. FULL, SOCKET and CLOSED as above; ABSENT: nothing has come by `deadline`, and the next frame
-    // comes through the socket. Polls first if there is a `spin`.
-    uint32_t Wait(Spin* spin, Deadline deadline) noexcept;
+    // comes through the socket. Polls first, and when it is alerted, if there is a `spin`.
+    struct Waited {
+        uint32_t state;
+        bool hasSlept;  // and was woken up
+    };
+    Waited Wait(Spin* spin, Deadline deadline) noexcept;
     // The frame in a box that is FULL. To be read once, since it may change meanwhile.
     std::pair<const uint8_t*, const uint8_t*> Frame() const noexcept;
     // The frame is read. False: the sender has withdrawn it meanwhile.
@@ -51,6 +57,8 @@ public:
     void Close(bool keepsFrame) noexcept;
 
 private:
+    // Asleep, until that is changed; false when that is this thread after `deadline`: the receiver has left the box.
+    bool Sleep(Deadline deadline) noexcept;
     bool Change(uint32_t from, uint32_t to) noexcept { return state_.compare_exchange_strong(from, to); }
 
     std::atomic<uint32_t> state_{ABSENT};

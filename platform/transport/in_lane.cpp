@@ -300,7 +300,11 @@ InLane::Next InLane::AfterReply(IoStatus sent)
         Await(EPOLLOUT, true);
         return Next::GONE;
     }
-    return sent == IoStatus::OK ? Next::GO_ON : Next::CLOSE;
+    if (sent != IoStatus::OK) {
+        return Next::CLOSE;
+    }
+    page_.OnReply();
+    return Next::GO_ON;
 }
 
 InLane::Next InLane::SendRestOfReply()

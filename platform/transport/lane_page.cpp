@@ -4,6 +4,8 @@
 // opened the page; from then on a worker that stays with the lane waits at the page, and never at the socket.
 #include "transport/lane_page.h"
 
+#include <sched.h>
+
 #include <utility>
 
 namespace TAVO::Transport {
@@ -50,11 +52,21 @@ uint32_t LanePage::Await(Spin& spin, WorkerPool& workers)
     // half of what a sleep in the epoll does.
     const bool isRegular = now - std::exchange(awaitedAt_, now) < LONG_STAY;
     const bool staysLong = isRegular && workers.BeginLongStay();
-    const uint32_t state = requests.Wait(&spin, now + (staysLong ? LONG_STAY : STAY));
+    const CallBox::Waited waited = requests.Wait(&spin, now + (staysLong ? LONG_STAY : STAY));
     if (staysLong) {
         workers.EndLongStay();
     }
-    return state;
+    // Not between calls without a pause: beside a program that computes, giving up the processor would then cost a time
+    // slice for each call.
+    wasWokenUp_ = waited.hasSlept && Spin::IsTurnedOn() && Clock::now() - now > STAY;
+    return waited.state;
+}
+
+void LanePage::OnReply() noexcept
+{
+    if (std::exchange(wasWokenUp_, false)) {
+        ::sched_yield();
+    }
 }
 
 FrameReader::State LanePage::Take(FrameReader& reader)

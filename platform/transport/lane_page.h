@@ -29,6 +29,9 @@ public:
     uint32_t Await(Spin& spin, WorkerPool& workers);
     // After FULL. MORE: the caller has withdrawn the request.
     FrameReader::State Take(FrameReader& reader);
+    // The reply is sent. A worker that was woken up for the request may have taken the processor of its caller, who then
+    // goes on before the worker does.
+    void OnReply() noexcept;
 
     // Any thread: the lane has ended.
     void Close() noexcept { slot_.Close(); }
@@ -36,6 +39,7 @@ public:
 private:
     CallPageSlot slot_;
     bool isUsed_ = false;          // by the caller
+    bool wasWokenUp_ = false;      // the worker, for the request that it handles
     Clock::time_point awaitedAt_;  // when a worker last began to wait at the page
     Clock::time_point markedAt_;   // when a request came whose number is a multiple of PAGE_CALLS, until the offer
 };

@@ -21,16 +21,6 @@ using Clock = std::chrono::steady_clock;
 // Other threads of the two processes take less between two polls; a program that computes takes more.
 constexpr std::chrono::microseconds LOST_PROCESSOR{1000};
 
-bool IsTurnedOn() noexcept
-{
-    // Read once: getenv is not safe beside a setenv of the game on another thread, so as seldom as possible.
-    static const bool isTurnedOn = [] {
-        const char* const setting = std::getenv("TAVO_SPIN");
-        return setting == nullptr || std::strcmp(setting, "off") != 0;
-    }();
-    return isTurnedOn;
-}
-
 }  // namespace
 
 void SpinPause::OnLostProcessor(Time since, Time now) noexcept
@@ -48,10 +38,20 @@ void SpinPause::Extend(Time now, std::chrono::microseconds& length, std::chrono:
     end_ = now + length;
 }
 
+bool Spin::IsTurnedOn() noexcept
+{
+    // Read once: getenv is not safe beside a setenv of the game on another thread, so as seldom as possible.
+    static const bool isTurnedOn = [] {
+        const char* const setting = std::getenv("TAVO_SPIN");
+        return setting == nullptr || std::strcmp(setting, "off") != 0;
+    }();
+    return isTurnedOn;
+}
+
 bool Spin::Begin() noexcept
 {
     now_ = Clock::now();
-    return IsTurnedOn() && pause_.IsOver(now_);
+    return IsTurnedOn();
 }
 
 bool Spin::Yield() noexcept

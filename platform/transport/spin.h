@@ -45,30 +45,53 @@ public:
 
     explicit Spin(int polls) noexcept : polls_(polls) {}
 
+    // Whether threads of this process poll at all.
+    static bool IsTurnedOn() noexcept;
+
     // Looks until `look` returns true. False: it did not while this polled, or polling does not pay at present.
     template <typename Look>
     bool Poll(const Look& look) noexcept
     {
-        if (!Begin()) {
+        if (!Begin() || !pause_.IsOver(now_)) {
             return false;
         }
-        for (int poll = 0; poll < polls_; ++poll) {
-            if (look()) {
+        switch (LookRepeatedly(look)) {
+            case Seen::MESSAGE:
                 pause_.OnMessage();
                 return true;
-            }
-            if (!Yield()) {
+            case Seen::NOTHING:
+                pause_.OnNothing(now_);
                 return false;
-            }
+            default:
+                return false;
         }
-        pause_.OnNothing(now_);
-        return false;
+    }
+    // As Poll, for a message that the peer has announced: polls during a pause too, and says nothing about other waits.
+    template <typename Look>
+    bool PollAlerted(const Look& look) noexcept
+    {
+        return Begin() && LookRepeatedly(look) == Seen::MESSAGE;
     }
     // Receives the next bytes of `fd` without sleeping. WOULD_BLOCK: as Poll.
     IoResult Receive(int fd, void* place, size_t size) noexcept;
 
 private:
-    // Whether to poll now.
+    enum class Seen { MESSAGE, NOTHING, OTHER_PROGRAM };
+
+    template <typename Look>
+    Seen LookRepeatedly(const Look& look) noexcept
+    {
+        for (int poll = 0; poll < polls_; ++poll) {
+            if (look()) {
+                return Seen::MESSAGE;
+            }
+            if (!Yield()) {
+                return Seen::OTHER_PROGRAM;
+            }
+        }
+        return Seen::NOTHING;
+    }
+    // Reads the clock. False: this process does not poll.
     bool Begin() noexcept;
     // Lets other threads run. False if another program used the processor for long: polling must end then.
     bool Yield() noexcept;

@@ -9,6 +9,7 @@
 
 #include "base/forked_child.h"
 #include "transport/calling_peer_scope.h"
+#include "transport/expected_call.h"
 #include "transport/local_call.h"
 #include "transport/object_gate.h"
 #include "transport/proxy_object.h"
@@ -80,6 +81,13 @@ bool IsStillThere(const sptr<IRemoteObject>& object, Clock::time_point deadline)
     }
     // Asks the kernel: the end of the connection may have arrived and not been read by the control thread yet.
     return proxy->WaitReady(deadline) == IPC_OK && !proxy->GetSession().Control().HasHungUp();
+}
+
+void ExpectCall() noexcept
+{
+    if (!InForkedChild()) {
+        AlertLastLane();
+    }
 }
 
 uint64_t OwnerSession(const sptr<IRemoteObject>& object)

@@ -38,6 +38,10 @@ void ServeAsManager(int listenFd, const sptr<IPCObjectStub>& root,
 // named, and asks the kernel whether the connection has ended, though its end may not have been noticed yet.
 bool IsStillThere(const sptr<IRemoteObject>& object, Clock::time_point deadline);
 
+// The calling thread is about to make a call: if it makes calls regularly, the worker that served the last one is woken
+// up while this thread makes its request. Never waits.
+void ExpectCall() noexcept;
+
 // The session with the object's process, as CallingPeer names it; 0 for an object of this process, and for null.
 uint64_t OwnerSession(const sptr<IRemoteObject>& object);
 

@@ -7,6 +7,7 @@
 
 #include "base/forked_child.h"
 #include "manager/client/manager_connection.h"
+#include "transport/transport.h"
 
 namespace TAVO {
 
@@ -24,6 +25,7 @@ try {
     if (InForkedChild()) {
         return nullptr;
     }
+    Transport::ExpectCall();  // Programs ask for the manager before each call of a service.
     // Read without the lock first: without a test manager each call costs one atomic load.
     if (hasTestManager_) {
         MutexLock lock(mutex_);

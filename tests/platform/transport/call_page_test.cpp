@@ -18,6 +18,7 @@
 #include "support/raw_page.h"
 #include "transport/call_page.h"
 #include "transport/lane_page.h"
+#include "transport/transport.h"
 
 namespace TransportTest {
 namespace {
@@ -120,6 +121,30 @@ TEST_F(BusyLane, CallerThatSleepsAtThePageSeesTheDeathOfTheCallee)
     killer.join();
 }
 
+TEST_F(BusyLane, ThreadMayCallWhenItsThreadLocalObjectsAreDestroyed)
+{
+    struct AtEnd {
+        std::function<void()> run;
+        ~AtEnd() { run(); }
+    };
+    std::thread caller([this] {
+        EXPECT_EQ(peer_.Ask("await-waiting 1"), "waiting");  // The lane of the main thread is in use.
+        // Constructed before the calls, so destroyed after all that they leave to the thread.
+        thread_local const AtEnd atEnd{[this] {
+            peer_.Kill();
+            EXPECT_TRUE(WaitFor([this] { return !object_->IsAlive(); }));
+            EXPECT_TRUE(WaitFor([] { return !MapsLaneMemory(::getpid(), RawPage::SIZE); })) << "the lane is left";
+            TAVO::Transport::ExpectCall();
+            EXPECT_EQ(Echo(object_, 0), TAVO::IPC_DEAD_OBJECT);
+        }};
+        for (int32_t i = 0; i < 100; ++i) {
+            EXPECT_EQ(Echo(object_, i), TAVO::IPC_OK);
+        }
+    });
+    EXPECT_EQ(Call(object_, TestCode::WAIT).Send(60), TAVO::IPC_DEAD_OBJECT);
+    caller.join();
+}
+
 // ---- One page, without processes
 
 // The caller gives up after the server has found the request, and before the server has read it.
@@ -159,7 +184,11 @@ public:
         const auto* const bytes = reinterpret_cast<const uint8_t*>(&frame);
         // At any moment of what the receiver does meanwhile.
         const auto start = Clock::now() + std::chrono::nanoseconds(random_() % 5000);
-        while (Clock::now() < start) {}
+        while (Clock::now() < start) {
+            if (random_() % 8 == 0) {
+                out_.Alert();
+            }
+        }
         return out_.Put(bytes, sizeof(frame)) || ::send(fd_, bytes, sizeof(frame), MSG_NOSIGNAL) == sizeof(frame);
     }
     // 0: no frame arrived in time, or a spoiled one.
@@ -189,7 +218,7 @@ private:
         const std::chrono::microseconds stays[] = {-1us, 3us, 10us, 30us, TestSupport::TIMEOUT};
         const auto stay = stays[random_() % std::size(stays)];
         Spin spin(static_cast<int>(random_() % 50));
-        return in_.Wait(&spin, Clock::now() + stay);
+        return in_.Wait(&spin, Clock::now() + stay).state;
     }
 
     CallBox& in_;
@@ -256,6 +285,7 @@ TEST(CallPage, NothingIsLostWhileReceiversComeAndGo)
     ::shutdown(fds[1], SHUT_RDWR);
     serving.join();
     EXPECT_EQ(lastServed, last);
+    EXPECT_LT(TestSupport::Clock::now(), stop + 10s) << "a receiver was not woken up";
     ::close(fds[0]);
     ::close(fds[1]);
 }
