@@ -7,6 +7,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -62,6 +63,9 @@ void KillService()
         return;
     }
     const int process = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+    if (process < 0 && errno == ESRCH) {
+        return;  // It had ended already, and the manager has noticed it meanwhile.
+    }
     ::kill(pid, SIGKILL);
     pollfd end{process, POLLIN, 0};
     if (process < 0 || ::poll(&end, 1, static_cast<int>(END_SECONDS * 1000)) != 1) {
