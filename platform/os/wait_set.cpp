@@ -15,11 +15,11 @@ bool WaitSet::Open() noexcept
         return true;
     }
     UniqueFd epoll(AboveStandardFds(::epoll_create1(EPOLL_CLOEXEC)));
-    // As a semaphore each read takes one unit, so each signal wakes up one worker; otherwise one read takes all.
-    UniqueFd ready(
-        AboveStandardFds(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC | (jobs_ == Jobs::ONE ? EFD_SEMAPHORE : 0))));
+    UniqueFd ready(AboveStandardFds(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)));
     epoll_event event{};
-    event.events = EPOLLIN;
+    // Edge-triggered: each write is an event of its own, so nobody has to read the eventfd, and one thread wakes up for
+    // it, not all that wait.
+    event.events = EPOLLIN | EPOLLET;
     event.data.ptr = nullptr;
     if (!epoll.IsOpen() || !ready.IsOpen() || ::epoll_ctl(epoll.Get(), EPOLL_CTL_ADD, ready.Get(), &event) != 0) {
         return false;
@@ -33,14 +33,8 @@ bool WaitSet::Open() noexcept
 void WaitSet::Signal() const noexcept
 {
     const uint64_t one = 1;
-    // Fails only when 2^64 - 2 signals are unread.
+    // Fails only after 2^64 - 2 signals.
     [[maybe_unused]] const ssize_t written = ::write(ready_.Get(), &one, sizeof(one));
-}
-
-bool WaitSet::Take() const noexcept
-{
-    uint64_t units = 0;
-    return ::read(ready_.Get(), &units, sizeof(units)) == sizeof(units);
 }
 
 }  // namespace TAVO::Transport

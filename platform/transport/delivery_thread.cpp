@@ -89,7 +89,6 @@ void DeliveryThread::Run()
 
 void DeliveryThread::NotifyQueued()
 {
-    wait_.Take();
     for (;;) {
         sptr<PeerObject> dead;
         {

@@ -40,7 +40,7 @@ private:
     void Run();
     void NotifyQueued();
 
-    WaitSet wait_{WaitSet::Jobs::ALL};
+    WaitSet wait_;
     Mutex mutex_;
     bool isRunning_ TAVO_GUARDED_BY(mutex_) = false;
     sptr<PeerObject> firstDead_ TAVO_GUARDED_BY(mutex_);      // linked by nextDead_

@@ -205,8 +205,6 @@ void EventLoop::Turn(int milliseconds)
 
 void EventLoop::RunJobs()
 {
-    // Before the queue is read: a job posted after that signals again.
-    wait_.Take();
     for (;;) {
         if (jobsInHand_.empty()) {
             MutexLock lock(mutex_);

@@ -81,7 +81,7 @@ private:
     int TickMilliseconds() const;
 
     const std::function<bool()> openOthers_;
-    WaitSet wait_{WaitSet::Jobs::ALL};
+    WaitSet wait_;
     Mutex mutex_;
     bool isRunning_ TAVO_GUARDED_BY(mutex_) = false;
     std::vector<std::function<void()>> jobs_ TAVO_GUARDED_BY(mutex_);

@@ -60,7 +60,6 @@ bool WorkerPool::Post(std::function<void()> job) noexcept
     } catch (const std::bad_alloc&) {
         return false;
     }
-    // One signal for each job (an eventfd used as a semaphore): one worker wakes up for it.
     wait_.Signal();
     EnsureSpare();
     return true;
@@ -176,14 +175,18 @@ void WorkerPool::Run()
 void WorkerPool::RunOneJob()
 {
     std::function<void()> job;
+    bool hasMore = false;
     {
         MutexLock lock(mutex_);
-        // All threads in epoll_wait may wake up for one job; Take lets one of them have it.
-        if (jobs_.empty() || !wait_.Take()) {
-            return;  // Another worker was quicker.
+        if (jobs_.empty()) {
+            return;  // The signal had come after a worker signalled for what it left.
         }
         job = std::move(jobs_.front());
         jobs_.pop_front();
+        hasMore = !jobs_.empty();
+    }
+    if (hasMore) {
+        wait_.Signal();  // This worker may have received the signals of several jobs, and takes one.
     }
     job();
 }

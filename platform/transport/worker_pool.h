@@ -71,7 +71,7 @@ private:
     void RunOneJob();
 
     const std::function<bool()> watch_;
-    WaitSet wait_{WaitSet::Jobs::ONE};
+    WaitSet wait_;
     Mutex mutex_;
     std::deque<std::function<void()>> jobs_ TAVO_GUARDED_BY(mutex_);
     int total_ TAVO_GUARDED_BY(mutex_) = 0;
