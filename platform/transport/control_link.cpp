@@ -102,12 +102,17 @@ try {
             return got.status == IoStatus::WOULD_BLOCK;
         }
         filled_ += got.bytes;
+        const bool mayHaveMore = filled_ == buffer_.size();
         // Records of the peer may follow its answer in the same read.
         if (!isAnswered_ && filled_ >= sizeof(Hello) && !TakeAnswer()) {
             return false;
         }
         if (isAnswered_ && !TakeRecords()) {
             return false;
+        }
+        // What arrives from here on, or the end of the connection, is reported by the epoll: no call is spent on it.
+        if (!mayHaveMore) {
+            return true;
         }
     }
     return true;
