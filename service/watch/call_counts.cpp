@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <new>
 #include <numeric>
 
 #include "base/operation_names.h"
@@ -26,9 +27,34 @@ double Microseconds(double nanoseconds)
 
 }  // namespace
 
+CallCounts::~CallCounts()
+{
+    for (const auto& operation : operations_) {
+        delete operation.load(std::memory_order_relaxed);
+    }
+}
+
+CallCounts::Operation* CallCounts::Ensure(ServerCode code) noexcept
+{
+    std::atomic<Operation*>& place = operations_[static_cast<size_t>(code)];
+    Operation* known = place.load(std::memory_order_acquire);
+    if (known == nullptr) {
+        auto* const made = new (std::nothrow) Operation;
+        if (place.compare_exchange_strong(known, made, std::memory_order_acq_rel)) {
+            return made;
+        }
+        delete made;  // Another thread was faster; `known` is its own.
+    }
+    return known;
+}
+
 void CallCounts::Add(ServerCode code, bool isRefused, std::chrono::nanoseconds duration)
 {
-    Operation& counts = operations_[static_cast<size_t>(code)];
+    Operation* const operation = Ensure(code);
+    if (operation == nullptr) {
+        return;
+    }
+    Operation& counts = *operation;
     const int64_t nanoseconds = std::max<int64_t>(duration.count(), 0);
     counts.buckets[BucketOf(static_cast<uint64_t>(nanoseconds))].fetch_add(1, std::memory_order_relaxed);
     counts.total.fetch_add(nanoseconds, std::memory_order_relaxed);
@@ -44,12 +70,16 @@ Json::Value CallCounts::Describe() const
 {
     Json::Value shown(Json::objectValue);
     for (size_t i = 0; i < CODES; ++i) {
+        const Operation* const operation = operations_[i].load(std::memory_order_acquire);
+        if (operation == nullptr) {
+            continue;
+        }
         Buckets buckets;
-        std::transform(operations_[i].buckets.begin(), operations_[i].buckets.end(), buckets.begin(),
+        std::transform(operation->buckets.begin(), operation->buckets.end(), buckets.begin(),
                        [](const std::atomic<uint64_t>& bucket) { return bucket.load(std::memory_order_relaxed); });
         const uint64_t count = std::accumulate(buckets.begin(), buckets.end(), uint64_t{0});
         if (count > 0) {
-            shown[NameOf(static_cast<ServerCode>(i))] = DescribeOperation(operations_[i], buckets, count);
+            shown[NameOf(static_cast<ServerCode>(i))] = DescribeOperation(*operation, buckets, count);
         }
     }
     return shown;

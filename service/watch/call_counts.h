@@ -15,9 +15,15 @@
 
 namespace TAVO::Veltra {
 
-// Any thread, without a lock: each call costs two relaxed additions.
+// Any thread, without a lock: each call costs two relaxed additions. An operation takes its KiB of memory with its first
+// call; without memory that call is not counted.
 class CallCounts {
 public:
+    CallCounts() = default;
+    ~CallCounts();
+    CallCounts(const CallCounts&) = delete;
+    CallCounts& operator=(const CallCounts&) = delete;
+
     // Above every code that is counted: VeltraServerStub checks its table of requests against this when it is compiled.
     static constexpr size_t CODES = 32;
 
@@ -40,12 +46,13 @@ private:
     };
     using Buckets = std::array<uint64_t, BUCKETS>;
 
+    Operation* Ensure(ServerCode code) noexcept;
     static size_t BucketOf(uint64_t nanoseconds);
     static double UpperBound(size_t bucket);  // ns; of all but the last
     static Json::Value DescribeOperation(const Operation& operation, const Buckets& buckets, uint64_t count);
     static double Quantile(const Buckets& buckets, uint64_t count, double share, double longest);
 
-    std::array<Operation, CODES> operations_;  // by ServerCode
+    std::array<std::atomic<Operation*>, CODES> operations_{};  // by ServerCode; null: never called
 };
 
 }  // namespace TAVO::Veltra
