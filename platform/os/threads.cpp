@@ -28,7 +28,9 @@ void AdoptSchedulingOfProcess() noexcept
 {
     const pid_t process = ::getpid();
     cpu_set_t processors;
-    if (::sched_getaffinity(process, sizeof(processors), &processors) == 0) {
+    cpu_set_t own;
+    if (::sched_getaffinity(process, sizeof(processors), &processors) == 0 &&
+        ::sched_getaffinity(0, sizeof(own), &own) == 0 && CPU_EQUAL(&processors, &own) == 0) {
         ::sched_setaffinity(0, sizeof(processors), &processors);
     }
     sched_param parameters{};

@@ -37,20 +37,13 @@ unsigned long long StartTick(pid_t pid)
     if (nameEnd == std::string::npos) {
         return 0;
     }
-    // proc(5), stat: field 22 is the start time.
-    constexpr int FIELDS_BETWEEN = 18;  // the state has been read, the start is the 20th behind the name
-    std::istringstream fields(text.substr(nameEnd + 1));
-    std::string field;
-    fields >> field;
-    if (field == "Z" || field == "X") {
-        return 0;
-    }
-    for (int i = 0; i < FIELDS_BETWEEN; ++i) {
-        fields >> field;
-    }
+    // proc(5), stat: field 3 is the state, field 22 the start time.
+    char state = 'X';
     unsigned long long tick = 0;
-    fields >> tick;
-    return tick;
+    const char* const FIELDS_3_TO_22 =
+        " %c %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %llu";
+    const int found = std::sscanf(text.c_str() + nameEnd + 1, FIELDS_3_TO_22, &state, &tick);
+    return found == 2 && state != 'Z' && state != 'X' ? tick : 0;
 }
 
 }  // namespace
