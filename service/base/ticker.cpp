@@ -3,6 +3,8 @@
 // service without subscribers has no such thread, and ends with the object.
 #include "base/ticker.h"
 
+#include <pthread.h>
+
 #include <system_error>
 
 namespace TAVO::Veltra {
@@ -40,6 +42,7 @@ bool Ticker::Wake()
 
 void Ticker::Run()
 {
+    pthread_setname_np(pthread_self(), "veltra-ticker");
     MutexLock lock(mutex_);
     while (!isStopping_) {
         isWoken_ = false;

@@ -6,6 +6,8 @@
 // ready list, which keeps one delivery per object in flight and their order intact.
 #include "push/delivery_pool.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <system_error>
 #include <utility>
@@ -176,6 +178,7 @@ std::deque<sptr<IRemoteObject>>::iterator DeliveryPool::NextEligible()
 
 void DeliveryPool::Work()
 {
+    pthread_setname_np(pthread_self(), "veltra-push");
     MutexLock lock(mutex_);
     for (;;) {
         ++idle_;

@@ -6,6 +6,8 @@
 // ended.
 #include "watch/watch_hub.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <iterator>
 #include <system_error>
@@ -111,6 +113,7 @@ Json::Value WatchHub::DescribePushes() const
 
 void WatchHub::Run()
 {
+    pthread_setname_np(pthread_self(), "veltra-watch");
     Clock::time_point look = Clock::now();
     for (;;) {
         std::vector<WatchRecord> records;

@@ -7,6 +7,7 @@
 #include "http_server.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -93,6 +94,7 @@ private:
 
     void Run()
     {
+        pthread_setname_np(pthread_self(), "serve-http");
         for (;;) {
             std::function<void()> serve;
             {

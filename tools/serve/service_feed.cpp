@@ -4,6 +4,8 @@
 // blocks, which takes as long as a call may, readers use the previous one. mutex_ is never held during a look.
 #include "service_feed.h"
 
+#include <pthread.h>
+
 #include <thread>
 
 #include "reach.h"
@@ -54,6 +56,7 @@ SharedLook ServiceFeed::After(uint64_t number, steady_clock::time_point deadline
 
 void ServiceFeed::Run()
 {
+    pthread_setname_np(pthread_self(), "serve-feed");
     for (uint64_t number = 1;; ++number) {
         {
             std::unique_lock lock(mutex_);
