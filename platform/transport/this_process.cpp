@@ -61,6 +61,7 @@ ThisProcess::ThisProcess()
       loop_([this] { return workers_.Open() && delivery_.Open(); }),
       workerWatch_(loop_, workers_),
       timers_(loop_, sessions_),
+      heapTrim_(sessions_),
       links_(loop_, sessions_, *this),
       connector_(loop_, links_, sessions_, *this),
       acceptor_(loop_, links_, sessions_, connector_, delivery_, {workers_, timers_, objects_, *this})
@@ -68,7 +69,7 @@ ThisProcess::ThisProcess()
     WatchForks();
     // The order of their turns: the pool first, so that there is a worker for what the others hand over.
     for (LoopPart* part :
-         std::initializer_list<LoopPart*>{&workerWatch_, &acceptor_, &timers_, &connector_, &delivery_}) {
+         std::initializer_list<LoopPart*>{&workerWatch_, &acceptor_, &timers_, &connector_, &delivery_, &heapTrim_}) {
         loop_.AddPart(*part);
     }
 }

@@ -11,6 +11,7 @@
 #include "transport/delivery_thread.h"
 #include "transport/event_loop.h"
 #include "transport/exported_objects.h"
+#include "transport/heap_trim.h"
 #include "transport/in_lane.h"
 #include "transport/lane_timers.h"
 #include "transport/runtime_sockets.h"
@@ -70,6 +71,7 @@ private:
     EventLoop loop_;
     WorkerWatch workerWatch_;
     LaneTimers timers_;
+    HeapTrim heapTrim_;
     SessionLinks links_;
     Connector connector_;
     Acceptor acceptor_;
