@@ -17,7 +17,7 @@ bool WaitSet::Open() noexcept
     UniqueFd epoll(AboveStandardFds(::epoll_create1(EPOLL_CLOEXEC)));
     UniqueFd ready(AboveStandardFds(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)));
     epoll_event event{};
-    // Edge-triggered: each write is an event of its own, so nobody has to read the eventfd, and one thread wakes up for
+    // Edge-triggered: each write is an event of its own, so the eventfd need not be read, and one thread wakes up for
     // it, not all that wait.
     event.events = EPOLLIN | EPOLLET;
     event.data.ptr = nullptr;
