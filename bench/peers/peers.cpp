@@ -12,7 +12,6 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -222,15 +221,13 @@ int main(int argc, char** argv)
     const std::string peer = argc > 1 ? argv[1] : "";
     Bench::RawPeer raw(CALLEE_PROCESSOR,
                        {Bench::CALL_AUTH_REQUEST_BYTES, std::vector<uint8_t>(Bench::CALL_AUTH_REPLY_BYTES)});
-    std::string folder = "/tmp/veltra_peers.XXXXXX";  // a path that fits into a socket address
-    Require(::mkdtemp(folder.data()) != nullptr, "no folder for sockets");
-    const std::function<void()> call = Connect(peer, folder);
+    Bench::MakeRuntimeDir();
+    const std::function<void()> call = Connect(peer, std::getenv("TAVO_RUNTIME_DIR"));
     Bench::Pin(CALLER_PROCESSOR);
     // No bar: the row compares this library with others.
     Bench::MeasureAndPrint(
         {"peer_" + peer, "us", 1e9}, ROUNDS, [&] { return MicrosecondsPerCall(call); },
         [&] { return MicrosecondsPerCall([&] { raw.Call(); }); });
     EndProcesses();
-    std::filesystem::remove_all(folder);
     return 0;
 }
