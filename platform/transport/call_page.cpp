@@ -17,11 +17,6 @@
 #include "transport/lane_key.h"
 
 namespace TAVO::Transport {
-namespace {
-
-std::atomic<int> g_pages{0};
-
-}  // namespace
 
 bool CallBox::Put(const uint8_t* frame, size_t size) noexcept
 {
@@ -102,52 +97,17 @@ void CallBox::Close(bool keepsFrame) noexcept
     }
 }
 
-CallPage::CallPage(UniqueFd fd, bool isCreator)
-    : fd_(std::move(fd)), isCreator_(isCreator), mapping_(fd_.Get(), sizeof(Layout))
-{
-    static_assert(sizeof(Layout) == 4096);
-}
-
-CallPage::~CallPage()
-{
-    if (isCreator_) {
-        --g_pages;
-    }
-}
-
 std::unique_ptr<CallPage> CallPage::Create(const Instance& self, uint64_t lane)
 {
-    UniqueFd fd = CreateSharedMemory(sizeof(Layout));
-    if (!fd.IsOpen()) {
-        return nullptr;
-    }
-    ++g_pages;  // The destructor decrements it.
-    std::unique_ptr<CallPage> page(new (std::nothrow) CallPage(std::move(fd), true));
-    if (page == nullptr) {
-        --g_pages;
-    }
-    if (page == nullptr || page->mapping_.Get() == nullptr || g_pages > MOST) {
-        return nullptr;
-    }
-    auto* const memory = new (page->mapping_.Get()) Layout;
-    // The opener compares these two: the number of a descriptor may belong to another file by the time it opens it.
-    memory->owner = self;
-    memory->lane = lane;
-    return page;
+    static_assert(sizeof(Layout) == 4096);
+    std::unique_ptr<CallPage> page(new (std::nothrow) CallPage(self, lane));
+    return page != nullptr && page->memory_.IsOpen() ? std::move(page) : nullptr;
 }
 
 std::unique_ptr<CallPage> CallPage::Open(int pid, uint64_t fd, const Instance& owner, uint64_t lane)
 {
-    UniqueFd file = OpenSharedMemory(pid, fd, sizeof(Layout));
-    if (!file.IsOpen()) {
-        return nullptr;
-    }
-    std::unique_ptr<CallPage> page(new (std::nothrow) CallPage(std::move(file), false));
-    if (page == nullptr || page->mapping_.Get() == nullptr) {
-        return nullptr;
-    }
-    page->CloseFd();
-    return page->Memory().owner == owner && page->Memory().lane == lane ? std::move(page) : nullptr;
+    std::unique_ptr<CallPage> page(new (std::nothrow) CallPage(pid, fd, owner, lane));
+    return page != nullptr && page->memory_.IsOpen() ? std::move(page) : nullptr;
 }
 
 void CallPage::Close() noexcept

@@ -11,7 +11,7 @@
 
 #include "os/fd.h"
 #include "transport/spin.h"
-#include "wire/shared_memory.h"
+#include "wire/lane_memory.h"
 #include "wire/wire.h"
 
 namespace TAVO::Transport {
@@ -75,33 +75,28 @@ public:
     // Opens what process `pid` has created as `fd`. Null when that is not what `owner` creates for `lane`, or not
     // reachable.
     static std::unique_ptr<CallPage> Open(int pid, uint64_t fd, const Instance& owner, uint64_t lane);
-    ~CallPage();
-    CallPage(const CallPage&) = delete;
-    CallPage& operator=(const CallPage&) = delete;
 
-    int Fd() const noexcept { return fd_.Get(); }
+    int Fd() const noexcept { return memory_.Fd(); }
     // The other end has it.
-    void CloseFd() noexcept { fd_.Reset(); }
+    void CloseFd() noexcept { memory_.CloseFd(); }
 
-    CallBox& Requests() noexcept { return Memory().requests; }
-    CallBox& Replies() noexcept { return Memory().replies; }
+    CallBox& Requests() noexcept { return memory_.Get().requests; }
+    CallBox& Replies() noexcept { return memory_.Get().replies; }
     // Any thread: the lane has ended. A reply that was sent can still be read; a request that was not read is withdrawn.
     void Close() noexcept;
 
 private:
     struct Layout {
-        Instance owner;  // the creator's process, and the lane: the opener checks that it is the right one
+        Instance owner;  // the creator's process
         uint64_t lane = 0;
         alignas(64) CallBox requests;
         alignas(32) CallBox replies;
     };
 
-    CallPage(UniqueFd fd, bool isCreator);
-    Layout& Memory() const noexcept { return *static_cast<Layout*>(mapping_.Get()); }
+    CallPage(const Instance& self, uint64_t lane) : memory_(self, lane, MOST) {}
+    CallPage(int pid, uint64_t fd, const Instance& owner, uint64_t lane) : memory_(pid, fd, owner, lane) {}
 
-    UniqueFd fd_;  // the creator's, until the other end has opened it
-    const bool isCreator_;
-    const SharedMapping mapping_;
+    LaneMemory<Layout> memory_;
 };
 
 // Where a lane keeps its page: set once, by one thread, and read by any until the lane is destroyed.

@@ -16,8 +16,6 @@
 namespace TAVO::Transport {
 namespace {
 
-std::atomic<int> g_rings{0};
-
 // Copies between the ring and `size` bytes at `at` of the stream, which wraps around.
 template <typename Copy>
 void CopyAround(uint64_t at, size_t size, const Copy& copy)
@@ -34,28 +32,8 @@ void CopyAround(uint64_t at, size_t size, const Copy& copy)
 
 std::unique_ptr<RingReader> RingReader::Make(const Instance& self, uint64_t lane)
 {
-    UniqueFd fd = CreateSharedMemory(sizeof(RingMemory));
-    if (!fd.IsOpen()) {
-        return nullptr;
-    }
-    ++g_rings;  // The destructor decrements it.
-    std::unique_ptr<RingReader> ring(new (std::nothrow) RingReader(std::move(fd)));
-    if (ring == nullptr) {
-        --g_rings;
-    }
-    if (ring == nullptr || ring->mapping_.Get() == nullptr || g_rings > MOST) {
-        return nullptr;
-    }
-    auto* const memory = new (ring->mapping_.Get()) RingMemory;
-    // The writer compares these two: the number of a descriptor may belong to another file by the time it opens it.
-    memory->owner = self;
-    memory->lane = lane;
-    return ring;
-}
-
-RingReader::~RingReader()
-{
-    --g_rings;
+    std::unique_ptr<RingReader> ring(new (std::nothrow) RingReader(self, lane));
+    return ring != nullptr && ring->memory_.IsOpen() ? std::move(ring) : nullptr;
 }
 
 IoResult RingReader::Read(void* place, size_t size) noexcept
@@ -114,15 +92,8 @@ bool RingReader::Sleep() noexcept
 
 std::unique_ptr<RingWriter> RingWriter::Open(int pid, uint64_t fd, const Instance& owner, uint64_t lane)
 {
-    const UniqueFd file = OpenSharedMemory(pid, fd, sizeof(RingMemory));
-    if (!file.IsOpen()) {
-        return nullptr;
-    }
-    std::unique_ptr<RingWriter> ring(new (std::nothrow) RingWriter(file.Get()));
-    if (ring == nullptr || ring->mapping_.Get() == nullptr) {
-        return nullptr;
-    }
-    return ring->Memory().owner == owner && ring->Memory().lane == lane ? std::move(ring) : nullptr;
+    std::unique_ptr<RingWriter> ring(new (std::nothrow) RingWriter(pid, fd, owner, lane));
+    return ring != nullptr && ring->memory_.IsOpen() ? std::move(ring) : nullptr;
 }
 
 IoResult RingWriter::Write(const void* from, size_t size, bool& needsBell) noexcept

@@ -9,7 +9,7 @@
 #include <memory>
 
 #include "os/fd.h"
-#include "wire/shared_memory.h"
+#include "wire/lane_memory.h"
 #include "wire/wire.h"
 
 namespace TAVO::Transport {
@@ -24,7 +24,7 @@ struct RingMemory {
     // set.
     enum Reader : uint32_t { AWAKE, ASLEEP, ENDED };
 
-    Instance owner;  // the reader's process, and the lane: the opener checks that it is the right one
+    Instance owner;  // the reader's process
     uint64_t lane = 0;
     alignas(64) std::atomic<uint64_t> written{0};  // bytes so far, and CLOSED
     alignas(64) std::atomic<uint64_t> read{0};
@@ -40,13 +40,10 @@ public:
 
     // Null when there is no memory or descriptor, or too many are there.
     static std::unique_ptr<RingReader> Make(const Instance& self, uint64_t lane);
-    ~RingReader();
-    RingReader(const RingReader&) = delete;
-    RingReader& operator=(const RingReader&) = delete;
 
-    int Fd() const noexcept { return fd_.Get(); }
+    int Fd() const noexcept { return memory_.Fd(); }
     // The other end has it.
-    void CloseFd() noexcept { fd_.Reset(); }
+    void CloseFd() noexcept { memory_.CloseFd(); }
 
     // CLOSED: the ring has ended and all of it is read, or the writer's count is impossible.
     IoResult Read(void* place, size_t size) noexcept;
@@ -60,12 +57,11 @@ public:
     bool EndIfUnused() noexcept;
 
 private:
-    explicit RingReader(UniqueFd fd) : fd_(std::move(fd)), mapping_(fd_.Get(), sizeof(RingMemory)) {}
-    RingMemory& Memory() const noexcept { return *static_cast<RingMemory*>(mapping_.Get()); }
+    RingReader(const Instance& self, uint64_t lane) : memory_(self, lane, MOST) {}
+    RingMemory& Memory() const noexcept { return memory_.Get(); }
     bool Change(uint32_t from, uint32_t to) noexcept { return Memory().reader.compare_exchange_strong(from, to); }
 
-    UniqueFd fd_;
-    const SharedMapping mapping_;
+    LaneMemory<RingMemory> memory_;
     uint64_t read_ = 0;
 };
 
@@ -80,10 +76,10 @@ public:
     IoResult Write(const void* from, size_t size, bool& needsBell) noexcept;
 
 private:
-    explicit RingWriter(int fd) : mapping_(fd, sizeof(RingMemory)) {}
-    RingMemory& Memory() const noexcept { return *static_cast<RingMemory*>(mapping_.Get()); }
+    RingWriter(int pid, uint64_t fd, const Instance& owner, uint64_t lane) : memory_(pid, fd, owner, lane) {}
+    RingMemory& Memory() const noexcept { return memory_.Get(); }
 
-    const SharedMapping mapping_;
+    LaneMemory<RingMemory> memory_;
     uint64_t written_ = 0;
 };
 
