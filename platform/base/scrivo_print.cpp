@@ -41,6 +41,7 @@ struct Hook {
 Mutex g_hookMutex;
 Hook g_hook TAVO_GUARDED_BY(g_hookMutex){nullptr, nullptr};
 std::atomic<bool> g_hasHook{false};
+std::atomic<int> g_hookCalls{0};  // that run now
 std::atomic<bool> g_isReported{false};
 
 class ErrnoKeeper {
@@ -81,14 +82,36 @@ void SetUp() noexcept
     g_threshold.compare_exchange_strong(expected, Sink().level, std::memory_order_relaxed);
 }
 
-Hook CurrentHook()
-{
-    if (!g_hasHook.load(std::memory_order_acquire)) {
-        return {nullptr, nullptr};
+// Holds the hook while it is called: SetScrivoHook waits for that.
+class HookCall {
+public:
+    HookCall()
+    {
+        if (g_hasHook.load(std::memory_order_acquire)) {
+            MutexLock lock(g_hookMutex);
+            hook_ = g_hook;
+            g_hookCalls += hook_.function != nullptr ? 1 : 0;
+        }
     }
-    MutexLock lock(g_hookMutex);
-    return g_hook;
-}
+    ~HookCall()
+    {
+        if (hook_.function != nullptr && --g_hookCalls == 0) {
+            g_hookCalls.notify_all();
+        }
+    }
+    HookCall(const HookCall&) = delete;
+    HookCall& operator=(const HookCall&) = delete;
+
+    void Run(const ScrivoRecord& record) const
+    {
+        if (hook_.function != nullptr) {
+            hook_.function(record, hook_.context);
+        }
+    }
+
+private:
+    Hook hook_{nullptr, nullptr};
+};
 
 int WriteTo(const ScrivoSink& sink, const ScrivoLine& line) noexcept
 {
@@ -163,9 +186,7 @@ int ScrivoPrint(int type, int level, uint32_t domain, const char* tag, const cha
     FormatLog(text, format, arguments);
     va_end(arguments);
 
-    if (const Hook hook = CurrentHook(); hook.function != nullptr) {
-        hook.function({type, level, domain, tag, format, text.Text()}, hook.context);
-    }
+    HookCall().Run({type, level, domain, tag, format, text.Text()});
     return Write({level, domain, tag == nullptr ? "" : tag, text.Text()});
 }
 
@@ -187,10 +208,15 @@ uint64_t ScrivoDroppedLines()
 void SetScrivoHook(ScrivoHook hook, void* context)
 {
     SetUp();
-    MutexLock lock(g_hookMutex);
-    g_hook = {hook, context};
-    g_hasHook.store(hook != nullptr, std::memory_order_release);
-    g_threshold.store(hook != nullptr ? EVERYTHING : Sink().level, std::memory_order_relaxed);
+    {
+        MutexLock lock(g_hookMutex);
+        g_hook = {hook, context};
+        g_hasHook.store(hook != nullptr, std::memory_order_release);
+        g_threshold.store(hook != nullptr ? EVERYTHING : Sink().level, std::memory_order_relaxed);
+    }
+    for (int calls = g_hookCalls; calls != 0; calls = g_hookCalls) {
+        g_hookCalls.wait(calls);
+    }
 }
 
 }  // namespace TAVO

@@ -54,7 +54,8 @@ TAVO_EXPORT std::string_view ScrivoUnknownWord(std::string_view settings);
 // Lines that a full or failing sink lost in this process.
 TAVO_EXPORT uint64_t ScrivoDroppedLines();
 
-// For tests: receives every record of every level from now on; null removes it. Called on the logging thread.
+// For tests: receives every record of every level from now on; null removes it. Called on the logging thread. Returns
+// when no thread is inside an earlier hook any more, whose context may end then: so it must not be called by a hook.
 TAVO_EXPORT void SetScrivoHook(ScrivoHook hook, void* context);
 
 }  // namespace TAVO

@@ -4,9 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <string>
+#include <thread>
 
 namespace TAVO {
 namespace {
@@ -111,6 +113,37 @@ TEST(ScrivoHookTest, ReceivesEveryLevelAndTheUnchangedCall)
     }
     EXPECT_FALSE(ScrivoIsLoggable(SCRIVO_DEBUG)) << "the hook is gone";
     EXPECT_EQ(ScrivoPrint(3, SCRIVO_DEBUG, 1, "Tag", "unseen"), 0);
+}
+
+TEST(ScrivoHookTest, MayEndWhenItsRemovalHasReturned)
+{
+    struct Visit {
+        std::atomic<bool> hasBegun{false};
+        std::atomic<bool> mayEnd{false};
+        std::atomic<bool> hasEnded{false};
+    } visit;
+    SetScrivoHook(
+        [](const ScrivoRecord&, void* context) {
+            auto* const self = static_cast<Visit*>(context);
+            self->hasBegun = true;
+            self->hasBegun.notify_all();
+            self->mayEnd.wait(false);
+            self->hasEnded = true;
+        },
+        &visit);
+    std::thread logger([] { ScrivoPrint(3, SCRIVO_DEBUG, 1, "Tag", "line"); });
+    visit.hasBegun.wait(false);
+    std::thread remover([&visit] {
+        SetScrivoHook(nullptr, nullptr);
+        EXPECT_TRUE(visit.hasEnded);
+    });
+    while (ScrivoIsLoggable(SCRIVO_DEBUG)) {  // until the hook is removed, but not its call
+        std::this_thread::yield();
+    }
+    visit.mayEnd = true;
+    visit.mayEnd.notify_all();
+    logger.join();
+    remover.join();
 }
 
 }  // namespace
