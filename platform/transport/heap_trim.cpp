@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Each round of the loop looks at the number of sessions. When at least LEAST of them, and half of the most that there
-// were, have ended, the heap is trimmed as soon as no more have ended for QUIET_TIME: trimming holds the lock of the
-// heap for up to a few milliseconds, so it is done once for all of them. A game has too few sessions for that.
+// Each round of the loop looks at the number of sessions. The heap is trimmed when at least LEAST sessions, and half of
+// the most that there were, have ended, and no other one has ended for QUIET_TIME. Trimming holds the lock of the heap
+// for up to a few milliseconds, so it is done once for all of them. A game has too few sessions for that.
 #include "transport/heap_trim.h"
 
 #include <malloc.h>
