@@ -21,23 +21,6 @@
 namespace TAVO::Manager {
 namespace {
 
-// What a program would inherit: handlers end with it anyway. The manager does not change them once it serves.
-const sigset_t& IgnoredSignals()
-{
-    static const sigset_t ignored = [] {
-        sigset_t signals;
-        sigemptyset(&signals);
-        for (int signal = 1; signal < NSIG; ++signal) {
-            struct sigaction action {};
-            if (::sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) {
-                sigaddset(&signals, signal);
-            }
-        }
-        return signals;
-    }();
-    return ignored;
-}
-
 class SpawnAttributes {
 public:
     SpawnAttributes()
@@ -49,7 +32,10 @@ public:
         // The manager blocks SIGTERM, SIGINT and SIGHUP in all threads; a service that inherited that could not be
         // ended.
         posix_spawnattr_setsigmask(&attributes_, &signals);
-        posix_spawnattr_setsigdefault(&attributes_, &IgnoredSignals());
+        // All of them: the C library resets those that are named with one system call each, the others with two.
+        sigset_t all;
+        sigfillset(&all);
+        posix_spawnattr_setsigdefault(&attributes_, &all);
         posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID);
         // setsid above: a Ctrl-C in the terminal of the manager reaches the manager only, which then ends its services
         // in order.
