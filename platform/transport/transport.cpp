@@ -79,8 +79,11 @@ bool IsStillThere(const sptr<IRemoteObject>& object, Clock::time_point deadline)
     if (proxy == nullptr || InForkedChild()) {
         return proxy == nullptr && object != nullptr && object->IsAlive();
     }
+    if (const int status = proxy->WaitReady(deadline); status != IPC_OK) {
+        return status != IPC_DEAD_OBJECT;  // A process that hangs is there: the caller's own request will time out.
+    }
     // Asks the kernel: the end of the connection may have arrived and not been read by the control thread yet.
-    return proxy->WaitReady(deadline) == IPC_OK && !proxy->GetSession().Control().HasHungUp();
+    return !proxy->GetSession().Control().HasHungUp();
 }
 
 void ExpectCall() noexcept

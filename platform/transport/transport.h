@@ -35,7 +35,8 @@ void ServeAsManager(int listenFd, const sptr<IPCObjectStub>& root,
                     std::function<bool(int pid, int fd, size_t sessions)> admission = nullptr);
 
 // Whether the object's process is there, looked at now: waits until `deadline` for an object that a third process
-// named, and asks the kernel whether the connection has ended, though its end may not have been noticed yet.
+// named, and asks the kernel whether the connection has ended, though its end may not have been noticed yet. True also
+// for a process that does not answer in that time.
 bool IsStillThere(const sptr<IRemoteObject>& object, Clock::time_point deadline);
 
 // The calling thread is about to make a call: if it makes calls regularly, the worker that served the last one is woken

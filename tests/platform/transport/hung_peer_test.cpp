@@ -78,6 +78,7 @@ TEST(HungPeer, NoticeToAnUnconnectedPeerDoesNotWait)
     const Clock::time_point start = Clock::now();
     EXPECT_EQ(TAVO::Transport::SendNotice(object, 1, data), TAVO::IPC_TIMED_OUT);
     EXPECT_LT(Clock::now() - start, 4s);
+    EXPECT_TRUE(TAVO::Transport::IsStillThere(object, start));  // It hangs, and is not gone.
     owner.Continue();
     EXPECT_TRUE(TAVO::Transport::IsStillThere(object, Clock::now() + TestSupport::TIMEOUT));
     EXPECT_EQ(TAVO::Transport::SendNotice(object, 1, data), TAVO::IPC_OK);
