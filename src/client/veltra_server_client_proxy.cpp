@@ -52,6 +52,8 @@ try {
     if (running != nullptr) {
         // Deliberate: no death recipient on this path. The next check finds out anyway, and every call makes one.
         serviceProxy_ = iface_cast<IVeltraServerInterface>(running);
+        // For callers that wait for a start of their own: another one has brought the service.
+        proxyCondition_.notify_all();
         return serviceProxy_;
     }
     VELTRA_LOGW("Check systemAbility not exist and try to release veltra_server proxy.");
@@ -106,6 +108,10 @@ void VeltraClientProxy::LoadSystemAbilitySuccess(const sptr<IRemoteObject>& remo
         return;
     }
     try {
+        if (serviceProxy_ != nullptr && serviceProxy_->AsObject() == remoteObject) {
+            // Each caller that waited for the start gets a report; one notice of the death is enough.
+            remoteObject->RemoveDeathRecipient(deathRecipient_);
+        }
         remoteObject->AddDeathRecipient(deathRecipient_);
     } catch (...) {  // Out of memory. The service is used without a death notice: the next check finds its end.
     }

@@ -41,6 +41,7 @@ TEST_F(ConnectionTest, LoadedServiceIsWatchedUntilItDiesOrIsReplaced)
     manager_->WaitForReports();
     EXPECT_EQ(service->Requests().size(), 1u);
     EXPECT_EQ(manager_->Loads(), ONCE);
+    proxy_.LoadSystemAbilitySuccess(service);  // as to a second caller that waited for the same start
     EXPECT_EQ(service->DeathRecipients(), 1u);
     const int32_t references = service->GetStrongCount();
     service->Die();
@@ -65,6 +66,18 @@ TEST_F(ConnectionTest, SuccessAfterAFailureIsAccepted)
         callback.OnLoadSystemAbilitySuccess(66006, service);
     });
     EXPECT_EQ(proxy_.CallAuth(""), 0);
+}
+
+// The report of the start that this caller waits for never comes; a call of another thread finds the service.
+TEST_F(ConnectionTest, WaitEndsWhenAnotherCallFindsTheService)
+{
+    manager_->ScriptLoad(ABILITY_OK, [this](ISystemAbilityLoadCallback&) {
+        RunService();
+        proxy_.GetServiceProxy();
+    });
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(proxy_.GetServiceProxy() != nullptr);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
 }
 
 class UnwatchableService : public FakeRemoteObject {
