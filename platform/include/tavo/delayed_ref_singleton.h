@@ -6,6 +6,8 @@
 #include <atomic>
 #include <mutex>
 
+#include "tavo/ipc_threads.h"
+
 namespace TAVO {
 
 template <typename T>
@@ -16,7 +18,10 @@ public:
     {
         T* instance = instance_.load(std::memory_order_acquire);
         if (instance == nullptr) {
-            std::lock_guard<std::mutex> lock(mutex_);
+            std::unique_lock<std::mutex> lock(mutex_, std::defer_lock);
+            if (!IpcThreads::IsForkedChild()) {  // There a thread of the parent may hold it for ever.
+                lock.lock();
+            }
             instance = instance_.load(std::memory_order_relaxed);
             if (instance == nullptr) {
                 instance = new T();
