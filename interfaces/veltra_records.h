@@ -42,8 +42,9 @@ struct QueryDeviceStateDetail {
     std::map<std::string, std::string> queryParams;
 };
 
-// The state of the device: sent with each game event, returned by GetDeviceInfo. A value that the service did not send
-// has its default. GetDeviceInfo fills neither eventText nor extraValue.
+// The state of the device: sent with each game event, returned by GetDeviceInfo. A value that the service does not know
+// has its default; in an event that was cut short on its way the missing values are 0 or empty. GetDeviceInfo fills
+// neither eventText nor extraValue.
 struct GameCallbackEventInfo {
     std::string eventText;
     int32_t tempLevel = -1;  // -1: unknown

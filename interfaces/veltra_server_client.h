@@ -22,14 +22,14 @@ namespace TAVO::Veltra {
 // subscription calls must not overlap (see below).
 //
 // Time: each operation may block up to 10 s while the service is loaded (each caller has 10 s of its own, and all
-// return when the service is there), up to 2 s for a manager that does not answer, then up to 8 s for the service's
-// answer. With the service running it is one round trip. Nothing is sent twice: whether a request whose answer was lost
-// has run is unknown.
+// return when the service is there), up to 2 s for a manager that does not answer or for a service that does not accept
+// the connection, then up to 8 s for the service's answer. With the service running it is one round trip. Nothing is
+// sent twice: whether a request whose answer was lost has run is unknown.
 //
 // Errors: no operation throws, except std::bad_alloc while an argument is copied or while the first call of the process
 // creates the connection object. int32_t results are 0, a code of veltra_result.h or the service's own code. A request
-// carries at most 64 MiB, ReportGameEvent 64 KiB; a longer one is not sent and fails. In a child of fork() every
-// operation returns its result for a missing service.
+// carries at most 64 MiB: a text that does not fit is left out, and the service refuses the request. A ReportGameEvent
+// of more than 64 KiB has no effect. In a child of fork() every operation returns its result for a missing service.
 //
 // Arguments are read during the call only; those passed by non-const reference are not changed, except a GameState.
 //
@@ -62,8 +62,8 @@ public:
     // Starts the stream of GPU counter samples; `value` is the service's. One stream at a time: the library releases
     // the earlier one, also if the service refuses the new one (RESULT_GPU_REFUSED). A service that refused may
     // continue to send to the earlier callback, which lives until the service releases it too. `callback` receives no
-    // batch that arrives before this returns 0. After a restart of the service no batches arrive, and
-    // StopGetGpuPerfInfo is refused: start the stream again.
+    // batch that the library handles before the service has accepted the stream. After a restart of the service no
+    // batches arrive, and StopGetGpuPerfInfo is refused: start the stream again.
     int32_t StartGetGpuPerfInfo(int32_t value, std::unique_ptr<GpuCounterCallBackBase> callback);
 
     // Ends the stream. RESULT_GPU_REFUSED if the service refused; the callback stays then.
