@@ -100,6 +100,9 @@ SessionThread::SessionThread(SharedMailbox mailbox)
 
 SessionThread::~SessionThread() = default;
 
+Mutex SessionThread::subscribing_;
+const SessionThread* SessionThread::subscriber_ = nullptr;
+
 void SessionThread::Run()
 {
     for (bool isStopping = false; !isStopping;) {
@@ -202,6 +205,11 @@ bool SessionThread::Adopt(const sptr<IRemoteObject>& object)
 
 void SessionThread::Subscribe()
 {
+    const MutexLock lock(subscribing_);
+    if (mailbox_->IsStopping()) {  // The next session may have subscribed while this thread waited for the lock.
+        return;
+    }
+    subscriber_ = this;
     const int32_t events = service_->RegisterCallBack(events_);
     int32_t gpu = RESULT_OK;
     if (events != RESULT_NO_SERVICE && mailbox_->options.gpuInterval.count() > 0) {
@@ -286,6 +294,10 @@ try {
     }
     // First: the end of the service is of no interest any more.
     object_->RemoveDeathRecipient(notice_);
+    const MutexLock lock(subscribing_);
+    if (subscriber_ != this) {
+        return;
+    }
     if (isSubscribed_ && !mailbox_->IsAbandoned()) {
         service_->UnRegisterCallBack();
     }

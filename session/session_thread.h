@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "mailbox.h"
+#include "tavo/mutex.h"
 
 namespace TAVO::Veltra {
 
@@ -45,6 +46,11 @@ private:
     SteadyTime loadEnds_{};           // until when the answer of a load is awaited
     std::optional<Report> gameInfo_;  // the latest
     uint64_t readings_ = 0;
+
+    // The service keeps one subscription of each kind for a process: a thread that its session has left behind must not
+    // subscribe after a later session, nor end that one's subscriptions. Held during the calls that do either.
+    static Mutex subscribing_;
+    static const SessionThread* subscriber_ TAVO_GUARDED_BY(subscribing_);  // the latest; for comparison only
 };
 
 }  // namespace TAVO::Veltra

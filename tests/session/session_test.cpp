@@ -173,5 +173,33 @@ TEST_F(SessionTest, TheHandlerRunsOnTheSessionsThreadAndMayEndTheSession)
     EXPECT_TRUE(::sigismember(&blocked, SIGALRM) == 1 && ::sigismember(&blocked, SIGSEGV) == 0);
 }
 
+TEST_F(SessionTest, AHandlerThatReplacesItsSessionLeavesTheNextOneSubscribed)
+{
+    StartStory();
+    std::mutex mutex;
+    std::unique_ptr<Session> session;
+    auto life = std::make_shared<int>();
+    const std::weak_ptr<int> firstThread = life;  // ends with it, as the handler does
+    SessionOptions options;
+    options.gpuInterval = 50ms;
+    options.handler = [&, next = options, life = std::move(life)](const SessionEvent&) {
+        const std::lock_guard lock(mutex);
+        session.reset();
+        session = std::make_unique<Session>(next);
+        EXPECT_TRUE(Reaches(*session, ServiceState::CONNECTED));
+    };
+    {
+        const std::lock_guard lock(mutex);
+        session = std::make_unique<Session>(std::move(options));
+    }
+    ASSERT_TRUE(WaitFor([&] { return firstThread.expired(); }));
+    const std::lock_guard lock(mutex);
+    session->Dispatch([](const SessionEvent&) {});
+    int batches = 0;  // the first may have been sent before
+    EXPECT_TRUE(
+        WaitForEvent(*session, [&](const SessionEvent& event) { return !event.samples.empty() && ++batches > 2; }));
+    EXPECT_TRUE(WaitForEvent(*session, IsDevice));
+}
+
 }  // namespace
 }  // namespace SystemTest
