@@ -144,7 +144,7 @@ struct SessionOptions {
 };
 
 // Any thread may call any operation. Errors are results; nothing is thrown but std::bad_alloc. In a child of fork()
-// Latest() returns what the parent had, and the other operations do nothing.
+// Latest() returns what the parent had, and the other operations do nothing. A Session that is made there does nothing.
 //
 // The service keeps one subscription of each kind for each process, and a later one replaces an earlier one. So
 // subscribe either with one Session or through VeltraClient. Other operations of VeltraClient may be used beside a

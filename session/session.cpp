@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The public class: it owns the mailbox together with its thread, and the thread may be left behind. In a forked child
-// there is no such thread, and locks may be held for ever; so nothing but Latest works there.
+// there is no such thread, and locks may be held for ever; so nothing but Latest works there. A session that is opened
+// in the child gets no thread.
 #include "veltra_session.h"
 
 #include <pthread.h>
@@ -64,6 +65,9 @@ struct Session::Parts {
 
 Session::Session(SessionOptions options) : parts_(std::make_unique<Parts>(std::move(options)))
 {
+    if (IpcThreads::IsForkedChild()) {
+        return;  // Without a thread: its calls would fail, and the destructor could not wait for it.
+    }
     const BlockedSignals blocked;
     try {
         // The thread shares the mailbox, not the session: it may outlive the session while a call to a service hangs.

@@ -3,6 +3,8 @@
 #include "veltra_session.h"
 
 #include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <mutex>
 #include <thread>
@@ -199,6 +201,28 @@ TEST_F(SessionTest, AHandlerThatReplacesItsSessionLeavesTheNextOneSubscribed)
     EXPECT_TRUE(
         WaitForEvent(*session, [&](const SessionEvent& event) { return !event.samples.empty() && ++batches > 2; }));
     EXPECT_TRUE(WaitForEvent(*session, IsDevice));
+}
+
+// Its destructor could not wait for a thread.
+TEST_F(SessionTest, HasNoThreadInAForkedChild)
+{
+    Session session;
+    ASSERT_TRUE(Reaches(session, ServiceState::UNAVAILABLE));
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::alarm(20);
+        auto life = std::make_shared<int>();
+        const std::weak_ptr<int> handler = life;
+        {
+            SessionOptions options;
+            options.handler = [life = std::move(life)](const SessionEvent&) {};
+            Session own(std::move(options));
+        }
+        ::_exit(handler.expired() ? 0 : 1);
+    }
+    int status = -1;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
 }
 
 }  // namespace
