@@ -248,8 +248,10 @@ void Mailbox::SetDetails(DeviceDetails details)
 void Mailbox::Deliver()
 {
     MutexLock lock(mutex_);
-    // Without the lock during the handler, which may call the session.
-    while (handler_ && IsEventWaiting() && !news_.isStopping) {
+    // As many as wait now: a handler that is slower than the events come must not stop readings and reports.
+    for (size_t left = events_.size() + batches_.size(); left > 0 && handler_ && IsEventWaiting() && !news_.isStopping;
+         --left) {
+        // Without the lock during the handler, which may call the session.
         const std::optional<SessionEvent> event = PopEvent();
         const SessionHandler* const handler = &handler_;  // stays while isInHandler_ is set
         isInHandler_ = true;

@@ -78,7 +78,7 @@ public:
     uint64_t BeginConnection();
     void NoteConnection();
     void SetDetails(DeviceDetails details);
-    // Calls the handler for each event that waits.
+    // Calls the handler for each event that waits; those that come meanwhile wait for the next call.
     void Deliver();
     bool IsStopping() const;
     bool IsAbandoned() const;

@@ -88,5 +88,24 @@ TEST(Mailbox, NothingIsQueuedAfterTheStop)
     EXPECT_FALSE(mailbox.PostReport({}));
 }
 
+TEST(Mailbox, EventsThatComeDuringADeliveryWaitForTheNextOne)
+{
+    SessionOptions options;
+    Mailbox* receiver = nullptr;
+    int calls = 0;
+    options.handler = [&](const SessionEvent&) {
+        if (++calls < 9) {
+            receiver->PostGameEvent(Event(calls));
+            receiver->PostGpuBatch(std::vector<GpuPerfInfo>(1));
+        }
+    };
+    Mailbox mailbox(options);
+    receiver = &mailbox;
+    mailbox.PostGameEvent(Event(0));
+    mailbox.PostGpuBatch(std::vector<GpuPerfInfo>(1));
+    mailbox.Deliver();
+    EXPECT_EQ(calls, 2);
+}
+
 }  // namespace
 }  // namespace TAVO::Veltra
