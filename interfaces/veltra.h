@@ -67,7 +67,8 @@ struct veltra_options {
 
 /* Returns at once; a missing service is no error. `options` may be null. The caller closes *session. */
 VELTRA_API int32_t veltra_session_open(const struct veltra_options* options, veltra_session** session);
-/* Returns within 1 s. The session must not be in use. Null does nothing. */
+/* Returns within 1 s, or when a `handler` that runs has returned. The session must not be in use, unless its handler
+ * closes it. Null does nothing. */
 VELTRA_API void veltra_session_close(veltra_session* session);
 
 /* `source` is null for a value that the machine does not report, else the sensor or file that it comes from, or empty.
