@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """Opens libveltra_c.so.1 by its C header, which is beside this file in an installation and in interfaces/ in the
 source tree. No compiled module."""
+import contextlib
 import os
 import pathlib
 import re
@@ -63,3 +64,15 @@ def char_array(values):
 def check(operation: str, result: int) -> None:
     if result != 0:
         raise VeltraError(operation, result)
+
+
+@contextlib.contextmanager
+def callback(signature: str, function):
+    """A C function that calls `function` within the block. What that raises, Ctrl-C above all, is raised at the end of
+    the block: C cannot pass it on."""
+    raised = []
+    try:
+        yield ffi.callback(signature, function, onerror=lambda _kind, error, _trace: raised.append(error))
+    finally:
+        if raised:
+            raise raised[0]

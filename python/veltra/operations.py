@@ -13,7 +13,7 @@ import contextlib
 import itertools
 from typing import Any, Callable, Mapping, Sequence
 
-from veltra._library import VeltraError, char_array, chars, check, ffi, lib, sized, text
+from veltra._library import VeltraError, callback, char_array, chars, check, ffi, lib, sized, text
 from veltra.session import download_results, game_info, info_of, samples_of
 
 MOST_QUERIES = 256  # that wait for an answer; a service that dies leaves some without
@@ -107,25 +107,25 @@ def report_render_thread(first: str, second: str, thread: int) -> None:
 def sync_app_type(names: str = "", value: int = 0) -> dict[str, bool]:
     answer: dict[str, bool] = {}
 
-    @ffi.callback("void(void*, const char*, int32_t)")
     def add(_: Any, name: Any, is_running: int) -> None:
         answer[text(name)] = is_running != 0
 
-    check("sync_app_type", lib.veltra_sync_app_type(chars(names), value, add, ffi.NULL))
+    with callback("void(void*, const char*, int32_t)", add) as function:
+        check("sync_app_type", lib.veltra_sync_app_type(chars(names), value, function, ffi.NULL))
     return answer
 
 
 def get_system_function_status(query: Mapping[str, str]) -> dict[str, str]:
     answer: dict[str, str] = {}
 
-    @ffi.callback("void(void*, const char*, const char*)")
     def add(_: Any, name: Any, status: Any) -> None:
         answer[text(name)] = text(status)
 
     keys, _keys = char_array(query.keys())
     values, _values = char_array(query.values())
-    check("get_system_function_status",
-          lib.veltra_get_system_function_status(keys, values, len(query), add, ffi.NULL))
+    with callback("void(void*, const char*, const char*)", add) as function:
+        check("get_system_function_status",
+              lib.veltra_get_system_function_status(keys, values, len(query), function, ffi.NULL))
     return answer
 
 

@@ -2,11 +2,15 @@
 """A session: the latest state of the device, and events."""
 from __future__ import annotations
 
+import atexit
 import dataclasses
 import enum
+import os
+import threading
+import time
 from typing import Any, Iterator, Mapping, Optional, Sequence
 
-from veltra._library import OWN_RESULTS, char_array, check, chars, ffi, lib, sized, text
+from veltra._library import OWN_RESULTS, callback, char_array, check, chars, ffi, lib, sized, text
 
 ServiceState = enum.IntEnum("ServiceState", "STARTING CONNECTED NOT_ANSWERING UNAVAILABLE", start=0)
 
@@ -101,8 +105,18 @@ def download_results(results: Sequence[Mapping[str, Any]]) -> tuple[Any, list[An
     return array, kept
 
 
+_POLL_S = 0.01  # between two looks for events
+
+# Held during each call of a session, so one thread may close a session while another one uses it. No call waits for
+# events. The end of the interpreter acquires it for good: a callback that entered Python later would abort the process.
+_lock = threading.RLock()
+atexit.register(_lock.acquire)
+os.register_at_fork(before=_lock.acquire, after_in_parent=_lock.release, after_in_child=_lock.release)
+
+
 class Session:
-    """Opening returns at once, with or without a service. Ends with its `with` block, or with close()."""
+    """Opening returns at once, with or without a service. Ends with its `with` block, or with close(). Any thread may
+    use it."""
 
     def __init__(self, game_name: str = "", refresh_ms: int = 0, gpu_interval_ms: int = 0, *, event_capacity: int = 0,
                  batch_capacity: int = 0, report_capacity: int = 0) -> None:
@@ -118,6 +132,8 @@ class Session:
         opened = ffi.new("veltra_session**")
         check("session_open", lib.veltra_session_open(options, opened))
         self._session = opened[0]
+        self._is_closed = False
+        self._calls = 0  # that have not returned
 
     def __enter__(self) -> Session:
         return self
@@ -126,23 +142,39 @@ class Session:
         self.close()
 
     def close(self) -> None:
-        lib.veltra_session_close(self._session)
-        self._session = ffi.NULL
+        """Later calls raise VeltraError."""
+        with _lock:
+            self._is_closed = True
+            if self._calls == 0:  # else the call that a signal handler has interrupted closes it when it returns
+                session, self._session = self._session, ffi.NULL
+                lib.veltra_session_close(session)
+
+    def _call(self, name: str, *arguments: Any) -> int:
+        with _lock:
+            self._calls += 1
+            try:
+                return getattr(lib, "veltra_session_" + name)(self._session, *arguments)
+            finally:
+                self._calls -= 1
+                if self._is_closed:
+                    self.close()
+
+    def _check(self, name: str, *arguments: Any) -> None:
+        check("session_" + name, self._call(name, *arguments))
 
     def latest(self) -> Snapshot:
         raw = sized("struct veltra_snapshot")
-        check("session_latest", lib.veltra_session_latest(self._session, raw))
+        self._check("latest", raw)
         return Snapshot(raw)
 
     def status(self) -> dict[str, int]:
         raw = sized("struct veltra_status")
-        check("session_status", lib.veltra_session_status(self._session, raw))
+        self._check("status", raw)
         return {name: getattr(raw, name) for name, _ in ffi.typeof("struct veltra_status").fields[1:]}
 
     def details(self) -> Details:
         found: list[Details] = []
 
-        @ffi.callback("void(void*, const struct veltra_details*)")
         def keep(_: Any, raw: Any) -> None:
             frequencies: dict[str, dict[str, int]] = {}
             for i in range(raw.cpu_frequency_count):
@@ -152,20 +184,30 @@ class Session:
             found.append(Details(frequencies, {text(entry.sensor): text(entry.reason) for entry in ignored},
                                  text(raw.document)))
 
-        check("session_details", lib.veltra_session_details(self._session, keep, ffi.NULL))
+        with callback("void(void*, const struct veltra_details*)", keep) as function:
+            self._check("details", function, ffi.NULL)
         return found[0]
 
     def dispatch(self, wait: float = 0) -> list[Event]:
         """The events that wait; waits up to `wait` seconds for the first."""
+        deadline = time.monotonic() + wait
+        events = self._take_events()
+        # Sleeps here and not in the library: Ctrl-C, close() and the end of the interpreter do not wait for events.
+        while not events and time.monotonic() < deadline:
+            time.sleep(_POLL_S)
+            events = self._take_events()
+        return events
+
+    def _take_events(self) -> list[Event]:
         events: list[Event] = []
 
-        @ffi.callback("void(void*, const struct veltra_event*)")
         def add(_: Any, raw: Any) -> None:
             kind = ("device", "service", "gpu")[raw.kind]
             events.append(Event(kind, ServiceState(raw.state), info_of(raw.info),
                                 samples_of(raw.samples, raw.sample_count)))
 
-        result = lib.veltra_session_dispatch(self._session, add, ffi.NULL, int(wait * 1000), ffi.NULL)
+        with callback("void(void*, const struct veltra_event*)", add) as function:
+            result = self._call("dispatch", function, ffi.NULL, 0, ffi.NULL)
         if result != OWN_RESULTS["VELTRA_NOTHING"]:
             check("session_dispatch", result)
         return events
@@ -181,25 +223,21 @@ class Session:
     # The reports return at once, and raise VeltraError with VELTRA_QUEUE_FULL if too many wait.
 
     def update_game_info(self, first: int, name: str, second: int = 0) -> None:
-        check("session_update_game_info",
-              lib.veltra_session_update_game_info(self._session, first, chars(name), second))
+        self._check("update_game_info", first, chars(name), second)
 
     def report_game_event(self, value: int = 0, long_value: int = 0, texts: Sequence[str] = ()) -> None:
         info, _kept = game_info(value, long_value, texts)
-        check("session_report_game_event", lib.veltra_session_report_game_event(self._session, info))
+        self._check("report_game_event", info)
 
     def report_render_thread(self, first: str, second: str, thread: int) -> None:
-        check("session_report_render_thread",
-              lib.veltra_session_report_render_thread(self._session, chars(first), chars(second), thread))
+        self._check("report_render_thread", chars(first), chars(second), thread)
 
     def notify_game_event(self, scene: int, name: str, attributes: Mapping[str, str]) -> None:
         keys, _keys = char_array(attributes.keys())
         values, _values = char_array(attributes.values())
-        check("session_notify_game_event",
-              lib.veltra_session_notify_game_event(self._session, scene, chars(name), keys, values, len(attributes)))
+        self._check("notify_game_event", scene, chars(name), keys, values, len(attributes))
 
     def notify_app_resource_down_load_results(self, results: Sequence[Mapping[str, Any]]) -> None:
         """As the operation of this name."""
         array, _kept = download_results(results)
-        check("session_notify_app_resource_down_load_results",
-              lib.veltra_session_notify_app_resource_down_load_results(self._session, array, len(results)))
+        self._check("notify_app_resource_down_load_results", array, len(results))

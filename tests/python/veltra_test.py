@@ -6,6 +6,7 @@ import pathlib
 import queue
 import re
 import runpy
+import subprocess
 import sys
 import threading
 import time
@@ -123,6 +124,52 @@ def test_functions_are_released_with_their_answer_and_subscription(veltra_simula
     while any(each() for each in released) and time.monotonic() < deadline:
         gc.collect()
     assert not any(each() for each in released)
+
+
+def interrupt(*_):
+    raise KeyboardInterrupt
+
+
+@pytest.mark.parametrize("place, call", [
+    ("session.info_of", lambda session: next(session.events(TIMEOUT_S), None)),
+    ("session.Details", veltra.Session.details),
+    ("operations.text", lambda session: veltra.sync_app_type("com.example.python")),
+    ("operations.text", lambda session: veltra.get_system_function_status({"deviceState": ""})),
+])
+def test_ctrl_c_within_an_answer_reaches_the_caller(veltra_simulation, monkeypatch, place, call):
+    monkeypatch.setattr("veltra." + place, interrupt)
+    with veltra.Session() as session, pytest.raises(KeyboardInterrupt):
+        call(session)
+
+
+FOLLOW = """
+import os, signal, threading, veltra
+session = veltra.Session(gpu_interval_ms=10)
+has_event = threading.Event()
+def follow():
+    try:
+        for event in session.events(3600):
+            has_event.set()
+    except (veltra.VeltraError, KeyboardInterrupt):
+        pass
+def start(daemon):
+    thread = threading.Thread(target=follow, daemon=daemon)
+    thread.start()
+    has_event.wait()
+    return thread
+"""
+
+
+@pytest.mark.parametrize("last, has_service", [
+    ("start(daemon=True)", True),
+    ("thread = start(daemon=False); session.close(); thread.join()", True),
+    ("veltra.session.info_of = lambda raw: session.close(); follow()", True),  # as a signal handler may
+    ("threading.Timer(0.2, os.kill, (os.getpid(), signal.SIGINT)).start(); follow()", False),
+])
+def test_a_program_ends_at_once(veltra_simulation, monkeypatch, last, has_service):
+    if not has_service:
+        monkeypatch.setenv("TAVO_RUNTIME_DIR", "/nonexistent")
+    assert subprocess.run([sys.executable, "-c", FOLLOW + last], timeout=TIMEOUT_S).returncode == 0
 
 
 @pytest.mark.parametrize("example, count", [("minimal.py", 1), ("device.py", 5)])
