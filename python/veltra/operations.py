@@ -4,18 +4,21 @@ is printed, and nothing else.
 
 The library calls one of four C functions, which live as long as the module, with the number of a function of the caller.
 A function is released when its subscription has ended, when its query has been answered or refused, or when another one
-replaces it; a call that comes later finds none and is ignored. When the interpreter ends, so do the subscriptions.
+replaces it; a call that comes later finds none and is ignored. When the interpreter ends, so do the subscriptions, and
+outstanding answers are awaited for up to a second: an answer that arrives later aborts the process.
 """
 from __future__ import annotations
 
 import atexit
 import contextlib
 import itertools
+import time
 from typing import Any, Callable, Mapping, Sequence
 
 from veltra._library import VeltraError, callback, char_array, chars, check, ffi, lib, sized, text
 from veltra.session import download_results, game_info, info_of, samples_of
 
+ANSWER_WAIT_S = 1  # at the end of the interpreter
 MOST_QUERIES = 256  # that wait for an answer; a service that dies leaves some without
 
 _numbers = itertools.count(1)
@@ -47,10 +50,12 @@ def _release(number: int) -> None:
 def _call(user: Any, argument: Callable[[], Any]) -> int:
     number = int(ffi.cast("uintptr_t", user))
     function = _functions.get(number)
-    if number in _queries:
-        _release(number)
-    if function is not None:
-        function(argument())
+    try:
+        if function is not None:
+            function(argument())
+    finally:
+        if number in _queries:  # only now: the end of the interpreter waits for the function, too
+            _release(number)
     return 0
 
 
@@ -79,6 +84,9 @@ def _pass_resources(user: Any, resources: Any, count: int) -> int:
 
 @atexit.register
 def _end_subscriptions() -> None:
+    deadline = time.monotonic() + ANSWER_WAIT_S
+    while _queries and time.monotonic() < deadline:
+        time.sleep(0.001)
     for key in list(_game_numbers):
         with contextlib.suppress(VeltraError):
             unregister_game_callback(key)

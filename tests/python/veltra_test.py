@@ -161,6 +161,7 @@ def start(daemon):
 
 
 @pytest.mark.parametrize("last, has_service", [
+    ("veltra.get_app_prioritys([], lambda names: None)", True),
     ("start(daemon=True)", True),
     ("thread = start(daemon=False); session.close(); thread.join()", True),
     ("veltra.session.info_of = lambda raw: session.close(); follow()", True),  # as a signal handler may
