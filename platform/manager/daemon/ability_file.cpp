@@ -31,11 +31,14 @@ Json::Value Parse(const fs::path& path)
 {
     std::error_code error;
     const uintmax_t size = fs::file_size(path, error);
-    if (!error && size > MAX_FILE_BYTES) {
+    if (error) {
+        throw Fault("cannot be read");  // Not opened: to open a FIFO waits for a writer.
+    }
+    if (size > MAX_FILE_BYTES) {
         throw Fault("is larger than 1 MiB");
     }
     std::ifstream stream(path);
-    if (error || !stream) {
+    if (!stream) {
         throw Fault("cannot be read");
     }
     Json::CharReaderBuilder builder;

@@ -3,6 +3,7 @@
 #include "manager/daemon/ability_file.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
@@ -90,6 +91,10 @@ TEST_F(AbilityFileTest, AFaultNamesFileAndKeyAndDisablesThatAbilityOnly)
         EXPECT_EQ(files[isDuplicate ? 9 : 1].fault + "\n", line);
         EXPECT_EQ(files[isDuplicate ? 1 : 9].fault, "");
     }
+    const std::string fifo = dir.Path() + "/1.json";
+    std::filesystem::remove(fifo);
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    EXPECT_EQ(Read(dir.Path()), "ability file " + fifo + ": cannot be read\n");
 }
 
 TEST_F(AbilityFileTest, ALaterFolderReplacesTheKeysThatItsFilesContain)
