@@ -238,7 +238,10 @@ int32_t AbilityRegistry::Register(Ability& ability, const sptr<IRemoteObject>& o
     if (isStopping_ || holder == Transport::ProcessLock::CANNOT_TELL) {
         return ABILITY_UNREACHABLE;  // Not refused, which would be final: the process tries again, or the next manager.
     }
-    if (!MayServe(ability, peer.pid) || (holder != peer.pid && holder != Transport::ProcessLock::UNKNOWN_HOLDER)) {
+    // `peer.pid` is 0 for a process of another pid namespace, and so is NOBODY.
+    const bool isHolder = holder != Transport::ProcessLock::NOBODY &&
+                          (holder == peer.pid || holder == Transport::ProcessLock::UNKNOWN_HOLDER);
+    if (!MayServe(ability, peer.pid) || !isHolder) {
         OwnerRefused(ability, peer.pid);
         return ABILITY_REFUSED;
     }

@@ -56,6 +56,9 @@ bool Admission::Admits(pid_t pid, int fd, size_t sessions) const
 // kernel is asked for our children, since a new one may connect before its start has returned here.
 bool Admission::IsService(pid_t pid) const
 {
+    if (pid <= 0) {
+        return false;  // A process of another pid namespace, which none of the sources below can name.
+    }
     const auto isItsProcess = [this, pid](int32_t id) {
         return RecordedProcess(dir_, id) == pid ||
                Transport::ProcessLock::Holder(dir_.Fd(), AbilityLockName(id)) == pid;

@@ -11,6 +11,7 @@
 #include <fstream>
 
 #include "manager/client/ability_lock.h"
+#include "manager/daemon/admission.h"
 #include "manager/daemon/start_record.h"
 #include "os/process_lock.h"
 #include "support/fake_remote_object.h"
@@ -148,6 +149,18 @@ TEST_F(AbilityRegistryTest, DeadObjectIsNotRegisteredAndDeathEndsARegistration)
     EXPECT_EQ(registry.Check(ID, observer, 2).object, nullptr);
     EXPECT_EQ(registry.Add(ID, object, peer), ABILITY_BAD_REQUEST);
     EXPECT_EQ(registry.Check(ID, observer, 2).object, nullptr);
+}
+
+// A process of another pid namespace has the number 0.
+TEST_F(AbilityRegistryTest, AProcessWithoutANumberIsNotTakenForTheOwner)
+{
+    const Admission admission(dir, Files());
+    constexpr size_t TOO_MANY = 1 << 30;
+    EXPECT_TRUE(admission.Admits(owner.Pid(), 3, TOO_MANY));
+    EXPECT_FALSE(admission.Admits(0, 3, TOO_MANY));
+    Kill(owner);
+    EXPECT_FALSE(admission.Admits(0, 3, TOO_MANY));
+    EXPECT_EQ(registry.Add(ID, MakeRef<FakeRemoteObject>(), {0, ::geteuid(), 1}), ABILITY_REFUSED);
 }
 
 }  // namespace
