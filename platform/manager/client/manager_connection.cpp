@@ -105,17 +105,18 @@ sptr<SystemAbilityManagerProxy> ManagerConnection::Living()
 sptr<SystemAbilityManagerProxy> ManagerConnection::Adopt(const sptr<IRemoteObject>& root)
 {
     const sptr<SystemAbilityManagerProxy> fresh(new RegisteringProxy(root, abilities_));
-    sptr<SystemAbilityManagerProxy> replaced;  // released when the lock is free
-    {
-        MutexLock lock(mutex_);
-        if (proxy_ != nullptr && proxy_->IsConnected()) {
-            return proxy_;  // another thread was faster
-        }
-        replaced = std::exchange(proxy_, fresh);
+    // Before any thread can register an ability through the proxy: without a notice of the session's end it would not
+    // be registered with the next manager. False when the session has ended already.
+    if (!root->AddDeathRecipient(new SessionEnd)) {
+        return nullptr;
     }
-    // The session may have ended since it was established: without a notice of its end the abilities of this process
-    // would stay unregistered.
-    return root->AddDeathRecipient(new SessionEnd) ? fresh : nullptr;
+    sptr<SystemAbilityManagerProxy> replaced;  // released when the lock is free
+    MutexLock lock(mutex_);
+    if (proxy_ != nullptr && proxy_->IsConnected()) {
+        return proxy_;  // another thread was faster
+    }
+    replaced = std::exchange(proxy_, fresh);
+    return fresh;
 }
 
 }  // namespace TAVO::Manager
