@@ -80,10 +80,10 @@ void AbilityRegistry::BeginStart(Ability& ability, Aftermath& after)
     if (AwaitOwner(ability, holder)) {
         return;
     }
-    // Checked before the spawn, so that the error names the program: a failed posix_spawn does not say whether the
-    // program or its interpreter is missing.
-    if (const int error = WhyNotExecutable(ability.file.program); error != 0) {
-        StartFailed(ability, ability.file.program + ": " + std::strerror(error), RemedyOf(error, ability.file), after);
+    // A start blocks as long as the file system of the program does not answer. A second one would block the watch.
+    if (ability.spawning > 0) {
+        StartFailed(ability, "an earlier start of " + ability.file.program + " has not returned",
+                    "look why its file system does not answer", after);
         return;
     }
     // The serial names this start. Whatever is reported for an earlier one is recognised by its number and ignored.
@@ -170,8 +170,9 @@ void AbilityRegistry::Enter(Ability& ability, Phase phase, uint64_t serial, Cloc
 // Returns whether there is a process now.
 bool AbilityRegistry::Start(int32_t systemAbilityId, uint64_t serial)
 {
-    // Without the lock: posix_spawn returns only when the child has called execve, about a millisecond later, and
-    // clients keep asking meanwhile.
+    // Without the lock: posix_spawn returns only when the child has called execve, about a millisecond later, or much
+    // later if the file system does not answer, and clients keep asking meanwhile.
+    const Clock::time_point begin = Clock::now();
     StartedProcess started = SpawnFor(systemAbilityId);
     bool isStarted = started.pidFd.IsOpen();
     Aftermath after;
@@ -185,6 +186,7 @@ bool AbilityRegistry::Start(int32_t systemAbilityId, uint64_t serial)
         isStarted = isStarted && Keep(serial, {systemAbilityId, started.pid, true, !isAwaited}, started);
         if (isStarted) {
             ++ability.starts;
+            ability.startedAt = begin;
             if (!isAwaited || isStopping_) {
                 watch_.Signal(serial, SIGKILL);
             }
@@ -212,9 +214,7 @@ try {
     AbilityFile file;
     {
         MutexLock lock(mutex_);
-        Ability& ability = *Find(systemAbilityId);
-        file = ability.file;
-        ability.startedAt = Clock::now();
+        file = Find(systemAbilityId)->file;
     }
     return Spawn(file);
 } catch (const std::bad_alloc&) {

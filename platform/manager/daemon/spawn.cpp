@@ -85,8 +85,7 @@ std::vector<char*> Pointers(std::vector<std::string>& texts)
     return pointers;
 }
 
-}  // namespace
-
+// 0 when the file exists and this user may execute it, else an errno value.
 int WhyNotExecutable(const std::string& program)
 {
     struct stat status {};
@@ -100,13 +99,20 @@ int WhyNotExecutable(const std::string& program)
     return ::faccessat(AT_FDCWD, program.c_str(), X_OK, AT_EACCESS) == 0 ? 0 : errno;
 }
 
+}  // namespace
+
 StartedProcess Spawn(const AbilityFile& ability)
 {
+    StartedProcess started;
+    // Checked before posix_spawn, which does not say whether the program or its interpreter is missing.
+    started.error = WhyNotExecutable(ability.program);
+    if (started.error != 0) {
+        return started;
+    }
     std::vector<std::string> command{ability.program};
     command.insert(command.end(), ability.arguments.begin(), ability.arguments.end());
     std::vector<std::string> environment = MergedEnvironment(ability);
     const SpawnAttributes how;
-    StartedProcess started;
     started.error = ::posix_spawn(&started.pid, ability.program.c_str(), how.Actions(), how.Attributes(),
                                   Pointers(command).data(), Pointers(environment).data());
     if (started.error != 0) {

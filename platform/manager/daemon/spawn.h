@@ -5,8 +5,6 @@
 
 #include <sys/types.h>
 
-#include <string>
-
 #include "manager/daemon/ability_file.h"
 #include "os/fd.h"
 
@@ -18,11 +16,8 @@ struct StartedProcess {
     int error = 0;
 };
 
-// 0 when the file exists and this user may execute it, else an errno value.
-int WhyNotExecutable(const std::string& program);
-
 // In a session of its own, with default signal handling, no stdin, and the manager's environment, output and working
-// directory; no other descriptor is passed on.
+// directory; no other descriptor is passed on. Blocks while the file system of the program does not answer.
 StartedProcess Spawn(const AbilityFile& ability);
 
 }  // namespace TAVO::Manager
