@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Registers abilities of this process, and registers them again with each later manager. The lock of the ability comes
 // first, then the manager: two processes can never both believe that they serve an ability. mutex_ is not held during a
-// call to the manager, so after each call the entry is looked at again: another thread may have replaced or removed it.
+// call to the manager, so after each call the entry is looked at again: another thread may have changed it.
 // `knownTo` is the manager's object with which an ability is registered; it differs for each session, so "which are
 // unknown to this manager" needs no flag that could be forgotten.
 //
@@ -42,7 +42,8 @@ int32_t OwnAbilities::Add(SystemAbilityManagerProxy& manager, int32_t systemAbil
     if (dynamic_cast<IPCObjectStub*>(object.Get()) == nullptr) {  // A process registers its own objects only.
         return ABILITY_BAD_REQUEST;
     }
-    sptr<IRemoteObject> earlier;
+    sptr<IRemoteObject> earlier;  // released when the locks are free
+    MutexLock adding(addMutex_);
     bool isNew = false;
     {
         MutexLock lock(mutex_);
@@ -70,8 +71,8 @@ int32_t OwnAbilities::Add(SystemAbilityManagerProxy& manager, int32_t systemAbil
     {
         MutexLock lock(mutex_);
         const auto found = abilities_.find(systemAbilityId);
-        if (found == abilities_.end() || found->second.object != object) {
-            return status;  // Another thread has removed or replaced it.
+        if (found == abilities_.end()) {
+            return status;  // Another thread has removed it.
         }
         if (status == ABILITY_OK) {
             found->second.knownTo = manager.AsObject();

@@ -59,6 +59,8 @@ private:
     void RegisterUntilDone();
 
     const Connect connect_;
+    // Held during Add, also while the manager is called: when one fails, what to restore is certain.
+    Mutex addMutex_;
     Mutex mutex_;  // never held during a call to the manager
     std::map<int32_t, Ability> abilities_ TAVO_GUARDED_BY(mutex_);
     bool isRegistrarRunning_ TAVO_GUARDED_BY(mutex_) = false;
