@@ -134,6 +134,7 @@ private:
     void SweepSoon() TAVO_REQUIRES(mutex_);
     // Sends notices of changes again later; of each observer and id the last one.
     void ResendLater(const std::vector<Outbox::Change>& changes) TAVO_EXCLUDES(mutex_);
+    void AdoptRecorded() TAVO_REQUIRES(mutex_);
     void SignalStarted(int signal) TAVO_REQUIRES(mutex_);
 
     const Transport::RuntimeDir& dir_;

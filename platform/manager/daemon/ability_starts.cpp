@@ -364,11 +364,27 @@ void AbilityRegistry::SweepSoon()
     watchHasNews_ = true;
 }
 
+// Services of an earlier manager that have not registered with this one, perhaps because they still start.
+void AbilityRegistry::AdoptRecorded()
+try {
+    for (const auto& [systemAbilityId, ability] : abilities_) {
+        const pid_t recorded = RecordedProcess(dir_, systemAbilityId);
+        const auto isKnown = [recorded](const auto& process) { return process.second.pid == recorded; };
+        if (recorded != 0 && std::none_of(processes_.begin(), processes_.end(), isKnown)) {
+            Adopt(systemAbilityId, recorded, true);
+        }
+    }
+    watch_.Wake();
+} catch (const std::bad_alloc&) {
+    return;  // The others are still ended.
+}
+
 void AbilityRegistry::StopServices()
 {
     MutexLock lock(mutex_);
     // From here on no start, no load and no registration succeeds; starts under way are killed by Start.
     isStopping_ = true;
+    AdoptRecorded();
     const auto isNoneLeft = [this]() TAVO_REQUIRES(mutex_) {
         // Processes that were started by hand ("external") are not ended.
         const auto isStarted = [](const auto& process) { return process.second.isStarted; };

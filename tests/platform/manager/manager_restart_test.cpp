@@ -146,16 +146,26 @@ TEST_F(ManagerRestart, ExitOfTheManagerEndsItsServices)
     WriteAbility(1, "serve");
     WriteAbility(2, "ignore-term");
     WriteAbility(3, "when-told");
-    Child manager = StartManager();
-    EXPECT_NE(PidIn(Load(1)), 0);
-    EXPECT_NE(PidIn(Load(2)), 0);
-    std::thread asker([] { Load(3); });  // still starting
-    asker.detach();
-    ASSERT_TRUE(WaitFor([this] { return Started().size() == 3; }));
-    ::kill(manager.Pid(), SIGTERM);
-    EXPECT_EQ(manager.WaitForExit(), "exit 0");
-    for (const pid_t pid : Started()) {
-        EXPECT_TRUE(WaitUntilDead(pid));
+    for (const bool areOfEarlierManager : {true, false}) {
+        SCOPED_TRACE(areOfEarlierManager);
+        const size_t count = Started().size();
+        Child manager = StartManager();
+        const int pid = PidIn(Load(1));
+        EXPECT_NE(PidIn(Load(2)), 0);
+        std::thread asker([] { Load(3); });  // still starting
+        asker.detach();
+        ASSERT_TRUE(WaitFor([this, count] { return Started().size() == count + 3; }));
+        if (areOfEarlierManager) {
+            ASSERT_TRUE(StopAndWait(pid));  // It cannot register again.
+            ASSERT_TRUE(WaitFor([this] { return std::ifstream(RuntimePath() + "/3.started").peek() != EOF; }));
+            Crash(manager);
+            manager = StartManager();
+        }
+        ::kill(manager.Pid(), SIGTERM);
+        EXPECT_EQ(manager.WaitForExit(), "exit 0");
+        for (const pid_t started : Started()) {
+            EXPECT_TRUE(WaitUntilDead(started));
+        }
     }
 }
 
