@@ -89,9 +89,6 @@ void AbilityRegistry::BeginStart(Ability& ability, Aftermath& after)
     // The serial names this start. Whatever is reported for an earlier one is recognised by its number and ignored.
     after.starts.emplace_back(ability.file.id, ++lastSerial_);
     Enter(ability, Phase::STARTING, lastSerial_, Clock::now() + START_TIME);
-    // A registration that arrives before posix_spawn has returned waits until this is 0 again: only then is the pid
-    // known.
-    ++ability.spawning;
 }
 
 // True when a living process holds the ability's lock, or was started by a manager before this one and has not taken
@@ -182,12 +179,12 @@ bool AbilityRegistry::Start(int32_t systemAbilityId, uint64_t serial)
         --ability.spawning;
         spawned_.notify_all();
         // False if the deadline has passed or the manager ends: then the new process is of no use and is killed.
-        const bool isAwaited = ability.phase == Phase::STARTING && ability.serial == serial;
+        const bool isAwaited = ability.phase == Phase::STARTING && ability.serial == serial && !isStopping_;
         isStarted = isStarted && Keep(serial, {systemAbilityId, started.pid, true, !isAwaited}, started);
         if (isStarted) {
             ++ability.starts;
             ability.startedAt = begin;
-            if (!isAwaited || isStopping_) {
+            if (!isAwaited) {
                 watch_.Signal(serial, SIGKILL);
             }
         } else if (isAwaited) {
@@ -214,7 +211,14 @@ try {
     AbilityFile file;
     {
         MutexLock lock(mutex_);
-        file = Find(systemAbilityId)->file;
+        Ability& ability = *Find(systemAbilityId);
+        // A registration that arrives before posix_spawn has returned waits until this is 0 again: only then is the
+        // pid known. Counted here and not in BeginStart: a start that is lost for lack of memory ends at its deadline.
+        ++ability.spawning;
+        if (isStopping_) {
+            return {0, {}, ECANCELED};
+        }
+        file = ability.file;
     }
     return Spawn(file);
 } catch (const std::bad_alloc&) {
