@@ -306,10 +306,10 @@ void AbilityRegistry::ProcessEnded(uint64_t serial, const std::string& how)
     {
         MutexLock lock(mutex_);
         const auto found = processes_.find(serial);
-        // Each serial is reported once, and entered before it is watched, so it is found.
+        if (found == processes_.end()) {
+            return;  // Its notices could not be sent for lack of memory; the state is right.
+        }
         const Process process = found->second;
-        processes_.erase(found);
-        ended_.notify_all();
         SweepSoon();
         Ability& ability = *Find(process.id);
         // The process is dead even if a forked child of it keeps the session open.
@@ -319,6 +319,9 @@ void AbilityRegistry::ProcessEnded(uint64_t serial, const std::string& how)
         if (ability.serial == serial) {
             AwaitedProcessEnded(ability, how, after);
         }
+        // Last: if memory runs out before, the end is reported again.
+        processes_.erase(serial);
+        ended_.notify_all();
     }
     Finish(after);
 }

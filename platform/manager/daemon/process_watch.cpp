@@ -14,6 +14,8 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <new>
+#include <thread>
 #include <utility>
 
 #include "manager/client/manager_log.h"
@@ -24,6 +26,8 @@ namespace TAVO::Manager {
 namespace {
 
 const char* const UNKNOWN_STATUS = "an unknown status";
+// Before the thread tries again what has failed for lack of memory.
+constexpr std::chrono::milliseconds MEMORY_PAUSE{100};
 
 int MillisecondsUntil(ProcessWatch::Clock::time_point when)
 {
@@ -83,16 +87,17 @@ void ProcessWatch::Wake()
 void ProcessWatch::Run()
 {
     for (;;) {
-        std::vector<std::pair<uint64_t, std::string>> ended;
-        // The timers first: they return how long the thread may sleep.
-        WaitForEvents(timer_(), ended);
-        for (const auto& [serial, how] : ended) {
-            ended_(serial, how);
+        try {
+            // The timers first: they return how long the thread may sleep.
+            WaitForEvents(timer_());
+            ReportEnds();
+        } catch (const std::bad_alloc&) {
+            std::this_thread::sleep_for(MEMORY_PAUSE);
         }
     }
 }
 
-void ProcessWatch::WaitForEvents(Clock::time_point until, std::vector<std::pair<uint64_t, std::string>>& ended)
+void ProcessWatch::WaitForEvents(Clock::time_point until)
 {
     // Built anew each time. A process that is added meanwhile wakes the thread through wakeUp_; its descriptor is
     // closed by this thread only, so the copies stay valid during the poll.
@@ -103,20 +108,36 @@ void ProcessWatch::WaitForEvents(Clock::time_point until, std::vector<std::pair<
             polled.push_back({process.pidFd.Get(), POLLIN, 0});
         }
     }
-    if (::poll(polled.data(), polled.size(), MillisecondsUntil(until)) <= 0) {
-        return;
+    if (::poll(polled.data(), polled.size(), MillisecondsUntil(until)) > 0) {
+        eventfd_t ignored = 0;
+        ::eventfd_read(wakeUp_.Get(), &ignored);
     }
-    eventfd_t ignored = 0;
-    ::eventfd_read(wakeUp_.Get(), &ignored);
-    MutexLock lock(mutex_);
-    for (auto process = processes_.begin(); process != processes_.end();) {
-        if (std::string how = HowItEnded(process->second, 0); !how.empty()) {
-            Log(SCRIVO_INFO, "process %{public}d ended with %{public}s", process->second.pid, how.c_str());
-            ended.emplace_back(process->first, std::move(how));
-            process = processes_.erase(process);
-        } else {
-            ++process;
+}
+
+// Reaps a process after its end has been reported: when memory runs out before, the end is reported again.
+void ProcessWatch::ReportEnds()
+{
+    for (;;) {
+        uint64_t serial = 0;
+        std::string how;
+        {
+            MutexLock lock(mutex_);
+            const auto ended = std::find_if(processes_.begin(), processes_.end(),
+                                            [](const auto& process) { return IsReadable(process.second); });
+            if (ended == processes_.end()) {
+                return;
+            }
+            serial = ended->first;
+            how = HowItEnded(ended->second);
+            Log(SCRIVO_INFO, "process %{public}d ended with %{public}s", ended->second.pid, how.c_str());
         }
+        ended_(serial, how);
+        MutexLock lock(mutex_);
+        const auto ended = processes_.find(serial);
+        siginfo_t unused{};
+        // Fails for a process that is no child.
+        ::waitid(P_PIDFD, static_cast<id_t>(ended->second.pidFd.Get()), &unused, WEXITED | WNOHANG);
+        processes_.erase(ended);
     }
 }
 
@@ -130,10 +151,10 @@ std::string ProcessWatch::HowItEnded(uint64_t serial)
 {
     MutexLock lock(mutex_);
     const auto found = processes_.find(serial);
-    return found != processes_.end() ? HowItEnded(found->second, WNOWAIT) : UNKNOWN_STATUS;
+    return found != processes_.end() ? HowItEnded(found->second) : UNKNOWN_STATUS;
 }
 
-std::string ProcessWatch::HowItEnded(const Process& process, int options)
+std::string ProcessWatch::HowItEnded(const Process& process)
 {
     if (!IsReadable(process)) {
         return "";
@@ -141,8 +162,8 @@ std::string ProcessWatch::HowItEnded(const Process& process, int options)
     siginfo_t how{};
     const bool isKnown =
         process.isChild &&
-        // Reaps the child, unless WNOWAIT is among the options.
-        ::waitid(P_PIDFD, static_cast<id_t>(process.pidFd.Get()), &how, WEXITED | WNOHANG | options) == 0 &&
+        // WNOWAIT: ReportEnds reaps it.
+        ::waitid(P_PIDFD, static_cast<id_t>(process.pidFd.Get()), &how, WEXITED | WNOHANG | WNOWAIT) == 0 &&
         how.si_pid != 0;
     if (!isKnown) {
         return UNKNOWN_STATUS;

@@ -10,7 +10,6 @@
 #include <functional>
 #include <map>
 #include <string>
-#include <vector>
 
 #include "os/fd.h"
 #include "tavo/mutex.h"
@@ -29,8 +28,8 @@ public:
     ProcessWatch& operator=(const ProcessWatch&) = delete;
 
     // Starts the thread: it calls `timer`, which does its work and returns when to be called again, and `ended` once
-    // for each process that has ended, children reaped; `how` is as from HowItEnded. It holds no lock then. False when
-    // the thread cannot be started.
+    // for each process that has ended, before it is reaped; `how` is as from HowItEnded. It holds no lock then. What
+    // throws std::bad_alloc is called again. False when the thread cannot be started.
     bool Begin(Ended ended, Timer timer);
     // `serial` names the process from here on; never used again. It is watched from the next Wake on.
     void Add(uint64_t serial, pid_t pid, Transport::UniqueFd pidFd, bool isChild);
@@ -51,10 +50,11 @@ private:
     };
 
     [[noreturn]] void Run();
-    void WaitForEvents(Clock::time_point until, std::vector<std::pair<uint64_t, std::string>>& ended);
+    void WaitForEvents(Clock::time_point until);
+    void ReportEnds();
     static bool IsReadable(const Process& process);
-    // Empty while it lives. Reaps it unless `options` holds WNOWAIT.
-    static std::string HowItEnded(const Process& process, int options);
+    // Empty while it lives.
+    static std::string HowItEnded(const Process& process);
 
     Ended ended_;
     Timer timer_;

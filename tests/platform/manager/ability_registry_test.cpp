@@ -9,9 +9,13 @@
 
 #include <cerrno>
 #include <fstream>
+#include <future>
+#include <new>
 
 #include "manager/client/ability_lock.h"
 #include "manager/daemon/admission.h"
+#include "manager/daemon/pidfd.h"
+#include "manager/daemon/process_watch.h"
 #include "manager/daemon/start_record.h"
 #include "os/process_lock.h"
 #include "support/fake_remote_object.h"
@@ -102,6 +106,26 @@ TEST_F(ProcessLockTest, ARecordedStartIsKnownWhileThatVeryProcessLives)
     }
     Kill(child);
     EXPECT_EQ(RecordedProcess(dir, ID), 0);
+}
+
+using ProcessWatchTest = PlaceFixture;
+
+TEST_F(ProcessWatchTest, AnEndIsReportedAgainAfterMemoryRanOut)
+{
+    auto& watch = *new ProcessWatch;  // Lives as long as the process, like its thread.
+    std::promise<void> second;
+    const auto ended = [&second, count = 0](uint64_t, const std::string&) mutable {
+        if (++count == 1) {
+            throw std::bad_alloc();
+        }
+        second.set_value();
+    };
+    ASSERT_TRUE(watch.Begin(ended, [] { return ProcessWatch::Clock::time_point::max(); }));
+    TestSupport::Child process = StartHolder();
+    watch.Add(1, process.Pid(), Transport::OpenPidFd(process.Pid()), false);
+    watch.Wake();
+    Kill(process);
+    EXPECT_EQ(second.get_future().wait_for(TestSupport::TIMEOUT), std::future_status::ready);
 }
 
 class AbilityRegistryTest : public PlaceFixture {
