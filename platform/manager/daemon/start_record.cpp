@@ -37,13 +37,16 @@ unsigned long long StartTick(pid_t pid)
     if (nameEnd == std::string::npos) {
         return 0;
     }
-    // proc(5), stat: field 3 is the state, field 22 the start time.
+    // proc(5), stat: field 3 is the state, field 20 the number of threads, field 22 the start time.
     char state = 'X';
+    int threads = 0;
     unsigned long long tick = 0;
     const char* const FIELDS_3_TO_22 =
-        " %c %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %llu";
-    const int found = std::sscanf(text.c_str() + nameEnd + 1, FIELDS_3_TO_22, &state, &tick);
-    return found == 2 && state != 'Z' && state != 'X' ? tick : 0;
+        " %c %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %d %*s %llu";
+    const int found = std::sscanf(text.c_str() + nameEnd + 1, FIELDS_3_TO_22, &state, &threads, &tick);
+    // A process lives on without its first thread.
+    const bool isAlive = state != 'X' && (state != 'Z' || threads > 1);
+    return found == 3 && isAlive ? tick : 0;
 }
 
 }  // namespace
