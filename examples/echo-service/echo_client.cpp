@@ -19,6 +19,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+constexpr std::chrono::seconds MANAGER_WAIT{2};
 constexpr std::chrono::seconds CONNECT_WAIT{10};
 constexpr std::chrono::milliseconds CONNECT_PAUSE{50};
 constexpr std::chrono::seconds HEAR_WAIT{5};
@@ -66,10 +67,23 @@ private:
     std::promise<sptr<IRemoteObject>> loaded_;
 };
 
+// The manager may have been started a moment before this program.
+sptr<ISystemAbilityManager> FindManager()
+{
+    const auto deadline = Clock::now() + MANAGER_WAIT;
+    for (;;) {
+        sptr<ISystemAbilityManager> manager = SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
+        if (manager != nullptr || Clock::now() > deadline) {
+            return manager;
+        }
+        std::this_thread::sleep_for(CONNECT_PAUSE);
+    }
+}
+
 // The service, started if it does not run; null if that fails.
 sptr<IRemoteObject> FindService()
 {
-    const sptr<ISystemAbilityManager> manager = SystemAbilityManagerClient::GetInstance().GetSystemAbilityManager();
+    const sptr<ISystemAbilityManager> manager = FindManager();
     if (manager == nullptr) {
         return nullptr;
     }

@@ -26,6 +26,7 @@ SOURCE = "/home/me/veltra"  # the source folder in what is printed
 LEFT_OUT = ("scripts/test", "cmake --workflow --preset release")
 RUNNERS = {"release": "scripts/release", "packages": "packaging/chroot_check",
            "containers": "tests/tool/containers_test.py"}
+PATIENT = "/echo_client"  # waits for the manager
 LANGUAGES = {"sh", "text", "c", "cpp", "cmake", "json", "python"}
 MANUALS = {"tavo_manager": "platform/manager/daemon", "veltra": "tools/veltra", "veltra-serve": "tools/serve",
            "veltra_server": "service"}  # the folders of the manual pages
@@ -77,8 +78,11 @@ def prose(text):
 def shell_lines(page, language, prefix):
     before = re.search(r"first\s+commands\s+of\s+\[[^]]*\]\(([^)]*)\)", page.read_text())
     first = blocks(page.parent / before[1], "sh")[:1] if before and language == "sh" else []
-    for line in "".join([*first, *blocks(page, language)]).replace(PREFIX, str(prefix)).splitlines():
-        if line in FIRST_PROGRAMS:
+    lines = "".join([*first, *blocks(page, language)]).replace(PREFIX, str(prefix)).splitlines()
+    for line, following in zip(lines, [*lines[1:], ""]):
+        if following.endswith(PATIENT):  # as if both lines were pasted
+            yield line
+        elif line in FIRST_PROGRAMS:
             yield f"{line} || true\necho '{MARK}'"
         elif line.split(" #")[0].strip() not in LEFT_OUT:
             yield typed(line)
