@@ -173,6 +173,7 @@ public:
             disabled.fault = "ability file " + path.string() + ": " + fault.what();
             std::string line = disabled.fault;
             if (id != 0) {
+                names_.emplace(id, path.filename().string());
                 Keep(id, path, std::move(disabled));
             }
             return line;
@@ -211,7 +212,8 @@ AbilityFolder ReadAbilityFolder(const std::string& folder, AbilityFiles& files)
     AbilityFolder result;
     try {
         const fs::path absolute = fs::absolute(folder);
-        FolderReader reader(absolute, files);
+        // Relative programs start at the folder itself, also if `folder` is a symbolic link.
+        FolderReader reader(fs::canonical(absolute), files);
         for (const fs::path& path : JsonFiles(absolute)) {
             ++result.fileCount;
             if (std::string fault = reader.Read(path); !fault.empty()) {

@@ -38,10 +38,12 @@ TEST_F(AbilityFileTest, AllKeysAreReadAndOtherFilesAreNot)
                            "environment": {"A": "1=2", "B": ""}, "external": true})");
     Write("short.json", R"({"id": 7, "program": "/usr/bin/true"})");
     Write("short.json.bak", "{");
-    ASSERT_EQ(Read(dir.Path()), "");
+    const std::string link = dir.Path() + "/link";
+    std::filesystem::create_directory_symlink(dir.Path(), link);
+    ASSERT_EQ(Read(link), "");
     ASSERT_EQ(files.size(), 2u);
     const AbilityFile& full = files[66006];
-    EXPECT_EQ(full.program, std::filesystem::path(dir.Path()).parent_path() / "bin/server");
+    EXPECT_EQ(full.program, std::filesystem::canonical(dir.Path()).parent_path() / "bin/server");
     EXPECT_EQ(full.arguments, (std::vector<std::string>{"--root", "/a b"}));
     EXPECT_EQ(full.environment, (std::map<std::string, std::string>{{"A", "1=2"}, {"B", ""}}));
     EXPECT_TRUE(full.external);
@@ -95,6 +97,9 @@ TEST_F(AbilityFileTest, AFaultNamesFileAndKeyAndDisablesThatAbilityOnly)
     std::filesystem::remove(fifo);
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
     EXPECT_EQ(Read(dir.Path()), "ability file " + fifo + ": cannot be read\n");
+    Write("good.json", R"({"id": 1, "program": "x"})");
+    Read(dir.Path());
+    EXPECT_NE(files[1].fault, "");
 }
 
 TEST_F(AbilityFileTest, ALaterFolderReplacesTheKeysThatItsFilesContain)
