@@ -61,6 +61,10 @@ Options ReadOptions(int argc, char** argv)
     for (int choice = 0; (choice = ::getopt_long(argc, argv, "", known, nullptr)) != -1;) {
         switch (choice) {
             case 'r':
+                if (*optarg == '\0') {
+                    std::fprintf(stderr, "tavo_manager: --runtime-dir needs a path\n%s", USAGE);
+                    std::exit(EXIT_CANNOT_START);
+                }
                 // Services get this path in their environment and may have another working directory.
                 options.runtimeDir = std::filesystem::absolute(optarg).string();
                 break;
