@@ -125,7 +125,7 @@ std::filesystem::path UserAbilities()
     return config.empty() ? config : config / "tavo/abilities";
 }
 
-// Those of the command line, else the default ones that exist: the vendor's, the administrator's, the user's.
+// Those of the command line, else the default ones that may exist: the vendor's, the administrator's, the user's.
 std::vector<std::string> AbilityFolders(const Options& options)
 {
     if (!options.abilityDirs.empty()) {
@@ -134,8 +134,8 @@ std::vector<std::string> AbilityFolders(const Options& options)
     std::vector<std::string> folders;
     for (const std::filesystem::path& folder :
          {InstalledAbilities(), std::filesystem::path("/etc/tavo/abilities"), UserAbilities()}) {
-        std::error_code ignored;
-        if (std::filesystem::exists(folder, ignored)) {
+        std::error_code unknown;  // whether it exists: then reading it leaves a warning
+        if (std::filesystem::exists(folder, unknown) || unknown) {
             folders.push_back(folder.string());
         }
     }
