@@ -205,8 +205,12 @@ sigset_t BlockEndSignals()
 {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
-        sigaddset(&signals, signal);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    struct sigaction hangUp {};
+    ::sigaction(SIGHUP, nullptr, &hangUp);
+    if (hangUp.sa_handler != SIG_IGN) {  // nohup ignores it
+        sigaddset(&signals, SIGHUP);
     }
     ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     ::signal(SIGPIPE, SIG_IGN);  // The reader of stderr may have ended.
