@@ -293,6 +293,11 @@ void AbilityRegistry::DeadlinePassed(Ability& ability, Aftermath& after)
 void AbilityRegistry::AwaitedProcessEnded(Ability& ability, const std::string& how, Aftermath& after)
 {
     if (ability.phase == Phase::STARTING) {
+        if (!ability.file.external) {
+            // What it has forked may not register, and each retry would leave one more. The group is its own until it
+            // is reaped.
+            watch_.Signal(ability.serial, SIGKILL);
+        }
         StartFailed(ability, ability.file.program + " ended with " + how + " before it registered", RUN_BY_HAND, after);
     } else if (ability.phase == Phase::OWNED) {
         BeginStart(ability, after);

@@ -37,7 +37,8 @@ public:
     bool IsOver(uint64_t serial);
     // "exit status 1" or "signal 9 (Killed)"; "an unknown status" for a process that is no child, or reaped.
     std::string HowItEnded(uint64_t serial);
-    // To the whole process group of a child, to an adopted process alone. Nothing when it has ended.
+    // To the whole process group of a child, to an adopted process alone. Nothing once its end has been
+    // reported.
     void Signal(uint64_t serial, int signal);
     // A process was added, or the timer has to run earlier than it returned.
     void Wake();

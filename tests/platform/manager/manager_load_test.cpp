@@ -65,7 +65,7 @@ TEST_F(ManagerLoad, LoadsAreRefusedUntilTheProgramIsRepaired)
         {"echo 'no program' > $P; chmod +x $P", false},
         {"printf '#!/bin/sh\nexit 1\n' > $P; chmod +x $P", true},
         {"printf '#!/bin/sh\nkill -9 $$\n' > $P; chmod +x $P", true},
-        {"printf '#!/bin/sh\nsleep 170 >/dev/null 2>&1 &\n' > $P; chmod +x $P", true},
+        {"printf '#!/bin/sh\nsleep 170 >/dev/null 2>&1 &\necho $! >> $TEST_NOTES\n' > $P; chmod +x $P", true},
     };
     const std::string refused = Status(TAVO::ABILITY_CANNOT_START);
     int id = 0;
@@ -87,6 +87,9 @@ TEST_F(ManagerLoad, LoadsAreRefusedUntilTheProgramIsRepaired)
     for (const TAVO::AbilityDescription& ability : Manager()->DescribeAbilities()) {
         EXPECT_EQ(ability.fault.find(ability.program), 0u) << ability.fault;
         EXPECT_NE(ability.fault.find("; "), std::string::npos) << "no remedy: " << ability.fault;
+    }
+    for (const pid_t forked : Started()) {
+        EXPECT_TRUE(WaitUntilDead(forked)) << "a process of a start that failed";
     }
     for (id = 1; id <= static_cast<int>(std::size(programs)); ++id) {
         const std::string path = AbilityPath() + "/p" + std::to_string(id);
