@@ -104,7 +104,7 @@ sptr<SystemAbilityManagerProxy> ManagerConnection::Living()
 
 sptr<SystemAbilityManagerProxy> ManagerConnection::Adopt(const sptr<IRemoteObject>& root)
 {
-    const sptr<SystemAbilityManagerProxy> fresh(new RegisteringProxy(root, abilities_));
+    sptr<SystemAbilityManagerProxy> fresh(new RegisteringProxy(root, abilities_));
     // Before any thread can register an ability through the proxy: without a notice of the session's end it would not
     // be registered with the next manager. False when the session has ended already.
     if (!root->AddDeathRecipient(new SessionEnd)) {

@@ -238,7 +238,7 @@ int32_t AbilityRegistry::Register(Ability& ability, const sptr<IRemoteObject>& o
     if (isStopping_ || holder == Transport::ProcessLock::CANNOT_TELL) {
         return ABILITY_UNREACHABLE;  // Not refused, which would be final: the process tries again, or the next manager.
     }
-    // `peer.pid` is 0 for a process of another pid namespace, and so is NOBODY.
+    // NOBODY must not match the pid of a process of another pid namespace: both are 0.
     const bool isHolder = holder != Transport::ProcessLock::NOBODY &&
                           (holder == peer.pid || holder == Transport::ProcessLock::UNKNOWN_HOLDER);
     if (!MayServe(ability, peer.pid) || !isHolder) {

@@ -213,7 +213,7 @@ try {
         MutexLock lock(mutex_);
         Ability& ability = *Find(systemAbilityId);
         // A registration that arrives before posix_spawn has returned waits until this is 0 again: only then is the
-        // pid known. Counted here and not in BeginStart: a start that is lost for lack of memory ends at its deadline.
+        // pid known. Counted here and not in BeginStart: after that, the manager may run out of memory before Start.
         ++ability.spawning;
         if (isStopping_) {
             return {0, {}, ECANCELED};
@@ -312,7 +312,7 @@ void AbilityRegistry::ProcessEnded(uint64_t serial, const std::string& how)
         MutexLock lock(mutex_);
         const auto found = processes_.find(serial);
         if (found == processes_.end()) {
-            return;  // Its notices could not be sent for lack of memory; the state is right.
+            return;  // The state is up to date, but the manager ran out of memory while it sent notices.
         }
         const Process process = found->second;
         SweepSoon();

@@ -26,7 +26,7 @@ namespace TAVO::Manager {
 namespace {
 
 const char* const UNKNOWN_STATUS = "an unknown status";
-// Before the thread tries again what has failed for lack of memory.
+// Before the thread tries again what has failed because it was out of memory.
 constexpr std::chrono::milliseconds MEMORY_PAUSE{100};
 
 int MillisecondsUntil(ProcessWatch::Clock::time_point when)
