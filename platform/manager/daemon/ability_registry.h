@@ -109,6 +109,8 @@ private:
         TAVO_REQUIRES(mutex_);
 
     // Registrations (ability_registry.cpp).
+    // Sends notices of changes again later; of each observer and id the last one.
+    void ResendLater(const std::vector<Outbox::Change>& changes) TAVO_EXCLUDES(mutex_);
     int32_t Register(Ability& ability, const sptr<IRemoteObject>& object, const CallingPeer& peer, Aftermath& after)
         TAVO_REQUIRES(mutex_);
     void Unregister(Ability& ability, Aftermath& after) TAVO_REQUIRES(mutex_);
@@ -127,13 +129,13 @@ private:
     // `what` happened, and `remedy` is what to do about it.
     void StartFailed(Ability& ability, const std::string& what, const std::string& remedy, Aftermath& after)
         TAVO_REQUIRES(mutex_);
+
+    // Ends (ability_ends.cpp).
     void DeadlinePassed(Ability& ability, Aftermath& after) TAVO_REQUIRES(mutex_);
     void AwaitedProcessEnded(Ability& ability, const std::string& how, Aftermath& after) TAVO_REQUIRES(mutex_);
     void ProcessEnded(uint64_t serial, const std::string& how);
     Clock::time_point DoWhatIsDue();
     void SweepSoon() TAVO_REQUIRES(mutex_);
-    // Sends notices of changes again later; of each observer and id the last one.
-    void ResendLater(const std::vector<Outbox::Change>& changes) TAVO_EXCLUDES(mutex_);
     void AdoptRecorded() TAVO_REQUIRES(mutex_);
     void SignalStarted(int signal) TAVO_REQUIRES(mutex_);
 
