@@ -31,7 +31,7 @@ DeliveryPool::~DeliveryPool()
     }
 }
 
-void DeliveryPool::PushLatest(uint64_t client, const sptr<IRemoteObject>& object, Delivery delivery)
+void DeliveryPool::PushLatest(uint64_t client, const sptr<IRemoteObject>& object, Delivery delivery, bool isReplaceable)
 {
     // A delivery holds references to objects of the client; the last one sends a record, under locks of the transport.
     Delivery older;  // destroyed without the mutex
@@ -41,13 +41,15 @@ void DeliveryPool::PushLatest(uint64_t client, const sptr<IRemoteObject>& object
         return;
     }
     // One may be running: it is not in the queue any more and is never replaced.
-    if (line->waiting.empty()) {
-        Enqueue(object, *line, std::move(delivery));
+    if (line->waiting.empty() || (!line->waiting.back().isReplaceable && line->waiting.size() < MAX_WAITING_EVENTS)) {
+        Enqueue(object, *line, {std::move(delivery), isReplaceable});
         return;
     }
     // In place: the line keeps its turn in the ready list.
-    older = std::exchange(line->waiting.front(), std::move(delivery));
-    ++line->replaced;
+    Waiting& last = line->waiting.back();
+    older = std::exchange(last.send, std::move(delivery));
+    last.isReplaceable = isReplaceable;
+    ++last.replaced;
     ++counts_.replaced;
 }
 
@@ -63,7 +65,7 @@ bool DeliveryPool::PushAnswer(uint64_t client, const sptr<IRemoteObject>& object
     if (line != nullptr) {
         line->holdsAnswers = true;
         ++clients_[line->client].answers;
-        Enqueue(object, *line, std::move(delivery));
+        Enqueue(object, *line, {std::move(delivery)});
     }
     // Also for a silent client, whose answer is dropped: it has called just now, so it is silent only if it was marked
     // in this moment.
@@ -108,7 +110,7 @@ DeliveryPool::Line* DeliveryPool::OpenLine(uint64_t client, const sptr<IRemoteOb
     return &line->second;
 }
 
-void DeliveryPool::Enqueue(const sptr<IRemoteObject>& object, Line& line, Delivery delivery)
+void DeliveryPool::Enqueue(const sptr<IRemoteObject>& object, Line& line, Waiting delivery)
 {
     line.waiting.push_back(std::move(delivery));
     // Otherwise the line is in the ready list already, or returns to it when its delivery ends.
@@ -192,18 +194,17 @@ void DeliveryPool::Work()
         ready_.erase(next);
         Line& line = lines_[object];
         Begin(line);
-        Delivery delivery = std::move(line.waiting.front());
+        Waiting delivery = std::move(line.waiting.front());
         line.waiting.pop_front();
-        const uint32_t replaced = std::exchange(line.replaced, 0);
         // The send may block for 8 s.
         lock.Unlock();
         int32_t status = IPC_EXCEPTION;
         try {
-            status = delivery(replaced);
+            status = delivery.send(delivery.replaced);
         } catch (...) {  // memory; the delivery is lost
         }
         // Destroyed without the mutex as well.
-        delivery = nullptr;
+        delivery.send = nullptr;
         lock.Lock();
         Finish(object, status);
     }

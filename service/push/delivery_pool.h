@@ -27,6 +27,7 @@ public:
     static constexpr size_t MAX_RUNNING_PER_CLIENT = 3;
     static constexpr size_t MAX_RUNNING_SLOW = 4;      // of all clients whose last delivery timed out, one each
     static constexpr size_t MAX_WAITING_ANSWERS = 16;  // per client
+    static constexpr size_t MAX_WAITING_EVENTS = 100;  // per object
 
     // Sends one request and returns its status: IPC_TIMED_OUT makes the client silent, any other status changes
     // nothing. `replaced` is the number of older deliveries to the same object that newer ones have replaced.
@@ -37,8 +38,9 @@ public:
     DeliveryPool(const DeliveryPool&) = delete;
     DeliveryPool& operator=(const DeliveryPool&) = delete;
 
-    // For `object` of process `client` (its session): in place of one that still waits.
-    void PushLatest(uint64_t client, const sptr<IRemoteObject>& object, Delivery delivery);
+    // For `object` of process `client` (its session): in place of the last one that waits if that is replaceable or
+    // MAX_WAITING_EVENTS wait, else after it.
+    void PushLatest(uint64_t client, const sptr<IRemoteObject>& object, Delivery delivery, bool isReplaceable = true);
     // After those that still wait. False when MAX_WAITING_ANSWERS of this client do: nothing was kept.
     bool PushAnswer(uint64_t client, const sptr<IRemoteObject>& object, Delivery delivery);
     // Drops the deliveries that are queued for `object`. A delivery that has begun goes on.
@@ -60,10 +62,14 @@ public:
     bool IsIdle() const;  // nothing waits or runs
 
 private:
+    struct Waiting {
+        Delivery send;
+        bool isReplaceable = false;
+        uint32_t replaced = 0;
+    };
     struct Line {  // what goes to one object
         uint64_t client = 0;
-        std::deque<Delivery> waiting;
-        uint32_t replaced = 0;
+        std::deque<Waiting> waiting;
         bool holdsAnswers = false;
         bool isRunning = false;
         bool runsAsSlow = false;
@@ -79,7 +85,7 @@ private:
     using Lines = std::map<sptr<IRemoteObject>, Line>;
 
     Line* OpenLine(uint64_t client, const sptr<IRemoteObject>& object) TAVO_REQUIRES(mutex_);
-    void Enqueue(const sptr<IRemoteObject>& object, Line& line, Delivery delivery) TAVO_REQUIRES(mutex_);
+    void Enqueue(const sptr<IRemoteObject>& object, Line& line, Waiting delivery) TAVO_REQUIRES(mutex_);
     void ForgetWaiting(Line& line, const sptr<IRemoteObject>& object) TAVO_REQUIRES(mutex_);
     void CloseIfIdle(const sptr<IRemoteObject>& object) TAVO_REQUIRES(mutex_);
     void CloseIfUnused(uint64_t client) TAVO_REQUIRES(mutex_);

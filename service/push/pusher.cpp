@@ -106,7 +106,7 @@ double Pusher::TickGpu(double now)
 // Each text in an event of its own. Without a text, one event with the state.
 void Pusher::PushEvents(const Subscription& subscription, const std::vector<std::string>& texts)
 {
-    const auto push = [this, &subscription](const std::string& text) {
+    const auto push = [this, &subscription, &texts](const std::string& text) {
         GameCallbackEventInfo info = state_;
         info.eventText = text;
         const auto deliver = [&desk = desk_, object = subscription.object, process = subscription.process,
@@ -117,8 +117,8 @@ void Pusher::PushEvents(const Subscription& subscription, const std::vector<std:
                 [&](PushSpoil spoil) { return GameEventCallbackProxy(object, spoil).OnGameCallbackEvent(info); },
                 [&info](Note& note) { Describe(info, note); });
         };
-        // Replaces an event of the same object that still waits; `replaced` then reaches the client as extraValue.
-        pool_.PushLatest(subscription.client, subscription.object, deliver);
+        // Replaces a state that still waits for the same object, which the client learns from extraValue, but no text.
+        pool_.PushLatest(subscription.client, subscription.object, deliver, texts.empty());
     };
     if (texts.empty()) {
         push(STATE_EVENT);

@@ -47,9 +47,9 @@ size_t Begun(const std::vector<PushReceiver>& receivers)
 
 class DeliveryPoolTest : public testing::Test {
 protected:
-    void PushLatest(uint64_t client, const PushReceiver& receiver, int32_t number)
+    void PushLatest(uint64_t client, const PushReceiver& receiver, int32_t number, bool isReplaceable = true)
     {
-        pool_.PushLatest(client, receiver.Object(), Sending(receiver, number));
+        pool_.PushLatest(client, receiver.Object(), Sending(receiver, number), isReplaceable);
     }
     bool PushAnswer(uint64_t client, const PushReceiver& receiver, int32_t number)
     {
@@ -84,6 +84,25 @@ TEST_F(DeliveryPoolTest, NewerReplacesQueuedAndTheReceiverLearnsHowMany)
     EXPECT_EQ(pool_.Count().replaced, 3U);
     PushLatest(1, receiver, 6);
     EXPECT_EQ(receiver.WaitFor(3).back(), Pushed(6));
+}
+
+TEST_F(DeliveryPoolTest, WhatIsNotReplaceableIsQueuedUpToABound)
+{
+    constexpr int32_t BOUND = DeliveryPool::MAX_WAITING_EVENTS;
+    PushReceiver receiver;
+    PushAndBlock(receiver);
+    PushLatest(1, receiver, -1);
+    std::vector<std::string> expected = {Pushed(1), Pushed(2, 1)};
+    for (int32_t number = 2; number <= BOUND + 2; ++number) {
+        PushLatest(1, receiver, number, false);
+    }
+    for (int32_t number = 3; number <= BOUND; ++number) {
+        expected.push_back(Pushed(number));
+    }
+    expected.push_back(Pushed(BOUND + 2, 1));
+    receiver.Unblock();
+    EXPECT_EQ(receiver.WaitFor(expected.size()), expected);
+    EXPECT_TRUE(BecomesIdle());
 }
 
 TEST_F(DeliveryPoolTest, AnswersAreSentInTheirOrderUpToABound)
