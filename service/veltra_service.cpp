@@ -243,7 +243,7 @@ DeviceInfoResult VeltraService::GetDeviceInfo(std::vector<QueryDeviceStateDetail
 
 int32_t VeltraService::RegisterCallBack(const sptr<IGpNapiEventCallback>& callback)
 {
-    return Subscribe(Subject::EVENTS, callback, 0);
+    return Subscribe(Subject::EVENTS, callback, {});
 }
 
 int32_t VeltraService::UnRegisterCallBack()
@@ -256,7 +256,10 @@ int32_t VeltraService::StartGetGpuPerfInfo(int32_t value, const sptr<IGpuCounter
     if (!gpuCounters_.IsThere()) {
         return SERVICE_NO_GPU_COUNTERS;
     }
-    return Subscribe(Subject::GPU_COUNTERS, callback, gpuCounters_.Interval(value));
+    Subscription subscription;
+    subscription.milliseconds = value;
+    subscription.interval = gpuCounters_.Interval(value);
+    return Subscribe(Subject::GPU_COUNTERS, callback, subscription);
 }
 
 int32_t VeltraService::StopGetGpuPerfInfo()
@@ -323,19 +326,17 @@ int32_t VeltraService::ReportState(int32_t state, const std::string& bundleName)
     return games_.Report(GetCallingPeer(), state, bundleName) ? 0 : SERVICE_NO_RESOURCES;
 }
 
-int32_t VeltraService::Subscribe(Subject subject, const sptr<IRemoteBroker>& callback, double interval)
+int32_t VeltraService::Subscribe(Subject subject, const sptr<IRemoteBroker>& callback, Subscription subscription)
 {
     if (callback == nullptr) {
         return SERVICE_NO_RESOURCES;
     }
-    Subscription subscription;
     // By session, not by process id: an id can be reused while the subscription lasts.
     subscription.client = GetCallingPeer().session;
     subscription.object = callback->AsObject();
-    subscription.interval = interval;
     subscription.process = GetCallingPeer().pid;
     // Counters come after the first interval: clients set their callback once the request has returned.
-    subscription.due = clock_.Now() + interval;
+    subscription.due = clock_.Now() + subscription.interval;
     sptr<IRemoteObject> replaced;
     const bool isKept = subscriptions_->Add(subject, subscription, replaced);
     if (replaced != nullptr) {

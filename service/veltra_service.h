@@ -105,7 +105,8 @@ protected:
 
 private:
     int32_t ReportState(int32_t state, const std::string& bundleName);
-    int32_t Subscribe(Subject subject, const sptr<IRemoteBroker>& callback, double interval);
+    // `subscription`: its interval, and what the client requested.
+    int32_t Subscribe(Subject subject, const sptr<IRemoteBroker>& callback, Subscription subscription);
     int32_t Unsubscribe(Subject subject);
     // Pushes `data` by `send(client, data)`.
     template <typename Send, typename Data>

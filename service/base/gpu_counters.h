@@ -47,8 +47,9 @@ std::optional<uint64_t> GpuCounterOf(const GpuPerfInfo& sample, GpuCounter count
 
 // One client's stream of samples.
 struct CounterStream {
-    uint64_t sent = 0;  // samples so far
-    pid_t process = 0;  // the client's; 0: not known
+    uint64_t sent = 0;     // samples so far
+    pid_t process = 0;     // the client's; 0: not known
+    uint64_t earlier = 0;  // samples before the scenario that plays
 };
 
 // Interval: any thread; the others: one thread at a time.

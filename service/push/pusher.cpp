@@ -87,9 +87,14 @@ double Pusher::TickEvents(double now)
 double Pusher::TickGpu(double now)
 {
     double next = NEVER;
+    const std::shared_ptr<const Playing> playing = simulation_.Current();
+    const std::shared_ptr<const Scenario> before =
+        std::exchange(scenario_, playing == nullptr ? nullptr : playing->scenario);
     for (Subscription subscription : subscriptions_.All(Subject::GPU_COUNTERS)) {
+        FollowScenario(subscription, scenario_ != before, now);
         if (now >= subscription.due) {
-            std::vector<GpuPerfInfo> batch = gpu_.Batch(now, {subscription.sent, subscription.process});
+            std::vector<GpuPerfInfo> batch =
+                gpu_.Batch(now, {subscription.sent, subscription.process, subscription.earlier});
             subscription.sent += batch.size();
             // A tick that was late keeps the rhythm; batches that were missed are not sent in a burst.
             subscription.due = std::max(subscription.due + subscription.interval, now);
@@ -101,6 +106,19 @@ double Pusher::TickGpu(double now)
         next = std::min(next, subscription.due);
     }
     return next;
+}
+
+// The scenario decides the interval while it plays, and counts its samples anew.
+void Pusher::FollowScenario(Subscription& subscription, bool isOther, double now)
+{
+    const double interval = gpu_.Interval(subscription.milliseconds);
+    if (isOther || interval != subscription.interval) {
+        // The new interval began with the last batch as well.
+        subscription.due = std::max(subscription.due + interval - subscription.interval, now);
+        subscription.interval = interval;
+        subscription.earlier = subscription.sent;
+        subscriptions_.Advance(Subject::GPU_COUNTERS, subscription);
+    }
 }
 
 // Each text in an event of its own. Without a text, one event with the state.

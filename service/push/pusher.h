@@ -49,6 +49,7 @@ public:
 private:
     double TickEvents(double now);
     double TickGpu(double now);
+    void FollowScenario(Subscription& subscription, bool isOther, double now);
     void PushEvents(const Subscription& subscription, const std::vector<std::string>& texts);
     void PushBatch(const Subscription& subscription, std::vector<GpuPerfInfo> batch);
 
@@ -59,11 +60,12 @@ private:
     DeliveryPool& pool_;
     const PushDesk& desk_;
     const std::function<Periods()> periods_;
-    GameCallbackEventInfo state_;      // as last read
-    GameCallbackEventInfo announced_;  // as it was when a change was last reported to all subscribers
-    double readAgain_ = 0;             // when to read it again
-    uint64_t simulated_ = 0;           // the number of the simulation's change that was read last
-    bool isListening_ = false;         // a client was subscribed to events at the last tick
+    GameCallbackEventInfo state_;               // as last read
+    GameCallbackEventInfo announced_;           // as it was when a change was last reported to all subscribers
+    double readAgain_ = 0;                      // when to read it again
+    uint64_t simulated_ = 0;                    // the number of the simulation's change that was read last
+    std::shared_ptr<const Scenario> scenario_;  // that played at the last tick; null: none
+    bool isListening_ = false;                  // a client was subscribed to events at the last tick
 };
 
 }  // namespace TAVO::Veltra

@@ -83,8 +83,7 @@ void Subscriptions::Advance(Subject subject, const Subscription& subscription)
     const auto known = Of(subject).find(subscription.client);
     // The object identifies the subscription: a new one has another.
     if (known != Of(subject).end() && known->second.subscription.object == subscription.object) {
-        known->second.subscription.due = subscription.due;
-        known->second.subscription.sent = subscription.sent;
+        known->second.subscription = subscription;
     }
 }
 

@@ -21,10 +21,12 @@ enum class Subject : size_t { EVENTS, GPU_COUNTERS };
 struct Subscription {
     uint64_t client = 0;  // the session of its process
     sptr<IRemoteObject> object;
-    double interval = 0;  // GPU_COUNTERS: seconds of service time between batches
-    double due = 0;       // service time of the next push; a past one means now
-    uint64_t sent = 0;    // GPU_COUNTERS: samples so far
-    pid_t process = 0;    // for what the service looks up about it
+    double interval = 0;       // GPU_COUNTERS: seconds of service time between batches
+    double due = 0;            // service time of the next push; a past one means now
+    uint64_t sent = 0;         // GPU_COUNTERS: samples so far
+    pid_t process = 0;         // for what the service looks up about it
+    int32_t milliseconds = 0;  // GPU_COUNTERS: the interval that the client requested; a scenario may have its own
+    uint64_t earlier = 0;      // GPU_COUNTERS: samples before the scenario that plays
 };
 
 // Any thread. Holds nothing of a process that has ended: its death notice removes what it had. Sends nothing itself.
@@ -38,7 +40,7 @@ public:
 
     std::vector<Subscription> All(Subject subject) const;
 
-    // Stores the next time and the number of samples of the subscription, unless it was removed or replaced meanwhile.
+    // Stores what has changed in the subscription, unless it was removed or replaced meanwhile.
     void Advance(Subject subject, const Subscription& subscription);
 
 private:

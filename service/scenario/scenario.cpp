@@ -169,7 +169,7 @@ std::vector<GpuPerfInfo> Scenario::Samples(double seconds, const CounterStream& 
     uint64_t count = gpu_->count;
     if (gpu_->total) {
         // A stream with a total ends in the middle of a batch if need be; later batches are empty.
-        count = std::min(count, *gpu_->total - std::min(sent, *gpu_->total));
+        count = std::min(count, *gpu_->total - std::min(sent - stream.earlier, *gpu_->total));
     }
     GpuPerfInfo sample;
     sample.long1 = static_cast<int64_t>(seconds * 1e9);

@@ -220,6 +220,14 @@ TEST_F(PusherTest, GpuBatchesComeInTheirTimeUntilTheTotalIsReached)
     expected.push_back(batch(sample(3 * second, 3) + sample(3 * second, 4), 2));
     EXPECT_EQ(Tick(3, receiver), expected);
     EXPECT_EQ(Tick(4, receiver), expected) << "more than the total";
+
+    Play(R"({"gpu": {"intervalSeconds": 0.25, "total": 1, "counters": {"powerMilliwatts": 7000}}})");
+    expected.push_back(batch(sample(4 * second + second / 8, 5), 1));
+    EXPECT_EQ(Tick(4.125, receiver), expected) << "samples from before count to the total";
+    EXPECT_EQ(pusher_->Tick(4.25), 4.375) << "the interval is that of the scenario before";
+    EXPECT_EQ(Tick(4.375, receiver), expected) << "more than the total";
+    simulation_.Change([](Playing& playing, double) { playing = Playing(); });
+    EXPECT_EQ(pusher_->Tick(4.5), 4.375 + gpu_.Interval(0)) << "the interval is still that of the scenario";
 }
 
 }  // namespace
