@@ -149,6 +149,11 @@ void FaultPlan::Prune(double now)
     std::erase_if(faults_, [now](const Fault& fault) { return fault.until <= now; });
 }
 
+bool FaultPlan::IsOver(double now) const
+{
+    return std::all_of(faults_.begin(), faults_.end(), [now](const Fault& fault) { return fault.until <= now; });
+}
+
 const Fault* FaultPlan::ForRequest(ServerCode code, double now) const
 {
     const auto found = std::find_if(faults_.begin(), faults_.end(), [&](const Fault& fault) {

@@ -54,6 +54,7 @@ public:
     void Add(const ConfigNode& command, double now);
     // Forgets those that are over.
     void Prune(double now);
+    bool IsOver(double now) const;  // all of them
 
     // Those that may apply at `now` or later.
     const std::vector<Fault>& All() const { return faults_; }

@@ -79,7 +79,7 @@ void Simulation::Change(const std::function<void(Playing&, double)>& change)
         next->number = number_.load(std::memory_order_relaxed) + 1;
         number_.store(next->number, std::memory_order_relaxed);
         // Null, so that requests take the short way again.
-        playing_ = next->IsIdle() ? nullptr : std::move(next);
+        playing_ = next->IsIdle(now) ? nullptr : std::move(next);
         isActive_.store(playing_ != nullptr, std::memory_order_relaxed);
     }
     // Without the mutex: no wake-up is lost, since the state was changed under it.

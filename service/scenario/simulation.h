@@ -37,7 +37,7 @@ struct Playing {
     FaultPlan faults;                       // by service time; before those of the scenario
     uint64_t number = 0;                    // of the change that made it
 
-    bool IsIdle() const { return scenario == nullptr && values.empty() && faults.All().empty(); }
+    bool IsIdle(double now) const { return scenario == nullptr && values.empty() && faults.IsOver(now); }
     double TimeAt(double now) const { return isPaused ? time : time + (now - since) * pace; }
     // The service time at which the scenario's time is `at`; infinity when that does not come by itself.
     double WhenIs(double at) const;
@@ -57,7 +57,7 @@ public:
     // Called after each change, on the thread that made it. Set before the first change.
     void OnChange(std::function<void()> changed) { changed_ = std::move(changed); }
 
-    // Null while nothing is simulated.
+    // Null while nothing is simulated, except for faults that are over.
     std::shared_ptr<const Playing> Current() const;
     // Grows with each change and each text; a reader that remembers it sees that there is news.
     uint64_t Number() const { return number_.load(std::memory_order_relaxed); }

@@ -199,8 +199,9 @@ Json::Value DescribeSimulation(const Simulation& simulation)
     const double now = simulation.Clock().Now();
     const std::shared_ptr<const Playing> playing = simulation.Current();
     Json::Value shown;
-    shown["active"] = playing != nullptr;
-    if (playing == nullptr) {
+    const bool isActive = playing != nullptr && !playing->IsIdle(now);
+    shown["active"] = isActive;
+    if (!isActive) {
         return shown;
     }
     if (playing->scenario != nullptr) {
