@@ -170,11 +170,13 @@ const Fault* FaultPlan::ForPush(double now) const
     return found == faults_.end() ? nullptr : &*found;
 }
 
-double FaultPlan::DeathTime() const
+double FaultPlan::DeathTime(double begin) const
 {
     double time = FOR_GOOD;
     for (const Fault& fault : faults_) {
-        if (fault.kind == Fault::Kind::DIE && !fault.operation) {
+        // By `begin` and not by the present time: the service may notice a short fault only after its end.
+        const bool isSkipped = fault.from < begin && fault.until <= begin;
+        if (fault.kind == Fault::Kind::DIE && !fault.operation && !isSkipped) {
             time = std::min(time, fault.from);
         }
     }

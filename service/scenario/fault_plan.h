@@ -60,8 +60,9 @@ public:
     const std::vector<Fault>& All() const { return faults_; }
     const Fault* ForRequest(ServerCode code, double now) const;  // null: none
     const Fault* ForPush(double now) const;                      // null: none
-    // When the process has to end without a request as the cause; infinity if it has not.
-    double DeathTime() const;
+    // When the process has to end without a request as the cause; infinity if it has not. Faults that were over
+    // at `begin`, from which the time goes by, do not count: a seek has skipped them.
+    double DeathTime(double begin) const;
     [[noreturn]] static void Die();
 
 private:

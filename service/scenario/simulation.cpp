@@ -45,8 +45,8 @@ const Fault* Playing::PushFault(double now) const
 
 double Playing::DeathTime() const
 {
-    const double ofScenario = scenario == nullptr ? NEVER : WhenIs(scenario->Faults().DeathTime());
-    return std::min(faults.DeathTime(), ofScenario);
+    const double ofScenario = scenario == nullptr ? NEVER : WhenIs(scenario->Faults().DeathTime(time));
+    return std::min(faults.DeathTime(0), ofScenario);
 }
 
 std::shared_ptr<const Playing> Simulation::Current() const

@@ -248,7 +248,7 @@ TEST(FaultPlan, RepliesAreCutOrTheirTextSpoiled)
 TEST(FaultPlan, DeathIsThatOfTheProcess)
 {
     EXPECT_EQ(
-        Load(R"({"faults": [{"kind": "die", "at": 9}, {"kind": "die", "at": 4, "for": 0}]})").Faults().DeathTime(), 4);
+        Load(R"({"faults": [{"kind": "die", "at": 9}, {"kind": "die", "at": 4, "for": 0}]})").Faults().DeathTime(0), 4);
     Simulation simulation{ServiceClock()};
     simulation.Start(std::make_shared<Scenario>(Load(R"({"faults": [{"kind": "die", "operation": "CallAuth"}]})")));
     EXPECT_EQ(simulation.Current()->DeathTime(), std::numeric_limits<double>::infinity());

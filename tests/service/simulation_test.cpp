@@ -4,7 +4,9 @@
 
 #include <json/value.h>
 
+#include <cmath>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -20,6 +22,17 @@ TEST(Simulation, IsDescribedAsOverOnceItsFaultsAre)
     PerformCommand(R"({"do": "fault", "kind": "refuse", "for": 3})", simulation);
     EXPECT_TRUE(TestSupport::WaitFor([&simulation] { return !DescribeSimulation(simulation)["active"].asBool(); }));
     EXPECT_GE(simulation.Clock().Now(), 3);
+}
+
+TEST(Simulation, ASeekSkipsADeathThatIsOverThen)
+{
+    Simulation simulation{ServiceClock()};
+    PerformCommand(R"({"do": "load", "scenario": {"faults": [{"kind": "die", "at": 5, "for": 1}]}})", simulation);
+    const std::pair<const char*, bool> rows[] = {{"0", true}, {"5.5", true}, {"6", false}, {"100", false}, {"4", true}};
+    for (const auto& [seconds, isToDie] : rows) {
+        PerformCommand(R"({"do": "seek", "seconds": )" + std::string(seconds) + "}", simulation);
+        EXPECT_EQ(std::isfinite(simulation.Current()->DeathTime()), isToDie) << seconds;
+    }
 }
 
 }  // namespace
