@@ -130,7 +130,12 @@ void PushEvent(const ConfigNode& command, Simulation& simulation)
 void AddFault(const ConfigNode& command, Simulation& simulation)
 {
     // A mistake throws out of Change, which then publishes nothing.
-    simulation.Change([&command](Playing& playing, double now) { playing.faults.Add(command, now); });
+    simulation.Change([&command](Playing& playing, double now) {
+        playing.faults.Add(command, now);
+        if (playing.faults.DeathTime(0) <= now) {
+            FaultPlan::Die();  // here, since the reply to the command could be faster than another thread
+        }
+    });
 }
 
 void SwitchOff(const ConfigNode& command, Simulation& simulation)

@@ -35,5 +35,17 @@ TEST(Simulation, ASeekSkipsADeathThatIsOverThen)
     }
 }
 
+TEST(Simulation, ACommandToDieDoesNotReturn)
+{
+    Simulation simulation{ServiceClock()};
+    PerformCommand(R"({"do": "fault", "kind": "die", "at": 1000})", simulation);
+    PerformCommand(R"({"do": "fault", "kind": "die", "operation": "CallAuth"})", simulation);
+    TestSupport::Child child = TestSupport::Child::Fork([&simulation](TestSupport::LinePipe&) {
+        PerformCommand(R"({"do": "fault", "kind": "die"})", simulation);
+        return 0;
+    });
+    EXPECT_EQ(child.WaitForExit(), "signal 9");
+}
+
 }  // namespace
 }  // namespace TAVO::Veltra
