@@ -77,6 +77,7 @@ void Simulation::Change(const std::function<void(Playing&, double)>& change)
             takenUpTo_ = next->TimeAt(now);
         }
         next->number = number_.load(std::memory_order_relaxed) + 1;
+        next->begun = next->begun == 0 ? next->number : next->begun;
         number_.store(next->number, std::memory_order_relaxed);
         // Null, so that requests take the short way again.
         playing_ = next->IsIdle(now) ? nullptr : std::move(next);
@@ -164,7 +165,13 @@ void Simulation::DisturbReply(ServerCode code, MessageParcel& reply)
         return;
     }
     if (fault->kind == Fault::Kind::LATE) {
-        Wait(playing->number, clock_.Now() + fault->seconds);
+        const double due = clock_.Now() + fault->seconds;
+        // Until "off"; other changes leave the reply as late as it is. After "off" a new simulation may have begun
+        // before this thread runs again.
+        for (auto now = playing; now != nullptr && now->begun == playing->begun && clock_.Now() < due;
+             now = Current()) {
+            Wait(now->number, due);
+        }
     }
     fault->Spoil(reply);
 }

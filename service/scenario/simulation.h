@@ -36,6 +36,7 @@ struct Playing {
     std::map<std::string, int64_t> values;  // that were set, by DeviceField::key; before those of the scenario
     FaultPlan faults;                       // by service time; before those of the scenario
     uint64_t number = 0;                    // of the change that made it
+    uint64_t begun = 0;                     // number of the change before which nothing was simulated
 
     bool IsIdle(double now) const { return scenario == nullptr && values.empty() && faults.IsOver(now); }
     double TimeAt(double now) const { return isPaused ? time : time + (now - since) * pace; }

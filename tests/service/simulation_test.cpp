@@ -4,6 +4,7 @@
 
 #include <json/value.h>
 
+#include <atomic>
 #include <cmath>
 #include <string>
 #include <utility>
@@ -12,6 +13,7 @@
 
 #include "scenario/simulation_command.h"
 #include "support/process.h"
+#include "support/threads.h"
 
 namespace TAVO::Veltra {
 namespace {
@@ -45,6 +47,24 @@ TEST(Simulation, ACommandToDieDoesNotReturn)
         return 0;
     });
     EXPECT_EQ(child.WaitForExit(), "signal 9");
+}
+
+TEST(Simulation, NoOtherCommandShortensALateReply)
+{
+    Simulation simulation{ServiceClock(100)};
+    PerformCommand(R"({"do": "fault", "kind": "lateReply", "seconds": 30})", simulation);
+    std::atomic<bool> isSent{false};
+    TestSupport::Threads tool(1, [&](size_t) {
+        while (!isSent) {
+            PerformCommand(R"({"do": "set", "values": {"tempLevel": 1}})", simulation);
+        }
+    });
+    MessageParcel reply;
+    const double begin = simulation.Clock().Now();
+    simulation.After(ServerCode::CALL_AUTH, reply);
+    isSent = true;
+    tool.Join();
+    EXPECT_GE(simulation.Clock().Now() - begin, 30);
 }
 
 }  // namespace
