@@ -26,7 +26,7 @@ public:
     {
         const PushManner manner = PushManner::Now(simulation_);
         const auto begin = WatchRecord::Clock::now();
-        const int32_t status = manner.Repeat([&] { return send(manner.spoil); });
+        const int32_t status = manner.Repeat(simulation_, [&] { return send(manner.spoil); });
         hub_.CountPush(kind, status == IPC_OK, replaced);
         if (hub_.Wants(WatchRecord::Kind::PUSH)) {
             WatchRecord record;

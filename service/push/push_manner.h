@@ -34,12 +34,14 @@ struct PushManner {
         }
     }
 
-    // The status of the last `send`; stops at a client that is dead or does not answer.
+    // The status of the last `send`; stops at a client that is dead or does not answer, and when the fault is over.
     template <typename Send>
-    int32_t Repeat(Send send) const
+    int32_t Repeat(const Simulation& simulation, Send send) const
     {
         int32_t status = send();
-        for (uint32_t sent = 1; sent < count && status != IPC_TIMED_OUT && status != IPC_DEAD_OBJECT; ++sent) {
+        for (uint32_t sent = 1;
+             sent < count && status != IPC_TIMED_OUT && status != IPC_DEAD_OBJECT && sent < Now(simulation).count;
+             ++sent) {
             status = send();
         }
         return status;

@@ -198,6 +198,20 @@ TEST_F(PusherTest, FaultsSpoilWhatIsPushed)
     }
 }
 
+TEST_F(PusherTest, AFloodEndsWithItsFault)
+{
+    Play(R"({"faults": [{"kind": "flood", "count": 3}]})");
+    PushReceiver receiver;
+    receiver.Block();
+    Subscribe(Subject::EVENTS, 1, receiver);
+    pusher_->Tick(0);
+    ASSERT_EQ(receiver.WaitFor(1).size(), 1U);
+    simulation_.Change([](Playing& playing, double) { playing = Playing(); });
+    receiver.Unblock();
+    EXPECT_TRUE(TestSupport::WaitFor([this] { return pool_.IsIdle(); }));
+    EXPECT_EQ(receiver.Count(), 1U);
+}
+
 TEST_F(PusherTest, GpuBatchesComeInTheirTimeUntilTheTotalIsReached)
 {
     Play(R"({"gpu": {"count": 3, "intervalSeconds": 0.5, "total": 5, "counters": {"powerMilliwatts": 7000}}})");
