@@ -5,6 +5,7 @@
 #include "scenario/simulation.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <utility>
 
@@ -73,8 +74,8 @@ void Simulation::Change(const std::function<void(Playing&, double)>& change)
         if (next->scenario != before) {
             takenUpTo_ = -1;  // so that events at time 0 are sent too
         } else if (next->TimeAt(now) != timeBefore) {
-            // After a jump in time: events that were skipped are not sent.
-            takenUpTo_ = next->TimeAt(now);
+            // After a jump in time: events that were skipped are not sent, but those of this very time are.
+            takenUpTo_ = std::nextafter(next->TimeAt(now), -1);
         }
         next->number = number_.load(std::memory_order_relaxed) + 1;
         next->begun = next->begun == 0 ? next->number : next->begun;

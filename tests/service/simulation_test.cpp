@@ -8,6 +8,7 @@
 #include <cmath>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -34,6 +35,22 @@ TEST(Simulation, ASeekSkipsADeathThatIsOverThen)
     for (const auto& [seconds, isToDie] : rows) {
         PerformCommand(R"({"do": "seek", "seconds": )" + std::string(seconds) + "}", simulation);
         EXPECT_EQ(std::isfinite(simulation.Current()->DeathTime()), isToDie) << seconds;
+    }
+}
+
+TEST(Simulation, ASeekSkipsEventsBeforeItsTimeOnly)
+{
+    using Texts = std::vector<std::string>;
+    Simulation simulation{ServiceClock()};
+    PerformCommand(R"({"do": "load", "scenario": {"events": [{"at": 0, "text": "first"}, {"at": 10, "text": "skipped"},
+                       {"at": 20, "text": "here"}, {"at": 2000, "text": "later"}]}})",
+                   simulation);
+    PerformCommand(R"({"do": "pause"})", simulation);
+    const std::pair<const char*, Texts> rows[] = {{"20", {"here"}}, {"20.5", {}}, {"0", {"first"}}};
+    for (const auto& [seconds, texts] : rows) {
+        PerformCommand(R"({"do": "seek", "seconds": )" + std::string(seconds) + "}", simulation);
+        EXPECT_EQ(simulation.TakeTexts(simulation.Clock().Now()), texts) << seconds;
+        EXPECT_EQ(simulation.TakeTexts(simulation.Clock().Now()), Texts()) << seconds;
     }
 }
 
