@@ -141,20 +141,22 @@ double Simulation::NextText(double now) const
 
 int32_t Simulation::DisturbRequest(ServerCode code)
 {
+    const double latest = clock_.Now() + mostHeld_;
     for (;;) {
         const std::shared_ptr<const Playing> playing = Current();
-        const auto [fault, until] = playing == nullptr ? RunningFault() : playing->RequestFault(code, clock_.Now());
+        const double now = clock_.Now();
+        const auto [fault, until] = playing == nullptr ? RunningFault() : playing->RequestFault(code, now);
         if (fault == nullptr) {
             return 0;
         }
         if (fault->kind == Fault::Kind::DIE) {
             FaultPlan::Die();
         }
-        if (fault->kind != Fault::Kind::HANG) {
+        if (fault->kind != Fault::Kind::HANG || now >= latest) {
             return fault->kind == Fault::Kind::REFUSE ? fault->code : 0;
         }
         // The request occupies a worker of the platform meanwhile, as a service that hangs would.
-        Wait(playing->number, until);
+        Wait(playing->number, std::min(until, latest));
     }
 }
 
@@ -166,7 +168,7 @@ void Simulation::DisturbReply(ServerCode code, MessageParcel& reply)
         return;
     }
     if (fault->kind == Fault::Kind::LATE) {
-        const double due = clock_.Now() + fault->seconds;
+        const double due = clock_.Now() + std::min(fault->seconds, mostHeld_);
         // Until "off"; other changes leave the reply as late as it is. After "off" a new simulation may have begun
         // before this thread runs again.
         for (auto now = playing; now != nullptr && now->begun == playing->begun && clock_.Now() < due;

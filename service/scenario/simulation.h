@@ -53,7 +53,14 @@ struct Playing {
 // Any thread. While nothing is simulated a request pays for one relaxed load.
 class Simulation {
 public:
-    explicit Simulation(const ServiceClock& clock) : clock_(clock) {}
+    // By a fault a request is held back for up to this many seconds of real time: longer than a client waits. Each one
+    // occupies a worker, without which no other request of this object is served.
+    static constexpr double MOST_HELD_SECONDS = 20;
+
+    explicit Simulation(const ServiceClock& clock, double mostHeldSeconds = MOST_HELD_SECONDS)
+        : clock_(clock), mostHeld_(mostHeldSeconds * clock.Speed())
+    {
+    }
 
     // Called after each change, on the thread that made it. Set before the first change.
     void OnChange(std::function<void()> changed) { changed_ = std::move(changed); }
@@ -92,6 +99,7 @@ private:
     void Wait(uint64_t number, double until);
 
     const ServiceClock clock_;
+    const double mostHeld_;  // service time
     std::function<void()> changed_;
     // Each request asks: one atomic load.
     bool IsActive() const { return isActive_.load(std::memory_order_relaxed); }

@@ -66,6 +66,20 @@ TEST(Simulation, ACommandToDieDoesNotReturn)
     EXPECT_EQ(child.WaitForExit(), "signal 9");
 }
 
+// Requests whose callers have given up would occupy all workers.
+TEST(Simulation, NoRequestIsHeldBackForLong)
+{
+    for (const char* kind : {"hang", "lateReply"}) {
+        SCOPED_TRACE(kind);
+        Simulation simulation(ServiceClock(2), 0.05);
+        PerformCommand(R"({"do": "fault", "seconds": 3600, "kind": ")" + std::string(kind) + "\"}", simulation);
+        MessageParcel reply;
+        EXPECT_EQ(simulation.Before(ServerCode::CALL_AUTH), 0);
+        simulation.After(ServerCode::CALL_AUTH, reply);
+        EXPECT_GE(simulation.Clock().Now(), 0.1);
+    }
+}
+
 TEST(Simulation, NoOtherCommandShortensALateReply)
 {
     Simulation simulation{ServiceClock(100)};
