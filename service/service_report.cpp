@@ -39,8 +39,7 @@ Json::Value DescribeProcess(const ServiceView& view)
     Json::Value process;
     process["pid"] = getpid();
     process["version"] = VELTRA_VERSION;
-    process["startedAt"] =
-        UtcText(Wall::now() - std::chrono::duration_cast<Wall::duration>(std::chrono::duration<double>(uptime)));
+    process["startedAt"] = UtcText(view.clock.StartedAt());
     process["uptimeSeconds"] = uptime;
     process["root"] = view.setup.rootDir;
     process["simulationAllowed"] = view.setup.allowsSimulation;

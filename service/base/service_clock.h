@@ -17,6 +17,8 @@ public:
 
     explicit ServiceClock(double speed = 1) : speed_(speed) {}
 
+    // By the clock of the machine as it was then: a later correction does not move it.
+    std::chrono::system_clock::time_point StartedAt() const { return startedAt_; }
     double Speed() const { return speed_; }  // seconds of the service per second
     double Now() const { return std::chrono::duration<double>(Steady::now() - start_).count() * speed_; }
     // When the service's time will be `seconds`; what is more than a day off is a day off.
@@ -28,6 +30,7 @@ public:
 
 private:
     const Steady::time_point start_ = Steady::now();
+    const std::chrono::system_clock::time_point startedAt_ = std::chrono::system_clock::now();
     const double speed_;
 };
 
