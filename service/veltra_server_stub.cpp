@@ -99,12 +99,13 @@ VeltraServerStub::Answered VeltraServerStub::Answer(const Request& request, Mess
 VeltraServerStub::Answered VeltraServerStub::AnswerWatched(WatchHub& watch, const Request& request, MessageParcel& data,
                                                            MessageParcel& reply)
 {
-    if (!watch.HasRoom()) {
-        return Count(request, data, reply, nullptr);
-    }
     WatchRecord record;
     record.name = NameOf(request.code);
     record.process = GetCallingPeer().pid;
+    if (!watch.HasRoom()) {
+        watch.CountLost(record);
+        return Count(request, data, reply, nullptr);
+    }
     record.isOneWay = request.code == ServerCode::REPORT_GAME_EVENT;
     const Answered answered = Count(request, data, reply, &record);
     try {

@@ -61,7 +61,7 @@ void WatchHub::Add(WatchRecord record)
     const size_t sizeBytes = record.values.SizeBytes() + record.reply.SizeBytes();
     // Loss is counted and reported to watchers; a game never waits for a tool.
     if (room_ == 0 || queuedBytes_ + sizeBytes > MAX_QUEUED_BYTES) {
-        lost_.fetch_add(1, std::memory_order_relaxed);
+        Lose(record);
         return;
     }
     isFull_.store(--room_ == 0, std::memory_order_relaxed);
@@ -69,6 +69,20 @@ void WatchHub::Add(WatchRecord record)
     lastTime_ = std::max(lastTime_, MicrosecondsNow());  // in order, also when the clock is set back
     record.microseconds = lastTime_;
     queue_.push_back(std::move(record));
+}
+
+void WatchHub::CountLost(const WatchRecord& record) noexcept
+{
+    try {
+        MutexLock lock(mutex_);
+        Lose(record);
+    } catch (...) {  // memory; the request is served
+    }
+}
+
+void WatchHub::Lose(const WatchRecord& record)
+{
+    ++lost_[{record.kind, record.name, record.process}];
 }
 
 void WatchHub::CountPush(PushKind kind, bool isDone, uint32_t replaced)
@@ -117,7 +131,7 @@ void WatchHub::Run()
     Clock::time_point look = Clock::now();
     for (;;) {
         std::vector<WatchRecord> records;
-        uint64_t lost = 0;
+        LostRecords lost;
         {
             MutexLock lock(mutex_);
             if (watchers_->Count() == 0) {
@@ -135,7 +149,7 @@ void WatchHub::Run()
             queue_.reserve(records.size());
             room_ = std::min(room_ + STEADY, MAX_QUEUED);
             isFull_.store(false, std::memory_order_relaxed);
-            lost = lost_.exchange(0, std::memory_order_relaxed);
+            lost.swap(lost_);
             if (std::exchange(hasNewWatcher_, false)) {
                 device_.clear();  // so that it gets all values, though none has changed
             }

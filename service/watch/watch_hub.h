@@ -46,13 +46,9 @@ public:
     WatchHub& operator=(const WatchHub&) = delete;
 
     bool Wants(WatchRecord::Kind kind) const { return watchers_->Want(kind); }
-    // Whether there is room for a record. False: it counts as dropped, and need not be made.
-    bool HasRoom() noexcept
-    {
-        const bool hasRoom = !isFull_.load(std::memory_order_relaxed);
-        lost_.fetch_add(hasRoom ? 0 : 1, std::memory_order_relaxed);
-        return hasRoom;
-    }
+    // Whether there is room for a record. False: it need not get its values, only be counted.
+    bool HasRoom() const { return !isFull_.load(std::memory_order_relaxed); }
+    void CountLost(const WatchRecord& record) noexcept;
     // Sets the time of the record.
     void Add(WatchRecord record);
     void CountPush(PushKind kind, bool isDone, uint32_t replaced);
@@ -72,6 +68,7 @@ private:
         std::atomic<uint64_t> dropped{0};  // replaced by a newer one
     };
 
+    void Lose(const WatchRecord& record) TAVO_REQUIRES(mutex_);
     void Run();
     void Look();
     void LookAtDevice(WatchRecord::Clock::time_point now);
@@ -87,7 +84,7 @@ private:
     size_t queuedBytes_ TAVO_GUARDED_BY(mutex_) = 0;
     size_t room_ TAVO_GUARDED_BY(mutex_) = MAX_QUEUED;  // records that may still be queued
     std::atomic<bool> isFull_{false};                   // no room is left
-    std::atomic<uint64_t> lost_{0};                     // since the queue was taken last
+    LostRecords lost_ TAVO_GUARDED_BY(mutex_);          // since the queue was taken last
     int64_t lastTime_ TAVO_GUARDED_BY(mutex_) = 0;
     bool hasNewWatcher_ TAVO_GUARDED_BY(mutex_) = false;
     bool isStopping_ TAVO_GUARDED_BY(mutex_) = false;

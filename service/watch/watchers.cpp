@@ -83,12 +83,15 @@ std::vector<std::shared_ptr<Watchers::Watcher>> Watchers::All() const
     return all;
 }
 
-void Watchers::Distribute(const std::vector<WatchRecord>& records, uint64_t lost)
+void Watchers::Distribute(const std::vector<WatchRecord>& records, const LostRecords& lost)
 {
     const std::vector<std::shared_ptr<Watcher>> all = All();
-    for (const std::shared_ptr<Watcher>& watcher : all) {
-        // Lost before they were distributed: no watcher has them.
-        watcher->dropped += lost;
+    for (const auto& [about, count] : lost) {
+        WatchRecord record;
+        std::tie(record.kind, record.name, record.process) = about;
+        for (const std::shared_ptr<Watcher>& watcher : all) {
+            watcher->dropped += watcher->filter.Lets(record) ? count : 0;
+        }
     }
     for (const WatchRecord& record : records) {
         std::string line;

@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <tavo/mutex.h>
@@ -18,6 +19,9 @@
 #include "watch/watch_record.h"
 
 namespace TAVO::Veltra {
+
+// How many records were lost before they reached a filter, by all that a filter looks at: kind, name, process.
+using LostRecords = std::map<std::tuple<WatchRecord::Kind, const char*, pid_t>, uint64_t>;
 
 // Add, Remove and the counts: any thread. The others: one thread, that of the hub. Holds nothing of a process that has
 // ended: its death notice removes its watcher.
@@ -36,8 +40,8 @@ public:
         return (wanted_.load(std::memory_order_relaxed) & 1U << static_cast<size_t>(kind)) != 0;
     }
 
-    // Queues the records for each watcher whose filter lets them pass. `lost`: how many more there were, lost for all.
-    void Distribute(const std::vector<WatchRecord>& records, uint64_t lost);
+    // Queues the records for each watcher whose filter lets them pass, and counts the lost ones that it would let pass.
+    void Distribute(const std::vector<WatchRecord>& records, const LostRecords& lost);
     // Sends queued records until a watcher's connection is full.
     void Send();
 

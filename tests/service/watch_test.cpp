@@ -235,8 +235,8 @@ TEST_F(WatchTest, RecordsThatAWatcherDoesNotReadAreCounted)
     EXPECT_GT(Received().second, 0U);
 }
 
-// Of this watcher, which does not want them, none can be dropped later.
-TEST_F(WatchTest, QueuedRecordsTakeABoundedAmountOfMemory)
+// The many records fill the queue, so some of the few are lost, which are all that the watcher wants.
+TEST_F(WatchTest, QueuedRecordsTakeABoundedAmountOfMemoryAndAWatcherLosesNoneThatItDoesNotWant)
 {
     Watch(CLIENT, R"({"device": false, "operation": ["CallAuth"]})", watcher_);
     PushReceiver slow(IVeltraWatcher::GetDescriptor());
@@ -250,8 +250,14 @@ TEST_F(WatchTest, QueuedRecordsTakeABoundedAmountOfMemory)
     for (size_t i = 0; i < WatchHub::MAX_QUEUED; ++i) {
         Send(ServerCode::GET_SYSTEM_FUNCTION_STATUS, Items{16} + pairs);
     }
+    constexpr size_t WANTED = 100;
+    for (size_t i = 0; i < WANTED; ++i) {
+        Send(ServerCode::CALL_AUTH, {std::string(256, 'x')});
+    }
     slow.Unblock();
-    EXPECT_TRUE(TestSupport::WaitFor([this] { return Received().second > 0; }));
+    EXPECT_TRUE(TestSupport::WaitFor([this] { return Received().first.size() + Received().second >= WANTED; }));
+    EXPECT_GT(Received().second, 0U);
+    EXPECT_EQ(Received().first.size() + Received().second, WANTED);
 }
 
 // At once, and not when they change or are repeated.
