@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "probes/amdgpu_metrics.h"
+#include "probes/device_sleep.h"
 
 namespace TAVO::Veltra {
 
@@ -158,8 +159,7 @@ GpuReading ReadCard(const RootFiles& files, const std::string& name)
     GpuReading gpu;
     gpu.name = name;
     gpu.slot = Described(files, card.dir + "device/", "PCI_SLOT_NAME");
-    // Reading any other file would wake the GPU up and keep it awake.
-    if (files.ReadName(card.dir + "device/power/runtime_status") == "suspended") {
+    if (IsAsleep(files, card.dir + "device/")) {
         return gpu;
     }
     gpu.loadPercent = card.LeadingPercent("device/gpu_busy_percent");
@@ -213,10 +213,13 @@ std::vector<GpuReading> ReadGpus(const RootFiles& files)
     for (const int number : files.Numbers("sys/class/drm", "card")) {
         const std::string name = "card" + std::to_string(number);
         GpuReading gpu = ReadCard(files, name);
+        const bool isAsleep = IsAsleep(files, "sys/class/drm/" + name + "/device/");
         for (const std::string& devfreq : files.Names("sys/class/drm/" + name + "/device/devfreq")) {
-            const std::string dir = "device/devfreq/" + devfreq + "/";
-            AddDevfreq({files, "sys/class/drm/" + name + "/" + dir, "drm " + name + "/" + dir}, gpu);
             seen.push_back(devfreq);
+            if (!isAsleep) {
+                const std::string dir = "device/devfreq/" + devfreq + "/";
+                AddDevfreq({files, "sys/class/drm/" + name + "/" + dir, "drm " + name + "/" + dir}, gpu);
+            }
         }
         gpus.push_back(std::move(gpu));
     }
@@ -225,7 +228,9 @@ std::vector<GpuReading> ReadGpus(const RootFiles& files)
         if (IsGpu(files, devfreq) && std::find(seen.begin(), seen.end(), devfreq) == seen.end()) {
             GpuReading gpu;
             gpu.name = devfreq;
-            AddDevfreq({files, "sys/class/devfreq/" + devfreq + "/", "devfreq " + devfreq + "/"}, gpu);
+            if (!IsAsleep(files, "sys/class/devfreq/" + devfreq + "/device/")) {
+                AddDevfreq({files, "sys/class/devfreq/" + devfreq + "/", "devfreq " + devfreq + "/"}, gpu);
+            }
             gpus.push_back(std::move(gpu));
         }
     }

@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "probes/device_sleep.h"
+
 namespace TAVO::Veltra {
 
 namespace {
@@ -88,6 +90,9 @@ std::optional<Measured> ReadFan(const RootFiles& files)
     std::optional<Measured> fastest;
     for (const int number : files.Numbers("sys/class/hwmon", "hwmon")) {
         const std::string chip = "sys/class/hwmon/hwmon" + std::to_string(number) + "/";
+        if (IsAsleep(files, chip + "device/")) {
+            continue;
+        }
         for (const int fan : files.Numbers(chip, "fan", "_input")) {
             const std::string input = "fan" + std::to_string(fan) + "_input";
             const std::optional<int64_t> rpm = files.ReadNumber(chip + input, 0, MOST_RPM);

@@ -10,6 +10,8 @@
 #include <limits>
 #include <map>
 
+#include "probes/device_sleep.h"
+
 namespace TAVO::Veltra {
 
 namespace {
@@ -120,10 +122,11 @@ Sensor Reader::Input(const std::string& hwmon, const std::string& chip, const st
     sensor.names = {chip + "/" + input, chip + "/" + sensor.label};
     sensor.sensorClass = ClassOfInput(chip, sensor.label);
     ApplyChoice(sensor);
+    if (sensor.sensorClass == SensorClass::GPU && IsAsleep(files, "sys/class/hwmon/" + hwmon + "/device/")) {
+        return sensor;
+    }
     sensor.hasFault = files.ReadNumber(path + "_fault", 1, 1).has_value();
-    const std::string status = "sys/class/hwmon/" + hwmon + "/device/power/runtime_status";
-    const bool isAsleep = sensor.sensorClass == SensorClass::GPU && files.ReadName(status) == "suspended";
-    sensor.current = isAsleep ? std::nullopt : Current(path + "_input", sensor);  // reading would wake the GPU
+    sensor.current = Current(path + "_input", sensor);
     AddTrip(sensor, ReadTrip(files, path + "_max"), false);
     AddTrip(sensor, ReadTrip(files, path + "_crit"), true);
     return sensor;

@@ -9,6 +9,8 @@
 #include <cctype>
 #include <limits>
 
+#include "probes/device_sleep.h"
+
 namespace TAVO::Veltra {
 
 namespace {
@@ -49,6 +51,9 @@ void ReadGpuReasons(const RootFiles& files, ThrottleReading& reading)
 {
     for (const int number : files.Numbers("sys/class/drm", "card")) {
         const std::string card = "card" + std::to_string(number) + "/";
+        if (IsAsleep(files, "sys/class/drm/" + card + "device/")) {
+            continue;
+        }
         for (const char* file :
              {"gt/gt0/throttle_reason_thermal", "gt/gt0/throttle_reason_prochot",
               "device/tile0/gt0/freq0/throttle/reason_thermal", "device/tile0/gt0/freq0/throttle/reason_prochot"}) {

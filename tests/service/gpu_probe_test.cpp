@@ -107,9 +107,13 @@ TEST(GpuProbe, OtherDevicesAreNoGpus)
     root.Write("sys/class/drm/card0/device/uevent", "DRIVER=simpledrm\n");
     root.Write("sys/class/drm/card1/device/gpu_busy_percent", "50\n");
     root.Write("sys/class/drm/card1/device/power/runtime_status", "suspended\n");
+    root.Write("sys/class/drm/card1/device/devfreq/fb000000.gpu/load", "55\n");
+    root.Write("sys/class/devfreq/fb000000.gpu/load", "55\n");
+    root.Write("sys/class/devfreq/fc000000.gpu/load", "55\n");
+    root.Write("sys/class/devfreq/fc000000.gpu/device/power/runtime_status", "suspended\n");
     root.Write("sys/class/devfreq/soc:qcom,gpubw/cur_freq", "1720000000\n");
     root.Write("sys/class/devfreq/1d84000.ufshc/cur_freq", "300000000\n");
-    EXPECT_TRUE(ReadGpus(RootFiles(root.Path())).empty()) << "a display, one that sleeps, a bus, a disk";
+    EXPECT_TRUE(ReadGpus(RootFiles(root.Path())).empty()) << "a display, two that sleep, a bus, a disk";
 }
 
 TEST(GpuProbe, GpusWithAlmostTheSameLoadDoNotTakeTurns)

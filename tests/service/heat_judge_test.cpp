@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include "probes/power_probe.h"
 #include "support/scratch_dir.h"
 
 namespace TAVO::Veltra {
@@ -74,6 +75,8 @@ TEST(ThermalProbe, ReadingWakesNeitherDisksNorSleepingGpus)
         const std::string dir = std::string("sys/class/hwmon/hwmon") + std::to_string(chip[0]);
         root.Write(dir + "/name", chip);
         root.Write(dir + "/temp1_input", "50000");
+        root.Write(dir + "/temp1_crit", "100000");
+        root.Write(dir + "/fan1_input", chip[0] == 'a' ? "1234" : "900");
         root.Write(dir + "/device/power/runtime_status", chip[0] == 'a' ? "suspended" : "active");
     }
     const auto sources = [files = std::make_shared<RootFiles>(root.Path())](SensorScope scope) {
@@ -85,6 +88,12 @@ TEST(ThermalProbe, ReadingWakesNeitherDisksNorSleepingGpus)
     };
     EXPECT_EQ(sources(SensorScope::RELEVANT), "hwmon coretemp/temp1;");
     EXPECT_EQ(sources(SensorScope::EVERYTHING), "hwmon coretemp/temp1;hwmon nvme/temp1;");
+    root.Write("sys/class/drm/card0/device/power/runtime_status", "suspended\n");
+    root.Write("sys/class/drm/card0/gt/gt0/throttle_reason_thermal", "1\n");
+    const RootFiles files(root.Path());
+    EXPECT_TRUE(ReadSensors(files, {}, SensorScope::EVERYTHING)[0].trips.empty()) << "of the GPU";
+    EXPECT_EQ(ReadFan(files)->value, 900);
+    EXPECT_FALSE(ReadThrottling(files).reportsGpu);
 }
 
 TEST(HeatJudge, DecidesByTheSensorsThatAGameHeatsAndThoseWithTripPointsFirst)
