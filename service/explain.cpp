@@ -150,7 +150,11 @@ void AddCounters(const std::string& rootDir, std::chrono::milliseconds pause, st
     }
     counters->Batch(0, {});
     std::this_thread::sleep_for(pause);
-    for (const GpuPerfInfo& sample : counters->Batch(0, {})) {
+    const std::vector<GpuPerfInfo> batch = counters->Batch(0, {});
+    if (batch.empty()) {
+        text += "  none is known now: the GPU sleeps, or its driver reports only what each process uses\n";
+    }
+    for (const GpuPerfInfo& sample : batch) {
         Append(text, "  GPU %d:", sample.int1);
         for (size_t i = 0; i < GPU_COUNTER_NAMES.size(); ++i) {
             if (const std::optional<uint64_t> value = GpuCounterOf(sample, static_cast<GpuCounter>(i))) {

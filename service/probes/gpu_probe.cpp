@@ -159,6 +159,9 @@ GpuReading ReadCard(const RootFiles& files, const std::string& name)
     GpuReading gpu;
     gpu.name = name;
     gpu.slot = Described(files, card.dir + "device/", "PCI_SLOT_NAME");
+    // Those of the driver "nvidia" are counted by their maker's library, and would appear twice.
+    gpu.canRender = Described(files, card.dir + "device/", "DRIVER") != "nvidia" &&
+                    !files.Numbers(card.dir + "device/drm", "renderD").empty();
     if (IsAsleep(files, card.dir + "device/")) {
         return gpu;
     }
@@ -228,14 +231,14 @@ std::vector<GpuReading> ReadGpus(const RootFiles& files)
         if (IsGpu(files, devfreq) && std::find(seen.begin(), seen.end(), devfreq) == seen.end()) {
             GpuReading gpu;
             gpu.name = devfreq;
+            gpu.canRender = true;
             if (!IsAsleep(files, "sys/class/devfreq/" + devfreq + "/device/")) {
                 AddDevfreq({files, "sys/class/devfreq/" + devfreq + "/", "devfreq " + devfreq + "/"}, gpu);
             }
             gpus.push_back(std::move(gpu));
         }
     }
-    // A display controller is a card too.
-    std::erase_if(gpus, [](const GpuReading& gpu) { return gpu.IsEmpty(); });
+    std::erase_if(gpus, [](const GpuReading& gpu) { return gpu.IsEmpty() && !gpu.canRender; });
     return gpus;
 }
 
@@ -246,9 +249,13 @@ const GpuReading* Busiest(const std::vector<GpuReading>& gpus, const std::string
         const int64_t advantage = gpu.name == before ? 2 * BUSIER_BY - 1 : 0;
         return gpu.loadPercent ? 2 * gpu.loadPercent->value + advantage : -1;
     };
-    const auto busiest = std::max_element(
-        gpus.begin(), gpus.end(), [&load](const auto& left, const auto& right) { return load(left) < load(right); });
-    return busiest == gpus.end() ? nullptr : &*busiest;
+    const GpuReading* busiest = nullptr;
+    for (const GpuReading& gpu : gpus) {
+        if (!gpu.IsEmpty() && (busiest == nullptr || load(gpu) > load(*busiest))) {
+            busiest = &gpu;
+        }
+    }
+    return busiest;
 }
 
 void GpuIdleTracker::AddLoads(std::vector<GpuReading>& gpus, TimePoint now)

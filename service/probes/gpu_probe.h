@@ -18,8 +18,9 @@ namespace TAVO::Veltra {
 
 // What is not known is empty. A GPU that sleeps is not read, since that would wake it: it has a name and no values.
 struct GpuReading {
-    std::string name;  // "card0", or the name of a devfreq device
-    std::string slot;  // on the PCI bus: "0000:03:00.0"; may be empty
+    std::string name;        // "card0", or the name of a devfreq device
+    std::string slot;        // on the PCI bus: "0000:03:00.0"; may be empty
+    bool canRender = false;  // it has a render node, or is a devfreq device: a GPU also while nothing is known of it
 
     std::optional<Measured> loadPercent;
     std::optional<Measured> memoryLoadPercent;  // of the memory interface
@@ -38,7 +39,8 @@ struct GpuReading {
     bool IsEmpty() const;
 };
 
-// Graphics cards by their number, then GPUs that are devfreq devices only.
+// Graphics cards by their number, then GPUs that are devfreq devices only. A card that cannot render and reports
+// nothing is a display controller and left out.
 std::vector<GpuReading> ReadGpus(const RootFiles& files);
 
 // The busiest; where none reports its load, the first that reports anything. Null when none does. The one named

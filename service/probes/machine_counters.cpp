@@ -74,9 +74,11 @@ GpuPerfInfo MachineCounters::Sample(const GpuReading& gpu, const DrmLoadTracker:
     Set(sample, GpuCounter::TEMPERATURE_CELSIUS, gpu.temperatureCelsius);
     Set(sample, GpuCounter::POWER_MILLIWATTS, gpu.powerMilliwatts);
     Set(sample, GpuCounter::FAN_PERCENT, gpu.fanPercent);
-    // A GPU that is not on the PCI bus is the only one of its machine.
-    // Keys of `uses` are PCI addresses, as `slot` is.
-    const auto use = gpu.slot.empty() ? uses.begin() : uses.find(gpu.slot);
+    // Keys of `uses` are PCI addresses, as `slot` is, or names of drivers. A machine has one GPU without an address.
+    const auto use = gpu.slot.empty()
+                         ? std::find_if(uses.begin(), uses.end(),
+                                        [](const auto& entry) { return entry.first.find(':') == std::string::npos; })
+                         : uses.find(gpu.slot);
     if (use != uses.end()) {
         // The whole GPU's figure, if the driver has one, is the better answer.
         SetIfAbsent(sample, GpuCounter::GPU_LOAD_PERCENT, use->second.loadPercent);

@@ -113,7 +113,12 @@ TEST(GpuProbe, OtherDevicesAreNoGpus)
     root.Write("sys/class/devfreq/fc000000.gpu/device/power/runtime_status", "suspended\n");
     root.Write("sys/class/devfreq/soc:qcom,gpubw/cur_freq", "1720000000\n");
     root.Write("sys/class/devfreq/1d84000.ufshc/cur_freq", "300000000\n");
-    EXPECT_TRUE(ReadGpus(RootFiles(root.Path())).empty()) << "a display, two that sleep, a bus, a disk";
+    root.Write("sys/class/drm/card2/device/uevent", "DRIVER=nvidia\n");
+    root.Write("sys/class/drm/card2/device/drm/renderD128/dev", "226:128\n");
+    const std::vector<GpuReading> gpus = ReadGpus(RootFiles(root.Path()));
+    ASSERT_EQ(gpus.size(), 1U) << "a display, one that sleeps, one of a library, one more that sleeps, a bus, a disk";
+    EXPECT_EQ(gpus[0].name, "fc000000.gpu");
+    EXPECT_EQ(Busiest(gpus), nullptr) << "its values are not read";
 }
 
 TEST(GpuProbe, GpusWithAlmostTheSameLoadDoNotTakeTurns)
@@ -280,12 +285,17 @@ TEST(MachineCounters, RecordedMachinesGiveOneSampleOfEachGpu)
     EXPECT_EQ(MachineCounters::Open(VELTRA_TEST_ROOTS "/server"), nullptr) << "a display is no GPU";
 }
 
-// The driver reports only the use of each process.
+// The driver reports only the use of each process. The first GPU sleeps at first and keeps its number.
 TEST(MachineCounters, SamplesHoldTheSubscribersOwnUseIfTheDriverReportsOnlyThat)
 {
     const ScratchDir root;
     const FakeClock clock;
-    root.Write("sys/class/drm/card1/device/devfreq/fb000000.gpu/cur_freq", "800000000\n");
+    root.Write("sys/class/drm/card0/device/drm/renderD128/dev", "226:128\n");
+    root.Write("sys/class/drm/card0/device/uevent", "PCI_SLOT_NAME=0000:03:00.0\n");
+    root.Write("sys/class/drm/card0/device/gpu_busy_percent", "37\n");
+    root.Write("sys/class/drm/card0/device/power/runtime_status", "suspended\n");
+    root.Write("sys/class/drm/card1/device/drm/renderD129/dev", "226:129\n");
+    root.Write("proc/77/fdinfo/4", "drm-driver:\txe\ndrm-pdev:\t0000:00:02.0\ndrm-total-vram:\t8 KiB\n");
     const auto use = [&root](const std::string& busy) {
         root.Write("proc/77/fdinfo/5",
                    "drm-driver:\tpanthor\ndrm-client-id:\t1\ndrm-total-memory:\t4 KiB\n"
@@ -298,9 +308,14 @@ TEST(MachineCounters, SamplesHoldTheSubscribersOwnUseIfTheDriverReportsOnlyThat)
     counters->Batch(0, {0, 77});
     use("400000000");
     clock.Advance(milliseconds(1000));
-    const std::vector<GpuPerfInfo> batch = counters->Batch(1, {1, 77});
+    root.Write("sys/class/drm/card1/device/devfreq/fb000000.gpu/cur_freq", "800000000\n");
+    std::vector<GpuPerfInfo> batch = counters->Batch(1, {1, 77});
     ASSERT_EQ(batch.size(), 1U);
-    EXPECT_EQ(CountersOf(batch[0]), "0: gpuLoadPercent=40 memoryUsedBytes=4096 graphicsClockMhz=800");
+    EXPECT_EQ(CountersOf(batch[0]), "1: gpuLoadPercent=40 memoryUsedBytes=4096 graphicsClockMhz=800");
+    root.Write("sys/class/drm/card0/device/power/runtime_status", "active\n");
+    batch = counters->Batch(2, {2, 77});
+    ASSERT_EQ(batch.size(), 2U);
+    EXPECT_EQ(CountersOf(batch[0]), "0: gpuLoadPercent=37");
 }
 
 TEST(NvmlCounters, GpusGiveWhatTheirDriverReports)
