@@ -143,7 +143,7 @@ void AddValues(const DeviceReading& reading, std::string& text)
 void AddCounters(const std::string& rootDir, std::chrono::milliseconds pause, std::string& text)
 {
     text += "GPU counters\n";
-    const std::unique_ptr<GpuCounterSource> counters = OpenGpuCounters(rootDir);
+    const std::unique_ptr<GpuCounterSource> counters = OpenGpuCounters(rootDir, true);
     if (counters == nullptr) {
         text += "  this machine has no GPU that has any\n";
         return;

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Operations run on platform workers, several at once; each part that they use has its own lock. The constructor reads
-// nothing of the machine: its configuration, the sensors and the GPU library are opened at first use, each under a
-// call_once, because a game may be blocked on the start of the service. Subscriptions only store the callback and wake
-// up the ticker, whose thread decides what to send and when; the delivery pool sends it. Where no thread can be started
-// for the ticker, the subscription is removed again and refused.
+// nothing of the machine: its configuration, the sensors and the GPU library are opened at first use, by one thread
+// each, because a game may be blocked on the start of the service. Subscriptions only store the callback and wake up the
+// ticker, whose thread decides what to send and when; the delivery pool sends it. Where no thread can be started for the
+// ticker, the subscription is removed again and refused.
 #include "veltra_service.h"
 
 #include <unistd.h>
@@ -71,8 +71,10 @@ VeltraService::VeltraService(ServiceSetup setup)
       deviceState_(std::make_unique<SimulatedDevice>(
           simulation_,
           std::make_unique<LateMachine>(setup_.rootDir, [this]() -> const ServiceConfig& { return Config(); }))),
-      // Opened at first use: loading the maker's library may take a second.
-      gpuCounters_(simulation_, [this] { return OpenGpuCounters(setup_.rootDir); }),
+      // Opened at first use: loading the maker's library may take a second, and is tried once.
+      gpuCounters_(
+          simulation_,
+          [this, isFirst = true]() mutable { return OpenGpuCounters(setup_.rootDir, std::exchange(isFirst, false)); }),
       subscriptions_(new Subscriptions()),
       hub_({[this] { return deviceState_.Values(); }, [this] { return games_.Processes(); }}),
       desk_(simulation_, hub_),

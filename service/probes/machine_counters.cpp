@@ -97,10 +97,11 @@ int32_t MachineCounters::NumberOf(const std::string& gpu)
     return number;
 }
 
-std::unique_ptr<GpuCounterSource> OpenGpuCounters(const std::string& rootDir)
+std::unique_ptr<GpuCounterSource> OpenGpuCounters(const std::string& rootDir, bool triesLibrary)
 {
     // The maker's library reports about this machine only, which another root is not.
-    return JoinedCounters::Join(rootDir == "/" ? OpenNvmlCounters() : nullptr, MachineCounters::Open(rootDir));
+    return JoinedCounters::Join(triesLibrary && rootDir == "/" ? OpenNvmlCounters() : nullptr,
+                                MachineCounters::Open(rootDir));
 }
 
 std::unique_ptr<GpuCounterSource> JoinedCounters::Join(std::unique_ptr<GpuCounterSource> first,

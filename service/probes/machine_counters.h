@@ -42,8 +42,9 @@ private:
     std::vector<std::string> numbers_;  // names of GPUs by their number: a GPU keeps it while others sleep or vanish
 };
 
-// All GPUs of the machine, by their maker's library and by the machine's files. Null when there is none.
-std::unique_ptr<GpuCounterSource> OpenGpuCounters(const std::string& rootDir);
+// All GPUs of the machine, by their maker's library and by the machine's files. Null when there is none. Without
+// `triesLibrary` by the files only: a library that has failed once fails for a long time, and slowly.
+std::unique_ptr<GpuCounterSource> OpenGpuCounters(const std::string& rootDir, bool triesLibrary);
 
 // The GPUs of several sources, numbered on: those of the second follow the last one of the first.
 class JoinedCounters final : public GpuCounterSource {

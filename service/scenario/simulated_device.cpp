@@ -2,8 +2,8 @@
 // A value that was set by command has priority over the scenario, and the scenario over the machine; a scenario that
 // came with the service hides the machine. Each call takes one snapshot of what is simulated and uses it to the end, so
 // a change on another thread cannot mix two states. While nothing is simulated, a call goes straight to the machine.
-// The machine's counters are opened at first need, under a call_once, since the load of a GPU library may take a
-// second.
+// The machine's counters are opened at first need, since the load of a GPU library may take a second; while there are
+// none, each need is another attempt, since a GPU may be plugged in or wake up later.
 #include "scenario/simulated_device.h"
 
 #include <string>
@@ -79,7 +79,10 @@ std::vector<GpuPerfInfo> SimulatedCounters::Batch(double now, const CounterStrea
 
 GpuCounterSource* SimulatedCounters::Machine()
 {
-    std::call_once(isOpened_, [this] { machine_ = open_(); });
+    MutexLock lock(mutex_);
+    if (machine_ == nullptr) {
+        machine_ = open_();
+    }
     return machine_.get();
 }
 

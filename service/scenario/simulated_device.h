@@ -5,8 +5,9 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <vector>
+
+#include <tavo/mutex.h>
 
 #include "base/device_fields.h"
 #include "base/gpu_counters.h"
@@ -31,7 +32,8 @@ private:
 
 class SimulatedCounters final : public GpuCounterSource {
 public:
-    // `open` finds the machine's counters, null when it has none. Called once, when they are first needed.
+    // `open` finds the machine's counters, null when it has none now. Called when they are needed, until it has found
+    // some; one thread at a time.
     using Open = std::function<std::unique_ptr<GpuCounterSource>()>;
 
     SimulatedCounters(const Simulation& simulation, Open open) : simulation_(simulation), open_(std::move(open)) {}
@@ -41,12 +43,12 @@ public:
     std::vector<GpuPerfInfo> Batch(double now, const CounterStream& stream) override;
 
 private:
-    GpuCounterSource* Machine();
+    GpuCounterSource* Machine() TAVO_EXCLUDES(mutex_);
 
     const Simulation& simulation_;
     const Open open_;
-    std::once_flag isOpened_;
-    std::unique_ptr<GpuCounterSource> machine_;  // set once
+    Mutex mutex_;                                                        // held while the counters are opened
+    std::unique_ptr<GpuCounterSource> machine_ TAVO_GUARDED_BY(mutex_);  // never replaced once it is set
 };
 
 }  // namespace TAVO::Veltra

@@ -227,6 +227,12 @@ TEST(VeltraService, FunctionStatusFollowsTheMachine)
         Texts some = {{"gameState", ""}, {"teleport", "x"}};
         EXPECT_EQ(service.GetSystemFunctionStatus(some), (Texts{{"gameState", "supported"}}));
     }
+    const ScratchDir root;
+    VeltraService service(MachineOf(root.Path()));
+    Texts counters = {{"gpuCounters", ""}};
+    EXPECT_EQ(service.GetSystemFunctionStatus(counters), (Texts{{"gpuCounters", "unsupported"}}));
+    root.Write("sys/class/drm/card0/device/gpu_busy_percent", "37\n");
+    EXPECT_EQ(service.GetSystemFunctionStatus(counters), (Texts{{"gpuCounters", "supported"}})) << "plugged in";
 }
 
 }  // namespace
