@@ -186,12 +186,14 @@ void HeatJudge::UpdateThrottling(const ThrottleReading& throttling, TimePoint no
 {
     for (const auto& [processor, events] : throttling.events) {
         const auto before = throttleEvents_.find(processor);
-        // The first reading of a processor is no event: the counters run since the start of the machine.
-        if (before != throttleEvents_.end() && events > before->second) {
+        // The first reading of a processor is no event: the counters run since the start of the machine. Nor is a rise
+        // since a reading of long ago, which may be as old as that.
+        if (before != throttleEvents_.end() && events > before->second && now - *countedAt_ <= THROTTLING_LASTS) {
             throttledAt_ = now;
         }
     }
     throttleEvents_ = throttling.events;
+    countedAt_ = now;
     verdict.reportsThrottling = throttling.ReportsAnything();
     verdict.levelSource = throttling.Active();
     if (verdict.levelSource.empty() && throttledAt_ && now - *throttledAt_ <= THROTTLING_LASTS) {

@@ -73,6 +73,7 @@ private:
     std::map<std::string, SensorTrack> tracks_;  // by Sensor::key
     SteadyLevel level_;
     std::map<int, int64_t> throttleEvents_;  // by processor
+    std::optional<TimePoint> countedAt_;     // when throttleEvents_ were read
     std::optional<TimePoint> throttledAt_;   // when the count was seen to rise
 };
 

@@ -209,8 +209,10 @@ TEST(HeatJudge, ARisingThrottleCountIsThrottling)
         bool isThrottling;
     } steps[] = {
         {0, {{0, 12}, {1, 40}}, false},  // before anybody looked
-        {1, {{0, 12}, {1, 40}}, false}, {2, {{0, 12}, {1, 41}}, true}, {3, {{0, 12}, {1, 41}}, true},
-        {8, {{0, 12}, {1, 41}}, false}, {9, {{0, 12}}, false},         {10, {{0, 12}, {1, 41}}, false},  // went offline
+        {1, {{0, 12}, {1, 40}}, false},  {2, {{0, 12}, {1, 41}}, true},
+        {3, {{0, 12}, {1, 41}}, true},   {8, {{0, 12}, {1, 41}}, false},
+        {9, {{0, 12}}, false},           {10, {{0, 12}, {1, 41}}, false},  // went offline
+        {16, {{0, 12}, {1, 42}}, false}, {21, {{0, 12}, {1, 43}}, true},   // it may have risen too long ago
     };
     HeatJudge judge({});
     for (const auto& step : steps) {
