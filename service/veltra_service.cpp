@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Operations run on platform workers, several at once; each part that they use has its own lock. The constructor reads
 // nothing of the machine: its configuration, the sensors and the GPU library are opened at first use, by one thread
-// each, because a game may be blocked on the start of the service. Subscriptions only store the callback and wake up the
-// ticker, whose thread decides what to send and when; the delivery pool sends it. Where no thread can be started for the
-// ticker, the subscription is removed again and refused.
+// each, because a game may be blocked on the start of the service. What no descriptor was left for is opened by a later
+// request. Subscriptions only store the callback and wake up the ticker, whose thread decides what to send and when; the
+// delivery pool sends it. Where no thread can be started for the ticker, the subscription is removed again and refused.
 #include "veltra_service.h"
 
 #include <unistd.h>
@@ -33,7 +33,8 @@ const char* SupportedIf(bool isThere)
     return isThere ? "supported" : "unsupported";
 }
 
-// The machine, from the first reading on: its configuration is not read before.
+// The machine, from the first reading on: its configuration is not read before. It is made anew if no descriptor was
+// left for its folder or for the files of its configuration.
 class LateMachine final : public DeviceSource {
 public:
     LateMachine(std::string rootDir, std::function<const ServiceConfig&()> config)
@@ -41,26 +42,51 @@ public:
     {
     }
 
-    DeviceReading Read(const WantedState& wanted) override
+    DeviceReading Read(const WantedState& wanted) override { return Machine(config_())->Read(wanted); }
+
+private:
+    std::shared_ptr<MachineSource> Machine(const ServiceConfig& config)
     {
-        // Several requests may come first at the same time; all but one wait for its reading of the configuration.
-        std::call_once(isMade_, [this] {
-            const ServiceConfig& config = config_();
+        MutexLock lock(mutex_);
+        if (machine_ == nullptr || !machine_->IsOpen() || madeFor_ != &config) {
             MachineSettings settings;
             settings.sensors = config.sensors;
             settings.heatInterval = config.heatInterval;
             settings.loadInterval = config.loadInterval;
-            machine_ = std::make_unique<MachineSource>(rootDir_, settings);
-        });
-        return machine_->Read(wanted);
+            machine_ = std::make_shared<MachineSource>(rootDir_, settings);
+            madeFor_ = &config;
+        }
+        return machine_;
     }
 
-private:
     const std::string rootDir_;
     const std::function<const ServiceConfig&()> config_;
-    std::once_flag isMade_;
-    std::unique_ptr<MachineSource> machine_;
+    Mutex mutex_;
+    std::shared_ptr<MachineSource> machine_ TAVO_GUARDED_BY(mutex_);
+    const ServiceConfig* madeFor_ TAVO_GUARDED_BY(mutex_) = nullptr;
 };
+
+// Empty: no descriptor was left for one of the files.
+std::optional<ServiceConfig> ReadConfig(const ServiceSetup& setup)
+{
+    ServiceConfig config = setup.config;
+    const std::vector<std::string> files = setup.lateConfigFiles ? setup.lateConfigFiles() : std::vector<std::string>();
+    for (const std::string& file : files) {
+        try {
+            // A copy, so that a file with a mistake in its middle changes nothing.
+            ServiceConfig changed = config;
+            changed.Read(file);
+            config = std::move(changed);
+        } catch (const ConfigError& error) {
+            if (error.Mistake().isShortage) {
+                return std::nullopt;
+            }
+            VELTRA_SERVICE_LOGE("%{public}s; the file is left out until it is corrected and the service restarted",
+                                error.what());
+        }
+    }
+    return config;
+}
 
 }  // namespace
 
@@ -100,23 +126,11 @@ ServiceView VeltraService::View()
 
 const ServiceConfig& VeltraService::Config()
 {
-    std::call_once(configRead_, [this] {
-        config_ = setup_.config;
-        const std::vector<std::string> files =
-            setup_.lateConfigFiles ? setup_.lateConfigFiles() : std::vector<std::string>();
-        for (const std::string& file : files) {
-            try {
-                // A copy, so that a file with a mistake in its middle changes nothing.
-                ServiceConfig changed = config_;
-                changed.Read(file);
-                config_ = std::move(changed);
-            } catch (const ConfigError& error) {
-                VELTRA_SERVICE_LOGE("%{public}s; the file is left out until it is corrected and the service restarted",
-                                    error.what());
-            }
-        }
-    });
-    return config_;
+    MutexLock lock(configMutex_);
+    if (!config_) {
+        config_ = ReadConfig(setup_);
+    }
+    return config_ ? *config_ : setup_.config;
 }
 
 double VeltraService::Tick(double now)

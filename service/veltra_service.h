@@ -7,11 +7,12 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
 #include <vector>
+
+#include <tavo/mutex.h>
 
 #include "base/device_state.h"
 #include "base/gpu_counters.h"
@@ -111,12 +112,13 @@ private:
     // Pushes `data` by `send(client, data)`.
     template <typename Send, typename Data>
     int32_t Answer(PushKind kind, const sptr<IRemoteBroker>& callback, Send send, Data data);
-    const ServiceConfig& Config();
+    // The configuration that the setup names, until that of the late files is known.
+    const ServiceConfig& Config() TAVO_EXCLUDES(configMutex_);
     double Tick(double now);
 
     const ServiceSetup setup_;
-    std::once_flag configRead_;
-    ServiceConfig config_;  // set once, by Config
+    Mutex configMutex_;                                                  // held while the files are read
+    std::optional<ServiceConfig> config_ TAVO_GUARDED_BY(configMutex_);  // never changed once it is set
     const ServiceClock clock_;
     Simulation simulation_;
     const DeviceState deviceState_;

@@ -9,6 +9,7 @@
 #include <json/reader.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -61,6 +62,7 @@ std::string ConfigNode::ReadText(const std::string& file)
 {
     constexpr size_t PIECE_BYTES = 4096;
     std::ifstream stream(file, std::ios::binary);
+    const bool isShortage = !stream.is_open() && (errno == EMFILE || errno == ENFILE);
     std::string text;
     do {
         const size_t before = text.size();
@@ -70,7 +72,7 @@ std::string ConfigNode::ReadText(const std::string& file)
         // A file that grows while it is read ends at the limit.
     } while (stream.good() && text.size() <= MAX_FILE_BYTES);
     if (stream.bad() || !stream.is_open() || (text.empty() && !stream.eof())) {
-        throw ConfigError(file, {0, 0, "cannot be read"});
+        throw ConfigError(file, {0, 0, "cannot be read", isShortage});
     }
     if (text.size() > MAX_FILE_BYTES) {
         throw ConfigError(file, {0, 0, TOO_LARGE});

@@ -17,9 +17,10 @@
 namespace TAVO::Veltra {
 
 struct ConfigMistake {
-    size_t line = 0;    // from 1; 0: of the file as a whole
-    size_t column = 0;  // from 1, in bytes
-    std::string text;   // with its place in the document: "curves.tempLevel: 9 is not from 0 to 5"
+    size_t line = 0;          // from 1; 0: of the file as a whole
+    size_t column = 0;        // from 1, in bytes
+    std::string text;         // with its place in the document: "curves.tempLevel: 9 is not from 0 to 5"
+    bool isShortage = false;  // no descriptor was left to open the file: a later attempt may succeed
 };
 
 // The text names file, place and line: "warm.json: curves.tempLevel: 9 is not from 0 to 5 (line 3)".

@@ -40,6 +40,8 @@ public:
     {
     }
 
+    // False: there is no such folder, or no descriptor was left for it. Nothing is known then.
+    bool IsOpen() const { return files_.IsOpen(); }
     DeviceReading Read(const WantedState& wanted) override;
 
 private:

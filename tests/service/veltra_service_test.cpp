@@ -2,6 +2,7 @@
 // What the service does with requests: it answers what it knows and refuses what it does not serve.
 #include "veltra_service.h"
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <memory>
@@ -133,6 +134,29 @@ TEST(VeltraService, ConfigurationFileWithAMistakeIsLoggedAndIgnored)
         EXPECT_NE(sent.reply.ReadString().find(R"("tempLevel":-1)"), std::string::npos) << "the other file counts";
     }
     EXPECT_EQ(log.Count("bad.json: sensor: there is no such key (line 2)"), 1);
+}
+
+TEST(VeltraService, RequestsWithoutFreeDescriptorsDoNotSpoilLaterOnes)
+{
+    const ScratchDir root;
+    const std::string config = root.Write("c.json", R"({"sensors": {"exclude": ["*"]}})");
+    ServiceSetup setup = MachineOf(RecordedRoot("laptop"));
+    // The sanitizer of undefined behaviour needs a descriptor to check the first object of each type.
+    setup.lateConfigFiles = [&] { return std::vector{config, root.Path() + "/missing"}; };
+    VeltraService(setup).GetDeviceInfo({});
+    for (const bool hasConfig : {true, false}) {
+        setup.lateConfigFiles = [&] { return hasConfig ? std::vector{config} : std::vector<std::string>(); };
+        VeltraService service(setup);
+        rlimit limit{};
+        ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+        const rlimit none{0, limit.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+        EXPECT_EQ(service.GetDeviceInfo({}).retCode, SERVICE_NO_SENSOR);
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+        const std::string level = hasConfig ? R"("tempLevel":-1)" : R"("tempLevel":2)";
+        const std::string text = service.GetDeviceInfo({}).result;
+        EXPECT_NE(text.find(level), std::string::npos) << text;
+    }
 }
 
 TEST(VeltraService, AScenarioSpoilsRequestsAsItSays)
