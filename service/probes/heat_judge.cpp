@@ -157,13 +157,17 @@ void HeatJudge::UpdateLevel(TimePoint now, HeatVerdict& verdict)
         levelBeforeFall = std::max(levelBeforeFall, THROTTLING_LEVEL);
     }
     if (level < 0) {
-        // No sensor counts any more: the next reading starts without a past.
-        level_.Reset();
+        // No sensor counts now. A single failed reading must not make the level unknown for one answer.
+        verdict.level = level_.Miss(now);
+        verdict.levelSource = verdict.level ? levelSource_ : "";
+        verdict.isLevelFromThrottling = verdict.level && isLevelFromThrottling_;
         return;
     }
     if (!verdict.isLevelFromThrottling) {
         verdict.levelSource = verdict.temperatureSource;
     }
+    levelSource_ = verdict.levelSource;
+    isLevelFromThrottling_ = verdict.isLevelFromThrottling;
     verdict.level = level_.Update(level, levelBeforeFall, now);
 }
 

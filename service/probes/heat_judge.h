@@ -72,6 +72,8 @@ private:
     const SensorChoice choice_;
     std::map<std::string, SensorTrack> tracks_;  // by Sensor::key
     SteadyLevel level_;
+    std::string levelSource_;  // of the last reading, as is the next one
+    bool isLevelFromThrottling_ = false;
     std::map<int, int64_t> throttleEvents_;  // by processor
     std::optional<TimePoint> countedAt_;     // when throttleEvents_ were read
     std::optional<TimePoint> throttledAt_;   // when the count was seen to rise

@@ -48,4 +48,12 @@ int32_t SteadyLevel::Update(int32_t level, int32_t levelBeforeFall, TimePoint no
     return *level_;
 }
 
+std::optional<int32_t> SteadyLevel::Miss(TimePoint now)
+{
+    if (now - updatedAt_ >= DOWN_DWELL) {
+        *this = SteadyLevel();
+    }
+    return level_;
+}
+
 }  // namespace TAVO::Veltra

@@ -160,17 +160,22 @@ TEST(HeatJudge, LevelIsSteady)
         int64_t temperature;
         int32_t level;
     } steps[] = {
-        {0, 69900, 2},  {1, 70000, 2},  {2, 69900, 2},  {3, 70100, 2},  {4, 70100, 2},  {5, 70100, 3},   // 2 s above
-        {6, 69900, 3},  {9, 68100, 3},  {13, 68100, 3},                                                  // hysteresis
-        {14, 67900, 3}, {16, 67900, 3}, {18, 68100, 3}, {19, 67900, 3}, {23, 67900, 3}, {24, 67900, 2},  // 5 s below
-        {25, 79000, 2}, {26, 81000, 2}, {27, 81000, 3}, {28, 81000, 4},  // each level needs its own 2 s
-        {60, 45000, 0}, {61, 45000, 0}, {90, 75000, 3},                  // nothing is known about the time between
+        {0, 69900, 2},   {1, 70000, 2},   {2, 69900, 2},    {3, 70100, 2},
+        {4, 70100, 2},   {5, 70100, 3},                    // 2 s above
+        {6, 69900, 3},   {9, 68100, 3},   {13, 68100, 3},  // hysteresis
+        {14, 67900, 3},  {16, 67900, 3},  {18, 68100, 3},   {19, 67900, 3},
+        {23, 67900, 3},  {24, 67900, 2},                                     // 5 s below
+        {25, 79000, 2},  {26, 81000, 2},  {27, 81000, 3},   {28, 81000, 4},  // each level needs its own 2 s
+        {29, 255000, 4}, {32, 255000, 4}, {33, 255000, -1}, {34, 45000, 0},  // no reading, and again one
+        {60, 45000, 0},  {61, 45000, 0},  {90, 75000, 3},                    // nothing is known about the time between
     };
     HeatJudge judge({});
     for (const auto& step : steps) {
         SCOPED_TRACE(step.at);
         const std::vector<Sensor> sensors = {SensorOf(SensorClass::CPU, step.temperature, {80000})};
-        EXPECT_EQ(judge.Judge(sensors, {}, At(step.at)).level, step.level);
+        const HeatVerdict verdict = judge.Judge(sensors, {}, At(step.at));
+        EXPECT_EQ(verdict.level.value_or(-1), step.level);
+        EXPECT_EQ(verdict.levelSource, step.level < 0 ? "" : "cpu");
     }
 }
 
