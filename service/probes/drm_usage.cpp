@@ -20,6 +20,8 @@ using Seconds = std::chrono::duration<double>;
 
 constexpr double NANOSECONDS = 1e9;
 constexpr uint64_t MOST_NUMBER = uint64_t{1} << 62;
+// Of one process: as many as it may open by default. Those of a GPU need not be the first; each costs a read.
+constexpr size_t MOST_DESCRIPTORS = 1024;
 
 std::map<std::string, std::string> Lines(const std::string& text)
 {
@@ -130,7 +132,7 @@ std::map<std::string, DrmUsage> ReadDrmUsage(const RootFiles& files, pid_t proce
     const std::string dir = "proc/" + std::to_string(process) + "/fdinfo/";
     std::map<std::string, DrmUsage> usage;
     std::set<std::pair<std::string, std::string>> clients;
-    for (const int fd : files.Numbers(dir, "")) {
+    for (const int fd : files.Numbers(dir, "", "", MOST_DESCRIPTORS)) {
         const std::optional<std::string> text = files.ReadText(dir + std::to_string(fd));
         // Most descriptors of a process are no GPUs.
         if (!text || text->find("drm-driver:") == std::string::npos) {

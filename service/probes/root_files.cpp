@@ -128,10 +128,11 @@ void RootFiles::ForEachEntry(const std::string& dir, Take take) const
     }
 }
 
-std::vector<int> RootFiles::Numbers(const std::string& dir, std::string_view prefix, std::string_view suffix) const
+std::vector<int> RootFiles::Numbers(const std::string& dir, std::string_view prefix, std::string_view suffix,
+                                    size_t most) const
 {
     std::vector<int> numbers;
-    ForEachEntry(dir, [&numbers, prefix, suffix](std::string_view name) {
+    ForEachEntry(dir, [&numbers, prefix, suffix, most](std::string_view name) {
         if (name.size() > prefix.size() + suffix.size() && name.starts_with(prefix) && name.ends_with(suffix)) {
             name.remove_prefix(prefix.size());
             name.remove_suffix(suffix.size());
@@ -141,7 +142,7 @@ std::vector<int> RootFiles::Numbers(const std::string& dir, std::string_view pre
             }
         }
         // A folder with more entries is none of a sane machine.
-        return numbers.size() < MAX_NUMBERS;
+        return numbers.size() < most;
     });
     std::sort(numbers.begin(), numbers.end());
     return numbers;

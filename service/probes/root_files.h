@@ -20,7 +20,7 @@ class RootFiles {
 public:
     static constexpr size_t MAX_TEXT_BYTES = 4096;
     static constexpr size_t MAX_NAME_BYTES = 64;
-    static constexpr size_t MAX_NUMBERS = 256;  // entries taken from one folder
+    static constexpr size_t MAX_NUMBERS = 256;  // entries taken from one folder, unless more are asked for
 
     explicit RootFiles(const std::string& rootDir);
 
@@ -32,8 +32,9 @@ public:
     std::optional<std::string> ReadName(const std::string& path) const;
     // A file that holds one decimal number and nothing else, within [least, most].
     std::optional<int64_t> ReadNumber(const std::string& path, int64_t least, int64_t most) const;
-    // The numbers N, ascending, of the entries `prefix`N`suffix` of a folder.
-    std::vector<int> Numbers(const std::string& dir, std::string_view prefix, std::string_view suffix = {}) const;
+    // The numbers N, ascending, of the entries `prefix`N`suffix` of a folder, at most `most`.
+    std::vector<int> Numbers(const std::string& dir, std::string_view prefix, std::string_view suffix = {},
+                             size_t most = MAX_NUMBERS) const;
 
     // The names of all entries of a folder, ascending, at most MAX_NUMBERS; none that begins with a dot.
     std::vector<std::string> Names(const std::string& dir) const;

@@ -189,6 +189,13 @@ TEST(DrmUsage, IsTheBusiestEngineSinceTheReadingBefore)
         EXPECT_EQ(Shown(use.loadPercent) + " " + Shown(use.memoryBytes), row.expected);
         EXPECT_TRUE(ReadDrmUsage(files, 78).empty());
     }
+    const ScratchDir root;
+    std::string many;
+    for (int client = 0; client < 300; ++client) {
+        many += std::to_string(client) + "|total-vram:4 KiB;";
+    }
+    WriteDescriptors(root, many);
+    EXPECT_EQ(ReadDrmUsage(RootFiles(root.Path()), 77)["xe"].memoryBytes, 300 * 4096U) << "also of many descriptors";
 }
 
 // A file of `bytes` bytes in which only these 16-bit fields are measured.
