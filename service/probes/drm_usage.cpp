@@ -20,6 +20,7 @@ using Seconds = std::chrono::duration<double>;
 
 constexpr double NANOSECONDS = 1e9;
 constexpr uint64_t MOST_NUMBER = uint64_t{1} << 62;
+constexpr uint64_t MOST_BYTES = uint64_t{1} << 50;
 // Of one process: as many as it may open by default. Those of a GPU need not be the first; each costs a read.
 constexpr size_t MOST_DESCRIPTORS = 1024;
 
@@ -39,18 +40,24 @@ std::map<std::string, std::string> Lines(const std::string& text)
     return lines;
 }
 
-// "524288 KiB", "41000000000 ns", "800000000 Hz", "3"; 0 for what is no number.
-uint64_t Number(const std::string& text)
+// "524288 KiB", "41000000000 ns", "800000000 Hz", "3"; empty for what is no number.
+std::optional<uint64_t> Number(const std::string& text)
 {
     uint64_t number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (error != std::errc()) {
-        return 0;
+        return std::nullopt;
     }
     const std::string_view unit(end, static_cast<size_t>(text.data() + text.size() - end));
     // Compared with the limit before the multiplication, which could overflow.
     const uint64_t factor = unit.starts_with(" KiB") ? 1024 : unit.starts_with(" MiB") ? 1024 * 1024 : 1;
-    return number > MOST_NUMBER / factor ? 0 : number * factor;
+    return number > MOST_NUMBER / factor ? std::nullopt : std::optional(number * factor);
+}
+
+// Both are at most MOST_NUMBER, as is the sum.
+uint64_t Sum(const std::optional<uint64_t>& sum, uint64_t value)
+{
+    return std::min(sum.value_or(0) + value, MOST_NUMBER);
 }
 
 void AddEngines(const std::map<std::string, std::string>& lines, DrmUsage& usage)
@@ -58,21 +65,23 @@ void AddEngines(const std::map<std::string, std::string>& lines, DrmUsage& usage
     const auto each = [&lines](std::string_view prefix, auto take) {
         for (auto line = lines.lower_bound(std::string(prefix)); line != lines.end() && line->first.starts_with(prefix);
              ++line) {
-            take(line->first.substr(prefix.size()), Number(line->second));
+            if (const std::optional<uint64_t> number = Number(line->second)) {
+                take(line->first.substr(prefix.size()), *number);
+            }
         }
     };
     each("drm-engine-", [&usage](const std::string& name, uint64_t value) {
         if (!name.starts_with("capacity-")) {
-            uint64_t sum = usage.engines[name].busyNanoseconds.value_or(0) + value;
-            usage.engines[name].busyNanoseconds = sum;
+            std::optional<uint64_t>& busy = usage.engines[name].busyNanoseconds;
+            busy = Sum(busy, value);
         }
     });
     each("drm-engine-capacity-", [&usage](const std::string& name, uint64_t value) {
         usage.engines[name].capacity = std::max<uint64_t>(value, 1);
     });
     each("drm-cycles-", [&usage](const std::string& name, uint64_t value) {
-        uint64_t sum = usage.engines[name].busyCycles.value_or(0) + value;
-        usage.engines[name].busyCycles = sum;
+        std::optional<uint64_t>& busy = usage.engines[name].busyCycles;
+        busy = Sum(busy, value);
     });
     each("drm-total-cycles-", [&usage](const std::string& name, uint64_t value) {
         usage.engines[name].allCycles = std::max(usage.engines[name].allCycles, value);
@@ -82,14 +91,14 @@ void AddEngines(const std::map<std::string, std::string>& lines, DrmUsage& usage
     std::optional<uint64_t> total;
     each("drm-total-", [&total](const std::string& name, uint64_t value) {
         if (!name.starts_with("cycles-")) {
-            total = total.value_or(0) + value;
+            total = Sum(total, value);
         }
     });
     if (!total) {
-        each("drm-memory-", [&total](const std::string&, uint64_t value) { total = total.value_or(0) + value; });
+        each("drm-memory-", [&total](const std::string&, uint64_t value) { total = Sum(total, value); });
     }
     if (total) {
-        usage.memoryBytes = usage.memoryBytes.value_or(0) + *total;
+        usage.memoryBytes = Sum(usage.memoryBytes, *total);
     }
 }
 
@@ -165,7 +174,7 @@ DrmLoadTracker::Uses DrmLoadTracker::Update(pid_t process, std::map<std::string,
         if (before != past.usage.end() && seconds > 0) {
             uses[gpu].loadPercent = LoadOf(before->second, current, seconds);
         }
-        if (current.memoryBytes) {
+        if (current.memoryBytes && *current.memoryBytes <= MOST_BYTES) {
             uses[gpu].memoryBytes = static_cast<int64_t>(*current.memoryBytes);
         }
     }

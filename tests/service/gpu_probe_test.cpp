@@ -172,7 +172,9 @@ TEST(DrmUsage, IsTheBusiestEngineSinceTheReadingBefore)
         {"closed meanwhile", "1|engine-gfx:900 ns", "1|engine-gfx:5 ns", "- -"},
         {"memory", "", "1|total-vram0:8 KiB|total-gtt:1 MiB|memory-vram:4 KiB", "- 1056768"},
         {"memory of older drivers", "", "1|memory-vram:4 KiB", "- 4096"},
-        {"no number", "", "1|total-vram:lots", "- 0"},
+        {"no number", "1|engine-gfx:100 ns", "1|engine-gfx:busy|total-vram:lots", "- -"},
+        {"a sum beyond all bounds", "1|engine-gfx:0 ns",
+         "1|engine-gfx:0 ns|total-vram:4611686018427387904|total-gtt:4611686018427387904", "0 -"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
