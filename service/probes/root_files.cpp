@@ -32,6 +32,11 @@ std::string_view TrimEnd(std::string_view text)
     return last == std::string_view::npos ? std::string_view() : text.substr(0, last + 1);
 }
 
+bool IsPrintable(char c)
+{
+    return c >= ' ' && c <= '~';
+}
+
 template <typename Number>
 std::optional<Number> ParseWhole(std::string_view text)
 {
@@ -101,7 +106,7 @@ std::optional<std::string> RootFiles::ReadName(const std::string& path) const
     std::string name(TrimEnd(std::string_view(*text).substr(0, text->find('\n'))).substr(0, MAX_NAME_BYTES));
     std::replace_if(
         // Names appear in answers and logs; the file of another root may contain anything.
-        name.begin(), name.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+        name.begin(), name.end(), [](char c) { return !IsPrintable(c); }, '?');
     return name.empty() ? std::nullopt : std::optional(name);
 }
 
@@ -152,7 +157,7 @@ std::vector<std::string> RootFiles::Names(const std::string& dir) const
 {
     std::vector<std::string> names;
     ForEachEntry(dir, [&names](std::string_view name) {
-        if (!name.starts_with('.')) {
+        if (!name.starts_with('.') && std::all_of(name.begin(), name.end(), IsPrintable)) {
             names.emplace_back(name);
         }
         return names.size() < MAX_NUMBERS;

@@ -36,7 +36,8 @@ public:
     std::vector<int> Numbers(const std::string& dir, std::string_view prefix, std::string_view suffix = {},
                              size_t most = MAX_NUMBERS) const;
 
-    // The names of all entries of a folder, ascending, at most MAX_NUMBERS; none that begins with a dot.
+    // The names of all entries of a folder, ascending, at most MAX_NUMBERS; none that begins with a dot or has bytes
+    // other than printable ASCII, which no driver uses and a terminal may obey.
     std::vector<std::string> Names(const std::string& dir) const;
 
 private:

@@ -42,6 +42,10 @@ TEST(RootFiles, NamesArePrintableAndShort)
     EXPECT_EQ(files.ReadName("name"), std::string(RootFiles::MAX_NAME_BYTES, 'x'));
     root.Write("name", "\n");
     EXPECT_EQ(files.ReadName("name"), std::nullopt);
+    for (const char* folder : {"BAT0", "BAT\x1b[2J", "BAT\n", "B\xc3\xa4T", ".BAT"}) {
+        root.Write(std::string("supplies/") + folder + "/type", "Battery");
+    }
+    EXPECT_EQ(files.Names("supplies"), std::vector<std::string>{"BAT0"});
 }
 
 TEST(RootFiles, LongFilesAreCutAndOddOnesAreAbsent)
