@@ -7,6 +7,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -186,7 +187,11 @@ int Serve(const ServiceOptions& options)
         return ServiceOptions::EXIT_REFUSED;
     }
     if (options.explains) {
-        std::fputs(ExplainMachine(setup->rootDir, setup->config).c_str(), stdout);
+        if (std::fputs(ExplainMachine(setup->rootDir, setup->config).c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
+            std::fprintf(stderr, "veltra_server: cannot write the explanation: %s\n",
+                         std::generic_category().message(errno).c_str());
+            return ServiceOptions::EXIT_REFUSED;
+        }
         return ServiceOptions::EXIT_DONE;
     }
     const sptr<VeltraService> service(new VeltraService(std::move(*setup)));

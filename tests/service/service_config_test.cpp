@@ -140,5 +140,15 @@ TEST(Explain, SaysWhyTheLevelIsWhatItIs)
     }
 }
 
+TEST(Explain, FailsIfItsOutputCannotBeWritten)
+{
+    std::vector<std::string> command = {"/bin/sh", "-c", "exec \"$@\" >/dev/full", "sh"};
+    for (const std::string& word : TestSupport::ProgramCommand("veltra_server")) {
+        command.push_back(word);
+    }
+    command.insert(command.end(), {"--explain", "--root", VELTRA_TEST_ROOTS "/virtual"});
+    EXPECT_EQ(Child::Start(command).WaitForExit(), "exit 2");
+}
+
 }  // namespace
 }  // namespace TAVO::Veltra
