@@ -55,8 +55,9 @@ BatteryReading ReadBattery(const RootFiles& files)
     const std::string supplies = "sys/class/power_supply/";
     for (const std::string& name : files.Names(supplies)) {
         const std::string dir = supplies + name + "/";
-        // "Device" is the battery of a mouse or a headset.
-        if (files.ReadName(dir + "type") != "Battery" || files.ReadName(dir + "scope") == "Device") {
+        // "Device" is the battery of a mouse or a headset. An empty slot for a battery is there, but has none.
+        if (files.ReadName(dir + "type") != "Battery" || files.ReadName(dir + "scope") == "Device" ||
+            files.ReadNumber(dir + "present", 0, 0)) {
             continue;
         }
         const std::string source = "power_supply " + name + "/";
