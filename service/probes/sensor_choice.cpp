@@ -9,9 +9,14 @@ namespace TAVO::Veltra {
 
 bool MatchesSensor(const std::string& pattern, const std::vector<std::string>& sensorNames)
 {
-    return std::any_of(sensorNames.begin(), sensorNames.end(), [&pattern](const std::string& name) {
+    std::string escaped;
+    for (const char c : pattern) {
+        // Only `*` is special. The others may be part of a label: "CPU [die]".
+        escaped += c == '?' || c == '[' || c == '\\' ? std::string{'\\', c} : std::string{c};
+    }
+    return std::any_of(sensorNames.begin(), sensorNames.end(), [&escaped](const std::string& name) {
         // `*` also matches a slash, since FNM_PATHNAME is not set: "acpitz*" names all of its zones.
-        return fnmatch(pattern.c_str(), name.c_str(), FNM_NOESCAPE) == 0;
+        return fnmatch(escaped.c_str(), name.c_str(), 0) == 0;
     });
 }
 

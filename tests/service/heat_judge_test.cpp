@@ -68,6 +68,25 @@ TEST(SensorClass, FollowsDriverZoneAndLabel)
     }
 }
 
+TEST(SensorChoice, OnlyTheAsteriskOfAPatternIsSpecial)
+{
+    const struct {
+        const char* pattern;
+        const char* name;
+        bool matches;
+    } rows[] = {
+        {"asusec/CPU [die]", "asusec/CPU [die]", true},
+        {"asusec/CPU [die]", "asusec/CPU d", false},
+        {"*/CPU [*]", "asusec/CPU [die]", true},
+        {"temp?", "temp1", false},
+        {"a\\b", "a\\b", true},
+        {"acpitz*", "acpitz/thermal_zone0", true},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(MatchesSensor(row.pattern, {row.name}), row.matches) << row.pattern << " for " << row.name;
+    }
+}
+
 TEST(ThermalProbe, ReadingWakesNeitherDisksNorSleepingGpus)
 {
     const ScratchDir root;
