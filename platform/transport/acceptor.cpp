@@ -90,6 +90,8 @@ void Acceptor::OnAccepted(ConnectionFd fd)
     }
     // The manager keeps descriptors for services: a client is refused before anything is allocated for it.
     if (admission_ && !admission_(identity.pid, fd.Get(), 0)) {
+        PendingConnection refused(loop_, static_cast<PendingConnection::Owner&>(*this), std::move(fd), identity);
+        RefuseLane(refused);
         return;
     }
     PendingConnection* const connection = AddPending(std::move(fd), identity);
@@ -133,9 +135,7 @@ PendingConnection* Acceptor::AddPending(ConnectionFd fd, const PeerIdentity& ide
 void Acceptor::OnSettled(PendingConnection& connection)
 {
     loop_.RemovePoll(connection.Fd(), &connection);
-    if (connection.Fd() >= 0 && connection.IsComplete()) {
-        RefuseLane(connection.GetHello(), connection.Identity());
-    }
+    RefuseLane(connection);
     std::erase(pending_, &connection);
     loop_.Disown(&connection);
 }

@@ -72,8 +72,8 @@ private:
     std::shared_ptr<Session> FindEstablished(const Instance& peer);
     // Lanes of that peer which wait for their session or for room in it, and whose callers still wait too.
     size_t CountWaitingLanes(const Instance& peer) const;
-    // Notifies the peer that nothing was accepted from its lane, which is about to be closed.
-    void RefuseLane(const Hello& hello, const PeerIdentity& identity);
+    // If the connection is a lane: notifies the peer that nothing was accepted from it. It is about to be closed.
+    void RefuseLane(PendingConnection& connection);
 
     EventLoop& loop_;
     SessionLinks& links_;

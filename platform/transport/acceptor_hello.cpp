@@ -92,11 +92,16 @@ size_t Acceptor::CountWaitingLanes(const Instance& peer) const
     }));
 }
 
-void Acceptor::RefuseLane(const Hello& hello, const PeerIdentity& identity)
+void Acceptor::RefuseLane(PendingConnection& connection)
 {
+    // Not open: a link or a lane has the descriptor.
+    if (connection.Fd() < 0 || !connection.EndInput()) {
+        return;
+    }
+    const Hello& hello = connection.GetHello();
     const std::shared_ptr<Session> session = hello.IsValid() ? sessions_.Find(hello.instance) : nullptr;
     if (hello.kind != ConnectionKind::CONTROL && IsEstablished(session) &&
-        IsSameProcess(session->Identity().pid, identity.pid)) {
+        IsSameProcess(session->Identity().pid, connection.Identity().pid)) {
         session->InLanes().Refuse(hello.lane);
     }
 }

@@ -4,6 +4,8 @@
 // connections that are incomplete after 2 s.
 #include "transport/pending_connection.h"
 
+#include <sys/socket.h>
+
 #include <new>
 
 #include "base/warn_limited.h"
@@ -53,6 +55,15 @@ void PendingConnection::Retry()
     }
     // (A level-triggered epoll would otherwise report the unread request again and again.)
     loop_.ModifyPoll(fd_.Get(), 0, this);  // Its request may have arrived already; a worker reads it with the lane.
+}
+
+bool PendingConnection::EndInput()
+{
+    // First: a hello that is not here now fails at the peer, which then sends no message behind it.
+    ::shutdown(fd_.Get(), SHUT_RD);
+    received_ +=
+        ReceiveNow(fd_.Get(), reinterpret_cast<uint8_t*>(&hello_) + received_, sizeof(hello_) - received_).bytes;
+    return IsComplete();
 }
 
 }  // namespace TAVO::Transport

@@ -44,6 +44,8 @@ public:
     void OnReady(uint32_t events) override;
     // Offers a complete hello again.
     void Retry();
+    // Ends receiving: the peer can send nothing more. Whether the hello is complete.
+    bool EndInput();
     int Fd() const { return fd_.Get(); }
     bool IsComplete() const { return received_ == sizeof(Hello); }
     // Once it is complete.

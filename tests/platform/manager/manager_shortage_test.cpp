@@ -9,6 +9,7 @@
 
 #include "platform/manager/ability_client.h"
 #include "platform/manager/manager_fixture.h"
+#include "support/raw_peer.h"
 
 namespace ManagerTest {
 namespace {
@@ -34,6 +35,25 @@ TEST_F(ManagerShortage, NoticeOfAChangeThatCannotBeSentIsSentAgain)
     EXPECT_EQ(Check(ID), object) << "there was a connection for notices already";
     ASSERT_EQ(::prlimit(manager.Pid(), RLIMIT_NOFILE, &before, nullptr), 0);
     EXPECT_TRUE(WaitFor([] { return Check(ID) == "null"; }));
+}
+
+// Otherwise the client keeps the references in its messages, until it has passed as many as it may.
+TEST_F(ManagerShortage, EachRefusedLaneIsReportedClosed)
+{
+    Child manager = StartManager();
+    TestSupport::RawPeer client(RuntimePath());
+    ASSERT_TRUE(client.OpenSession());
+    const rlim_t count = TestSupport::CountDescriptors(manager.Pid()) + 5;
+    const rlimit few{count, count};
+    ASSERT_EQ(::prlimit(manager.Pid(), RLIMIT_NOFILE, &few, nullptr), 0);
+    TestSupport::RawHello hello{.kind = TestSupport::RawHello::CALL, .instance = client.Instance()};
+    for (hello.lane = 1; hello.lane <= 200; ++hello.lane) {
+        // The hello arrives before the manager refuses the connection, or fails.
+        if (client.Connect("manager").Send(hello.Encode())) {
+            const auto closed = client.AwaitRecord(TestSupport::RawRecord::LANE_CLOSED);
+            ASSERT_TRUE(closed && closed->a == hello.lane && closed->b == 0) << hello.lane;
+        }
+    }
 }
 
 // Otherwise its lock would block every load forever.
