@@ -34,7 +34,8 @@ bool Look(int dirFd, const std::string& name, struct flock& lock)
 
 bool ProcessLock::Take(int dirFd, const std::string& name)
 {
-    UniqueFd file(::openat(dirFd, name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+    // Before the lock is acquired: the original descriptor is closed there, which would release it.
+    UniqueFd file(AboveStandardFds(::openat(dirFd, name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600)));
     if (!file.IsOpen()) {
         return false;
     }

@@ -37,7 +37,10 @@ protected:
     {
         auto holder = TestSupport::Child::Fork([this, hasChild](TestSupport::LinePipe& parent) {
             ProcessLock lock;
-            parent.Send(lock.Take(dir.Fd(), name) && (!hasChild || ::fork() >= 0) ? "taken" : "failed");
+            ::close(STDIN_FILENO);  // a program started without it, which opens and closes it later
+            const bool isTaken = lock.Take(dir.Fd(), name);
+            ::close(STDIN_FILENO);
+            parent.Send(isTaken && (!hasChild || ::fork() >= 0) ? "taken" : "failed");
             parent.Receive();
             return 0;
         });
