@@ -136,6 +136,17 @@ int Retry(Attempt attempt) noexcept
     return static_cast<int>(written);
 }
 
+// A program that was started without its standard descriptors will open them and write other things there.
+int AboveStderr(int fd) noexcept
+{
+    if (fd < 0 || fd > STDERR_FILENO) {
+        return fd;
+    }
+    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    close(fd);
+    return moved;
+}
+
 int OpenLogFile(std::string_view path) noexcept
 {
     char name[MAX_PATH_BYTES];
@@ -144,14 +155,7 @@ int OpenLogFile(std::string_view path) noexcept
     }
     name[path.copy(name, path.size())] = '\0';
     // O_NONBLOCK: a named pipe without a reader must not hold the caller up.
-    const int fd = open(name, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0600);
-    if (fd < 0 || fd > STDERR_FILENO) {
-        return fd;
-    }
-    // A program that was started without its standard descriptors will open them and write other things there.
-    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    close(fd);
-    return moved;
+    return AboveStderr(open(name, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0600));
 }
 
 // One word of TAVO_LOG.
@@ -199,7 +203,7 @@ ScrivoSink DefaultSink(int16_t level, bool isDaemon) noexcept
         // No terminal and no journal: a game started by a launcher has nowhere to log to.
         return {SinkKind::NOWHERE, SCRIVO_OFF, -1};
     }
-    return {SinkKind::JOURNAL, level, socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)};
+    return {SinkKind::JOURNAL, level, AboveStderr(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))};
 }
 
 }  // namespace
