@@ -20,12 +20,22 @@ namespace {
 
 constexpr int BACKLOG = 1024;
 
-// Creates the folder of the sockets if it is missing.
+// Creates the folder of the sockets. Several processes may do so at the same time: EEXIST is no error.
+bool CreateFolder(int dir)
+{
+    constexpr const char* FOLDER = "p";
+    if (::mkdirat(dir, FOLDER, 0700) != 0) {
+        return errno == EEXIST;
+    }
+    // The umask of the process that happens to be first must not keep all processes out.
+    return ::fchmodat(dir, FOLDER, 0700, 0) == 0;
+}
+
+// Creates the folder of the socket if it is missing.
 bool Bind(int fd, int dir, const sockaddr_un& address)
 {
     const auto bind = [&] { return ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0; };
-    // Several processes may create the folder at the same time: EEXIST is no error.
-    return bind() || (errno == ENOENT && (::mkdirat(dir, "p", 0700) == 0 || errno == EEXIST) && bind());
+    return bind() || (errno == ENOENT && CreateFolder(dir) && bind());
 }
 
 }  // namespace
