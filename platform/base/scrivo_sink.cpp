@@ -2,8 +2,8 @@
 // First the choice of a sink by the words of TAVO_LOG, then the two ways to write a line: to a descriptor, or as a
 // datagram to the journal. Each line is one system call, so that lines of threads and processes do not mix: files are
 // opened with O_APPEND, and a pipe takes up to 4096 bytes (PIPE_BUF) whole or not at all. Nothing waits for a reader:
-// writes use RWF_NOWAIT or MSG_DONTWAIT, and a full sink loses the line. A reader that ended must not end this process
-// by SIGPIPE. Nothing here takes a lock of the platform's, so that logging works in a forked child.
+// writes use RWF_NOWAIT or MSG_DONTWAIT, and a full sink loses the line. Neither a reader that ended nor the limit of
+// file sizes ends this process by a signal. Nothing here takes a lock of the platform's, so that logging works in a forked child.
 #include "base/scrivo_sink.h"
 
 #include <fcntl.h>
@@ -49,34 +49,35 @@ const auto& LevelRow(int level) noexcept
     return LEVELS[clamped - SCRIVO_DEBUG];
 }
 
-// The reader of a pipe may have ended: the write is then an error and not the end of this process.
-class SigpipeGuard {
+// The reader of a pipe may have ended, or a file be as large as the process may make it (RLIMIT_FSIZE): the write is
+// then an error and not the end of this process.
+class SignalGuard {
 public:
-    SigpipeGuard() noexcept
+    SignalGuard() noexcept
     {
-        sigemptyset(&sigpipe_);
-        sigaddset(&sigpipe_, SIGPIPE);
         sigset_t pending;
         sigemptyset(&pending);
         sigpending(&pending);
-        wasPending_ = sigismember(&pending, SIGPIPE) == 1;
-        pthread_sigmask(SIG_BLOCK, &sigpipe_, &saved_);
-    }
-    ~SigpipeGuard()
-    {
-        if (!wasPending_) {  // a signal that was pending before is not ours to consume
-            const timespec now{};
-            while (sigtimedwait(&sigpipe_, nullptr, &now) < 0 && errno == EINTR) {}
+        sigemptyset(&raised_);
+        for (const int signal : {SIGPIPE, SIGXFSZ}) {
+            if (sigismember(&pending, signal) == 0) {  // one that was pending before is not ours to consume
+                sigaddset(&raised_, signal);
+            }
         }
+        pthread_sigmask(SIG_BLOCK, &raised_, &saved_);
+    }
+    ~SignalGuard()
+    {
+        const timespec now{};
+        while (sigtimedwait(&raised_, nullptr, &now) < 0 && errno == EINTR) {}
         pthread_sigmask(SIG_SETMASK, &saved_, nullptr);
     }
-    SigpipeGuard(const SigpipeGuard&) = delete;
-    SigpipeGuard& operator=(const SigpipeGuard&) = delete;
+    SignalGuard(const SignalGuard&) = delete;
+    SignalGuard& operator=(const SignalGuard&) = delete;
 
 private:
-    sigset_t sigpipe_;
+    sigset_t raised_;
     sigset_t saved_;
-    bool wasPending_;
 };
 
 // Deliberate: UTC, computed here. The C library's conversions take a lock that a fork may leave closed.
@@ -189,7 +190,7 @@ void WriteReport(std::string_view word, const char* what) noexcept
     line.Append("\" ");
     line.Append(what);
     const std::string_view bytes = line.EndLine();
-    const SigpipeGuard guard;
+    const SignalGuard guard;
     Retry([bytes] { return WriteNow(STDERR_FILENO, bytes); });
 }
 
@@ -283,10 +284,10 @@ int WriteScrivoLine(int fd, const ScrivoLine& line) noexcept
     buffer.Append(level);
     AppendMessage(buffer, line);
     const std::string_view bytes = buffer.EndLine();
+    const SignalGuard guard;
     if (isFile) {
         return Retry([&] { return write(fd, bytes.data(), bytes.size()); });
     }
-    const SigpipeGuard guard;
     return Retry([&] { return WriteNow(fd, bytes); });
 }
 

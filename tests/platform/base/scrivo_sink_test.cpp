@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -150,6 +151,15 @@ TEST_F(ScrivoSinkTest, PipeWithoutAReaderIsAnErrorAndNoSignal)
         EXPECT_EQ(sigismember(&blocked, SIGPIPE), wasPending ? 1 : 0);
         EXPECT_EQ(sigismember(&pending, SIGPIPE), wasPending ? 1 : 0);
     }
+}
+
+TEST_F(ScrivoSinkTest, FileAtItsLimitIsAnErrorAndNoSignal)
+{
+    const int fd = open(path_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    const rlimit none{0, RLIM_INFINITY};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &none), 0);
+    EXPECT_EQ(WriteScrivoLine(fd, {SCRIVO_INFO, 1, "T", "text"}), -1);
+    close(fd);
 }
 
 TEST_F(ScrivoSinkTest, DatagramToTheJournalHoldsTheFieldsAndAFullQueueIsAnError)
