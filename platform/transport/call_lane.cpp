@@ -27,9 +27,17 @@ bool WaitForBudget(Deadline deadline)
     return Clock::now() < deadline;
 }
 
+// Where and until when a call waits for its reply.
+struct ReplySource {
+    int fd;
+    std::chrono::milliseconds timeout;  // of the socket
+    Deadline deadline;
+};
+
 // Reads one whole reply from the socket; OK only with a complete frame. Polls before it sleeps if there is a `spin`.
-IoStatus ReadReply(int fd, Spin* spin, FrameReader& reader, Deadline deadline, bool& extra)
+IoStatus ReadReply(const ReplySource& source, Spin* spin, FrameReader& reader, bool& extra)
 {
+    const auto [fd, timeout, deadline] = source;
     uint8_t first[FIRST_READ_BYTES];
     for (bool isFirst = true;; isFirst = false) {
         FrameReader::State state;
@@ -39,7 +47,9 @@ IoStatus ReadReply(int fd, Spin* spin, FrameReader& reader, Deadline deadline, b
             got = isFirst && spin != nullptr ? spin->Receive(fd, first, sizeof(first))
                                              : IoResult{IoStatus::WOULD_BLOCK, 0};
             if (got.status == IoStatus::WOULD_BLOCK) {
-                got = ReceiveUntil(fd, first, sizeof(first), deadline, isFirst);
+                // The socket's timeout would exceed the deadline after a request that took long.
+                const bool mayBlock = isFirst && CallLane::CoarseTimeout(deadline - Clock::now()) >= timeout;
+                got = ReceiveUntil(fd, first, sizeof(first), deadline, mayBlock);
             }
             const uint8_t* from = first;
             state = got.status == IoStatus::OK ? reader.Consume(from, first + got.bytes) : FrameReader::State::MORE;
@@ -70,9 +80,9 @@ IoStatus ReadReply(int fd, Spin* spin, FrameReader& reader, Deadline deadline, b
 }
 
 // Reads one whole reply, through the page where the peer has put it there.
-IoStatus ReadReply(int fd, CallBox& box, Spin* spin, FrameReader& reader, Deadline deadline, bool& extra)
+IoStatus ReadReply(const ReplySource& source, CallBox& box, Spin* spin, FrameReader& reader, bool& extra)
 {
-    switch (box.Wait(spin, deadline).state) {
+    switch (box.Wait(spin, source.deadline).state) {
         case CallBox::ABSENT:
             return IoStatus::WOULD_BLOCK;
         case CallBox::FULL: {
@@ -82,7 +92,7 @@ IoStatus ReadReply(int fd, CallBox& box, Spin* spin, FrameReader& reader, Deadli
                                                                                          : IoStatus::CLOSED;
         }
         case CallBox::SOCKET: {
-            const IoStatus status = ReadReply(fd, nullptr, reader, deadline, extra);
+            const IoStatus status = ReadReply(source, nullptr, reader, extra);
             box.ReleaseSocket();
             return status;
         }
@@ -157,9 +167,9 @@ CallResult CallLane::Receive(const CallRequest& request, MessageReferences& refe
     bool extra = false;
     FrameReader reader(false, MessageKind::REPLY, &budget);
     Spin* const poll = mayPoll ? &spin : nullptr;
-    const IoStatus received = shared != nullptr
-                                  ? ReadReply(fd.Get(), shared->Replies(), poll, reader, request.deadline, extra)
-                                  : ReadReply(fd.Get(), poll, reader, request.deadline, extra);
+    const ReplySource source{fd.Get(), timeout, request.deadline};
+    const IoStatus received = shared != nullptr ? ReadReply(source, shared->Replies(), poll, reader, extra)
+                                                : ReadReply(source, poll, reader, extra);
     const FrameHeader& answer = reader.Header();
     if (received != IoStatus::OK || answer.kind != FrameKind::REPLY || answer.number != lastSent) {
         return {Lane::NO_REPLY, received == IoStatus::WOULD_BLOCK ? IPC_TIMED_OUT : IPC_BROKEN};
