@@ -2,6 +2,7 @@
 // Local objects: the platform's own request codes, and requests from within the process.
 #include "tavo/ipc_object_stub.h"
 
+#include <new>
 #include <utility>
 
 #include "base/forked_child.h"
@@ -33,12 +34,14 @@ int IPCObjectStub::OnRemoteRequest(uint32_t code, MessageParcel&, MessageParcel&
 }
 
 int IPCObjectStub::SendRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option)
-{
+try {
     if (InForkedChild()) {
         return IPC_UNAVAILABLE;
     }
     // Through the gate and a worker, as a request of another process.
     return Transport::CallLocal(this, code, data, reply, option);
+} catch (const std::bad_alloc&) {
+    return IPC_NO_RESOURCES;
 }
 
 // A local object cannot die before its own process, so there is nothing to notify.

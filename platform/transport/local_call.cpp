@@ -71,8 +71,10 @@ int CallLocal(const sptr<IPCObjectStub>& target, WorkerPool& workers, uint32_t c
     // The sender may have read from the parcel; a parcel that arrives from another process starts at 0.
     ParcelAccess::ResetRead(request->data);
     std::function<void()> run = [request] { request->Run(); };
-    // If the gate is full it keeps `run`, and the request that leaves it posts the job.
-    if (ObjectGate::Of(*target).EnterOrWait([&run] { return run; }) && !workers.Post(run)) {
+    // If the gate is full it keeps `run`, and the request that leaves it posts the job. Moved, since a copy allocates:
+    // it would leave the gate occupied if out of memory.
+    const bool mayRun = ObjectGate::Of(*target).EnterOrWait([&run] { return std::move(run); });
+    if (mayRun && !workers.Post(std::move(run))) {
         LeaveGate(*target, workers);
         return IPC_NO_RESOURCES;
     }

@@ -23,6 +23,8 @@ bool PeerObject::AddDeathRecipient(const sptr<DeathRecipient>& recipient)
     if (recipient == nullptr || InForkedChild()) {
         return false;
     }
+    // The object keeps the anchor, so that NotifyRecipients allocates nothing.
+    const wptr<IRemoteObject> anchor(this);
     MutexLock lock(mutex_);
     // Under the lock that MarkDead takes: a recipient that is added before it is notified, one after it is refused.
     if (!IsAlive()) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <new>
 #include <utility>
 
 #include "base/forked_child.h"
@@ -21,7 +22,7 @@ ProxyObject::ProxyObject(std::shared_ptr<Session> session, uint64_t serial, std:
 ProxyObject::~ProxyObject() = default;
 
 int ProxyObject::SendRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option)
-{
+try {
     // First of all: in a forked child any lock below may be held for ever by a thread that does not exist there.
     if (InForkedChild()) {
         return IPC_UNAVAILABLE;
@@ -40,6 +41,8 @@ int ProxyObject::SendRequest(uint32_t code, MessageParcel& data, MessageParcel& 
     return status != IPC_OK
                ? status
                : session_->SendOneWay(ConnectionKind::ONE_WAY_LANE, Serial(), code, data, deadline, lastOneWay_);
+} catch (const std::bad_alloc&) {
+    return IPC_NO_RESOURCES;
 }
 
 int ProxyObject::Call(Life life, uint32_t code, MessageParcel& data, MessageParcel& reply, Deadline deadline)

@@ -32,8 +32,11 @@ TEST(ControlThreadWithoutMemory, NotifiesOfADeath)
     TestSupport::FailAllocationsOf(IsControlThread);
     peer.Kill();
     EXPECT_TRUE(WaitFor([&object] { return !object->IsAlive(); }));
-    TestSupport::FailAllocationsOf(nullptr);  // the thread that notifies could not be started before
+    // The thread that notifies could not be started before; it needs no memory either.
+    TestSupport::FailAllocationsOf(
+        [] { return TAVO::Transport::CurrentRole() == TAVO::Transport::ThreadRole::DELIVERY; });
     EXPECT_TRUE(recipient->AwaitTold());
+    TestSupport::FailAllocationsOf(nullptr);
 }
 
 // Its listener rests while there is no descriptor.
