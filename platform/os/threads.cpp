@@ -35,7 +35,9 @@ void AdoptSchedulingOfProcess() noexcept
     }
     sched_param parameters{};
     const int policy = ::sched_getscheduler(process);
-    if (policy >= 0 && policy != ::sched_getscheduler(0) && ::sched_getparam(process, &parameters) == 0) {
+    // Other policies than the usual one have priorities too, so they are set even if the policy is the same.
+    const bool isUsual = policy == SCHED_OTHER && ::sched_getscheduler(0) == SCHED_OTHER;
+    if (policy >= 0 && !isUsual && ::sched_getparam(process, &parameters) == 0) {
         ::sched_setscheduler(0, policy, &parameters);
     }
     const int nice = ::getpriority(PRIO_PROCESS, static_cast<id_t>(process));
