@@ -191,9 +191,12 @@ bool HeldObjects::OnRelease(uint64_t serial, uint64_t count)
     }
     if (after == 0 || IsAccepted(releaseAfterLane_, after)) {
         Lower(serial, count, leftovers);
+    } else if (deferredCount_ >= MAX_DEFERRED) {
+        return false;
     } else {
         found->second.deferred += count;
         deferred_[releaseAfterLane_].push_back({after, serial, count});
+        ++deferredCount_;
     }
     lock.Unlock();
     return true;
@@ -213,7 +216,7 @@ void HeldObjects::ApplyDeferred(uint64_t lane, uint64_t lastTaken, Leftovers& le
     if (found == deferred_.end()) {
         return;
     }
-    std::erase_if(found->second, [&](const Deferred& release) TAVO_REQUIRES(mutex_) {
+    deferredCount_ -= std::erase_if(found->second, [&](const Deferred& release) TAVO_REQUIRES(mutex_) {
         if (release.number > lastTaken) {
             return false;
         }

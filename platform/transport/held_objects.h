@@ -25,6 +25,8 @@ class HeldObjects {
 public:
     static constexpr size_t MAX_OBJECTS = 65536;  // that a peer holds
     static constexpr size_t MAX_PASSED = 4096;    // messages with references, each way, not yet acknowledged
+    // Releases that wait for messages: more than the messages that all lanes of a peer can carry.
+    static constexpr size_t MAX_DEFERRED = 65536;
 
     HeldObjects(const SessionContext& context, ControlChannel& control) : context_(context), control_(control) {}
 
@@ -109,6 +111,7 @@ private:
     std::unordered_map<uint64_t, bool> ownLanes_ TAVO_GUARDED_BY(mutex_);            // closed by the peer?
     std::unordered_map<uint64_t, OpenLane> peerLanes_ TAVO_GUARDED_BY(mutex_);
     std::unordered_map<uint64_t, std::vector<Deferred>> deferred_ TAVO_GUARDED_BY(mutex_);  // by the peer's lane
+    size_t deferredCount_ TAVO_GUARDED_BY(mutex_) = 0;
     uint64_t lastEndedLane_ TAVO_GUARDED_BY(mutex_) = 0;  // the highest number of the peer's one-way lanes
 
     uint64_t releaseAfterLane_ = 0;    // control thread: from AFTER, for the next RELEASE
