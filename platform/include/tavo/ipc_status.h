@@ -19,9 +19,11 @@ enum IpcStatus : int {
     IPC_TOO_LARGE = -100005,     // beyond 64 MiB, or 64 KiB one-way; nothing was sent
     IPC_UNKNOWN_CODE = -100006,  // the object does not know this request code
     IPC_EXCEPTION = -100007,     // the handler ended in an exception
-    IPC_NO_RESOURCES = -100008,  // no descriptor, memory or thread left here or there; nothing ran
+    IPC_NO_RESOURCES = -100008,  // no descriptor, memory or thread left here or there, or no room for the reply;
+                                 // whether the request ran is unknown
     IPC_UNAVAILABLE = -100009,   // this process cannot use the platform: it is a forked child
-    IPC_BAD_MESSAGE = -100010,   // the receiver could not decode the request; nothing ran
+    IPC_BAD_MESSAGE = -100010,   // the request or the reply could not be decoded, or has an object that cannot be
+                                 // sent; whether the request ran is unknown
 };
 
 // A short text for logs and tools; never null.
