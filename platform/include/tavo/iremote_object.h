@@ -28,8 +28,9 @@ public:
     // Notified when the process of a remote object dies or the connection to it breaks.
     class TAVO_EXPORT DeathRecipient : public virtual RefBase {
     public:
-        // Runs on a platform thread, never inside the call that caused it and never on the thread that added the
-        // recipient; at most once per registration. `object` is the proxy of the dead object, if it still exists.
+        // Runs on a platform thread, never inside the call that caused it; at most once per registration. All
+        // notices run on one thread, so a recipient that is added in OnRemoteDied is notified after that has returned.
+        // `object` is the proxy of the dead object, if it still exists.
         virtual void OnRemoteDied(const wptr<IRemoteObject>& object) = 0;
         ~DeathRecipient() override;
     };
