@@ -20,9 +20,10 @@ class MessageParcel;
 // Either a local object (IPCObjectStub) or this process's only proxy of an object elsewhere. All operations may be
 // called from any thread. References are sent in messages (MessageParcel::WriteRemoteObject).
 //
-// Order: requests of one thread run in the order in which it sent them; one-way requests to one process run in the
-// order sent, one at a time; the two kinds have no order between them. A death notice may overtake one-way requests
-// that still run.
+// Order: requests of one thread run in the order in which it sent them; one-way requests to another process run in the
+// order sent, one at a time; the two kinds have no order between them. One-way requests to a local object run several
+// at once and in any order, unless it runs its requests one at a time (IPCObjectStub). A death notice may overtake
+// one-way requests that still run.
 class TAVO_EXPORT IRemoteObject : public Parcelable {
 public:
     // Notified when the process of a remote object dies or the connection to it breaks.
@@ -40,8 +41,8 @@ public:
     // Sends `data` and, unless `option` is one-way, waits for the answer, at most for the option's wait time. Returns
     // 0, a value of IpcStatus, or the handler's own status; `reply` has what the handler wrote, whatever it returned. A
     // request is sent at most once. A one-way request never waits for its receiver: if the receiver's queue is full the
-    // result is IPC_QUEUE_FULL. Only connecting to the object's process for the first time may take up to the wait
-    // time.
+    // result is IPC_QUEUE_FULL (the queue of a local object has no limit). Only connecting to the object's process for
+    // the first time may take up to the wait time.
     virtual int SendRequest(uint32_t code, MessageParcel& data, MessageParcel& reply, MessageOption& option) = 0;
 
     // Registers `recipient`, once for each call; the object holds a strong reference to it until it is notified or
