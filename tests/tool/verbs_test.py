@@ -8,6 +8,7 @@ import json
 import os
 import pathlib
 import signal
+import subprocess
 import sys
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
@@ -117,6 +118,16 @@ def simulation(system):
     system.expect(0, "simulate", "off", output="off")
 
 
+def full_disk(system):
+    """What could not be printed was not done."""
+    with open("/dev/full", "w") as full:
+        for words in (["--help"], ["get"], ["--json", "get"], ["watch"], ["completion", "bash"]):
+            done = subprocess.run(system.command("veltra", *words), env=system.env, text=True, stdout=full,
+                                  stderr=subprocess.PIPE, timeout=WAIT_S)
+            require(done.returncode == 1 and "standard output cannot be written: No space" in done.stderr,
+                    f"{words} ended with {done.returncode}: {done.stderr}")
+
+
 def values(system):
     system.expect(0, "simulate", "set", "tempLevel=3", "thermalMargin=12")
     system.expect(5, "get", "tempLevel", "fps", output="tempLevel = 3 ", error="does not report fps")
@@ -174,6 +185,7 @@ def against_the_machine():
         system.start_manager()
         system.expect(0, "call", "CallAuth")
         simulation(system)
+        full_disk(system)
         values(system)
         watching(system)
 

@@ -7,10 +7,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
+
+#include "exit_code.h"
 
 namespace VeltraTool {
 
@@ -109,7 +113,16 @@ void PrintLine(const std::string& text)
 {
     std::fwrite(text.data(), 1, text.size(), stdout);
     std::fputc('\n', stdout);
-    std::fflush(stdout);
+    FlushOutput();
+}
+
+void FlushOutput()
+{
+    // ferror: an earlier write may have failed with an empty buffer left behind.
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        throw ToolError(EXIT_NO, std::string("standard output cannot be written: ") + std::strerror(errno),
+                        "make room, or redirect it to another file");
+    }
 }
 
 void PrintRow(const std::string& label, const std::string& value)

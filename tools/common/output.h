@@ -36,7 +36,10 @@ std::string Escaped(std::string_view text);
 std::string Toned(std::string_view text, Tone tone);
 
 // Writes one line to stdout, whose reader may follow it as it grows. `text` is escaped by the caller where it must be.
+// ToolError if it cannot be written, also in what follows.
 void PrintLine(const std::string& text);
+// Writes what another library has left in the buffer of stdout. ToolError.
+void FlushOutput();
 // A label and its value in columns; the value is escaped here.
 void PrintRow(const std::string& label, const std::string& value);
 

@@ -11,6 +11,7 @@
 #include <filesystem>
 
 #include "exit_code.h"
+#include "output.h"
 
 namespace VeltraServe {
 
@@ -63,6 +64,7 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& exitCode)
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         exitCode = app.exit(error) == 0 ? VeltraTool::EXIT_DONE : VeltraTool::EXIT_USAGE;
+        VeltraTool::FlushOutput();
         return std::nullopt;
     }
     ParseAddress(listen, options);

@@ -75,8 +75,10 @@ int Run(int argc, char** argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        // --help and --version are "errors" with status 0.
-        return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
+        // --help and --version are "errors" with status 0, which print to stdout.
+        const int status = app.exit(error);
+        FlushOutput();
+        return status == 0 ? EXIT_DONE : EXIT_USAGE;
     } catch (const ToolError& error) {
         PrintError(tool, error);
         return error.Code();
@@ -100,12 +102,9 @@ int main(int argc, char** argv)
 try {
     // The tool reports by itself what fails; the lines of the library would only repeat it. TAVO_LOG brings them back.
     ::setenv("TAVO_LOG", "off", 0);
-    const int exitCode = VeltraTool::Run(argc, argv);
-    // _Exit does not flush.
-    std::fflush(stdout);
     // Deliberate: platform threads may still run callbacks, which must not see static objects go.
-    std::_Exit(exitCode);
+    std::_Exit(VeltraTool::Run(argc, argv));
 } catch (const std::exception& error) {
     std::fprintf(stderr, "veltra: %s\n", error.what());
-    return VeltraTool::EXIT_NO;
+    std::_Exit(VeltraTool::EXIT_NO);
 }
