@@ -102,6 +102,9 @@ def replaying(system):
 
 
 def bad_recordings(system):
+    written = [system.folder / name for name in ("trace.json", "report.html", "bad.json")]
+    for each in written:
+        each.write_text("earlier")
     header = '{"schema":1,"type":"header"}\n'
     call = '{"type":"call","t":1,"pid":1,"op":"CallAuth","code":0,"us":1,"args":{"text":""}}\n'
     path = system.folder / "bad.jsonl"
@@ -111,9 +114,15 @@ def bad_recordings(system):
                        (header + '{"type":"device","t":1,"values":{"tempLevel":"hot"}}\n', 2),
                        (header + '"' + "a" * 70000 + '"\n', 2), (header + "[" * 60000 + "\n", 2)):
         path.write_text(text)
-        for words in (["replay", path], ["trace", path, "-o", system.folder / "trace.json"],
-                      ["report", path, "-o", system.folder / "report.html"]):
+        for words in (["replay", path], ["trace", path, "-o", written[0]], ["report", path, "-o", written[1]],
+                      ["scenario", path, "-o", written[2]]):
             system.expect(1, *words, error=f"bad.jsonl:{line}: the line ")
+    require(all(each.read_text() == "earlier" for each in written), "a bad recording replaced a file")
+    path.write_text(header + call)
+    for words in (["trace", path, "-o"], ["report", path, "-o"], ["scenario", path, "-o"],
+                  ["record", path, "--as-scenario"]):
+        system.expect(2, *words, f"{system.folder}/./bad.jsonl", error="would be replaced")
+    require(path.read_text() == header + call, "a recording was replaced")
 
 
 def tracing(system):

@@ -12,6 +12,7 @@
 #include "reach.h"
 #include "record_stream.h"
 #include "recorded_scenario.h"
+#include "recording.h"
 #include "redactor.h"
 #include "verbs.h"
 
@@ -127,6 +128,9 @@ void Run(const RecordOptions& options)
 {
     if (options.file == "-" && !options.scenario.empty()) {
         throw ToolError(EXIT_USAGE, "--as-scenario needs a recording in a file", "name one instead of -");
+    }
+    if (!options.scenario.empty()) {
+        RequireOtherFile(options.file, options.scenario);
     }
     const auto control = ReachControl(options.isStarting);
     // Before the file is replaced: without a service an earlier recording stays.

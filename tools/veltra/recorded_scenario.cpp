@@ -188,6 +188,7 @@ private:
 
 void WriteRecordedScenario(const std::string& recording, const std::string& output)
 {
+    RequireOtherFile(recording, output);
     RecordingReader reader(recording);
     ScenarioBuilder builder;
     while (const std::optional<Json::Value> record = reader.Next()) {

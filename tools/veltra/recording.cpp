@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <limits>
 
 #include "exit_code.h"
@@ -134,6 +135,15 @@ std::optional<Json::Value> RecordingReader::ReadObject()
 void RecordingReader::Fail(const std::string& why) const
 {
     throw ToolError(EXIT_NO, path_ + ":" + std::to_string(line_) + ": the line " + why);
+}
+
+void RequireOtherFile(const std::string& recording, const std::string& output)
+{
+    std::error_code none;  // the output need not exist
+    // The names as well: neither of them may exist yet.
+    if (recording == output || std::filesystem::equivalent(recording, output, none)) {
+        throw ToolError(EXIT_USAGE, "the recording " + recording + " would be replaced", "name another file to write");
+    }
 }
 
 int64_t MicrosecondsOf(const Json::Value& record)

@@ -39,6 +39,9 @@ private:
     size_t line_ = 0;
 };
 
+// ToolError if `output` is the recording itself, which it would replace.
+void RequireOtherFile(const std::string& recording, const std::string& output);
+
 // When the record was over, in microseconds since the epoch.
 int64_t MicrosecondsOf(const Json::Value& record);
 int32_t ProcessOf(const Json::Value& record);

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // The verb `report`: a page about a recording, or about two side by side. Everything is read before the file is
 // written, so that a recording with a mistake leaves the earlier report as it is.
-#include <filesystem>
 #include <memory>
 
 #include "line_file.h"
 #include "recorded_report.h"
+#include "recording.h"
 #include "report_page.h"
 #include "verbs.h"
 
@@ -23,13 +23,10 @@ void Run(const ReportOptions& options)
 {
     std::vector<RecordedReport> reports;
     for (const std::string& path : {options.recording, options.other}) {
-        std::error_code none;
         if (path.empty()) {
             continue;
         }
-        if (std::filesystem::equivalent(path, options.output, none)) {
-            throw ToolError(EXIT_USAGE, "the report would replace the recording " + path, "name another file");
-        }
+        RequireOtherFile(path, options.output);
         reports.push_back(ReadReport(path));
     }
     const std::string page = ReportPage(reports);

@@ -55,8 +55,6 @@ private:
 
 class Trace {
 public:
-    explicit Trace(const LineFile& file) : file_(file) { file_.Write("{\"traceEvents\":["); }
-
     void Add(const Json::Value& record)
     {
         const std::string type = record["type"].asString();
@@ -77,8 +75,11 @@ public:
         }
     }
 
-    void Finish()
+    // Writes all of it.
+    void Finish(const std::string& output)
     {
+        file_.emplace(output);
+        file_->Write("{\"traceEvents\":[");
         // Records are in the order of their ends; rows are assigned in the order of their beginnings.
         std::stable_sort(spans_.begin(), spans_.end(),
                          [](const Span& left, const Span& right) { return left.begin < right.begin; });
@@ -95,7 +96,7 @@ public:
         Json::Value device = Event("M", "process_name", DEVICE);
         device["args"]["name"] = "device";
         Write(device, 0, true);
-        file_.Write("],\"displayTimeUnit\":\"ms\"}");
+        file_->Write("],\"displayTimeUnit\":\"ms\"}");
     }
 
 private:
@@ -150,11 +151,11 @@ private:
         if (!isMeta) {
             event["ts"] = static_cast<double>(time) / 10;
         }
-        file_.Write((isFirst_ ? "" : ",") + JsonText(event));
+        file_->Write((isFirst_ ? "" : ",") + JsonText(event));
         isFirst_ = false;
     }
 
-    const LineFile& file_;
+    std::optional<LineFile> file_;  // empty: nothing is written yet
     bool isFirst_ = true;
     std::vector<Span> spans_;
     std::vector<std::pair<int64_t, Json::Value>> others_;
@@ -172,13 +173,14 @@ void AddTrace(CLI::App& app, Tool&)
     verb->add_option("recording", *recording, "What record wrote")->required();
     verb->add_option("-o,--output", *output, "The file to write, which is replaced; - is standard output")->required();
     verb->callback([recording, output] {
+        RequireOtherFile(*recording, *output);
         RecordingReader reader(*recording);
-        const LineFile file(*output);
-        Trace trace(file);
+        Trace trace;
         while (const std::optional<Json::Value> record = reader.Next()) {
             trace.Add(*record);
         }
-        trace.Finish();
+        // Only now: a recording with a mistake leaves the earlier trace as it is.
+        trace.Finish(*output);
     });
 }
 
