@@ -195,7 +195,22 @@ def a_service_that_hangs():
         system.write_ability()
         system.start_manager()
         system.expect(0, "simulate", "fault", "hang", "--operation", "CallAuth", "--start")
+        system.expect(0, "simulate", "fault", "hang", "--operation", "SyncAppType")
         system.expect(4, "call", "CallAuth")
+        system.expect(4, "call", "SyncAppType", "a", error="does not answer")
+
+
+def a_service_that_is_stopped():
+    with System(*sys.argv[1:]) as system:
+        system.write_ability()
+        system.start_manager()
+        system.expect(0, "call", "CallAuth")
+        os.kill(system.service_pid(), signal.SIGSTOP)
+        running = [system.start(*words) for words in (["get"], ["get", "--start"], ["watch"], ["call", "SyncAppType"],
+                                                      ["record", system.folder / "none"])]
+        for each in running:
+            each.communicate(timeout=WAIT_S)
+            require(each.returncode == 4, f"{each.args} ended with {each.returncode}")
 
 
 def without_simulation():
@@ -207,7 +222,7 @@ def without_simulation():
 
 def main():
     # They wait for seconds, so they wait at the same time.
-    parts = (a_service_that_hangs, against_the_machine, against_a_scenario, without_service, without_simulation)
+    parts = (a_service_that_hangs, a_service_that_is_stopped, against_the_machine, against_a_scenario, without_service, without_simulation)
     with concurrent.futures.ThreadPoolExecutor(max_workers=len(parts)) as pool:
         for part in [pool.submit(each) for each in parts]:
             part.result()

@@ -145,6 +145,31 @@ std::optional<AbilityDescription> DescribeAbility(const sptr<ISystemAbilityManag
     return std::nullopt;
 }
 
+void FailSilent(const sptr<ISystemAbilityManager>& manager)
+{
+    const std::optional<AbilityDescription> service = DescribeAbility(manager, SERVICE_ABILITY);
+    const Trouble trouble = WhySilent("the service", service ? service->pid : 0);
+    throw ToolError(EXIT_TIMED_OUT, trouble.what, trouble.fix);
+}
+
+sptr<IRemoteObject> FindAbility(const sptr<ISystemAbilityManager>& manager, int32_t ability)
+{
+    sptr<IRemoteObject> object = manager->CheckAbility(ability);
+    if (object != nullptr) {
+        return object;
+    }
+    const std::optional<AbilityDescription> description = DescribeAbility(manager, ability);
+    if (!description || !description->running) {
+        return nullptr;
+    }
+    // Registered after the check, or its process does not answer.
+    object = manager->CheckAbility(ability);
+    if (object == nullptr) {
+        FailSilent(manager);
+    }
+    return object;
+}
+
 Start StartService(const sptr<ISystemAbilityManager>& manager, seconds limit)
 {
     const sptr<LoadNotice> notice = MakeRef<LoadNotice>();
@@ -156,7 +181,7 @@ sptr<IVeltraControl> ReachControl(bool isStarting)
 {
     const sptr<ISystemAbilityManager> manager = ReachManager();
     // Starts nothing: to look at a system must not change it.
-    if (manager->CheckAbility(SERVICE_ABILITY) == nullptr) {
+    if (FindAbility(manager, SERVICE_ABILITY) == nullptr) {
         if (!isStarting) {
             const std::optional<AbilityDescription> ability = DescribeAbility(manager, SERVICE_ABILITY);
             throw ToolError(EXIT_UNREACHABLE, "the service does not run",
@@ -174,7 +199,7 @@ sptr<IVeltraControl> ReachControl(bool isStarting)
     // It is registered a moment after the service.
     const auto deadline = std::chrono::steady_clock::now() + CONTROL_TIME;
     for (;;) {
-        sptr<IVeltraControl> control = iface_cast<IVeltraControl>(manager->CheckAbility(VELTRA_CONTROL_SA_ID));
+        sptr<IVeltraControl> control = iface_cast<IVeltraControl>(FindAbility(manager, VELTRA_CONTROL_SA_ID));
         if (control != nullptr) {
             return control;
         }

@@ -41,6 +41,11 @@ TAVO::sptr<TAVO::ISystemAbilityManager> ReachManager();
 std::optional<TAVO::AbilityDescription> DescribeAbility(const TAVO::sptr<TAVO::ISystemAbilityManager>& manager,
                                                         int32_t ability);
 
+// The ability's object; null: it does not run. ToolError if its process does not answer.
+TAVO::sptr<TAVO::IRemoteObject> FindAbility(const TAVO::sptr<TAVO::ISystemAbilityManager>& manager, int32_t ability);
+// Ends the verb: the service runs and does not answer.
+[[noreturn]] void FailSilent(const TAVO::sptr<TAVO::ISystemAbilityManager>& manager);
+
 enum class StartOutcome { RUNNING, REFUSED, FAILED, NOT_IN_TIME };
 struct Start {
     StartOutcome outcome = StartOutcome::REFUSED;

@@ -65,12 +65,17 @@ const CallOperation& FindOperation(const std::string& name)
     return *found;
 }
 
-// For an operation without a code: its empty answer looks the same with and without a service.
-void RequireService()
+// For an operation without a code: its empty answer looks the same with and without a service. `isLate`: an answer that
+// was waited for has not come in time.
+void RequireService(bool isLate)
 {
-    if (ReachManager()->CheckAbility(SERVICE_ABILITY) == nullptr) {
+    const TAVO::sptr<TAVO::ISystemAbilityManager> manager = ReachManager();
+    if (FindAbility(manager, SERVICE_ABILITY) == nullptr) {
         throw ToolError(EXIT_UNREACHABLE, "the service does not run and could not be started",
                         "run \"veltra doctor\", which finds out why");
+    }
+    if (isLate) {
+        FailSilent(manager);
     }
 }
 
@@ -100,13 +105,14 @@ public:
         const Clock::time_point start = Clock::now();
         result_ = operation_.call(client_, arguments_);
         milliseconds_ = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+        const bool isLate = milliseconds_ >= ANSWER_LIMIT_MILLISECONDS;
         if (!result_.code) {
-            RequireService();
+            RequireService(isLate && result_.answer.isObject() && result_.answer.empty());
         }
         const int32_t code = result_.code.value_or(RESULT_OK);
         tool_.exitCode = ExitCodeOf(code);
         // The library has one code for "no service" and "no answer"; the time distinguishes the two.
-        if (code == RESULT_NO_SERVICE && milliseconds_ >= ANSWER_LIMIT_MILLISECONDS) {
+        if (code == RESULT_NO_SERVICE && isLate) {
             tool_.exitCode = EXIT_TIMED_OUT;
         }
         // Before the answers of the callback, which may take seconds.
