@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "output.h"
+#include "recording.h"
 #include "redactor.h"
 #include "top_layout.h"
 #include "utils/json_utils.h"
@@ -24,6 +25,18 @@ TEST(Redactor, LeavesNoTextOfAGame)
     EXPECT_EQ(text.find("secret"), std::string::npos) << text;
     EXPECT_NE(text.find(R"("eventText":"deviceState")"), std::string::npos) << text;
     EXPECT_EQ(record["args"]["text"], record["args"]["names"][0]);
+}
+
+TEST(RecordingHeader, NamesAsManyGamesAsFitInALine)
+{
+    Json::Value games = Json::arrayValue;
+    Json::Value header;
+    for (int i = 0; i < 1000; ++i) {
+        games.append(std::string(97, '\n'));  // 196 bytes as JSON, and a comma
+    }
+    AddGames(games, header);
+    EXPECT_EQ(header["games"].size(), 332U);
+    EXPECT_LE(JsonText(header).size(), RecordingReader::MAX_LINE_BYTES);
 }
 
 TEST(TopState, RatesBeginAnewWithEachService)

@@ -52,12 +52,12 @@ Json::Value Header(const TAVO::sptr<TAVO::Veltra::IVeltraControl>& control, bool
     header["service"] = TextOf(state["service"]["version"]);
     header["simulated"] = state["simulation"]["active"].isBool() && state["simulation"]["active"].asBool();
     header["startedAt"] = TimeStamp();
-    if (!isRedacting && !state["games"].empty()) {
-        header["games"] = state["games"];
-    }
     utsname system{};
     if (::uname(&system) == 0) {  // without the host's name: a recording may be passed on
         header["machine"] = std::string(system.sysname) + " " + system.release + " " + system.machine;
+    }
+    if (!isRedacting) {
+        AddGames(state["games"], header);  // the last key: it gets what is left of the line
     }
     return header;
 }

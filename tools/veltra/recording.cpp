@@ -146,6 +146,18 @@ void RequireOtherFile(const std::string& recording, const std::string& output)
     }
 }
 
+void AddGames(const Json::Value& games, Json::Value& header)
+{
+    size_t sizeBytes = JsonText(header).size() + std::strlen(R"(,"games":[])");
+    for (const Json::Value& game : games) {
+        sizeBytes += JsonText(game).size() + 1;
+        if (sizeBytes > RecordingReader::MAX_LINE_BYTES) {
+            return;
+        }
+        header["games"].append(game);
+    }
+}
+
 int64_t MicrosecondsOf(const Json::Value& record)
 {
     return std::llround(record["t"].asDouble() * 1e6);

@@ -42,6 +42,9 @@ private:
 // ToolError if `output` is the recording itself, which it would replace.
 void RequireOtherFile(const std::string& recording, const std::string& output);
 
+// Adds the games to a header, as many of them as fit in a line that RecordingReader reads.
+void AddGames(const Json::Value& games, Json::Value& header);
+
 // When the record was over, in microseconds since the epoch.
 int64_t MicrosecondsOf(const Json::Value& record);
 int32_t ProcessOf(const Json::Value& record);
