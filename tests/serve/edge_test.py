@@ -225,6 +225,13 @@ def stopped_service(server, system):
         while "veltra_service_up 0" not in (metrics := ask(server, "GET /metrics")[2].decode()):
             require(time.monotonic() < begin + WAIT_S, metrics)
         require("veltra_games" not in metrics, f"values of a service that does not answer: {metrics}")
+        with connect(server) as waiting:
+            waiting.sendall(f"GET /metrics HTTP/1.1\r\nHost: {server.host}\r\n\r\n".encode())
+            require(ask(server, "GET /")[0] == 200, "not served while the service does not answer")
+            silent = [connect(server) for _ in range(80)]
+            require(b"veltra_service_up 0" in received(waiting), "a complete request was closed to make room")
+        for peer in silent:
+            peer.close()
     finally:
         os.kill(service, signal.SIGCONT)
     deadline = time.monotonic() + WAIT_S

@@ -19,13 +19,25 @@ namespace {
 constexpr std::chrono::seconds LINGER_TIME{1};
 constexpr size_t LINGER_BYTES = size_t{16} << 20;
 
+thread_local Connection* served = nullptr;  // handlers get a request of the library, which does not lead to it
+
 }  // namespace
 
-Connection::Connection(int fd) : fd_(fd) {}
+Connection::Connection(int fd) : fd_(fd)
+{
+    served = this;
+}
 
 Connection::~Connection()
 {
+    served = nullptr;
     ::close(fd_);
+}
+
+void Connection::EndReading()
+{
+    // From here on the connection is not closed to make room for others: its request is being answered.
+    served->isReading_.store(false, std::memory_order_relaxed);
 }
 
 void Connection::Interrupt() const
@@ -84,8 +96,7 @@ ssize_t Connection::read(char* data, size_t sizeBytes)
 
 ssize_t Connection::write(const char* data, size_t sizeBytes)
 {
-    // From here on the connection is not closed to make room for others: its request is being answered.
-    isReading_.store(false, std::memory_order_relaxed);
+    EndReading();
     const Clock::time_point deadline = Clock::now() + WRITE_TIME;
     for (size_t sent = 0; sent < sizeBytes;) {
         const ssize_t count = ::send(fd_, data + sent, sizeBytes - sent, MSG_DONTWAIT | MSG_NOSIGNAL);

@@ -25,6 +25,8 @@ public:
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
+    // Of a handler: the request that this thread serves has been read to its end. Writing implies it.
+    static void EndReading();
     // The request has not been read to its end, and nothing of a response was sent.
     bool IsReading() const { return isReading_.load(std::memory_order_relaxed); }
     // Ends what the thread of the connection waits for. Any thread, while the connection lives.

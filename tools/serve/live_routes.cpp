@@ -4,6 +4,7 @@
 #include <atomic>
 #include <memory>
 
+#include "connection.h"
 #include "control/iveltra_control.h"
 #include "live_state.h"
 #include "output.h"
@@ -122,6 +123,7 @@ int StatusOf(const ToolError& error)
 
 void Simulate(const Request& request, Response& response, bool isStartingService)
 {
+    Connection::EndReading();
     Json::Value document;
     try {
         const Json::Value command = CommandOf(request.body);

@@ -2,6 +2,7 @@
 // Every request passes the edge before its body is read and its path is looked at. No path leads to a file.
 #include "routes.h"
 
+#include "connection.h"
 #include "metrics.h"
 
 namespace VeltraServe {
@@ -58,6 +59,7 @@ void AddRoutes(httplib::Server& server, const Edge& edge, ServiceFeed& feed, boo
 {
     AddEdge(server, edge);
     server.Get("/metrics", [&feed](const Request&, Response& response) {
+        Connection::EndReading();
         response.set_content(MetricsText(*feed.Fresh()), "text/plain; version=0.0.4; charset=utf-8");
     });
     if (!isMetricsOnly) {
