@@ -52,6 +52,8 @@ def recording(system):
     path = system.folder / "session.jsonl"
     calls = [["UpdateGameInfo", "1", "secret.racer"], ["SyncAppType", "secret.racer"],
              ["NotifyGameEvent", "1", "menu", "attributes=secret.key=1"], ["GetDeviceInfo", "1"]]
+    path.touch()
+    path.chmod(0o644)
     for words in ([], ["--redact"]):
         header, *records = record(system, path, *words, calls=calls)
         require((header["type"], header["schema"], header["simulated"]) == ("header", 1, False), header)

@@ -4,6 +4,7 @@
 #include "line_file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -19,6 +20,12 @@ LineFile::LineFile(const std::string& path) : name_(path == "-" ? "standard outp
     file_ = path == "-" ? ::dup(STDOUT_FILENO) : ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     if (file_ < 0) {
         Fail();
+    }
+    // A file that existed has kept its mode. Devices such as /dev/null stay as they are, and so does what stdout leads
+    // to. Deliberate: a failure is ignored, since some file systems have no modes.
+    struct stat status {};
+    if (path != "-" && ::fstat(file_, &status) == 0 && S_ISREG(status.st_mode)) {
+        ::fchmod(file_, 0600);
     }
 }
 
