@@ -28,6 +28,7 @@ def usage(system):
     for words in ([], ["fly"], ["get", "--fly"], ["call", "Fly"], ["call", "CallAuth", "txt=a"],
                   ["call", "CallAuth", "a", "b"], ["call", "UpdateGameInfo", "one"],
                   ["call", "UpdateGameInfo", "4294967296"], ["call", "GetDeviceInfo", "1,x"],
+                  ["call", "GetDeviceInfo", "1,4294967297"],
                   ["call", "NotifyAppResourceDownLoadResults", "{"], ["simulate"], ["simulate", "set", "tempLevel"],
                   ["simulate", "set", "tempLevel=hot"], ["simulate", "set", "tempLevel=nan"], ["simulate", "load", "nowhere"], ["simulate", "speed", "0"],
                   ["completion", "sh"]):

@@ -58,9 +58,10 @@ CallResult GetDeviceInfo(VeltraClient& client, const Arguments& arguments)
     std::vector<QueryDeviceStateDetail> details;
     for (const std::string& type : arguments.Names("queryTypes")) {
         char* end = nullptr;
-        details.push_back({static_cast<int32_t>(std::strtol(type.c_str(), &end, 10)), {}});
-        if (*end != '\0' || type.empty()) {
-            arguments.Refuse("queryTypes", "a list of numbers, such as 1,2");
+        const long number = std::strtol(type.c_str(), &end, 10);
+        details.push_back({static_cast<int32_t>(number), {}});
+        if (*end != '\0' || type.empty() || number != details.back().queryType) {
+            arguments.Refuse("queryTypes", "a list of numbers of 32 bits, such as 1,2");
         }
     }
     const GameCallbackEventInfo info = client.GetDeviceInfo(details);
