@@ -31,7 +31,7 @@ def usage(system):
                   ["call", "GetDeviceInfo", "1,4294967297"],
                   ["call", "NotifyAppResourceDownLoadResults", "{"], ["simulate"], ["simulate", "set", "tempLevel"],
                   ["simulate", "set", "tempLevel=hot"], ["simulate", "set", "tempLevel=nan"], ["simulate", "load", "nowhere"], ["simulate", "speed", "0"],
-                  ["completion", "sh"]):
+                  ["completion", "sh"], ["--runtime-dir", "", "status"]):
         system.expect(2, *words)
     system.expect(0, "--help", output="exit status")
 

@@ -4,6 +4,7 @@
 #include "reach.h"
 
 #include <condition_variable>
+#include <filesystem>
 #include <fstream>
 #include <mutex>
 
@@ -78,6 +79,17 @@ char ProcessState(pid_t process)
 }
 
 }  // namespace
+
+std::string AbsolutePath(const std::string& path)
+{
+    std::error_code error;
+    std::string absolute = std::filesystem::absolute(path, error).string();
+    if (error) {
+        throw ToolError(EXIT_USAGE, "'" + path + "' is no path that can be used: " + error.message(),
+                        "give an absolute one");
+    }
+    return absolute;
+}
 
 Trouble SplitRemedy(const std::string& text)
 {

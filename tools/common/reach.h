@@ -26,6 +26,9 @@ struct Trouble {
     std::string fix;
 };
 
+// The path from the root on; ToolError if it is empty, or if it is relative and the current folder was removed.
+std::string AbsolutePath(const std::string& path);
+
 // A text of this project, "what happened; what to do", in its two parts.
 Trouble SplitRemedy(const std::string& text);
 

@@ -8,10 +8,10 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <charconv>
-#include <filesystem>
 
 #include "exit_code.h"
 #include "output.h"
+#include "reach.h"
 
 namespace VeltraServe {
 
@@ -57,7 +57,7 @@ std::optional<Options> ParseOptions(int argc, char** argv, int& exitCode)
     app.add_flag("--open", options.isOpening, "Open the page in the browser");
     app.add_option_function<std::string>(
            "--runtime-dir",
-           [](const std::string& path) { ::setenv("TAVO_RUNTIME_DIR", std::filesystem::absolute(path).c_str(), 1); },
+           [](const std::string& path) { ::setenv("TAVO_RUNTIME_DIR", VeltraTool::AbsolutePath(path).c_str(), 1); },
            "Where the manager is found (default $TAVO_RUNTIME_DIR, else $XDG_RUNTIME_DIR/tavo)")
         ->trigger_on_parse();
     try {

@@ -5,12 +5,12 @@
 // ToolError, which carries the exit status and what to do.
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <new>
 
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
+#include "reach.h"
 #include "restart_probe.h"
 #include "verbs.h"
 
@@ -51,7 +51,7 @@ int Run(int argc, char** argv)
     app.add_option_function<std::string>(
            "--runtime-dir",
            // By the environment, since the platform reads it at its first use, and child processes inherit it.
-           [](const std::string& path) { ::setenv("TAVO_RUNTIME_DIR", std::filesystem::absolute(path).c_str(), 1); },
+           [](const std::string& path) { ::setenv("TAVO_RUNTIME_DIR", AbsolutePath(path).c_str(), 1); },
            "Where the manager is found (default $TAVO_RUNTIME_DIR, else $XDG_RUNTIME_DIR/tavo)")
         // Before the callback of the verb, wherever the option is on the command line.
         ->trigger_on_parse();
