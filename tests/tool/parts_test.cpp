@@ -27,6 +27,16 @@ TEST(Redactor, LeavesNoTextOfAGame)
     EXPECT_EQ(record["args"]["text"], record["args"]["names"][0]);
 }
 
+TEST(Redactor, LeavesWhatACommandDoes)
+{
+    Json::Value record = JsonUtils::StringToJson(
+        R"({"command": {"do": "fault", "kind": "hang", "operation": "CallAuth", "text": "secret"}})");
+    Json::Value expected = record;
+    expected["command"]["text"] = "text-1";
+    Redactor().Redact(record);
+    EXPECT_EQ(JsonText(record), JsonText(expected));
+}
+
 TEST(RecordingHeader, NamesAsManyGamesAsFitInALine)
 {
     Json::Value games = Json::arrayValue;

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// A record is changed in place, member by member: every text in its arguments, data, command and reply gets a token.
-// Tokens are numbered in order of appearance, so they tell equal texts and nothing else; they hold for this Redactor,
-// which is one recording. Keys stay, as they are names of the interface, except in maps whose keys come from games.
-// Such a key is replaced too; beyond MAX_TOKENS keys of one map may fall together, and one of them remains.
+// A record is changed in place, member by member: every text in its arguments, data, command and reply gets a token,
+// except names that the service knows. Tokens are numbered in order of appearance, so they tell equal texts and nothing
+// else; they hold for this Redactor, which is one recording. Keys stay, as they are names of the interface, except in
+// maps whose keys come from games. Such a key is replaced too; beyond MAX_TOKENS keys of one map may fall together, and
+// one of them remains.
 #include "redactor.h"
 
 #include <utility>
@@ -28,16 +29,33 @@ bool IsMap(const std::string& key)
 void Redactor::Redact(Json::Value& record)
 {
     const std::string operation = TextOf(std::as_const(record)["op"]);  // which adds no key that is missing
-    for (const char* const key : {"args", "data", "command"}) {
+    for (const char* const key : {"args", "data"}) {
         if (record.isMember(key)) {
             RedactTexts(record[key], false);
         }
+    }
+    if (record.isMember("command")) {
+        RedactCommand(record["command"]);
     }
     if (record.isMember("reply") && record["reply"].isObject()) {
         Json::Value& reply = record["reply"];
         const bool isMap = operation == "SyncAppType" || operation == "GetSystemFunctionStatus";
         for (const std::string& key : reply.getMemberNames()) {
             RedactTexts(reply[key], isMap && key == "result");
+        }
+    }
+}
+
+void Redactor::RedactCommand(Json::Value& command)
+{
+    if (!command.isObject()) {
+        RedactTexts(command, false);
+        return;
+    }
+    for (const std::string& key : command.getMemberNames()) {
+        // The service records a command only if it knows these.
+        if (key != "do" && key != "kind" && key != "operation") {
+            RedactTexts(command[key], false);
         }
     }
 }
