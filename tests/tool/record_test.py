@@ -4,6 +4,7 @@
 Usage: record_test.py PROGRAMS SOURCE
 """
 import json
+import subprocess
 import sys
 import time
 
@@ -98,6 +99,10 @@ def replaying(system):
     system.expect(1, "replay", path, "--speed", "10",
                   output="CallAuth number 1: recorded RESULT_OK, now SERVICE_DENIED\n")
     system.expect(0, "simulate", "off")
+    with path.open() as recording:  # which the games cannot read again
+        done = subprocess.run(system.command("veltra", "replay", "/dev/stdin"), env=system.env, stdin=recording, text=True,
+                              stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, timeout=WAIT_S)
+    require(done.returncode == 1 and "ended with status 1" in done.stderr, done)
     lines = path.read_text().splitlines(keepends=True)
     path.write_text("".join(lines).replace('"code":0,', '"cut":true,"code":0,'))
     system.expect(0, "replay", path, "--speed", "100", output=r"8 requests skipped: .*\(cut\)\n2 requests of 2 proc")

@@ -80,9 +80,17 @@ public:
     // Whether all games have made their requests.
     bool IsOver() const { return isOver_; }
 
-    // Prints what differs; the exit code.
+    // Prints what differs; the exit code. ToolError if a game has not made all of its requests.
     int Report(const ReplayPlan& plan, Tool& tool)
     {
+        for (const Game& game : games_) {
+            if (const int status = game.process->Wait({}).value_or(0); status != 0) {
+                throw ToolError(EXIT_NO,
+                                "the replay of process " + std::to_string(game.recorded) + " ended with status " +
+                                    std::to_string(status),
+                                "replay a file that can be read several times, and not a pipe");
+            }
+        }
         Json::Value document;
         document["games"] = Json::UInt64(games_.size());
         document["requests"] = Json::UInt64(expected_);
