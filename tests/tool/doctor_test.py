@@ -7,8 +7,9 @@ import concurrent.futures
 import os
 import signal
 import sys
+import time
 
-from harness import System, require
+from harness import WAIT_S, System, require
 
 NOBODY = 65534
 
@@ -162,10 +163,31 @@ def examine(row):
         require(document["healthy"] == (state != "failed"), shown)
 
 
+def interrupted():
+    """Ctrl-C ends the private copy, and its folder is removed."""
+    with System(*sys.argv[1:]) as system:
+        service = " ".join(system.command("veltra_server"))
+        # A copy never registers, so that the signal comes during the check.
+        system.write_ability(system.write_program(f'[ "$TAVO_RUNTIME_DIR" = {system.runtime} ] && exec {service}\n'
+                                                  "exec sleep 100"))
+        system.start_manager()
+        temporary = system.folder / "tmp"
+        temporary.mkdir()
+        system.env["TMPDIR"] = str(temporary)
+        doctor = system.start("doctor")
+        deadline = time.monotonic() + WAIT_S
+        while not list(temporary.glob("veltra-doctor-*/run/manager")):
+            require(time.monotonic() < deadline, "there is no private copy")
+        doctor.send_signal(signal.SIGINT)
+        doctor.communicate(timeout=WAIT_S)
+        require(doctor.returncode == -signal.SIGINT, f"doctor ended with {doctor.returncode}")
+        require(not list(temporary.iterdir()), "the folder of the private copy is still there")
+
+
 def main():
     # Several wait for seconds, so they wait at the same time.
     with concurrent.futures.ThreadPoolExecutor(max_workers=4) as pool:
-        examined = [pool.submit(examine, row) for row in ROWS]
+        examined = [pool.submit(examine, row) for row in ROWS] + [pool.submit(interrupted)]
     faults = [str(each.exception()) for each in examined if each.exception()]
     require(not faults, "\n\n".join(faults))
 

@@ -69,6 +69,10 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command, const Enviro
         // The child ends with the tool, also if that is killed. It may have died before this call, hence the check of
         // getppid below.
         ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+        // The tool may block signals, which would stay blocked.
+        sigset_t none;
+        sigemptyset(&none);
+        ::sigprocmask(SIG_SETMASK, &none, nullptr);
         const int null = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
         if (::getppid() != parent || ::dup2(null, STDIN_FILENO) < 0 || ::dup2(file, STDOUT_FILENO) < 0 ||
             ::dup2(file, STDERR_FILENO) < 0) {

@@ -3,6 +3,7 @@
 // programs run in a private runtime directory, and a second process of this tool (the hidden verb `doctor-probe`)
 // calls, kills and calls again there, since a process can use one runtime directory only. All of it is removed
 // afterwards.
+#include <signal.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -25,6 +26,33 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::chrono::seconds PROBE_LIMIT{40};
+constexpr std::chrono::milliseconds SIGNAL_INTERVAL{100};
+
+// Holds back the signals that end the tool until this object goes: what is declared behind it is removed before.
+class HeldSignals {
+public:
+    HeldSignals()
+    {
+        sigset_t held;
+        sigemptyset(&held);
+        sigaddset(&held, SIGINT);
+        sigaddset(&held, SIGTERM);
+        ::pthread_sigmask(SIG_BLOCK, &held, &before_);
+    }
+    ~HeldSignals() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    HeldSignals(const HeldSignals&) = delete;
+    HeldSignals& operator=(const HeldSignals&) = delete;
+
+    static bool HasArrived()
+    {
+        sigset_t arrived;
+        return ::sigpending(&arrived) == 0 &&
+               (sigismember(&arrived, SIGINT) == 1 || sigismember(&arrived, SIGTERM) == 1);
+    }
+
+private:
+    sigset_t before_;
+};
 
 // A private folder, removed with all it holds.
 class PrivateFolder {
@@ -118,6 +146,7 @@ Finding CheckRestart(Patient& patient)
             return {Health::WARNING, "cannot be tried without " + program, "install the manager and the service there"};
         }
     }
+    const HeldSignals signals;
     const PrivateFolder folder;
     if (folder.Path().empty()) {
         return {Health::WARNING, std::string("cannot be tried: no temporary folder: ") + std::strerror(errno),
@@ -132,7 +161,11 @@ Finding CheckRestart(Patient& patient)
     // Destroyed before the manager: the reverse of their order.
     ChildProcess probe({ProgramFolder() + "/veltra", PROBE_VERB}, {{"TAVO_RUNTIME_DIR", runtime}, {"TAVO_LOG", "off"}},
                        output);
-    const std::optional<int> status = probe.Wait(PROBE_LIMIT);
+    std::optional<int> status;
+    const auto deadline = std::chrono::steady_clock::now() + PROBE_LIMIT;
+    while (probe.Pid() != 0 && !status && !HeldSignals::HasArrived() && std::chrono::steady_clock::now() < deadline) {
+        status = probe.Wait(SIGNAL_INTERVAL);
+    }
     return FromProbe(status, output, managerLog);
 }
 

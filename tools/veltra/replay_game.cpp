@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // A game of a replay, as a process of its own: makes the recorded requests of one process at their times.
-#include <signal.h>
-
 #include <chrono>
 #include <memory>
 #include <thread>
@@ -25,11 +23,6 @@ struct GameOptions {
 
 void Play(const GameOptions& options)
 {
-    sigset_t signals;  // blocked by the tool, whose signals this process has inherited
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
     const ReplayPlan plan = PlanReplay(options.file);
     const auto game = plan.games.find(options.process);
     if (game == plan.games.end()) {
