@@ -4,6 +4,8 @@
 Usage: record_test.py PROGRAMS SOURCE
 """
 import json
+import os
+import signal
 import subprocess
 import sys
 import time
@@ -181,6 +183,16 @@ def recorded_scenario(system):
     system.expect(1, "scenario", path, "-o", scenario, error="device.jsonl:2: the line has a tempLevel out of")
 
 
+def killed_service(system):
+    """A recording that the end of the service ends makes a scenario, too."""
+    path, scenario = system.folder / "killed.jsonl", system.folder / "killed.json"
+    recorder = system.start("record", path, "--as-scenario", scenario)
+    wait_for_watchers(system, 1)
+    os.kill(system.service_pid(), signal.SIGKILL)
+    require(recorder.wait(WAIT_S) == 3, f"record ended with {recorder.returncode}")
+    system.expect(0, "simulate", "check", scenario)
+
+
 def main():
     with System(*sys.argv[1:]) as system:
         system.write_ability()
@@ -196,6 +208,7 @@ def main():
         bad_recordings(system)
         tracing(system)
         recorded_scenario(system)
+        killed_service(system)
 
 
 main()

@@ -124,6 +124,13 @@ private:
     uint64_t lost_ = 0;
 };
 
+void MakeScenario(const RecordOptions& options)
+{
+    if (!options.scenario.empty()) {
+        WriteRecordedScenario(options.file, options.scenario);
+    }
+}
+
 void Run(const RecordOptions& options)
 {
     if (options.file == "-" && !options.scenario.empty()) {
@@ -138,11 +145,18 @@ void Run(const RecordOptions& options)
     const LineFile file(options.file);
     file.Write(JsonText(header));
     Recorder recorder(file, options.isRedacting);
-    FollowRecords(control, Json::objectValue, options.seconds, recorder);
-    recorder.EndProgress();
-    if (!options.scenario.empty()) {
-        WriteRecordedScenario(options.file, options.scenario);
+    try {
+        FollowRecords(control, Json::objectValue, options.seconds, recorder);
+    } catch (const ToolError& error) {
+        recorder.EndProgress();
+        // The service has ended, and the recording is whole until then.
+        if (error.Code() == EXIT_UNREACHABLE) {
+            MakeScenario(options);
+        }
+        throw;
     }
+    recorder.EndProgress();
+    MakeScenario(options);
 }
 
 }  // namespace
