@@ -98,7 +98,7 @@ def with_faults(*faults):
 def stopped_service(system):
     good(system)
     system.expect(0, "call", "CallAuth")
-    os.kill(system.service_pid(), signal.SIGSTOP)
+    system.stop_service()
 
 
 def no_sensors(system):

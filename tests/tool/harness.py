@@ -110,3 +110,13 @@ class System:
     def service_pid(self):
         abilities = self.json("status")["abilities"]
         return next(each["pid"] for each in abilities if each["id"] == 66006)
+
+    def stop_service(self):
+        """Returns when all of its threads have stopped: until then they may answer."""
+        service = self.service_pid()
+        os.kill(service, signal.SIGSTOP)
+        deadline = time.monotonic() + WAIT_S
+        tasks = pathlib.Path(f"/proc/{service}/task")
+        while any(each.read_text().rpartition(") ")[2][0] != "T" for each in tasks.glob("*/stat")):
+            require(time.monotonic() < deadline, "the service does not stop")
+            time.sleep(0.005)

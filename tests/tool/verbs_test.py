@@ -206,7 +206,7 @@ def a_service_that_is_stopped():
         system.write_ability()
         system.start_manager()
         system.expect(0, "call", "CallAuth")
-        os.kill(system.service_pid(), signal.SIGSTOP)
+        system.stop_service()
         running = [system.start(*words) for words in (["get"], ["get", "--start"], ["watch"], ["call", "SyncAppType"],
                                                       ["record", system.folder / "none"])]
         for each in running:
