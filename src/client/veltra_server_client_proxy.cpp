@@ -108,7 +108,7 @@ void VeltraClientProxy::LoadSystemAbilitySuccess(const sptr<IRemoteObject>& remo
         return;
     }
     try {
-        if (serviceProxy_ != nullptr && serviceProxy_->AsObject() == remoteObject) {
+        if (serviceProxy_ != nullptr) {
             // Each caller that waited for the start gets a report; one notice of the death is enough.
             remoteObject->RemoveDeathRecipient(deathRecipient_);
         }
