@@ -131,8 +131,8 @@ TEST_F(WatchTest, EachOperationIsARecordWithItsValues)
         R"("args":{},)" + result,
         R"("args":{"first":-7,"text":"text","second":-2147483648},)" + result,
         R"("args":{"text":"a\u0000b"},)" + result,
-        R"("args":{"info":{"int32Value":-2147483648,"int64Value":72623859790382856,"text1":"one","text2":"two",)"
-        R"("text3":"th\u0000ree","text5":"","text6":"six","text4":"four"}},"code":0)",
+        (R"("args":{"info":{"int32Value":-2147483648,"int64Value":72623859790382856,"text1":"one","text2":"two",)"
+         R"("text3":"th\u0000ree","text5":"","text6":"six","text4":"four"}},"code":0)"),
         R"("args":{"text":"app","value":9},"reply":{"result":{"a":true,"b":false}},"code":0)",
         R"("args":{"first":"one","second":"two","value":3},)" + result,
         R"("args":{"text":"g","value":4},"code":1010310102)",
@@ -141,8 +141,8 @@ TEST_F(WatchTest, EachOperationIsARecordWithItsValues)
         R"("args":{"query":{"a":"1","b":""}},"reply":{"result":{"k":"v"}},"code":0)",
         R"("args":{},"reply":{"state":3,"bundleName":"com.game"},"code":0)",
         R"("args":{"bundle":{"sceneId":11,"sceneName":"lobby","attributes":{"a":"1","b":"2"}}},)" + result,
-        R"("args":{"details":[{"queryType":6,"queryParams":{"a":"1","b":"2"}},{"queryType":7,"queryParams":{}}]},)"
-        R"("reply":{"result":{"tempLevel":1}},"code":0)",
+        (R"("args":{"details":[{"queryType":6,"queryParams":{"a":"1","b":"2"}},{"queryType":7,"queryParams":{}}]},)"
+         R"("reply":{"result":{"tempLevel":1}},"code":0)"),
         R"("args":{"bundleNames":["y","x"]},)" + result,
         R"("args":{"bundleNames":[]},)" + result,
         R"("args":{"results":[)" + download + "," + download + "]}," + result,
@@ -320,7 +320,7 @@ TEST(WatchFilter, LetsThroughWhatItNames)
 // A tool may meet a service of another version.
 TEST(VeltraControlProxy, AnswersThatAreCutOrTooLongAreRefused)
 {
-    const auto answering = [](Items reply) {
+    const auto answering = [](const Items& reply) {
         return VeltraControlProxy(MakeRef<FakeRemoteObject>([reply](uint32_t, MessageParcel&, MessageParcel& out) {
             WriteItems(out, reply);
             return 0;
