@@ -43,8 +43,8 @@ struct QueryDeviceStateDetail {
 };
 
 // The state of the device: sent with each game event, returned by GetDeviceInfo. A value that the service does not know
-// has its default; in an event that was cut short on its way the missing values are 0 or empty. GetDeviceInfo fills
-// neither eventText nor extraValue.
+// has its default. If an event arrives incomplete, its missing values are 0 or empty. GetDeviceInfo fills neither
+// eventText nor extraValue.
 struct GameCallbackEventInfo {
     std::string eventText;
     int32_t tempLevel = -1;  // -1: unknown

@@ -3,7 +3,8 @@
 // datagram to the journal. Each line is one system call, so that lines of threads and processes do not mix: files are
 // opened with O_APPEND, and a pipe takes up to 4096 bytes (PIPE_BUF) whole or not at all. Nothing waits for a reader:
 // writes use RWF_NOWAIT or MSG_DONTWAIT, and a full sink loses the line. Neither a reader that ended nor the limit of
-// file sizes ends this process by a signal. Nothing here takes a lock of the platform's, so that logging works in a forked child.
+// file sizes ends this process by a signal. Nothing here takes a lock of the platform's, so that logging works in a
+// forked child.
 #include "base/scrivo_sink.h"
 
 #include <fcntl.h>

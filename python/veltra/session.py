@@ -108,7 +108,8 @@ def download_results(results: Sequence[Mapping[str, Any]]) -> tuple[Any, list[An
 _POLL_S = 0.01  # between two looks for events
 
 # Held during each call of a session, so one thread may close a session while another one uses it. No call waits for
-# events. The end of the interpreter acquires it for good: a callback that entered Python later would abort the process.
+# events. The end of the interpreter acquires it and never releases it: a callback that entered Python later would abort
+# the process.
 _lock = threading.RLock()
 atexit.register(_lock.acquire)
 os.register_at_fork(before=_lock.acquire, after_in_parent=_lock.release, after_in_child=_lock.release)

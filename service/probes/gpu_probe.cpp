@@ -153,7 +153,7 @@ std::string Described(const RootFiles& files, const std::string& device, const s
     return text.substr(value, text.find('\n', value) - value).substr(0, RootFiles::MAX_NAME_BYTES);
 }
 
-GpuReading ReadCard(const RootFiles& files, const std::string& name)
+GpuReading ReadCard(const RootFiles& files, const std::string& name, bool isAsleep)
 {
     const Source card{files, "sys/class/drm/" + name + "/", "drm " + name + "/"};
     GpuReading gpu;
@@ -162,7 +162,7 @@ GpuReading ReadCard(const RootFiles& files, const std::string& name)
     // Those of the driver "nvidia" are counted by their maker's library, and would appear twice.
     gpu.canRender = Described(files, card.dir + "device/", "DRIVER") != "nvidia" &&
                     !files.Numbers(card.dir + "device/drm", "renderD").empty();
-    if (IsAsleep(files, card.dir + "device/")) {
+    if (isAsleep) {
         return gpu;
     }
     gpu.loadPercent = card.LeadingPercent("device/gpu_busy_percent");
@@ -215,8 +215,8 @@ std::vector<GpuReading> ReadGpus(const RootFiles& files)
     std::vector<std::string> seen;
     for (const int number : files.Numbers("sys/class/drm", "card")) {
         const std::string name = "card" + std::to_string(number);
-        GpuReading gpu = ReadCard(files, name);
         const bool isAsleep = IsAsleep(files, "sys/class/drm/" + name + "/device/");
+        GpuReading gpu = ReadCard(files, name, isAsleep);
         for (const std::string& devfreq : files.Names("sys/class/drm/" + name + "/device/devfreq")) {
             seen.push_back(devfreq);
             if (!isAsleep) {

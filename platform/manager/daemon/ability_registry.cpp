@@ -238,7 +238,7 @@ int32_t AbilityRegistry::Register(Ability& ability, const sptr<IRemoteObject>& o
     if (isStopping_ || holder == Transport::ProcessLock::CANNOT_TELL) {
         return ABILITY_UNREACHABLE;  // Not refused, which would be final: the process tries again, or the next manager.
     }
-    // NOBODY must not match the pid of a process of another pid namespace: both are 0.
+    // A process of another pid namespace has the pid 0, which is also the value of NOBODY.
     const bool isHolder = holder != Transport::ProcessLock::NOBODY &&
                           (holder == peer.pid || holder == Transport::ProcessLock::UNKNOWN_HOLDER);
     if (!MayServe(ability, peer.pid) || !isHolder) {
