@@ -2,8 +2,8 @@
 // Operations run on platform workers, several at once; each part that they use has its own lock. The constructor reads
 // nothing of the machine: its configuration, the sensors and the GPU library are opened at first use, by one thread
 // each, because a game may be blocked on the start of the service. What no descriptor was left for is opened by a later
-// request. Subscriptions only store the callback and wake up the ticker, whose thread decides what to send and when; the
-// delivery pool sends it. Where no thread can be started for the ticker, the subscription is removed again and refused.
+// request. Subscriptions only store the callback and wake up the ticker, whose thread decides what to send and when;
+// the delivery pool sends it. Where no thread can be started for the ticker, the subscription is removed and refused.
 #include "veltra_service.h"
 
 #include <unistd.h>

@@ -25,7 +25,8 @@ public:
     // `level` is what the thresholds give, `levelBeforeFall` (at least `level`) what they give with the hysteresis
     // added: the level falls only below that one. The first level is taken as it is.
     int32_t Update(int32_t level, int32_t levelBeforeFall, TimePoint now);
-    // There is no reading now. The level holds for DOWN_DWELL after the last one, then it is unknown and all is forgotten.
+    // There is no reading now. The level holds for DOWN_DWELL after the last one. Then it is unknown, and all is
+    // forgotten.
     std::optional<int32_t> Miss(TimePoint now);
 
 private:

@@ -257,8 +257,8 @@ def restricted(system):
 
 
 def usage(system, source):
-    for words in (["--listen", "x"], ["--listen", "127.0.0.1:0"], ["--listen", "127.0.0.1:65536"], ["--listen", "::1:80"], ["--fly"], ["fly"],
-                  ["--runtime-dir", ""]):
+    for words in (["--listen", "x"], ["--listen", "127.0.0.1:0"], ["--listen", "127.0.0.1:65536"],
+                  ["--listen", "::1:80"], ["--fly"], ["fly"], ["--runtime-dir", ""]):
         done = subprocess.run(system.command("veltra-serve", *words), env=system.env, capture_output=True, timeout=WAIT_S)
         require(done.returncode == 2, f"{words} ended with {done.returncode}")
     if system.emulator:

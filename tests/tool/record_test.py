@@ -102,8 +102,8 @@ def replaying(system):
                   output="CallAuth number 1: recorded RESULT_OK, now SERVICE_DENIED\n")
     system.expect(0, "simulate", "off")
     with path.open() as recording:  # which the games cannot read again
-        done = subprocess.run(system.command("veltra", "replay", "/dev/stdin"), env=system.env, stdin=recording, text=True,
-                              stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, timeout=WAIT_S)
+        done = subprocess.run(system.command("veltra", "replay", "/dev/stdin"), env=system.env, stdin=recording,
+                              text=True, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, timeout=WAIT_S)
     require(done.returncode == 1 and "ended with status 1" in done.stderr, done)
     lines = path.read_text().splitlines(keepends=True)
     path.write_text("".join(lines).replace('"code":0,', '"cut":true,"code":0,'))

@@ -223,7 +223,8 @@ def without_simulation():
 
 def main():
     # They wait for seconds, so they wait at the same time.
-    parts = (a_service_that_hangs, a_service_that_is_stopped, against_the_machine, against_a_scenario, without_service, without_simulation)
+    parts = (a_service_that_hangs, a_service_that_is_stopped, against_the_machine, against_a_scenario,
+             without_service, without_simulation)
     with concurrent.futures.ThreadPoolExecutor(max_workers=len(parts)) as pool:
         for part in [pool.submit(each) for each in parts]:
             part.result()

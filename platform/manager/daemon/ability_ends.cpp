@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// What ends: starts that take too long, processes, and the services when the manager is stopped. The thread of the watch
-// runs all of it except StopServices. An end of which memory ran out in the middle is handled again, so each step may
-// run twice.
+// What ends: starts that take too long, processes, and the services when the manager is stopped. The thread of the
+// watch runs all of it except StopServices. If memory runs out while an end is handled, it is handled again, so each
+// step may run twice.
 #include <signal.h>
 
 #include <algorithm>
